@@ -1,0 +1,78 @@
+# Short names for the CMake presets. "make" leaves the optimised program as ./vesk.
+# ARCH chooses the processor level (x86-64-v3, x86-64-v2, x86-64, native, generic); without it
+# the highest that this machine can run is taken. WERROR=ON takes warnings for errors.
+
+ARCH ?= $(shell scripts/processor_level)
+WERROR ?= OFF
+JOBS ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
+
+level = -DVESK_ARCH=$(ARCH)
+build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) $(2) && cmake --build --preset $(1) -j $(JOBS)
+
+.PHONY: all vesk release native baseline clang test bench sanitize asan tsan pgo ttune micro fuzz \
+	format clean
+
+all: vesk
+
+vesk: release
+	cp -f build/release/vesk vesk
+
+release:
+	$(call build,release,$(level))
+
+native:
+	$(call build,native)
+	cp -f build/native/vesk vesk
+
+baseline:
+	$(call build,baseline)
+
+clang:
+	$(call build,clang,$(level))
+
+test: release
+	$(call build,debug,$(level))
+	scripts/fetch_referee
+	ctest --preset debug -j $(JOBS)
+
+bench: vesk
+	scripts/check_signature ./vesk
+
+sanitize: asan tsan
+
+asan: release
+	$(call build,asan,$(level))
+	scripts/run_sanitized asan -j $(JOBS)
+
+tsan: release
+	$(call build,tsan,$(level))
+	scripts/run_sanitized tsan -j $(JOBS)
+
+# The counts of the first build steer the second. Neither may change a result.
+pgo:
+	rm -rf build/pgo
+	$(call build,pgo-generate,$(level))
+	build/pgo/vesk -d 12 -threads 1 -bench </dev/null
+	$(call build,pgo-use,$(level))
+	scripts/check_signature build/pgo/vesk
+	cp -f build/pgo/vesk vesk
+
+ttune:
+	$(call build,tune,$(level))
+	cp -f build/tune/vesk vesk
+
+micro:
+	$(call build,micro,$(level))
+	build/micro/bench/vesk_micro
+
+fuzz:
+	$(call build,fuzz,$(level))
+	scripts/run_fuzzers $(FUZZ_SECONDS)
+
+format:
+	clang-format -i Source/*/*.cpp Source/*/*.h tests/*/*.cpp tests/*/*.h fuzz/*.cpp fuzz/*.h \
+		bench/*.cpp
+
+clean:
+	rm -rf build vesk

@@ -1,0 +1,188 @@
+// The move generators. All moves are pseudo-legal: the own king may be left in check.
+// The order of the moves settles ties in the search, so it is part of what these routines promise:
+// pawns, knights, bishops, rooks, queens, king; squares rising, targets rising. Entries get move,
+// moved and captured; score keeps what the slot held.
+#include "board/moves.h"
+#include "board/tables.h"
+
+static constexpr u64 file_a = 0x0101010101010101ULL;
+static constexpr u64 file_h = 0x8080808080808080ULL;
+static constexpr u64 inner_ranks = 0x00ffffffffffff00ULL;      // ranks 2 to 7
+
+// The rank where double steps end, and the pawns that may promote, by side.
+static constexpr u64 double_step_rank[2] = { 0x00000000ff000000ULL, 0x000000ff00000000ULL };
+static constexpr u64 seventh_rank[2] = { 0x00ff000000000000ULL, 0x000000000000ff00ULL };
+static constexpr i32 king_home[2] = { 4, 60 };
+static constexpr Move under_promotions[3] = { PromoteKnight, PromoteBishop, PromoteRook };
+
+static inline u64 shift_forward(u64 set, i32 side)
+{
+    return side == White ? set << 8 : set >> 8;
+}
+
+static inline MoveEntry* add_move(MoveEntry* out, i32 from, i32 to, i32 moved, i32 captured)
+{
+    out->move = make_move_code(from, to);
+    out->moved = static_cast<u8>(moved);
+    out->captured = static_cast<u8>(captured);
+    return out + 1;
+}
+
+// Pawn moves whose from-square lies a fixed step behind each target.
+static inline MoveEntry* add_pawn_moves(const Position* pos, MoveEntry* out, u64 targets,
+    i32 step, i32 pawn)
+{
+    while (targets != 0) {
+        const i32 to = pop_lowest(&targets);
+        out = add_move(out, to - step, to, pawn, pos->board[to]);
+    }
+    return out;
+}
+
+static inline MoveEntry* add_targets(const Position* pos, MoveEntry* out, i32 from, u64 targets,
+    i32 moved)
+{
+    while (targets != 0) {
+        const i32 to = pop_lowest(&targets);
+        out = add_move(out, from, to, moved, pos->board[to]);
+    }
+    return out;
+}
+
+// Moves of knights, bishops, rooks and queens onto targets, in this order.
+static inline MoveEntry* add_piece_moves(const Position* pos, i32 side, MoveEntry* out,
+    u64 targets)
+{
+    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    const i32 code = 8 * side;
+    for (u64 set = pos->bb[side][Knight]; set != 0;) {
+        const i32 from = pop_lowest(&set);
+        out = add_targets(pos, out, from, knight_attacks[from] & targets, code + Knight);
+    }
+    for (u64 set = pos->bb[side][Bishop]; set != 0;) {
+        const i32 from = pop_lowest(&set);
+        out = add_targets(pos, out, from, bishop_attacks(from, occ) & targets, code + Bishop);
+    }
+    for (u64 set = pos->bb[side][Rook]; set != 0;) {
+        const i32 from = pop_lowest(&set);
+        out = add_targets(pos, out, from, rook_attacks(from, occ) & targets, code + Rook);
+    }
+    for (u64 set = pos->bb[side][Queen]; set != 0;) {
+        const i32 from = pop_lowest(&set);
+        const u64 attacks = bishop_attacks(from, occ) | rook_attacks(from, occ);
+        out = add_targets(pos, out, from, attacks & targets, code + Queen);
+    }
+    return out;
+}
+
+static inline MoveEntry* add_king_moves(const Position* pos, i32 side, MoveEntry* out, u64 targets)
+{
+    for (u64 set = pos->bb[side][King]; set != 0;) {
+        const i32 from = pop_lowest(&set);
+        out = add_targets(pos, out, from, king_attacks[from] & targets, King + 8 * side);
+    }
+    return out;
+}
+
+MoveEntry* gen_captures(const Position* pos, i32 side, MoveEntry* out, i32 check_sq)
+{
+    const u64 enemies = pos->bb[side ^ 1][0];
+    const u64 targets = check_sq == NoSquare ? enemies : bit(check_sq);
+
+    // Captures on the last rank are promotions. Without an en-passant square its bit falls on a1,
+    // and the limit to the inner ranks takes it out.
+    const u64 pawns = pos->bb[side][Pawn];
+    const u64 pawn_targets = (targets | bit(pos->ep_square & 63)) & inner_ranks;
+    const u64 not_a = pawns & ~file_a;
+    const u64 not_h = pawns & ~file_h;
+    const i32 pawn = Pawn + 8 * side;
+    if (side == White) {
+        out = add_pawn_moves(pos, out, (not_a << 7) & pawn_targets, 7, pawn);
+        out = add_pawn_moves(pos, out, (not_h << 9) & pawn_targets, 9, pawn);
+    } else {
+        out = add_pawn_moves(pos, out, (not_a >> 9) & pawn_targets, -9, pawn);
+        out = add_pawn_moves(pos, out, (not_h >> 7) & pawn_targets, -7, pawn);
+    }
+
+    out = add_piece_moves(pos, side, out, targets);
+    return add_king_moves(pos, side, out, enemies);
+}
+
+static inline MoveEntry* add_promotions(MoveEntry* out, i32 from, i32 to, i32 pawn, i32 captured,
+    i32 under)
+{
+    const Move move = make_move_code(from, to);
+    out = add_move(out, from, to, pawn, captured);
+    out[-1].move = move | PromoteQueen;
+    if (under == 0)
+        return out;
+    for (const Move flag : under_promotions) {
+        out = add_move(out, from, to, pawn, captured);
+        out[-1].move = move | flag;
+    }
+    return out;
+}
+
+MoveEntry* gen_promotions(const Position* pos, i32 side, i32 under, MoveEntry* out)
+{
+    const u64 enemies = pos->bb[side ^ 1][0];
+    const i32 pawn = Pawn + 8 * side;
+    for (u64 set = pos->bb[side][Pawn] & seventh_rank[side]; set != 0;) {
+        const i32 from = pop_lowest(&set);
+        const i32 ahead = from + pawn_step[side];
+        if (pos->board[ahead] == 0)
+            out = add_promotions(out, from, ahead, pawn, 0, under);
+        for (u64 targets = pawn_attacks[side][from] & enemies; targets != 0;) {
+            const i32 to = pop_lowest(&targets);
+            out = add_promotions(out, from, to, pawn, pos->board[to], under);
+        }
+    }
+    return out;
+}
+
+static MoveEntry* add_castling(const Position* pos, i32 side, MoveEntry* out, u64 occ)
+{
+    const i32 home = king_home[side];
+    const i32 king = King + 8 * side;
+    const i32 rights = side == White ? pos->castle : pos->castle >> 2;
+    if (pos->king_sq[side] != home || pos->board[home] != king)
+        return out;
+    if ((rights & 1) && (occ & (3ULL << (home + 1))) == 0)
+        out = add_move(out, home, home + 2, king, 0);
+    if ((rights & 2) && (occ & (7ULL << (home - 3))) == 0)
+        out = add_move(out, home, home - 2, king, 0);
+    return out;
+}
+
+MoveEntry* gen_quiets(const Position* pos, i32 side, MoveEntry* out, i32 check_sq)
+{
+    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    const u64 empty = ~occ;
+    u64 targets = empty;
+    if (check_sq != NoSquare)
+        targets &= between[check_sq][pos->king_sq[side]];
+
+    // The first square of a double step need only be empty, it is no target.
+    const i32 pawn = Pawn + 8 * side;
+    const i32 step = pawn_step[side];
+    const u64 single = shift_forward(pos->bb[side][Pawn], side) & empty & inner_ranks;
+    const u64 twice = shift_forward(single, side) & double_step_rank[side];
+    out = add_pawn_moves(pos, out, single & targets, step, pawn);
+    out = add_pawn_moves(pos, out, twice & targets, 2 * step, pawn);
+
+    out = add_piece_moves(pos, side, out, targets);
+    out = add_king_moves(pos, side, out, empty);
+    return add_castling(pos, side, out, occ);
+}
+
+void gen_all_moves(Position* pos)
+{
+    SearchThread* thread = pos->thread;
+    debug_check(thread->ply >= 0 && thread->ply < ply_count - 2);
+    PlyRecord* rec = &thread->ply_rec[thread->ply];
+    rec->list_cursor = rec->list_start;
+    MoveEntry* out = gen_captures(pos, pos->stm, rec->list_start, NoSquare);
+    out = gen_promotions(pos, pos->stm, 1, out);
+    out = gen_quiets(pos, pos->stm, out, NoSquare);
+    publish_list(thread, out);
+}

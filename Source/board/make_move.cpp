@@ -1,0 +1,365 @@
+// Making moves and taking them back. Every field of Position that is derived from the board, the
+// keys, the undo stack, ply and last_move change here together and nowhere else during a search.
+#include "board/moves.h"
+
+#include <cstring>
+
+#include "board/tables.h"
+#include "search/trace.h"
+#include "shell/run_state.h"
+
+// Castling rights that die when a piece leaves or reaches a square: both of a side with its king's
+// home square, one with each corner.
+static constexpr u8 castle_mask[64] = {
+    2, 0, 0, 0, 3, 0, 0, 1,
+    0, 0, 0, 0, 0, 0, 0, 0,
+    0, 0, 0, 0, 0, 0, 0, 0,
+    0, 0, 0, 0, 0, 0, 0, 0,
+    0, 0, 0, 0, 0, 0, 0, 0,
+    0, 0, 0, 0, 0, 0, 0, 0,
+    0, 0, 0, 0, 0, 0, 0, 0,
+    8, 0, 0, 0, 12, 0, 0, 4,
+};
+
+static constexpr i32 max_cnt50 = 255;
+static constexpr i32 king_home[2] = { 4, 60 };
+
+static inline i32 promoted_type(Move move)
+{
+    if (move & PromoteKnight)
+        return Knight;
+    if (move & PromoteBishop)
+        return Bishop;
+    return move & PromoteRook ? Rook : Queen;
+}
+
+// Adds (sign 1) or takes off (sign -1) a piece's share in the counts of its side.
+static inline void count_piece(Position* pos, i32 side, i32 type, i32 sign)
+{
+    pos->piece_count[side] += sign > 0 ? count_step[type] : 0U - count_step[type];
+    pos->phase_mtl[side] = static_cast<i16>(pos->phase_mtl[side] + sign * phase_weight[type]);
+}
+
+static inline u8 next_cnt50(u8 cnt50)
+{
+    return static_cast<u8>(cnt50 < max_cnt50 ? cnt50 + 1 : max_cnt50);
+}
+
+// Writes the undo record and moves the stack and the ply on. A null move leaves pawn_key alone.
+static inline void push_undo(Position* pos, Move move, i32 captured)
+{
+    SearchThread* thread = pos->thread;
+    debug_check(thread->undo_count >= 0 && thread->undo_count < undo_size);
+    UndoRecord* undo = &thread->undo[thread->undo_count];
+    undo->key = pos->key;
+    if (move != NoMove)
+        undo->pawn_key = pos->pawn_key;
+    undo->move = move;
+    undo->captured = static_cast<u8>(captured);
+    undo->ep_square = pos->ep_square;
+    undo->cnt50 = pos->cnt50;
+    undo->castle = pos->castle;
+    thread->undo_count++;
+    thread->ply++;
+    thread->last_move = move;
+}
+
+// Takes the top record off the stack, sets last_move to the one below and restores the fields
+// that no piece's way back would tell.
+static inline const UndoRecord* pop_undo(Position* pos)
+{
+    SearchThread* thread = pos->thread;
+    debug_check(thread->undo_count > 0);
+    thread->ply--;
+    thread->undo_count--;
+    const UndoRecord* undo = &thread->undo[thread->undo_count];
+    thread->last_move = thread->undo_count > 0 ? undo[-1].move : static_cast<Move>(NoMove);
+    pos->ep_square = undo->ep_square;
+    pos->castle = undo->castle;
+    pos->cnt50 = undo->cnt50;
+    pos->stm ^= 1;
+    return undo;
+}
+
+// The squares of the rook when a king castles from from to to.
+static inline i32 castling_rook_from(i32 from, i32 to)
+{
+    return to > from ? from + 3 : from - 4;
+}
+
+static inline i32 castling_rook_to(i32 from, i32 to)
+{
+    return to > from ? from + 1 : from - 1;
+}
+
+static inline bool is_castling_step(i32 from, i32 to)
+{
+    return to == from + 2 || to == from - 2;
+}
+
+static inline void shift_rook(Position* pos, i32 side, i32 from, i32 to)
+{
+    const u64 squares = bit(from) | bit(to);
+    pos->board[to] = pos->board[from];
+    pos->board[from] = 0;
+    pos->bb[side][0] ^= squares;
+    pos->bb[side][Rook] ^= squares;
+}
+
+// The pawn's share of a move: its own key, the double step, en passant and promotion. Returns
+// what is to be XORed into the key beyond the from-square.
+static inline u64 finish_pawn_move(Position* pos, Move move, i32 side, i32 old_ep_square)
+{
+    const i32 from = from_square(move);
+    const i32 to = to_square(move);
+    const i32 pawn = Pawn + 8 * side;
+    const u64 to_key = zobrist[pawn][to];
+    pos->pawn_key ^= zobrist[pawn][from] ^ to_key;
+    pos->cnt50 = 0;
+
+    if (to == from + 2 * pawn_step[side]) {
+        pos->ep_square = static_cast<u8>(from + pawn_step[side]);
+        return to_key ^ zobrist[0][pos->ep_square];
+    }
+    if (to == old_ep_square) {
+        const i32 enemy = side ^ 1;
+        const i32 victim = to - pawn_step[side];
+        const u64 victim_key = zobrist[Pawn + 8 * enemy][victim];
+        pos->board[victim] = 0;
+        count_piece(pos, enemy, Pawn, -1);
+        pos->bb[enemy][0] &= ~bit(victim);
+        pos->bb[enemy][Pawn] &= ~bit(victim);
+        pos->pawn_key ^= victim_key;
+        return to_key ^ victim_key;
+    }
+    if (move & PromotionMask) {
+        const i32 type = promoted_type(move);
+        pos->board[to] = static_cast<u8>(type + 8 * side);
+        count_piece(pos, side, Pawn, -1);
+        count_piece(pos, side, type, 1);
+        pos->bb[side][Pawn] ^= bit(to);
+        pos->bb[side][type] |= bit(to);
+        pos->pawn_key ^= to_key;
+        return zobrist[type + 8 * side][to];
+    }
+    return to_key;
+}
+
+void make_move(Position* pos, Move move)
+{
+    if (load(trace_level) != 0)
+        trace_move(pos, move);
+
+    const i32 from = from_square(move);
+    const i32 to = to_square(move);
+    const i32 side = pos->stm;
+    const i32 moved = pos->board[from];
+    const i32 captured = pos->board[to];
+    const i32 old_ep_square = pos->ep_square;
+    const u8 old_castle = pos->castle;
+    push_undo(pos, move, captured & 7);
+
+    // 1. The state of the game. A key's bit 0 may be disturbed by any XOR; the last step sets it.
+    u64 key = pos->key;
+    pos->cnt50 = next_cnt50(pos->cnt50);
+    pos->ep_square = NoSquare;
+    pos->stm = static_cast<u8>(side ^ 1);
+    if (old_ep_square != NoSquare)
+        key ^= zobrist[0][old_ep_square];
+    const u8 castle = static_cast<u8>(old_castle & ~(castle_mask[from] | castle_mask[to]));
+    if (castle != old_castle) {
+        key ^= zobrist[0][old_castle] ^ zobrist[0][castle];
+        pos->castle = castle;
+    }
+
+    // 2. The piece that is taken.
+    if (captured != 0) {
+        const i32 owner = captured >> 3;
+        const i32 type = captured & 7;
+        count_piece(pos, owner, type, -1);
+        pos->bb[owner][0] &= ~bit(to);
+        pos->bb[owner][type] &= ~bit(to);
+        key ^= zobrist[captured][to];
+        if (type == Pawn)
+            pos->pawn_key ^= zobrist[captured][to];
+        pos->cnt50 = 0;
+    }
+
+    // 3. The piece that moves.
+    const i32 type = moved & 7;
+    const u64 squares = bit(from) | bit(to);
+    pos->board[to] = static_cast<u8>(moved);
+    pos->board[from] = 0;
+    pos->bb[side][0] ^= squares;
+    pos->bb[side][type] ^= squares;
+    key ^= zobrist[moved][from];
+
+    // 4. What only pawns and kings do.
+    if (type == Pawn) {
+        key ^= finish_pawn_move(pos, move, side, old_ep_square);
+    } else {
+        key ^= zobrist[moved][to];
+        if (type == King) {
+            if (is_castling_step(from, to)) {
+                const i32 rook_from = castling_rook_from(from, to);
+                const i32 rook_to = castling_rook_to(from, to);
+                const i32 rook = Rook + 8 * side;
+                shift_rook(pos, side, rook_from, rook_to);
+                key ^= zobrist[rook][rook_from] ^ zobrist[rook][rook_to];
+                // The clock starts anew, although castling takes nothing and moves no pawn.
+                pos->cnt50 = 0;
+            }
+            pos->king_sq[side] = static_cast<u8>(to);
+        }
+    }
+
+    pos->key = (key & ~1ULL) + pos->stm;
+    debug_check(fields_agree(pos));
+}
+
+// The keys are copied from the record, not XORed back: it is cheaper, and an error in make_move
+// then stays visible as a key that parse_epd would not give.
+void unmake_move(Position* pos)
+{
+    const UndoRecord* undo = pop_undo(pos);
+    const Move move = undo->move;
+    const i32 from = from_square(move);
+    const i32 to = to_square(move);
+    const i32 side = pos->stm;
+    const i32 enemy = side ^ 1;
+    const i32 type = pos->board[to] & 7;
+    const u64 squares = bit(from) | bit(to);
+
+    pos->board[from] = pos->board[to];
+    pos->board[to] = 0;
+    pos->bb[side][0] ^= squares;
+    pos->bb[side][type] ^= squares;
+
+    if (undo->captured != 0) {
+        const i32 captured = undo->captured;
+        pos->board[to] = static_cast<u8>(captured + 8 * enemy);
+        count_piece(pos, enemy, captured, 1);
+        pos->bb[enemy][0] |= bit(to);
+        pos->bb[enemy][captured] |= bit(to);
+        if (captured == King)
+            pos->king_sq[enemy] = static_cast<u8>(to);
+    }
+
+    if (type == Pawn) {
+        if (to == undo->ep_square) {
+            const i32 victim = to - pawn_step[side];
+            pos->board[victim] = static_cast<u8>(Pawn + 8 * enemy);
+            count_piece(pos, enemy, Pawn, 1);
+            pos->bb[enemy][0] |= bit(victim);
+            pos->bb[enemy][Pawn] |= bit(victim);
+        }
+    } else if (type == King) {
+        if (is_castling_step(from, to))
+            shift_rook(pos, side, castling_rook_to(from, to), castling_rook_from(from, to));
+        pos->king_sq[side] = static_cast<u8>(from);
+    }
+
+    // So far the promoted piece has gone back to the from-square.
+    if (move & PromotionMask) {
+        count_piece(pos, side, type, -1);
+        count_piece(pos, side, Pawn, 1);
+        pos->board[from] = static_cast<u8>(Pawn + 8 * side);
+        pos->bb[side][type] ^= bit(from);
+        pos->bb[side][Pawn] |= bit(from);
+    }
+
+    pos->key = undo->key;
+    pos->pawn_key = undo->pawn_key;
+    debug_check(fields_agree(pos));
+}
+
+void make_null_move(Position* pos)
+{
+    if (load(trace_level) != 0)
+        trace_move(pos, NoMove);
+
+    const i32 old_ep_square = pos->ep_square;
+    push_undo(pos, NoMove, NoPiece);
+    // The draw scan goes no further back than cnt50: so it never reaches across a null move.
+    pos->cnt50 = 0;
+    pos->ep_square = NoSquare;
+    pos->stm ^= 1;
+    if (old_ep_square != NoSquare)
+        pos->key ^= zobrist[0][old_ep_square];
+    pos->key = (pos->key & ~1ULL) + pos->stm;
+}
+
+void unmake_null_move(Position* pos)
+{
+    pos->key = pop_undo(pos)->key;
+}
+
+void set_null_list(Position* pos)
+{
+    PlyRecord* rec = &pos->thread->ply_rec[pos->thread->ply];
+    rec->list_cursor = rec->list_start;
+    // Only the move is written: the history reads the piece that the slot held before.
+    rec->list_start->move = NoMove;
+    publish_list(pos->thread, rec->list_start + 1);
+}
+
+void make_game_move(Position* pos, Move move)
+{
+    SearchThread* thread = pos->thread;
+    if (thread->undo_count >= game_limit) {
+        // An even number goes, so that move numbers keep their side.
+        const i32 dropped = (thread->undo_count - game_keep + 1) & ~1;
+        const i32 kept = thread->undo_count - dropped;
+        memmove(thread->undo, thread->undo + dropped,
+            static_cast<size_t>(kept) * sizeof(UndoRecord));
+        thread->undo_count = static_cast<i16>(kept);
+    }
+    make_move(pos, move);
+    thread->undo[thread->undo_count].move = NoMove;
+}
+
+static bool is_makeable_king_move(const Position* pos, i32 from, i32 to)
+{
+    if (!is_castling_step(from, to))
+        return true;
+    const i32 side = pos->stm;
+    return from == king_home[side]
+        && pos->board[to] == 0
+        && pos->board[castling_rook_to(from, to)] == 0
+        && pos->board[castling_rook_from(from, to)] == Rook + 8 * side;
+}
+
+static bool is_makeable_pawn_move(const Position* pos, i32 from, i32 to, Move promotion)
+{
+    const i32 side = pos->stm;
+    const i32 behind = to - pawn_step[side];
+    if (to == from + 2 * pawn_step[side]) {
+        // The square passed becomes the en-passant square: it has to be empty.
+        return promotion == 0 && pos->board[behind] == 0;
+    }
+    if (to == pos->ep_square) {
+        return promotion == 0 && behind >= 0 && behind < 64
+            && pos->board[behind] == Pawn + 8 * (side ^ 1);
+    }
+    return promotion == 0 || (to >> 3) == (side == White ? 7 : 0);
+}
+
+bool is_makeable(const Position* pos, i32 from, i32 to, Move promotion)
+{
+    if (from < 0 || from > 63 || to < 0 || to > 63 || from == to)
+        return false;
+    if ((promotion & ~PromotionMask) != 0 || (promotion & (promotion - 1)) != 0)
+        return false;
+    const i32 side = pos->stm;
+    const i32 moved = pos->board[from];
+    const i32 captured = pos->board[to];
+    if (moved == 0 || moved >> 3 != side)
+        return false;
+    if (captured != 0 && (captured >> 3 == side || (captured & 7) == King))
+        return false;
+    if ((moved & 7) == Pawn)
+        return is_makeable_pawn_move(pos, from, to, promotion);
+    if (promotion != 0)
+        return false;
+    return (moved & 7) != King || is_makeable_king_move(pos, from, to);
+}

@@ -1,0 +1,340 @@
+// The staged selection: hands a node one move at a time and generates and scores as late as it can.
+// The list of a ply always ends in a closing entry, and the list of the next ply starts behind it.
+// A slot that gets only a move keeps the score and pieces of its last use; the history reads them
+// behind a null move, so they must not be cleared.
+#include "board/moves.h"
+#include "board/tables.h"
+
+// Stages in the low four bits of PlyRecord.stage.
+enum Stage : u16 {
+    StageStart = 0,
+    StageCaptures = 1,          // captures are still to be generated
+    StageQuietSearch = 2,       // captures of the quiescence search, best first
+    StageGoodCaptures = 4,      // captures that do not lose, best first
+    StageRest = 6,              // losing captures and quiet moves, best first
+    StagePlainOrder = 7,        // whatever is left, as it lies
+};
+static constexpr u16 stage_mask = 15;
+
+const i16 mvv_score[16]
+    = { 210, 220, 230, 230, 240, 250, 0, 0, 0, 220, 230, 230, 240, 250, 0, 0 };
+
+static constexpr i16 hash_move_score = 255;
+static constexpr i32 losing_exchange = -49;         // below: tried among the quiet moves
+static constexpr i32 winning_exchange = 50;         // below: a little later than the others
+static constexpr i32 even_exchange_malus = 6;
+static constexpr i16 under_promotion_score = 15;
+static constexpr i16 good_capture_limit = 150;      // at or below: behind the quiet moves' generation
+static constexpr i16 sorting_limit = 2;             // at or below: not worth sorting any more
+static constexpr i16 check_score = 100;
+
+// What the quiet moves that did well before are worth on top of their history.
+static constexpr i32 killer_bonus[2] = { 60, 55 };
+static constexpr i32 counter_bonus[2] = { 50, 45 };
+static constexpr i32 follow_bonus = 40;
+static constexpr i32 evasion_killer_bonus = 60;
+static constexpr i32 evasion_counter_bonus[2] = { 55, 50 };
+
+// Ranks for pushes in the check stage, by side.
+static constexpr u64 double_step_rank[2] = { 0x00000000ff000000ULL, 0x000000ff00000000ULL };
+static constexpr u64 sixth_rank[2] = { 0x0000ff0000000000ULL, 0x0000000000ff0000ULL };
+
+static inline void set_stage(PlyRecord* rec, u16 stage)
+{
+    rec->stage = static_cast<u16>((rec->stage & ~stage_mask) | stage);
+}
+
+void publish_list(SearchThread* thread, MoveEntry* end)
+{
+    debug_check(thread->ply >= 0 && thread->ply < ply_count - 2);
+    debug_check(end + 2 < thread->move_store + move_store_size);
+    PlyRecord* rec = &thread->ply_rec[thread->ply];
+    end->move = EndOfList;
+    rec[1].list_start = end + 1;
+    rec[2].list_start = end + 2;
+}
+
+void pick_best(MoveEntry* cursor)
+{
+    MoveEntry* best = cursor;
+    for (MoveEntry* entry = cursor + 1; entry->move != EndOfList; entry++) {
+        if (entry->score > best->score)
+            best = entry;
+    }
+    const MoveEntry first = *cursor;
+    *cursor = *best;
+    *best = first;
+}
+
+i32 history_base(i32 h1, i32 h2)
+{
+    return (h1 / 256 + h2 / 256) / 2;
+}
+
+static void score_captures(MoveEntry* entry, const MoveEntry* end)
+{
+    for (; entry < end; entry++)
+        entry->score = static_cast<i16>(mvv_score[entry->captured] - (entry->moved & 7));
+}
+
+static void score_captures_by_exchange(const Position* pos, MoveEntry* entry, const MoveEntry* end)
+{
+    for (; entry < end; entry++) {
+        const Move move = entry->move;
+        const i32 see = swapoff(pos, pos->stm, from_square(move), to_square(move));
+        i32 score;
+        if (see < losing_exchange) {
+            score = (entry->captured & 7) + 4;
+        } else if (move & (PromoteKnight | PromoteBishop | PromoteRook)) {
+            score = under_promotion_score;
+        } else {
+            score = mvv_score[entry->captured] - (entry->moved & 7);
+            if (see < winning_exchange)
+                score -= even_exchange_malus;
+        }
+        entry->score = static_cast<i16>(score);
+    }
+}
+
+static inline MoveEntry* add_quiet(MoveEntry* out, i32 from, i32 to, i32 moved)
+{
+    out->move = make_move_code(from, to);
+    out->score = check_score;
+    out->moved = static_cast<u8>(moved);
+    out->captured = 0;
+    return out + 1;
+}
+
+static MoveEntry* add_pawn_pushes(MoveEntry* out, u64 targets, i32 step, i32 pawn)
+{
+    while (targets != 0) {
+        const i32 to = pop_lowest(&targets);
+        out = add_quiet(out, to - step, to, pawn);
+    }
+    return out;
+}
+
+static MoveEntry* add_piece_checks(const Position* pos, MoveEntry* out, i32 type, u64 targets)
+{
+    const i32 side = pos->stm;
+    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    for (u64 set = pos->bb[side][type]; set != 0;) {
+        const i32 from = pop_lowest(&set);
+        u64 attacks = 0;
+        if (type == Knight)
+            attacks = knight_attacks[from];
+        if (type == Bishop || type == Queen)
+            attacks |= bishop_attacks(from, occ);
+        if (type == Rook || type == Queen)
+            attacks |= rook_attacks(from, occ);
+        for (attacks &= targets; attacks != 0;)
+            out = add_quiet(out, from, pop_lowest(&attacks), type + 8 * side);
+    }
+    return out;
+}
+
+// Quiet moves that give check directly, and pawn pushes to the seventh rank; a push that does
+// both comes twice. Neither discovered checks nor king moves.
+static MoveEntry* gen_checks(const Position* pos, MoveEntry* out)
+{
+    const i32 side = pos->stm;
+    const u64* own = pos->bb[side];
+    const i32 enemy_king = pos->king_sq[side ^ 1];
+    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    const u64 empty = ~occ;
+    const i32 pawn = Pawn + 8 * side;
+    const i32 step = pawn_step[side];
+
+    const u64 pawn_checks = pawn_attacks[side ^ 1][enemy_king] & empty;
+    const u64 single = side == White ? own[Pawn] << 8 : own[Pawn] >> 8;
+    const u64 open = single & empty;
+    const u64 twice = (side == White ? open << 8 : open >> 8) & double_step_rank[side];
+    out = add_pawn_pushes(out, single & pawn_checks, step, pawn);
+    out = add_pawn_pushes(out, twice & pawn_checks, 2 * step, pawn);
+
+    out = add_piece_checks(pos, out, Knight, knight_attacks[enemy_king] & empty);
+    u64 diagonals = 0;
+    if (own[Bishop] | own[Queen])
+        diagonals = bishop_attacks(enemy_king, occ) & empty;
+    u64 straights = 0;
+    if (own[Rook] | own[Queen])
+        straights = rook_attacks(enemy_king, occ) & empty;
+    out = add_piece_checks(pos, out, Bishop, diagonals);
+    out = add_piece_checks(pos, out, Rook, straights);
+    out = add_piece_checks(pos, out, Queen, diagonals | straights);
+
+    const u64 sixth = own[Pawn] & sixth_rank[side];
+    return add_pawn_pushes(out, (side == White ? sixth << 8 : sixth >> 8) & empty, step, pawn);
+}
+
+// The moves that get a bonus over their history, in check and out of it, best first.
+struct FavouredMoves {
+    Move move[5];
+    i32 bonus[5];
+    i32 count;
+};
+
+static inline void add_favoured(FavouredMoves* favoured, Move move, i32 bonus)
+{
+    favoured->move[favoured->count] = move;
+    favoured->bonus[favoured->count] = bonus;
+    favoured->count++;
+}
+
+static FavouredMoves find_favoured(const SearchThread* thread, const PlyRecord* rec)
+{
+    FavouredMoves favoured;
+    favoured.count = 0;
+    if (rec->in_check) {
+        add_favoured(&favoured, rec->evasion_killer, evasion_killer_bonus);
+    } else {
+        add_favoured(&favoured, rec->killer[0], killer_bonus[0]);
+        add_favoured(&favoured, rec->killer[1], killer_bonus[1]);
+    }
+
+    // Behind a null move there is nothing to counter.
+    const MoveEntry* prev = rec[-1].list_cursor;
+    if (prev->move == NoMove)
+        return favoured;
+    const i32 prev_to = to_square(prev->move);
+    const i32* counter = rec->in_check ? evasion_counter_bonus : counter_bonus;
+    add_favoured(&favoured, thread->counter_move[prev->moved][prev_to], counter[0]);
+    add_favoured(&favoured, thread->counter_move2[prev->moved][prev_to], counter[1]);
+    const MoveEntry* own = rec[-2].list_cursor;
+    if (!rec->in_check && own->move != NoMove)
+        add_favoured(&favoured, thread->follow_move[own->moved][to_square(own->move)],
+            follow_bonus);
+    return favoured;
+}
+
+static void score_quiets(const SearchThread* thread, const PlyRecord* rec, MoveEntry* entry,
+    const MoveEntry* end)
+{
+    const FavouredMoves favoured = find_favoured(thread, rec);
+    const i32 prev_type = rec[-1].list_cursor->moved & 7;
+    for (; entry < end; entry++) {
+        const Move move = entry->move;
+        const i32 to = to_square(move);
+        i32 score = history_base(thread->history[prev_type][entry->moved][to],
+            thread->history[0][entry->moved][to]);
+        for (i32 i = 0; i < favoured.count; i++) {
+            if (favoured.move[i] == move) {
+                score += favoured.bonus[i];
+                break;
+            }
+        }
+        entry->score = static_cast<i16>(score);
+    }
+}
+
+// Puts the quiet moves behind what is left of the list, over its closing entry.
+static void append_quiets(Position* pos, PlyRecord* rec, MoveEntry* cursor)
+{
+    SearchThread* thread = pos->thread;
+    while (cursor->move != EndOfList)
+        cursor++;
+    MoveEntry* end = gen_quiets(pos, pos->stm, cursor, rec->check_sq);
+    publish_list(thread, end);
+    // At ply 1 there is no previous move to look at.
+    if (end > cursor && thread->ply > 1)
+        score_quiets(thread, rec, cursor, end);
+}
+
+static MoveEntry* next_in_plain_order(MoveEntry* cursor)
+{
+    return cursor->move != EndOfList ? cursor : nullptr;
+}
+
+static MoveEntry* next_of_rest(PlyRecord* rec, MoveEntry* cursor)
+{
+    if (cursor->move == EndOfList)
+        return nullptr;
+    pick_best(cursor);
+    if (cursor->score <= sorting_limit)
+        set_stage(rec, StagePlainOrder);
+    return cursor;
+}
+
+// The losing captures stay where they are and are sorted among the quiet moves.
+static MoveEntry* next_good_capture(Position* pos, PlyRecord* rec, MoveEntry* cursor)
+{
+    if (cursor->move != EndOfList) {
+        set_stage(rec, StageGoodCaptures);
+        pick_best(cursor);
+        if (cursor->score > good_capture_limit)
+            return cursor;
+    }
+    append_quiets(pos, rec, cursor);
+    set_stage(rec, StageRest);
+    return next_of_rest(rec, cursor);
+}
+
+static MoveEntry* next_quiet_search_move(Position* pos, PlyRecord* rec, MoveEntry* cursor)
+{
+    if (cursor->move != EndOfList) {
+        pick_best(cursor);
+        return cursor;
+    }
+    if ((rec->stage & GenChecks) == 0)
+        return nullptr;
+    MoveEntry* end = gen_checks(pos, cursor);
+    if (end == cursor)
+        return nullptr;
+    publish_list(pos->thread, end);
+    set_stage(rec, StagePlainOrder);
+    return cursor;
+}
+
+static MoveEntry* start_captures(Position* pos, PlyRecord* rec, MoveEntry* cursor)
+{
+    const bool full = (rec->stage & FullSearch) != 0;
+    MoveEntry* end = gen_captures(pos, pos->stm, cursor, rec->check_sq);
+    end = gen_promotions(pos, pos->stm, full, end);
+    publish_list(pos->thread, end);
+    if (full) {
+        score_captures_by_exchange(pos, cursor, end);
+        return next_good_capture(pos, rec, cursor);
+    }
+    score_captures(cursor, end);
+    set_stage(rec, StageQuietSearch);
+    return next_quiet_search_move(pos, rec, cursor);
+}
+
+static MoveEntry* give_hash_move(Position* pos, PlyRecord* rec, MoveEntry* cursor)
+{
+    const Move move = rec->hash_move;
+    cursor->move = move;
+    cursor->score = hash_move_score;
+    cursor->moved = pos->board[from_square(move)];
+    cursor->captured = pos->board[to_square(move)];
+    publish_list(pos->thread, cursor + 1);
+    set_stage(rec, StageCaptures);
+    return cursor;
+}
+
+MoveEntry* next_move(Position* pos)
+{
+    PlyRecord* rec = &pos->thread->ply_rec[pos->thread->ply];
+    MoveEntry* cursor = rec->list_cursor + 1;
+    const u16 stage = rec->stage & stage_mask;
+    if (stage == StageStart)
+        cursor = rec->list_start;
+    rec->list_cursor = cursor;
+
+    switch (stage) {
+    case StageStart:
+        if (rec->hash_move != NoMove && (rec->stage & TryHashMove))
+            return give_hash_move(pos, rec, cursor);
+        [[fallthrough]];
+    case StageCaptures:
+        return start_captures(pos, rec, cursor);
+    case StageQuietSearch:
+        return next_quiet_search_move(pos, rec, cursor);
+    case StageGoodCaptures:
+        return next_good_capture(pos, rec, cursor);
+    case StageRest:
+        return next_of_rest(rec, cursor);
+    default:
+        return next_in_plain_order(cursor);
+    }
+}

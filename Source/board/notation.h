@@ -1,0 +1,34 @@
+// Moves as text, and the text side of EPD lines.
+#pragma once
+
+#include "board/position.h"
+
+// Coordinate text of a move that is not 0. out holds at least 8 bytes.
+// A promotion ends in q, n, b or r in UCI mode, in =Q, =N, =B or =R at the console.
+void move_text(Move move, char* out);
+
+// The same, but a move of 0 gives "null". Returns out.
+char* move_text_or_null(Move move, char* out);
+
+// Four forms of a pseudo-legal move of the side to move, before it is made; each buffer holds
+// at least 16 bytes. san has no disambiguation unless file or rank is shared; the file and rank
+// forms carry it.
+void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, char* san_rank);
+
+// Finds the legal move of the console's position that text stands for. Changes text, which
+// must have room for one more character. Returns 1 and stores the move, or 0; prints
+// "ambiguous move" if exactly two moves fit.
+i32 parse_move(char* text, Move* move);
+
+// Sizes of the buffers of read_epd_ops, with their NUL.
+inline constexpr i32 epd_pos_size = 512;
+inline constexpr i32 epd_operand_size = 328;
+
+// Splits an EPD line into position text and the operands of bm, am, id, ce and c0, blanks taken
+// out. pos_text holds epd_pos_size bytes, the others epd_operand_size; longer texts are cut.
+// Returns 1.
+i32 read_epd_ops(const char* line, char* pos_text, char* bm, char* am, char* id, char* ce,
+    char* c0);
+
+// The first word of text, cut at 127 characters, in a static buffer. Main thread only.
+char* next_word(const char* text);

@@ -1,0 +1,387 @@
+// The position from and to text, its keys, its checks, and the record of a search thread.
+// put_piece and remove_piece are the only routines here that change the board; each keeps every
+// field that is derived from it, but for the keys, which are computed once a position is complete.
+#include "board/position.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "board/moves.h"
+#include "board/tables.h"
+#include "shell/output.h"
+
+constinit SearchThread* console_thread = nullptr;
+constinit Shared<SearchThread*> workers[max_workers] {};
+
+const char square_name[64][3] = {
+    "a1", "b1", "c1", "d1", "e1", "f1", "g1", "h1",
+    "a2", "b2", "c2", "d2", "e2", "f2", "g2", "h2",
+    "a3", "b3", "c3", "d3", "e3", "f3", "g3", "h3",
+    "a4", "b4", "c4", "d4", "e4", "f4", "g4", "h4",
+    "a5", "b5", "c5", "d5", "e5", "f5", "g5", "h5",
+    "a6", "b6", "c6", "d6", "e6", "f6", "g6", "h6",
+    "a7", "b7", "c7", "d7", "e7", "f7", "g7", "h7",
+    "a8", "b8", "c8", "d8", "e8", "f8", "g8", "h8",
+};
+
+// Letters by piece code in a position text, and in the board view, whose black pawn is an o.
+static constexpr char fen_letters[] = " PNBRQK  pnbrqk";
+static constexpr char view_letters[] = "-PNBRQK -onbrqk";
+static constexpr char castle_letters[] = "KQkq";
+
+// What each castling right needs, in the order of castle_letters.
+struct CastleHome {
+    u8 right;
+    u8 king;                    // piece code
+    u8 king_square;
+    u8 rook;                    // piece code
+    u8 rook_square;
+};
+static constexpr CastleHome castle_homes[4] = {
+    { 1, King, 4, Rook, 7 },
+    { 2, King, 4, Rook, 0 },
+    { 4, King + 8, 60, Rook + 8, 63 },
+    { 8, King + 8, 60, Rook + 8, 56 },
+};
+
+static constexpr i32 max_side_pieces = 16;
+static constexpr u64 outer_ranks = 0xff000000000000ffULL;
+static constexpr i32 fen_size = 128;
+
+// ---- Setting up
+
+void put_piece(Position* pos, i32 square, i32 code)
+{
+    remove_piece(pos, square);
+    const i32 side = code >> 3;
+    const i32 type = code & 7;
+    pos->board[square] = static_cast<u8>(code);
+    pos->bb[side][0] |= bit(square);
+    pos->bb[side][type] |= bit(square);
+    pos->piece_count[side] += count_step[type];
+    pos->phase_mtl[side] = static_cast<i16>(pos->phase_mtl[side] + phase_weight[type]);
+    if (type == King)
+        pos->king_sq[side] = static_cast<u8>(square);
+}
+
+void remove_piece(Position* pos, i32 square)
+{
+    const i32 code = pos->board[square];
+    if (code == 0)
+        return;
+    const i32 side = code >> 3;
+    const i32 type = code & 7;
+    pos->board[square] = 0;
+    pos->bb[side][0] &= ~bit(square);
+    pos->bb[side][type] &= ~bit(square);
+    pos->piece_count[side] -= count_step[type];
+    pos->phase_mtl[side] = static_cast<i16>(pos->phase_mtl[side] - phase_weight[type]);
+}
+
+void clear_board(Position* pos)
+{
+    SearchThread* thread = pos->thread;
+    pos->castle = 15;
+    pos->ep_square = NoSquare;
+    pos->cnt50 = 0;
+    pos->spare = 0;
+    memset(pos->board, 0, sizeof pos->board);
+    for (i32 side = White; side <= Black; side++) {
+        pos->piece_count[side] = 0;
+        pos->phase_mtl[side] = 0;
+        for (i32 type = 0; type <= King; type++)
+            pos->bb[side][type] = 0;
+    }
+    thread->undo_count = 0;
+    thread->ply = 1;
+    thread->last_move = 0;
+}
+
+// Reads the piece field and returns the character that ends it, a blank or the NUL.
+static const char* read_pieces(Position* pos, const char* text)
+{
+    i64 file = 0;
+    i64 rank = 7;
+    for (; *text != '\0' && *text != ' '; text++) {
+        const char c = *text;
+        if (c == '/') {
+            rank--;
+            file = 0;
+        } else if (c >= '1' && c <= '8') {
+            file += c - '0';
+        } else if (const char* letter = strchr(fen_letters, c)) {
+            const i64 square = rank * 8 + file;
+            if (square >= 0 && square <= 63)
+                put_piece(pos, static_cast<i32>(square), static_cast<i32>(letter - fen_letters));
+            file++;
+        }
+    }
+    return text;
+}
+
+static const char* read_castling(Position* pos, const char* text)
+{
+    pos->castle = 0;
+    for (; *text != '\0' && *text != ' '; text++) {
+        if (const char* letter = strchr(castle_letters, *text))
+            pos->castle = static_cast<u8>(pos->castle | (1 << (letter - castle_letters)));
+    }
+    return text;
+}
+
+static const char* read_ep_square(Position* pos, const char* text)
+{
+    i32 square = NoSquare;
+    for (; *text != '\0' && *text != ' '; text++) {
+        if (*text >= 'a' && *text <= 'h')
+            square = *text - 'a';
+        else if (*text >= '1' && *text <= '8')
+            square += (*text - '1') * 8;
+        if (square > 63)
+            square = NoSquare;
+    }
+    pos->ep_square = static_cast<u8>(square);
+    return text;
+}
+
+static const char* skip_blanks(const char* text)
+{
+    while (*text == ' ')
+        text++;
+    return text;
+}
+
+static u8 false_castling(const Position* pos)
+{
+    u8 rights = 0;
+    for (const CastleHome& home : castle_homes) {
+        if (pos->board[home.king_square] != home.king
+            || pos->board[home.rook_square] != home.rook)
+            rights |= home.right;
+    }
+    return static_cast<u8>(rights & pos->castle);
+}
+
+i32 drop_false_castling(Position* pos)
+{
+    const u8 dropped = false_castling(pos);
+    pos->castle = static_cast<u8>(pos->castle & ~dropped);
+    return popcount(dropped);
+}
+
+i32 parse_epd(Position* pos, const char* text)
+{
+    clear_board(pos);
+    text = read_pieces(pos, text);
+    if (*text == ' ')
+        text++;
+    if (*text == 'w')
+        pos->stm = White;
+    else if (*text == 'b')
+        pos->stm = Black;
+    if (*text != '\0')
+        text++;
+    text = read_castling(pos, skip_blanks(text));
+    text = read_ep_square(pos, skip_blanks(text));
+
+    pos->thread->undo[0] = {};
+    pos->thread->undo[1] = {};
+    const i32 dropped = drop_false_castling(pos);
+    pos->key = compute_key(pos);
+    pos->pawn_key = compute_pawn_key(pos);
+    if (dropped == 0)
+        return 0;
+    print_line_format("Illegal EPD - %s", text);
+    return -1;
+}
+
+// ---- Keys
+
+// Bit 0 of the key is not a Zobrist bit: it is the side to move.
+u64 compute_key(const Position* pos)
+{
+    u64 key = 0;
+    for (i32 square = 0; square < 64; square++) {
+        if (pos->board[square] != 0)
+            key ^= zobrist[pos->board[square]][square];
+    }
+    if (pos->ep_square != NoSquare)
+        key ^= zobrist[0][pos->ep_square];
+    key ^= zobrist[0][pos->castle];
+    return (key & ~1ULL) + pos->stm;
+}
+
+u64 compute_pawn_key(const Position* pos)
+{
+    u64 key = 0;
+    for (i32 square = 0; square < 64; square++) {
+        if ((pos->board[square] & 7) == Pawn)
+            key ^= zobrist[pos->board[square]][square];
+    }
+    return key;
+}
+
+// ---- Text
+
+void make_fen(const Position* pos, char* out)
+{
+    for (i32 rank = 7; rank >= 0; rank--) {
+        i32 empty = 0;
+        for (i32 square = rank * 8; square < rank * 8 + 8; square++) {
+            const i32 code = pos->board[square];
+            if (code == 0) {
+                empty++;
+                continue;
+            }
+            if (empty > 0)
+                *out++ = static_cast<char>('0' + empty);
+            empty = 0;
+            *out++ = fen_letters[code];
+        }
+        if (empty > 0)
+            *out++ = static_cast<char>('0' + empty);
+        *out++ = rank > 0 ? '/' : ' ';
+    }
+    *out++ = pos->stm == White ? 'w' : 'b';
+    *out++ = ' ';
+    for (i32 i = 0; i < 4; i++) {
+        if (pos->castle & (1 << i))
+            *out++ = castle_letters[i];
+    }
+    if ((pos->castle & 15) == 0)
+        *out++ = '-';
+    *out++ = ' ';
+    copy_text(out, 3, pos->ep_square < 64 ? square_name[pos->ep_square] : "-");
+}
+
+void print_board(const Position* pos)
+{
+    char fen[fen_size];
+    char view[8 * 18 + 1];
+    make_fen(pos, fen);
+    char* out = view;
+    for (i32 rank = 7; rank >= 0; rank--) {
+        *out++ = ' ';
+        for (i32 file = 0; file < 8; file++) {
+            const i32 code = pos->board[rank * 8 + file];
+            const bool dark = ((file ^ rank) & 1) == 0;
+            *out++ = ' ';
+            *out++ = code != 0 ? view_letters[code] : dark ? '+' : '-';
+        }
+        *out++ = '\n';
+    }
+    *out = '\0';
+    print_line_format("%s\n%s%s\n", fen, view, pos->stm == White ? "white" : "black");
+}
+
+// ---- The record of a thread
+
+SearchThread* new_thread_record(i32 thread_id)
+{
+    SearchThread* thread = new (std::nothrow) SearchThread();
+    if (thread == nullptr)
+        return nullptr;
+    thread->thread_id = static_cast<i8>(thread_id);
+    thread->ply = 1;
+    thread->move_store_base = thread->move_store;
+    thread->pos.thread = thread;
+    thread->pos.ep_square = NoSquare;
+    thread->eval_work.pos = &thread->pos;
+    thread->eval_work.thread = thread;
+    init_move_lists(thread);
+    return thread;
+}
+
+void init_move_lists(SearchThread* thread)
+{
+    for (i32 ply = 0; ply < 2; ply++) {
+        thread->move_store[ply].move = EndOfList;
+        thread->ply_rec[ply].list_start = &thread->move_store[ply];
+        thread->ply_rec[ply].list_cursor = &thread->move_store[ply];
+    }
+}
+
+// ---- Checks
+
+bool fields_agree(const Position* pos)
+{
+    u64 bb[2][8] = {};
+    u32 counts[2] = {};
+    i32 phase[2] = {};
+    for (i32 square = 0; square < 64; square++) {
+        const i32 code = pos->board[square];
+        if (code == 0)
+            continue;
+        const i32 type = code & 7;
+        if (code > 14 || type < Pawn || type > King)
+            return false;
+        bb[code >> 3][0] |= bit(square);
+        bb[code >> 3][type] |= bit(square);
+        counts[code >> 3] += count_step[type];
+        phase[code >> 3] += phase_weight[type];
+    }
+    for (i32 side = White; side <= Black; side++) {
+        if (memcmp(bb[side], pos->bb[side], 7 * sizeof(u64)) != 0)
+            return false;
+        if (counts[side] != pos->piece_count[side] || phase[side] != pos->phase_mtl[side])
+            return false;
+        if (popcount(bb[side][King]) == 1 && lowest(bb[side][King]) != pos->king_sq[side])
+            return false;
+    }
+    return pos->stm <= Black && pos->castle <= 15 && pos->ep_square <= NoSquare
+        && pos->key == compute_key(pos) && pos->pawn_key == compute_pawn_key(pos);
+}
+
+// Whether a pawn of the side to move could move onto ep_square although there is no enemy pawn
+// behind it to be taken, or a piece on it; unmaking such a move would invent a pawn.
+// A square that no pawn can enter does no harm, so that loose position texts are still played.
+static bool is_false_ep_square(const Position* pos)
+{
+    if (pos->ep_square == NoSquare)
+        return false;
+    const i32 ep = pos->ep_square;
+    const i32 side = pos->stm;
+    const i32 behind = ep - pawn_step[side];
+    const bool has_victim
+        = behind >= 0 && behind < 64 && pos->board[behind] == Pawn + 8 * (side ^ 1);
+    if (has_victim && pos->board[ep] == 0)
+        return false;
+
+    u64 origins = pawn_attacks[side ^ 1][ep];
+    if (behind >= 0 && behind < 64)
+        origins |= bit(behind);
+    if (behind - pawn_step[side] >= 0 && behind - pawn_step[side] < 64)
+        origins |= bit(behind - pawn_step[side]);
+    return (origins & pos->bb[side][Pawn]) != 0;
+}
+
+const char* position_defect(Position* pos)
+{
+    for (i32 side = White; side <= Black; side++) {
+        if (popcount(pos->bb[side][King]) != 1)
+            return "each side needs exactly one king";
+        if (popcount(pos->bb[side][0]) > max_side_pieces)
+            return "a side has more than sixteen pieces";
+    }
+    if ((pos->bb[White][Pawn] | pos->bb[Black][Pawn]) & outer_ranks)
+        return "a pawn stands on the first or last rank";
+    if (false_castling(pos) != 0)
+        return "a castling right has no king or rook at home";
+    if (!fields_agree(pos))
+        return "the position is inconsistent";
+    if (is_attacked(pos, pos->king_sq[pos->stm ^ 1], pos->stm))
+        return "the side not to move is in check";
+    if (is_false_ep_square(pos))
+        return "there is no pawn to take en passant";
+    return nullptr;
+}
+
+#if defined(VESK_DEBUG)
+void debug_check_failed(const char* condition, const char* file, int line)
+{
+    fprintf(stderr, "%s:%d: check failed: %s\n", file, line, condition);
+    abort();
+}
+#endif

@@ -1,0 +1,68 @@
+// The working record of one evaluation and the slots of a thread's evaluation caches.
+#pragma once
+
+#include "board/types.h"
+
+struct Position;
+struct SearchThread;
+
+// Points at which the running score is copied for the printed table.
+enum TallyRow : i32 {
+    TallyPawns,
+    TallyPassed,
+    TallyKnights,
+    TallyBishops,
+    TallyRooks,
+    TallyQueens,
+    TallyKing,
+    TallyCount,
+};
+
+// Everything one call of evaluate fills; rewritten by each full evaluation.
+// Side index 0 is white, 1 black.
+struct EvalWork {
+    Position* pos;
+    SearchThread* thread;
+    u64 occupied;               // all pieces of both sides
+    u64 outposts[2];
+    u64 all_pawns;
+    u64 passed;                 // passed pawns of both sides
+    u64 candidates;             // candidate passed pawns of both sides
+    u64 hung;                   // pieces found hanging
+    u64 free_passers;           // passed pawns with a free path
+    u64 king_zone[2];           // nine squares around each king
+    u64 attacks[2][8];          // [0] all, [1] pawns ... [6] king, [7] unused
+    u64 double_attacks[2];      // squares attacked at least twice
+    u64 pawn_cover[2];
+    u64 attacks_pnb[2];         // pawns, knights and bishops
+    u64 attacks_pnbr[2];
+    u64 attacks_pnbrq[2];
+    i16 king_attack[2];         // attack points against each side's own king
+    i16 same_wing;              // both kings stand on the same wing
+    i32 score[2];               // running score pair of each side
+    u16 danger[2];              // what is at stake for each side, centipawns
+    const u8* pst_map[2];       // square to piece-square index
+    u8 ply;
+    u8 trace;
+    f32 phase;                  // 0 full material, 1 bare kings
+    i32 tally[TallyCount][2];   // copies of score for the printed table
+};
+
+// One slot of a thread's evaluation cache.
+struct EvalCacheEntry {
+    u64 key;
+    u16 danger[2];
+    i16 score;                  // as returned to the caller that stored it
+    u16 spare;
+};
+static_assert(sizeof(EvalCacheEntry) == 16);
+
+// One slot of a thread's pawn cache.
+struct PawnCacheEntry {
+    u64 key;
+    i32 score[2];               // score pairs of white and black
+};
+static_assert(sizeof(PawnCacheEntry) == 16);
+
+inline constexpr i32 eval_cache_size = 32768;
+inline constexpr i32 pawn_cache_size = 16384;

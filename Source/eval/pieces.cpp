@@ -1,0 +1,216 @@
+// One pass per piece type, knights to queens: material, squares, mobility and special terms, and
+// the attack sets that the king, passed pawn and threat terms read later.
+// The passes run in this order because each type's mobility reads the union of the attacks of
+// the enemy's lesser pieces. Queens go by rising square: their double attacks depend on it.
+#include "board/tables.h"
+#include "eval/terms.h"
+
+// Attack points on the enemy king by piece type, once per piece that reaches the king's zone.
+static constexpr i16 attack_points[8] = { 0, 0, 4, 3, 4, 5, 0, 0 };
+
+// Danger of a minor piece without a move on the seventh or eighth rank of its side.
+static constexpr i32 trapped_minor_danger = 250;
+static constexpr u64 far_ranks[2] = { 0xffff000000000000ULL, 0xffffULL };
+
+// Files c to f of ranks 3 to 6.
+static constexpr u64 centre_block = 0x3c3c3c3c0000ULL;
+
+static constexpr u64 enemy_half[2] = { 0xffffffff00000000ULL, 0xffffffffULL };
+static constexpr u64 seventh_rank[2] = { 0xff000000000000ULL, 0xff00ULL };
+
+// Parts of the mobility weight by number of squares.
+static constexpr f32 knight_curve[9] = {
+    -0.40f, -0.17f, -0.02f, 0.10f, 0.22f, 0.32f, 0.42f, 0.51f, 0.60f,
+};
+static constexpr f32 bishop_curve[14] = {
+    -0.40f, -0.23f, -0.13f, -0.04f, 0.04f, 0.11f, 0.18f, 0.25f, 0.31f, 0.37f, 0.43f, 0.49f,
+    0.55f, 0.60f,
+};
+static constexpr f32 rook_curve[15] = {
+    -0.40f, -0.24f, -0.14f, -0.06f, 0.02f, 0.09f, 0.15f, 0.22f, 0.28f, 0.33f, 0.39f, 0.44f,
+    0.50f, 0.55f, 0.60f,
+};
+static constexpr f32 queen_curve[28] = {
+    -0.40f, -0.25f, -0.17f, -0.10f, -0.04f, 0.02f, 0.07f, 0.12f, 0.17f, 0.22f, 0.26f, 0.30f,
+    0.34f, 0.38f, 0.42f, 0.46f, 0.49f, 0.52f, 0.55f, 0.58f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f,
+    0.60f, 0.60f, 0.60f,
+};
+
+// Enters a piece's attack set. reach is what it bears on for double attacks and the king's zone:
+// the attack set itself for all but queens.
+template <i32 side>
+static inline void note_attacks(EvalWork* work, i32 type, u64 attacks, u64 reach)
+{
+    work->double_attacks[side] |= work->attacks[side][0] & reach;
+    work->attacks[side][0] |= attacks;
+    work->attacks[side][type] |= attacks;
+    if (reach & work->king_zone[side ^ 1]) {
+        work->king_attack[side ^ 1]
+            = static_cast<i16>(work->king_attack[side ^ 1] + attack_points[type]);
+    }
+}
+
+template <i32 side>
+static void eval_knights(EvalWork* work)
+{
+    const Position* pos = work->pos;
+    const i32 table = work->same_wing ? PST_N1 : PST_N2;
+    const u64 open = ~(pos->bb[side][0] | work->attacks[side ^ 1][Pawn]);
+    const u64 outposts = work->outposts[side];
+    u64 left = pos->bb[side][Knight];
+    add_weight(work, side, mtl_knight, popcount(left));
+    work->attacks[side][Knight] = 0;
+    while (left != 0) {
+        const i32 square = pop_lowest(&left);
+        const u64 attacks = knight_attacks[square];
+        note_attacks<side>(work, Knight, attacks, attacks);
+        add_weight(work, side, table + work->pst_map[side][square]);
+        const i32 mobility = popcount(attacks & open);
+        add_fraction(work, side, knight_mobility, knight_curve[mobility]);
+        if (mobility == 0) {
+            add_weight(work, side, knight_trapped);
+            if (far_ranks[side] & bit(square)) {
+                add_danger(work, side, trapped_minor_danger);
+            }
+        }
+        if (outposts & bit(square)) {
+            add_weight(work, side, knight_outpost);
+        }
+        if (outposts & attacks) {
+            add_weight(work, side, knight_outpost_atk);
+        }
+    }
+}
+
+template <i32 side>
+static void eval_bishops(EvalWork* work)
+{
+    const Position* pos = work->pos;
+    const i32 table = work->same_wing ? PST_B1 : PST_B2;
+    const u64 open = ~(pos->bb[side][0] | work->attacks[side ^ 1][Pawn]);
+    const u64 outposts = work->outposts[side];
+    const u64 blockers = work->occupied ^ pos->bb[side][Queen];
+    u64 left = pos->bb[side][Bishop];
+    add_weight(work, side, mtl_bishop, popcount(left));
+    work->attacks[side][Bishop] = 0;
+    while (left != 0) {
+        const i32 square = pop_lowest(&left);
+        const u64 attacks = bishop_attacks(square, blockers);
+        note_attacks<side>(work, Bishop, attacks, attacks);
+        add_weight(work, side, table + work->pst_map[side][square]);
+        const i32 mobility = popcount(attacks & open);
+        add_fraction(work, side, bishop_mobility, bishop_curve[mobility]);
+        if (mobility == 0) {
+            add_weight(work, side, bishop_trapped);
+            if (far_ranks[side] & bit(square)) {
+                add_danger(work, side, trapped_minor_danger);
+            }
+        }
+        add_weight(work, side, bishop_mob2, popcount(attacks & centre_block));
+        if (outposts & bit(square)) {
+            add_weight(work, side, bishop_outpost);
+        }
+        if (outposts & attacks) {
+            add_weight(work, side, bishop_outpost_atk);
+        }
+    }
+}
+
+template <i32 side>
+static void eval_rooks(EvalWork* work)
+{
+    const Position* pos = work->pos;
+    const i32 table = work->same_wing ? PST_R1 : PST_R2;
+    const u64 open = ~(pos->bb[side][0] | work->attacks_pnb[side ^ 1]);
+    const u64 blockers = work->occupied ^ (pos->bb[side][Rook] | pos->bb[side][Queen]);
+    const bool enemy_king_far = (far_ranks[side] & pos->bb[side ^ 1][King]) != 0;
+    u64 left = pos->bb[side][Rook];
+    add_weight(work, side, mtl_rook, popcount(left));
+    work->attacks[side][Rook] = 0;
+    while (left != 0) {
+        const i32 square = pop_lowest(&left);
+        const u64 attacks = rook_attacks(square, blockers);
+        const u64 file = file_a << (square & 7);
+        note_attacks<side>(work, Rook, attacks, attacks);
+        add_weight(work, side, table + work->pst_map[side][square]);
+        const i32 mobility = popcount(attacks & open);
+        add_fraction(work, side, rook_mobility, rook_curve[mobility]);
+        if (mobility == 0) {
+            add_weight(work, side, rook_trapped);
+        }
+        add_weight(work, side, rook_mob2, popcount(attacks & file & enemy_half[side]));
+        if ((file & work->all_pawns) == 0) {
+            add_weight(work, side, rook_openfile);
+        }
+        if (enemy_king_far && (seventh_rank[side] & bit(square))) {
+            add_weight(work, side, rook_7th);
+        }
+    }
+}
+
+// A queen bears on what lies behind own bishops on its diagonals and own rooks on its lines, but
+// only for double attacks and the king's zone.
+template <i32 side>
+static void eval_queens(EvalWork* work)
+{
+    const Position* pos = work->pos;
+    const i32 table = work->same_wing ? PST_Q1 : PST_Q2;
+    const u64 open = ~(pos->bb[side][0] | work->attacks_pnbr[side ^ 1]);
+    const u64 bishops = pos->bb[side][Bishop];
+    const u64 rooks = pos->bb[side][Rook];
+    u64 left = pos->bb[side][Queen];
+    add_weight(work, side, mtl_queen, popcount(left));
+    work->attacks[side][Queen] = 0;
+    while (left != 0) {
+        const i32 square = pop_lowest(&left);
+        const u64 diagonals = bishop_attacks(square, work->occupied);
+        const u64 lines = rook_attacks(square, work->occupied);
+        const u64 attacks = diagonals | lines;
+        u64 reach = attacks;
+        if (diagonals & bishops) {
+            reach |= bishop_attacks(square, work->occupied ^ bishops);
+        }
+        if (lines & rooks) {
+            reach |= rook_attacks(square, work->occupied ^ rooks);
+        }
+        note_attacks<side>(work, Queen, attacks, reach);
+        add_weight(work, side, table + work->pst_map[side][square]);
+        const i32 mobility = popcount(attacks & open);
+        add_fraction(work, side, queen_mobility, queen_curve[mobility]);
+        if (mobility == 0) {
+            add_weight(work, side, queen_trapped);
+        }
+    }
+}
+
+static void take_tally(EvalWork* work, i32 row)
+{
+    work->tally[row][White] = work->score[White];
+    work->tally[row][Black] = work->score[Black];
+}
+
+void eval_pieces(EvalWork* work)
+{
+    eval_knights<White>(work);
+    eval_knights<Black>(work);
+    take_tally(work, TallyKnights);
+    eval_bishops<White>(work);
+    eval_bishops<Black>(work);
+    take_tally(work, TallyBishops);
+    for (i32 side = White; side <= Black; ++side) {
+        work->attacks_pnb[side] = work->attacks[side][Pawn] | work->attacks[side][Knight]
+            | work->attacks[side][Bishop];
+    }
+    eval_rooks<White>(work);
+    eval_rooks<Black>(work);
+    take_tally(work, TallyRooks);
+    for (i32 side = White; side <= Black; ++side) {
+        work->attacks_pnbr[side] = work->attacks_pnb[side] | work->attacks[side][Rook];
+    }
+    eval_queens<White>(work);
+    eval_queens<Black>(work);
+    take_tally(work, TallyQueens);
+    for (i32 side = White; side <= Black; ++side) {
+        work->attacks_pnbrq[side] = work->attacks_pnbr[side] | work->attacks[side][Queen];
+    }
+}

@@ -1,0 +1,115 @@
+// The terms of the evaluation, and the few routines through which they add weights.
+// Every use of a weight goes through add_weight or add_fraction, so that a tuning build has one
+// place where it learns how often a weight counts in a position.
+#pragma once
+
+#include "board/position.h"
+#include "eval/weights.h"
+
+inline constexpr u64 file_a = 0x0101010101010101ULL;
+inline constexpr u64 file_h = 0x8080808080808080ULL;
+inline constexpr u64 light_squares = 0x55aa55aa55aa55aaULL;
+inline constexpr u64 dark_squares = 0xaa55aa55aa55aa55ULL;
+
+// A set moved by whole ranks, as seen by side; what leaves the board is dropped.
+template <i32 side>
+inline u64 forward(u64 set, i32 ranks = 1)
+{
+    return side == White ? set << (8 * ranks) : set >> (8 * ranks);
+}
+
+template <i32 side>
+inline u64 backward(u64 set, i32 ranks = 1)
+{
+    return forward<side ^ 1>(set, ranks);
+}
+
+// A set moved one file to both sides.
+inline u64 sideways(u64 set)
+{
+    return ((set & ~file_a) >> 1) | ((set & ~file_h) << 1);
+}
+
+// The larger of the file and rank distances: steps of a king from a to b.
+inline i32 king_steps(i32 a, i32 b)
+{
+    const i32 files = (a & 7) - (b & 7);
+    const i32 ranks = (a >> 3) - (b >> 3);
+    const i32 file_steps = files < 0 ? -files : files;
+    const i32 rank_steps = ranks < 0 ? -ranks : ranks;
+    return file_steps > rank_steps ? file_steps : rank_steps;
+}
+
+// Adds a score pair to the account of side.
+inline void add_word(EvalWork* work, i32 side, i32 word)
+{
+    work->score[side]
+        = static_cast<i32>(static_cast<u32>(work->score[side]) + static_cast<u32>(word));
+}
+
+// Adds a weight count times to the account of side.
+inline void add_weight(EvalWork* work, i32 side, i32 weight, i32 count = 1)
+{
+    const u32 word = static_cast<u32>(eval_words[weight]);
+    add_word(work, side, static_cast<i32>(word * static_cast<u32>(count)));
+}
+
+// Adds fraction times a scalar weight to the account of side. The real values are taken, so that
+// a percentage of a personality option keeps its fraction; each product is truncated by itself.
+inline void add_fraction(EvalWork* work, i32 side, i32 weight, f32 fraction)
+{
+    const f64 factor = static_cast<f64>(fraction);
+    const RealPair* real = &eval_reals[weight];
+    const i32 mg = static_cast<i32>(static_cast<i64>(real->mg * factor));
+    const i32 eg = static_cast<i32>(static_cast<i64>(real->eg * factor));
+    add_word(work, side, pair(mg, eg));
+}
+
+// Adds to the danger of side, which is kept in 16 bits.
+inline void add_danger(EvalWork* work, i32 side, i32 amount)
+{
+    work->danger[side] = static_cast<u16>(work->danger[side] + amount);
+}
+
+// ---- endings.cpp
+
+// Whether the material is a draw whatever the squares: no pawns, and each side has at most a
+// bishop, or one or two knights.
+bool is_drawn_material(const Position* pos);
+
+// Judges a lone king against a side for which there is a plain rule. Returns true and stores the
+// score from the view of side, or false.
+bool eval_lone_king(const Position* pos, i32 side, i32* score);
+
+// The factor for endings that are hard to win, 0.05 to 1. value is the score from white's view.
+f32 scale_factor(const EvalWork* work, i32 value);
+
+// ---- pawns.cpp
+
+// Fills the pawn sets, the first attack sets and the first king attack points. king_zone and
+// attacks[side][King] must stand.
+void init_pawn_sets(EvalWork* work);
+
+// Material, squares and structure of the pawns, out of the pawn cache if ply allows it, and
+// blocked pawns.
+void eval_pawns(EvalWork* work);
+
+// Candidates and passed pawns; these need the attack sets of all pieces.
+void eval_candidates(EvalWork* work);
+void eval_passed_pawns(EvalWork* work);
+
+// ---- pieces.cpp
+
+// Material, squares, mobility and special terms of all knights, bishops, rooks and queens; fills
+// their attack sets.
+void eval_pieces(EvalWork* work);
+
+// ---- king.cpp
+
+// The safety of the king of side; needs the attack sets of all pieces.
+void eval_king(EvalWork* work, i32 side, i32 king_square);
+
+// ---- threats.cpp
+
+// Hanging and attacked pieces, threats by pawn pushes, pins. Fills hung.
+void eval_threats(EvalWork* work);

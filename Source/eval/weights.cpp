@@ -1,0 +1,278 @@
+// The weight table: its start values, the personality options and the weights file.
+// Rebuilt only between searches, by the main thread; each rebuild starts from the defaults, so
+// scaling never accumulates from one rebuild to the next.
+#include "eval/weights.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "board/position.h"
+#include "eval/pst_defaults.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+
+constinit EvalParam eval_params[weight_count] = {};
+constinit i32 eval_param_count = 0;
+constinit i32 param_cursor = 0;
+alignas(64) constinit i32 eval_words[weight_count] = {};
+alignas(64) constinit RealPair eval_reals[scalar_weight_count] = {};
+constinit char tune_list[tune_list_size][128] = {};
+constinit i32 tune_count = 0;
+
+static_assert(weight_count == scalar_weight_count + 64 * pst_count);
+
+// A scalar entry, or one rank of an array, as weights.def tells it.
+struct ScalarDefault {
+    const char* name;
+    i32 mg;
+    i32 eg;
+    i32 base_mg;
+    i32 base_eg;
+};
+
+static constexpr ScalarDefault scalar_defaults[scalar_weight_count] = {
+#define WEIGHT(name, mg, eg, base_mg, base_eg) { #name, mg, eg, base_mg, base_eg },
+#define RANK_WEIGHT(name, rank, mg, eg, base_eg) { #name, mg, eg, (base_eg) * 10 / 16, base_eg },
+#define WEIGHT_TABLE(name)
+#include "eval/weights.def"
+#undef WEIGHT
+#undef RANK_WEIGHT
+#undef WEIGHT_TABLE
+};
+
+static constexpr const char* table_names[pst_count] = {
+#define WEIGHT(name, mg, eg, base_mg, base_eg)
+#define RANK_WEIGHT(name, rank, mg, eg, base_eg)
+#define WEIGHT_TABLE(name) #name,
+#include "eval/weights.def"
+#undef WEIGHT
+#undef RANK_WEIGHT
+#undef WEIGHT_TABLE
+};
+
+// One personality option and a text that the names of its weights contain.
+struct PersonalityRule {
+    const WeightScale* option;
+    const char* needle;
+};
+
+// In the order of application. The search for a text in the names makes "knight_outpost" hit
+// knight_outpost_atk too, which is then scaled twice, and "ppawn" the whole passed pawn family.
+static constexpr PersonalityRule personality_rules[] = {
+    { &engine_options.Mtl_Pawn, "mtl_pawn" },
+    { &engine_options.Mtl_Knight, "mtl_knight" },
+    { &engine_options.Mtl_Bishop, "mtl_bishop" },
+    { &engine_options.Mtl_Rook, "mtl_rook" },
+    { &engine_options.Mtl_Queen, "mtl_queen" },
+    { &engine_options.Activity_Knight, "knight_mobility" },
+    { &engine_options.Activity_Knight, "knight_outpost" },
+    { &engine_options.Activity_Knight, "knight_outpost_atk" },
+    { &engine_options.Activity_Bishop, "bishop_mobility" },
+    { &engine_options.Activity_Bishop, "bishop_mob2" },
+    { &engine_options.Activity_Bishop, "bishop_outpost" },
+    { &engine_options.Activity_Bishop, "bishop_outpost_atk" },
+    { &engine_options.Activity_Rook, "rook_mobility" },
+    { &engine_options.Activity_Rook, "rook_mob2" },
+    { &engine_options.Activity_Queen, "queen_mobility" },
+    { &engine_options.Activity_Knight, "PST_N1" },
+    { &engine_options.Activity_Knight, "PST_N2" },
+    { &engine_options.Activity_Bishop, "PST_B1" },
+    { &engine_options.Activity_Bishop, "PST_B2" },
+    { &engine_options.Activity_Rook, "PST_R1" },
+    { &engine_options.Activity_Rook, "PST_R2" },
+    { &engine_options.Activity_Queen, "PST_Q1" },
+    { &engine_options.Activity_Queen, "PST_Q2" },
+    { &engine_options.Pawn_Structure, "PST_P1" },
+    { &engine_options.Pawn_Structure, "PST_P2" },
+    { &engine_options.Pawn_Structure, "PST_CP" },
+    { &engine_options.Pawn_Structure, "PST_DP" },
+    { &engine_options.Passed_Pawns, "ppawn" },
+    { &engine_options.Passed_Pawns, "candidate_passer" },
+    { &engine_options.King_Safety, "king_danger1" },
+    { &engine_options.King_Safety, "king_danger2" },
+    { &engine_options.King_Safety, "enemy_checks" },
+    { &engine_options.Threats, "hung_pawn" },
+    { &engine_options.Threats, "hung_minor" },
+    { &engine_options.Threats, "hung_major" },
+    { &engine_options.Threats, "attacked_pawn" },
+    { &engine_options.Threats, "attacked_minor" },
+    { &engine_options.Threats, "attacked_major" },
+    { &engine_options.Threats, "knight_trapped" },
+    { &engine_options.Threats, "bishop_trapped" },
+    { &engine_options.Threats, "rook_trapped" },
+    { &engine_options.Threats, "queen_trapped" },
+    { &engine_options.Threats, "pinned_pawn" },
+    { &engine_options.Threats, "pinned_piece" },
+};
+
+void set_weight(i32 index, f64 mg, f64 eg)
+{
+    EvalParam* entry = &eval_params[index];
+    entry->mg = mg;
+    entry->eg = eg;
+    entry->packed = pair(static_cast<i32>(std::llround(mg)), static_cast<i32>(std::llround(eg)));
+    eval_words[index] = entry->packed;
+    if (index < scalar_weight_count) {
+        eval_reals[index] = { mg, eg };
+    }
+}
+
+// No score made with other weights may survive a rebuild.
+static void clear_eval_caches(SearchThread* thread)
+{
+    memset(thread->eval_cache, 0, sizeof thread->eval_cache);
+    memset(thread->pawn_cache, 0, sizeof thread->pawn_cache);
+}
+
+static void append_entry(const char* name, i32 mg, i32 eg)
+{
+    EvalParam* entry = &eval_params[eval_param_count];
+    entry->coef = 0;
+    entry->frozen = 0;
+    copy_text(entry->name, sizeof entry->name, name);
+    set_weight(eval_param_count, mg, eg);
+    ++eval_param_count;
+}
+
+// The untuned shape of all piece-square tables: more towards the centre, by up to 12 centipawns.
+static i32 base_pst_value(i32 index)
+{
+    const i32 file = index & 7;
+    const i32 rank = index >> 3;
+    const i32 file_steps = file < 4 ? file : 7 - file;
+    const i32 rank_steps = rank < 4 ? rank : 7 - rank;
+    return 4 * (file_steps + rank_steps) - 12;
+}
+
+static void build_base_table()
+{
+    eval_param_count = 0;
+    for (const ScalarDefault& scalar : scalar_defaults) {
+        append_entry(scalar.name, scalar.base_mg, scalar.base_eg);
+    }
+    for (const char* name : table_names) {
+        for (i32 index = 0; index < 64; ++index) {
+            append_entry(name, base_pst_value(index), base_pst_value(index));
+        }
+    }
+}
+
+static void freeze_unlisted()
+{
+    for (EvalParam& entry : eval_params) {
+        entry.frozen = 1;
+        for (i32 i = 0; i < tune_count && i < tune_list_size; ++i) {
+            if (strcmp(entry.name, tune_list[i]) == 0) {
+                entry.frozen = 0;
+            }
+        }
+    }
+}
+
+static void load_defaults()
+{
+    for (const ScalarDefault& scalar : scalar_defaults) {
+        fset(scalar.name, scalar.mg, scalar.eg);
+    }
+    for (i32 table = 0; table < pst_count; ++table) {
+        for (const auto& value : pst_defaults[table]) {
+            fset(table_names[table], value[0], value[1]);
+        }
+    }
+}
+
+void init_eval_params(i32 mode)
+{
+    for (const Shared<SearchThread*>& worker : workers) {
+        SearchThread* const thread = load_acquire(worker);
+        if (thread != nullptr) {
+            clear_eval_caches(thread);
+        }
+    }
+    if (console_thread != nullptr) {
+        clear_eval_caches(console_thread);
+    }
+    build_base_table();
+    if (tune_count > 0) {
+        freeze_unlisted();
+    }
+    if (mode == 1) {
+        return;
+    }
+    load_defaults();
+    if (mode == 0) {
+        for (const PersonalityRule& rule : personality_rules) {
+            scale_params(rule.needle, *rule.option);
+        }
+    }
+    load_params_file();
+}
+
+void fset(const char* name, i32 mg, i32 eg)
+{
+    if (strcmp(name, "mtl_pawn") == 0) {
+        param_cursor = 0;
+    }
+    const bool inside = param_cursor < eval_param_count;
+    const char* const expected = inside ? eval_params[param_cursor].name : "";
+    if (strcmp(name, expected) != 0) {
+        print_plain("error %s  %s\n", name, expected);
+    }
+    if (inside) {
+        set_weight(param_cursor, mg, eg);
+        ++param_cursor;
+    }
+}
+
+// Reads a decimal integer at the start of text. Returns false if there is none. A number that no
+// i32 holds keeps its low 32 bits.
+static bool read_integer(const char* text, i32* value)
+{
+    char* end = nullptr;
+    const long number = strtol(text, &end, 10);
+    *value = static_cast<i32>(number);
+    return end != text;
+}
+
+void load_params_file()
+{
+    static constexpr char delimiters[] = "(),\"\n";
+    FILE* const file = fopen(params_file, "r");
+    if (file == nullptr) {
+        return;
+    }
+    // A longer line is read in pieces of 254 characters, each taken as a line.
+    char line[255];
+    while (fgets(line, sizeof line, file) != nullptr) {
+        char* rest = nullptr;
+        const char* const word = strtok_r(line, delimiters, &rest);
+        const char* const name = word ? strtok_r(nullptr, delimiters, &rest) : nullptr;
+        const char* const mg_text = name ? strtok_r(nullptr, delimiters, &rest) : nullptr;
+        const char* const eg_text = mg_text ? strtok_r(nullptr, delimiters, &rest) : nullptr;
+        i32 mg = 0;
+        i32 eg = 0;
+        // A line that lacks fields sets nothing and leaves the cursor where it is.
+        if (eg_text != nullptr && read_integer(mg_text, &mg) && read_integer(eg_text, &eg)) {
+            fset(name, mg, eg);
+        }
+    }
+    fclose(file);
+}
+
+i32 scale_params(const char* needle, const WeightScale scale)
+{
+    i32 missing = 1;
+    for (i32 index = 0; index < eval_param_count; ++index) {
+        const EvalParam* entry = &eval_params[index];
+        if (strstr(entry->name, needle) == nullptr) {
+            continue;
+        }
+        const f32 mg = static_cast<f32>(static_cast<f64>(scale[0]) * 0.01 * entry->mg);
+        const f32 eg = static_cast<f32>(static_cast<f64>(scale[1]) * 0.01 * entry->eg);
+        set_weight(index, static_cast<f64>(mg), static_cast<f64>(eg));
+        missing = 0;
+    }
+    return missing;
+}

@@ -1,0 +1,98 @@
+// The 913 named weights of the evaluation, each a middle-game and an end-game value.
+// weights.def lists them; their order is part of the format of the weights file. An entry is
+// written by set_weight alone, which keeps the dense copies that the evaluation reads in step.
+#pragma once
+
+#include "board/types.h"
+#include "shell/engine_options.h"
+
+// A score pair is one word, (eg << 16) + mg, in centipawns: pairs add and subtract as plain
+// words. A negative mg borrows from the upper half; the readers below undo that.
+// Arithmetic on pairs wraps, so that absurd weights of a file are no undefined behaviour.
+inline constexpr i32 pair(i32 mg, i32 eg)
+{
+    return static_cast<i32>((static_cast<u32>(eg) << 16) + static_cast<u32>(mg));
+}
+
+inline constexpr i32 score_mg(i32 word)
+{
+    return static_cast<i16>(word);
+}
+
+inline constexpr i32 score_eg(i32 word)
+{
+    return static_cast<i32>(static_cast<u32>(word) + 32768) >> 16;
+}
+
+// The entry of each weight: the name alone for a scalar, ppawn + relative rank index (0 to 7)
+// for the arrays, PST_N1 + piece-square index for the tables.
+enum Weight : i32 {
+#define WEIGHT(name, mg, eg, base_mg, base_eg) name,
+#define RANK_WEIGHT(name, rank, mg, eg, base_eg) name##_##rank,
+#define WEIGHT_TABLE(name) name, name##_last = name + 63,
+#include "eval/weights.def"
+#undef WEIGHT
+#undef RANK_WEIGHT
+#undef WEIGHT_TABLE
+    weight_count,
+    scalar_weight_count = PST_P1,           // entries that are no piece-square value
+    ppawn = ppawn_1,
+    ppawn_mobile = ppawn_mobile_1,
+    ppawn_free = ppawn_free_1,
+};
+static_assert(weight_count == 913);
+static_assert(scalar_weight_count == 81);
+
+inline constexpr i32 weight_name_size = 26;
+
+// One entry of the table.
+struct EvalParam {
+    i32 packed;                             // score pair, rounded from mg and eg
+    f64 mg;                                 // the values as the tuner and scale_params know them
+    f64 eg;
+    f32 coef;                               // the tuner's; 0 unless a tuning build fills it
+    u16 frozen;                             // nonzero: the tuner leaves this entry alone
+    char name[weight_name_size];            // all entries of an array or table share one name
+};
+static_assert(sizeof(EvalParam) == 56);
+
+// mg and eg of one entry, side by side.
+struct RealPair {
+    f64 mg;
+    f64 eg;
+};
+
+extern EvalParam eval_params[weight_count];
+extern i32 eval_param_count;                // entries built so far; weight_count when complete
+extern i32 param_cursor;                    // the entry that the next fset or file line sets
+
+// Dense copies for the evaluation: its weights of 56 bytes would not fit a first-level cache.
+extern i32 eval_words[weight_count];        // packed of every entry
+extern RealPair eval_reals[scalar_weight_count];    // mg and eg of the scalar entries
+
+// Names that the tuner may change; with an empty list it may change all.
+inline constexpr i32 tune_list_size = 9;
+extern char tune_list[tune_list_size][128];
+extern i32 tune_count;
+
+// Sets the values of the entry index (0 to weight_count - 1); packed takes them rounded, halves
+// away from zero. The only writer of values.
+void set_weight(i32 index, f64 mg, f64 eg);
+
+// Builds the whole table: base values, defaults, personality options, params.txt. Clears the
+// evaluation caches of all threads, so no worker may be searching. mode 0 is the normal one;
+// 1 stops after the base values; others skip the personality options.
+void init_eval_params(i32 mode);
+
+// Sets the entry at param_cursor and moves the cursor on; the name "mtl_pawn" puts the cursor
+// to 0 first. A name that is not the entry's is complained of on standard output, but the values
+// are taken. Behind the end of the table nothing is stored.
+void fset(const char* name, i32 mg, i32 eg);
+
+// Reads params_file in the working directory, if it is there, line by line as fset. Lines
+// without a name and two integers are passed over.
+void load_params_file();
+
+// Scales every entry whose name contains needle by the two percentages. Returns 1 if there was
+// none, else 0.
+i32 scale_params(const char* needle, const WeightScale scale);

@@ -1,0 +1,87 @@
+// The transposition table: one block of 16-byte slots shared by all threads without a lock.
+// White's positions are addressed from the bottom, black's from the top; a bucket is any four
+// consecutive slots.
+#pragma once
+
+#include "board/position.h"
+
+// A private copy of a slot. Word 0 holds key32 and check, word 1 the rest.
+struct HashEntry {
+    u32 key32;                  // low half of the key
+    u32 check;                  // upper half, score and move folded together
+    u16 move;                   // 0 if none
+    i16 score;                  // mate scores independent of ply
+    i8 depth;
+    u8 bound;                   // HashBound
+    u8 age;                     // hash_age of the search that wrote it
+    u8 cnt50;
+};
+static_assert(sizeof(HashEntry) == 16);
+
+enum HashBound : u8 { BoundUpper = 1, BoundLower = 2, BoundExact = 3 };
+
+// Values of depth in a copy that no stored entry has.
+enum : i8 {
+    HashNotFound = -10,         // preset by the caller
+    HashCheckFailed = -98,      // torn write or another position
+    HashMoveFailed = -99,       // the move cannot be played here
+    HashUsable = -9,            // from here up the copy is an entry
+};
+
+struct HashSlot {
+    Shared<u64> word[2];
+};
+static_assert(sizeof(HashSlot) == 16);
+
+extern HashSlot* hash_table;    // hash_slots + 16 slots, null if not allocated
+extern u32 hash_slots;
+extern u64 hash_mask;
+extern HashSlot* hash_low;
+extern HashSlot* hash_high;
+extern f64 hash_fill;           // share of sampled slots written by this search; under info_lock
+
+// The start of the bucket of a key.
+inline HashSlot* hash_bucket(u64 key)
+{
+    const u64 index = key & hash_mask;
+    return (key & 1) ? hash_high - index : hash_low + index;
+}
+
+// Fetches a bucket ahead of its probe. Buckets are not aligned: most lie on two cache lines.
+inline void prefetch_bucket(u64 key)
+{
+    const HashSlot* bucket = hash_bucket(key);
+    __builtin_prefetch(bucket);
+    __builtin_prefetch(bucket + 3);
+}
+
+// Copies the entry of pos to out. out->depth is HashNotFound on return if there is none, or one
+// of the marks above if it cannot be used.
+void probe_hash(Position* pos, HashEntry* out);
+
+// Stores a result of pos at ply; does nothing while hash_mode is 0. alpha and beta are those of
+// the call that gave score.
+void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alpha, i32 beta);
+
+// Frees any old table and allocates hash_mb megabytes; makes the Zobrist keys the first time.
+// Returns 1, or 0 without memory. No worker may be searching.
+i32 alloc_hash();
+
+// Frees the table and sets its size to 0.
+void free_hash();
+
+// Clears the table; with several workers they do it, and the call waits for them.
+void clear_hash();
+
+// Clears worker t's share of the table.
+void clear_hash_share(i32 thread_id);
+
+// clear_hash, if the table is in use and no worker is busy.
+void clear_hash_if_idle();
+
+// Sets hash_fill from a sample of 1000 slots; 0 in tables of less than 3000.
+void estimate_hash_fill();
+
+// Completes line from position index on by following the table, up to index 67, closed by 0.
+// pos is the same afterwards.
+void extend_line_from_hash(Position* pos, i32 index, u16* line);

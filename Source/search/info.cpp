@@ -1,0 +1,131 @@
+// The line of a search result, in its two forms. Built under info_lock, written under
+// output_lock.
+#include "search/info.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "board/notation.h"
+#include "search/hash.h"
+#include "search/search.h"
+#include "search/threads.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+
+static constexpr i32 line_size = 512;
+static constexpr i32 line_moves = 66;           // most moves of a UCI line
+static constexpr i32 hash_fill_depth = 7;       // below it the fill is not sampled
+
+// The score as a table result at the root corrects it.
+static i32 corrected_score(i32 score)
+{
+    switch (search_result.tb_root_result) {
+    case 4:
+        return score > 9898 ? score : ScoreTbWin;
+    case 0:
+        return score < -9899 ? score : -ScoreTbWin;
+    case 2:
+        return ScoreDraw;
+    default:
+        return score;
+    }
+}
+
+// Appends text to a line of line_size bytes, cut at its end.
+static void append(char* line, const char* text)
+{
+    const size_t used = strlen(line);
+    copy_text(line + used, line_size - used, text);
+}
+
+// The two divisions differ on purpose: a mate in one prints as 1, being mated next move as -2.
+static void score_text(i32 score, char* out, size_t size)
+{
+    if (score > ScorePrintsAsMate - 1) {
+        snprintf(out, size, "mate %d", (10000 - score) / 2);
+    } else if (score < -ScorePrintsAsMate) {
+        snprintf(out, size, "mate -%d", (score + 10001) / 2);
+    } else {
+        snprintf(out, size, "cp %d", score);
+    }
+}
+
+// The moves of pv as text, at most count of them, single blanks between; at the console every
+// eighth is followed by a line break.
+static void moves_text(const u16* pv, i32 count, bool console, char* out)
+{
+    out[0] = 0;
+    for (i32 i = 0; i < count && i + 1 < ply_count && pv[i + 1] != NoMove; i++) {
+        char text[8];
+        if (i > 0) {
+            append(out, console && i % 8 == 0 ? "\n                              " : " ");
+        }
+        move_text(pv[i + 1], text);
+        append(out, text);
+    }
+}
+
+static void uci_line(i32 pv_index, i32 depth, i32 score, const u16* pv, char* line)
+{
+    const f64 seconds = load(elapsed);
+    const f64 nodes = static_cast<f64>(total_counters[CountNodes]);
+    char prefix[24] = "";
+    if (load(worker_options.multi_pv) > 1) {
+        snprintf(prefix, sizeof prefix, "multipv %d ", pv_index);
+    }
+    char score_part[24];
+    score_text(score, score_part, sizeof score_part);
+    char moves[line_size];
+    moves_text(pv, line_moves, false, moves);
+    const SearchThread* master = load(workers[0]);
+    snprintf(line, line_size,
+        "info %sdepth %d seldepth %d score %s time %.0f nodes %.0f nps %.0f tbhits %.0f"
+        " hashfull %.0f pv ",
+        prefix, depth, (master != nullptr ? master->seldepth : 0) - 1, score_part,
+        seconds * 1000, nodes, seconds > 0.001 ? nodes / seconds : 0.0,
+        static_cast<f64>(total_counters[CountTbHits]), 1000 * hash_fill);
+    append(line, moves);
+}
+
+static void console_line(i32 thread_id, i32 pv_index, i32 depth, i32 score, const u16* pv,
+    char* line)
+{
+    char moves[line_size];
+    moves_text(pv, load(stop_code) == StopNone ? 8 : 32, true, moves);
+    snprintf(line, line_size, "%02d] %02d%c %5.1f %7.0fK %5d  ", thread_id, depth,
+        pv_index == 0 ? ' ' : '.', load(elapsed),
+        static_cast<f64>(total_counters[CountNodes]) * 0.001, score);
+    append(line, moves);
+    if (thread_id == 0 && pv_index == load(worker_options.multi_pv)) {
+        append(line, "\n");
+    }
+}
+
+void print_info(i32 thread_id, i32 pv_index, i32 depth, i32 score, const u16* pv)
+{
+    lock_spin(&info_lock);
+    collect_stats();
+    hash_fill = 0.0;
+    if (depth >= hash_fill_depth) {
+        estimate_hash_fill();
+    }
+    score = corrected_score(score);
+    char line[line_size];
+    if (load(uci_mode) == 1) {
+        uci_line(pv_index, depth, score, pv, line);
+    } else {
+        console_line(thread_id, pv_index, depth, score, pv, line);
+    }
+    print_line(line);
+    unlock_spin(&info_lock);
+}
+
+void print_final_info(i32 thread_id, i32 pv_index, i32 depth, i32 score, const u16* pv)
+{
+    const f64 threshold = load(noise);
+    if ((load(stop_code) == StopNone && threshold > load(elapsed)) || threshold == silent_noise
+        || depth == 0 || pv[1] == NoMove) {
+        return;
+    }
+    print_info(thread_id, pv_index, depth, score, pv);
+}

@@ -1,0 +1,153 @@
+// Private helpers of the node routines: tests of a move before it is made, and line copies.
+#pragma once
+
+#include "board/moves.h"
+#include "board/tables.h"
+#include "search/hash.h"
+
+// Worth of a piece to the test of a possibly losing move, by type.
+inline constexpr u8 piece_value[8] = { 0, 1, 3, 3, 5, 10, 99, 0 };
+
+// The deepest entry of the margin and count tables.
+inline constexpr i32 last_margin = 11;
+
+// The type that stands on the to-square after the move: the promoted piece, or the moved one.
+inline i32 type_after(Move move, u8 moved)
+{
+    if ((move & PromotionMask) == 0) {
+        return moved & 7;
+    }
+    return move & PromoteQueen ? Queen
+        : move & PromoteKnight ? Knight
+        : move & PromoteBishop ? Bishop
+                               : Rook;
+}
+
+// Whether the move is an en-passant capture.
+inline bool is_en_passant(const Position* pos, const MoveEntry* entry)
+{
+    return to_square(entry->move) == pos->ep_square && (entry->moved & 7) == Pawn;
+}
+
+// Whether a piece of this type and side on square to attacks the enemy king past occ.
+inline bool attacks_king(const Position* pos, i32 side, i32 type, i32 to, u64 occ)
+{
+    const i32 king = pos->king_sq[side ^ 1];
+    switch (type) {
+    case Pawn:
+        return (pawn_attacks[side][to] & bit(king)) != 0;
+    case Knight:
+        return (knight_attacks[to] & bit(king)) != 0;
+    case Bishop:
+        return (bishop_rays[to] & bit(king)) && !(between[to][king] & occ);
+    case Rook:
+        return (rook_rays[to] & bit(king)) && !(between[to][king] & occ);
+    case Queen:
+        return ((bishop_rays[to] | rook_rays[to]) & bit(king)) && !(between[to][king] & occ);
+    default:
+        return (king_attacks[to] & bit(king)) != 0;
+    }
+}
+
+// Whether one of the sliders attacks square past occ.
+inline bool slider_attacks(u64 sliders, i32 square, u64 occ)
+{
+    while (sliders != 0) {
+        if (!(between[pop_lowest(&sliders)][square] & occ)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Whether the move gives check, direct or discovered. vacated is the from-square, with an
+// en-passant victim's square where the caller wants it gone. The enemy king is not in check
+// before the move, so a check can only come from to or through a vacated square.
+inline bool gives_check(const Position* pos, i32 side, const MoveEntry* entry, u64 vacated)
+{
+    const i32 to = to_square(entry->move);
+    const i32 king = pos->king_sq[side ^ 1];
+    const u64 occ = ((pos->bb[White][0] | pos->bb[Black][0]) & ~vacated) | bit(to);
+    if (attacks_king(pos, side, type_after(entry->move, entry->moved), to, occ)) {
+        return true;
+    }
+    const u64* own = pos->bb[side];
+    if ((bishop_rays[king] & vacated)
+        && slider_attacks((own[Bishop] | own[Queen]) & bishop_rays[king] & ~vacated, king, occ)) {
+        return true;
+    }
+    return (rook_rays[king] & vacated)
+        && slider_attacks((own[Rook] | own[Queen]) & rook_rays[king] & ~vacated, king, occ);
+}
+
+// Fetches the hash bucket of the position after the move while its tests run: the miss costs more
+// than they do. Castling, double steps and en passant are left out, so that the guess may be
+// wrong, which does no harm.
+inline void prefetch_child(const Position* pos, const MoveEntry* entry)
+{
+    const i32 to = to_square(entry->move);
+    const u64 key = pos->key ^ zobrist[entry->moved][from_square(entry->move)]
+        ^ zobrist[entry->moved][to] ^ (entry->captured != 0 ? zobrist[entry->captured][to] : 0);
+    prefetch_bucket((key & ~1ULL) | (pos->stm ^ 1ULL));
+}
+
+// Class of a move, by bits: 1 capture, 2 check; 0x30 queen promotion, 0x28 pawn to its seventh
+// rank, 0x20 under-promotion or passed pawn to its fifth or sixth rank. No class bit at all is
+// a quiet move.
+enum MoveFlag : u16 {
+    FlagCapture = 1,
+    FlagCheck = 2,
+    FlagQueenPromotion = 0x30,
+    FlagSeventhRank = 0x28,
+    FlagPawnOther = 0x20,
+    FlagClasses = 63,
+};
+
+inline u16 pawn_class(const Position* pos, i32 side, Move move)
+{
+    if (move & PromotionMask) {
+        return move & PromoteQueen ? FlagQueenPromotion : FlagPawnOther;
+    }
+    const i32 to = to_square(move);
+    const i32 rank = side == White ? to >> 3 : 7 - (to >> 3);
+    if (rank == 6) {
+        return FlagSeventhRank;
+    }
+    const bool far = rank == 4 || rank == 5;
+    return far && !(passed_mask[side][to] & pos->bb[side ^ 1][Pawn]) ? FlagPawnOther : 0;
+}
+
+// The class of a pseudo-legal move of side. An en-passant victim still blocks in the check test.
+inline u16 class_of_move(const Position* pos, i32 side, const MoveEntry* entry)
+{
+    u16 flags = 0;
+    if (entry->captured != 0 || is_en_passant(pos, entry)) {
+        flags |= FlagCapture;
+    }
+    if ((entry->moved & 7) == Pawn) {
+        flags |= pawn_class(pos, side, entry->move);
+    }
+    if (gives_check(pos, side, entry, bit(from_square(entry->move)))) {
+        flags |= FlagCheck;
+    }
+    return flags;
+}
+
+// Whether the move loses material by the exchange test; cheap for moves that cannot.
+inline bool loses(const Position* pos, const MoveEntry* entry)
+{
+    return piece_value[entry->moved & 7] > piece_value[entry->captured & 7]
+        && !is_en_passant(pos, entry)
+        && swapoff(pos, pos->stm, from_square(entry->move), to_square(entry->move)) < -70;
+}
+
+// Copies a child's line behind the move at ply, its closing 0 included.
+inline void copy_line(u16* pv, const u16* child_pv, i32 ply)
+{
+    for (i32 i = ply + 1; i < ply_count; i++) {
+        pv[i] = child_pv[i];
+        if (child_pv[i] == NoMove) {
+            break;
+        }
+    }
+}

@@ -1,0 +1,136 @@
+// Working tables of the pruning rules. They are rebuilt between searches only; the workers read
+// them without a lock.
+#include "search/params.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "shell/engine_options.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+
+i16 BP_margin;
+i16 FP_depth, SEP_depth, NMP_depth, ProbCut_depth, LMP_depth, LMR_depth;
+i16 ProbCut_reduction, ProbCut_margin;
+i16 fp_margin[12], sep_margin[12], lmp_count[12];
+u8 lmr_pv[32][32], lmr_nonpv[32][32];
+u32 strength_level;
+Shared<u8> nps_limited;
+
+static constexpr i32 margin_entries = 12;
+
+// The form of one reduction table: scale * (factor * ln(depth) * ln(moves) + offset), at most
+// depth - room and within 0 to limit.
+struct ReductionRule {
+    f64 factor;
+    f64 offset;
+    f64 limit;
+    i32 room;
+};
+static constexpr ReductionRule pv_rule = { 0.44, -0.6, 4.0, 2 };
+static constexpr ReductionRule nonpv_rule = { 0.46, 0.6, 5.0, 1 };
+
+static void fill_reductions(u8 table[32][32], const ReductionRule* rule, f64 scale)
+{
+    for (i32 d = 0; d < 32; d++) {
+        for (i32 m = 0; m < 32; m++) {
+            table[d][m] = 0;
+            if (d > 2 && m > 0) {
+                f64 x = scale * (rule->factor * std::log(d) * std::log(m) + rule->offset);
+                x = std::min(x, static_cast<f64>(d - rule->room));
+                table[d][m] = static_cast<u8>(std::round(std::clamp(x, 0.0, rule->limit)));
+            }
+        }
+    }
+}
+
+// How often nodes are searched shallower under a strength limit: 0 without one, at most 150,
+// the more the slower the engine is set.
+static u32 level_of_limit()
+{
+    if (engine_options.elo < 1 || engine_options.elo > 2199) {
+        return 0;
+    }
+    const f64 level = std::trunc(3000.0 / (load(target_nps) + 1.0));
+    return static_cast<u32>(std::clamp(level, 0.0, 150.0));
+}
+
+// Margins wrap in 16 bits like the options they come from.
+static void fill_margins(const SearchParams* params)
+{
+    for (i32 d = 0; d < margin_entries; d++) {
+        fp_margin[d] = static_cast<i16>(50 + params->FP_margin * d);
+        sep_margin[d] = static_cast<i16>(params->SEP_margin * d);
+        lmp_count[d] = static_cast<i16>(1 + params->LMP_count * d);
+    }
+}
+
+void set_search_params()
+{
+    const SearchParams* params = &engine_options.search;
+    const i32 selectivity = engine_options.selectivity;
+    strength_level = level_of_limit();
+    store(nps_limited, calibration_nps - 20 > load(target_nps));
+    fill_margins(params);
+    FP_depth = params->FP_depth;
+    SEP_depth = params->SEP_depth;
+    NMP_depth = params->NMP_depth;
+    ProbCut_depth = params->ProbCut_depth;
+    LMP_depth = params->LMP_depth;
+    LMR_depth = params->LMR_depth;
+    ProbCut_reduction = params->ProbCut_reduction;
+    ProbCut_margin = params->ProbCut_margin;
+    BP_margin = 15;
+    if (selectivity < 100) {
+        BP_margin = static_cast<i16>(15 + ((100 - selectivity) >> 1));
+    }
+    if (selectivity == 0) {
+        ProbCut_depth = LMR_depth = NMP_depth = 100;
+        LMP_depth = SEP_depth = FP_depth = 0;
+        BP_margin = 5000;
+    }
+    const f64 scale = selectivity * 0.01;
+    fill_reductions(lmr_pv, &pv_rule, scale);
+    fill_reductions(lmr_nonpv, &nonpv_rule, scale);
+}
+
+// Prints a depth and the table entries from 1 up to it as one line. format takes the depth.
+static void print_margins(const char* label, i32 depth, const char* what, const i16* table)
+{
+    char line[256];
+    int used = snprintf(line, sizeof line, "%s= %d, %s=", label, depth, what);
+    for (i32 d = 1; d <= std::min(depth, margin_entries - 1); d++) {
+        used += snprintf(line + used, sizeof line - static_cast<size_t>(used), " %d", table[d]);
+    }
+    print_plain("%s\n", line);
+}
+
+static void print_reductions(const u8 table[32][32])
+{
+    for (i32 d = 1; d < 32; d++) {
+        char line[128];
+        int used = snprintf(line, sizeof line, "%2d  ", d);
+        for (i32 m = 0; m < 32; m++) {
+            used += snprintf(line + used, sizeof line - static_cast<size_t>(used), "%d ",
+                table[d][m]);
+        }
+        print_plain("%s\n", line);
+    }
+}
+
+void print_search_params()
+{
+    print_plain("BP_margin= %d\n", BP_margin);
+    print_margins("FP_depth", FP_depth, "margins", fp_margin);
+    print_margins("SEP_depth", SEP_depth, "margins", sep_margin);
+    print_plain("PC: depth= %d, Red= %d, Margin= %d\n", ProbCut_depth, ProbCut_reduction,
+        ProbCut_margin);
+    print_plain("NMP_depth= %d\n", NMP_depth);
+    print_margins("LMP_depth", LMP_depth, "count", lmp_count);
+    print_plain("LMR_depth= %d\n", LMR_depth);
+    print_plain("LMR table:\n");
+    print_reductions(lmr_pv);
+    print_plain("\n\n");
+    print_reductions(lmr_nonpv);
+}

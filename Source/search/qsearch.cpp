@@ -1,0 +1,108 @@
+// The move loop of quiescence nodes: stand pat, captures, and checks at depth 0. Children go
+// through search, which counts them, tests draws and answers checks.
+#include <algorithm>
+
+#include "search/node.h"
+#include "search/search.h"
+#include "shell/run_state.h"
+
+// What a capture promises, and what it takes off phase_mtl, by captured type.
+static constexpr i32 delta_value[8] = { 0, 100, 335, 335, 535, 1035, 10000, 0 };
+static constexpr i32 phase_value[8] = { 0, 0, 3, 3, 5, 10, 99, 0 };
+
+static constexpr struct {
+    i32 check_gain = 20000;
+    i32 last_piece_gain = 5000;         // leaves the opponent without pawns and mating material
+    i32 far_pawn_gain = 1500;           // a pawn reaches its seventh or eighth rank
+    i32 margin = 150;                   // of the delta test
+    i32 margin_dropped_in = 450;        // for nodes that come here at a positive depth
+    i32 recapture_depth = -3;           // below it only recaptures go on
+} qsearch_rule;
+
+// What a move can gain at best, for the delta test.
+static i32 promised_gain(const Position* pos, i32 side, const MoveEntry* entry)
+{
+    const i32 to = to_square(entry->move);
+    u64 vacated = bit(from_square(entry->move));
+    if (is_en_passant(pos, entry)) {
+        vacated |= bit(to - pawn_step[side]);
+    }
+    if (gives_check(pos, side, entry, vacated)) {
+        return qsearch_rule.check_gain;
+    }
+    const i32 captured = entry->captured & 7;
+    if (captured != NoPiece) {
+        i32 pawns = static_cast<i32>(pos->piece_count[side ^ 1] & 15);
+        i32 material = pos->phase_mtl[side ^ 1];
+        if (captured == Pawn) {
+            pawns--;
+        } else {
+            material -= phase_value[captured];
+        }
+        if (pawns == 0 && material < 4) {
+            return qsearch_rule.last_piece_gain;
+        }
+    }
+    const i32 rank = side == White ? to >> 3 : 7 - (to >> 3);
+    if ((entry->moved & 7) == Pawn && rank >= 6) {
+        return qsearch_rule.far_pawn_gain;
+    }
+    return delta_value[captured];
+}
+
+i32 qsearch(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type,
+    u16* pv)
+{
+    SearchThread* thread = pos->thread;
+    PlyRecord* rec = &thread->ply_rec[ply];
+    const i32 eval = rec->eval;
+    if (eval >= beta) {
+        return beta;
+    }
+    rec->moves_searched = 0;
+    const i32 alpha0 = std::max(eval, alpha);
+    i32 best = alpha0;
+    Move best_move = NoMove;
+    const i32 margin = depth < 1 ? qsearch_rule.margin : qsearch_rule.margin_dropped_in;
+    rec->stage = depth >= 0 ? GenChecks | UnreadStageFlag : UnreadStageFlag;
+    u16 child_pv[ply_count];
+
+    while (MoveEntry* entry = next_move(pos)) {
+        rec->list_cursor = entry;
+        const Move move = entry->move;
+        if (depth < qsearch_rule.recapture_depth
+            && to_square(move) != to_square(thread->last_move)) {
+            continue;
+        }
+        if (promised_gain(pos, static_cast<i32>(side), entry) + eval <= best - margin
+            || loses(pos, entry)) {
+            continue;
+        }
+        // Last, so that illegal moves cost no more than the filters.
+        if (move == NoMove || !is_legal_move(pos, static_cast<i32>(side), move)) {
+            continue;
+        }
+        make_move(pos, move);
+        const i32 s = -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -best, -node_type, child_pv);
+        unmake_move(pos);
+        if (load(stop_code) != StopNone) {
+            return 0;
+        }
+        rec->moves_searched++;
+        if (s <= best) {
+            continue;
+        }
+        pv[ply] = best_move = move;
+        pv[ply + 1] = NoMove;
+        best = s;
+        if (s >= beta) {
+            break;
+        }
+        copy_line(pv, child_pv, ply);
+    }
+    // Only a fail high is worth a slot.
+    if (depth >= 0 && best >= beta) {
+        store_hash(pos, ply, depth, best_move, best, alpha0, beta);
+    }
+    return best;
+}

@@ -1,0 +1,50 @@
+// The search trace. One file and one set of notes serve all threads, behind a lock of their
+// own; the tree is readable for a search on one thread.
+#include "search/trace.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "board/notation.h"
+#include "board/position.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+
+static SpinLock trace_lock;
+static FILE* trace_file;
+static i32 noted_ply;
+static i32 noted_depth;
+
+static void write_move(const SearchThread* thread, Move move)
+{
+    const i32 depth = load(thread->depth);
+    if (depth > noted_depth) {
+        fprintf(trace_file, "\n\nSEARCH DEPTH= %d\n", depth);
+    }
+    if (thread->ply <= noted_ply) {
+        fputc('\n', trace_file);
+        for (i32 i = 1; i < thread->ply; i++) {
+            fputs("         ", trace_file);
+        }
+    }
+    char text[8];
+    fprintf(trace_file, "(%2d)%s ", thread->ply_rec[thread->ply].depth,
+        move_text_or_null(move, text));
+    noted_ply = thread->ply;
+    noted_depth = depth;
+}
+
+void trace_move(Position* pos, Move move)
+{
+    lock_spin(&trace_lock);
+    if (trace_file == nullptr) {
+        trace_file = fopen("trace.txt", "w");
+        if (trace_file == nullptr) {
+            exit(0);
+        }
+    }
+    if (pos->thread->ply <= load(trace_level)) {
+        write_move(pos->thread, move);
+    }
+    unlock_spin(&trace_lock);
+}

@@ -1,0 +1,77 @@
+// Bytes of standard input on their way to whole lines. A chess program may send half a line and
+// the rest a second later; the clock must not stand still meanwhile, so nothing here waits unless
+// told to.
+#include "shell/input.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
+#include <unistd.h>
+
+static constexpr i32 buffer_size = 16384;
+static_assert(buffer_size > longest_input);
+
+static char buffer[buffer_size];
+static i32 buffered;                    // bytes at the head of buffer
+static bool at_end;                     // no more bytes will come
+
+// Reads what has arrived, if there is room.
+static void fill_buffer(bool wait)
+{
+    if (at_end || buffered == buffer_size) {
+        return;
+    }
+    pollfd readable = { STDIN_FILENO, POLLIN, 0 };
+    if (poll(&readable, 1, wait ? -1 : 0) <= 0) {
+        return;
+    }
+    const ssize_t count
+        = read(STDIN_FILENO, buffer + buffered, static_cast<size_t>(buffer_size - buffered));
+    if (count > 0) {
+        buffered += static_cast<i32>(count);
+    } else if (count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
+        at_end = true;
+    }
+}
+
+// The length of the next line, at most limit, or 0 if it has not arrived as a whole.
+static i32 line_length(i32 limit)
+{
+    const i32 looked_at = std::min(buffered, limit);
+    const void* feed = memchr(buffer, '\n', static_cast<size_t>(looked_at));
+    if (feed != nullptr) {
+        return static_cast<i32>(static_cast<const char*>(feed) - buffer) + 1;
+    }
+    return looked_at == limit || at_end ? looked_at : 0;
+}
+
+i32 read_input(char* out, i32 size, bool wait)
+{
+    const i32 limit = std::min(size - 1, longest_input);
+    i32 length = line_length(limit);
+    if (length == 0) {
+        fill_buffer(wait);
+        length = line_length(limit);
+    }
+    while (wait && length == 0 && !at_end) {
+        fill_buffer(true);
+        length = line_length(limit);
+    }
+    memcpy(out, buffer, static_cast<size_t>(length));
+    out[length] = '\0';
+    buffered -= length;
+    memmove(buffer, buffer + length, static_cast<size_t>(buffered));
+    return length;
+}
+
+bool input_is_over()
+{
+    return at_end && buffered == 0;
+}
+
+void reset_input()
+{
+    buffered = 0;
+    at_end = false;
+}

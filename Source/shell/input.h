@@ -1,0 +1,18 @@
+// Standard input, read without ever blocking on half a line.
+#pragma once
+
+#include "board/types.h"
+
+inline constexpr i32 longest_input = 4999;      // characters of an input line; the rest is another
+
+// Does what fgets would do with a buffer of size bytes (at most longest_input + 1), but returns at
+// once when no whole line has arrived: the next line with its line feed, or size - 1 characters
+// of a longer one, or what stands before the end of input. out is closed by NUL. Returns the
+// number of characters, 0 for nothing. wait blocks until there is a line or the end of input.
+i32 read_input(char* out, i32 size, bool wait);
+
+// Whether the end of input has been reached and all of it was handed out.
+bool input_is_over();
+
+// Forgets all input that was read and starts anew (for tests, which change standard input).
+void reset_input();

@@ -1,0 +1,351 @@
+// The user's options by name: one table with a row per option, in the order of announcement.
+// Whatever way a setting comes, from the dialogue or from the configuration file, it goes through
+// set_option, which keeps it inside its range and tells the user what it has become.
+#include "shell/options.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "fathom/tbcore.h"
+#include "search/hash.h"
+#include "search/threads.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+#include "shell/text_values.h"
+#include "shell/think_loop.h"
+
+static constexpr i32 lowest_scale = 20;         // per cent
+static constexpr i32 highest_scale = 200;
+static constexpr i32 name_size = 101;           // a line's name and value, with their NUL
+static constexpr i32 value_size = 201;
+static constexpr i32 config_line_size = 255;
+static constexpr size_t shortest_config_line = 4;
+static constexpr i32 deepest_config_file = 8;   // files that name each other end here
+
+enum OptionKind { TextOption, SpinOption, CheckOption, ButtonOption, LogOption, ScaleOption };
+
+// The default of announcement and the ranges are those of spin options.
+struct OptionRow {
+    const char* name;
+    OptionKind kind;
+    i16 EngineOptions::*number;
+    char (EngineOptions::*text)[file_option_size];
+    WeightScale EngineOptions::*scale;
+    i32 announced_min;
+    i32 announced_max;                  // machine_elo: the estimate of this machine
+    i32 lowest;
+    i32 highest;
+    void (*apply)();                    // what the new value calls for, or null
+};
+
+static constexpr i32 machine_elo = -1;
+
+static constexpr OptionRow text_row(const char* name, char (EngineOptions::*text)[file_option_size],
+    void (*apply)() = nullptr)
+{
+    return { name, TextOption, nullptr, text, nullptr, 0, 0, 0, 0, apply };
+}
+
+static constexpr OptionRow spin_row(const char* name, i16 EngineOptions::*number, i32 lowest,
+    i32 highest, void (*apply)() = nullptr)
+{
+    return { name, SpinOption, number, nullptr, nullptr, lowest, highest, lowest, highest, apply };
+}
+
+static constexpr OptionRow check_row(const char* name, OptionKind kind, i16 EngineOptions::*number)
+{
+    return { name, kind, number, nullptr, nullptr, 0, 0, 0, 0, nullptr };
+}
+
+static constexpr OptionRow scale_row(const char* name, WeightScale EngineOptions::*scale)
+{
+    return { name, ScaleOption, nullptr, nullptr, scale, 0, 0, 0, 0, nullptr };
+}
+
+static void load_named_config()
+{
+    load_config_file();
+}
+
+// A running search uses the table, so it ends first.
+static void resize_hash()
+{
+    if (engine_options.hash == hash_mb) {
+        return;
+    }
+    end_search_silently();
+    hash_mb = engine_options.hash;
+    if (!alloc_hash()) {
+        exit(-1);
+    }
+}
+
+// Ending the workers leaves a stop code of its own behind; the result of a search that is over
+// but not reported yet must not get lost by it.
+static void restart_workers()
+{
+    if (engine_options.threads == num_threads) {
+        return;
+    }
+    end_search_silently();
+    const u8 stop = load(stop_code);
+    destroy_workers(num_threads);
+    num_threads = engine_options.threads;
+    if (create_workers(num_threads) != 0) {
+        print_line("error!");
+        exit(-1);
+    }
+    store(stop_code, stop);
+}
+
+static void register_tables()
+{
+    end_search_silently();
+    tb_init(engine_options.syzygy_path);
+}
+
+static constexpr OptionRow option_rows[] = {
+    text_row("ConfigFilePath", &EngineOptions::config_file_path, load_named_config),
+    spin_row("Hash", &EngineOptions::hash, 0, 16384, resize_hash),
+    { "Threads", SpinOption, &EngineOptions::threads, nullptr, nullptr, 1, max_workers, 0,
+        max_workers, restart_workers },
+    check_row("Clear_Hash", ButtonOption, nullptr),
+    check_row("OwnBook", CheckOption, &EngineOptions::own_book),
+    text_row("OwnBook_File", &EngineOptions::own_book_file),
+    spin_row("OwnBook_Depth", &EngineOptions::own_book_depth, 0, 60),
+    text_row("OwnBook2_File", &EngineOptions::own_book2_file),
+    spin_row("OwnBook2_Depth", &EngineOptions::own_book2_depth, 0, 60),
+    spin_row("OwnBook_Variety", &EngineOptions::own_book_variety, 0, 100),
+    text_row("SyzygyPath", &EngineOptions::syzygy_path, register_tables),
+    spin_row("SyzygyProbeDepth5", &EngineOptions::syzygy_probe_depth5, -5, 100),
+    spin_row("SyzygyProbeDepth6", &EngineOptions::syzygy_probe_depth6, -5, 100),
+    check_row("Log", LogOption, &EngineOptions::log),
+    check_row("Ponder", CheckOption, &EngineOptions::ponder),
+    spin_row("MultiPV", &EngineOptions::multi_pv, 1, 255),
+    spin_row("MoveOverhead", &EngineOptions::move_overhead, 0, 5000),
+    check_row("UCI_LimitStrength", CheckOption, &EngineOptions::limit_strength),
+    { "UCI_Elo", SpinOption, &EngineOptions::elo, nullptr, nullptr, 1500, machine_elo, 1500, 3300,
+        nullptr },
+    spin_row("Contempt", &EngineOptions::contempt, -150, 150),
+    spin_row("Selectivity", &EngineOptions::selectivity, 0, 200),
+    scale_row("Mtl_Pawn", &EngineOptions::Mtl_Pawn),
+    scale_row("Mtl_Knight", &EngineOptions::Mtl_Knight),
+    scale_row("Mtl_Bishop", &EngineOptions::Mtl_Bishop),
+    scale_row("Mtl_Rook", &EngineOptions::Mtl_Rook),
+    scale_row("Mtl_Queen", &EngineOptions::Mtl_Queen),
+    scale_row("Activity_Knight", &EngineOptions::Activity_Knight),
+    scale_row("Activity_Bishop", &EngineOptions::Activity_Bishop),
+    scale_row("Activity_Rook", &EngineOptions::Activity_Rook),
+    scale_row("Activity_Queen", &EngineOptions::Activity_Queen),
+    scale_row("Pawn_Structure", &EngineOptions::Pawn_Structure),
+    scale_row("Passed_Pawns", &EngineOptions::Passed_Pawns),
+    scale_row("King_Safety", &EngineOptions::King_Safety),
+    scale_row("Threats", &EngineOptions::Threats),
+};
+
+// ---- Setting
+
+static i32 set_spin_option(const char* name, const char* text, i32 lowest, i32 highest)
+{
+    const i32 value = std::clamp(read_i32(text), lowest, highest);
+    print_line_format("info string %s set to %d", name, value);
+    return value;
+}
+
+// The number at the start of text, in the range of a scale.
+static i16 scale_value(const char* text)
+{
+    return static_cast<i16>(std::clamp(read_i32(text), lowest_scale, highest_scale));
+}
+
+static i16 clamped_scale(i16 value)
+{
+    return std::clamp(value, static_cast<i16>(lowest_scale), static_cast<i16>(highest_scale));
+}
+
+// Reads "first,second"; a part that is missing leaves its number as it was.
+static void set_weight_pair(i16* field, const char* name, const char* text)
+{
+    const char* comma = strchr(text, ',');
+    if (*text != '\0' && comma != text) {
+        field[0] = scale_value(text);
+    }
+    const char* second = comma != nullptr ? skip_blanks(comma + 1) : "";
+    if (*second != '\0' && *second != '\n') {
+        field[1] = scale_value(second);
+    }
+    field[0] = clamped_scale(field[0]);
+    field[1] = clamped_scale(field[1]);
+    print_line_format("info string %s set to %d,%d", name, field[0], field[1]);
+}
+
+// Switches the log on or off. The file stays open when it is switched off, and a later switch on
+// goes on writing to it.
+static void set_log(bool on)
+{
+    print_line_format("info string Log set to %d", on ? 1 : 0);
+    engine_options.log = on ? 1 : 0;
+    if (on && !open_log()) {
+        print_line("log file in use.");
+        engine_options.log = 0;
+    }
+}
+
+static void set_row(const OptionRow& row, const char* value)
+{
+    const bool is_true = strstr(value, "true") != nullptr;
+    switch (row.kind) {
+    case TextOption:
+        copy_text(engine_options.*row.text, file_option_size, value);
+        print_line_format("info string %s set to '%s'", row.name, engine_options.*row.text);
+        break;
+    case SpinOption:
+        engine_options.*row.number
+            = static_cast<i16>(set_spin_option(row.name, value, row.lowest, row.highest));
+        break;
+    case CheckOption:
+        print_line_format("info string %s set to %d", row.name, is_true ? 1 : 0);
+        engine_options.*row.number = is_true ? 1 : 0;
+        break;
+    case ButtonOption:
+        clear_hash_if_idle();
+        print_line("info string Hash table cleared");
+        break;
+    case LogOption:
+        set_log(is_true);
+        break;
+    case ScaleOption:
+        set_weight_pair(engine_options.*row.scale, row.name, value);
+        break;
+    }
+    publish_options();
+    if (row.apply != nullptr) {
+        row.apply();
+    }
+}
+
+void set_option(const char* name, char* value)
+{
+    for (const OptionRow& row : option_rows) {
+        if (strcmp(name, row.name) == 0) {
+            set_row(row, value);
+            return;
+        }
+    }
+}
+
+// ---- Announcing
+
+static void announce_spin(const OptionRow& row)
+{
+    i32 highest = row.announced_max;
+    if (highest == machine_elo) {
+        highest = narrow_to_i16(estimated_elo);
+        if (saved_options.*row.number == 0) {
+            saved_options.*row.number = static_cast<i16>(highest);
+        }
+    }
+    print_line_format("option name %s type spin default %d min %d max %d", row.name,
+        saved_options.*row.number, row.announced_min, highest);
+}
+
+void announce_options()
+{
+    for (const OptionRow& row : option_rows) {
+        switch (row.kind) {
+        case TextOption:
+            print_line_format("option name %s type string default %s", row.name,
+                saved_options.*row.text);
+            break;
+        case SpinOption:
+            announce_spin(row);
+            break;
+        case CheckOption:
+        case LogOption:
+            print_line_format("option name %s type check default %s", row.name,
+                saved_options.*row.number != 0 ? "true" : "false");
+            break;
+        case ButtonOption:
+            print_line_format("option name %s type button", row.name);
+            break;
+        case ScaleOption:
+            print_line_format("option name %s type string default %d,%d", row.name,
+                (saved_options.*row.scale)[0], (saved_options.*row.scale)[1]);
+            break;
+        }
+    }
+}
+
+// ---- The configuration file
+
+// Opens a regular file for reading: a pipe or a device would hold up the main thread, or never end.
+static FILE* open_config(const char* path)
+{
+    const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    struct stat status;
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(descriptor);
+        return nullptr;
+    }
+    FILE* file = fdopen(descriptor, "r");
+    if (file == nullptr) {
+        close(descriptor);
+    }
+    return file;
+}
+
+// One line of the file, "name = value # comment"; line is changed.
+static void read_config_line(char* line)
+{
+    const size_t length = strlen(line);
+    if (length < shortest_config_line) {
+        return;
+    }
+    line[length - 1] = '\0';
+    line[strcspn(line, "#")] = '\0';
+    char* equals = strchr(line, '=');
+    if (equals == nullptr) {
+        return;
+    }
+    char* name_end = equals;
+    while (name_end > line && name_end[-1] == ' ') {
+        name_end--;
+    }
+    *name_end = '\0';
+
+    char name[name_size];
+    char value[value_size];
+    copy_text(name, sizeof name, line);
+    copy_text(value, sizeof value, skip_blanks(equals + 1));
+    set_option(name, value);
+}
+
+i32 load_config_file()
+{
+    static i32 open_files = 0;
+    FILE* file = open_files < deepest_config_file ? open_config(engine_options.config_file_path)
+                                                  : nullptr;
+    if (file == nullptr) {
+        return 0;
+    }
+    open_files++;
+    print_line_format("info string loading parameters from %s", engine_options.config_file_path);
+    char line[config_line_size];
+    while (fgets(line, sizeof line, file) != nullptr) {
+        read_config_line(line);
+    }
+    fclose(file);
+    open_files--;
+
+    engine_options.params_changed = 1;
+    saved_options = engine_options;
+    publish_options();
+    return 1;
+}

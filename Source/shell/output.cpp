@@ -1,0 +1,183 @@
+// Whole lines to standard output and to the log. A line is put together with its line feed first
+// and leaves in one write, so that lines of different threads never mix and a reader never sees
+// half a line; a slow reader is waited for under output_lock.
+#include "shell/output.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <ctime>
+#include <poll.h>
+#include <sched.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include "shell/run_state.h"
+
+static constexpr size_t line_buffer_size = 8192;    // longer lines are written from where they stand
+static constexpr i32 spins_before_yield = 300;
+static constexpr i32 yields_before_sleep = 50;
+static constexpr i64 lock_sleep_nanoseconds = 100000;
+static constexpr char log_name[] = "vesk.log";
+
+constinit SpinLock output_lock { false };
+constinit FILE* log_file = nullptr;
+
+void lock_spin(SpinLock* lock)
+{
+    for (i32 tries = 0; lock->taken.exchange(true, std::memory_order_acquire); ++tries) {
+        if (tries < spins_before_yield) {
+#if defined(__x86_64__)
+            __builtin_ia32_pause();
+#endif
+        } else if (tries < spins_before_yield + yields_before_sleep) {
+            sched_yield();
+        } else {
+            const timespec pause = { 0, lock_sleep_nanoseconds };
+            nanosleep(&pause, nullptr);
+        }
+    }
+}
+
+void unlock_spin(SpinLock* lock)
+{
+    lock->taken.store(false, std::memory_order_release);
+}
+
+// Writes all of two pieces to standard output, the first call with both of them, however slow the
+// reader is. A reader that is gone or a descriptor that cannot be written ends the attempt.
+static void write_pieces(const char* text, size_t text_size, const char* tail, size_t tail_size)
+{
+    while (text_size + tail_size > 0) {
+        const iovec pieces[2] = {
+            { const_cast<char*>(text), text_size },
+            { const_cast<char*>(tail), tail_size },
+        };
+        const ssize_t count = tail_size == 0 ? write(STDOUT_FILENO, text, text_size)
+                                             : writev(STDOUT_FILENO, pieces, 2);
+        if (count < 0) {
+            if (errno == EAGAIN || errno == EWOULDBLOCK) {
+                pollfd writable = { STDOUT_FILENO, POLLOUT, 0 };
+                poll(&writable, 1, -1);
+            } else if (errno != EINTR) {
+                return;
+            }
+            continue;
+        }
+        const size_t written = static_cast<size_t>(count);
+        const size_t of_text = written < text_size ? written : text_size;
+        text += of_text;
+        text_size -= of_text;
+        tail += written - of_text;
+        tail_size -= written - of_text;
+    }
+}
+
+static bool log_is_on()
+{
+    return load(worker_options.log) != 0;
+}
+
+// Writes a line to the log if one is open; the caller holds output_lock.
+static void write_log_line(const char* text, size_t size)
+{
+    if (log_file == nullptr) {
+        return;
+    }
+    fwrite(text, 1, size, log_file);
+    fputc('\n', log_file);
+    fflush(log_file);
+}
+
+void print_line(const char* text)
+{
+    const size_t size = strlen(text);
+    char line[line_buffer_size];
+    const bool fits = size < sizeof line;
+    if (fits) {
+        memcpy(line, text, size);
+        line[size] = '\n';
+    }
+
+    lock_spin(&output_lock);
+    if (fits) {
+        write_pieces(line, size + 1, nullptr, 0);
+    } else {
+        write_pieces(text, size, "\n", 1);
+    }
+    if (log_is_on()) {
+        write_log_line(text, size);
+    }
+    unlock_spin(&output_lock);
+}
+
+void print_line_format(const char* format, ...)
+{
+    char text[line_buffer_size];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    print_line(text);
+}
+
+void print_plain(const char* format, ...)
+{
+    char text[line_buffer_size];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+
+    lock_spin(&output_lock);
+    write_pieces(text, strlen(text), nullptr, 0);
+    unlock_spin(&output_lock);
+}
+
+void log_line(const char* format, ...)
+{
+    if (!log_is_on()) {
+        return;
+    }
+    char text[line_buffer_size];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+
+    lock_spin(&output_lock);
+    write_log_line(text, strlen(text));
+    unlock_spin(&output_lock);
+}
+
+void copy_text(char* dst, size_t size, const char* src)
+{
+    const size_t count = strnlen(src, size - 1);
+    memmove(dst, src, count);
+    dst[count] = '\0';
+}
+
+i32 open_log()
+{
+    if (log_file != nullptr) {
+        return 1;
+    }
+    if (access(log_name, F_OK) == 0 && unlink(log_name) != 0) {
+        return 0;
+    }
+    FILE* file = fopen(log_name, "we");
+    lock_spin(&output_lock);
+    log_file = file;
+    unlock_spin(&output_lock);
+    return file != nullptr;
+}
+
+void close_log()
+{
+    lock_spin(&output_lock);
+    if (log_file != nullptr) {
+        fclose(log_file);
+        log_file = nullptr;
+    }
+    unlock_spin(&output_lock);
+}

@@ -1,0 +1,71 @@
+// Reading numbers and words out of the user's text without leaving it. Numbers are read as far as
+// they go, a text without digits gives 0, and what a type cannot hold becomes its nearest value.
+#pragma once
+
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "board/types.h"
+
+// The decimal number at the start of text, saturated.
+inline i64 read_integer(const char* text)
+{
+    return strtoll(text, nullptr, 10);
+}
+
+// The same for an i32.
+inline i32 read_i32(const char* text)
+{
+    const i64 value = read_integer(text);
+    if (value > std::numeric_limits<i32>::max()) {
+        return std::numeric_limits<i32>::max();
+    }
+    if (value < std::numeric_limits<i32>::min()) {
+        return std::numeric_limits<i32>::min();
+    }
+    return static_cast<i32>(value);
+}
+
+// The real number at the start of text.
+inline f64 read_real(const char* text)
+{
+    return strtod(text, nullptr);
+}
+
+// value truncated towards zero and saturated; not a number gives 0.
+inline i16 narrow_to_i16(f64 value)
+{
+    if (value >= std::numeric_limits<i16>::max()) {
+        return std::numeric_limits<i16>::max();
+    }
+    if (value <= std::numeric_limits<i16>::min()) {
+        return std::numeric_limits<i16>::min();
+    }
+    return value == value ? static_cast<i16>(value) : static_cast<i16>(0);
+}
+
+inline constexpr i32 deepest_limit = 66;        // greatest depth that can be asked for
+
+// A depth as it was typed: its low byte counts, as a signed number, and no depth is above
+// deepest_limit. 300 is thus a limit of 44.
+inline i8 read_depth_limit(const char* text)
+{
+    const i8 depth = static_cast<i8>(read_integer(text));
+    return depth > deepest_limit ? static_cast<i8>(deepest_limit) : depth;
+}
+
+// The text offset characters behind start, or its end if it is shorter.
+inline const char* text_behind(const char* start, size_t offset)
+{
+    return start + strnlen(start, offset);
+}
+
+// text behind its leading blanks. Only the blank character counts.
+inline const char* skip_blanks(const char* text)
+{
+    while (*text == ' ') {
+        text++;
+    }
+    return text;
+}

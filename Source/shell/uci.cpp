@@ -1,0 +1,353 @@
+// The words of the UCI dialogue. Nothing is ever refused: what is not understood does nothing, and
+// what is missing is simply not applied. A command acts on the console's records at once; a
+// running search works on its own copies.
+#include "shell/uci.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <sched.h>
+
+#include "board/moves.h"
+#include "board/notation.h"
+#include "search/hash.h"
+#include "search/params.h"
+#include "search/threads.h"
+#include "shell/options.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+#include "shell/text_values.h"
+#include "shell/think_loop.h"
+
+static constexpr i32 word_size = 128;
+static constexpr i32 name_size = 101;           // an option's name and value, with their NUL
+static constexpr i32 value_size = 201;
+static constexpr size_t move_text_length = 4;   // a shorter word is no move
+static constexpr f64 unlimited_seconds = 10000000.0;
+static constexpr f64 new_game_seconds = 60.0;
+static constexpr i32 moves_per_control = 40;    // any value above 1: the real count is moves_to_go
+static constexpr f64 seconds_per_millisecond = 0.001;
+static constexpr i32 yields_before_sleep = 1000;
+static constexpr i32 short_sleep_microseconds = 50;
+
+// Waits for the workers with the shortest delay that does not take their processor.
+static void spin_for_workers()
+{
+    for (i32 looks = 0; busy_workers() != 0; looks++) {
+        if (looks < yields_before_sleep) {
+            sched_yield();
+        } else {
+            sleep_microseconds(short_sleep_microseconds);
+        }
+    }
+}
+
+static void identify(char*)
+{
+    store(uci_mode, 1);
+    print_line_format("id name %s", version_string);
+    print_line("id author Brin Tolvey");
+    announce_options();
+    print_line("uciok");
+}
+
+static void confirm_ready(char*)
+{
+    print_line("readyok");
+}
+
+static void log_commands(char*)
+{
+    log_cmd = 1;
+}
+
+static void show_params(char*)
+{
+    print_search_params();
+}
+
+// ---- setoption
+
+static void apply_option(char* args)
+{
+    char name[name_size] = "";
+    char value[value_size] = "";
+    const char* name_word = strstr(args, "name");
+    char* value_word = strstr(args, "value");
+    if (name_word != nullptr && value_word != nullptr && name_word < value_word) {
+        for (char* end = value_word; end > args && end[-1] == ' '; end--) {
+            end[-1] = '\0';
+        }
+        copy_text(name, sizeof name, skip_blanks(text_behind(name_word, sizeof "name")));
+        copy_text(value, sizeof value, skip_blanks(text_behind(value_word, sizeof "value")));
+    }
+    set_option(name, value);
+    saved_options = engine_options;
+    engine_options.params_changed = 1;
+    publish_options();
+}
+
+// ---- ucinewgame and position
+
+static void start_new_game(char*)
+{
+    store(stop_code, StopSilent);
+    wait_for_workers();
+    store(tc_moves, 0);
+    tc_seconds = new_game_seconds;
+    tc_increment = 0.0;
+    store(clock_left[White], new_game_seconds);
+    store(clock_left[Black], new_game_seconds);
+    console_thread->undo_count = 0;
+    clear_hash_if_idle();
+    hash_age = 0;
+}
+
+static Move promotion_of_letter(char letter)
+{
+    switch (letter) {
+    case 'q':
+        return PromoteQueen;
+    case 'n':
+        return PromoteKnight;
+    case 'b':
+        return PromoteBishop;
+    case 'r':
+        return PromoteRook;
+    default:
+        return NoMove;
+    }
+}
+
+// The square of a file and a rank letter, 0 to 255; above 63 it is none.
+static i32 square_of_text(const char* text)
+{
+    return (static_cast<u8>(text[0]) + 8 * static_cast<u8>(text[1]) + 23) & 255;
+}
+
+// Makes the move that stands at word, if the board allows it; whether it is a legal one is the
+// sender's business.
+static void play_word(Position* pos, const char* word, size_t length)
+{
+    if (length < move_text_length) {
+        return;
+    }
+    const i32 from = square_of_text(word);
+    const i32 to = square_of_text(word + 2);
+    const Move promotion = length > move_text_length ? promotion_of_letter(word[4])
+                                                     : static_cast<Move>(NoMove);
+    if (is_makeable(pos, from, to, promotion)) {
+        make_game_move(pos, static_cast<Move>(make_move_code(from, to) | promotion));
+    }
+}
+
+static void play_words(Position* pos, const char* text)
+{
+    for (text = skip_blanks(text); *text != '\0'; text = skip_blanks(text)) {
+        const size_t length = strcspn(text, " ");
+        play_word(pos, text, length);
+        text += length;
+    }
+    SearchThread* thread = pos->thread;
+    thread->undo[thread->undo_count].move = NoMove;
+}
+
+static void set_up_position(char* args)
+{
+    char* moves = strstr(args, "moves");
+    if (moves != nullptr && moves > args) {
+        moves[-1] = '\0';
+    }
+    const char* text = nullptr;
+    if (strstr(args, "startpos") != nullptr) {
+        text = start_position;
+    } else if (strstr(args, "fen") != nullptr) {
+        text = text_behind(args, sizeof "fen");
+    }
+    if (text == nullptr) {
+        return;
+    }
+    Position* pos = &console_thread->pos;
+    parse_epd(pos, text);
+    if (moves != nullptr) {
+        play_words(pos, text_behind(moves, sizeof "moves"));
+    }
+    store(clock_side, pos->stm);
+}
+
+// ---- go
+
+// The words of "go" that have a value, in the order in which they are applied.
+static void read_white_clock(const char* value)
+{
+    const f64 seconds = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
+    store(clock_left[White], seconds < 0 ? 0.0 : seconds);
+}
+
+static void read_black_clock(const char* value)
+{
+    const f64 seconds = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
+    store(clock_left[Black], seconds < 0 ? 0.0 : seconds);
+}
+
+static void read_increment(i32 side, const char* value)
+{
+    if (console_thread->pos.stm == side) {
+        tc_increment = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
+    }
+}
+
+static void read_white_increment(const char* value)
+{
+    read_increment(White, value);
+}
+
+static void read_black_increment(const char* value)
+{
+    read_increment(Black, value);
+}
+
+static void read_moves_to_go(const char* value)
+{
+    store(tc_moves, moves_per_control);
+    store(depth_limit, deepest_limit);
+    moves_to_go = static_cast<i16>(read_integer(value));
+    node_limit_total = 0;
+}
+
+static void read_depth(const char* value)
+{
+    store(tc_moves, 1);
+    store(depth_limit, read_depth_limit(value));
+    tc_seconds = unlimited_seconds;
+}
+
+// The limit is varied by up to four per cent, so that two games do not run alike. The arithmetic
+// is that of 32-bit words, which wrap.
+static void read_nodes(const char* value)
+{
+    store(tc_moves, 1);
+    tc_seconds = unlimited_seconds;
+    const u32 nodes = static_cast<u32>(read_i32(value));
+    const u32 permille = static_cast<u32>(40 - rand() % 80);
+    const i32 change = static_cast<i32>(permille * nodes) / 1000;
+    node_limit_total = static_cast<i32>(nodes + static_cast<u32>(change));
+}
+
+static void read_move_time(const char* value)
+{
+    store(tc_moves, 1);
+    tc_increment = 0.0;
+    tc_seconds = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
+}
+
+static void read_infinite(const char*)
+{
+    tc_increment = 0.0;
+    node_limit_total = 0;
+    tc_seconds = unlimited_seconds;
+    store(depth_limit, deepest_limit);
+    store(tc_moves, 1);
+}
+
+struct GoWord {
+    const char* word;
+    size_t value_offset;                // of the value behind the start of the word
+    void (*read)(const char* value);
+};
+
+static constexpr GoWord go_words[] = {
+    { "wtime", 6, read_white_clock },
+    { "btime", 6, read_black_clock },
+    { "winc", 5, read_white_increment },
+    { "binc", 5, read_black_increment },
+    { "movestogo", 10, read_moves_to_go },
+    { "depth", 6, read_depth },
+    { "nodes", 6, read_nodes },
+    { "movetime", 9, read_move_time },
+    { "infinite", 8, read_infinite },
+};
+
+// What an earlier "go" left of depth limit, node limit, increment and clocks stands, as far as the
+// words do not replace it.
+static void start_thinking(char* args)
+{
+    store(stop_code, StopSilent);
+    wait_for_workers();
+    store(tc_moves, 0);
+    for (const GoWord& row : go_words) {
+        const char* found = strstr(args, row.word);
+        if (found != nullptr) {
+            row.read(next_word(text_behind(found, row.value_offset)));
+        }
+    }
+    store(engine_state, strstr(args, "ponder") != nullptr ? EngineStartPonder : EngineStart);
+}
+
+// The search goes on as a normal one, with the clock of its own start.
+static void ponder_hit(char*)
+{
+    if (load(engine_state) == EnginePondering) {
+        store(engine_state, EngineThinking);
+    }
+}
+
+static void stop_thinking(char*)
+{
+    if (load(engine_state) != EngineIdle) {
+        store(engine_state, EngineThinking);
+    }
+    store(stop_code, StopReport);
+    spin_for_workers();
+}
+
+static void quit(char*)
+{
+    store(stop_code, StopSilent);
+    spin_for_workers();
+    quit_flag = 1;
+}
+
+// ---- The table
+
+struct UciWord {
+    const char* word;
+    void (*run)(char* args);
+};
+
+static constexpr UciWord uci_words[] = {
+    { "uci", identify },
+    { "isready", confirm_ready },
+    { "setoption", apply_option },
+    { "debug", log_commands },
+    { "_show", show_params },
+    { "ucinewgame", start_new_game },
+    { "position", set_up_position },
+    { "go", start_thinking },
+    { "ponderhit", ponder_hit },
+    { "stop", stop_thinking },
+    { "quit", quit },
+};
+
+void uci_command(char* command)
+{
+    command[strcspn(command, "\r\n")] = '\0';
+    if (*command == '\0') {
+        return;
+    }
+    if (log_cmd != 0) {
+        log_line("CMD: %s", command);
+    }
+    const char* start = skip_blanks(command);
+    const size_t length = strcspn(start, " ");
+    if (length >= word_size) {
+        return;
+    }
+    // Counted from the unskipped start: each leading blank moves the arguments one character back.
+    char* args = command + strnlen(command, length + 1);
+    for (const UciWord& row : uci_words) {
+        if (strlen(row.word) == length && strncmp(start, row.word, length) == 0) {
+            row.run(args);
+            return;
+        }
+    }
+}

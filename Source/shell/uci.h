@@ -1,0 +1,6 @@
+// The words of the UCI dialogue.
+#pragma once
+
+// Executes one line of the dialogue. The text may be altered; a word that is not known does
+// nothing.
+void uci_command(char* command);
