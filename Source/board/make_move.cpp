@@ -246,7 +246,8 @@ void unmake_move(Position* pos)
     }
 
     if (type == Pawn) {
-        if (to == undo->ep_square) {
+        // A double step takes nothing, even where it ends on the en-passant square of a text.
+        if (to == undo->ep_square && to != from + 2 * pawn_step[side]) {
             const i32 victim = to - pawn_step[side];
             pos->board[victim] = static_cast<u8>(Pawn + 8 * enemy);
             count_piece(pos, enemy, Pawn, 1);

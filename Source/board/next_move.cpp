@@ -24,7 +24,7 @@ static constexpr i32 losing_exchange = -49;         // below: tried among the qu
 static constexpr i32 winning_exchange = 50;         // below: a little later than the others
 static constexpr i32 even_exchange_malus = 6;
 static constexpr i16 under_promotion_score = 15;
-static constexpr i16 good_capture_limit = 150;      // at or below: behind the quiet moves' generation
+static constexpr i16 good_capture_limit = 150;      // from here down captures wait with the quiets
 static constexpr i16 sorting_limit = 2;             // at or below: not worth sorting any more
 static constexpr i16 check_score = 100;
 
@@ -315,10 +315,8 @@ static MoveEntry* give_hash_move(Position* pos, PlyRecord* rec, MoveEntry* curso
 MoveEntry* next_move(Position* pos)
 {
     PlyRecord* rec = &pos->thread->ply_rec[pos->thread->ply];
-    MoveEntry* cursor = rec->list_cursor + 1;
     const u16 stage = rec->stage & stage_mask;
-    if (stage == StageStart)
-        cursor = rec->list_start;
+    MoveEntry* cursor = stage == StageStart ? rec->list_start : rec->list_cursor + 1;
     rec->list_cursor = cursor;
 
     switch (stage) {

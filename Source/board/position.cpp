@@ -78,6 +78,9 @@ void remove_piece(Position* pos, i32 square)
     pos->bb[side][type] &= ~bit(square);
     pos->piece_count[side] -= count_step[type];
     pos->phase_mtl[side] = static_cast<i16>(pos->phase_mtl[side] - phase_weight[type]);
+    // A side that has lost one of several kings goes by one that it still has.
+    if (pos->bb[side][King] != 0 && pos->king_sq[side] == square)
+        pos->king_sq[side] = static_cast<u8>(lowest(pos->bb[side][King]));
 }
 
 void clear_board(Position* pos)
@@ -334,26 +337,29 @@ bool fields_agree(const Position* pos)
         && pos->key == compute_key(pos) && pos->pawn_key == compute_pawn_key(pos);
 }
 
+static u64 bit_on_board(i32 square)
+{
+    return square >= 0 && square < 64 ? bit(square) : 0;
+}
+
 // Whether a pawn of the side to move could move onto ep_square although there is no enemy pawn
-// behind it to be taken, or a piece on it; unmaking such a move would invent a pawn.
+// behind it to be taken, or a piece on it; unmaking such a move would invent a pawn. On the last
+// rank the pawn would be neither promoted nor fit to stay.
 // A square that no pawn can enter does no harm, so that loose position texts are still played.
 static bool is_false_ep_square(const Position* pos)
 {
     if (pos->ep_square == NoSquare)
         return false;
-    const i32 ep = pos->ep_square;
     const i32 side = pos->stm;
-    const i32 behind = ep - pawn_step[side];
-    const bool has_victim
-        = behind >= 0 && behind < 64 && pos->board[behind] == Pawn + 8 * (side ^ 1);
-    if (has_victim && pos->board[ep] == 0)
+    const i32 step = pawn_step[side];
+    const u64 ep = bit(pos->ep_square);
+    const u64 behind = bit_on_board(pos->ep_square - step);
+    if ((pos->bb[side ^ 1][Pawn] & behind) && pos->board[pos->ep_square] == 0
+        && (ep & outer_ranks) == 0)
         return false;
 
-    u64 origins = pawn_attacks[side ^ 1][ep];
-    if (behind >= 0 && behind < 64)
-        origins |= bit(behind);
-    if (behind - pawn_step[side] >= 0 && behind - pawn_step[side] < 64)
-        origins |= bit(behind - pawn_step[side]);
+    const u64 origins = pawn_attacks[side ^ 1][pos->ep_square] | behind
+        | bit_on_board(pos->ep_square - 2 * step);
     return (origins & pos->bb[side][Pawn]) != 0;
 }
 

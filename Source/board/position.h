@@ -163,7 +163,8 @@ i32 parse_epd(Position* pos, const char* text);
 void clear_board(Position* pos);
 
 // Puts a piece code (1 to 6 or 9 to 14) on a square, in place of what stands there, and takes the
-// piece off a square, empty or not. All derived fields but the keys follow.
+// piece off a square, empty or not. All derived fields but the keys follow; king_sq is the king
+// put last as long as it stands, and keeps its value when a side's last king goes.
 void put_piece(Position* pos, i32 square, i32 code);
 void remove_piece(Position* pos, i32 square);
 

@@ -16,7 +16,8 @@ extern u64 adjacent_files[8];
 extern u64 ranks_above[8];
 extern u64 ranks_below[8];
 extern u64 zobrist[16][64];             // row 0: en-passant squares and castling values
-extern u8 kpk_table[2][32][64][64];     // [stm is lone side][file + 4 * rank of pawn][king][lone king]
+// [lone side to move][file + 4 * rank of the pawn, files a to d][pawn side's king][lone king]
+extern u8 kpk_table[2][32][64][64];
 
 // Square maps of the evaluation: identity, 63 - s, s ^ 7, s ^ 56.
 extern const u8 map_identity[64], map_rotate[64], map_mirror_file[64], map_mirror_rank[64];

@@ -4,6 +4,7 @@
 // of PST_K are never read.
 #include "eval/pst_defaults.h"
 
+// clang-format off
 const i16 pst_defaults[pst_count][64][2] = {
     // PST_P1: pawn, kings on the same wing
     {
@@ -253,3 +254,4 @@ const i16 pst_defaults[pst_count][64][2] = {
             { -4, -2 }, { -6, -4 }, { -10, -8 }, { -16, -15 },
     },
 };
+// clang-format on

@@ -131,7 +131,8 @@ void free_hash()
     hash_mask = 0;
 }
 
-// Maps zeroed memory for the slots, on a huge page boundary. Returns false without memory.
+// Maps memory for the slots, on a huge page boundary. A new mapping reads as zeros, so the table
+// starts clear without being written. Returns false without memory.
 static bool map_slots(u64 slots)
 {
     const size_t bytes = slots * sizeof(HashSlot);
@@ -164,10 +165,8 @@ i32 alloc_hash()
     hash_mask = hash_slots != 0 ? std::bit_floor(slots) - 1 : 0;
     hash_low = hash_table;
     hash_high = hash_table + hash_slots;
+    hash_fill = 0.0;
     print_line_format("info string allocated %d Mbytes for hash table\n", hash_mb);
-    if (load(hash_mode) != 0 && busy_workers() == 0) {
-        clear_hash();
-    }
     return 1;
 }
 
@@ -181,7 +180,8 @@ static void clear_slots(u64 first, u64 count)
 
 void clear_hash_share(i32 thread_id)
 {
-    const u64 share = (static_cast<u64>(hash_slots) + reserve_slots) / static_cast<u64>(num_threads);
+    const u64 slots = static_cast<u64>(hash_slots) + reserve_slots;
+    const u64 share = slots / static_cast<u64>(num_threads);
     clear_slots(static_cast<u64>(thread_id) * share, share);
 }
 
@@ -191,7 +191,7 @@ void clear_hash()
         clear_slots(0, static_cast<u64>(hash_slots) + reserve_slots);
     } else {
         for (i32 i = 0; i < num_threads; i++) {
-            store_release(load(workers[i])->command, CommandClearHash);
+            post_command(load(workers[i]), CommandClearHash);
         }
         wait_for_workers();
     }

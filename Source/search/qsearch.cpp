@@ -83,7 +83,8 @@ i32 qsearch(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i3
             continue;
         }
         make_move(pos, move);
-        const i32 s = -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -best, -node_type, child_pv);
+        const i32 s
+            = -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -best, -node_type, child_pv);
         unmake_move(pos);
         if (load(stop_code) != StopNone) {
             return 0;

@@ -175,7 +175,8 @@ static void search_without_depth(SearchThread* thread, bool master)
 {
     Position* pos = &thread->pos;
     if (load(depth_limit) == 0 && !thread->ply_rec[1].in_check && master) {
-        const i32 score = qsearch(pos, pos->stm, 1, 0, -ScoreInfinite, ScoreInfinite, 0, thread->pv);
+        const i32 score
+            = qsearch(pos, pos->stm, 1, 0, -ScoreInfinite, ScoreInfinite, 0, thread->pv);
         thread->score = static_cast<i16>(score);
         store(search_result.result_score, score);
         memcpy(search_result.result_pv, thread->pv, sizeof thread->pv);

@@ -42,7 +42,7 @@ static void short_sleep()
     sleep_microseconds(1000);
 }
 
-// One worker, from its start to its command to quit.
+// One worker, from its start to its command to quit. Idle, it sleeps until it gets a command.
 static void* worker_main(void* arg)
 {
     const i32 index = *static_cast<i32*>(arg);
@@ -54,6 +54,7 @@ static void* worker_main(void* arg)
     store_release(workers[index], thread);
 
     for (;;) {
+        thread->command.value.wait(CommandIdle, std::memory_order_acquire);
         const u8 command = load_acquire(thread->command);
         if (command > 90) {
             store_release(thread->command, CommandHasQuit);
@@ -64,11 +65,14 @@ static void* worker_main(void* arg)
         } else if (command == CommandClearHash) {
             clear_hash_share(index);
         }
-        if (command != CommandIdle) {
-            store_release(thread->command, CommandIdle);
-        }
-        short_sleep();
+        store_release(thread->command, CommandIdle);
     }
+}
+
+void post_command(SearchThread* thread, WorkerCommand command)
+{
+    store_release(thread->command, command);
+    thread->command.value.notify_one();
 }
 
 i32 create_workers(i32 count)
@@ -103,7 +107,7 @@ void destroy_workers(i32 count)
     wait_for_workers();
     for (i32 i = 0; i < count; i++) {
         SearchThread* thread = load(workers[i]);
-        store_release(thread->command, CommandQuit);
+        post_command(thread, CommandQuit);
         while (load_acquire(thread->command) != CommandHasQuit) {
             sleep_microseconds(0);
         }
@@ -120,14 +124,14 @@ void wake_workers()
         return;
     }
     store(records_synced, 0);
-    store_release(load(workers[0])->command, CommandSearch);
+    post_command(load(workers[0]), CommandSearch);
     // Worker 0 copies the console's record into all records; nobody else may run or change the
-    // console's record before that is done. It starts within its idle sleep of a millisecond.
+    // console's record before that is done.
     while (load_acquire(records_synced) == 0) {
         sleep_microseconds(50);
     }
     for (i32 i = 1; i < num_threads; i++) {
-        store_release(load(workers[i])->command, CommandSearch);
+        post_command(load(workers[i]), CommandSearch);
     }
 }
 
@@ -262,7 +266,8 @@ void check_time()
         limit += extra_time(left, limit, d);
     }
     limit -= margin;
-    const bool forced = load(search_result.single_reply) != 0 && d >= clock_rules.single_reply_depth;
+    const bool forced
+        = load(search_result.single_reply) != 0 && d >= clock_rules.single_reply_depth;
     if (forced || clock_rules.flag_guard * margin > left || now >= limit) {
         end_search(StopReport);
     }

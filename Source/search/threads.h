@@ -17,6 +17,9 @@ i32 create_workers(i32 count);
 // Stops and ends the workers and frees their records.
 void destroy_workers(i32 count);
 
+// Gives an idle worker a command and wakes it.
+void post_command(SearchThread* thread, WorkerCommand command);
+
 // Wakes all workers for a search: worker 0 first, the others when it has copied the console's
 // record. Returns after that; does nothing without workers.
 void wake_workers();

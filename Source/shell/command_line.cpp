@@ -177,7 +177,7 @@ static void refuse_tune(const char*)
 struct CommandLineOption {
     const char* name;
     bool takes_value;
-    void (*apply)(const char* value);   // value is the option itself if it takes none
+    void (*apply)(const char* value); // value is the option itself if it takes none
 };
 
 static constexpr CommandLineOption command_line_options[] = {

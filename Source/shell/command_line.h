@@ -5,10 +5,10 @@
 
 // What main runs after start-up.
 enum RunMode : i32 {
-    ModeEnd = -1,               // no run: the process ends with status 1 at once
+    ModeEnd = -1, // no run: the process ends with status 1 at once
     ModeThink = 1,
     ModeEpdTest = 2,
-    ModeScanPgn1 = 3,           // and the next three, for the forms 2 to 4
+    ModeScanPgn1 = 3, // and the next three, for the forms 2 to 4
     ModeScanPgn4 = 6,
     ModeMatch = 7,
     ModeBench = 8,

@@ -17,11 +17,11 @@
 static constexpr i32 most_words = 10;
 static constexpr i32 word_size = 128;
 static constexpr i32 deepest_perft = 20;
-static constexpr f64 least_seconds = 0.001;     // keeps a division away from zero
+static constexpr f64 least_seconds = 0.001; // keeps a division away from zero
 
 // A line split at blanks; words that are missing are empty texts.
 struct Words {
-    char text[most_words][word_size + 4];       // reading a move may add a character
+    char text[most_words][word_size + 4]; // reading a move may add a character
 };
 
 static void split_words(const char* line, Words* words)
@@ -84,8 +84,8 @@ static void play_text(char* text)
     Position* pos = &console_thread->pos;
     Move move = NoMove;
     if (*text == '\0' || !parse_move(text, &move)
-        || !is_makeable(pos, from_square(move), to_square(move),
-            static_cast<Move>(move & PromotionMask))) {
+        || !is_makeable(
+            pos, from_square(move), to_square(move), static_cast<Move>(move & PromotionMask))) {
         return;
     }
     store(stop_code, StopSilent);

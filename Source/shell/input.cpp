@@ -9,12 +9,14 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "shell/run_state.h"
+
 static constexpr i32 buffer_size = 16384;
 static_assert(buffer_size > longest_input);
 
 static char buffer[buffer_size];
-static i32 buffered;                    // bytes at the head of buffer
-static bool at_end;                     // no more bytes will come
+static i32 buffered; // bytes at the head of buffer
+static bool at_end;  // no more bytes will come
 
 // Reads what has arrived, if there is room.
 static void fill_buffer(bool wait)
@@ -26,8 +28,8 @@ static void fill_buffer(bool wait)
     if (poll(&readable, 1, wait ? -1 : 0) <= 0) {
         return;
     }
-    const ssize_t count
-        = read(STDIN_FILENO, buffer + buffered, static_cast<size_t>(buffer_size - buffered));
+    const ssize_t count =
+        read(STDIN_FILENO, buffer + buffered, static_cast<size_t>(buffer_size - buffered));
     if (count > 0) {
         buffered += static_cast<i32>(count);
     } else if (count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
@@ -63,6 +65,20 @@ i32 read_input(char* out, i32 size, bool wait)
     buffered -= length;
     memmove(buffer, buffer + length, static_cast<size_t>(buffered));
     return length;
+}
+
+void wait_for_input(i32 microseconds)
+{
+    if (line_length(longest_input) != 0) {
+        return;
+    }
+    if (at_end) {
+        sleep_microseconds(microseconds);
+        return;
+    }
+    pollfd readable = { STDIN_FILENO, POLLIN, 0 };
+    const timespec limit = { microseconds / 1000000, microseconds % 1000000 * 1000L };
+    ppoll(&readable, 1, &limit, nullptr);
 }
 
 bool input_is_over()

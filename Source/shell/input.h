@@ -3,13 +3,17 @@
 
 #include "board/types.h"
 
-inline constexpr i32 longest_input = 4999;      // characters of an input line; the rest is another
+inline constexpr i32 longest_input = 4999; // characters of an input line; the rest is another
 
 // Does what fgets would do with a buffer of size bytes (at most longest_input + 1), but returns at
 // once when no whole line has arrived: the next line with its line feed, or size - 1 characters
 // of a longer one, or what stands before the end of input. out is closed by NUL. Returns the
 // number of characters, 0 for nothing. wait blocks until there is a line or the end of input.
 i32 read_input(char* out, i32 size, bool wait);
+
+// Sleeps for the given time, or until more input arrives; not at all if a line is there already.
+// After the end of input it only sleeps.
+void wait_for_input(i32 microseconds);
 
 // Whether the end of input has been reached and all of it was handed out.
 bool input_is_over();

@@ -131,7 +131,7 @@ static void run(RunMode mode)
         if (mode >= ModeScanPgn1 && mode <= ModeScanPgn4) {
             scan_pgn(tool_file, mode - ModeScanPgn1 + 1);
         }
-        break;      // nothing is to be run for the other modes
+        break; // nothing is to be run for the other modes
     }
 }
 

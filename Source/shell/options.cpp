@@ -18,17 +18,17 @@
 #include "shell/text_values.h"
 #include "shell/think_loop.h"
 
-static constexpr i32 lowest_scale = 20;         // per cent
+static constexpr i32 lowest_scale = 20; // per cent
 static constexpr i32 highest_scale = 200;
-static constexpr i32 name_size = 101;           // a line's name and value, with their NUL
+static constexpr i32 name_size = 101; // a line's name and value, with their NUL
 static constexpr i32 value_size = 201;
 static constexpr i32 config_line_size = 255;
 static constexpr size_t shortest_config_line = 4;
-static constexpr i32 deepest_config_file = 8;   // files that name each other end here
+static constexpr i32 deepest_config_file = 8; // files that name each other end here
 
 enum OptionKind { TextOption, SpinOption, CheckOption, ButtonOption, LogOption, ScaleOption };
 
-// The default of announcement and the ranges are those of spin options.
+// One option. The field of its kind is set, number, text or scale; the ranges are a spin's.
 struct OptionRow {
     const char* name;
     OptionKind kind;
@@ -36,16 +36,16 @@ struct OptionRow {
     char (EngineOptions::*text)[file_option_size];
     WeightScale EngineOptions::*scale;
     i32 announced_min;
-    i32 announced_max;                  // machine_elo: the estimate of this machine
+    i32 announced_max; // machine_elo: the estimate of this machine
     i32 lowest;
     i32 highest;
-    void (*apply)();                    // what the new value calls for, or null
+    void (*apply)(); // what the new value calls for, or null
 };
 
 static constexpr i32 machine_elo = -1;
 
-static constexpr OptionRow text_row(const char* name, char (EngineOptions::*text)[file_option_size],
-    void (*apply)() = nullptr)
+static constexpr OptionRow text_row(
+    const char* name, char (EngineOptions::*text)[file_option_size], void (*apply)() = nullptr)
 {
     return { name, TextOption, nullptr, text, nullptr, 0, 0, 0, 0, apply };
 }
@@ -204,8 +204,8 @@ static void set_row(const OptionRow& row, const char* value)
         print_line_format("info string %s set to '%s'", row.name, engine_options.*row.text);
         break;
     case SpinOption:
-        engine_options.*row.number
-            = static_cast<i16>(set_spin_option(row.name, value, row.lowest, row.highest));
+        engine_options.*row.number =
+            static_cast<i16>(set_spin_option(row.name, value, row.lowest, row.highest));
         break;
     case CheckOption:
         print_line_format("info string %s set to %d", row.name, is_true ? 1 : 0);
@@ -258,8 +258,8 @@ void announce_options()
     for (const OptionRow& row : option_rows) {
         switch (row.kind) {
         case TextOption:
-            print_line_format("option name %s type string default %s", row.name,
-                saved_options.*row.text);
+            print_line_format(
+                "option name %s type string default %s", row.name, saved_options.*row.text);
             break;
         case SpinOption:
             announce_spin(row);
@@ -330,8 +330,8 @@ static void read_config_line(char* line)
 i32 load_config_file()
 {
     static i32 open_files = 0;
-    FILE* file = open_files < deepest_config_file ? open_config(engine_options.config_file_path)
-                                                  : nullptr;
+    FILE* file =
+        open_files < deepest_config_file ? open_config(engine_options.config_file_path) : nullptr;
     if (file == nullptr) {
         return 0;
     }

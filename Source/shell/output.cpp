@@ -14,7 +14,7 @@
 
 #include "shell/run_state.h"
 
-static constexpr size_t line_buffer_size = 8192;    // longer lines are written from where they stand
+static constexpr size_t line_buffer_size = 8192; // longer ones are written where they stand
 static constexpr i32 spins_before_yield = 300;
 static constexpr i32 yields_before_sleep = 50;
 static constexpr i64 lock_sleep_nanoseconds = 100000;

@@ -13,8 +13,8 @@ struct SpinLock {
 void lock_spin(SpinLock* lock);
 void unlock_spin(SpinLock* lock);
 
-extern SpinLock output_lock;            // standard output and the log file
-extern FILE* log_file;                  // null while no log is open
+extern SpinLock output_lock; // standard output and the log file
+extern FILE* log_file;       // null while no log is open
 
 // Writes text and a line feed to standard output in one write, and to the log if logging is on,
 // under output_lock.

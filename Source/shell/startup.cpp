@@ -10,8 +10,8 @@
 #include "shell/time_control.h"
 
 static constexpr f64 calibration_seconds = 0.3;
-static constexpr f64 search_speed_factor = 1.17;    // a search's nodes for one of calibration
-static constexpr f64 least_seconds = 0.001;         // keeps the division away from zero
+static constexpr f64 search_speed_factor = 1.17; // a search's nodes for one of calibration
+static constexpr f64 least_seconds = 0.001;      // keeps the division away from zero
 static constexpr i32 moves_per_node = 10;
 
 // Ply 1 as a root: an open window, and nothing known yet.
@@ -35,8 +35,8 @@ static void visit_calibration_node(SearchThread* thread)
     PlyRecord* ply_rec = &thread->ply_rec[1];
     const i32 side = pos->stm;
     add(thread->counters[CountNodes], 1);
-    const i32 checker = find_checker(
-        pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]);
+    const i32 checker =
+        find_checker(pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]);
     ply_rec->check_sq = static_cast<u8>(checker);
     ply_rec->in_check = checker != NoSquare;
     evaluate(thread, side, 1, ply_rec->in_check, 0);
@@ -69,6 +69,6 @@ void calibrate()
     const f64 nodes = static_cast<f64>(load(thread->counters[CountNodes]));
     calibration_nps = nodes * search_speed_factor / (load(elapsed) + least_seconds);
     estimated_elo = elo_of_nps(calibration_nps);
-    print_line_format("info string et= %.3f, calibration nps= %0.0f", load(elapsed),
-        calibration_nps);
+    print_line_format(
+        "info string et= %.3f, calibration nps= %0.0f", load(elapsed), calibration_nps);
 }

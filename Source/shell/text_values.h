@@ -45,7 +45,7 @@ inline i16 narrow_to_i16(f64 value)
     return value == value ? static_cast<i16>(value) : static_cast<i16>(0);
 }
 
-inline constexpr i32 deepest_limit = 66;        // greatest depth that can be asked for
+inline constexpr i32 deepest_limit = 66; // greatest depth that can be asked for
 
 // A depth as it was typed: its low byte counts, as a signed number, and no depth is above
 // deepest_limit. 300 is thus a limit of 44.

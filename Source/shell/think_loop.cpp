@@ -1,6 +1,6 @@
-// The main thread's life between start-up and tear-down. It never searches: once a millisecond it
-// looks at the clock, takes at most one command, starts a search that is due and reports one that
-// has ended. So a stop, a time-out or "isready" waits a millisecond at most.
+// The main thread's life between start-up and tear-down. It never searches: once a millisecond, or
+// as soon as input arrives, it looks at the clock, takes at most one command, starts a search that
+// is due and reports one that has ended. So a time-out waits a millisecond at most.
 #include "shell/think_loop.h"
 
 #include <cmath>
@@ -22,8 +22,8 @@
 #include "shell/uci.h"
 
 static constexpr i32 pass_microseconds = 1000;
-static constexpr i32 deaf_pass_microseconds = 50000;    // nobody can say anything any more
-static constexpr i32 last_searched_cnt50 = 100;         // half-moves; above it no search starts
+static constexpr i32 waiting_pass_microseconds = 50000; // only a command can change anything
+static constexpr i32 last_searched_cnt50 = 100;      // half-moves; above it no search starts
 static constexpr i32 branching_depths = 4;
 static constexpr i32 least_branching_depth = 6;
 static constexpr char line_mark = '@';
@@ -215,8 +215,8 @@ static void print_best_move(Move best_move, Move ponder_move)
     char ponder_text[8];
     move_text_or_null(best_move, best_text);
     if (ponder_move != NoMove) {
-        print_line_format("bestmove %s ponder %s", best_text,
-            move_text_or_null(ponder_move, ponder_text));
+        print_line_format(
+            "bestmove %s ponder %s", best_text, move_text_or_null(ponder_move, ponder_text));
     } else {
         print_line_format("bestmove %s", best_text);
     }
@@ -271,16 +271,16 @@ static bool search_is_due()
     return state == EngineStart || state == EngineStartPonder;
 }
 
-// Whether nothing can happen any more: the input has ended, and neither a search nor a command is
-// left. The process stays, but need not look about it every millisecond.
-static bool is_deaf_and_idle()
+// Whether nothing can happen before a command comes: no search runs or is due, and no line is
+// left. The clock need not be looked at then.
+static bool is_waiting()
 {
-    return input_is_over() && pending_input[0] == '\0' && !search_is_due() && busy_workers() == 0;
+    return pending_input[0] == '\0' && !search_is_due() && busy_workers() == 0;
 }
 
 static void run_pass()
 {
-    sleep_microseconds(is_deaf_and_idle() ? deaf_pass_microseconds : pass_microseconds);
+    wait_for_input(is_waiting() ? waiting_pass_microseconds : pass_microseconds);
     tick_clock();
     if (search_is_due()) {
         start_search();

@@ -16,29 +16,29 @@
 
 // Rules of the allotment.
 static constexpr struct {
-    i32 first_moves = 32;               // moves to go at the start of a game without a control
-    i32 later_moves = 23;               // the same once the opening is over
+    i32 first_moves = 32; // moves to go at the start of a game without a control
+    i32 later_moves = 23; // the same once the opening is over
     i32 opening_plies = 20;
-    f64 ponder_factor = 1.3;            // time that predicted moves will save
-    i32 hurried_elo = 2400;             // a weaker setting plays faster
+    f64 ponder_factor = 1.3; // time that predicted moves will save
+    i32 hurried_elo = 2400;  // a weaker setting plays faster
     f64 hurried_factor = 0.85;
-    f64 ceiling_share = 0.65;           // of the clock
+    f64 ceiling_share = 0.65; // of the clock
     f64 ceiling_overheads = 5.0;
-    f64 floor = 0.002;                  // seconds
+    f64 floor = 0.002; // seconds
 } time_rules;
 
 // The search of a node rate by its Elo.
 static constexpr struct {
     f64 lowest_nps = 10.0;
     f64 highest_nps = 10000000.0;
-    f64 tolerance = 0.5;                // Elo
-    f64 unreachable = 30.0;             // nodes a second below the machine's own rate
-    i32 most_steps = 100;               // an Elo outside the bounds never comes within tolerance
+    f64 tolerance = 0.5;    // Elo
+    f64 unreachable = 30.0; // nodes a second below the machine's own rate
+    i32 most_steps = 100;   // an Elo outside the bounds never comes within tolerance
 } strength_rules;
 
 static constexpr i32 oldest_hash_age = 15;
-static constexpr i32 first_score = -10000;      // result_score before the first result
-static constexpr i32 fifty_moves = 100;         // half-moves; above it no search starts
+static constexpr i32 first_score = -10000; // result_score before the first result
+static constexpr i32 fifty_moves = 100;    // half-moves; above it no search starts
 static constexpr i32 fen_size = 256;
 
 f64 elo_of_nps(f64 nps)
@@ -165,8 +165,8 @@ static f64 allotment(f64 left)
     if (tc_increment > 0) {
         seconds += tc_increment * left / (left + 2 * tc_increment);
     }
-    const f64 ceiling
-        = time_rules.ceiling_share * left - time_rules.ceiling_overheads * overhead_seconds;
+    const f64 ceiling =
+        time_rules.ceiling_share * left - time_rules.ceiling_overheads * overhead_seconds;
     if (seconds > ceiling) {
         seconds = ceiling;
     }

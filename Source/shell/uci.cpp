@@ -19,12 +19,12 @@
 #include "shell/think_loop.h"
 
 static constexpr i32 word_size = 128;
-static constexpr i32 name_size = 101;           // an option's name and value, with their NUL
+static constexpr i32 name_size = 101; // an option's name and value, with their NUL
 static constexpr i32 value_size = 201;
-static constexpr size_t move_text_length = 4;   // a shorter word is no move
+static constexpr size_t move_text_length = 4; // a shorter word is no move
 static constexpr f64 unlimited_seconds = 10000000.0;
 static constexpr f64 new_game_seconds = 60.0;
-static constexpr i32 moves_per_control = 40;    // any value above 1: the real count is moves_to_go
+static constexpr i32 moves_per_control = 40; // any value above 1: the real count is moves_to_go
 static constexpr f64 seconds_per_millisecond = 0.001;
 static constexpr i32 yields_before_sleep = 1000;
 static constexpr i32 short_sleep_microseconds = 50;
@@ -133,8 +133,8 @@ static void play_word(Position* pos, const char* word, size_t length)
     }
     const i32 from = square_of_text(word);
     const i32 to = square_of_text(word + 2);
-    const Move promotion = length > move_text_length ? promotion_of_letter(word[4])
-                                                     : static_cast<Move>(NoMove);
+    const Move promotion =
+        length > move_text_length ? promotion_of_letter(word[4]) : static_cast<Move>(NoMove);
     if (is_makeable(pos, from, to, promotion)) {
         make_game_move(pos, static_cast<Move>(make_move_code(from, to) | promotion));
     }
@@ -251,7 +251,7 @@ static void read_infinite(const char*)
 
 struct GoWord {
     const char* word;
-    size_t value_offset;                // of the value behind the start of the word
+    size_t value_offset; // of the value behind the start of the word
     void (*read)(const char* value);
 };
 

@@ -12,9 +12,9 @@
 #include "shell/time_control.h"
 
 static constexpr f64 seconds_per_position = 99.0;
-static constexpr i32 deepest_told_limit = 40;       // a limit above it means that none was given
+static constexpr i32 deepest_told_limit = 40; // a limit above it means that none was given
 static constexpr i32 default_depth = 17;
-static constexpr f64 least_total_seconds = 0.01;    // keeps the last division away from zero
+static constexpr f64 least_total_seconds = 0.01; // keeps the last division away from zero
 static constexpr i32 pass_microseconds = 1000;
 static constexpr i32 position_count = 20;
 
@@ -45,7 +45,7 @@ static constexpr const char* bench_texts[position_count] = {
 // Searches the console's position to its end. Input is read meanwhile: a stop ends this position.
 static void search_position()
 {
-    store(engine_state, EngineThinking);    // so that check_time minds the limits
+    store(engine_state, EngineThinking); // so that check_time minds the limits
     if (bench_single != 0) {
         store(depth_limit, default_depth);
         if (num_threads > 0) {
