@@ -1,12 +1,13 @@
 // The node of the tree: limits, draws, hash table, tablebases, static evaluation and forward
 // pruning. It ends in search_moves or qsearch, which make moves and come back here.
+#include "search/search.h"
+
 #include <algorithm>
 
 #include "eval/evaluate.h"
 #include "fathom/tbprobe.h"
 #include "search/node.h"
 #include "search/params.h"
-#include "search/search.h"
 #include "search/threads.h"
 #include "shell/run_state.h"
 

@@ -43,7 +43,9 @@ void trace_move(Position* pos, Move move)
             exit(0);
         }
     }
-    if (pos->thread->ply <= load(trace_level)) {
+    // Moves of a long game at the console may stand beyond the records of a search.
+    const i32 ply = pos->thread->ply;
+    if (ply >= 0 && ply < ply_count && ply <= load(trace_level)) {
         write_move(pos->thread, move);
     }
     unlock_spin(&trace_lock);
