@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""Compares the searches of a program with stored ones, node for node.
+
+Usage: golden_searches.py PROGRAM TABLE [--max-nodes N] [--id ID] [--depth D]
+
+Every row of the table is one `go depth` over UCI in a fresh process with one thread, no
+endgame tables and no book. Columns, apart by tabs: id, position, moves played from it, Hash,
+MultiPV, Selectivity, depth, line, nodes when the line was complete, score, seldepth, first move,
+line of moves. With MultiPV 1 there is line 0 alone; otherwise lines count from 1, and line 0 tells
+how the whole search ended, which is the result of its last line. A search without a line has the
+first move null. Rows of one search are answered by one process. Prints what differs; the status
+is 1 if anything does.
+"""
+import argparse
+import collections
+import re
+import subprocess
+import sys
+
+COLUMNS = "id fen moves hash multipv selectivity depth line nodes score seldepth first pv"
+Row = collections.namedtuple("Row", COLUMNS)
+INFO = re.compile(
+    r"info (?:multipv (?P<line>\d+) )?depth (?P<depth>\d+) seldepth (?P<seldepth>\d+) "
+    r"score (?P<score>cp -?\d+|mate -?\d+) time \d+ nodes (?P<nodes>\d+) .* pv (?P<pv>.*)$")
+SEARCH_SECONDS = 600
+
+
+def read_rows(path):
+    rows = []
+    with open(path, encoding="ascii") as table:
+        for text in table:
+            text = text.rstrip("\n")
+            if text and not text.startswith("#"):
+                rows.append(Row(*text.split("\t")))
+    return rows
+
+
+class Engine:
+    """One process of the program under test."""
+
+    def __init__(self, program):
+        self.process = subprocess.Popen(
+            [program], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, bufsize=1)
+
+    def send(self, line):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+
+    def read_until(self, word):
+        lines = []
+        for line in self.process.stdout:
+            lines.append(line.rstrip("\n"))
+            if line.startswith(word):
+                return lines
+        raise RuntimeError("the program ended before it said " + word)
+
+    def close(self):
+        self.send("quit")
+        self.process.stdin.close()
+        self.process.stdout.read()
+        return self.process.wait(timeout=SEARCH_SECONDS)
+
+
+def run_search(program, row):
+    """What a search printed: its lines by number at the depth of the row, and the best move.
+
+    With several lines the last one stands under 0 too, and the report that follows the search,
+    which repeats the first line, is left out.
+    """
+    engine = Engine(program)
+    engine.send("uci")
+    engine.read_until("uciok")
+    for name, value in (("Threads", "1"), ("Hash", row.hash), ("MultiPV", row.multipv),
+                        ("Selectivity", row.selectivity)):
+        engine.send(f"setoption name {name} value {value}")
+    moves = f" moves {row.moves}" if row.moves else ""
+    engine.send(f"position fen {row.fen}{moves}")
+    engine.send("isready")
+    engine.read_until("readyok")
+    engine.send(f"go depth {row.depth}")
+    output = engine.read_until("bestmove")
+    status = engine.close()
+    if status != 0:
+        raise RuntimeError(f"the program ended with status {status}")
+    found = {}
+    for match in filter(None, map(INFO.match, output)):
+        line = int(match["line"] or 0)
+        if match["depth"] == row.depth and (line == 0 or line not in found):
+            found[line] = match
+            found[0] = match
+    return found, output[-1].split()[1]
+
+
+def score_text(score):
+    """A stored score in the form in which a program prints it."""
+    value = int(score)
+    if value > 9899:
+        return f"mate {(10000 - value) // 2}"
+    if value < -9900:
+        return f"mate -{(value + 10001) // 2}"
+    return f"cp {value}"
+
+
+def differences(row, found, best):
+    line = int(row.line)
+    if row.first == "null":
+        return [] if best == "null" and not found else ["a search without moves has a result"]
+    if line not in found:
+        return ["no such line"]
+    match = found[line]
+    pairs = [
+        ("nodes", row.nodes, match["nodes"]),
+        ("score", score_text(row.score), match["score"]),
+        ("seldepth", row.seldepth, match["seldepth"]),
+        ("first move", row.first, match["pv"].split()[0]),
+        ("line", row.pv, match["pv"]),
+    ]
+    if row.multipv == "1" or line == 1:
+        pairs.append(("bestmove", row.first, best))
+    return [f"{name} {have}, expected {want}" for name, want, have in pairs if want != have]
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("program")
+    parser.add_argument("table")
+    parser.add_argument("--max-nodes", type=int, default=0, help="leave out longer searches")
+    parser.add_argument("--id", help="this position only")
+    parser.add_argument("--depth", help="this depth only")
+    options = parser.parse_args()
+
+    searches = {}
+    for row in read_rows(options.table):
+        if options.max_nodes and int(row.nodes) > options.max_nodes:
+            continue
+        if options.id not in (None, row.id) or options.depth not in (None, row.depth):
+            continue
+        searches.setdefault(row[:7], []).append(row)
+
+    rows = 0
+    wrong = 0
+    for group in searches.values():
+        result = run_search(options.program, group[0])
+        for row in group:
+            rows += 1
+            found = differences(row, *result)
+            if found:
+                wrong += 1
+                print(f"{row.id} depth {row.depth} line {row.line} ({row.fen}): "
+                      + "; ".join(found))
+    print(f"{rows} rows, {wrong} differ")
+    return 1 if wrong or not rows else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

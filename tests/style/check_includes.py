@@ -1,0 +1,163 @@
+#!/usr/bin/env python3
+"""Checks the rules of the source tree that a compiler does not know: which folder may include
+what, headers that stand alone, calls that are not used here, and build lists without gaps.
+
+    check_includes.py ROOT COMPILER
+
+Prints every violation as FILE:LINE: TEXT. Status 1 if there is one.
+"""
+
+import concurrent.futures
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+# The folders that a folder may include besides itself.
+BELOW = {
+    "board": set(),
+    "eval": {"board"},
+    "fathom": {"board"},
+    "book": {"board"},
+    "search": {"board", "eval", "fathom"},
+    "shell": {"board", "eval", "fathom", "book", "search"},
+    "tools": {"board", "eval", "fathom", "book", "search", "shell"},
+}
+
+# Open to all folders. They include types.h and each other's kind only.
+LEAVES = {
+    "board/types.h", "shell/run_state.h", "shell/engine_options.h", "shell/output.h",
+    "search/trace.h", "eval/eval_work.h", "tools/tools.h",
+}
+
+# Headers that other folders may include; every other header belongs to its folder.
+PUBLIC = LEAVES | {
+    "board/position.h", "board/tables.h", "board/moves.h", "board/notation.h",
+    "eval/weights.h", "eval/evaluate.h",
+    "search/search.h", "search/hash.h", "search/threads.h", "search/params.h", "search/info.h",
+    "shell/think_loop.h", "shell/time_control.h", "shell/options.h",
+    "book/book.h",
+    "fathom/tbcore.h", "fathom/tbprobe.h",
+}
+
+# What the engine does without, and why.
+BANNED = (
+    (re.compile(r"\b(strcpy|strcat|sprintf|vsprintf|strncpy|gets)\s*\("),
+     "unbounded copy: use snprintf or copy_text"),
+    (re.compile(r"scanf\s*\([^;]*%s"), "unbounded %s"),
+    (re.compile(r"#include <(string|vector|map|unordered_map|set|list|deque|array|functional|"
+                r"memory|iostream|sstream|fstream)>"), "no library containers or streams"),
+    (re.compile(r"\b(try|catch|throw|dynamic_cast|typeid)\b\s*[({<]"), "built without exceptions"),
+    (re.compile(r"^\s*class\s+\w+"), "plain records only"),
+    (re.compile(r"\bNDEBUG\b"), "assertions stay in every build"),
+)
+MARKS = re.compile(r"\b(TO" r"DO|FIX" r"ME|XX" r"X|HA" r"CK)\b")
+
+violations = []
+
+
+def report(path, number, text):
+    violations.append(f"{path}:{number}: {text}")
+
+
+def without_text(line):
+    """The line without string literals and comments, so that words in them do not count."""
+    return re.sub(r"//.*", "", re.sub(r'"(\\.|[^"\\])*"', '""', line))
+
+
+def check_include(source, path, number, name):
+    folder = path.relative_to(source).parts[0]
+    own = path.relative_to(source).as_posix()
+    if not (source / name).is_file():
+        report(path, number, f"{name} is not found from the include root")
+        return
+    target = name.split("/")[0]
+    if own in LEAVES and name not in LEAVES:
+        report(path, number, f"a header open to all folders includes {name}")
+    elif target != folder and name not in PUBLIC:
+        report(path, number, f"{name} belongs to its folder")
+    elif target != folder and name not in LEAVES and target not in BELOW[folder]:
+        report(path, number, f"{folder} stands below {target}")
+
+
+def check_source(source, path):
+    lines = path.read_text(encoding="utf-8").splitlines()
+    includes = []
+    for number, line in enumerate(lines, 1):
+        match = re.match(r'#include "([^"]+)"', line)
+        if match:
+            includes.append(match.group(1))
+            if not match.group(1).endswith(".def"):
+                check_include(source, path, number, match.group(1))
+        code = line if line.startswith("#include <") else without_text(line)
+        for pattern, reason in BANNED:
+            # The format of a scanf stands in a literal.
+            text = line if "scanf" in pattern.pattern else code
+            if pattern.search(text):
+                report(path, number, reason)
+    own = path.with_suffix(".h")
+    if path.suffix == ".cpp" and own.is_file():
+        if not includes or includes[0] != own.relative_to(source).as_posix():
+            report(path, 1, "its own header is not included first")
+    if path.suffix == ".h" and "#pragma once" not in lines:
+        report(path, 1, "no #pragma once")
+    if lines and not lines[0].startswith("//"):
+        report(path, 1, "does not open with what it holds")
+
+
+def check_text(path):
+    for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+        if len(line) > 100:
+            report(path, number, f"{len(line)} columns")
+        if "\t" in line or line != line.rstrip():
+            report(path, number, "tab or trailing blank")
+        if MARKS.search(line):
+            report(path, number, "unfinished work is not marked in sources")
+
+
+def check_alone(source, compiler, path):
+    """Compiles a header with nothing in front of it."""
+    name = path.relative_to(source).as_posix()
+    with tempfile.NamedTemporaryFile("w", suffix=".cpp") as file:
+        file.write(f'#include "{name}"\n')
+        file.flush()
+        result = subprocess.run(
+            [compiler, "-std=c++20", "-Wall", "-Wextra", "-Werror", "-fsyntax-only",
+             f"-I{source}", file.name], capture_output=True, text=True)
+    if result.returncode != 0:
+        report(path, 1, "does not compile on its own\n" + result.stderr)
+
+
+def check_list(root, listing, files):
+    text = (root / listing).read_text(encoding="utf-8")
+    for path in files:
+        name = path.relative_to((root / listing).parent).as_posix()
+        if not re.search(rf"(^|\s){re.escape(name)}(\s|\)|$)", text):
+            report(path, 1, f"is not in {listing}")
+
+
+def main():
+    root = pathlib.Path(sys.argv[1]).resolve()
+    compiler = sys.argv[2]
+    source = root / "Source"
+    engine = sorted(path for path in source.rglob("*") if path.suffix in (".cpp", ".h"))
+    for path in engine:
+        check_source(source, path)
+    others = [path for folder in ("tests/unit", "fuzz", "bench")
+              for path in sorted((root / folder).glob("*")) if path.suffix in (".cpp", ".h")]
+    for path in engine + others:
+        check_text(path)
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        headers = [path for path in engine if path.suffix == ".h"]
+        list(pool.map(lambda path: check_alone(source, compiler, path), headers))
+    check_list(root, "CMakeLists.txt", [path for path in engine if path.suffix == ".cpp"])
+    check_list(root, "tests/CMakeLists.txt", sorted((root / "tests/unit").glob("*.cpp")))
+    for text in violations:
+        print(text)
+    print(f"{len(engine)} files of the engine, {len(violations)} violations")
+    return 1 if violations else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,84 @@
+// Leaf counts of the legal move tree.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "test_support.h"
+
+static constexpr u64 most_leaves = 2000000;     // of one count, so that the whole file stays quick
+
+static u64 count_leaves(Position* pos, i32 depth)
+{
+    SearchThread* thread = pos->thread;
+    store(thread->counters[CountNodes], 0);
+    perft(thread, pos->stm, 1, depth);
+    return load(thread->counters[CountNodes]);
+}
+
+TEST(BoardPerft, StartPosition)
+{
+    Position* pos = set_position("rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -");
+    EXPECT_EQ(count_leaves(pos, 1), 20u);
+    EXPECT_EQ(count_leaves(pos, 2), 400u);
+    EXPECT_EQ(count_leaves(pos, 3), 8902u);
+    EXPECT_EQ(count_leaves(pos, 4), 197281u);
+}
+
+TEST(BoardPerft, EveryStoredCount)
+{
+    const auto rows = read_tsv("perft.tsv");
+    EXPECT_EQ(rows.size(), 150u);
+    for (const auto& row : rows) {
+        Position* pos = set_position(row[0]);
+        for (i32 depth = 1; depth <= 5 && row[static_cast<size_t>(depth)] != "-"; depth++) {
+            const u64 expected = std::stoull(row[static_cast<size_t>(depth)]);
+            if (expected > most_leaves)
+                break;
+            EXPECT_EQ(count_leaves(pos, depth), expected) << row[0] << " depth " << depth;
+        }
+    }
+}
+
+TEST(BoardPerft, AddsToTheCounter)
+{
+    Position* pos = set_position("rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -");
+    store(pos->thread->counters[CountNodes], 1000);
+    perft(pos->thread, White, 1, 2);
+    perft(pos->thread, White, 1, 1);
+    EXPECT_EQ(load(pos->thread->counters[CountNodes]), 1420u);
+}
+
+TEST(BoardPerft, NoLegalMoveGivesNoLeaf)
+{
+    EXPECT_EQ(count_leaves(set_position("7k/6Q1/6K1/8/8/8/8/8 b - -"), 1), 0u);
+    EXPECT_EQ(count_leaves(set_position("7k/5Q2/6K1/8/8/8/8/8 b - -"), 3), 0u);
+}
+
+TEST(BoardPerft, LeavesThePositionAsItWas)
+{
+    Position* pos
+        = set_position("r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -");
+    unsigned char before[sizeof(Position)];
+    memcpy(before, static_cast<const void*>(pos), sizeof before);
+    count_leaves(pos, 3);
+    EXPECT_EQ(memcmp(before, static_cast<const void*>(pos), sizeof before), 0);
+    EXPECT_EQ(console_thread->ply, 1);
+    EXPECT_EQ(console_thread->undo_count, 0);
+}
+
+TEST(BoardPerft, KeepsStateOfThePly)
+{
+    Position* pos = set_position("4k3/8/8/8/8/5n2/8/4K3 w - -");
+    PlyRecord* rec = &console_thread->ply_rec[1];
+    rec->hash_move = move_of("e1e2");
+    EXPECT_EQ(count_leaves(pos, 1), 4u);
+    EXPECT_EQ(rec->check_sq, square_of("f3"));
+    EXPECT_NE(rec->in_check, 0);
+    EXPECT_EQ(rec->hash_move, NoMove);
+    EXPECT_EQ(rec->stage & 0xf0, UnreadStageFlag | FullSearch);
+
+    pos = set_position("4k3/8/8/8/8/8/8/4K3 w - -");
+    EXPECT_EQ(count_leaves(pos, 1), 5u);
+    EXPECT_EQ(rec->check_sq, NoSquare);
+    EXPECT_EQ(rec->in_check, 0);
+}

@@ -1,0 +1,374 @@
+// The frame of the evaluation: golden scores, caches, closing terms, contempt, taper.
+#include <string>
+#include <vector>
+
+#include "eval_test_support.h"
+#include "shell/run_state.h"
+
+static constexpr char open_game[] = "r1bqkbnr/pppp1ppp/2n5/4p3/2B1P3/5N2/PPPP1PPP/RNBQK2R b KQkq -";
+
+// One line of tests/data/eval.tsv.
+struct GoldenEval {
+    std::string text;
+    i32 score;
+    i32 danger[2];
+    bool full;
+    f64 phase;
+    f64 scale;
+    i32 tapered;
+};
+
+static std::vector<GoldenEval> read_golden_evals()
+{
+    std::vector<GoldenEval> evals;
+    for (const std::vector<std::string>& row : read_tsv("eval.tsv")) {
+        evals.push_back({ row.at(0), std::stoi(row.at(1)),
+            { std::stoi(row.at(2)), std::stoi(row.at(3)) }, row.at(4) == "1",
+            std::stod(row.at(5)), std::stod(row.at(6)), std::stoi(row.at(7)) });
+    }
+    return evals;
+}
+
+// Changes contempt, target_time and root_side for one test.
+struct SearchState {
+    SearchState(i32 contempt, f64 seconds, i32 root)
+    {
+        set_position(start_position);
+        store(worker_options.contempt, contempt);
+        target_time = seconds;
+        root_side = static_cast<u8>(root);
+    }
+
+    ~SearchState()
+    {
+        store(worker_options.contempt, 0);
+        target_time = old_target_time;
+        root_side = old_root_side;
+    }
+
+    f64 old_target_time = target_time;
+    u8 old_root_side = root_side;
+};
+
+static EvalCacheEntry* eval_slot(Position* pos)
+{
+    return &pos->thread->eval_cache[pos->key & (eval_cache_size - 1)];
+}
+
+// The value from white's view.
+static i32 white_value(const char* text)
+{
+    const i32 value = evaluate_text(text);
+    return console_thread->pos.stm == White ? value : -value;
+}
+
+static u64 counter(Counter which)
+{
+    return load(console_thread->counters[which]);
+}
+
+TEST(Evaluate, GoldenScoresAndDangers)
+{
+    const std::vector<GoldenEval> evals = read_golden_evals();
+    ASSERT_EQ(evals.size(), 300u);
+    for (const GoldenEval& golden : evals) {
+        u16* danger = set_position(golden.text)->thread->ply_rec[1].danger;
+        danger[White] = 0;
+        danger[Black] = 0;
+        EXPECT_EQ(evaluate_text(golden.text.c_str()), golden.score) << golden.text;
+        EXPECT_EQ(danger[White], golden.danger[White]) << golden.text;
+        EXPECT_EQ(danger[Black], golden.danger[Black]) << golden.text;
+        if (golden.full && golden.score != no_eval) {
+            const EvalWork* work = last_work();
+            const i32 tapered = taper(work->score[White] - work->score[Black], work->phase);
+            EXPECT_EQ(tapered, golden.tapered) << golden.text;
+            EXPECT_NEAR(static_cast<f64>(work->phase), golden.phase, 1e-6) << golden.text;
+            EXPECT_NEAR(static_cast<f64>(scale_factor(work, tapered)), golden.scale, 1e-6)
+                << golden.text;
+        }
+    }
+}
+
+TEST(Evaluate, ColoursExchangedGiveTheSameScoreAndTheExchangedDangers)
+{
+    for (const GoldenEval& golden : read_golden_evals()) {
+        const Position* pos = set_position(golden.text);
+        const bool many_queens = popcount(pos->bb[White][Queen]) > 1
+            || popcount(pos->bb[Black][Queen]) > 1;
+        if (many_queens) {
+            continue;           // these go by rising square, whatever the colour
+        }
+        const std::string flipped = flip_colours(golden.text);
+        u16* danger = set_position(flipped)->thread->ply_rec[1].danger;
+        danger[White] = 0;
+        danger[Black] = 0;
+        EXPECT_EQ(evaluate_text(flipped.c_str()), golden.score) << flipped;
+        EXPECT_EQ(danger[White], golden.danger[Black]) << flipped;
+        EXPECT_EQ(danger[Black], golden.danger[White]) << flipped;
+    }
+}
+
+TEST(Evaluate, CachesGiveTheSameScoresAsAFreshComputation)
+{
+    set_position(start_position);
+    init_eval_params(0);
+    for (i32 pass = 0; pass < 2; ++pass) {
+        for (const GoldenEval& golden : read_golden_evals()) {
+            if (golden.score == no_eval || !golden.full) {
+                continue;
+            }
+            Position* pos = set_position(golden.text);
+            const u16* danger = pos->thread->ply_rec[2].danger;
+            EXPECT_EQ(evaluate(pos->thread, pos->stm, 2, 0, 0), golden.score) << golden.text;
+            EXPECT_EQ(danger[White], golden.danger[White]) << golden.text;
+            EXPECT_EQ(danger[Black], golden.danger[Black]) << golden.text;
+        }
+    }
+}
+
+TEST(Evaluate, InCheckGivesNoScoreAndTouchesNothing)
+{
+    Position* pos = set_position("4k3/8/8/8/8/8/4r3/4K3 w - -");
+    SearchThread* thread = pos->thread;
+    EvalCacheEntry* slot = eval_slot(pos);
+    slot->key = 77;
+    thread->ply_rec[3].danger[White] = 11;
+    thread->ply_rec[3].danger[Black] = 12;
+    const u64 calls = counter(CountEvals);
+    EXPECT_EQ(evaluate(thread, White, 3, 1, 0), no_eval);
+    EXPECT_EQ(counter(CountEvals), calls + 1);
+    EXPECT_EQ(slot->key, 77u);
+    EXPECT_EQ(thread->ply_rec[3].danger[White], 11);
+    EXPECT_EQ(thread->ply_rec[3].danger[Black], 12);
+    slot->key = 0;
+}
+
+TEST(Evaluate, BothSidesGiveOppositeSignsAndTheLastCallWritesTheCache)
+{
+    Position* pos = set_position(open_game);
+    const i32 white = evaluate(pos->thread, White, 1, 0, 0);
+    EXPECT_NE(white, 0);
+    EXPECT_EQ(eval_slot(pos)->score, white);
+    EXPECT_EQ(evaluate(pos->thread, Black, 1, 0, 0), -white);
+    EXPECT_EQ(eval_slot(pos)->score, -white);
+    EXPECT_EQ(eval_slot(pos)->key, pos->key);
+}
+
+TEST(Evaluate, EvalCacheAnswersFromPlyTwoOn)
+{
+    Position* pos = set_position(open_game);
+    SearchThread* thread = pos->thread;
+    const i32 score = evaluate(thread, pos->stm, 1, 0, 0);
+    EvalCacheEntry* slot = eval_slot(pos);
+    slot->score = 1234;
+    slot->danger[White] = 7;
+    slot->danger[Black] = 9;
+    const u64 hits = counter(CountEvalHits);
+    EXPECT_EQ(evaluate(thread, pos->stm, 2, 0, 0), 1234);
+    EXPECT_EQ(thread->ply_rec[2].danger[White], 7);
+    EXPECT_EQ(thread->ply_rec[2].danger[Black], 9);
+    EXPECT_EQ(counter(CountEvalHits), hits + 1);
+    EXPECT_EQ(evaluate(thread, pos->stm, 1, 0, 0), score);
+    EXPECT_EQ(counter(CountEvalHits), hits + 1);
+    EXPECT_EQ(slot->score, score);
+}
+
+TEST(Evaluate, EvalCacheIsPassedOverWhenItHoldsAnotherKey)
+{
+    Position* pos = set_position(open_game);
+    const i32 score = evaluate(pos->thread, pos->stm, 1, 0, 0);
+    eval_slot(pos)->key ^= 1ULL << 40;
+    eval_slot(pos)->score = 1234;
+    EXPECT_EQ(evaluate(pos->thread, pos->stm, 2, 0, 0), score);
+    EXPECT_EQ(eval_slot(pos)->key, pos->key);
+}
+
+TEST(Evaluate, FullMaterialHasPhaseZero)
+{
+    EXPECT_EQ(work_of(start_position)->phase, 0.0f);
+}
+
+TEST(Evaluate, PhaseStartsToRiseAtSixtyTwoPoints)
+{
+    // 63 points: two knights less and a rook more; 62: a knight in the place of a rook.
+    EXPECT_EQ(work_of("rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/R1BQKBRR w kq -")->phase, 0.0f);
+    EXPECT_EQ(work_of("rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/NNBQKBNR w kq -")->phase,
+        1.0f - static_cast<f32>(62 * 0.016));
+}
+
+TEST(Evaluate, QueensOffHavePhaseOf296Thousandths)
+{
+    const f32 phase = work_of("rnb1kbnr/pppppppp/8/8/8/8/PPPPPPPP/RNB1KBNR w KQkq -")->phase;
+    EXPECT_EQ(phase, 1.0f - static_cast<f32>(44 * 0.016));
+    EXPECT_NEAR(static_cast<f64>(phase), 0.296, 1e-6);
+}
+
+TEST(Evaluate, TaperBlendsAndTruncatesTowardZero)
+{
+    EXPECT_EQ(taper(pair(101, 55), 0.0f), 101);
+    EXPECT_EQ(taper(pair(101, 55), 1.0f), 55);
+    EXPECT_EQ(taper(pair(-101, -54), 0.5f), -77);
+    EXPECT_EQ(taper(pair(101, 54), 0.5f), 77);
+    EXPECT_EQ(taper(pair(-1, 0), 0.5f), 0);
+    EXPECT_EQ(taper(pair(-1, 1), 0.5f), 0);
+}
+
+TEST(Evaluate, ContemptIsItsValueAtFullMaterial)
+{
+    const char* const black_to_move = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR b KQkq -";
+    const i32 white_to_move_plain = white_value(start_position);
+    const i32 black_to_move_plain = white_value(black_to_move);
+    {
+        const SearchState state(41, 10.0, White);
+        EXPECT_EQ(white_value(start_position), white_to_move_plain + 41);
+        EXPECT_EQ(white_value(black_to_move), black_to_move_plain + 41);
+    }
+    {
+        const SearchState state(41, 10.0, Black);
+        EXPECT_EQ(white_value(start_position), white_to_move_plain - 41);
+    }
+    {
+        const SearchState state(41, 90000.0, White);
+        EXPECT_EQ(white_value(start_position), white_to_move_plain + 41);
+    }
+    {
+        const SearchState state(41, 90000.5, White);
+        EXPECT_EQ(white_value(start_position), white_to_move_plain);
+    }
+}
+
+TEST(Evaluate, PositiveContemptMeltsWithTheMaterialOfTheRootSide)
+{
+    // White has 22 points and 7 pawns of which 6 count; black is at full material.
+    const char* const text = "rnbqkbnr/pppppppp/8/8/8/8/1PPPPPPP/RNB1KBNR w KQkq -";
+    const i32 plain = white_value(text);
+    const SearchState state(100, 10.0, White);
+    EXPECT_EQ(white_value(text), plain + (19 + 12) * 100 / 41);
+}
+
+TEST(Evaluate, NegativeContemptMeasuresTheOtherSide)
+{
+    const i32 plain = white_value(start_position);
+    const char* const no_black_queen = "rnb1kbnr/pppp4/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
+    const i32 plain_without = white_value(no_black_queen);
+    const SearchState state(-20, 10.0, White);
+    EXPECT_EQ(white_value(start_position), plain - 20);
+    // 19 points and 4 pawns: 27 * -20 / 41 is -13, truncated toward zero.
+    EXPECT_EQ(white_value(no_black_queen), plain_without - 13);
+}
+
+TEST(Evaluate, MoveBonusGoesToTheSideToMoveNotToTheSideAsked)
+{
+    const WeightsRestored restored;
+    Position* pos = set_position(open_game);
+    clear_weights();
+    set_weight(stm_bonus, 10, 10);
+    EXPECT_EQ(evaluate(pos->thread, White, 1, 0, 0), -10);
+    EXPECT_EQ(evaluate(pos->thread, Black, 1, 0, 0), 10);
+}
+
+TEST(Evaluate, BishopPairNeedsTwoBishopsOfAnyColour)
+{
+    EXPECT_EQ(count_uses("4k3/7p/8/8/8/8/7P/2B1KB2 w - -", White, bishop_pair), 1);
+    EXPECT_EQ(count_uses("4k3/7p/8/8/8/B7/7P/2B1K3 w - -", White, bishop_pair), 1);
+    EXPECT_EQ(count_uses("4k3/7p/8/8/8/B3B3/7P/2B1K3 w - -", White, bishop_pair), 1);
+    EXPECT_EQ(count_uses("4k3/7p/8/8/8/8/7P/2B1K3 w - -", White, bishop_pair), 0);
+    EXPECT_EQ(count_uses("2b1kb2/7p/8/8/8/8/7P/2B1K3 w - -", Black, bishop_pair), 1);
+}
+
+TEST(Evaluate, RammedPawnsCountOnTheColourOfABishop)
+{
+    // Rammed: a4 (never counted), c4 on a light square, d4 and f4 on dark ones.
+    const char* const dark = "4k3/8/8/p1pp1p2/P1PP1P2/8/8/2B1K3 w - -";
+    const char* const light = "4k3/8/8/p1pp1p2/P1PP1P2/8/8/4KB2 w - -";
+    const char* const both = "4k3/8/8/p1pp1p2/P1PP1P2/8/8/2B1KB2 w - -";
+    EXPECT_EQ(count_uses(dark, White, bishop_rampawns), 2);
+    EXPECT_EQ(count_uses(light, White, bishop_rampawns), 1);
+    EXPECT_EQ(count_uses(both, White, bishop_rampawns), 3);
+    EXPECT_EQ(count_uses(both, Black, bishop_rampawns), 0);
+    // Black's pawns of the pairs stand on the other colours: d5 and f5 light, c5 dark.
+    EXPECT_EQ(count_uses("2b1k3/8/8/p1pp1p2/P1PP1P2/8/8/4K3 w - -", Black, bishop_rampawns), 2);
+    EXPECT_EQ(count_uses("4kb2/8/8/p1pp1p2/P1PP1P2/8/8/4K3 w - -", Black, bishop_rampawns), 1);
+    EXPECT_EQ(count_uses("4kb2/8/8/p6p/P6P/8/8/2B1K3 w - -", White, bishop_rampawns), 0);
+    EXPECT_EQ(count_uses("4kb2/8/8/p6p/P6P/8/8/2B1K3 w - -", Black, bishop_rampawns), 0);
+}
+
+TEST(Evaluate, RookAgainstMinorNeedsTwoPawns)
+{
+    EXPECT_EQ(count_uses("2b1k3/7p/8/8/8/8/6PP/R3K3 w - -", White, mtl_RvB), 1);
+    EXPECT_EQ(count_uses("2n1k3/7p/8/8/8/8/6PP/R3K3 w - -", White, mtl_RvB), 1);
+    EXPECT_EQ(count_uses("2b1k3/7p/8/8/8/8/7P/R3K3 w - -", White, mtl_RvB), 0);
+    EXPECT_EQ(count_uses("2b1k3/7p/8/8/8/8/6PP/RN2K3 w - -", White, mtl_RvB), 0);
+    EXPECT_EQ(count_uses("r3k3/6pp/8/8/8/8/7P/2B1K3 w - -", Black, mtl_RvB), 1);
+    EXPECT_EQ(count_uses("r3k3/6pp/8/8/8/8/7P/2B1K3 w - -", White, mtl_RvB), 0);
+}
+
+TEST(Evaluate, WingsOfTheKingsChooseMapAndTables)
+{
+    struct Case {
+        const char* text;
+        i32 same_wing;
+        i32 white_index;        // of the knight on b1
+        i32 black_index;        // of the knight on b8
+    };
+    const Case cases[] = {
+        { "1n4k1/7p/8/8/8/8/7P/1N4K1 w - -", 1, 1, 1 },
+        { "1nk5/7p/8/8/8/8/7P/1NK5 w - -", 1, 6, 6 },
+        { "1n4k1/7p/8/8/8/8/7P/1N1K4 w - -", 0, 6, 1 },
+        { "1n1k4/7p/8/8/8/8/7P/1N2K3 w - -", 0, 1, 6 },
+    };
+    for (const Case& one : cases) {
+        const i32 used = one.same_wing ? PST_N1 : PST_N2;
+        const i32 unused = one.same_wing ? PST_N2 : PST_N1;
+        EXPECT_EQ(count_uses(one.text, White, used + one.white_index), 1) << one.text;
+        EXPECT_EQ(count_uses(one.text, Black, used + one.black_index), 1) << one.text;
+        EXPECT_EQ(count_uses(one.text, White, unused + one.white_index), 0) << one.text;
+        EXPECT_EQ(last_work()->same_wing, one.same_wing) << one.text;
+    }
+}
+
+TEST(Evaluate, TalliesFollowTheGroupsOfTerms)
+{
+    const WeightsRestored restored;
+    set_position(open_game);
+    clear_weights();
+    set_weight(mtl_pawn, 1, 0);
+    set_weight(mtl_knight, 10, 0);
+    set_weight(mtl_bishop, 100, 0);
+    set_weight(mtl_rook, 1000, 0);
+    set_weight(mtl_queen, 5000, 0);
+    set_weight(PST_K + 4, 2, 0);
+    const EvalWork* work = work_of(open_game);
+    EXPECT_EQ(work->tally[TallyPawns][White], 8);
+    EXPECT_EQ(work->tally[TallyKnights][White], 28);
+    EXPECT_EQ(work->tally[TallyBishops][White], 228);
+    EXPECT_EQ(work->tally[TallyRooks][White], 2228);
+    EXPECT_EQ(work->tally[TallyQueens][White], 7228);
+    EXPECT_EQ(work->tally[TallyKing][White], 7230);
+    EXPECT_EQ(work->tally[TallyPassed][White], 7230);
+    EXPECT_EQ(work->tally[TallyKing][Black], 7230);
+    EXPECT_EQ(work->score[Black], 7230);
+}
+
+TEST(Evaluate, KingZoneHasNineSquaresEverywhere)
+{
+    for (i32 square = 0; square < 64; ++square) {
+        const i32 enemy = square == 63 ? 0 : 63;
+        const bool near = (square & 7) >= 6 && (square >> 3) >= 6;
+        Position* pos = set_position("8/8/8/8/8/8/8/8 w - -");
+        std::string board(64, '1');
+        board[static_cast<size_t>(square)] = 'K';
+        board[static_cast<size_t>(near ? 0 : enemy)] = 'k';
+        board[27] = board[27] == '1' ? 'P' : board[27];
+        board[35] = board[35] == '1' ? 'p' : board[35];
+        std::string text;
+        for (i32 rank = 7; rank >= 0; --rank) {
+            text += board.substr(static_cast<size_t>(rank) * 8, 8) + (rank > 0 ? "/" : " w - -");
+        }
+        pos = set_position(text);
+        evaluate(pos->thread, White, 1, 0, 0);
+        const u64 zone = last_work()->king_zone[White];
+        EXPECT_EQ(popcount(zone), 9) << text;
+        EXPECT_NE(zone & bit(square), 0u) << text;
+    }
+}

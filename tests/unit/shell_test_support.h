@@ -1,0 +1,134 @@
+// What the tests of the shell share: a fixture that gives every test the start values of run state
+// and options, a small hash table and no workers, in an empty directory, and puts back what it
+// found; and standard input fed by the test.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+
+#include "search/hash.h"
+#include "search/params.h"
+#include "search/search.h"
+#include "search/threads.h"
+#include "eval/weights.h"
+#include "shell/engine_options.h"
+#include "shell/input.h"
+#include "shell/output.h"
+#include "shell/options.h"
+#include "shell/run_state.h"
+#include "test_support.h"
+
+struct ShellTest : testing::Test {
+    void SetUp() override
+    {
+        test_thread();
+        found_threads = num_threads;
+        found_hash = hash_mb;
+        had_table = hash_table != nullptr;
+        reset_globals();
+        set_workers(0);
+        hash_mb = 1;
+        capture_output([] { alloc_hash(); });
+        set_position(start_position);
+        ASSERT_NE(getcwd(found_folder, sizeof found_folder), nullptr);
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        ASSERT_EQ(chdir(folder), 0);
+    }
+
+    void TearDown() override
+    {
+        close_log();
+        ASSERT_EQ(chdir(found_folder), 0);
+        EXPECT_EQ(system((std::string("rm -rf ") + folder).c_str()), 0);
+        reset_globals();
+        set_workers(found_threads);
+        free_hash();
+        hash_mb = found_hash;
+        if (had_table) {
+            capture_output([] { alloc_hash(); });
+        }
+        set_search_params();
+        init_eval_params(0);
+        set_position(start_position);
+    }
+
+    static void reset_globals()
+    {
+        init_run_state();
+        init_default_options();
+        saved_options.params_changed = 0;
+        engine_options = saved_options;
+        publish_options();
+    }
+
+    // Ends all workers and starts count new ones.
+    static void set_workers(i32 count)
+    {
+        if (num_threads != 0) {
+            destroy_workers(num_threads);
+        }
+        num_threads = count;
+        engine_options.threads = static_cast<i16>(count);
+        ASSERT_EQ(create_workers(count), 0);
+        store(stop_code, StopNone);
+    }
+
+    static void write_file(const char* name, const std::string& text)
+    {
+        std::ofstream(name, std::ios::binary) << text;
+    }
+
+    static std::string read_file(const char* name)
+    {
+        std::ifstream file(name, std::ios::binary);
+        return { std::istreambuf_iterator<char>(file), {} };
+    }
+
+    i32 found_threads = 0;
+    i32 found_hash = 0;
+    bool had_table = false;
+    char found_folder[1024] = "";
+    char folder[64] = "/tmp/vesk_test_XXXXXX";
+};
+
+// Standard input that the test writes to.
+struct FedInput {
+    FedInput()
+    {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        kept = dup(STDIN_FILENO);
+        dup2(ends[0], STDIN_FILENO);
+        close(ends[0]);
+        feed_end = ends[1];
+        reset_input();
+    }
+
+    ~FedInput()
+    {
+        end();
+        dup2(kept, STDIN_FILENO);
+        close(kept);
+        reset_input();
+    }
+
+    void feed(const std::string& bytes) const
+    {
+        EXPECT_EQ(write(feed_end, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+
+    void end()
+    {
+        if (feed_end >= 0) {
+            close(feed_end);
+        }
+        feed_end = -1;
+    }
+
+    int kept;
+    int feed_end;
+};

@@ -1,0 +1,151 @@
+// The main loop: what it starts, what it reports, and when it keeps silent.
+#include "shell/think_loop.h"
+
+#include "shell/time_control.h"
+#include "shell_test_support.h"
+
+static const std::string mate_in_one = "position fen 6k1/5ppp/8/8/8/8/8/R5K1 w - -\n";
+
+// Unknown commands for half a second: the loop takes one in a pass of a millisecond.
+static const std::string half_a_second = [] {
+    std::string text;
+    for (i32 i = 0; i < 500; i++) {
+        text += "x@";
+    }
+    return text + "\n";
+}();
+
+struct ThinkLoopTest : ShellTest {
+    // What the loop prints for lines that end with "quit".
+    static std::string run(const std::string& lines)
+    {
+        FedInput input;
+        input.feed(lines);
+        return capture_output([] { think_loop(); });
+    }
+};
+
+TEST_F(ThinkLoopTest, BranchingIsTheFourthRootOfFourDepths)
+{
+    search_result.last_iter_depth = 8;
+    nodes_by_depth[8] = 81000;
+    nodes_by_depth[4] = 1000;
+    EXPECT_NEAR(effective_branching(), 3.0, 1e-12);
+    nodes_by_depth[4] = 0;
+    EXPECT_EQ(effective_branching(), 2.0);
+    nodes_by_depth[4] = 1000;
+    nodes_by_depth[8] = 0;
+    EXPECT_EQ(effective_branching(), 2.0);
+    nodes_by_depth[8] = 81000;
+    search_result.last_iter_depth = 5;
+    nodes_by_depth[5] = 16;
+    nodes_by_depth[1] = 1;
+    EXPECT_EQ(effective_branching(), 2.0);
+    search_result.last_iter_depth = 6;
+    nodes_by_depth[6] = 16;
+    nodes_by_depth[2] = 1;
+    EXPECT_NEAR(effective_branching(), 2.0, 1e-12);
+    nodes_by_depth[6] = 256;
+    EXPECT_NEAR(effective_branching(), 4.0, 1e-12);
+}
+
+TEST_F(ThinkLoopTest, TheLoopStartsFromTheStartPosition)
+{
+    set_position("k7/8/8/8/8/8/8/K7 w - -");
+    store(engine_state, EngineThinking);
+    EXPECT_EQ(run("quit\n"), "");
+    EXPECT_EQ(fen_of(&console_thread->pos), start_position);
+    EXPECT_EQ(load(engine_state), EngineIdle);
+    EXPECT_EQ(quit_flag, 1);
+}
+
+TEST_F(ThinkLoopTest, TheConsoleShowsTheBoardFirst)
+{
+    store(uci_mode, 0);
+    const std::string output = run("quit\n");
+    EXPECT_EQ(output.rfind("rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -\n", 0), 0u);
+    EXPECT_EQ(output.substr(output.size() - 7), "white\n\n");
+}
+
+TEST_F(ThinkLoopTest, AGoIsAnswered)
+{
+    set_workers(1);
+    const std::string output = run(mate_in_one + "go depth 2\n" + half_a_second + "quit\n");
+    EXPECT_NE(output.find("bestmove a1a8\n"), std::string::npos) << output;
+    EXPECT_EQ(load(engine_state), EngineIdle);
+}
+
+TEST_F(ThinkLoopTest, APonderingSearchIsNotAnswered)
+{
+    set_workers(1);
+    store(noise, silent_noise);
+    EXPECT_EQ(
+        run(mate_in_one + "go ponder depth 2\n" + half_a_second + "isready\nquit\n"), "readyok\n");
+    EXPECT_EQ(load(engine_state), EnginePondering);
+    EXPECT_EQ(
+        run(mate_in_one + "go ponder depth 2\n" + half_a_second + "ponderhit\nisready\nquit\n"),
+        "bestmove a1a8\nreadyok\n");
+}
+
+TEST_F(ThinkLoopTest, APositionThatCannotBeSearchedIsAnsweredAtOnce)
+{
+    set_workers(1);
+    const std::string output =
+        run("position fen 8/8/8/8/8/8/8/K7 w - -\ngo infinite\nisready\nquit\n");
+    EXPECT_EQ(output.rfind("info string ", 0), 0u);
+    const std::string rest = output.substr(output.find('\n') + 1);
+    EXPECT_EQ(rest, "bestmove null\nreadyok\n");
+}
+
+TEST_F(ThinkLoopTest, WithoutWorkersOnlyStopIsAnswered)
+{
+    EXPECT_EQ(run("go depth 1\nisready\nisready\nstop\nisready\nquit\n"),
+        "readyok\nreadyok\nbestmove null\nreadyok\n");
+}
+
+TEST_F(ThinkLoopTest, EndingASearchSilentlyWaitsForTheWorkers)
+{
+    set_workers(1);
+    Position* pos = set_position(start_position);
+    store(noise, silent_noise);
+    prepare_search();
+    store(engine_state, EngineThinking);
+    wake_workers();
+    EXPECT_EQ(busy_workers(), 1);
+    end_search_silently();
+    EXPECT_EQ(busy_workers(), 0);
+    EXPECT_EQ(load(engine_state), EngineIdle);
+    // Without a search the state stays.
+    store(engine_state, EnginePondering);
+    store(stop_code, StopReport);
+    end_search_silently();
+    EXPECT_EQ(load(engine_state), EnginePondering);
+    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(pos->stm, White);
+}
+
+TEST_F(ThinkLoopTest, SelfPlayChargesTheClockAndEndsWithTheGame)
+{
+    set_workers(1);
+    self_play = 1;
+    tc_increment = 2.0;
+    store(noise, silent_noise);
+    const std::string output = run(mate_in_one + "go depth 3\n" + half_a_second + "quit\n");
+    EXPECT_EQ(output.rfind("bestmove a1a8\nR5k1/5ppp/8/8/8/8/8/6K1 b - -\n", 0), 0u) << output;
+    EXPECT_NE(output.find("\nblack\n\nbestmove null\n"), std::string::npos) << output;
+    EXPECT_EQ(self_play, 0);
+    // Both sides had the limit of a fixed depth, spent next to nothing and got the increment.
+    EXPECT_GT(load(clock_left[White]), 10000001.0);
+    EXPECT_LE(load(clock_left[White]), 10000002.0);
+    EXPECT_GT(load(clock_left[Black]), 10000001.0);
+    EXPECT_LE(load(clock_left[Black]), 10000002.0);
+}
+
+TEST_F(ThinkLoopTest, TickingTellsWhoseClockRuns)
+{
+    set_position("k7/8/8/8/8/8/8/K7 b - -");
+    start_time = monotonic_seconds() - 1.0;
+    tick_clock();
+    EXPECT_EQ(load(clock_side), Black);
+    EXPECT_GE(load(elapsed), 1.0);
+}
