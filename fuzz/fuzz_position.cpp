@@ -1,0 +1,48 @@
+// Position text: whatever it holds, the record that it gives must be writable as text again, and
+// where no defect is reported a short search of it must be safe.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "board/position.h"
+#include "fuzz_support.h"
+#include "search/search.h"
+#include "shell/run_state.h"
+#include "shell/time_control.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+static void search_shortly()
+{
+    store(noise, silent_noise);
+    store(tc_moves, 1);
+    tc_seconds = 1000.0;
+    node_limit_total = 20000;
+    store(depth_limit, 2);
+    store(engine_state, EngineThinking);
+    prepare_search();
+    search_sync();
+    store(engine_state, EngineIdle);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    ready_engine();
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    Position* pos = &console_thread->pos;
+    char first[128];
+    char second[128];
+    parse_epd(pos, text.c_str());
+    make_fen(pos, first);
+    if (position_defect(pos)) {
+        return 0;
+    }
+    parse_epd(pos, first);
+    make_fen(pos, second);
+    if (strcmp(first, second) != 0) {
+        fprintf(stderr, "'%s' is read back as '%s'\n", first, second);
+        abort();
+    }
+    search_shortly();
+    return 0;
+}

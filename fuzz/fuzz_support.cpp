@@ -1,0 +1,101 @@
+// The engine inside a fuzz target. It is set up once: what stays behind from one input to the
+// next is only what a long session of the program would keep too.
+#include "fuzz_support.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "board/tables.h"
+#include "eval/weights.h"
+#include "search/hash.h"
+#include "search/params.h"
+#include "search/threads.h"
+#include "shell/engine_options.h"
+#include "shell/options.h"
+#include "shell/run_state.h"
+
+static void check(bool condition, const char* text)
+{
+    if (!condition) {
+        fprintf(stderr, "fuzz: %s\n", text);
+        abort();
+    }
+}
+
+static void make_engine()
+{
+    const int nowhere = open("/dev/null", O_WRONLY);
+    check(nowhere >= 0 && dup2(nowhere, STDOUT_FILENO) == STDOUT_FILENO, "no /dev/null");
+    close(nowhere);
+    init_run_state();
+    init_tables();
+    console_thread = new_thread_record(-1);
+    check(console_thread != nullptr, "no thread record");
+    num_threads = 1;
+    check(create_workers(1) == 0, "no worker");
+    hash_mb = 1;
+    check(alloc_hash() == 1, "no hash table");
+}
+
+void ready_engine()
+{
+    static bool made = false;
+    if (!made) {
+        make_engine();
+        made = true;
+    }
+    init_run_state();
+    init_default_options();
+    engine_options = saved_options;
+    engine_options.hash = 1;
+    if (num_threads != 1) {
+        destroy_workers(num_threads);
+        num_threads = 1;
+        check(create_workers(1) == 0, "no worker");
+    }
+    if (hash_mb != 1) {
+        hash_mb = 1;
+        check(alloc_hash() == 1, "no hash table");
+    }
+    publish_options();
+    set_search_params();
+    init_eval_params(0);
+    parse_epd(&console_thread->pos, start_position);
+}
+
+// Cuts every number behind word to a count of digits.
+static void cut_numbers(std::string* text, const char* word, size_t digits)
+{
+    size_t at = text->find(word);
+    while (at != std::string::npos) {
+        size_t run = 0;
+        for (size_t i = at; i < text->size() && (*text)[i] != '\n';) {
+            run = isdigit(static_cast<unsigned char>((*text)[i])) ? run + 1 : 0;
+            if (run > digits) {
+                text->erase(i, 1);
+            } else {
+                i++;
+            }
+        }
+        at = text->find(word, at + 1);
+    }
+}
+
+std::string tamed_text(const uint8_t* data, size_t size)
+{
+    std::string text(reinterpret_cast<const char*>(data), size);
+    cut_numbers(&text, "Hash", 2);
+    cut_numbers(&text, "Threads", 1);
+    return text;
+}
+
+void write_file(const char* name, const std::string& text)
+{
+    FILE* file = fopen(name, "wb");
+    check(file != nullptr, "the current directory is not writable");
+    check(fwrite(text.data(), 1, text.size(), file) == text.size(), "cannot write a file");
+    fclose(file);
+}
