@@ -61,12 +61,6 @@ static void init_work(EvalWork* work)
     }
 }
 
-static void take_tally(EvalWork* work, i32 row)
-{
-    work->tally[row][White] = work->score[White];
-    work->tally[row][Black] = work->score[Black];
-}
-
 // Own pawns of rammed pairs on the colour of an own bishop. rammed holds the own pawns.
 static void eval_rammed_pawns(EvalWork* work, i32 side, u64 rammed)
 {

@@ -183,12 +183,6 @@ static void eval_queens(EvalWork* work)
     }
 }
 
-static void take_tally(EvalWork* work, i32 row)
-{
-    work->tally[row][White] = work->score[White];
-    work->tally[row][Black] = work->score[Black];
-}
-
 void eval_pieces(EvalWork* work)
 {
     eval_knights<White>(work);

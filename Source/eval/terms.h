@@ -71,6 +71,13 @@ inline void add_danger(EvalWork* work, i32 side, i32 amount)
     work->danger[side] = static_cast<u16>(work->danger[side] + amount);
 }
 
+// Notes the accounts as they stand, for a row of the printed table.
+inline void take_tally(EvalWork* work, TallyRow row)
+{
+    work->tally[row][White] = work->score[White];
+    work->tally[row][Black] = work->score[Black];
+}
+
 // ---- endings.cpp
 
 // Whether the material is a draw whatever the squares: no pawns, and each side has at most a
