@@ -239,7 +239,7 @@ static bool read_integer(const char* text, i32* value)
 void load_params_file()
 {
     static constexpr char delimiters[] = "(),\"\n";
-    FILE* const file = fopen(params_file, "r");
+    FILE* const file = open_regular_file(params_file);
     if (file == nullptr) {
         return;
     }

@@ -21,6 +21,7 @@ u64 hash_mask;
 HashSlot* hash_low;
 HashSlot* hash_high;
 f64 hash_fill;
+Shared<u8> hash_written;
 
 static constexpr u32 reserve_slots = 16;        // keep the last bucket inside the block
 static constexpr i32 bucket_slots = 4;
@@ -116,6 +117,9 @@ void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alp
     entry.cnt50 = pos->cnt50;
     u64 words[2];
     memcpy(words, &entry, sizeof words);
+    if (load(hash_written) == 0) {
+        store(hash_written, 1);
+    }
     store(slot->word[0], words[0]);
     store(slot->word[1], words[1]);
 }
@@ -166,6 +170,7 @@ i32 alloc_hash()
     hash_low = hash_table;
     hash_high = hash_table + hash_slots;
     hash_fill = 0.0;
+    store(hash_written, 0);
     print_line_format("info string allocated %d Mbytes for hash table\n", hash_mb);
     return 1;
 }
@@ -178,24 +183,37 @@ static void clear_slots(u64 first, u64 count)
     }
 }
 
+// Slots of the block, the reserve included.
+static u64 slot_count()
+{
+    return static_cast<u64>(hash_slots) + reserve_slots;
+}
+
 void clear_hash_share(i32 thread_id)
 {
-    const u64 slots = static_cast<u64>(hash_slots) + reserve_slots;
-    const u64 share = slots / static_cast<u64>(num_threads);
+    const u64 share = slot_count() / static_cast<u64>(num_threads);
     clear_slots(static_cast<u64>(thread_id) * share, share);
 }
 
 void clear_hash()
 {
-    if (num_threads == 1) {
-        clear_slots(0, static_cast<u64>(hash_slots) + reserve_slots);
-    } else {
-        for (i32 i = 0; i < num_threads; i++) {
-            post_command(load(workers[i]), CommandClearHash);
-        }
-        wait_for_workers();
-    }
     hash_fill = 0.0;
+    if (load(hash_written) == 0) {
+        return;
+    }
+    if (num_threads == 1) {
+        clear_slots(0, slot_count());
+        store(hash_written, 0);
+        return;
+    }
+    for (i32 i = 0; i < num_threads; i++) {
+        post_command(load(workers[i]), CommandClearHash);
+    }
+    wait_for_workers();
+    // The slots that the division leaves over stay as they were.
+    if (num_threads > 0 && slot_count() % static_cast<u64>(num_threads) == 0) {
+        store(hash_written, 0);
+    }
 }
 
 void clear_hash_if_idle()

@@ -40,6 +40,10 @@ extern HashSlot* hash_low;
 extern HashSlot* hash_high;
 extern f64 hash_fill;           // share of sampled slots written by this search; under info_lock
 
+// Whether a slot may have been written since the table was mapped or cleared as a whole. Clearing
+// a table that nobody has written would only make all of its memory resident.
+extern Shared<u8> hash_written;
+
 // The start of the bucket of a key.
 inline HashSlot* hash_bucket(u64 key)
 {

@@ -1,6 +1,7 @@
 // The storage of the user's settings, their defaults, and the way of some of them to the workers.
 #include "shell/engine_options.h"
 
+#include "search/threads.h"
 #include "shell/run_state.h"
 
 static constexpr EngineOptions default_options = {
@@ -63,9 +64,12 @@ void init_default_options()
 
 void publish_options()
 {
+    store(worker_options.log, engine_options.log);
+    if (busy_workers() != 0) {
+        return;
+    }
     store(worker_options.contempt, engine_options.contempt);
     store(worker_options.multi_pv, engine_options.multi_pv);
-    store(worker_options.log, engine_options.log);
     store(worker_options.syzygy_probe_depth5, engine_options.syzygy_probe_depth5);
     store(worker_options.syzygy_probe_depth6, engine_options.syzygy_probe_depth6);
 }

@@ -59,5 +59,6 @@ extern EngineOptions saved_options;  // what "uci" announces as defaults
 void init_default_options();
 
 // Publishes the options that workers read into worker_options. Every routine that has changed
-// engine_options ends with this call.
+// engine_options ends with this call. A running search keeps what it started with, the log apart;
+// prepare_search publishes the rest before the next one.
 void publish_options();

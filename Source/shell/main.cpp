@@ -4,7 +4,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include "board/position.h"
 #include "board/tables.h"
@@ -27,9 +29,21 @@ static constexpr i32 bench_positions = 20;
 static constexpr i32 bench_single_positions = 10;
 static constexpr i32 deepest_tune_limit = 10;
 
+// A standard stream that is closed at the start is opened on nothing: else the first file opened
+// would take its place and get what is meant for the stream.
+static void open_closed_streams()
+{
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; descriptor++) {
+        if (fcntl(descriptor, F_GETFD) < 0) {
+            open("/dev/null", O_RDWR);      // the lowest number that is free: this one
+        }
+    }
+}
+
 // A reader that has gone must end the process at its next line, whatever the parent had set.
 static void init_streams()
 {
+    open_closed_streams();
     signal(SIGPIPE, SIG_DFL);
     setbuf(stdout, nullptr);
     setvbuf(stdout, nullptr, _IONBF, 0);

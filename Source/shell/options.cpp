@@ -6,9 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "fathom/tbcore.h"
 #include "search/hash.h"
@@ -25,6 +22,7 @@ static constexpr i32 value_size = 201;
 static constexpr i32 config_line_size = 255;
 static constexpr size_t shortest_config_line = 4;
 static constexpr i32 deepest_config_file = 8; // files that name each other end here
+static constexpr i32 most_config_files = 64; // and here, if they do so on many lines
 
 enum OptionKind { TextOption, SpinOption, CheckOption, ButtonOption, LogOption, ScaleOption };
 
@@ -282,25 +280,6 @@ void announce_options()
 
 // ---- The configuration file
 
-// Opens a regular file for reading: a pipe or a device would hold up the main thread, or never end.
-static FILE* open_config(const char* path)
-{
-    const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor < 0) {
-        return nullptr;
-    }
-    struct stat status;
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        close(descriptor);
-        return nullptr;
-    }
-    FILE* file = fdopen(descriptor, "r");
-    if (file == nullptr) {
-        close(descriptor);
-    }
-    return file;
-}
-
 // One line of the file, "name = value # comment"; line is changed.
 static void read_config_line(char* line)
 {
@@ -330,12 +309,17 @@ static void read_config_line(char* line)
 i32 load_config_file()
 {
     static i32 open_files = 0;
-    FILE* file =
-        open_files < deepest_config_file ? open_config(engine_options.config_file_path) : nullptr;
+    static i32 loaded_files = 0;
+    if (open_files == 0) {
+        loaded_files = 0;
+    }
+    const bool allowed = open_files < deepest_config_file && loaded_files < most_config_files;
+    FILE* file = allowed ? open_regular_file(engine_options.config_file_path) : nullptr;
     if (file == nullptr) {
         return 0;
     }
     open_files++;
+    loaded_files++;
     print_line_format("info string loading parameters from %s", engine_options.config_file_path);
     char line[config_line_size];
     while (fgets(line, sizeof line, file) != nullptr) {

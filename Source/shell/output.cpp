@@ -7,8 +7,10 @@
 #include <cstdarg>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -136,9 +138,6 @@ void print_plain(const char* format, ...)
 
 void log_line(const char* format, ...)
 {
-    if (!log_is_on()) {
-        return;
-    }
     char text[line_buffer_size];
     va_list args;
     va_start(args, format);
@@ -155,6 +154,24 @@ void copy_text(char* dst, size_t size, const char* src)
     const size_t count = strnlen(src, size - 1);
     memmove(dst, src, count);
     dst[count] = '\0';
+}
+
+FILE* open_regular_file(const char* path)
+{
+    const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    struct stat status;
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(descriptor);
+        return nullptr;
+    }
+    FILE* file = fdopen(descriptor, "r");
+    if (file == nullptr) {
+        close(descriptor);
+    }
+    return file;
 }
 
 i32 open_log()

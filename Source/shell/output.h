@@ -27,11 +27,16 @@ void print_line(const char* text);
 // write, under output_lock; cut at 8 KB.
 [[gnu::format(printf, 1, 2)]] void print_plain(const char* format, ...);
 
-// Writes a formatted line to the log alone, if logging is on and the log is open.
+// Writes a formatted line to the log alone, if one is open; whether logging is on is the caller's
+// to ask.
 [[gnu::format(printf, 1, 2)]] void log_line(const char* format, ...);
 
 // Copies src into dst, cut to size - 1 characters, always closed by NUL. size is at least 1.
 void copy_text(char* dst, size_t size, const char* src);
+
+// Opens a regular file for reading: a pipe or a device would hold up the main thread, or never
+// end. Returns null if there is no such file or it cannot be read.
+FILE* open_regular_file(const char* path);
 
 // Opens vesk.log in the current directory, replacing an old one. Returns 1, or 0 if the old
 // file cannot be unlinked or the new one not opened; a second call with an open log returns 1.

@@ -271,11 +271,12 @@ static bool search_is_due()
     return state == EngineStart || state == EngineStartPonder;
 }
 
-// Whether nothing can happen before a command comes: no search runs or is due, and no line is
-// left. The clock need not be looked at then.
+// Whether nothing can happen before a command comes: no search runs or is due, no result waits,
+// and no line is left. The clock need not be looked at then. The workers are asked first: one may
+// finish at any moment, and its result must not wait for a command.
 static bool is_waiting()
 {
-    return pending_input[0] == '\0' && !search_is_due() && busy_workers() == 0;
+    return busy_workers() == 0 && !result_is_due() && !search_is_due() && pending_input[0] == '\0';
 }
 
 static void run_pass()

@@ -192,8 +192,10 @@ static void report_allotment()
     char fen[fen_size];
     make_fen(pos, fen);
     if (load(uci_mode) == 1) {
-        log_line("info string fen %s", fen);
-        log_line("info string ply= %d, trg_time= %0.3f sec", plies, target_time);
+        if (engine_options.log != 0) {
+            log_line("info string fen %s", fen);
+            log_line("info string ply= %d, trg_time= %0.3f sec", plies, target_time);
+        }
     } else {
         print_line_format("fen %s", fen);
         print_line_format("Ply= %d, cnt50= %d, Clock= %0.2fs, Target time= %0.2fs", plies,

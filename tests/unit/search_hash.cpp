@@ -445,6 +445,16 @@ TEST_F(Hash, ClearingWithoutAWorkerClearsNothing)
     EXPECT_EQ(hash_fill, 0.0);
 }
 
+TEST_F(Hash, StoringMarksTheTableAsWrittenAndClearingAllOfItAsClean)
+{
+    clear_hash();
+    EXPECT_EQ(load(hash_written), 0);
+    store_plain(set_position(start_position), 5);
+    EXPECT_EQ(load(hash_written), 1);
+    clear_hash();
+    EXPECT_EQ(load(hash_written), 0);
+}
+
 TEST_F(Hash, SharesLeaveTheSlotsThatTheDivisionLeavesOver)
 {
     use_records(3);
@@ -453,6 +463,7 @@ TEST_F(Hash, SharesLeaveTheSlotsThatTheDivisionLeavesOver)
     for (u32 i = 0; i < all; i++) {
         store(hash_table[i].word[0], 1);
     }
+    store(hash_written, 1);
     for (i32 i = 0; i < 3; i++) {
         clear_hash_share(i);
     }

@@ -238,6 +238,7 @@ void write_slot(HashSlot* slot, const HashEntry* entry)
     memcpy(words, entry, sizeof words);
     store(slot->word[0], words[0]);
     store(slot->word[1], words[1]);
+    store(hash_written, 1);
 }
 
 HashEntry make_entry(const Position* pos, Move move, i32 score, i32 depth, HashBound bound)

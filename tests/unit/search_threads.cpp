@@ -534,6 +534,7 @@ TEST_F(Workers, ThreeWorkersClearAllButTheSlotsLeftOverByTheDivision)
     for (u32 i = 0; i < all; i++) {
         store(hash_table[i].word[1], 1);
     }
+    store(hash_written, 1);
     clear_hash();
     EXPECT_EQ(busy_workers(), 0);
     for (u32 i = 0; i < all; i++) {

@@ -264,6 +264,31 @@ TEST_F(OptionsTest, WorkersSeeWhatWasSet)
     EXPECT_EQ(load(worker_options.syzygy_probe_depth6), 9);
 }
 
+TEST_F(OptionsTest, ARunningSearchKeepsWhatItStartedWithButLogsAtOnce)
+{
+    set("Contempt", "33");
+    SearchThread* busy = new_thread_record(0);
+    ASSERT_NE(busy, nullptr);
+    SearchThread* const old_worker = load(workers[0]);
+    const i32 old_count = num_threads;
+    store(busy->command, CommandSearch);
+    store(workers[0], busy);
+    num_threads = 1;
+    set("Contempt", "44");
+    engine_options.log = 1;
+    publish_options();
+    EXPECT_EQ(load(worker_options.contempt), 33);
+    EXPECT_EQ(load(worker_options.log), 1);
+
+    store(busy->command, CommandIdle);
+    engine_options.log = 0;
+    publish_options();
+    EXPECT_EQ(load(worker_options.contempt), 44);
+    store(workers[0], old_worker);
+    num_threads = old_count;
+    delete busy;
+}
+
 TEST_F(OptionsTest, AnnouncementShowsTheSavedValues)
 {
     saved_options.hash = 77;
@@ -397,4 +422,18 @@ TEST_F(OptionsTest, AFileThatLoadsItselfComesToAnEnd)
     EXPECT_EQ(loads, 8u);
     // The next one loads as ever.
     EXPECT_EQ(replies("Contempt = 3\n"), "info string Contempt set to 3\n");
+}
+
+TEST_F(OptionsTest, FilesThatNameEachOtherOnManyLinesComeToAnEnd)
+{
+    std::string lines;
+    for (int i = 0; i < 30; i++) {
+        lines += "ConfigFilePath = test.cfg\n";
+    }
+    const std::string output = load_config(lines.c_str());
+    size_t loads = 0;
+    for (size_t at = 0; (at = output.find("loading", at)) != std::string::npos; at++) {
+        loads++;
+    }
+    EXPECT_EQ(loads, 64u);
 }

@@ -142,24 +142,24 @@ TEST_F(OutputTest, OutputThatCannotBeWrittenIsGivenUp)
     EXPECT_EQ(capture_output([] { print_line("this they hear"); }), "this they hear\n");
 }
 
-TEST_F(OutputTest, TheLogGetsLinesOnlyWhileItIsOn)
+TEST_F(OutputTest, TheLogGetsPrintedLinesOnlyWhileItIsOnAndItsOwnWheneverItIsOpen)
 {
     ASSERT_EQ(open_log(), 1);
     capture_output([] {
         print_line("before");
-        log_line("hidden before");
+        log_line("own before");
         engine_options.log = 1;
         publish_options();
         print_line("first");
-        log_line("hidden %d", 1);
+        log_line("own %d", 1);
         print_plain("plain\n");
         print_line_format("second %d", 2);
         engine_options.log = 0;
         publish_options();
         print_line("after");
-        log_line("hidden after");
+        log_line("own after");
     });
-    EXPECT_EQ(read_file("vesk.log"), "first\nhidden 1\nsecond 2\n");
+    EXPECT_EQ(read_file("vesk.log"), "own before\nfirst\nown 1\nsecond 2\nown after\n");
 }
 
 TEST_F(OutputTest, LogOnlyLinesStayOffStandardOutput)
