@@ -10,8 +10,8 @@ FUZZ_SECONDS ?= 60
 level = -DVESK_ARCH=$(ARCH)
 build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) $(2) && cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all vesk release native baseline clang test bench sanitize asan tsan pgo ttune micro fuzz \
-	format clean
+.PHONY: all vesk release native baseline clang test bench bench-book sanitize asan tsan pgo ttune \
+	micro fuzz format clean
 
 all: vesk
 
@@ -38,6 +38,10 @@ test: release
 
 bench: vesk
 	scripts/check_signature ./vesk
+
+bench-book: vesk
+	cmake --build --preset release --target random_games
+	bench/book.py
 
 sanitize: asan tsan
 

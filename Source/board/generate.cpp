@@ -175,14 +175,18 @@ MoveEntry* gen_quiets(const Position* pos, i32 side, MoveEntry* out, i32 check_s
     return add_castling(pos, side, out, occ);
 }
 
+MoveEntry* gen_moves_into(const Position* pos, MoveEntry* out)
+{
+    out = gen_captures(pos, pos->stm, out, NoSquare);
+    out = gen_promotions(pos, pos->stm, 1, out);
+    return gen_quiets(pos, pos->stm, out, NoSquare);
+}
+
 void gen_all_moves(Position* pos)
 {
     SearchThread* thread = pos->thread;
     debug_check(thread->ply >= 0 && thread->ply < ply_count - 2);
     PlyRecord* rec = &thread->ply_rec[thread->ply];
     rec->list_cursor = rec->list_start;
-    MoveEntry* out = gen_captures(pos, pos->stm, rec->list_start, NoSquare);
-    out = gen_promotions(pos, pos->stm, 1, out);
-    out = gen_quiets(pos, pos->stm, out, NoSquare);
-    publish_list(thread, out);
+    publish_list(thread, gen_moves_into(pos, rec->list_start));
 }

@@ -7,7 +7,6 @@
 static constexpr i32 first_rank[2] = { 0, 7 };
 static constexpr i32 pawn_home_rank[2] = { 1, 6 };
 static constexpr i32 fifty_move_plies = 100;
-static constexpr i32 max_moves = 1128;          // of one list
 
 // The king must not be in check, cross an attacked square or arrive on one.
 static bool is_legal_castling(const Position* pos, i32 side, i32 from, i32 to)
@@ -130,13 +129,22 @@ bool move_fits_board(const Position* pos, Move move)
 // Generates into a list of its own: the position may stand at any ply of the game.
 static bool has_legal_move(Position* pos)
 {
-    MoveEntry moves[max_moves];
-    MoveEntry* end = gen_captures(pos, pos->stm, moves, NoSquare);
-    end = gen_promotions(pos, pos->stm, 1, end);
-    end = gen_quiets(pos, pos->stm, end, NoSquare);
+    MoveEntry moves[max_list_moves];
+    const MoveEntry* end = gen_moves_into(pos, moves);
     for (const MoveEntry* entry = moves; entry < end; entry++) {
         if (is_legal_move(pos, pos->stm, entry->move))
             return true;
+    }
+    return false;
+}
+
+bool is_playable(Position* pos, Move move)
+{
+    MoveEntry moves[max_list_moves];
+    const MoveEntry* end = gen_moves_into(pos, moves);
+    for (const MoveEntry* entry = moves; entry < end; entry++) {
+        if (entry->move == move)
+            return is_legal_move(pos, pos->stm, move);
     }
     return false;
 }

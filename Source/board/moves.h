@@ -40,6 +40,10 @@ MoveEntry* gen_promotions(const Position* pos, i32 side, i32 under, MoveEntry* o
 // Quiet moves of side without promotions. With check_sq, interpositions and king moves only.
 MoveEntry* gen_quiets(const Position* pos, i32 side, MoveEntry* out, i32 check_sq);
 
+// All moves of the side to move in the order of gen_all_moves. out holds max_list_moves entries.
+inline constexpr i32 max_list_moves = 1128;
+MoveEntry* gen_moves_into(const Position* pos, MoveEntry* out);
+
 // All moves of the side to move at the current ply, closed and published.
 void gen_all_moves(Position* pos);
 
@@ -94,6 +98,10 @@ bool adds_king_pressure(Position* pos, i32 type, i32 from, i32 to, u64 zone);
 
 // Whether a pseudo-legal move of side does not leave its king in check.
 bool is_legal_move(Position* pos, i32 side, Move move);
+
+// Whether move, which may be any number, is a legal move of the side to move. Leaves all lists as
+// they are.
+bool is_playable(Position* pos, Move move);
 
 // Whether move can exist in this position (for moves out of the hash table): pieces, patterns
 // and blockers, not castling rights and not the own king's safety.

@@ -25,6 +25,8 @@ static constexpr size_t opcode_size = 64;
 // Index into the promotion tables, or -1 if the move is none.
 static i32 find_promotion(Move move)
 {
+    if ((move & PromotionMask) == 0)
+        return -1;
     for (i32 i = 0; i < 4; i++) {
         if (move & promotion_flags[i])
             return i;
@@ -101,6 +103,19 @@ static u64 find_twins(const Position* pos, i32 type, i32 from, i32 to)
     return reach & pos->bb[pos->stm][type] & ~bit(from);
 }
 
+// Piece letter, an optional letter or digit of the from-square, the mark of a capture, to-square.
+static void write_piece_form(char* out, char letter, char origin, bool captures, i32 to)
+{
+    *out++ = letter;
+    if (origin != '\0')
+        *out++ = origin;
+    if (captures)
+        *out++ = 'x';
+    *out++ = square_name[to][0];
+    *out++ = square_name[to][1];
+    *out = '\0';
+}
+
 static void write_piece_move(const Position* pos, Move move, char* san, char* san_file,
     char* san_rank)
 {
@@ -115,25 +130,21 @@ static void write_piece_move(const Position* pos, Move move, char* san, char* sa
         return;
     }
 
-    append_char(san, piece_letters[type]);
-    append_char(san_file, piece_letters[type]);
-    append_char(san_file, square_name[from][0]);
-    append_char(san_rank, piece_letters[type]);
-    append_char(san_rank, square_name[from][1]);
     // A twin on neither the file nor the rank leaves san as it is: the other forms tell the two
     // moves apart.
+    const char file = square_name[from][0];
+    const char rank = square_name[from][1];
     const u64 twins = find_twins(pos, type, from, to);
+    char origin = '\0';
     if (twins & (ray_n[from] | ray_s[from]))
-        copy_text(san, form_size, san_rank);
+        origin = rank;
     else if (twins & (ray_e[from] | ray_w[from]))
-        copy_text(san, form_size, san_file);
-
-    char* const forms[3] = { san, san_file, san_rank };
-    for (char* form : forms) {
-        if (pos->board[to] != 0)
-            append_char(form, 'x');
-        append(form, square_name[to]);
-    }
+        origin = file;
+    const char letter = piece_letters[type];
+    const bool captures = pos->board[to] != 0;
+    write_piece_form(san, letter, origin, captures, to);
+    write_piece_form(san_file, letter, file, captures, to);
+    write_piece_form(san_rank, letter, rank, captures, to);
 }
 
 static void write_pawn_move(const Position* pos, Move move, char* coord, char* san, char* san_file)
@@ -141,12 +152,14 @@ static void write_pawn_move(const Position* pos, Move move, char* coord, char* s
     const i32 to = to_square(move);
     write_squares(move, coord);
     if (pos->board[to] != 0 || to == pos->ep_square) {
-        copy_text(san, form_size, coord);
-        san[1] = 'x';
-        append_char(san_file, coord[0]);
-        append_char(san_file, coord[2]);
+        write_piece_form(san, coord[0], '\0', true, to);
+        san_file[0] = coord[0];
+        san_file[1] = coord[2];
+        san_file[2] = '\0';
     } else {
-        copy_text(san, form_size, square_name[to]);
+        san[0] = coord[2];
+        san[1] = coord[3];
+        san[2] = '\0';
     }
 
     const i32 promotion = find_promotion(move);
@@ -174,7 +187,9 @@ static bool gives_check(Position* pos, Move move)
     return checker != NoSquare;
 }
 
-void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, char* san_rank)
+// The four forms without the mark of a check.
+static void write_forms(const Position* pos, Move move, char* coord, char* san, char* san_file,
+    char* san_rank)
 {
     move_text_or_null(move, coord);
     san[0] = '\0';
@@ -186,8 +201,12 @@ void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, 
         write_pawn_move(pos, move, coord, san, san_file);
     else
         write_piece_move(pos, move, san, san_file, san_rank);
+}
 
-    if (gives_check(pos, move)) {
+void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, char* san_rank)
+{
+    write_forms(pos, move, coord, san, san_file, san_rank);
+    if (move != NoMove && gives_check(pos, move)) {
         append_char(coord, '+');
         append_char(san, '+');
         append_char(san_file, '+');
@@ -226,16 +245,32 @@ static void normalise_move_text(char* text)
     }
 }
 
-static bool move_has_text(Position* pos, Move move, const char* text)
+// A text to be read has lost its check mark, so the forms are compared without theirs.
+static bool move_has_text(const Position* pos, Move move, const char* text)
 {
     char forms[4][form_size];
-    make_san(pos, move, forms[0], forms[1], forms[2], forms[3]);
-    for (char* form : forms) {
-        cut_at(form, '+');
-        if (strcmp(form, text) == 0)
+    write_forms(pos, move, forms[0], forms[1], forms[2], forms[3]);
+    for (const char* form : forms) {
+        if (form[0] == text[0] && strcmp(form, text) == 0)
             return true;
     }
     return false;
+}
+
+// Stores the last legal move of a closed list that has this text. Returns 1 if it is the only one.
+static i32 pick_named_move(Position* pos, const MoveEntry* list, const char* text, Move* move)
+{
+    i32 matches = 0;
+    for (; list->move != EndOfList; list++) {
+        if (move_has_text(pos, list->move, text) && list->move != NoMove
+            && is_legal_move(pos, pos->stm, list->move)) {
+            matches++;
+            *move = list->move;
+        }
+    }
+    if (matches == 2)
+        print_plain("ambiguous move\n");
+    return matches == 1;
 }
 
 i32 parse_move(char* text, Move* move)
@@ -250,19 +285,101 @@ i32 parse_move(char* text, Move* move)
     thread->ply = 1;
     gen_all_moves(pos);
     thread->ply = ply;
+    return pick_named_move(pos, thread->ply_rec[1].list_start, text, move);
+}
 
-    i32 matches = 0;
-    for (const MoveEntry* entry = thread->ply_rec[1].list_start; entry->move != EndOfList;
-        entry++) {
-        if (move_has_text(pos, entry->move, text) && entry->move != NoMove
-            && is_legal_move(pos, pos->stm, entry->move)) {
-            matches++;
-            *move = entry->move;
-        }
+// The square in whose name a text ends, or NoSquare.
+static i32 named_target(const char* text, size_t length)
+{
+    if (length < 2)
+        return NoSquare;
+    const i32 file = text[length - 2] - 'a';
+    const i32 rank = text[length - 1] - '1';
+    if (file < 0 || file > 7 || rank < 0 || rank > 7)
+        return NoSquare;
+    return rank * 8 + file;
+}
+
+static MoveEntry* add_candidate(const Position* pos, MoveEntry* out, i32 from, i32 to)
+{
+    out->move = make_move_code(from, to);
+    out->moved = pos->board[from];
+    out->captured = pos->board[to];
+    return out + 1;
+}
+
+// Moves of a piece that is no pawn onto a square; no castling.
+static MoveEntry* list_piece_moves_to(const Position* pos, i32 type, i32 to, MoveEntry* out)
+{
+    const u64 own = pos->bb[pos->stm][0];
+    if (own & bit(to))
+        return out;
+    const u64 occ = own | pos->bb[pos->stm ^ 1][0];
+    u64 reach = 0;
+    if (type == Knight)
+        reach = knight_attacks[to];
+    if (type == King)
+        reach = king_attacks[to];
+    if (type == Bishop || type == Queen)
+        reach |= bishop_attacks(to, occ);
+    if (type == Rook || type == Queen)
+        reach |= rook_attacks(to, occ);
+    for (u64 set = reach & pos->bb[pos->stm][type]; set != 0;)
+        out = add_candidate(pos, out, pop_lowest(&set), to);
+    return out;
+}
+
+// A pawn's step or double step onto a square that is not on the last rank.
+static MoveEntry* list_pawn_steps_to(const Position* pos, i32 to, MoveEntry* out)
+{
+    const i32 side = pos->stm;
+    const i32 step = pawn_step[side];
+    const i32 pawn = Pawn + 8 * side;
+    const i32 rank = to >> 3;
+    if (rank == 0 || rank == 7 || pos->board[to] != 0)
+        return out;
+    if (pos->board[to - step] == pawn)
+        return add_candidate(pos, out, to - step, to);
+    if (rank == (side == White ? 3 : 4) && pos->board[to - step] == 0
+        && pos->board[to - 2 * step] == pawn)
+        return add_candidate(pos, out, to - 2 * step, to);
+    return out;
+}
+
+// Lists those pseudo-legal moves that a normalised text can name, and as few others as are cheap
+// to leave out. Every form but a pawn's capture by files, a promotion and castling ends in the
+// target square; only the forms of pieces begin with a capital, and the only form of two
+// characters that ends in a digit is a pawn's step.
+static MoveEntry* list_candidates(const Position* pos, const char* text, MoveEntry* out)
+{
+    const size_t length = strlen(text);
+    const i32 to = named_target(text, length);
+    if (to != NoSquare) {
+        const char* letter = strchr(piece_letters + Knight, text[0]);
+        if (letter != nullptr)
+            return list_piece_moves_to(pos, static_cast<i32>(letter - piece_letters), to, out);
+        if (length == 2)
+            return list_pawn_steps_to(pos, to, out);
     }
-    if (matches == 2)
-        print_plain("ambiguous move\n");
-    return matches == 1;
+
+    const bool is_castling = text[0] == 'o';
+    const MoveEntry* end = gen_moves_into(pos, out);
+    for (const MoveEntry* entry = out; entry < end; entry++) {
+        if (to != NoSquare && to_square(entry->move) != to)
+            continue;
+        if (!is_castling || (entry->moved & 7) == King)
+            *out++ = *entry;
+    }
+    return out;
+}
+
+i32 parse_move_on(Position* pos, char* text, Move* move)
+{
+    MoveEntry candidates[max_list_moves + 1];
+    *move = NoMove;
+    normalise_move_text(text);
+    list_candidates(pos, text, candidates)->move = EndOfList;
+    return pick_named_move(pos, candidates, text, move);
 }
 
 // ---- EPD operations

@@ -20,6 +20,10 @@ void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, 
 // "ambiguous move" if exactly two moves fit.
 i32 parse_move(char* text, Move* move);
 
+// The same result and the same output on any position, for readers of many games: it looks only
+// at the moves that text can name, and leaves the lists of pos->thread alone.
+i32 parse_move_on(Position* pos, char* text, Move* move);
+
 // Sizes of the buffers of read_epd_ops, with their NUL.
 inline constexpr i32 epd_pos_size = 512;
 inline constexpr i32 epd_operand_size = 328;

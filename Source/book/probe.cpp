@@ -1,7 +1,180 @@
-// Looking up a position in an opening book. This build reads no books: no position has a move.
-#include "book/book.h"
+// Looking up a position in an opening book and choosing a move by chance. Whatever the file holds,
+// the number of reads is bounded by the logarithm of its length, and only a regular file is read:
+// a pipe or a terminal under the book's name would hold up the game.
+#include <cstdlib>
+#include <cstring>
 
-Move book_probe(Position*, const char*)
+#include "board/moves.h"
+#include "book/polyglot.h"
+#include "shell/engine_options.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+
+static constexpr i64 record_size = sizeof(BookEntry);
+static constexpr i32 neutral_variety = 25; // the book's own proportions
+static constexpr i32 weight_scale = 10000;
+static constexpr u32 draw_factor = 98765;
+static constexpr u32 draw_offset = 123456789;
+static constexpr u32 draw_limit = 1000;
+static constexpr size_t report_size = 1024; // holds a word of five letters for every entry
+
+// ---- Reading
+
+static i32 read_record_at(FILE* file, i64 index, BookEntry* entry)
 {
-    return NoMove;
+    if (fseeko(file, index * record_size, SEEK_SET) != 0)
+        return 1;
+    return read_book_entry(file, entry);
+}
+
+// Finds the first record of key by bisection and returns its index, or -1 if there is none.
+// The last record is read from 16 bytes before the end; in a file with an odd rest these bytes
+// are no record and match no key.
+static i64 find_first_record(FILE* file, u64 key, BookEntry* found)
+{
+    if (fseeko(file, -record_size, SEEK_END) != 0)
+        return -1;
+    i64 high = ftello(file) / record_size;
+    if (read_book_entry(file, found) != 0)
+        return -1;
+    for (i64 low = -1; high - low != 1;) {
+        const i64 middle = (low + high) / 2;
+        BookEntry entry;
+        if (read_record_at(file, middle, &entry) != 0)
+            return -1;
+        if (key <= entry.key) {
+            *found = entry;
+            high = middle;
+        } else {
+            low = middle;
+        }
+    }
+    return found->key == key ? high : -1;
+}
+
+// Fills entries with the records of key in the order of the file and returns their number.
+static i32 read_entries(const char* file_name, u64 key, BookEntry* entries)
+{
+    FILE* file = open_regular_file(file_name);
+    if (file == nullptr)
+        return 0;
+    i32 count = 0;
+    const i64 first = find_first_record(file, key, &entries[0]);
+    if (first >= 0) {
+        count = 1;
+        if (fseeko(file, (first + 1) * record_size, SEEK_SET) == 0) {
+            while (count < max_book_entries && read_book_entry(file, &entries[count]) == 0
+                && entries[count].key == key)
+                count++;
+        }
+    }
+    fclose(file);
+    return count;
+}
+
+// ---- Choosing
+
+u32 adjust_book_weights(const BookEntry* entries, i32 count, i32 variety, u16* adjusted)
+{
+    i64 total = 0;
+    for (i32 i = 0; i < count; i++)
+        total += entries[i].weight;
+    if (total == 0)
+        return 0;
+
+    const i64 bonus = static_cast<i64>(entries[0].weight * 0.01 * (variety - neutral_variety));
+    u32 sum = 0;
+    for (i32 i = 0; i < count; i++) {
+        const i64 share = (entries[i].weight + bonus) * weight_scale / total;
+        adjusted[i] = static_cast<u16>(share > 0 ? share : 0);
+        sum += adjusted[i];
+    }
+    return sum;
+}
+
+i32 choose_book_entry(const BookEntry* entries, i32 count, const u16* adjusted, u32 sum, u32 draw)
+{
+    const u32 threshold = static_cast<u32>(draw * 0.001 * sum);
+    i32 chosen = -1;
+    u32 seen = 0;
+    for (i32 i = 0; i < count; i++) {
+        if (entries[i].weight == 0)
+            continue;
+        if (chosen < 0 || threshold > seen)
+            chosen = i;
+        seen += adjusted[i];
+    }
+    return chosen;
+}
+
+static u32 draw_number()
+{
+    return (static_cast<u32>(rand()) * draw_factor + draw_offset) % draw_limit;
+}
+
+// ---- Reporting: one line in UCI mode, a line for each move at the console
+
+// The squares as the book holds them, so castling is the king's move onto its rook.
+static void write_book_move(u16 book_move, char* out)
+{
+    copy_text(out, 3, square_name[book_move >> 6 & 63]);
+    copy_text(out + 2, 3, square_name[book_move & 63]);
+}
+
+static void report_uci(const BookEntry* entries, i32 count)
+{
+    char text[report_size] = "info string ( book moves are: ";
+    size_t length = strlen(text);
+    for (i32 i = 0; i < count; i++) {
+        if (entries[i].weight == 0)
+            continue;
+        write_book_move(entries[i].move, text + length);
+        length += 4;
+        text[length++] = ' ';
+    }
+    copy_text(text + length, report_size - length, " )");
+    print_line(text);
+}
+
+static void report_console(const BookEntry* entries, i32 count, const u16* adjusted, u32 sum)
+{
+    i32 total = 0;
+    for (i32 i = 0; i < count; i++)
+        total += entries[i].weight;
+    for (i32 i = 0; i < count; i++) {
+        const i32 weight = entries[i].weight;
+        if (weight == 0)
+            continue;
+        char move[5];
+        write_book_move(entries[i].move, move);
+        print_line_format("  %s  cnt= %5d, weight= %5.2f%% -> %5.2f%%", move, weight,
+            weight * 100.0 / total, adjusted[i] * 100.0 / sum);
+    }
+}
+
+Move book_probe(Position* pos, const char* file_name)
+{
+    if (file_name[0] == '\0')
+        return NoMove;
+    BookEntry entries[max_book_entries];
+    u16 adjusted[max_book_entries];
+    const i32 count = read_entries(file_name, book_key(pos), entries);
+    if (count == 0)
+        return NoMove;
+    const u32 sum = adjust_book_weights(entries, count, engine_options.own_book_variety, adjusted);
+    if (sum == 0)
+        return NoMove;
+
+    const i32 chosen = choose_book_entry(entries, count, adjusted, sum, draw_number());
+    Move move = book_move_to_move(entries[chosen].move);
+    if (!is_playable(pos, move))
+        move = NoMove;
+    if (load(uci_mode) != 0) {
+        report_uci(entries, count);
+    } else if (load(noise) < silent_noise) {
+        report_console(entries, count, adjusted, sum);
+        print_line_format(
+            "selecting %s%s", square_name[from_square(move)], square_name[to_square(move)]);
+    }
+    return move;
 }

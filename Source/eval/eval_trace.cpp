@@ -1,6 +1,158 @@
-// The printed score table of an evaluation, one row per group of terms.
+// The printed score table of an evaluation: one row per group of terms, the hanging pieces and
+// the closing line; on demand all weights as well. It goes straight to standard output, for a
+// person at the console, and never to the log.
 #include "eval/evaluate.h"
 
-void print_eval_trace(const EvalWork*, i32, f32)
+#include <cstdio>
+#include <cstring>
+
+#include "eval/terms.h"
+#include "shell/output.h"
+
+// A row shows what the score gained between two points of the evaluation; a group of pieces is
+// shown without its material, which has a column of its own.
+struct TraceRow {
+    const char* label;
+    i32 from;     // TallyRow before the terms of this row, or first_terms
+    i32 to;       // TallyRow behind them, or last_terms
+    i32 type;     // piece type of the material column, NoPiece for none
+    i32 material; // weight of that type
+};
+
+static constexpr i32 first_terms = -1; // the empty score at the start
+static constexpr i32 last_terms = TallyCount;
+
+static constexpr TraceRow trace_rows[] = {
+    { "pawns:", first_terms, TallyPawns, Pawn, mtl_pawn },
+    { "knights:", TallyPawns, TallyKnights, Knight, mtl_knight },
+    { "bishops:", TallyKnights, TallyBishops, Bishop, mtl_bishop },
+    { "rooks:", TallyBishops, TallyRooks, Rook, mtl_rook },
+    { "queens:", TallyRooks, TallyQueens, Queen, mtl_queen },
+    { "king:", TallyQueens, TallyKing, NoPiece, 0 },
+    { "ppawns:", TallyKing, TallyPassed, NoPiece, 0 },
+    { "other:", TallyPassed, last_terms, NoPiece, 0 },
+};
+
+// The piece-square tables in the order of their printing.
+static constexpr struct {
+    const char* label;
+    i32 first_entry;
+} printed_tables[] = {
+    { "Pawn1", PST_P1 },
+    { "Connected Pawn", PST_CP },
+    { "Defended Pawn", PST_DP },
+    { "Knight1", PST_N1 },
+    { "Bishop1", PST_B1 },
+    { "Rook1", PST_R1 },
+    { "Queen1", PST_Q1 },
+    { "King", PST_K },
+    { "Pawn2", PST_P2 },
+    { "Knight2", PST_N2 },
+    { "Bishop2", PST_B2 },
+    { "Rook2", PST_R2 },
+    { "Queen2", PST_Q2 },
+};
+
+static i32 score_at(const EvalWork* work, i32 point, i32 side)
 {
+    return point == first_terms ? 0
+        : point == last_terms   ? work->score[side]
+                                : work->tally[point][side];
+}
+
+// Words wrap like the evaluation's own.
+static i32 word_difference(i32 a, i32 b)
+{
+    return static_cast<i32>(static_cast<u32>(a) - static_cast<u32>(b));
+}
+
+// The blended worth of a side's pieces of one type.
+static i32 material_of(const EvalWork* work, const TraceRow& row, i32 side)
+{
+    if (row.type == NoPiece) {
+        return 0;
+    }
+    const u32 count = (work->pos->piece_count[side] >> (4 * (row.type - Pawn))) & 15;
+    const u32 word = count * static_cast<u32>(eval_params[row.material].packed);
+    return taper(static_cast<i32>(word), work->phase);
+}
+
+static i32 terms_of(const EvalWork* work, const TraceRow& row, i32 side)
+{
+    const i32 gained =
+        word_difference(score_at(work, row.to, side), score_at(work, row.from, side));
+    return taper(gained, work->phase) - material_of(work, row, side);
+}
+
+static void print_rows(const EvalWork* work)
+{
+    print_plain("           white  black    pos    mtl\n");
+    for (const TraceRow& row : trace_rows) {
+        const i32 white = terms_of(work, row, White);
+        const i32 black = terms_of(work, row, Black);
+        print_plain("%-10s  %4d   %4d   %4d   %4d\n", row.label, white, black, white - black,
+            material_of(work, row, White) - material_of(work, row, Black));
+    }
+}
+
+static void print_hung(u64 hung)
+{
+    if (hung == 0) {
+        return;
+    }
+    char line[256] = "hung pieces on: ";
+    while (hung != 0) {
+        const size_t used = strlen(line);
+        snprintf(line + used, sizeof line - used, " %s", square_name[pop_lowest(&hung)]);
+    }
+    print_plain("%s\n", line);
+}
+
+// Rank 8 comes first; the middle game stands left, the end game right.
+static void print_pst(const char* label, i32 first_entry)
+{
+    print_plain("%s\n", label);
+    for (i32 row = 56; row >= 0; row -= 8) {
+        char line[128] = "";
+        i32 used = 0;
+        for (i32 half = 0; half < 2; half++) {
+            for (i32 file = 0; file < 8; file++) {
+                const i32 word = eval_params[first_entry + row + file].packed;
+                used += snprintf(line + used, sizeof line - static_cast<size_t>(used), " %3d",
+                    half == 0 ? score_mg(word) : score_eg(word));
+            }
+            if (half == 0) {
+                used += snprintf(line + used, sizeof line - static_cast<size_t>(used), "     ");
+            }
+        }
+        print_plain("%s\n", line);
+    }
+    print_plain("\n");
+}
+
+static void print_weights()
+{
+    for (const EvalParam& entry : eval_params) {
+        if (strstr(entry.name, "PST_") == nullptr) {
+            print_plain(
+                "%-22s  %4d , %4d\n", entry.name, score_mg(entry.packed), score_eg(entry.packed));
+        }
+    }
+    for (const auto& table : printed_tables) {
+        print_pst(table.label, table.first_entry);
+    }
+}
+
+void print_eval_trace(const EvalWork* work, i32 tapered, f32 scale)
+{
+    print_rows(work);
+    print_hung(work->hung);
+    // The side to move's view of the score without contempt.
+    const i32 white_view = static_cast<i32>(static_cast<f32>(tapered) * scale);
+    const i32 value = work->pos->stm == White ? white_view : -white_view;
+    print_plain("eval= %d,  phase= %0.2f, sf= %0.2f\n\n", value, static_cast<f64>(work->phase),
+        static_cast<f64>(scale));
+    if (work->trace != 1) {
+        print_weights();
+    }
 }

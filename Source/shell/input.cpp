@@ -17,6 +17,7 @@ static_assert(buffer_size > longest_input);
 static char buffer[buffer_size];
 static i32 buffered; // bytes at the head of buffer
 static bool at_end;  // no more bytes will come
+static bool end_key; // a terminal's key for it was pressed: what is buffered is a line
 
 // Reads what has arrived, if there is room.
 static void fill_buffer(bool wait)
@@ -32,6 +33,9 @@ static void fill_buffer(bool wait)
         read(STDIN_FILENO, buffer + buffered, static_cast<size_t>(buffer_size - buffered));
     if (count > 0) {
         buffered += static_cast<i32>(count);
+        end_key = false;
+    } else if (count == 0 && (readable.revents & POLLHUP) == 0 && isatty(STDIN_FILENO)) {
+        end_key = true;
     } else if (count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
         at_end = true;
     }
@@ -45,20 +49,23 @@ static i32 line_length(i32 limit)
     if (feed != nullptr) {
         return static_cast<i32>(static_cast<const char*>(feed) - buffer) + 1;
     }
-    return looked_at == limit || at_end ? looked_at : 0;
+    return looked_at == limit || at_end || end_key ? looked_at : 0;
 }
 
 i32 read_input(char* out, i32 size, bool wait)
 {
     const i32 limit = std::min(size - 1, longest_input);
     i32 length = line_length(limit);
-    if (length == 0) {
+    if (length == 0 && !end_key) {
         fill_buffer(wait);
         length = line_length(limit);
     }
-    while (wait && length == 0 && !at_end) {
+    while (wait && length == 0 && !at_end && !end_key) {
         fill_buffer(true);
         length = line_length(limit);
+    }
+    if (length == 0) {
+        end_key = false; // it counts once
     }
     memcpy(out, buffer, static_cast<size_t>(length));
     out[length] = '\0';
@@ -90,4 +97,5 @@ void reset_input()
 {
     buffered = 0;
     at_end = false;
+    end_key = false;
 }

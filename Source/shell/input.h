@@ -1,5 +1,7 @@
-// Standard input, read without ever blocking on half a line.
+// Standard input, read without ever blocking on half a line, and files that are safe to read.
 #pragma once
+
+#include <cstdio>
 
 #include "board/types.h"
 
@@ -8,7 +10,8 @@ inline constexpr i32 longest_input = 4999; // characters of an input line; the r
 // Does what fgets would do with a buffer of size bytes (at most longest_input + 1), but returns at
 // once when no whole line has arrived: the next line with its line feed, or size - 1 characters
 // of a longer one, or what stands before the end of input. out is closed by NUL. Returns the
-// number of characters, 0 for nothing. wait blocks until there is a line or the end of input.
+// number of characters, 0 for nothing. wait blocks until there is a line or the end of input. At a
+// terminal the end of input is a key; more may follow it.
 i32 read_input(char* out, i32 size, bool wait);
 
 // Sleeps for the given time, or until more input arrives; not at all if a line is there already.

@@ -170,5 +170,5 @@ int main(int argc, char** argv)
     }
     run(mode);
     tear_down();
-    return 0;
+    return exit_status;
 }

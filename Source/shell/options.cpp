@@ -10,6 +10,7 @@
 #include "fathom/tbcore.h"
 #include "search/hash.h"
 #include "search/threads.h"
+#include "shell/input.h"
 #include "shell/output.h"
 #include "shell/run_state.h"
 #include "shell/text_values.h"

@@ -156,9 +156,10 @@ void copy_text(char* dst, size_t size, const char* src)
     dst[count] = '\0';
 }
 
-FILE* open_regular_file(const char* path)
+FILE* open_regular_file(const char* path, bool append)
 {
-    const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int mode = append ? O_WRONLY | O_CREAT | O_APPEND : O_RDONLY;
+    const int descriptor = open(path, mode | O_NONBLOCK | O_CLOEXEC, 0666);
     if (descriptor < 0) {
         return nullptr;
     }
@@ -167,7 +168,7 @@ FILE* open_regular_file(const char* path)
         close(descriptor);
         return nullptr;
     }
-    FILE* file = fdopen(descriptor, "r");
+    FILE* file = fdopen(descriptor, append ? "a" : "r");
     if (file == nullptr) {
         close(descriptor);
     }

@@ -34,9 +34,10 @@ void print_line(const char* text);
 // Copies src into dst, cut to size - 1 characters, always closed by NUL. size is at least 1.
 void copy_text(char* dst, size_t size, const char* src);
 
-// Opens a regular file for reading: a pipe or a device would hold up the main thread, or never
-// end. Returns null if there is no such file or it cannot be read.
-FILE* open_regular_file(const char* path);
+// Opens a regular file for reading, or for appending, when it is made if there is none. Returns
+// null if that fails or if path is anything else: a pipe or a device would hold up the main
+// thread, or never end.
+FILE* open_regular_file(const char* path, bool append = false);
 
 // Opens vesk.log in the current directory, replacing an old one. Returns 1, or 0 if the old
 // file cannot be unlinked or the new one not opened; a second call with an open log returns 1.

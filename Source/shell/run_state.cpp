@@ -51,6 +51,8 @@ constinit u32 log_cmd = 0;
 constinit u8 bench_single = 0;
 constinit u8 self_play = 0;
 
+constinit i32 exit_status = 0;
+
 constinit char params_file[16] = {};
 constinit char epd_file[140] = {};
 constinit char tool_file[140] = {};
@@ -118,6 +120,7 @@ void init_run_state()
     log_cmd = 1;
     bench_single = 0;
     self_play = 0;
+    exit_status = 0;
     copy_text(params_file, sizeof params_file, weights_file_name);
     epd_file[0] = '\0';
     tool_file[0] = '\0';

@@ -66,6 +66,8 @@ extern u32 log_cmd;            // write each UCI command to the log
 extern u8 bench_single;        // benchmark on the calling thread
 extern u8 self_play;           // console: the engine plays both sides
 
+extern i32 exit_status; // what main returns at the end of its run mode
+
 extern char params_file[16]; // file of weights
 extern char epd_file[140];   // file of -anepd and -mktune
 extern char tool_file[140];  // file of -scan_pgn, -match and -mkbook

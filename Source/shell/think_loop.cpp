@@ -131,9 +131,13 @@ static Move book_move()
     if (move == NoMove) {
         return NoMove;
     }
+    // A move that the user has taken back stays where it can be repeated.
+    Move* redo = &console_thread->undo[console_thread->undo_count].move;
+    const Move taken_back = *redo;
     make_move(pos, move);
     const bool draws = is_draw_by_rule(pos, 0);
     unmake_move(pos);
+    *redo = taken_back;
     return draws ? static_cast<Move>(NoMove) : move;
 }
 
@@ -222,7 +226,8 @@ static void print_best_move(Move best_move, Move ponder_move)
     }
 }
 
-// The engine plays both sides: charges the clock, makes the move and asks for the next one.
+// The engine plays both sides: charges the clock, makes the move and asks for the next one. The
+// user may have changed the board meanwhile: where the move is none, the playing ends.
 static void continue_self_play(Move best_move)
 {
     if (self_play == 0) {
@@ -231,7 +236,7 @@ static void continue_self_play(Move best_move)
     Position* pos = &console_thread->pos;
     Shared<f64>& clock = clock_left[pos->stm];
     store(clock, load(clock) - load(elapsed) + tc_increment);
-    if (best_move == NoMove) {
+    if (!is_playable(pos, best_move)) {
         self_play = 0;
         return;
     }

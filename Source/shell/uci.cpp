@@ -118,12 +118,6 @@ static Move promotion_of_letter(char letter)
     }
 }
 
-// The square of a file and a rank letter, 0 to 255; above 63 it is none.
-static i32 square_of_text(const char* text)
-{
-    return (static_cast<u8>(text[0]) + 8 * static_cast<u8>(text[1]) + 23) & 255;
-}
-
 // Makes the move that stands at word, if the board allows it; whether it is a legal one is the
 // sender's business.
 static void play_word(Position* pos, const char* word, size_t length)

@@ -6,7 +6,11 @@ usage: run_transcript.py ENGINE TRANSCRIPT...
 Each transcript runs in an empty directory of its own. One step a line; '#' starts a comment line.
 
   args WORDS             command line of the engine (first step only)
+  pty                    runs it on a terminal of its own (first steps only): its input comes line
+                         by line, as typed, and "eof" is the key that ends input
   file NAME              makes a file; its lines follow, each behind '| '
+  data NAME              copies a file of tests/data
+  hex NAME DIGITS        appends bytes to a file, two digits each
   directory NAME         makes a directory
   send TEXT              a line of input
   raw TEXT               bytes of input as they stand, with Python's escapes, no line feed added
@@ -40,10 +44,12 @@ import os
 import re
 import select
 import shlex
+import shutil
 import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import threading
 import time
 from collections import deque
@@ -59,15 +65,34 @@ def unescape(text):
     return text.encode("latin-1").decode("unicode_escape").encode("latin-1")
 
 
+def terminal(engine):
+    """Makes the two ends of a terminal that passes lines on as they are, without an echo. The
+    outer one becomes the engine's input and output; returns the inner one."""
+    outer, inner = os.openpty()
+    flags = termios.tcgetattr(inner)
+    flags[1] &= ~termios.OPOST
+    flags[3] &= ~termios.ECHO
+    termios.tcsetattr(inner, termios.TCSANOW, flags)
+    engine.input = engine.output = os.fdopen(outer, "r+b", buffering=0)
+    return inner
+
+
 class Engine:
     """The process, with a thread that turns its output into lines."""
 
-    def __init__(self, path, words, folder):
+    def __init__(self, path, words, folder, on_terminal):
         self.folder = folder
+        self.on_terminal = on_terminal
         self.errors = open(os.path.join(folder, ".stderr"), "w+b")
+        inner = terminal(self) if on_terminal else None
         self.process = subprocess.Popen(
-            [path] + words, cwd=folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-            stderr=self.errors, bufsize=0)
+            [path] + words, cwd=folder, stdin=inner or subprocess.PIPE,
+            stdout=inner or subprocess.PIPE, stderr=self.errors, bufsize=0)
+        if on_terminal:
+            os.close(inner)
+        else:
+            self.input = self.process.stdin
+            self.output = self.process.stdout
         self.lines = deque()
         self.history = []
         self.never = []
@@ -81,12 +106,15 @@ class Engine:
 
     def read(self):
         rest = b""
-        descriptor = self.process.stdout.fileno()
+        descriptor = self.output.fileno()
         while not self.hang_up:
             self.reading.wait()
             if not select.select([descriptor], [], [], 0.02)[0] or not self.reading.is_set():
                 continue
-            data = os.read(descriptor, 65536)
+            try:
+                data = os.read(descriptor, 65536)
+            except OSError:  # a terminal that nobody holds any more
+                break
             if not data:
                 break
             pieces = (rest + data).split(b"\n")
@@ -94,7 +122,8 @@ class Engine:
             with self.arrived:
                 self.lines.extend(piece.decode("latin-1") for piece in pieces)
                 self.arrived.notify_all()
-        self.process.stdout.close()
+        if not self.on_terminal:
+            self.output.close()
         with self.arrived:
             if rest:
                 self.lines.append(rest.decode("latin-1") + " <no line feed>")
@@ -122,9 +151,15 @@ class Engine:
 
     def write(self, data):
         try:
-            self.process.stdin.write(data)
-        except BrokenPipeError:
+            self.input.write(data)
+        except OSError:
             pass
+
+    def end_input(self):
+        if self.on_terminal:
+            self.write(b"\x04")
+        else:
+            self.input.close()
 
     def processor_seconds(self):
         with open(f"/proc/{self.process.pid}/stat", encoding="latin-1") as file:
@@ -159,6 +194,7 @@ class Run:
             self.steps = [line.rstrip("\n") for line in file]
         self.engine = None
         self.words = []
+        self.on_terminal = False
         self.ended = False
         self.open_file = None
         self.remembered = {}
@@ -167,7 +203,7 @@ class Run:
 
     def started(self):
         if self.engine is None:
-            self.engine = Engine(self.path, self.words, self.folder)
+            self.engine = Engine(self.path, self.words, self.folder, self.on_terminal)
         return self.engine
 
     def play(self):
@@ -217,9 +253,21 @@ class Run:
     def do_args(self, rest):
         self.words = shlex.split(rest)
 
+    def do_pty(self, _):
+        self.on_terminal = True
+
     def do_file(self, rest):
         self.open_file = os.path.join(self.folder, rest)
         open(self.open_file, "w", encoding="latin-1").close()
+
+    def do_data(self, rest):
+        here = os.path.dirname(os.path.abspath(__file__))
+        shutil.copy(os.path.join(here, "..", "data", rest), self.folder)
+
+    def do_hex(self, rest):
+        name, _, digits = rest.partition(" ")
+        with open(os.path.join(self.folder, name), "ab") as file:
+            file.write(bytes.fromhex(digits))
 
     def do_directory(self, rest):
         os.mkdir(os.path.join(self.folder, rest))
@@ -302,7 +350,7 @@ class Run:
         self.started().drain()
 
     def do_eof(self, _):
-        self.started().process.stdin.close()
+        self.started().end_input()
 
     def do_close(self, _):
         self.started().hang_up = True

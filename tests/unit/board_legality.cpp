@@ -407,6 +407,29 @@ TEST(BoardLegality, FittingCodesInRandomGames)
     }
 }
 
+// ---- Any number as a move
+
+TEST(BoardLegality, PlayableMovesAreExactlyTheLegalOnes)
+{
+    const char* const fens[] = {
+        "r3k2r/pPppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -",
+        "8/8/8/K2pP2q/8/8/8/7k w - d6",
+        "4r1k1/8/8/8/8/8/4N3/4K2R w K -",
+        "R6k/8/6K1/8/8/8/8/8 b - -",
+    };
+    for (const char* fen : fens) {
+        Position* pos = set_position(fen);
+        const std::vector<Move> legal = legal_moves(pos);
+        size_t count = 0;
+        for (u32 code = 0; code <= 65535; code++)
+            count += is_playable(pos, static_cast<Move>(code));
+        EXPECT_EQ(count, legal.size()) << fen;
+        for (const Move move : legal)
+            EXPECT_TRUE(is_playable(pos, move)) << fen << ' ' << text_of(move);
+        EXPECT_TRUE(fields_agree(pos));
+    }
+}
+
 // ---- Draws by the rules
 
 static constexpr const char* draw_fen = "4k3/8/8/8/8/8/4P3/R3K3 w - -";

@@ -552,6 +552,107 @@ TEST(BoardNotation, AnyBytesMayStandInAnEpdLine)
     }
 }
 
+// ---- Text as moves, for readers of many games
+
+// The result and the output of parse_move_on as parse_on_board tells them for parse_move.
+static std::string parse_quickly(Position* pos, const std::string& text)
+{
+    char* buffer = new char[text.size() + 2];
+    memcpy(buffer, text.c_str(), text.size() + 1);
+    Move move = EndOfList;
+    i32 result = -1;
+    const std::string printed = capture_output([&] { result = parse_move_on(pos, buffer, &move); });
+    delete[] buffer;
+    if (!printed.empty())
+        return printed;
+    return result == 1 ? text_of(move) : "0";
+}
+
+// Every form of every move and some texts near them, through both readers.
+static void compare_readers(Position* pos, u64* state)
+{
+    std::vector<std::string> texts = { "", "=Q", "o-o", "O-O-O", "e4", "d5", "ed", "cd=N", "Kf1",
+        "Nf3", "Qd1", "P", "x", "Pe4", "e9", "i4", "e", "4" };
+    static MoveEntry list[max_list_moves];
+    const MoveEntry* end = gen_moves_into(pos, list);
+    for (const MoveEntry* entry = list; entry < end; entry++) {
+        char forms[4][16];
+        make_san(pos, entry->move, forms[0], forms[1], forms[2], forms[3]);
+        for (const char* form : forms)
+            texts.emplace_back(form);
+    }
+    for (const std::string& text : texts) {
+        EXPECT_EQ(parse_quickly(pos, text), parse_on_board(text)) << fen_of(pos) << ' ' << text;
+        if (text.empty() || next_random(state, 8) != 0)
+            continue;
+        std::string other = text;
+        other[next_random(state, static_cast<u32>(other.size()))]
+            = "abcdefgh12345678NBRQKxo=+-"[next_random(state, 26)];
+        EXPECT_EQ(parse_quickly(pos, other), parse_on_board(other)) << fen_of(pos) << ' ' << other;
+    }
+}
+
+TEST(BoardNotation, QuickReaderUnderstandsTheSameTexts)
+{
+    for (const auto& row : read_tsv("notation.tsv")) {
+        if (row[0] != "parse")
+            continue;
+        const std::string expected = row[3] == "ambiguous" ? "ambiguous move\n" : row[3];
+        EXPECT_EQ(parse_quickly(set_position(row[1]), row[2] == "-" ? "" : row[2]), expected)
+            << row[1] << ' ' << row[2];
+    }
+}
+
+TEST(BoardNotation, QuickReaderAgreesInRandomGames)
+{
+    u64 state = 5;
+    const char* const fens[] = {
+        start_fen,
+        "r3k2r/pPppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -",
+        "1n2k3/P1PP1p2/8/3pP3/1pP5/8/pP3p1p/1N2K1N1 w - d6",
+        "QQQ1k3/8/1QQQ4/8/8/nnn5/8/K3qqq1 b - -",
+    };
+    for (const char* fen : fens) {
+        for (i32 game = 0; game < 3; game++) {
+            Position* pos = set_position(fen);
+            for (i32 ply = 0; ply < 40; ply++) {
+                compare_readers(pos, &state);
+                if (play_random_moves(pos, &state, 1) == 0)
+                    break;
+            }
+        }
+    }
+}
+
+TEST(BoardNotation, QuickReaderAgreesOnBoardsThatNoGameReaches)
+{
+    u64 state = 17;
+    for (i32 round = 0; round < 60; round++) {
+        std::string fen;
+        for (i32 square = 0; square < 64; square++) {
+            if (square > 0 && square % 8 == 0)
+                fen += '/';
+            fen += "PNBRQKpnbrqkPp111111111111111111"[next_random(&state, 32)];
+        }
+        fen += round % 2 == 0 ? " w KQkq " : " b KQkq ";
+        fen += square_name[next_random(&state, 64)];
+        Position* pos = nullptr;
+        capture_output([&] { pos = set_position(fen); });
+        compare_readers(pos, &state);
+    }
+}
+
+TEST(BoardNotation, QuickReaderLeavesTheListsAlone)
+{
+    Position* pos = set_position(start_fen);
+    MoveEntry* first = pos->thread->ply_rec[1].list_start;
+    const MoveEntry before = *first;
+    EXPECT_EQ(parse_quickly(pos, "Nf3"), "g1f3");
+    EXPECT_EQ(parse_quickly(pos, "O-O"), "0");
+    EXPECT_EQ(pos->thread->ply_rec[1].list_start, first);
+    EXPECT_EQ(first->move, before.move);
+}
+
 // ---- Words
 
 TEST(BoardNotation, FirstWordEndsAtBlankOrEndOfLine)

@@ -1,6 +1,10 @@
 // Standard input in lines and pieces, and what the main loop makes of them.
 #include "shell/input.h"
 
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include "shell/think_loop.h"
 #include "shell_test_support.h"
 
@@ -162,4 +166,105 @@ TEST_F(InputTest, UciTypedAtTheConsoleTurnsTheDialogue)
     const std::string output = polled(3);
     EXPECT_NE(output.find("uciok\nreadyok\n"), std::string::npos) << output;
     EXPECT_EQ(load(uci_mode), 1);
+}
+
+// Standard input at a terminal without an echo; what is typed goes in at the other end.
+struct Terminal {
+    Terminal()
+    {
+        keys = posix_openpt(O_RDWR | O_NOCTTY);
+        EXPECT_EQ(grantpt(keys), 0);
+        EXPECT_EQ(unlockpt(keys), 0);
+        kept = dup(STDIN_FILENO);
+        const int inner = open(ptsname(keys), O_RDWR | O_NOCTTY);
+        EXPECT_GE(inner, 0);
+        dup2(inner, STDIN_FILENO);
+        close(inner);
+        reset_input();
+    }
+
+    ~Terminal()
+    {
+        hang_up();
+        dup2(kept, STDIN_FILENO);
+        close(kept);
+        reset_input();
+    }
+
+    void type(const std::string& text) const
+    {
+        EXPECT_EQ(write(keys, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+
+    void hang_up()
+    {
+        if (keys >= 0) {
+            close(keys);
+        }
+        keys = -1;
+    }
+
+    int keys;
+    int kept;
+};
+
+static constexpr char end_key[] = "\x04";
+
+TEST_F(InputTest, AtATerminalTheEndOfInputIsAKeyAndNoEnd)
+{
+    const Terminal terminal;
+    terminal.type(end_key);
+    EXPECT_EQ(piece(78, true), "-");
+    EXPECT_FALSE(input_is_over());
+    terminal.type("bd\n");
+    EXPECT_EQ(piece(78, true), "bd\n");
+    terminal.type(std::string(end_key) + "new\n");
+    EXPECT_EQ(piece(), "-");
+    EXPECT_EQ(piece(), "new\n");
+    EXPECT_EQ(piece(), "-");
+}
+
+TEST_F(InputTest, AtATerminalThatKeyEndsALineWhenPressedTwice)
+{
+    const Terminal terminal;
+    terminal.type(std::string("half") + end_key + end_key + "next\n");
+    EXPECT_EQ(piece(78, true), "half");
+    EXPECT_EQ(piece(78, true), "-");
+    EXPECT_EQ(piece(78, true), "next\n");
+}
+
+TEST_F(InputTest, ATerminalThatHasGoneIsTheEndOfInput)
+{
+    Terminal terminal;
+    terminal.type("last\n");
+    EXPECT_EQ(piece(), "last\n");
+    terminal.hang_up();
+    EXPECT_EQ(piece(78, true), "-");
+    EXPECT_TRUE(input_is_over());
+}
+
+// ---- Files
+
+TEST_F(InputTest, OnlyRegularFilesAreOpened)
+{
+    write_file("plain", "x");
+    ASSERT_EQ(mkdir("folder", 0777), 0);
+    ASSERT_EQ(mkfifo("pipe", 0666), 0);
+    for (const bool append : { false, true }) {
+        FILE* file = open_regular_file("plain", append);
+        ASSERT_NE(file, nullptr);
+        fclose(file);
+        for (const char* path : { "folder", "pipe", "/dev/null", "", "no/such/folder" }) {
+            EXPECT_EQ(open_regular_file(path, append), nullptr) << path;
+        }
+    }
+    EXPECT_EQ(open_regular_file("new"), nullptr);
+    FILE* file = open_regular_file("new", true);
+    ASSERT_NE(file, nullptr);
+    fputs("one", file);
+    fclose(file);
+    file = open_regular_file("new", true);
+    fputs("two", file);
+    fclose(file);
+    EXPECT_EQ(read_file("new"), "onetwo");
 }

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include "search/search.h"
 #include "search/threads.h"
 #include "eval/weights.h"
+#include "shell/console.h"
 #include "shell/engine_options.h"
 #include "shell/input.h"
 #include "shell/output.h"
@@ -93,6 +95,54 @@ struct ShellTest : testing::Test {
     bool had_table = false;
     char found_folder[1024] = "";
     char folder[64] = "/tmp/vesk_test_XXXXXX";
+};
+
+// The same at the console, with a line said to it and its output.
+struct ConsoleTest : ShellTest {
+    void SetUp() override
+    {
+        ShellTest::SetUp();
+        store(uci_mode, 0);
+    }
+
+    static std::string say(const std::string& line)
+    {
+        std::string text = line;
+        return capture_output([&] { console_command(text.data()); });
+    }
+
+    // Several lines, apart by semicolons; the output of the last one.
+    static std::string say_all(const std::string& lines)
+    {
+        std::string output;
+        std::istringstream stream(lines);
+        for (std::string line; std::getline(stream, line, ';');) {
+            output = say(line);
+        }
+        return output;
+    }
+
+    static std::string fen()
+    {
+        return fen_of(&console_thread->pos);
+    }
+
+    static bool begins(const std::string& text, const std::string& start)
+    {
+        return text.compare(0, start.size(), start) == 0;
+    }
+
+    // The board as "bd" shows it.
+    static std::string board()
+    {
+        return capture_output([] { print_board(&console_thread->pos); });
+    }
+
+    // What was printed is head and the board as it stands now.
+    static void expect_board(const std::string& output, const std::string& head = "")
+    {
+        EXPECT_EQ(output, head + board());
+    }
 };
 
 // Standard input that the test writes to.

@@ -1,0 +1,130 @@
+// The Polyglot format. Fields are put together and taken apart byte by byte, so that a book is
+// the same on every machine.
+#include "book/polyglot.h"
+
+#include "board/tables.h"
+
+// Where the parts of the key begin in the table of constants.
+static constexpr i32 castle_constants = 768;
+static constexpr i32 ep_constants = 772;
+static constexpr i32 white_to_move_constant = 780;
+
+// Squares of a castling king, and of the rook that a book names in place of its target.
+struct CastlingSquares {
+    i32 king_from;
+    i32 king_to;
+    i32 rook;
+};
+static constexpr CastlingSquares castlings[4] = { { 4, 6, 7 }, { 4, 2, 0 }, { 60, 62, 63 },
+    { 60, 58, 56 } };
+
+// Promotion flags by the number that a book gives the piece.
+static constexpr Move promotion_flags[8] = { 0, PromoteKnight, PromoteBishop, PromoteRook,
+    PromoteQueen, 0, 0, 0 };
+
+u64 book_key(const Position* pos)
+{
+    u64 key = 0;
+    for (i32 type = Pawn; type <= King; type++) {
+        const u64* black_constants = &random64[128 * (type - Pawn)];
+        const u64* white_constants = black_constants + 64;
+        for (u64 set = pos->bb[Black][type]; set != 0;)
+            key ^= black_constants[pop_lowest(&set)];
+        for (u64 set = pos->bb[White][type]; set != 0;)
+            key ^= white_constants[pop_lowest(&set)];
+    }
+    for (i32 right = 0; right < 4; right++) {
+        if (pos->castle & (1 << right))
+            key ^= random64[castle_constants + right];
+    }
+    const i32 side = pos->stm;
+    if (pos->ep_square != NoSquare
+        && (pawn_attacks[side ^ 1][pos->ep_square] & pos->bb[side][Pawn]))
+        key ^= random64[ep_constants + (pos->ep_square & 7)];
+    if (side == White)
+        key ^= random64[white_to_move_constant];
+    return key;
+}
+
+// Reads a number of so many bytes; false at the end of the file.
+static bool read_number(FILE* file, i32 bytes, u64* value)
+{
+    u64 number = 0;
+    for (i32 i = 0; i < bytes; i++) {
+        const int c = getc(file);
+        if (c == EOF)
+            return false;
+        number = number << 8 | static_cast<u64>(c);
+    }
+    *value = number;
+    return true;
+}
+
+i32 read_book_entry(FILE* file, BookEntry* entry)
+{
+    u64 move;
+    u64 weight;
+    u64 learn;
+    if (!read_number(file, 8, &entry->key) || !read_number(file, 2, &move)
+        || !read_number(file, 2, &weight) || !read_number(file, 4, &learn))
+        return 1;
+    entry->move = static_cast<u16>(move);
+    entry->weight = static_cast<u16>(weight);
+    entry->learn = static_cast<u32>(learn);
+    return 0;
+}
+
+static u8* put_number(u8* out, i32 bytes, u64 value)
+{
+    for (i32 shift = 8 * (bytes - 1); shift >= 0; shift -= 8)
+        *out++ = static_cast<u8>(value >> shift);
+    return out;
+}
+
+i32 write_book_entry(FILE* file, const BookEntry* entry)
+{
+    u8 bytes[sizeof(BookEntry)];
+    u8* out = put_number(bytes, 8, entry->key);
+    out = put_number(out, 2, entry->move);
+    out = put_number(out, 2, entry->weight);
+    put_number(out, 4, entry->learn);
+    return fwrite(bytes, 1, sizeof bytes, file) == sizeof bytes ? 0 : 1;
+}
+
+Move book_move_to_move(u16 book_move)
+{
+    const i32 from = book_move >> 6 & 63;
+    i32 to = book_move & 63;
+    for (const CastlingSquares& castling : castlings) {
+        if (from == castling.king_from && to == castling.rook) {
+            to = castling.king_to;
+            break;
+        }
+    }
+    return make_move_code(from, to) | promotion_flags[book_move >> 12 & 7];
+}
+
+u16 move_to_book_move(Move move)
+{
+    const i32 from = from_square(move);
+    i32 to = to_square(move);
+    for (const CastlingSquares& castling : castlings) {
+        if (from == castling.king_from && to == castling.king_to)
+            to = castling.rook;
+    }
+    i32 promotion = 0;
+    for (i32 i = 1; i <= 4; i++) {
+        if (move & promotion_flags[i])
+            promotion = i;
+    }
+    return static_cast<u16>(promotion << 12 | from << 6 | to);
+}
+
+int book_entry_compare(const void* a, const void* b)
+{
+    const BookEntry* first = static_cast<const BookEntry*>(a);
+    const BookEntry* second = static_cast<const BookEntry*>(b);
+    if (first->key != second->key)
+        return first->key < second->key ? -1 : 1;
+    return second->weight - first->weight;
+}

@@ -1,0 +1,42 @@
+// The Polyglot format: the key of a position, the records of a file, the code of a move.
+// Private to this folder.
+#pragma once
+
+#include <cstdio>
+
+#include "book/book.h"
+
+inline constexpr i32 random64_count = 781;
+extern const u64 random64[random64_count];
+
+// More records of one key than these are not looked at.
+inline constexpr i32 max_book_entries = 128;
+
+// The Polyglot key of pos. An en-passant square counts only if a pawn of the side to move attacks
+// it, whether or not the capture would be legal.
+u64 book_key(const Position* pos);
+
+// Reads the next 16 bytes of file. Returns 0, or 1 at the end of the file, also within a record;
+// then entry holds nothing of use.
+i32 read_book_entry(FILE* file, BookEntry* entry);
+
+// Writes entry as 16 bytes. Returns 0, or 1 if the file does not take them.
+i32 write_book_entry(FILE* file, const BookEntry* entry);
+
+// The engine's code of a book move and the way back. Castling is the king's move of two squares
+// here and the king's move onto its rook in a book; both routines look at the squares alone,
+// whatever piece stands there.
+Move book_move_to_move(u16 book_move);
+u16 move_to_book_move(Move move);
+
+// The order of records in a book, for qsort: ascending by key, then descending by weight.
+int book_entry_compare(const void* a, const void* b);
+
+// The weights by which the choice is made, from 1 to max_book_entries records of one position:
+// each weight plus the bonus of variety (0 to 100), in ten-thousandths of the sum of all weights.
+// Returns the sum of adjusted, or 0 if all weights are 0; then adjusted is not written.
+u32 adjust_book_weights(const BookEntry* entries, i32 count, i32 variety, u16* adjusted);
+
+// The index of the entry that a draw from 0 to 999 chooses; one of weight 0 never is, so there
+// must be another.
+i32 choose_book_entry(const BookEntry* entries, i32 count, const u16* adjusted, u32 sum, u32 draw);

@@ -1,0 +1,306 @@
+// The game of the console as a whole. A game read from a file is played on the console's own
+// position move by move, so that its record is one that the board has allowed throughout.
+#include "shell/console_game.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "board/moves.h"
+#include "board/notation.h"
+#include "shell/input.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+#include "shell/text_values.h"
+
+// ---- Walking through the game
+
+bool redo_move()
+{
+    const SearchThread* thread = console_thread;
+    Position* pos = &console_thread->pos;
+    const Move move = thread->undo[thread->undo_count].move;
+    if (move == NoMove || thread->undo_count >= game_limit
+        || !is_makeable(
+            pos, from_square(move), to_square(move), static_cast<Move>(move & PromotionMask))) {
+        return false;
+    }
+    make_move(pos, move);
+    return true;
+}
+
+static void go_to_start()
+{
+    while (console_thread->undo_count > 0) {
+        unmake_move(&console_thread->pos);
+    }
+}
+
+void jump_to_move(i32 number)
+{
+    const i32 plies = 2 * std::clamp(number, 1, game_limit) - 2;
+    go_to_start();
+    while (console_thread->undo_count < plies && redo_move()) { }
+    print_board(&console_thread->pos);
+}
+
+// ---- Saving
+
+static constexpr char saved_games[] = "tmp.pgn";
+static constexpr i32 moves_per_line = 11;
+
+// The moves are taken back and made again, since a move's text needs the position before it.
+static void write_moves(FILE* file)
+{
+    Position* pos = &console_thread->pos;
+    const i32 count = console_thread->undo_count;
+    go_to_start();
+    for (i32 i = 0; i < count; i++) {
+        const Move move = console_thread->undo[i].move;
+        char forms[4][16];
+        make_san(pos, move, forms[0], forms[1], forms[2], forms[3]);
+        fprintf(file, "%s %s", forms[1], (i + 1) % moves_per_line == 0 ? "\n" : "");
+        make_move(pos, move);
+    }
+}
+
+void save_game()
+{
+    FILE* file = open_regular_file(saved_games, true);
+    if (file == nullptr) {
+        return;
+    }
+    fputs("[Event \"Unknown\"]\n", file);
+    write_moves(file);
+    fputs("\n\n", file);
+    fclose(file);
+}
+
+// ---- Loading
+
+static constexpr i32 file_line_size = 1023;     // of a line or a piece of one, with its NUL
+static constexpr size_t game_text_size = 16384; // moves waiting for the end of a comment
+static constexpr i32 most_games = 1000;         // greater numbers are taken for the first
+static constexpr char byte_order_mark[] = "\xef\xbb\xbf";
+
+// Where the reading of a file stands.
+struct GameReader {
+    const char* sought; // text that marks the game, null once it is found
+    i32 wanted;         // number of the game
+    i32 games;          // headers seen
+    i32 open_braces;    // not 0: inside a comment. A stray brace that closes counts as one
+    size_t used;
+    char text[game_text_size]; // what stands outside comments and is not played yet
+};
+
+static bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+static bool is_letter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+static void choose_game(GameReader* reader, const char* tag)
+{
+    reader->wanted = 1;
+    if (is_digit(tag[0])) {
+        const i32 number = read_i32(tag);
+        reader->wanted = number >= 1 && number <= most_games ? number : 1;
+    } else if (tag[0] != '\0') {
+        reader->sought = tag;
+    }
+}
+
+// Whether a line belongs to the game that is wanted.
+static bool is_in_game(GameReader* reader, const char* line)
+{
+    if (strstr(line, "[Event ") != nullptr) {
+        reader->games++;
+    }
+    if (reader->sought != nullptr) {
+        if (strstr(line, reader->sought) == nullptr) {
+            return false;
+        }
+        reader->sought = nullptr;
+        reader->wanted = reader->games;
+    }
+    return reader->games == reader->wanted;
+}
+
+// The last character goes, whatever it is, and a carriage return before a line feed with it.
+static void cut_line_end(char* line)
+{
+    size_t length = strlen(line);
+    if (length == 0) {
+        return;
+    }
+    length--;
+    if (length > 0 && line[length] == '\n' && line[length - 1] == '\r') {
+        length--;
+    }
+    line[length] = '\0';
+}
+
+static void add_text(GameReader* reader, const char* line)
+{
+    for (; *line != '\0'; line++) {
+        if (*line == '{') {
+            reader->open_braces++;
+        } else if (*line == '}') {
+            reader->open_braces--;
+        } else if (reader->open_braces == 0 && reader->used < game_text_size - 1) {
+            reader->text[reader->used++] = *line;
+        }
+    }
+    reader->text[reader->used] = '\0';
+}
+
+// Plays a word from its first letter on; a word without one is a move number or a result.
+static bool play_word(const char* word, size_t length)
+{
+    while (length > 0 && !is_letter(*word)) {
+        word++;
+        length--;
+    }
+    if (length == 0) {
+        return true;
+    }
+    char text[game_text_size + 4]; // reading a move may add a character
+    copy_text(text, length + 1, word);
+    Position* pos = &console_thread->pos;
+    Move move = NoMove;
+    if (!parse_move(text, &move)) {
+        print_line_format("can't parse move '%s'", text);
+        return false;
+    }
+    make_game_move(pos, move);
+    return true;
+}
+
+// Plays what has been collected. Returns whether all of it could be read.
+static bool play_text(GameReader* reader)
+{
+    reader->used = 0;
+    for (const char* word = skip_blanks(reader->text); *word != '\0'; word = skip_blanks(word)) {
+        const size_t length = strcspn(word, " ");
+        if (!play_word(word, length)) {
+            return false;
+        }
+        word += length;
+    }
+    return true;
+}
+
+// Returns whether the reading may go on.
+static bool read_game_line(GameReader* reader, char* line)
+{
+    if (!is_in_game(reader, line) || (line[0] == '[' && reader->open_braces == 0)) {
+        return true;
+    }
+    cut_line_end(line);
+    add_text(reader, line);
+    return reader->open_braces != 0 || play_text(reader);
+}
+
+static void read_game(FILE* file, const char* tag)
+{
+    GameReader reader = {};
+    choose_game(&reader, tag);
+    char line[file_line_size];
+    bool first = true;
+    while (fgets(line, sizeof line, file) != nullptr) {
+        const size_t mark = sizeof byte_order_mark - 1;
+        const bool marked = first && strncmp(line, byte_order_mark, mark) == 0;
+        first = false;
+        if (!read_game_line(&reader, marked ? line + mark : line)) {
+            return;
+        }
+    }
+}
+
+void load_game(const char* path, const char* tag)
+{
+    print_line_format("loading %s, tag %s\n", path, tag);
+    FILE* file = open_regular_file(path);
+    if (file != nullptr) {
+        SearchThread* thread = console_thread;
+        store(stop_code, StopReportGame);
+        parse_epd(&thread->pos, start_position);
+        read_game(file, tag);
+        fclose(file);
+        thread->undo[thread->undo_count].move = NoMove;
+        print_board(&thread->pos);
+    }
+    store(clock_left[White], tc_seconds);
+    store(clock_left[Black], tc_seconds);
+}
+
+// ---- The board editor
+
+static constexpr i32 edit_line_size = 78;
+static constexpr size_t piece_text_length = 3; // letter, file and rank
+static constexpr char edit_letters[] = " pnbrqk";
+
+static void edit_square(Position* pos, i32 side, char letter, i32 square)
+{
+    remove_piece(pos, square);
+    const char lower = static_cast<char>(letter | 32);
+    const char* found = is_letter(letter) ? strchr(edit_letters, lower) : nullptr;
+    if (found != nullptr) {
+        put_piece(pos, square, static_cast<i32>(found - edit_letters) + 8 * side);
+    }
+}
+
+// The pieces of one side, each a letter and a square. What names no square ends the line.
+static void edit_pieces(Position* pos, const char* line)
+{
+    const char* word = skip_blanks(line);
+    if (*word != 'w' && *word != 'b') {
+        return;
+    }
+    const i32 side = *word == 'w' ? White : Black;
+    pos->stm = static_cast<u8>(side);
+    for (;;) {
+        word = skip_blanks(word + strcspn(word, " "));
+        const size_t length = strcspn(word, " ");
+        const i32 square = length >= piece_text_length ? square_of_text(word + 1) : NoSquare;
+        if (square > 63) {
+            return;
+        }
+        edit_square(pos, side, word[0], square);
+    }
+}
+
+// What the board alone does not tell is made to fit it.
+static void complete_position(Position* pos)
+{
+    drop_false_castling(pos);
+    pos->key = compute_key(pos);
+    pos->pawn_key = compute_pawn_key(pos);
+    pos->thread->undo[0] = {};
+    pos->thread->undo[1] = {};
+    pos->thread->undo_count = 0;
+}
+
+void edit_board()
+{
+    print_line("\n\n");
+    print_line(".                    end edit");
+    print_line("#                    clear board");
+    print_line("w  Pa2 Pb2 Kc2       white, pieces");
+    print_line("b  Pa7 Pb7 Kc7       black, pieces");
+    Position* pos = &console_thread->pos;
+    char line[edit_line_size];
+    while (read_input(line, sizeof line, true) != 0 && line[0] != '.') {
+        line[line[0] != '\0' ? strlen(line) - 1 : 0] = '\0';
+        if (line[0] == '#') {
+            clear_board(pos);
+        }
+        edit_pieces(pos, line);
+    }
+    complete_position(pos);
+    print_board(pos);
+}

@@ -1,0 +1,78 @@
+// Lines said to the console, which reads what its editor wants from the lines behind. Whatever
+// they do to game and settings, the position stays sound, and a short search of it must be safe
+// where no defect is reported.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "board/position.h"
+#include "fuzz_support.h"
+#include "search/search.h"
+#include "search/threads.h"
+#include "shell/console.h"
+#include "shell/engine_options.h"
+#include "shell/input.h"
+#include "shell/run_state.h"
+#include "shell/time_control.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+static const char input_name[] = "console.in";
+
+static void read_from(const char* name)
+{
+    const int descriptor = open(name, O_RDONLY);
+    if (descriptor < 0 || dup2(descriptor, STDIN_FILENO) != STDIN_FILENO) {
+        abort();
+    }
+    close(descriptor);
+    reset_input();
+}
+
+// Deep counts take their time, and a trace grows without end.
+static bool is_costly(const char* line)
+{
+    return strstr(line, "trace") != nullptr
+        || (strstr(line, "perft") != nullptr && strpbrk(line, "3456789") != nullptr);
+}
+
+static void search_shortly()
+{
+    engine_options.limit_strength = 0;
+    store(noise, silent_noise);
+    store(tc_moves, 1);
+    tc_seconds = 1000.0;
+    node_limit_total = 20000;
+    store(depth_limit, 2);
+    store(engine_state, EngineThinking);
+    prepare_search();
+    search_sync();
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    ready_engine();
+    store(uci_mode, 0);
+    remove("tmp.pgn");
+    write_file(input_name, std::string(reinterpret_cast<const char*>(data), size));
+    read_from(input_name);
+    char line[longest_input + 1];
+    while (read_input(line, sizeof line, true) != 0) {
+        if (is_costly(line)) {
+            continue;
+        }
+        console_command(line);
+        if (!fields_agree(&console_thread->pos)) {
+            fprintf(stderr, "the position is unsound\n");
+            abort();
+        }
+    }
+    read_from("/dev/null");
+    if (position_defect(&console_thread->pos) == nullptr) {
+        search_shortly();
+    }
+    store(engine_state, EngineIdle);
+    return 0;
+}

@@ -1,0 +1,41 @@
+// What the tests of the books share: a folder of their own as the current one, records of a book,
+// and standard error as text.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "book/polyglot.h"
+#include "shell/engine_options.h"
+#include "shell/run_state.h"
+#include "test_support.h"
+
+// Runs in an empty folder, in UCI mode, with the options' defaults. Leaves them as they were.
+struct BookTest : testing::Test {
+    void SetUp() override;
+    void TearDown() override;
+
+    std::string folder;
+    std::string old_folder;
+};
+
+// A record for the position of a text; move as a book writes it ("e1h1", "a7a8q").
+BookEntry entry_of(const std::string& fen, const std::string& move, i32 weight);
+
+// The bytes of records, and the records of bytes; an odd rest is left out.
+std::string bytes_of(const std::vector<BookEntry>& entries);
+std::vector<BookEntry> entries_of_bytes(const std::string& bytes);
+
+// A file in the current folder, written and read; a missing one reads as empty.
+void write_bytes(const std::string& name, const std::string& bytes);
+std::string read_bytes(const std::string& name);
+bool file_exists(const std::string& name);
+
+// The squares of a book's move, as in "e1h1".
+std::string book_text_of(u16 book_move);
+
+// What run writes to standard error.
+std::string capture_errors(const std::function<void()>& run);
