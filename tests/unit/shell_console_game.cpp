@@ -342,7 +342,7 @@ TEST_F(ConsoleGameTest, BytesOfAnyKindAreReadWithoutHarm)
         }
         load_text(bytes);
     }
-    EXPECT_EQ(load_text(std::string("[Event \"x\"]\n\0\n1. e4\0 e5\nd5\n", 30)), "");
+    EXPECT_EQ(load_text(std::string("[Event \"x\"]\n\0\n1. e4\0 e5\nd5\n", 27)), "");
     EXPECT_EQ(load_text(""), "");
     EXPECT_EQ(load_text("[Event \"J\xf6rg\"]\n1. e4\n", "J\xf6rg"), "e2e4");
 }
