@@ -246,6 +246,8 @@ TEST(EvalTrace, TheListingHas81WeightsAnd13Tables)
 {
     const std::vector<std::string> lines = listing_of(middle_game);
     ASSERT_EQ(lines.size(), 81u + 13u * 10u);
+    // Only a level of 1 keeps it away.
+    EXPECT_EQ(traced(middle_game, 3), traced(middle_game, 2));
     std::vector<std::string> spare;
     for (size_t i = 0; i < 81; i++) {
         EXPECT_EQ(lines[i].substr(22, 2), "  ") << lines[i];

@@ -507,6 +507,13 @@ TEST_F(ConsoleTest, GetWithoutAPositionShowsTheOldBoard)
     expect_board(say("get"), "\n");
     expect_board(say("get x"), "id \"x\"\n");
     EXPECT_EQ(fen(), "7k/8/8/8/8/8/8/K7 w - -");
+    // From nine characters on a line is taken for a position.
+    write_file("test.epd", "7 id \"a\"\n77 id \"b\"\n7k/8/8/8/8/8/8/K7 w id \"one\"\n");
+    expect_board(say("get a"), "7 id \"a\"\n");
+    EXPECT_EQ(fen(), "7k/8/8/8/8/8/8/K7 w - -");
+    say("get b");
+    EXPECT_EQ(fen().substr(0, 17), "8/8/8/8/8/8/8/8 w");
+    say("get one");
     ASSERT_EQ(remove("test.epd"), 0);
     expect_board(say("get one"), "\n");
     ASSERT_EQ(mkdir("test.epd", 0777), 0);

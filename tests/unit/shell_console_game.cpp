@@ -244,11 +244,14 @@ TEST_F(ConsoleGameTest, CommentsNestAndSpanLines)
 TEST_F(ConsoleGameTest, AStrayBraceHidesWhatFollows)
 {
     EXPECT_EQ(load_text("[Event \"x\"]\n1. e4 e5\n} 2. Nf3 Nc6\n{ 2. Nc3\n"), "e2e4 e7e5 b1c3");
+    // What stands before it on its line waits as for the end of a comment.
+    EXPECT_EQ(load_text("[Event \"x\"]\n1. e4 e5\n2. Nf3 }\n"), "e2e4 e7e5");
 }
 
 TEST_F(ConsoleGameTest, AHeaderInsideAnOpenCommentIsNoHeader)
 {
     EXPECT_EQ(load_text("[Event \"x\"]\n1. e4 {\n[White \"e5\"]\n} 1... c5\n"), "e2e4 c7c5");
+    EXPECT_EQ(load_text("[Event \"x\"]\n1. e4 {\n[White] } 1... c5\n"), "e2e4 c7c5");
 }
 
 TEST_F(ConsoleGameTest, AMoveThatCannotBeReadEndsTheLoading)
@@ -464,6 +467,10 @@ TEST_F(ConsoleGameTest, TheGameBeginsAnewBehindTheEditor)
     EXPECT_EQ(say("]"), "");
     EXPECT_EQ(say("undo"), "");
     EXPECT_TRUE(begins(say("d7d5"), "1. move d7d5\n"));
+    // A move taken back that would still be possible is gone as well.
+    say_all("new;e2e4;[");
+    edit(".\n");
+    EXPECT_EQ(say("]"), "");
 }
 
 TEST_F(ConsoleGameTest, ClearingResetsTheClockOfTheDrawRule)

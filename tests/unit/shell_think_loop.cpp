@@ -1,6 +1,9 @@
 // The main loop: what it starts, what it reports, and when it keeps silent.
 #include "shell/think_loop.h"
 
+#include <algorithm>
+#include <cstdio>
+
 #include "shell/time_control.h"
 #include "shell_test_support.h"
 
@@ -101,6 +104,61 @@ TEST_F(ThinkLoopTest, WithoutWorkersOnlyStopIsAnswered)
 {
     EXPECT_EQ(run("go depth 1\nisready\nisready\nstop\nisready\nquit\n"),
         "readyok\nreadyok\nbestmove null\nreadyok\n");
+}
+
+TEST_F(ThinkLoopTest, AHundredQuietHalfMovesAreSearchedAndNoMore)
+{
+    set_workers(1);
+    store(noise, silent_noise);
+    const char* shuffle[] = { " g1f3", " g8f6", " f3g1", " f6g8" };
+    std::string position = "position startpos moves";
+    for (i32 i = 0; i < 100; i++) {
+        position += shuffle[i % 4];
+    }
+    const std::string search = "go depth 1\n" + half_a_second + "isready\nquit\n";
+    EXPECT_EQ(run(position + "\n" + search).substr(0, 9), "bestmove ");
+    EXPECT_EQ(run(position + shuffle[0] + "\n" + search), "readyok\n");
+}
+
+// ---- The statistics of the console
+
+static f64 percent(i64 hits, i64 probes)
+{
+    return 100.0 * static_cast<f64>(hits) / static_cast<f64>(probes + 1);
+}
+
+TEST_F(ThinkLoopTest, TheStatisticsTellTheRatesOfTheCounters)
+{
+    set_workers(1);
+    store(uci_mode, 0);
+    store(noise, silent_noise);
+    const std::string output = run("go 9\n" + half_a_second + half_a_second + "quit\n");
+    char expected[256];
+    snprintf(expected, sizeof expected,
+        "\nHash fill= %.1f%%, Hash hits: main= %0.1f%%, pawn= %0.1f%%, eval= %0.1f%%, TB=0K\n\n",
+        100.0 * hash_fill, percent(total_counters[CountHashHits], total_counters[CountHashProbes]),
+        percent(total_counters[CountPawnHits], total_counters[CountPawnProbes]),
+        percent(total_counters[CountEvalHits], total_counters[CountEvals]));
+    EXPECT_NE(output.find(expected), std::string::npos) << expected << output;
+}
+
+TEST_F(ThinkLoopTest, TheNodeRateCountsAMillisecondMore)
+{
+    set_workers(1);
+    store(uci_mode, 0);
+    store(noise, silent_noise);
+    const std::string output = run("go 1\n" + half_a_second + "quit\n");
+    f64 seconds = 0.0;
+    f64 nodes = 0.0;
+    f64 rate = 0.0;
+    const size_t line = output.find("move= ");
+    ASSERT_NE(line, std::string::npos) << output;
+    const i32 read = sscanf(output.c_str() + line,
+        "move= %*[^,], time= %lf, score= %*d, nodes= %lf, nps= %lfK", &seconds, &nodes, &rate);
+    ASSERT_EQ(read, 3) << output;
+    // The seconds are printed to the millisecond, the rate to the thousand.
+    EXPECT_LE(rate, 0.001 * nodes / (std::max(seconds - 0.0005, 0.0) + 0.001) + 0.5);
+    EXPECT_GE(rate, 0.001 * nodes / (seconds + 0.0015) - 0.5);
 }
 
 TEST_F(ThinkLoopTest, EndingASearchSilentlyWaitsForTheWorkers)
