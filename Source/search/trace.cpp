@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <unistd.h>
 
 #include "board/notation.h"
 #include "board/position.h"
@@ -34,11 +35,22 @@ static void write_move(const SearchThread* thread, Move move)
     noted_depth = depth;
 }
 
+// Opens the file empty. A pipe of that name would hold up the game.
+static FILE* open_trace()
+{
+    FILE* file = open_regular_file("trace.txt", true);
+    if (file != nullptr && ftruncate(fileno(file), 0) != 0) {
+        fclose(file);
+        return nullptr;
+    }
+    return file;
+}
+
 void trace_move(Position* pos, Move move)
 {
     lock_spin(&trace_lock);
     if (trace_file == nullptr) {
-        trace_file = fopen("trace.txt", "w");
+        trace_file = open_trace();
         if (trace_file == nullptr) {
             exit(0);
         }

@@ -12,6 +12,8 @@ Each transcript runs in an empty directory of its own. One step a line; '#' star
   data NAME              copies a file of tests/data
   hex NAME DIGITS        appends bytes to a file, two digits each
   directory NAME         makes a directory
+  pipe NAME              makes a named pipe
+  filesize BYTES         limits the length of the files that the engine writes (first steps only)
   send TEXT              a line of input
   raw TEXT               bytes of input as they stand, with Python's escapes, no line feed added
   repeat N TEXT          the same N times
@@ -42,6 +44,7 @@ unseen. VESK_TIMEOUT_FACTOR stretches all waiting limits, for slow builds.
 """
 import os
 import re
+import resource
 import select
 import shlex
 import shutil
@@ -80,14 +83,19 @@ def terminal(engine):
 class Engine:
     """The process, with a thread that turns its output into lines."""
 
-    def __init__(self, path, words, folder, on_terminal):
+    def __init__(self, path, words, folder, on_terminal, file_size):
         self.folder = folder
         self.on_terminal = on_terminal
         self.errors = open(os.path.join(folder, ".stderr"), "w+b")
         inner = terminal(self) if on_terminal else None
+
+        def limit_files():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (file_size, file_size))
+
         self.process = subprocess.Popen(
             [path] + words, cwd=folder, stdin=inner or subprocess.PIPE,
-            stdout=inner or subprocess.PIPE, stderr=self.errors, bufsize=0)
+            stdout=inner or subprocess.PIPE, stderr=self.errors, bufsize=0,
+            preexec_fn=file_size and limit_files)
         if on_terminal:
             os.close(inner)
         else:
@@ -195,6 +203,7 @@ class Run:
         self.engine = None
         self.words = []
         self.on_terminal = False
+        self.file_size = None
         self.ended = False
         self.open_file = None
         self.remembered = {}
@@ -203,7 +212,8 @@ class Run:
 
     def started(self):
         if self.engine is None:
-            self.engine = Engine(self.path, self.words, self.folder, self.on_terminal)
+            self.engine = Engine(
+                self.path, self.words, self.folder, self.on_terminal, self.file_size)
         return self.engine
 
     def play(self):
@@ -271,6 +281,12 @@ class Run:
 
     def do_directory(self, rest):
         os.mkdir(os.path.join(self.folder, rest))
+
+    def do_pipe(self, rest):
+        os.mkfifo(os.path.join(self.folder, rest))
+
+    def do_filesize(self, rest):
+        self.file_size = int(rest)
 
     def do_send(self, rest):
         self.started().write(rest.encode("latin-1") + b"\n")
