@@ -27,10 +27,11 @@ inline i32 read_i32(const char* text)
     return static_cast<i32>(value);
 }
 
-// The real number at the start of text.
+// The real number at the start of text; not a number gives 0.
 inline f64 read_real(const char* text)
 {
-    return strtod(text, nullptr);
+    const f64 value = strtod(text, nullptr);
+    return value == value ? value : 0.0;
 }
 
 // value truncated towards zero and saturated; not a number gives 0.

@@ -604,6 +604,7 @@ TEST_F(ConsoleTest, SetLevel)
     EXPECT_EQ(load(clock_left[Black]), 300.0);
     EXPECT_EQ(say("set level 0 90 0.25"), "set level to 0 moves in 90.00 seconds, inc 0.25\n");
     EXPECT_EQ(say("set level 1 1:30 0"), "set level to 1 moves in 90.00 seconds, inc 0.00\n");
+    EXPECT_EQ(say("set level 1 5 nan"), "set level to 1 moves in 5.00 seconds, inc 0.00\n");
     EXPECT_EQ(say("set level 1 :7"), "set level to 1 moves in 7.00 seconds, inc 0.00\n");
     EXPECT_EQ(say("set level"), "set level to 0 moves in 0.00 seconds, inc 0.00\n");
     EXPECT_EQ(load(clock_left[White]), 0.0);
