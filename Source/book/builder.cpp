@@ -3,7 +3,6 @@
 // The nodes are kept in lists by the top bits of their key, each list in the order of its keys, so
 // that a walk over all of them meets the keys in the order that a book file must have.
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -94,11 +93,6 @@ struct LineReader {
     size_t end;
     char block[input_size];
 };
-
-static void complain(const char* file_name, const char* what, int error)
-{
-    fprintf(stderr, "%s: %s: %s\n", file_name, what, strerror(error));
-}
 
 // ---- The nodes
 
@@ -463,12 +457,7 @@ static int write_nodes(FILE* file, const NodeTable* table)
         for (const BookNode* node = table->lists[list]; node != nullptr;)
             node = write_key(file, node);
     }
-    int error = 0;
-    if (ferror(file) || fflush(file) != 0)
-        error = errno != 0 ? errno : EIO;
-    if (fclose(file) != 0 && error == 0)
-        error = errno;
-    return error;
+    return close_written_file(file);
 }
 
 static bool is_lack_of_space(int error)
@@ -481,24 +470,22 @@ static bool is_lack_of_space(int error)
 // disk is full.
 static int write_book(const NodeTable* table)
 {
-    // A limit of the file's size is to be an error of a write, not the end of the process.
-    signal(SIGXFSZ, SIG_IGN);
     unlink(unfinished_name);
     FILE* file = fopen(unfinished_name, "wbxe");
     if (file == nullptr) {
         const int error = errno;
-        complain(book_name, "cannot be opened for writing", error);
+        complain_of_file(book_name, "cannot be opened for writing", error);
         return is_lack_of_space(error) ? error : 0;
     }
     errno = 0;
     const int error = write_nodes(file, table);
     if (error != 0) {
         unlink(unfinished_name);
-        complain(book_name, "cannot be written", error);
+        complain_of_file(book_name, "cannot be written", error);
         return error;
     }
     if (rename(unfinished_name, book_name) != 0) {
-        complain(book_name, "cannot be replaced", errno);
+        complain_of_file(book_name, "cannot be replaced", errno);
         unlink(unfinished_name);
     }
     return 0;
@@ -530,7 +517,7 @@ static void make_book(BookReader* reader, FILE* games)
         return;
     }
     if (read_error != 0) {
-        complain(tool_file, "cannot be read to its end", read_error);
+        complain_of_file(tool_file, "cannot be read to its end", read_error);
         exit_status = 1;
         return;
     }
@@ -548,7 +535,7 @@ void build_book()
 {
     FILE* games = open_games(tool_file);
     if (games == nullptr) {
-        complain(tool_file, "cannot be opened", errno);
+        complain_of_file(tool_file, "cannot be opened", errno);
         return;
     }
     BookReader reader = {};

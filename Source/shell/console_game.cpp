@@ -3,8 +3,10 @@
 #include "shell/console_game.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <unistd.h>
 
 #include "board/moves.h"
 #include "board/notation.h"
@@ -64,16 +66,27 @@ static void write_moves(FILE* file)
     }
 }
 
+// A game that does not fit on the disk is taken back as a whole: half of one would be taken for
+// the game.
 void save_game()
 {
     FILE* file = open_regular_file(saved_games, true);
     if (file == nullptr) {
         return;
     }
+    errno = 0;
+    const off_t length = lseek(fileno(file), 0, SEEK_END);
     fputs("[Event \"Unknown\"]\n", file);
     write_moves(file);
     fputs("\n\n", file);
-    fclose(file);
+    const int error = close_written_file(file);
+    if (error == 0) {
+        return;
+    }
+    complain_of_file(saved_games, "cannot be written", error);
+    if (truncate(saved_games, length) != 0) {
+        complain_of_file(saved_games, "holds half a game", errno);
+    }
 }
 
 // ---- Loading

@@ -40,11 +40,13 @@ static void open_closed_streams()
     }
 }
 
-// A reader that has gone must end the process at its next line, whatever the parent had set.
+// A reader that has gone must end the process at its next line, whatever the parent had set. A
+// limit of a file's size is to be an error of the write, as a full disk is.
 static void init_streams()
 {
     open_closed_streams();
     signal(SIGPIPE, SIG_DFL);
+    signal(SIGXFSZ, SIG_IGN);
     setbuf(stdout, nullptr);
     setvbuf(stdout, nullptr, _IONBF, 0);
     setbuf(stdin, nullptr);
