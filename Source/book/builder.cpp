@@ -493,19 +493,34 @@ static int write_book(const NodeTable* table)
 
 // ---- The mode
 
-// Opens a file of games; a folder is none, though it could be opened.
+static bool is_named(const struct stat* status, const char* name)
+{
+    struct stat named;
+    return lstat(name, &named) == 0 && named.st_dev == status->st_dev
+        && named.st_ino == status->st_ino;
+}
+
+// Opens a file of games. A folder is none, though it could be opened, and what stands under a name
+// that the book takes would be lost. Null, with a word on standard error, if it cannot be read.
 static FILE* open_games(const char* file_name)
 {
     FILE* file = fopen(file_name, "rbe");
-    if (file == nullptr)
-        return nullptr;
-    struct stat status;
-    if (fstat(fileno(file), &status) == 0 && S_ISDIR(status.st_mode)) {
-        fclose(file);
-        errno = EISDIR;
+    if (file == nullptr) {
+        complain_of_file(file_name, "cannot be opened", errno);
         return nullptr;
     }
-    return file;
+    struct stat status;
+    if (fstat(fileno(file), &status) != 0)
+        return file;
+    if (S_ISDIR(status.st_mode)) {
+        complain_of_file(file_name, "cannot be opened", EISDIR);
+    } else if (is_named(&status, book_name) || is_named(&status, unfinished_name)) {
+        fprintf(stderr, "%s: would be replaced by the book\n", file_name);
+    } else {
+        return file;
+    }
+    fclose(file);
+    return nullptr;
 }
 
 static void make_book(BookReader* reader, FILE* games)
@@ -534,10 +549,8 @@ static void make_book(BookReader* reader, FILE* games)
 void build_book()
 {
     FILE* games = open_games(tool_file);
-    if (games == nullptr) {
-        complain_of_file(tool_file, "cannot be opened", errno);
+    if (games == nullptr)
         return;
-    }
     BookReader reader = {};
     reader.result = Drawn;
     if (make_table(&reader.table))

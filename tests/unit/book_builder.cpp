@@ -567,6 +567,29 @@ TEST_F(BookBuilder, FolderIsNoFileOfGames)
     EXPECT_EQ(read_bytes("tmp_book.bin"), "old");
 }
 
+TEST_F(BookBuilder, GamesUnderANameThatTheBookTakesAreLeftAlone)
+{
+    const std::string games = repeat(3, game("1-0", "e4"));
+    for (const char* name : { "tmp_book.bin", "tmp_book.part", "./tmp_book.part" }) {
+        write_bytes(name, games);
+        const Built built = build_from(name);
+        EXPECT_EQ(built.out, "") << name;
+        EXPECT_EQ(built.errors, std::string(name) + ": would be replaced by the book\n");
+        EXPECT_EQ(read_bytes(name), games) << name;
+        EXPECT_EQ(exit_status, 0);
+    }
+}
+
+TEST_F(BookBuilder, LinkUnderTheNameOfTheBookIsReplacedAndNotItsTarget)
+{
+    const std::string games = repeat(3, game("1-0", "e4"));
+    write_bytes("games.pgn", games);
+    std::filesystem::create_symlink("games.pgn", "tmp_book.bin");
+    EXPECT_EQ(build_from("games.pgn").entries.size(), 1U);
+    EXPECT_EQ(read_bytes("games.pgn"), games);
+    EXPECT_FALSE(std::filesystem::is_symlink("tmp_book.bin"));
+}
+
 TEST_F(BookBuilder, OldBookIsReplacedAndNothingElseIsLeft)
 {
     write_bytes("tmp_book.bin", "old");
