@@ -367,12 +367,13 @@ static void tune(Words*, const char*)
 {
 }
 
-// Plays a move of the game. The engine does not answer by itself.
+// Plays a move of the game. The engine does not answer by itself. A text that is empty without its
+// mark of a check is no move, though it fits the forms of a pawn's move that are empty too.
 static void play_text(char* text)
 {
     Position* pos = &console_thread->pos;
     Move move = NoMove;
-    if (*text == '\0' || !parse_move(text, &move)
+    if (strcspn(text, "+") == 0 || !parse_move(text, &move)
         || !is_makeable(
             pos, from_square(move), to_square(move), static_cast<Move>(move & PromotionMask))) {
         return;

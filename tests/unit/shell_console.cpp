@@ -124,6 +124,17 @@ TEST_F(ConsoleTest, APromotionIsWrittenWithAnEqualsSign)
     EXPECT_TRUE(begins(say("a8=N"), "1. move a8=N\nN7/"));
 }
 
+TEST_F(ConsoleTest, AMarkOfACheckAloneIsNoMove)
+{
+    say("fen 4k3/8/8/8/8/7p/8/4K3 b - -");
+    const std::string before = board();
+    for (const char* line : { "+", "++", "move +", "+h2" }) {
+        EXPECT_EQ(say(line), "") << line;
+        EXPECT_EQ(board(), before) << line;
+    }
+    EXPECT_TRUE(begins(say("h2+"), "1. move h2\n"));
+}
+
 TEST_F(ConsoleTest, MoveNumbersCountPliesFromTheFirstStoredOne)
 {
     say("fen 7k/8/8/8/8/8/8/K7 b - -");
