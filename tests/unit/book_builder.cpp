@@ -239,6 +239,19 @@ TEST_F(BookBuilder, HighScoresAreScaledTo60000)
     EXPECT_EQ(start_weight(built, "d2d4"), 15000);
     const Built below = build(repeat(15000, "[Result \"1-0\"]\ne4\n"));
     EXPECT_EQ(start_weight(below, "e2e4"), 60000);
+    const Built plain =
+        build(repeat(10000, "[Result \"1-0\"]\ne4\n") + repeat(3, "[Result \"1-0\"]\nd4\n"));
+    EXPECT_EQ(start_weight(plain, "e2e4"), 40000); // nothing is scaled up
+    EXPECT_EQ(start_weight(plain, "d2d4"), 12);
+}
+
+TEST_F(BookBuilder, ScaledWeightsAreTruncated)
+{
+    // 28 of 120004 is 13.9995 of 60000.
+    const Built built =
+        build(repeat(30001, "[Result \"1-0\"]\ne4\n") + repeat(7, "[Result \"1-0\"]\nd4\n"));
+    EXPECT_EQ(start_weight(built, "e2e4"), 60000);
+    EXPECT_EQ(start_weight(built, "d2d4"), 13);
 }
 
 TEST_F(BookBuilder, DroppedMovesDoNotSetTheScale)
@@ -370,14 +383,14 @@ TEST_F(BookBuilder, SemicolonBeginsAWordNotALineComment)
     EXPECT_EQ(nodes_of("e4 ;good e5"), 2);
     EXPECT_EQ(nodes_of("e4 ; Nf6 e4"), 2); // the words behind it are moves still
     EXPECT_EQ(nodes_of("e4 ;{ d5\n} e5"), 2);
-    EXPECT_EQ(nodes_of("e4 $1 $e5 c5"), 2);
+    EXPECT_EQ(nodes_of("e4 $1 $e5 c5 Nf3"), 3); // $e5 is no move
 }
 
 TEST_F(BookBuilder, LineThatBeginsWithASemicolonOrABracketIsSkipped)
 {
     EXPECT_EQ(nodes_of("e4\n; e5\n[e5]\nc5"), 2);
     EXPECT_EQ(nodes_of("e4\n ; e5"), 2); // only the line's very first character counts
-    EXPECT_EQ(nodes_of("e4\n( d5\n; c5\n) e5"), 2);
+    EXPECT_EQ(nodes_of("e4\n( d5\n; c5 )\n[c5 )]\n) e5"), 2); // inside a variation, too
 }
 
 TEST_F(BookBuilder, TabsControlsAndHighBytesAreDroppedInsideWords)

@@ -123,6 +123,13 @@ TEST_F(BookProbe, BonusAndSharesAreTruncated)
     EXPECT_EQ(adjusted_of(weights({ 7, 5 }), 0), (std::vector<i32> { 60000 / 12, 40000 / 12 }));
 }
 
+TEST_F(BookProbe, BonusIsThatOfTheFractionAsItCanBeHeld)
+{
+    // 116 * 0.01 is a little less than 1.16, so the bonus is -28 and not -29.
+    EXPECT_EQ(adjusted_of(weights({ 116, 84 }), 0), (std::vector<i32> { 88 * 50, 56 * 50 }));
+    EXPECT_EQ(adjusted_of(weights({ 116, 84 }), 50), (std::vector<i32> { 144 * 50, 112 * 50 }));
+}
+
 TEST_F(BookProbe, GreatestWeightsDoNotOverflow)
 {
     const std::vector<BookEntry> entries = weights(std::vector<i32>(book_limit, 65535));
@@ -177,6 +184,18 @@ TEST_F(BookProbe, EntryOfWeightZeroIsNeverChosen)
     EXPECT_EQ(choices_of_all_draws(weights({ 100, 0, 50 }), 100).count(1), 0U);
     EXPECT_EQ(choices_of_all_draws(weights({ 0, 100, 50 }), 25).count(0), 0U);
     EXPECT_EQ(choices_of_all_draws(weights({ 0, 0, 1 }), 25), (std::map<i32, i32> { { 2, 1000 } }));
+}
+
+TEST_F(BookProbe, ThresholdIsThatOfTheFractionAsItCanBeHeld)
+{
+    // 577 * 0.001 * 13000 is a little less than 7501, so it is not above the first share, 7500.
+    const std::vector<BookEntry> entries = weights({ 24, 16 });
+    u16 adjusted[2];
+    const u32 sum = adjust_book_weights(entries.data(), 2, 53, adjusted);
+    ASSERT_EQ(sum, 13000U);
+    ASSERT_EQ(adjusted[0], 7500);
+    EXPECT_EQ(choose_book_entry(entries.data(), 2, adjusted, sum, 577), 0);
+    EXPECT_EQ(choose_book_entry(entries.data(), 2, adjusted, sum, 578), 1);
 }
 
 TEST_F(BookProbe, EntryCutOffByVarietyIsNotChosenBetweenTwoOthers)
@@ -353,6 +372,20 @@ TEST_F(BookProbe, EntryOfWeightZeroIsNotReported)
     store(uci_mode, 0);
     EXPECT_EQ(report_of(start, "book"),
         "  e2e4  cnt=     3, weight= 100.00% -> 100.00%\nselecting e2e4\n");
+}
+
+TEST_F(BookProbe, BonusOfAnEntryOfWeightZeroCountsInTheShares)
+{
+    store(uci_mode, 0);
+    engine_options.own_book_variety = 100;
+    // 11666, 5000 and 8333: the last entry has what the one of weight 0 cannot take.
+    write_book({ entry_of(start, "e2e4", 100), entry_of(start, "d2d4", 0),
+        entry_of(start, "c2c4", 50) });
+    srand(seed_for_draw(467));
+    EXPECT_EQ(report_of(start, "book"),
+        "  e2e4  cnt=   100, weight= 66.67% -> 46.67%\n"
+        "  c2c4  cnt=    50, weight= 33.33% -> 33.33%\n"
+        "selecting c2c4\n");
 }
 
 TEST_F(BookProbe, EntryCutOffByVarietyIsReported)
