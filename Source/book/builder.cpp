@@ -493,32 +493,30 @@ static int write_book(const NodeTable* table)
 
 // ---- The mode
 
-static bool is_named(const struct stat* status, const char* name)
+static bool is_named(FILE* file, const char* name)
 {
+    struct stat status;
     struct stat named;
-    return lstat(name, &named) == 0 && named.st_dev == status->st_dev
-        && named.st_ino == status->st_ino;
+    return fstat(fileno(file), &status) == 0 && lstat(name, &named) == 0
+        && named.st_dev == status.st_dev && named.st_ino == status.st_ino;
 }
 
-// Opens a file of games. A folder is none, though it could be opened, and what stands under a name
-// that the book takes would be lost. Null, with a word on standard error, if it cannot be read.
+// Opens a file of games, or says why not and returns null. A pipe or a device may have no end, and
+// what stands under a name that the book takes would be lost.
 static FILE* open_games(const char* file_name)
 {
-    FILE* file = fopen(file_name, "rbe");
+    errno = 0;
+    FILE* file = open_regular_file(file_name);
     if (file == nullptr) {
-        complain_of_file(file_name, "cannot be opened", errno);
+        if (errno != 0)
+            complain_of_file(file_name, "cannot be opened", errno);
+        else
+            fprintf(stderr, "%s: cannot be opened: not a regular file\n", file_name);
         return nullptr;
     }
-    struct stat status;
-    if (fstat(fileno(file), &status) != 0)
+    if (!is_named(file, book_name) && !is_named(file, unfinished_name))
         return file;
-    if (S_ISDIR(status.st_mode)) {
-        complain_of_file(file_name, "cannot be opened", EISDIR);
-    } else if (is_named(&status, book_name) || is_named(&status, unfinished_name)) {
-        fprintf(stderr, "%s: would be replaced by the book\n", file_name);
-    } else {
-        return file;
-    }
+    fprintf(stderr, "%s: would be replaced by the book\n", file_name);
     fclose(file);
     return nullptr;
 }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <map>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 struct Built {
     std::string out;
@@ -576,7 +577,7 @@ TEST_F(BookBuilder, FolderIsNoFileOfGames)
     write_bytes("tmp_book.bin", "old");
     const Built built = build_from(".");
     EXPECT_EQ(built.out, "");
-    EXPECT_EQ(built.errors, ".: cannot be opened: Is a directory\n");
+    EXPECT_EQ(built.errors, ".: cannot be opened: not a regular file\n");
     EXPECT_EQ(read_bytes("tmp_book.bin"), "old");
 }
 
@@ -601,6 +602,19 @@ TEST_F(BookBuilder, LinkUnderTheNameOfTheBookIsReplacedAndNotItsTarget)
     EXPECT_EQ(build_from("games.pgn").entries.size(), 1U);
     EXPECT_EQ(read_bytes("games.pgn"), games);
     EXPECT_FALSE(std::filesystem::is_symlink("tmp_book.bin"));
+}
+
+TEST_F(BookBuilder, FilesWithoutAnEndAreNoFilesOfGames)
+{
+    write_bytes("tmp_book.bin", "old");
+    ASSERT_EQ(mkfifo("pipe", 0600), 0);
+    for (const std::string name : { "pipe", "/dev/zero" }) {
+        const Built built = build_from(name);
+        EXPECT_EQ(built.out, "");
+        EXPECT_EQ(built.errors, name + ": cannot be opened: not a regular file\n");
+    }
+    EXPECT_EQ(read_bytes("tmp_book.bin"), "old");
+    EXPECT_EQ(exit_status, 0);
 }
 
 TEST_F(BookBuilder, OldBookIsReplacedAndNothingElseIsLeft)
