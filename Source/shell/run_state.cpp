@@ -55,7 +55,7 @@ constinit i32 exit_status = 0;
 
 constinit char params_file[16] = {};
 constinit char epd_file[140] = {};
-constinit char tool_file[140] = {};
+constinit char tool_file[144] = {};
 
 constinit WorkerOptions worker_options {};
 

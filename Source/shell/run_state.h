@@ -70,7 +70,7 @@ extern i32 exit_status; // what main returns at the end of its run mode
 
 extern char params_file[16]; // file of weights
 extern char epd_file[140];   // file of -anepd and -mktune
-extern char tool_file[140];  // file of -scan_pgn, -match and -mkbook
+extern char tool_file[144];  // file of -scan_pgn, -match and -mkbook
 
 // Copies of options for the workers, which never read engine_options itself.
 struct WorkerOptions {

@@ -572,6 +572,15 @@ TEST_F(BookBuilder, MissingFileIsNamedOnStandardErrorAndLeavesTheOldBook)
     EXPECT_EQ(exit_status, 0);
 }
 
+TEST_F(BookBuilder, NameOf143CharactersIsRead)
+{
+    const std::string name = std::string(139, 'g') + ".pgn";
+    write_bytes(name, game("1-0", "1. e4"));
+    const Built built = build_from(name);
+    EXPECT_EQ(built.errors, "");
+    EXPECT_NE(built.out.find("games in " + name + "\n"), std::string::npos) << built.out;
+}
+
 TEST_F(BookBuilder, FolderIsNoFileOfGames)
 {
     write_bytes("tmp_book.bin", "old");

@@ -95,7 +95,7 @@ TEST_F(CommandLineTest, LongTextsAreCutToTheirFields)
     EXPECT_EQ(engine_options.own_book_file, std::string(143, 'p'));
     EXPECT_EQ(engine_options.syzygy_path, std::string(143, 'p'));
     EXPECT_EQ(epd_file, std::string(139, 'p'));
-    EXPECT_EQ(tool_file, std::string(139, 'p'));
+    EXPECT_EQ(tool_file, std::string(143, 'p'));
     EXPECT_EQ(engine_options.own_book, 0);
 }
 
