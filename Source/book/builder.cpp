@@ -6,12 +6,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "board/moves.h"
 #include "board/notation.h"
 #include "book/polyglot.h"
+#include "shell/files.h"
 #include "shell/output.h"
 #include "shell/run_state.h"
 
@@ -19,8 +18,7 @@ static constexpr char book_name[] = "tmp_book.bin";
 static constexpr char unfinished_name[] = "tmp_book.part"; // renamed once it is complete
 
 // Reading.
-static constexpr i32 line_length = 1022; // longer lines are read in pieces
-static constexpr size_t input_size = 65536;
+static constexpr i32 line_length = 1022;    // longer lines are read in pieces
 static constexpr i32 last_started_ply = 35; // a line behind it is not read
 static constexpr i32 games_per_dot = 1024;
 
@@ -84,14 +82,6 @@ struct BookReader {
     i64 variation_depth; // and anything but 0 is inside
     bool skips;          // a move could not be read: the rest of the game is lost
     bool out_of_memory;
-};
-
-// A file read in pieces of lines.
-struct LineReader {
-    FILE* file;
-    size_t start;
-    size_t end;
-    char block[input_size];
 };
 
 // ---- The nodes
@@ -181,33 +171,6 @@ static BookNode* find_node(NodeTable* table, u64 key, Move move)
 }
 
 // ---- Reading games
-
-// Reads up to line_length characters, up to and with the next line feed, and takes the last one
-// off, whatever it is. Returns the length of what is left, or -1 at the end of the file.
-static i32 read_line(LineReader* reader, char* line)
-{
-    i32 length = 0;
-    for (bool ended = false; !ended && length < line_length;) {
-        if (reader->start == reader->end) {
-            reader->start = 0;
-            reader->end = fread(reader->block, 1, input_size, reader->file);
-            if (reader->end == 0)
-                break;
-        }
-        const char* text = reader->block + reader->start;
-        size_t count = reader->end - reader->start;
-        if (count > static_cast<size_t>(line_length - length))
-            count = static_cast<size_t>(line_length - length);
-        if (const void* feed = memchr(text, '\n', count)) {
-            count = static_cast<size_t>(static_cast<const char*>(feed) - text) + 1;
-            ended = true;
-        }
-        memcpy(line + length, text, count);
-        reader->start += count;
-        length += static_cast<i32>(count);
-    }
-    return length - 1;
-}
 
 static bool holds(const char* line, i32 length, const char* text)
 {
@@ -381,13 +344,12 @@ static int read_games(BookReader* reader, FILE* file)
         reader->out_of_memory = true;
         return 0;
     }
-    lines->file = file;
-    lines->start = 0;
-    lines->end = 0;
-    char line[line_length];
+    start_reading(lines, file);
+    char line[line_length + 1];
     i32 length;
-    while (!reader->out_of_memory && (length = read_line(lines, line)) >= 0)
-        read_game_line(reader, line, length);
+    // The last character of a line or a piece of one is taken off, whatever it is.
+    while (!reader->out_of_memory && (length = read_line_piece(lines, line, sizeof line)) > 0)
+        read_game_line(reader, line, length - 1);
     delete lines;
     return ferror(file) ? errno : 0;
 }
@@ -447,8 +409,7 @@ static const BookNode* write_key(FILE* file, const BookNode* first)
     return end;
 }
 
-// Returns 0, or the error that kept the file from taking all of the book.
-static int write_nodes(FILE* file, const NodeTable* table)
+static void write_nodes(FILE* file, const NodeTable* table)
 {
     const u64 count = 1ULL << table->list_bits;
     for (u64 list = 0; list < count; list++) {
@@ -457,7 +418,6 @@ static int write_nodes(FILE* file, const NodeTable* table)
         for (const BookNode* node = table->lists[list]; node != nullptr;)
             node = write_key(file, node);
     }
-    return close_written_file(file);
 }
 
 static bool is_lack_of_space(int error)
@@ -470,51 +430,32 @@ static bool is_lack_of_space(int error)
 // disk is full.
 static int write_book(const NodeTable* table)
 {
-    unlink(unfinished_name);
-    FILE* file = fopen(unfinished_name, "wbxe");
-    if (file == nullptr) {
-        const int error = errno;
-        complain_of_file(book_name, "cannot be opened for writing", error);
-        return is_lack_of_space(error) ? error : 0;
+    OutputFile book;
+    const int open_error = open_output(&book, book_name, unfinished_name);
+    if (open_error != 0) {
+        complain(book_name, "cannot be opened for writing", open_error);
+        return is_lack_of_space(open_error) ? open_error : 0;
     }
-    errno = 0;
-    const int error = write_nodes(file, table);
-    if (error != 0) {
-        unlink(unfinished_name);
-        complain_of_file(book_name, "cannot be written", error);
-        return error;
+    write_nodes(book.file, table);
+    const int write_error = close_output(&book);
+    if (write_error != 0) {
+        complain(book_name, "cannot be written", write_error);
+        return write_error;
     }
-    if (rename(unfinished_name, book_name) != 0) {
-        complain_of_file(book_name, "cannot be replaced", errno);
-        unlink(unfinished_name);
-    }
+    const int rename_error = publish_output(&book);
+    if (rename_error != 0)
+        complain(book_name, "cannot be replaced", rename_error);
     return 0;
 }
 
 // ---- The mode
 
-static bool is_named(FILE* file, const char* name)
-{
-    struct stat status;
-    struct stat named;
-    return fstat(fileno(file), &status) == 0 && lstat(name, &named) == 0
-        && named.st_dev == status.st_dev && named.st_ino == status.st_ino;
-}
-
-// Opens a file of games, or says why not and returns null. A pipe or a device may have no end, and
-// what stands under a name that the book takes would be lost.
+// Opens a file of games, or says why not and returns null. What stands under a name that the book
+// takes would be lost.
 static FILE* open_games(const char* file_name)
 {
-    errno = 0;
-    FILE* file = open_regular_file(file_name);
-    if (file == nullptr) {
-        if (errno != 0)
-            complain_of_file(file_name, "cannot be opened", errno);
-        else
-            fprintf(stderr, "%s: cannot be opened: not a regular file\n", file_name);
-        return nullptr;
-    }
-    if (!is_named(file, book_name) && !is_named(file, unfinished_name))
+    FILE* file = open_or_complain(file_name);
+    if (file == nullptr || (!is_named(file, book_name) && !is_named(file, unfinished_name)))
         return file;
     fprintf(stderr, "%s: would be replaced by the book\n", file_name);
     fclose(file);
@@ -530,7 +471,7 @@ static void make_book(BookReader* reader, FILE* games)
         return;
     }
     if (read_error != 0) {
-        complain_of_file(tool_file, "cannot be read to its end", read_error);
+        complain(tool_file, "cannot be read to its end", read_error);
         exit_status = 1;
         return;
     }

@@ -11,6 +11,7 @@
 #include "board/moves.h"
 #include "board/notation.h"
 #include "shell/input.h"
+#include "shell/files.h"
 #include "shell/output.h"
 #include "shell/run_state.h"
 #include "shell/text_values.h"
@@ -83,9 +84,9 @@ void save_game()
     if (error == 0) {
         return;
     }
-    complain_of_file(saved_games, "cannot be written", error);
+    complain(saved_games, "cannot be written", error);
     if (truncate(saved_games, length) != 0) {
-        complain_of_file(saved_games, "holds half a game", errno);
+        complain(saved_games, "holds half a game", errno);
     }
 }
 

@@ -175,20 +175,6 @@ FILE* open_regular_file(const char* path, bool append)
     return file;
 }
 
-int close_written_file(FILE* file)
-{
-    const bool failed = ferror(file) != 0;
-    if (fclose(file) == 0 && !failed) {
-        return 0;
-    }
-    return errno != 0 ? errno : EIO;
-}
-
-void complain_of_file(const char* name, const char* what, int error)
-{
-    fprintf(stderr, "%s: %s: %s\n", name, what, strerror(error));
-}
-
 i32 open_log()
 {
     if (log_file != nullptr) {

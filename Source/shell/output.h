@@ -39,13 +39,6 @@ void copy_text(char* dst, size_t size, const char* src);
 // thread, or never end.
 FILE* open_regular_file(const char* path, bool append = false);
 
-// Closes a file that was written. Returns 0, or the error (of errno) that kept it from taking all.
-// errno is to be 0 when the writing begins.
-int close_written_file(FILE* file);
-
-// Says on standard error what has become of a file, and the error's text.
-void complain_of_file(const char* name, const char* what, int error);
-
 // Opens vesk.log in the current directory, replacing an old one. Returns 1, or 0 if the old
 // file cannot be unlinked or the new one not opened; a second call with an open log returns 1.
 i32 open_log();

@@ -1,10 +1,6 @@
 // Tuning data and training of the weights. This build has none: the routines do nothing.
 #include "tools/tools.h"
 
-void make_tune_file(const char*)
-{
-}
-
 i32 tune_step(Position*, f32, f32)
 {
     return 0;

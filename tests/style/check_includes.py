@@ -28,7 +28,7 @@ BELOW = {
 # Open to all folders. They include types.h and each other's kind only.
 LEAVES = {
     "board/types.h", "shell/run_state.h", "shell/engine_options.h", "shell/output.h",
-    "search/trace.h", "eval/eval_work.h", "tools/tools.h",
+    "shell/files.h", "search/trace.h", "eval/eval_work.h", "tools/tools.h",
 }
 
 # Headers that other folders may include; every other header belongs to its folder.

@@ -1,0 +1,155 @@
+// Reading by the block and handing out lines; writing under a second name first, so that an older
+// file stays whole until the new one is.
+#include "shell/files.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "shell/output.h"
+
+static constexpr char byte_order_mark[] = "\xef\xbb\xbf";
+
+void start_reading(LineReader* reader, FILE* file)
+{
+    reader->file = file;
+    reader->line_number = 0;
+    reader->in_line = false;
+    reader->start = 0;
+    reader->end = 0;
+}
+
+// Reads the next block when all of the last one has been handed out.
+static void fill_block(LineReader* reader)
+{
+    if (reader->start == reader->end) {
+        reader->start = 0;
+        reader->end = fread(reader->block, 1, sizeof reader->block, reader->file);
+    }
+}
+
+void skip_byte_order_mark(LineReader* reader)
+{
+    const size_t size = sizeof byte_order_mark - 1;
+    fill_block(reader);
+    if (reader->end - reader->start >= size
+        && memcmp(reader->block + reader->start, byte_order_mark, size) == 0) {
+        reader->start += size;
+    }
+}
+
+i32 read_line_piece(LineReader* reader, char* line, i32 size)
+{
+    const size_t limit = static_cast<size_t>(size) - 1;
+    size_t length = 0;
+    bool ended = false;
+    while (!ended && length < limit) {
+        fill_block(reader);
+        if (reader->end == 0) {
+            break;
+        }
+        const char* text = reader->block + reader->start;
+        size_t count = reader->end - reader->start;
+        if (count > limit - length) {
+            count = limit - length;
+        }
+        if (const void* feed = memchr(text, '\n', count)) {
+            count = static_cast<size_t>(static_cast<const char*>(feed) - text) + 1;
+            ended = true;
+        }
+        memcpy(line + length, text, count);
+        reader->start += count;
+        length += count;
+    }
+    line[length] = '\0';
+    if (length > 0) {
+        reader->line_number += !reader->in_line;
+        reader->in_line = !ended;
+    }
+    return static_cast<i32>(length);
+}
+
+FILE* open_or_complain(const char* name)
+{
+    errno = 0;
+    FILE* file = open_regular_file(name);
+    if (file != nullptr) {
+        return file;
+    }
+    if (errno == 0) {
+        fprintf(stderr, "%s: cannot be opened: not a regular file\n", name);
+        errno = 0;
+    } else {
+        const int error = errno;
+        complain(name, "cannot be opened", error);
+        errno = error;
+    }
+    return nullptr;
+}
+
+bool is_named(FILE* file, const char* name)
+{
+    struct stat status;
+    struct stat named;
+    return fstat(fileno(file), &status) == 0 && lstat(name, &named) == 0
+        && named.st_dev == status.st_dev && named.st_ino == status.st_ino;
+}
+
+// Why a file takes no more: the write that failed is made once more, since nobody kept its error.
+static int find_write_error(FILE* file)
+{
+    clearerr(file);
+    errno = 0;
+    fputc('\n', file);
+    fflush(file);
+    return errno != 0 ? errno : EIO;
+}
+
+int close_written_file(FILE* file)
+{
+    int error = 0;
+    if (ferror(file)) {
+        error = find_write_error(file);
+    } else if (fflush(file) != 0) {
+        error = errno;
+    }
+    if (fclose(file) != 0 && error == 0) {
+        error = errno;
+    }
+    return error;
+}
+
+int open_output(OutputFile* out, const char* name, const char* unfinished)
+{
+    out->name = name;
+    out->unfinished = unfinished;
+    unlink(unfinished);
+    out->file = fopen(unfinished, "wbxe");
+    return out->file != nullptr ? 0 : errno;
+}
+
+int close_output(OutputFile* out)
+{
+    const int error = close_written_file(out->file);
+    out->file = nullptr;
+    if (error != 0) {
+        unlink(out->unfinished);
+    }
+    return error;
+}
+
+int publish_output(OutputFile* out)
+{
+    if (rename(out->unfinished, out->name) == 0) {
+        return 0;
+    }
+    const int error = errno;
+    unlink(out->unfinished);
+    return error;
+}
+
+void complain(const char* file_name, const char* what, int error)
+{
+    fprintf(stderr, "%s: %s: %s\n", file_name, what, strerror(error));
+}

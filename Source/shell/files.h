@@ -1,0 +1,59 @@
+// Files that are read in lines, and files that take the place of an older one only once they are
+// complete.
+#pragma once
+
+#include <cstdio>
+
+#include "board/types.h"
+
+// A file being read in lines, or in pieces of lines that are longer than the reader allows.
+struct LineReader {
+    FILE* file;
+    i32 line_number; // of the piece read last; the first line is 1
+    bool in_line;    // that piece has not ended its line
+    size_t start;
+    size_t end;
+    char block[65536];
+};
+
+// Makes ready to read an open file from where it stands.
+void start_reading(LineReader* reader, FILE* file);
+
+// Passes over the mark that some editors put before the first character of a UTF-8 text. Called
+// before the first piece is read.
+void skip_byte_order_mark(LineReader* reader);
+
+// Reads up to size - 1 characters, up to and with the next line feed, closed by NUL. Returns their
+// number, 0 at the end of the file or when it cannot be read any further (see ferror).
+i32 read_line_piece(LineReader* reader, char* line, i32 size);
+
+// Opens a regular file for reading, or says on standard error why not and returns null; errno is
+// then the reason, or 0 if what has the name is no regular file.
+FILE* open_or_complain(const char* name);
+
+// Whether an open file is the one of that name.
+bool is_named(FILE* file, const char* name);
+
+// Closes a file that was written. Returns 0, or the error that kept it from taking all.
+int close_written_file(FILE* file);
+
+// A file being written under a name of its own until it is complete.
+struct OutputFile {
+    FILE* file;
+    const char* name;       // what it is to be called
+    const char* unfinished; // what it is called until then; an older file of that name is lost
+};
+
+// Opens a file for writing. Returns 0 or the error.
+int open_output(OutputFile* out, const char* name, const char* unfinished);
+
+// Writes what is left and closes the file, which keeps its unfinished name. Returns 0, or the
+// error that kept the file from taking all of it; the file is gone then.
+int close_output(OutputFile* out);
+
+// Gives a closed file its name, in place of an older one. Returns 0 or the error; the file is gone
+// then and the older one still there.
+int publish_output(OutputFile* out);
+
+// Says on standard error what could not be done with a file, and why.
+void complain(const char* file_name, const char* what, int error);

@@ -1,0 +1,240 @@
+// The four forms in which the PGN scanner writes a game. Each plays the moves on the console's
+// position and looks at it before every move.
+#include "tools/pgn_forms.h"
+
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+
+#include "board/moves.h"
+#include "board/notation.h"
+#include "board/position.h"
+#include "shell/run_state.h"
+
+static constexpr i32 fen_size = 128;
+static constexpr i32 comment_size = 512;
+
+// When a move counts as a blunder: how the opponent's evaluations before it and after the next
+// replies go on. Centipawns.
+static constexpr struct {
+    i32 first_index = 13;       // half-moves from 0
+    i32 moves_behind = 10;      // at least so many follow, and one more
+    i32 least_before = -999;
+    i32 most_before = 249;
+    i32 least_late = -999;
+    i32 rise = 30;              // of the next reply and the one after it
+    i32 late_rise = 50;         // of the fourth reply
+    i32 rise_divisor = 10;      // both grow by this part of the evaluation before
+} blunder_rule;
+
+// Positions for tuning come from the middle of a game.
+static constexpr struct {
+    i32 first_index = 16;
+    i32 last_index = 220;
+    i32 left_out_at_end = 6;
+    i32 most_cnt50 = 20;
+    i32 largest_eval = 4999;
+} tuning_rule;
+
+static constexpr i32 last_undecided_index = 200;
+static constexpr i32 decided_eval = 500;
+
+// A game being played through.
+struct ReplayedGame {
+    const ScannedGame* game;
+    ToolInput* input;
+    Position* pos;
+    FILE* out;
+    FILE* refutations;
+    Move move; // that of the present index
+    i32 written;
+    char fen[fen_size];
+};
+
+// Reads the move of index i. It is an ambiguous or unknown text that ends the game.
+static bool read_scanned_move(ReplayedGame* replay, i32 i)
+{
+    const ScannedMove* scanned = &replay->game->moves[i];
+    char text[sizeof scanned->text + 1];
+    memcpy(text, scanned->text, sizeof scanned->text);
+    if (parse_move_on(replay->pos, text, &replay->move) != 0) {
+        return true;
+    }
+    refuse(replay->input, scanned->line_number, "move '%s' cannot be read, the game ends there",
+        scanned->text);
+    return false;
+}
+
+static bool in_check(const Position* pos)
+{
+    return is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1);
+}
+
+static const char* fen_before(ReplayedGame* replay)
+{
+    make_fen(replay->pos, replay->fen);
+    return replay->fen;
+}
+
+// ---- Annotated games
+
+// Whether the opponent's evaluation rises by move i and stays up for the next replies.
+static bool is_blunder(const ScannedGame* game, i32 i)
+{
+    const ScannedMove* moves = game->moves;
+    if (i < blunder_rule.first_index || i >= game->count - blunder_rule.moves_behind) {
+        return false;
+    }
+    const i32 before = moves[i - 1].eval;
+    const i32 late = moves[i + 7].eval;
+    if (before < blunder_rule.least_before || before > blunder_rule.most_before
+        || late < blunder_rule.least_late) {
+        return false;
+    }
+    const i32 margin = abs(before) / blunder_rule.rise_divisor;
+    return moves[i + 1].eval - before > margin + blunder_rule.rise
+        && moves[i + 3].eval - before > margin + blunder_rule.rise
+        && late - before > margin + blunder_rule.late_rise;
+}
+
+[[gnu::format(printf, 2, 3)]] static void append_comment(char* comment, const char* format, ...)
+{
+    const size_t used = strlen(comment);
+    va_list args;
+    va_start(args, format);
+    vsnprintf(comment + used, comment_size - used, format, args);
+    va_end(args);
+}
+
+static void write_annotated_move(ReplayedGame* replay, i32 i, bool refutes, bool blunders)
+{
+    const ScannedMove* scanned = &replay->game->moves[i];
+    const char* text = scanned->text;
+    const bool white = i % 2 == 0;
+    char comment[comment_size] = "";
+    if (scanned->eval >= -9999) {
+        append_comment(comment, "%6.2f", (white ? scanned->eval : -scanned->eval) * 0.01);
+    }
+    if (refutes) {
+        append_comment(comment, " ! %s bm %s;", fen_before(replay), text);
+        fprintf(replay->refutations, "%s bm %s;\n", replay->fen, text);
+        replay->written++;
+    }
+    if (blunders) {
+        append_comment(comment, " ? %s am %s;", fen_before(replay), text);
+    }
+    char prefix[16] = "     ";
+    if (white) {
+        snprintf(prefix, sizeof prefix, "%3d. ", i / 2 + 1);
+    }
+    fprintf(replay->out, "%s %-6s  {%s}\n", prefix, text, comment);
+}
+
+static void write_annotated_game(ReplayedGame* replay)
+{
+    const ScannedGame* game = replay->game;
+    bool blundered = false; // the move before
+    for (i32 i = 0; i < game->count && read_scanned_move(replay, i); i++) {
+        const bool refutes = blundered;
+        blundered = is_blunder(game, i);
+        write_annotated_move(replay, i, refutes, blundered);
+        make_move(replay->pos, replay->move);
+    }
+    fputc('\n', replay->out);
+}
+
+// ---- Positions
+
+static void write_position(ReplayedGame* replay, i32 i)
+{
+    const ScannedMove* scanned = &replay->game->moves[i];
+    fprintf(replay->out, "%s bm %s; ce %d;", fen_before(replay), scanned->text, scanned->eval);
+    replay->written++;
+}
+
+static bool is_for_tuning(const ReplayedGame* replay, i32 i)
+{
+    const i32 eval = replay->game->moves[i].eval;
+    return i >= tuning_rule.first_index && replay->pos->cnt50 <= tuning_rule.most_cnt50
+        && abs(eval) <= tuning_rule.largest_eval && !in_check(replay->pos);
+}
+
+// The result of the game for the side to move at index i.
+static f64 value_of_result(const ScannedGame* game, i32 i)
+{
+    return game->result == NoWinner ? 0.5 : game->result == i % 2 ? 1.0 : 0.0;
+}
+
+static void write_tuning_positions(ReplayedGame* replay)
+{
+    const ScannedGame* game = replay->game;
+    const i32 end = game->count - tuning_rule.left_out_at_end;
+    for (i32 i = 0; i < end && i <= tuning_rule.last_index && read_scanned_move(replay, i); i++) {
+        if (is_for_tuning(replay, i)) {
+            write_position(replay, i);
+            fprintf(replay->out, " gr %0.1f;\n", value_of_result(game, i));
+        }
+        make_move(replay->pos, replay->move);
+    }
+}
+
+static void write_undecided_positions(ReplayedGame* replay)
+{
+    const ScannedGame* game = replay->game;
+    for (i32 i = 0;
+         i < game->count && i <= last_undecided_index && read_scanned_move(replay, i); i++) {
+        if (!in_check(replay->pos)) {
+            write_position(replay, i);
+            fputc('\n', replay->out);
+        }
+        if (abs(game->moves[i].eval) > decided_eval) {
+            return;
+        }
+        make_move(replay->pos, replay->move);
+    }
+}
+
+// Whether each side has a rook and nothing else but a pawn of one of them.
+static bool is_rook_ending(const Position* pos)
+{
+    return pos->phase_mtl[White] == phase_weight[Rook]
+        && pos->phase_mtl[Black] == phase_weight[Rook]
+        && popcount(pos->bb[White][Pawn] | pos->bb[Black][Pawn]) == 1;
+}
+
+static void write_rook_endings(ReplayedGame* replay)
+{
+    const ScannedGame* game = replay->game;
+    for (i32 i = 0; i < game->count && read_scanned_move(replay, i); i++) {
+        if (is_rook_ending(replay->pos)) {
+            write_position(replay, i);
+            fprintf(replay->out, " tune %0.5f;\n", value_of_result(game, i));
+        }
+        make_move(replay->pos, replay->move);
+    }
+}
+
+i32 write_scanned_game(i32 form, const ScannedGame* game, ToolInput* input, FILE* out,
+    FILE* refutations)
+{
+    ReplayedGame replay = { game, input, &console_thread->pos, out, refutations, NoMove, 0, "" };
+    parse_epd(replay.pos, start_position);
+    store(depth_limit, form == 2 ? 1 : 0);
+    store(noise, silent_noise);
+    store(hash_mode, 0);
+    switch (form) {
+    case 1:
+        write_annotated_game(&replay);
+        break;
+    case 2:
+        write_tuning_positions(&replay);
+        break;
+    case 3:
+        write_undecided_positions(&replay);
+        break;
+    default:
+        write_rook_endings(&replay);
+        break;
+    }
+    return replay.written;
+}

@@ -1,0 +1,205 @@
+// Input and output files of the tools. What goes wrong with them is told on standard error, since
+// other programs read standard output, and ends up in the exit status.
+#include "tools/tool_input.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <ctime>
+#include <unistd.h>
+
+#include "shell/output.h"
+#include "shell/run_state.h"
+
+static constexpr i32 shown_refusals = 100;      // the others are only counted
+static constexpr i32 message_size = 1024;
+static constexpr f64 seconds_between_shows = 0.2;
+
+bool open_input(ToolInput* input, const char* name)
+{
+    errno = 0;
+    FILE* file = open_regular_file(name);
+    if (file == nullptr) {
+        if (errno == 0) {
+            fprintf(stderr, "%s: cannot be opened: not a regular file\n", name);
+        } else {
+            complain(name, "cannot be opened", errno);
+        }
+        exit_status = errno == ENOENT ? exit_status : 1;
+        return false;
+    }
+    input->name = name;
+    input->refusals = 0;
+    input->progress = {};
+    start_reading(&input->lines, file);
+    skip_byte_order_mark(&input->lines);
+    return true;
+}
+
+void close_input(ToolInput* input)
+{
+    hide_progress(input);
+    if (ferror(input->lines.file)) {
+        fprintf(stderr, "%s: cannot be read to its end\n", input->name);
+        exit_status = 1;
+    }
+    if (input->refusals > shown_refusals) {
+        fprintf(stderr, "%s: %d messages more\n", input->name, input->refusals - shown_refusals);
+    }
+    fclose(input->lines.file);
+}
+
+void refuse(ToolInput* input, i32 line_number, const char* format, ...)
+{
+    exit_status = 1;
+    if (++input->refusals > shown_refusals) {
+        return;
+    }
+    char message[message_size];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(message, sizeof message, format, args);
+    va_end(args);
+    hide_progress(input);
+    fprintf(stderr, "%s:%d: %s\n", input->name, line_number, message);
+}
+
+// Passes over what is left of a line. Returns whether there was more than its end.
+static bool skip_rest(LineReader* lines)
+{
+    bool more = false;
+    char piece[message_size];
+    while (lines->in_line && read_line_piece(lines, piece, sizeof piece) > 0) {
+        more = more || (strcmp(piece, "\n") != 0 && strcmp(piece, "\r\n") != 0);
+    }
+    return more;
+}
+
+i32 read_input_line(ToolInput* input, char* line, i32 size)
+{
+    if (read_line_piece(&input->lines, line, size) == 0) {
+        return -1;
+    }
+    size_t length = strcspn(line, "\n");
+    const i32 line_feed = line[length] == '\n';
+    if (length > 0 && line[length - 1] == '\r') {
+        length--;
+    }
+    line[length] = '\0';
+    if (input->lines.in_line && skip_rest(&input->lines)) {
+        refuse(input, input->lines.line_number, "only the first %d characters of a line are read",
+            size - 1);
+    }
+    return static_cast<i32>(length) + line_feed;
+}
+
+bool is_epd_comment(const char* line)
+{
+    return line[0] == ' ' || line[0] == '#' || line[0] == ';';
+}
+
+// ---- Progress
+
+// The number of lines that are items.
+static i64 count_items(ToolInput* input, bool (*is_item)(const char* line))
+{
+    i64 count = 0;
+    char line[message_size];
+    for (bool starts = true; read_line_piece(&input->lines, line, sizeof line) > 0;) {
+        count += starts && is_item(line);
+        starts = !input->lines.in_line;
+    }
+    return count;
+}
+
+void start_progress(ToolInput* input, bool (*is_item)(const char* line))
+{
+    Progress* progress = &input->progress;
+    progress->on = isatty(STDERR_FILENO) != 0;
+    if (!progress->on) {
+        return;
+    }
+    progress->count = count_items(input, is_item);
+    rewind(input->lines.file);
+    start_reading(&input->lines, input->lines.file);
+    skip_byte_order_mark(&input->lines);
+    progress->started = monotonic_seconds();
+    progress->due = progress->started + seconds_between_shows;
+}
+
+void show_progress(ToolInput* input, const char* what, i64 number)
+{
+    Progress* progress = &input->progress;
+    if (!progress->on) {
+        return;
+    }
+    const f64 now = monotonic_seconds();
+    if (now < progress->due || number < 2) {
+        return;
+    }
+    progress->due = now + seconds_between_shows;
+    progress->visible = true;
+    const f64 passed = now - progress->started;
+    const i64 left = progress->count - number + 1;
+    const f64 to_come = passed / static_cast<f64>(number - 1) * static_cast<f64>(left > 0 ? left : 0);
+    const time_t end = time(nullptr) + static_cast<time_t>(to_come);
+    char clock[32] = "";
+    tm parts;
+    if (localtime_r(&end, &parts) != nullptr) {
+        strftime(clock, sizeof clock, "%H:%M:%S", &parts);
+    }
+    fprintf(stderr, "\r%s %lld of %lld, %.0f s elapsed, end expected at %s\x1b[K\r", what,
+        static_cast<long long>(number), static_cast<long long>(progress->count), passed, clock);
+}
+
+void hide_progress(ToolInput* input)
+{
+    if (input->progress.visible) {
+        fputs("\r\x1b[K", stderr);
+        input->progress.visible = false;
+    }
+}
+
+// ---- Output
+
+bool open_tool_output(OutputFile* out, const char* name, const char* unfinished)
+{
+    const int error = open_output(out, name, unfinished);
+    if (error != 0) {
+        complain(name, "cannot be opened for writing", error);
+        exit_status = 1;
+    }
+    return error == 0;
+}
+
+void finish_outputs(OutputFile* const* files, i32 count)
+{
+    bool complete = true;
+    for (i32 i = 0; i < count; i++) {
+        const int error = close_output(files[i]);
+        if (error != 0) {
+            complain(files[i]->name, "cannot be written", error);
+            complete = false;
+        }
+    }
+    for (i32 i = 0; i < count; i++) {
+        if (!complete) {
+            unlink(files[i]->unfinished);
+            continue;
+        }
+        const int error = publish_output(files[i]);
+        if (error != 0) {
+            complain(files[i]->name, "cannot be replaced", error);
+            complete = false;
+        }
+    }
+    if (!complete) {
+        exit_status = 1;
+    }
+}
+
+void drop_output(OutputFile* out)
+{
+    fclose(out->file);
+    unlink(out->unfinished);
+}
