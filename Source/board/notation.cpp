@@ -406,54 +406,85 @@ static const char* read_position_fields(const char* line, char* pos_text)
     return line;
 }
 
-// Copies the operand without its blanks and returns the semicolon that closes it, or null.
-static const char* read_operand(const char* text, char* operand)
+// An operation of an EPD line: its first word and what stands behind it up to the semicolon.
+struct EpdOperation {
+    char opcode[opcode_size]; // cut if it is longer
+    const char* operand;
+    const char* end; // the semicolon
+};
+
+// Where the operations of a line begin: behind the position and, in a line that is really a FEN,
+// the half-move clock and the move number.
+static const char* find_operations(const char* line)
+{
+    while (*line == ' ' || (*line >= '0' && *line <= '9'))
+        line++;
+    return line;
+}
+
+// Reads the operation at *line and moves on to the next one. Returns false at the end of the line
+// and for an operation that no semicolon closes.
+static bool read_operation(const char** line, EpdOperation* operation)
+{
+    const char* text = *line;
+    size_t length = 0;
+    for (; *text != '\0' && *text != ' '; text++) {
+        if (length < opcode_size - 1)
+            operation->opcode[length++] = *text;
+    }
+    operation->opcode[length] = '\0';
+    operation->operand = text;
+    operation->end = strchr(text, ';');
+    if (operation->end == nullptr)
+        return false;
+    *line = skip_blanks(operation->end + 1);
+    return true;
+}
+
+static void copy_without_blanks(const EpdOperation* operation, char* out)
 {
     i32 length = 0;
-    for (; *text != ';'; text++) {
-        if (*text == '\0')
-            return nullptr;
-        if (*text != ' ' && length < epd_operand_size - 1)
-            operand[length++] = *text;
+    for (const char* c = operation->operand; c < operation->end; c++) {
+        if (*c != ' ' && length < epd_operand_size - 1)
+            out[length++] = *c;
     }
-    operand[length] = '\0';
-    return text;
+    out[length] = '\0';
 }
 
 i32 read_epd_ops(const char* line, char* pos_text, char* bm, char* am, char* id, char* ce,
     char* c0)
 {
-    struct Operation {
+    struct Wanted {
         const char* opcode;
         char* operand;
     };
-    const Operation operations[5]
+    const Wanted all_wanted[5]
         = { { "bm", bm }, { "am", am }, { "id", id }, { "ce", ce }, { "c0", c0 } };
-    for (const Operation& operation : operations)
-        operation.operand[0] = '\0';
+    for (const Wanted& wanted : all_wanted)
+        wanted.operand[0] = '\0';
 
-    line = read_position_fields(line, pos_text);
-    while (*line == ' ' || (*line >= '0' && *line <= '9'))
-        line++;
-    while (*line != '\0') {
-        char opcode[opcode_size];
-        char operand[epd_operand_size];
-        size_t length = 0;
-        for (; *line != '\0' && *line != ' '; line++) {
-            if (length < opcode_size - 1)
-                opcode[length++] = *line;
+    line = find_operations(read_position_fields(line, pos_text));
+    EpdOperation operation;
+    while (read_operation(&line, &operation)) {
+        for (const Wanted& wanted : all_wanted) {
+            if (strcmp(operation.opcode, wanted.opcode) == 0)
+                copy_without_blanks(&operation, wanted.operand);
         }
-        opcode[length] = '\0';
-        const char* end = read_operand(line, operand);
-        if (end == nullptr)
-            break;
-        for (const Operation& operation : operations) {
-            if (strcmp(opcode, operation.opcode) == 0)
-                copy_text(operation.operand, epd_operand_size, operand);
-        }
-        line = skip_blanks(end + 1);
     }
     return 1;
+}
+
+void read_epd_list(const char* line, const char* opcode, char* operand, size_t size)
+{
+    char pos_text[epd_pos_size];
+    operand[0] = '\0';
+    line = find_operations(read_position_fields(line, pos_text));
+    EpdOperation operation;
+    while (read_operation(&line, &operation)) {
+        const size_t length = static_cast<size_t>(operation.end - operation.operand);
+        if (strcmp(operation.opcode, opcode) == 0)
+            copy_text(operand, length < size ? length + 1 : size, operation.operand);
+    }
 }
 
 char* next_word(const char* text)

@@ -34,5 +34,9 @@ inline constexpr i32 epd_operand_size = 328;
 i32 read_epd_ops(const char* line, char* pos_text, char* bm, char* am, char* id, char* ce,
     char* c0);
 
+// The operand of one operation of an EPD line as it stands, blanks and all, so that its words can
+// be told apart; empty if the line has none. operand holds size bytes, longer ones are cut.
+void read_epd_list(const char* line, const char* opcode, char* operand, size_t size);
+
 // The first word of text, cut at 127 characters, in a static buffer. Main thread only.
 char* next_word(const char* text);

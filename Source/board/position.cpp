@@ -228,23 +228,28 @@ u64 compute_pawn_key(const Position* pos)
 
 // ---- Text
 
+// Writes one rank, empty squares as their number, and returns the end.
+static char* write_rank(const Position* pos, i32 rank, char* out)
+{
+    const u64 all = pos->bb[White][0] | pos->bb[Black][0];
+    u64 pieces = all >> (8 * rank) & 0xff;
+    i32 file = 0;
+    while (pieces != 0) {
+        const i32 next = pop_lowest(&pieces);
+        if (next > file)
+            *out++ = static_cast<char>('0' + next - file);
+        *out++ = fen_letters[pos->board[8 * rank + next]];
+        file = next + 1;
+    }
+    if (file < 8)
+        *out++ = static_cast<char>('0' + 8 - file);
+    return out;
+}
+
 void make_fen(const Position* pos, char* out)
 {
     for (i32 rank = 7; rank >= 0; rank--) {
-        i32 empty = 0;
-        for (i32 square = rank * 8; square < rank * 8 + 8; square++) {
-            const i32 code = pos->board[square];
-            if (code == 0) {
-                empty++;
-                continue;
-            }
-            if (empty > 0)
-                *out++ = static_cast<char>('0' + empty);
-            empty = 0;
-            *out++ = fen_letters[code];
-        }
-        if (empty > 0)
-            *out++ = static_cast<char>('0' + empty);
+        out = write_rank(pos, rank, out);
         *out++ = rank > 0 ? '/' : ' ';
     }
     *out++ = pos->stm == White ? 'w' : 'b';

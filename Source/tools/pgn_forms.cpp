@@ -13,18 +13,19 @@
 
 static constexpr i32 fen_size = 128;
 static constexpr i32 comment_size = 512;
+static constexpr i32 position_line_size = fen_size + 64;
 
 // When a move counts as a blunder: how the opponent's evaluations before it and after the next
 // replies go on. Centipawns.
 static constexpr struct {
-    i32 first_index = 13;       // half-moves from 0
-    i32 moves_behind = 10;      // at least so many follow, and one more
+    i32 first_index = 13;  // half-moves from 0
+    i32 moves_behind = 10; // at least so many follow, and one more
     i32 least_before = -999;
     i32 most_before = 249;
     i32 least_late = -999;
-    i32 rise = 30;              // of the next reply and the one after it
-    i32 late_rise = 50;         // of the fourth reply
-    i32 rise_divisor = 10;      // both grow by this part of the evaluation before
+    i32 rise = 30;         // of the next reply and the one after it
+    i32 late_rise = 50;    // of the fourth reply
+    i32 rise_divisor = 10; // both grow by this part of the evaluation before
 } blunder_rule;
 
 // Positions for tuning come from the middle of a game.
@@ -35,6 +36,16 @@ static constexpr struct {
     i32 most_cnt50 = 20;
     i32 largest_eval = 4999;
 } tuning_rule;
+
+// How a line ends behind its evaluation, by the result for the side to move.
+struct ResultTexts {
+    const char* won;
+    const char* drawn;
+    const char* lost;
+};
+static constexpr ResultTexts tuning_results = { "; gr 1.0;\n", "; gr 0.5;\n", "; gr 0.0;\n" };
+static constexpr ResultTexts ending_results = { "; tune 1.00000;\n", "; tune 0.50000;\n",
+    "; tune 0.00000;\n" };
 
 static constexpr i32 last_undecided_index = 200;
 static constexpr i32 decided_eval = 500;
@@ -145,10 +156,42 @@ static void write_annotated_game(ReplayedGame* replay)
 
 // ---- Positions
 
-static void write_position(ReplayedGame* replay, i32 i)
+static char* append_text(char* out, const char* text)
+{
+    const size_t length = strlen(text);
+    memcpy(out, text, length);
+    return out + length;
+}
+
+static char* append_number(char* out, i32 number)
+{
+    char digits[12];
+    char* first = digits + sizeof digits;
+    for (u32 rest = static_cast<u32>(abs(number)); rest != 0 || first == digits + sizeof digits;
+         rest /= 10) {
+        *--first = static_cast<char>('0' + rest % 10);
+    }
+    if (number < 0) {
+        *--first = '-';
+    }
+    const size_t length = static_cast<size_t>(digits + sizeof digits - first);
+    memcpy(out, first, length);
+    return out + length;
+}
+
+// Writes a line with the position before move i, the move, its evaluation and more operations.
+// Millions of them are written, so they are put together without printf.
+static void write_position(ReplayedGame* replay, i32 i, const char* operations)
 {
     const ScannedMove* scanned = &replay->game->moves[i];
-    fprintf(replay->out, "%s bm %s; ce %d;", fen_before(replay), scanned->text, scanned->eval);
+    char line[position_line_size];
+    make_fen(replay->pos, line);
+    char* out = append_text(line + strlen(line), " bm ");
+    out = append_text(out, scanned->text);
+    out = append_text(out, "; ce ");
+    out = append_number(out, scanned->eval);
+    out = append_text(out, operations);
+    fwrite(line, 1, static_cast<size_t>(out - line), replay->out);
     replay->written++;
 }
 
@@ -159,10 +202,12 @@ static bool is_for_tuning(const ReplayedGame* replay, i32 i)
         && abs(eval) <= tuning_rule.largest_eval && !in_check(replay->pos);
 }
 
-// The result of the game for the side to move at index i.
-static f64 value_of_result(const ScannedGame* game, i32 i)
+// The text for the result of the game from the view of the side to move at index i.
+static const char* result_text(const ScannedGame* game, i32 i, const ResultTexts* texts)
 {
-    return game->result == NoWinner ? 0.5 : game->result == i % 2 ? 1.0 : 0.0;
+    return game->result == NoWinner ? texts->drawn
+        : game->result == i % 2     ? texts->won
+                                    : texts->lost;
 }
 
 static void write_tuning_positions(ReplayedGame* replay)
@@ -171,8 +216,7 @@ static void write_tuning_positions(ReplayedGame* replay)
     const i32 end = game->count - tuning_rule.left_out_at_end;
     for (i32 i = 0; i < end && i <= tuning_rule.last_index && read_scanned_move(replay, i); i++) {
         if (is_for_tuning(replay, i)) {
-            write_position(replay, i);
-            fprintf(replay->out, " gr %0.1f;\n", value_of_result(game, i));
+            write_position(replay, i, result_text(game, i, &tuning_results));
         }
         make_move(replay->pos, replay->move);
     }
@@ -181,11 +225,10 @@ static void write_tuning_positions(ReplayedGame* replay)
 static void write_undecided_positions(ReplayedGame* replay)
 {
     const ScannedGame* game = replay->game;
-    for (i32 i = 0;
-         i < game->count && i <= last_undecided_index && read_scanned_move(replay, i); i++) {
+    for (i32 i = 0; i < game->count && i <= last_undecided_index && read_scanned_move(replay, i);
+         i++) {
         if (!in_check(replay->pos)) {
-            write_position(replay, i);
-            fputc('\n', replay->out);
+            write_position(replay, i, ";\n");
         }
         if (abs(game->moves[i].eval) > decided_eval) {
             return;
@@ -207,15 +250,14 @@ static void write_rook_endings(ReplayedGame* replay)
     const ScannedGame* game = replay->game;
     for (i32 i = 0; i < game->count && read_scanned_move(replay, i); i++) {
         if (is_rook_ending(replay->pos)) {
-            write_position(replay, i);
-            fprintf(replay->out, " tune %0.5f;\n", value_of_result(game, i));
+            write_position(replay, i, result_text(game, i, &ending_results));
         }
         make_move(replay->pos, replay->move);
     }
 }
 
-i32 write_scanned_game(i32 form, const ScannedGame* game, ToolInput* input, FILE* out,
-    FILE* refutations)
+i32 write_scanned_game(
+    i32 form, const ScannedGame* game, ToolInput* input, FILE* out, FILE* refutations)
 {
     ReplayedGame replay = { game, input, &console_thread->pos, out, refutations, NoMove, 0, "" };
     parse_epd(replay.pos, start_position);

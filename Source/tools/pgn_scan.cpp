@@ -12,8 +12,8 @@
 #include "tools/pgn_forms.h"
 #include "tools/tools.h"
 
-static constexpr i32 line_size = 255;       // of a line or a piece of one, with its NUL
-static constexpr i32 comment_size = 4001;   // what stands behind it is lost
+static constexpr i32 line_size = 255;     // of a line or a piece of one, with its NUL
+static constexpr i32 comment_size = 4001; // what stands behind it is lost
 static constexpr i32 games_per_line = 100;
 static constexpr i32 mate_eval = 9000;
 
@@ -27,7 +27,7 @@ struct PgnScan {
     i32 comment_depth; // open braces
     i32 comment_length;
     char comment[comment_size];
-    bool skips;        // the game's text is passed over
+    bool skips; // the game's text is passed over
     i32 games;
     i64 positions;
 };
@@ -267,8 +267,8 @@ static bool is_event_tag(const char* line)
 static bool open_outputs(PgnScan* scan)
 {
     const bool games = scan->form == 1;
-    if (!open_tool_output(&scan->out, games ? "tmp.pgn" : "tmp.epd",
-            games ? "tmp.pgn.part" : "tmp.epd.part")) {
+    if (!open_tool_output(
+            &scan->out, games ? "tmp.pgn" : "tmp.epd", games ? "tmp.pgn.part" : "tmp.epd.part")) {
         return false;
     }
     if (!open_tool_output(&scan->refutations, "tmpX.epd", "tmpX.epd.part")) {
@@ -301,8 +301,8 @@ void scan_pgn(const char* file_name, i32 form)
         hide_progress(&scan.input);
         OutputFile* const files[] = { &scan.out, &scan.refutations };
         finish_outputs(files, 2);
-        print_plain("games= %d, positions= %lld\n", scan.games,
-            static_cast<long long>(scan.positions));
+        print_plain(
+            "games= %d, positions= %lld\n", scan.games, static_cast<long long>(scan.positions));
     }
     close_input(&scan.input);
 }

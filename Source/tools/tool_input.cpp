@@ -11,7 +11,7 @@
 #include "shell/output.h"
 #include "shell/run_state.h"
 
-static constexpr i32 shown_refusals = 100;      // the others are only counted
+static constexpr i32 shown_refusals = 100; // the others are only counted
 static constexpr i32 message_size = 1024;
 static constexpr f64 seconds_between_shows = 0.2;
 
@@ -20,12 +20,15 @@ bool open_input(ToolInput* input, const char* name)
     errno = 0;
     FILE* file = open_regular_file(name);
     if (file == nullptr) {
-        if (errno == 0) {
+        const int error = errno;
+        if (error == 0) {
             fprintf(stderr, "%s: cannot be opened: not a regular file\n", name);
         } else {
-            complain(name, "cannot be opened", errno);
+            complain(name, "cannot be opened", error);
         }
-        exit_status = errno == ENOENT ? exit_status : 1;
+        if (error != ENOENT) {
+            exit_status = 1;
+        }
         return false;
     }
     input->name = name;
@@ -60,6 +63,11 @@ void refuse(ToolInput* input, i32 line_number, const char* format, ...)
     va_start(args, format);
     vsnprintf(message, sizeof message, format, args);
     va_end(args);
+    for (char* c = message; *c != '\0'; c++) {
+        if (static_cast<u8>(*c) < ' ' || *c == 127) {
+            *c = '?'; // the text may come from a file of any kind
+        }
+    }
     hide_progress(input);
     fprintf(stderr, "%s:%d: %s\n", input->name, line_number, message);
 }
@@ -141,7 +149,8 @@ void show_progress(ToolInput* input, const char* what, i64 number)
     progress->visible = true;
     const f64 passed = now - progress->started;
     const i64 left = progress->count - number + 1;
-    const f64 to_come = passed / static_cast<f64>(number - 1) * static_cast<f64>(left > 0 ? left : 0);
+    const f64 to_come =
+        passed / static_cast<f64>(number - 1) * static_cast<f64>(left > 0 ? left : 0);
     const time_t end = time(nullptr) + static_cast<time_t>(to_come);
     char clock[32] = "";
     tm parts;

@@ -38,8 +38,8 @@ bool is_epd_comment(const char* line);
 
 // Says on standard error what of the given line cannot be used, and sets exit_status to 1. After
 // many of them they are only counted.
-[[gnu::format(printf, 3, 4)]] void refuse(ToolInput* input, i32 line_number, const char* format,
-    ...);
+[[gnu::format(printf, 3, 4)]] void refuse(
+    ToolInput* input, i32 line_number, const char* format, ...);
 
 // Gets ready to show progress. is_item tells whether a line of the file is one of the items that
 // are counted; the file is read once for it and then stands at its start again.

@@ -1,5 +1,207 @@
-// stub
+// Making a training file. Each position with a game's result is searched, and what is written is
+// the quiet position at the end of the best line: that is what the evaluation has to judge.
+#include <cstring>
+
+#include "board/moves.h"
+#include "board/notation.h"
+#include "board/position.h"
+#include "search/search.h"
+#include "search/threads.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+#include "shell/text_values.h"
+#include "shell/think_loop.h"
+#include "shell/time_control.h"
+#include "tools/tool_input.h"
 #include "tools/tools.h"
-void make_tune_file(const char*)
+
+static constexpr i32 line_size = 255; // of a line, with its NUL
+static constexpr i32 fen_size = 128;
+static constexpr size_t result_size = 16; // of the text of a result, with its NUL
+static constexpr i32 positions_between_looks = 256;
+static constexpr u32 written_between_lines = 4096;
+
+// What a position must be like to be of use: its score must not contradict the game's result.
+// Centipawns from the view of the side to move, bounds included.
+static constexpr struct {
+    i32 largest_score = 1200; // of the file and of the search
+    i32 least_score_of_win = -100;
+    i32 most_score_of_loss = 100;
+    i32 largest_score_of_draw = 250;
+    i32 least_search_score = -9000;
+} sample_rule;
+
+struct TuneFile {
+    ToolInput input;
+    OutputFile out;
+    u32 seen;
+    u32 written;
+    bool quit;
+};
+
+// A line of the file. score and result are from the view of the side to move.
+struct Sample {
+    char pos_text[epd_pos_size];
+    i32 score;
+    f64 result;
+    bool has_result;
+};
+
+static void read_sample(const char* line, Sample* sample)
 {
+    char bm[epd_operand_size];
+    char am[epd_operand_size];
+    char id[epd_operand_size];
+    char ce[epd_operand_size];
+    char c0[epd_operand_size];
+    read_epd_ops(line, sample->pos_text, bm, am, id, ce, c0);
+    sample->score = read_i32(ce);
+    const char* result = strstr(line, " gr ");
+    sample->has_result = result != nullptr;
+    sample->result = 0.0;
+    if (sample->has_result) {
+        char text[result_size];
+        copy_text(text, sizeof text, result + strlen(" gr "));
+        text[strcspn(text, ";")] = '\0';
+        sample->result = read_real(text);
+    }
+}
+
+static bool is_usable(const Sample* sample)
+{
+    const i32 score = sample->score;
+    // Written so that a result that is not a number is refused too.
+    if (!(sample->result >= 0.0 && sample->result <= 1.0) || score < -sample_rule.largest_score
+        || score > sample_rule.largest_score) {
+        return false;
+    }
+    if (sample->result == 1.0) {
+        return score >= sample_rule.least_score_of_win;
+    }
+    if (sample->result == 0.0) {
+        return score <= sample_rule.most_score_of_loss;
+    }
+    return sample->result != 0.5
+        || (score >= -sample_rule.largest_score_of_draw
+            && score <= sample_rule.largest_score_of_draw);
+}
+
+// Searches the console's position on this thread. A command that comes meanwhile may set up
+// another one, so it is put back afterwards. Returns the score of worker 0.
+static i32 search_sample(TuneFile* file)
+{
+    const Position searched = console_thread->pos;
+    prepare_search();
+    store(engine_state, EngineThinking);
+    search_sync();
+    collect_stats();
+    const SearchThread* worker = load(workers[0]);
+    const i32 score = worker != nullptr ? worker->score : -ScoreInfinite;
+    if (file->seen % positions_between_looks == positions_between_looks - 1) {
+        tick_clock();
+        poll_input();
+    }
+    file->quit = quit_flag != 0;
+    store(engine_state, EngineIdle);
+    console_thread->pos = searched;
+    console_thread->undo_count = 0;
+    return score;
+}
+
+static bool is_quiet_result(i32 score)
+{
+    const i32 result_score = load(search_result.result_score);
+    return score >= sample_rule.least_search_score && result_score >= -sample_rule.largest_score
+        && result_score <= sample_rule.largest_score;
+}
+
+// Writes the position at the end of the best line with the score and the result of the source.
+static void write_leaf(TuneFile* file, const Sample* sample)
+{
+    Position* pos = &console_thread->pos;
+    i32 plies = 0;
+    for (const u16* move = search_result.result_pv + 1; *move != NoMove; move++) {
+        make_move(pos, *move);
+        plies++;
+    }
+    const bool turned = plies % 2 != 0;
+    char fen[fen_size];
+    make_fen(pos, fen);
+    fprintf(file->out.file, "%s ce %d; gr %0.1f;\n", fen, turned ? -sample->score : sample->score,
+        turned ? 1.0 - sample->result : sample->result);
+    if (file->written % written_between_lines == 0) {
+        hide_progress(&file->input);
+        print_plain(" n= %u\n", file->written);
+    }
+    file->written++;
+}
+
+// Uses one line. Returns whether the reading may go on: a castling right without its king or rook
+// makes the whole file suspect.
+static bool use_line(TuneFile* file, const char* line)
+{
+    Sample sample;
+    read_sample(line, &sample);
+    const i32 line_number = file->input.lines.line_number;
+    Position* pos = &console_thread->pos;
+    if (parse_epd(pos, sample.pos_text) != 0) {
+        print_plain("%s\n", line);
+        refuse(&file->input, line_number,
+            "a castling right has no king or rook at home, the file"
+            " is not read on");
+        return false;
+    }
+    if (!sample.has_result || !is_usable(&sample)) {
+        return true;
+    }
+    if (const char* defect = position_defect(pos)) {
+        refuse(&file->input, line_number, "%s", defect);
+        return true;
+    }
+    file->seen++;
+    const i32 score = search_sample(file);
+    if (is_quiet_result(score)) {
+        write_leaf(file, &sample);
+    }
+    return !file->quit;
+}
+
+static bool is_sample_line(const char* line)
+{
+    return !is_epd_comment(line);
+}
+
+static void use_lines(TuneFile* file)
+{
+    char line[line_size];
+    for (i64 number = 1; read_input_line(&file->input, line, sizeof line) >= 0;) {
+        if (is_epd_comment(line)) {
+            continue;
+        }
+        show_progress(&file->input, "line", number++);
+        if (!use_line(file, line)) {
+            return;
+        }
+    }
+}
+
+void make_tune_file(const char* path)
+{
+    TuneFile file;
+    file.seen = 0;
+    file.written = 0;
+    file.quit = false;
+    if (!open_input(&file.input, path)) {
+        return;
+    }
+    if (open_tool_output(&file.out, "tune_new.epd", "tune_new.epd.part")) {
+        print_line("Creating file tune_new.epd");
+        store(hash_mode, 0);
+        start_progress(&file.input, is_sample_line);
+        use_lines(&file);
+        OutputFile* const files[] = { &file.out };
+        hide_progress(&file.input);
+        finish_outputs(files, 1);
+    }
+    close_input(&file.input);
 }

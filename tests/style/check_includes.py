@@ -36,7 +36,7 @@ PUBLIC = LEAVES | {
     "board/position.h", "board/tables.h", "board/moves.h", "board/notation.h",
     "eval/weights.h", "eval/evaluate.h",
     "search/search.h", "search/hash.h", "search/threads.h", "search/params.h", "search/info.h",
-    "shell/think_loop.h", "shell/time_control.h", "shell/options.h",
+    "shell/think_loop.h", "shell/time_control.h", "shell/options.h", "shell/text_values.h",
     "book/book.h",
     "fathom/tbcore.h", "fathom/tbprobe.h",
 }

@@ -681,3 +681,21 @@ TEST(BoardNotation, LongWordIsCutAt127Characters)
     EXPECT_EQ(next_word(("  " + text + " y").c_str()), std::string(127, 'x'));
     EXPECT_STREQ(next_word("y"), "y");
 }
+
+TEST(BoardNotation, EpdListKeepsItsBlanks)
+{
+    const auto list = [](const std::string& operations, const char* opcode) {
+        char operand[32];
+        read_epd_list(("8/8/8/8/8/8/8/8 w - - " + operations).c_str(), opcode, operand,
+            sizeof operand);
+        return std::string(operand);
+    };
+    EXPECT_EQ(list("bm Nf3 e4;", "bm"), " Nf3 e4");
+    EXPECT_EQ(list("0 1 id \"a b\"; bm Nf3, e4 ;", "bm"), " Nf3, e4 ");
+    EXPECT_EQ(list("bm Nf3; bm e4;", "bm"), " e4");        // the last one counts
+    EXPECT_EQ(list("bm Nf3; am e4", "am"), "");            // never closed
+    EXPECT_EQ(list("bm Nf3 e4;", "am"), "");
+    EXPECT_EQ(list("bmx Nf3;", "bm"), "");
+    EXPECT_EQ(list("bm " + std::string(100, 'x') + ";", "bm"), " " + std::string(30, 'x'));
+    EXPECT_EQ(list("", "bm"), "");
+}

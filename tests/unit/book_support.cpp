@@ -101,21 +101,3 @@ std::string book_text_of(u16 book_move)
 {
     return std::string(square_name[book_move >> 6 & 63]) + square_name[book_move & 63];
 }
-
-std::string capture_errors(const std::function<void()>& run)
-{
-    fflush(stderr);
-    FILE* file = tmpfile();
-    const int kept = dup(STDERR_FILENO);
-    EXPECT_TRUE(file != nullptr && kept >= 0 && dup2(fileno(file), STDERR_FILENO) >= 0);
-    run();
-    fflush(stderr);
-    dup2(kept, STDERR_FILENO);
-    close(kept);
-    std::string text;
-    rewind(file);
-    for (int c; (c = getc(file)) != EOF;)
-        text += static_cast<char>(c);
-    fclose(file);
-    return text;
-}

@@ -1,10 +1,9 @@
-// What the tests of the books share: a folder of their own as the current one, records of a book,
-// and standard error as text.
+// What the tests of the books share: a folder of their own as the current one, and records of a
+// book.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,6 +35,3 @@ bool file_exists(const std::string& name);
 
 // The squares of a book's move, as in "e1h1".
 std::string book_text_of(u16 book_move);
-
-// What run writes to standard error.
-std::string capture_errors(const std::function<void()>& run);

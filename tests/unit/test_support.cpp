@@ -160,16 +160,17 @@ std::string texts_of(const MoveEntry* list)
     return texts;
 }
 
-std::string capture_output(const std::function<void()>& run)
+// What run writes to a descriptor, directly or through its stream.
+static std::string capture(int descriptor, FILE* stream, const std::function<void()>& run)
 {
-    fflush(stdout);
+    fflush(stream);
     FILE* file = tmpfile();
-    const int kept = dup(STDOUT_FILENO);
-    if (file == nullptr || kept < 0 || dup2(fileno(file), STDOUT_FILENO) < 0)
-        fail_setup("cannot redirect standard output");
+    const int kept = dup(descriptor);
+    if (file == nullptr || kept < 0 || dup2(fileno(file), descriptor) < 0)
+        fail_setup("cannot redirect an output");
     run();
-    fflush(stdout);
-    dup2(kept, STDOUT_FILENO);
+    fflush(stream);
+    dup2(kept, descriptor);
     close(kept);
 
     std::string text;
@@ -179,6 +180,16 @@ std::string capture_output(const std::function<void()>& run)
         text.append(buffer, count);
     fclose(file);
     return text;
+}
+
+std::string capture_output(const std::function<void()>& run)
+{
+    return capture(STDOUT_FILENO, stdout, run);
+}
+
+std::string capture_errors(const std::function<void()>& run)
+{
+    return capture(STDERR_FILENO, stderr, run);
 }
 
 std::string data_path(const char* file)

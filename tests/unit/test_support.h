@@ -49,6 +49,9 @@ std::string texts_of(const MoveEntry* list);
 // What run writes to standard output, to its descriptor or through stdio.
 std::string capture_output(const std::function<void()>& run);
 
+// The same for standard error.
+std::string capture_errors(const std::function<void()>& run);
+
 // Full path of a file of tests/data.
 std::string data_path(const char* file);
 

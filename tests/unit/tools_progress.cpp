@@ -1,0 +1,63 @@
+// The line that shows how far a long run has come: on a terminal alone.
+#include "tools/tool_input.h"
+
+#include "tools_support.h"
+
+#include <pty.h>
+
+struct ProgressTest : ToolTest {
+    static bool is_item(const char* line)
+    {
+        return line[0] == 'a';
+    }
+
+    // Shows the progress of the second of three items after a while.
+    static void show_second_item()
+    {
+        static ToolInput input;
+        write_file("items.txt", "a\nb\na" + std::string(3000, 'a') + "\nb\na\n");
+        ASSERT_TRUE(open_input(&input, "items.txt"));
+        start_progress(&input, is_item);
+        char line[8];
+        EXPECT_EQ(read_line_piece(&input.lines, line, sizeof line), 2);
+        show_progress(&input, "item", 2); // not due yet
+        sleep_microseconds(250000);
+        show_progress(&input, "item", 2);
+        refuse(&input, 1, "refused");
+        close_input(&input);
+    }
+
+    // What run writes to standard error if that is a terminal.
+    static std::string shown_on_terminal(const std::function<void()>& run)
+    {
+        int outer;
+        int inner;
+        EXPECT_EQ(openpty(&outer, &inner, nullptr, nullptr, nullptr), 0);
+        const int kept = dup(STDERR_FILENO);
+        dup2(inner, STDERR_FILENO);
+        run();
+        dup2(kept, STDERR_FILENO);
+        char text[4096];
+        const ssize_t length = read(outer, text, sizeof text);
+        close(kept);
+        close(inner);
+        close(outer);
+        return std::string(text, length > 0 ? static_cast<size_t>(length) : 0);
+    }
+};
+
+TEST_F(ProgressTest, IsShownOnATerminalAndTakenAwayBeforeMessages)
+{
+    const std::string shown = shown_on_terminal(show_second_item);
+    const std::string head = "\ritem 2 of 3, 0 s elapsed, end expected at ";
+    EXPECT_EQ(shown.substr(0, head.size()), head);
+    const std::string tail = "\x1b[K\r\r\x1b[Kitems.txt:1: refused\r\n";
+    ASSERT_GT(shown.size(), tail.size());
+    EXPECT_EQ(shown.substr(shown.size() - tail.size()), tail);
+    EXPECT_EQ(shown.size(), head.size() + 8 + tail.size()); // a clock of eight characters
+}
+
+TEST_F(ProgressTest, IsNotShownInAFile)
+{
+    EXPECT_EQ(capture_errors(show_second_item), "items.txt:1: refused\n");
+}
