@@ -10,8 +10,8 @@ FUZZ_SECONDS ?= 60
 level = -DVESK_ARCH=$(ARCH)
 build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) $(2) && cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all vesk release native baseline clang test bench bench-book sanitize asan tsan pgo ttune \
-	micro fuzz format clean
+.PHONY: all vesk release native baseline clang test bench bench-book bench-scan sanitize asan tsan \
+	pgo ttune micro fuzz format clean
 
 all: vesk
 
@@ -42,6 +42,9 @@ bench: vesk
 bench-book: vesk
 	cmake --build --preset release --target random_games
 	bench/book.py
+
+bench-scan: vesk
+	bench/scan.py
 
 sanitize: asan tsan
 

@@ -14,9 +14,9 @@ import argparse
 import os
 import pathlib
 import re
-import shutil
 import subprocess
-import tempfile
+
+from measure import find_tool, in_scratch_folder, measure
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 PLIES = "36"
@@ -32,27 +32,13 @@ def arguments():
     return parser.parse_args()
 
 
-def measure(words):
-    """Processor seconds, greatest memory in bytes, and the output of a command on one core."""
-    core = min(os.sched_getaffinity(0))
-    process = subprocess.Popen(
-        [str(word) for word in words], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-        stderr=subprocess.STDOUT, preexec_fn=lambda: os.sched_setaffinity(0, {core}))
-    text = process.stdout.read().decode("latin-1")
-    _, status, usage = os.wait4(process.pid, 0)
-    process.returncode = os.waitstatus_to_exitcode(status)
-    if process.returncode != 0 or "tellusererror" in text:
-        raise SystemExit(f"{' '.join(map(str, words))} failed:\n{text}")
-    return usage.ru_utime + usage.ru_stime, usage.ru_maxrss * 1024, text
-
-
 def nodes_of(text):
     return int(re.search(r"nmoves= (\d+)", text)[1])
 
 
 def commands(engine):
     found = {"vesk": [engine, "-mkbook", "games.pgn"]}
-    tool = shutil.which("polyglot", path=os.environ.get("PATH", "") + ":/usr/games")
+    tool = find_tool("polyglot")
     if tool is None:
         print("polyglot is not installed: Vesk alone")
         return found
@@ -94,15 +80,5 @@ def report(options):
     print(f"{nodes} nodes, {(memory - half_memory) / added:.0f} bytes each")
 
 
-def main():
-    options = arguments()
-    with tempfile.TemporaryDirectory() as folder:
-        os.chdir(folder)
-        try:
-            report(options)
-        finally:
-            os.chdir("/")
-
-
 if __name__ == "__main__":
-    main()
+    in_scratch_folder(report, arguments())

@@ -60,6 +60,7 @@ static void search_on_workers(EpdRun* run)
             sleep_microseconds(pass_microseconds);
         }
     }
+    update_elapsed();
 }
 
 // This thread searches; the clock and the input are looked at now and then between positions.
