@@ -19,7 +19,7 @@ static constexpr i32 position_line_size = fen_size + 64;
 // replies go on. Centipawns.
 static constexpr struct {
     i32 first_index = 13;  // half-moves from 0
-    i32 moves_behind = 10; // at least so many follow, and one more
+    i32 moves_behind = 10; // at least so many must follow
     i32 least_before = -999;
     i32 most_before = 249;
     i32 least_late = -999;

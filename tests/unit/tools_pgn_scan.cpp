@@ -534,7 +534,7 @@ TEST_F(PgnScanTest, BlunderNeedsThreeRepliesThatGainAndStayUp)
     EXPECT_EQ(annotated(250, 400, 400, 400, 24), "");
     EXPECT_NE(annotated(-998, 0, 0, 0, 24), "");
     EXPECT_EQ(annotated(-1001, 0, 0, 0, 24), "");
-    EXPECT_EQ(annotated(100, 141, 141, 161, 23), ""); // ten moves and one more must follow
+    EXPECT_EQ(annotated(100, 141, 141, 161, 23), ""); // ten moves must follow
 }
 
 // ---- Files
