@@ -305,7 +305,7 @@ void run_epd_test()
     if (!open_input(&run.input, epd_file)) {
         return;
     }
-    if (open_tool_output(&run.analysis, "analysis.epd", "analysis.epd.part")) {
+    if (open_tool_output(&run.input, &run.analysis, "analysis.epd", "analysis.epd.part")) {
         start_progress(&run.input, is_test_line);
         print_line_format("Analyzing %s...", epd_file);
         if (load(depth_limit) < least_depth_with_hash) {

@@ -267,11 +267,11 @@ static bool is_event_tag(const char* line)
 static bool open_outputs(PgnScan* scan)
 {
     const bool games = scan->form == 1;
-    if (!open_tool_output(
-            &scan->out, games ? "tmp.pgn" : "tmp.epd", games ? "tmp.pgn.part" : "tmp.epd.part")) {
+    if (!open_tool_output(&scan->input, &scan->out, games ? "tmp.pgn" : "tmp.epd",
+            games ? "tmp.pgn.part" : "tmp.epd.part")) {
         return false;
     }
-    if (!open_tool_output(&scan->refutations, "tmpX.epd", "tmpX.epd.part")) {
+    if (!open_tool_output(&scan->input, &scan->refutations, "tmpX.epd", "tmpX.epd.part")) {
         drop_output(&scan->out);
         return false;
     }

@@ -17,16 +17,9 @@ static constexpr f64 seconds_between_shows = 0.2;
 
 bool open_input(ToolInput* input, const char* name)
 {
-    errno = 0;
-    FILE* file = open_regular_file(name);
+    FILE* file = open_or_complain(name);
     if (file == nullptr) {
-        const int error = errno;
-        if (error == 0) {
-            fprintf(stderr, "%s: cannot be opened: not a regular file\n", name);
-        } else {
-            complain(name, "cannot be opened", error);
-        }
-        if (error != ENOENT) {
+        if (errno != ENOENT) {
             exit_status = 1;
         }
         return false;
@@ -171,8 +164,15 @@ void hide_progress(ToolInput* input)
 
 // ---- Output
 
-bool open_tool_output(OutputFile* out, const char* name, const char* unfinished)
+bool open_tool_output(const ToolInput* input, OutputFile* out, const char* name,
+    const char* unfinished)
 {
+    FILE* file = input->lines.file;
+    if (is_named(file, name) || is_named(file, unfinished)) {
+        fprintf(stderr, "%s: would be replaced by the output\n", input->name);
+        exit_status = 1;
+        return false;
+    }
     const int error = open_output(out, name, unfinished);
     if (error != 0) {
         complain(name, "cannot be opened for writing", error);

@@ -52,8 +52,10 @@ void show_progress(ToolInput* input, const char* what, i64 number);
 // Takes the line away, before others are printed.
 void hide_progress(ToolInput* input);
 
-// open_output; returns false after a message and with exit_status 1 if that fails.
-bool open_tool_output(OutputFile* out, const char* name, const char* unfinished);
+// open_output; returns false after a message and with exit_status 1 if that fails, or if the output
+// would take the place of the file that is read.
+bool open_tool_output(const ToolInput* input, OutputFile* out, const char* name,
+    const char* unfinished);
 
 // Closes and publishes a number of files, all or none of them; a message and exit_status 1 tell
 // of a failure.

@@ -70,8 +70,7 @@ static void read_sample(const char* line, Sample* sample)
 static bool is_usable(const Sample* sample)
 {
     const i32 score = sample->score;
-    // Written so that a result that is not a number is refused too.
-    if (!(sample->result >= 0.0 && sample->result <= 1.0) || score < -sample_rule.largest_score
+    if (sample->result < 0.0 || sample->result > 1.0 || score < -sample_rule.largest_score
         || score > sample_rule.largest_score) {
         return false;
     }
@@ -194,7 +193,7 @@ void make_tune_file(const char* path)
     if (!open_input(&file.input, path)) {
         return;
     }
-    if (open_tool_output(&file.out, "tune_new.epd", "tune_new.epd.part")) {
+    if (open_tool_output(&file.input, &file.out, "tune_new.epd", "tune_new.epd.part")) {
         print_line("Creating file tune_new.epd");
         store(hash_mode, 0);
         start_progress(&file.input, is_sample_line);

@@ -598,11 +598,18 @@ TEST_F(PgnScanTest, FullDiskLeavesTheOldFilesAndGivesStatus1)
     EXPECT_FALSE(exists("tmpX.epd.part"));
 }
 
-TEST_F(PgnScanTest, InputMayBeTheOutputOfAnEarlierRun)
+TEST_F(PgnScanTest, InputUnderTheNameOfAnOutputIsLeftAlone)
 {
-    write_file("tmp.pgn", game("e4 {+0.10/1} e5 {-0.10/1}"));
-    EXPECT_EQ(scan_file(1, "tmp.pgn").out, "games= 1, positions= 0\n");
-    EXPECT_TRUE(contains(read_file("tmp.pgn"), "  1.  e4      {  0.10}\n"));
+    const std::string games = game("e4 {+0.10/1} e5 {-0.10/1}");
+    for (const char* name : { "tmp.pgn", "tmpX.epd", "tmp.pgn.part" }) {
+        write_file(name, games);
+        const ToolRun run = scan_file(1, name);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.errors, std::string(name) + ": would be replaced by the output\n");
+        EXPECT_EQ(read_file(name), games);
+        EXPECT_EQ(exit_status, 1);
+        std::filesystem::remove(name);
+    }
 }
 
 TEST_F(PgnScanTest, ManyMessagesAreOnlyCounted)

@@ -67,11 +67,11 @@ TEST_F(TuneFileTest, ResultsOutOfRangeAreSkipped)
 {
     EXPECT_FALSE(is_used("ce 0; gr 1.1;"));
     EXPECT_FALSE(is_used("ce 0; gr -0.1;"));
-    EXPECT_FALSE(is_used("ce 0; gr nan;"));
     EXPECT_FALSE(is_used("ce 0; gr inf;"));
     EXPECT_TRUE(is_used("ce 0; gr 0.7;"));
     EXPECT_TRUE(is_used("gr 0.5;"));    // no score is 0
     EXPECT_TRUE(is_used("ce 0; gr ;")); // no number is 0
+    EXPECT_TRUE(is_used("ce 0; gr nan;"));
     EXPECT_TRUE(is_used("ce 0; gr 0.5"));
     EXPECT_FALSE(is_used("ce 0;gr 0.5;"));              // a blank must stand in front
     EXPECT_TRUE(is_used("ce 0; gr 0.00000000000009;")); // fifteen characters count
