@@ -1,0 +1,334 @@
+// Set-up and decoding of one compressed section. Everything that a decoder follows is checked once
+// at the set-up; what it still checks is how far the bits of a damaged block lead.
+#include "fathom/tbpairs.h"
+
+#include <cstdlib>
+#include <cstring>
+
+static constexpr u32 leaf_mark = 0xfff;
+static constexpr u32 max_symbols = 4095;
+static constexpr i32 max_code_length = 32;
+static constexpr i32 max_symbol_values = 256;
+static constexpr i32 max_log2 = 31;             // of bytes per block and values per index entry
+static constexpr i32 fixed_header = 10;         // bytes before the offsets
+static constexpr i32 index_entry_size = 6;
+
+// ---- Set-up
+
+// The header's numbers, and where its lists lie.
+struct PairsHeader {
+    i32 block_size;
+    i32 idx_bits;
+    u32 blocks;
+    u32 size_entries;
+    i32 min_len;
+    i32 lengths;                        // code lengths, from min_len on
+    u32 num_syms;
+    const u8* offset;
+    const u8* sympat;
+    const u8* next;
+};
+
+// Returns false if the header is cut off or its numbers are out of range.
+static bool read_header(const u8* data, const u8* end, PairsHeader* header)
+{
+    if (end - data < fixed_header) {
+        return false;
+    }
+    header->block_size = data[1];
+    header->idx_bits = data[2];
+    header->blocks = tb_u32(data + 4);
+    header->size_entries = header->blocks + data[3];
+    header->min_len = data[9];
+    header->lengths = data[8] - data[9] + 1;
+    if (header->block_size > max_log2 || header->idx_bits < 1 || header->idx_bits > max_log2
+        || header->size_entries < header->blocks || header->min_len < 1 || header->lengths < 1
+        || data[8] > max_code_length) {
+        return false;
+    }
+    header->offset = data + fixed_header;
+    if (end - header->offset < 2 * header->lengths + 2) {
+        return false;
+    }
+    const u8* count = header->offset + 2 * header->lengths;
+    header->num_syms = tb_u16(count);
+    header->sympat = count + 2;
+    const u32 bytes = 3 * header->num_syms + (header->num_syms & 1);
+    header->next = header->sympat + bytes;
+    return header->num_syms >= 1 && header->num_syms <= max_symbols
+        && end - header->sympat >= static_cast<ptrdiff_t>(bytes);
+}
+
+static u32 left_symbol(const u8* sympat, u32 symbol)
+{
+    const u8* bytes = sympat + 3 * symbol;
+    return (bytes[1] & 15U) << 8 | bytes[0];
+}
+
+static u32 right_symbol(const u8* sympat, u32 symbol)
+{
+    const u8* bytes = sympat + 3 * symbol;
+    return static_cast<u32>(bytes[2]) << 4 | bytes[1] >> 4;
+}
+
+enum SymbolState : u8 { SymbolUnseen, SymbolOpen, SymbolDone };
+
+struct SymbolWalk {
+    const u8* sympat;
+    u8* symlen;
+    u32 num_syms;
+    u32 highest;
+    u8 state[max_symbols];
+};
+
+// Computes symlen of a symbol and of all below it. Returns false if the walk meets an open symbol
+// again, a symbol that there is none of, too many values, or too high a value. A symbol is opened
+// once, so the recursion is no deeper than there are symbols.
+static bool measure_symbol(SymbolWalk* walk, u32 symbol)
+{
+    if (symbol >= walk->num_syms || walk->state[symbol] == SymbolOpen) {
+        return false;
+    }
+    if (walk->state[symbol] == SymbolDone) {
+        return true;
+    }
+    const u32 left = left_symbol(walk->sympat, symbol);
+    const u32 right = right_symbol(walk->sympat, symbol);
+    if (right == leaf_mark) {
+        walk->symlen[symbol] = 0;
+        walk->state[symbol] = SymbolDone;
+        return left <= walk->highest;
+    }
+    walk->state[symbol] = SymbolOpen;
+    if (!measure_symbol(walk, left) || !measure_symbol(walk, right)) {
+        return false;
+    }
+    walk->state[symbol] = SymbolDone;
+    const i32 values = walk->symlen[left] + walk->symlen[right] + 2;
+    walk->symlen[symbol] = static_cast<u8>(values - 1);
+    return values <= max_symbol_values;
+}
+
+static bool measure_symbols(const PairsData* pairs, u32 num_syms, i32 highest)
+{
+    SymbolWalk walk = { pairs->sympat, pairs->symlen, num_syms, static_cast<u32>(highest), {} };
+    for (u32 symbol = 0; symbol < num_syms; symbol++) {
+        if (!measure_symbol(&walk, symbol)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Fills base: the canonical code in which longer codes come first. Returns false if the offsets
+// make no such code, or if some bits would lead to a symbol that there is none of.
+static bool set_bases(PairsData* pairs, i32 lengths, u32 num_syms)
+{
+    u64 above = 0;                      // the code of the length before, as a number of its bits
+    for (i32 i = lengths - 1; i >= 0; i--) {
+        const i32 length = pairs->min_len + i;
+        const i64 first = tb_u16(pairs->offset + 2 * i);
+        if (i < lengths - 1) {
+            const i64 twice = static_cast<i64>(above) + first - tb_u16(pairs->offset + 2 * i + 2);
+            if (twice < 0 || twice % 2 != 0) {
+                return false;
+            }
+            above = static_cast<u64>(twice) / 2;
+        }
+        if (above >> length != 0) {
+            return false;
+        }
+        pairs->base[i] = static_cast<u32>(above << (32 - length));
+    }
+    for (i32 i = 0; i < lengths; i++) {
+        const u64 limit = i == 0 ? 1ULL << 32 : pairs->base[i - 1];
+        const i32 spare = 32 - (pairs->min_len + i);
+        if (limit > pairs->base[i]
+            && tb_u16(pairs->offset + 2 * i) + ((limit - 1 - pairs->base[i]) >> spare) >= num_syms) {
+            return false;
+        }
+    }
+    return true;
+}
+
+static PairsData* new_pairs(i32 lengths, u32 num_syms, u64 table_size)
+{
+    const size_t bases = static_cast<size_t>(lengths) * sizeof(u32);
+    void* block = malloc(sizeof(PairsData) + bases + num_syms);
+    if (block == nullptr) {
+        return nullptr;
+    }
+    PairsData* pairs = static_cast<PairsData*>(block);
+    memset(block, 0, sizeof(PairsData) + bases + num_syms);
+    pairs->base = reinterpret_cast<u32*>(pairs + 1);
+    pairs->symlen = reinterpret_cast<u8*>(pairs + 1) + bases;
+    pairs->table_size = table_size;
+    return pairs;
+}
+
+PairsData* tb_setup_pairs(const u8* data, const u8* end, u64 table_size, i32 highest, u64 size[3],
+    const u8** next)
+{
+    PairsHeader header;
+    if (!read_header(data, end, &header)) {
+        return nullptr;
+    }
+    PairsData* pairs = new_pairs(header.lengths, header.num_syms, table_size);
+    if (pairs == nullptr) {
+        return nullptr;
+    }
+    pairs->offset = header.offset;
+    pairs->sympat = header.sympat;
+    pairs->end = end;
+    pairs->blocks = header.blocks;
+    pairs->size_entries = header.size_entries;
+    pairs->block_size = header.block_size;
+    pairs->idx_bits = header.idx_bits;
+    pairs->min_len = header.min_len;
+    if (!measure_symbols(pairs, header.num_syms, highest)
+        || !set_bases(pairs, header.lengths, header.num_syms)) {
+        free(pairs);
+        return nullptr;
+    }
+    const u64 stretch = 1ULL << header.idx_bits;
+    size[0] = index_entry_size * ((table_size + stretch - 1) >> header.idx_bits);
+    size[1] = 2ULL * header.size_entries;
+    size[2] = static_cast<u64>(header.blocks) << header.block_size;
+    *next = header.next;
+    return pairs;
+}
+
+PairsData* tb_one_value(i32 value, u64 table_size)
+{
+    PairsData* pairs = new_pairs(0, 0, table_size);
+    if (pairs != nullptr) {
+        pairs->min_len = value;
+    }
+    return pairs;
+}
+
+bool tb_index_table_is_sound(const PairsData* pairs)
+{
+    if (pairs->idx_bits == 0) {
+        return true;
+    }
+    const u64 stretch = 1ULL << pairs->idx_bits;
+    const u64 entries = (pairs->table_size + stretch - 1) >> pairs->idx_bits;
+    for (u64 q = 0; q < entries; q++) {
+        if (tb_u32(pairs->index_table + index_entry_size * q) >= pairs->size_entries) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// ---- Decoding
+
+static inline u32 big_endian_u32(const u8* bytes)
+{
+    return static_cast<u32>(bytes[0]) << 24 | static_cast<u32>(bytes[1]) << 16
+        | static_cast<u32>(bytes[2]) << 8 | bytes[3];
+}
+
+// Values in a block, minus 1.
+static inline i64 last_value(const PairsData* pairs, u64 block)
+{
+    return tb_u16(pairs->size_table + 2 * block);
+}
+
+// Finds the block of a value and the value's place in it. The index table tells where the middle
+// of its stretch lies, and the block sizes lead from there. Returns false if they lead nowhere.
+static inline bool find_block(const PairsData* pairs, u64 index, u64* block_found, i32* place)
+{
+    const u8* entry = pairs->index_table + index_entry_size * (index >> pairs->idx_bits);
+    const u64 stretch = 1ULL << pairs->idx_bits;
+    u64 block = tb_u32(entry);
+    i64 lit = static_cast<i64>(index & (stretch - 1)) - static_cast<i64>(stretch / 2)
+        + tb_u16(entry + 4);
+    while (lit < 0) {
+        if (block == 0) {
+            return false;
+        }
+        block--;
+        lit += last_value(pairs, block) + 1;
+    }
+    while (lit > last_value(pairs, block)) {
+        lit -= last_value(pairs, block) + 1;
+        block++;
+        if (block >= pairs->blocks) {
+            return false;
+        }
+    }
+    *block_found = block;
+    *place = static_cast<i32>(lit);
+    return block < pairs->blocks;
+}
+
+// The symbol in a block that holds the value at *place, which becomes the place in the symbol; -1
+// if the bits run on beyond the mapping.
+static inline i32 find_symbol(const PairsData* pairs, u64 block, i32* place)
+{
+    // A block has at most 65536 values and every symbol at least one, so this ends. The checksum
+    // behind the data lets the first 8 bytes of every block be read.
+    const u8* next = pairs->data + (block << pairs->block_size);
+    u64 bits = static_cast<u64>(big_endian_u32(next)) << 32 | big_endian_u32(next + 4);
+    next += 8;
+    i32 used = 0;
+    i32 lit = *place;
+    for (;;) {
+        const u32 top = static_cast<u32>(bits >> 32);
+        i32 i = 0;
+        while (top < pairs->base[i]) {
+            i++;
+        }
+        const i32 length = pairs->min_len + i;
+        const u32 symbol = tb_u16(pairs->offset + 2 * i)
+            + ((top - pairs->base[i]) >> (32 - length));
+        const i32 values = pairs->symlen[symbol] + 1;
+        if (lit < values) {
+            *place = lit;
+            return static_cast<i32>(symbol);
+        }
+        lit -= values;
+        bits <<= length;
+        used += length;
+        if (used >= 32) {
+            used -= 32;
+            if (pairs->end - next < 4) {
+                return -1;
+            }
+            bits |= static_cast<u64>(big_endian_u32(next)) << used;
+            next += 4;
+        }
+    }
+}
+
+// Follows a symbol's halves down to the value at place.
+static inline i32 expand_symbol(const PairsData* pairs, u32 symbol, i32 place)
+{
+    while (pairs->symlen[symbol] != 0) {
+        const u32 left = left_symbol(pairs->sympat, symbol);
+        const i32 values = pairs->symlen[left] + 1;
+        if (place < values) {
+            symbol = left;
+        } else {
+            place -= values;
+            symbol = right_symbol(pairs->sympat, symbol);
+        }
+    }
+    return static_cast<i32>(left_symbol(pairs->sympat, symbol) & 255);
+}
+
+i32 tb_decompress_pairs(const PairsData* pairs, u64 index)
+{
+    if (pairs->idx_bits == 0) {
+        return pairs->min_len;
+    }
+    u64 block;
+    i32 place;
+    if (index >= pairs->table_size || !find_block(pairs, index, &block, &place)) {
+        return -1;
+    }
+    const i32 symbol = find_symbol(pairs, block, &place);
+    return symbol < 0 ? -1 : expand_symbol(pairs, static_cast<u32>(symbol), place);
+}
