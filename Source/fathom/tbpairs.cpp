@@ -120,35 +120,43 @@ static bool measure_symbols(const PairsData* pairs, u32 num_syms, i32 highest)
     return true;
 }
 
+// Whether all bits that a block may hold lead to a symbol that there is.
+static bool codes_are_covered(const PairsData* pairs, i32 lengths, u32 num_syms)
+{
+    u64 limit = 1ULL << 32;             // above the codes of a length
+    for (i32 i = 0; i < lengths; i++) {
+        const u64 base = pairs->base[i];
+        const i32 unused = 32 - (pairs->min_len + i);
+        const u64 first = tb_u16(pairs->offset + 2 * i);
+        if (limit > base && first + ((limit - 1 - base) >> unused) >= num_syms) {
+            return false;
+        }
+        limit = base;
+    }
+    return true;
+}
+
 // Fills base: the canonical code in which longer codes come first. Returns false if the offsets
-// make no such code, or if some bits would lead to a symbol that there is none of.
+// make no such code.
 static bool set_bases(PairsData* pairs, i32 lengths, u32 num_syms)
 {
-    u64 above = 0;                      // the code of the length before, as a number of its bits
+    u64 code = 0;                       // the smallest of a length
     for (i32 i = lengths - 1; i >= 0; i--) {
         const i32 length = pairs->min_len + i;
         const i64 first = tb_u16(pairs->offset + 2 * i);
         if (i < lengths - 1) {
-            const i64 twice = static_cast<i64>(above) + first - tb_u16(pairs->offset + 2 * i + 2);
+            const i64 twice = static_cast<i64>(code) + first - tb_u16(pairs->offset + 2 * i + 2);
             if (twice < 0 || twice % 2 != 0) {
                 return false;
             }
-            above = static_cast<u64>(twice) / 2;
+            code = static_cast<u64>(twice) / 2;
         }
-        if (above >> length != 0) {
+        if (code >> length != 0) {
             return false;
         }
-        pairs->base[i] = static_cast<u32>(above << (32 - length));
+        pairs->base[i] = static_cast<u32>(code << (32 - length));
     }
-    for (i32 i = 0; i < lengths; i++) {
-        const u64 limit = i == 0 ? 1ULL << 32 : pairs->base[i - 1];
-        const i32 spare = 32 - (pairs->min_len + i);
-        if (limit > pairs->base[i]
-            && tb_u16(pairs->offset + 2 * i) + ((limit - 1 - pairs->base[i]) >> spare) >= num_syms) {
-            return false;
-        }
-    }
-    return true;
+    return codes_are_covered(pairs, lengths, num_syms);
 }
 
 static PairsData* new_pairs(i32 lengths, u32 num_syms, u64 table_size)

@@ -91,7 +91,7 @@ static i32 distance_of(const TbSection* section, i32 value, i32 wdl)
 {
     static constexpr i32 list_of[5] = { 1, 3, 0, 2, 0 };
     static constexpr i32 plies_flag[5] = { TbFlagLossPlies, 0, 0, 0, TbFlagWinPlies };
-    if ((section->flags & (TbFlagMapped | TbFlagOneValue)) == TbFlagMapped) {
+    if (tb_has_lists(section)) {
         const u8* list = section->list[list_of[wdl + 2]];
         if (value >= list[-1]) {
             return -1;

@@ -81,3 +81,9 @@ enum TbFlag : u8 {
     TbFlagWide = 16,            // 16-bit lists, which no table of 3 to 6 pieces has
     TbFlagOneValue = 128,
 };
+
+// Whether a distance table's section stores places in its lists. One-value sections have none.
+inline bool tb_has_lists(const TbSection* section)
+{
+    return (section->flags & (TbFlagMapped | TbFlagOneValue)) == TbFlagMapped;
+}

@@ -1,0 +1,530 @@
+// Probes: listed values, the limits of the search's probe, the root's choice, and the search with
+// tables.
+#include "fathom_support.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "search/search.h"
+#include "search_support.h"
+
+struct TableProbe : TablesTest {
+};
+
+// Probes every row (position, WDL, distance or "-"). Returns how many there are.
+static i32 expect_rows(const std::vector<std::vector<std::string>>& rows)
+{
+    for (const auto& row : rows) {
+        EXPECT_EQ(wdl_of(row[0]), row[1]) << row[0];
+        if (row[2] != "-") {
+            EXPECT_EQ(dtz_of(row[0]), row[2]) << row[0];
+        }
+    }
+    return static_cast<i32>(rows.size());
+}
+
+// ---- Values
+
+TEST_F(TableProbe, EveryListedPositionHasItsValueAndDistance)
+{
+    EXPECT_EQ(use_tables(real_tables()), 23);
+    EXPECT_EQ(expect_rows(read_tsv("syzygy-probes.tsv")), 864);
+}
+
+TEST_F(TableProbe, EveryListedPositionOfTheMadeUpTablesHasItsValue)
+{
+    EXPECT_EQ(use_tables(real_tables() + ":" + made_up_tables()), 25);
+    EXPECT_EQ(expect_rows(read_tsv("syzygy-fixture-probes.tsv")), 78);
+}
+
+// A larger set, where one is at hand: a folder with the files of tests/data/syzygy*.
+TEST_F(TableProbe, EveryPositionOfALargerSetHasItsValueAndDistance)
+{
+    const char* folder = getenv("VESK_TABLE_DATA");
+    if (folder == nullptr)
+        GTEST_SKIP() << "VESK_TABLE_DATA names no folder";
+    for (const char* set : { "syzygy", "syzygy-fixture" }) {
+        use_tables(std::string(folder) + "/syzygy:" + folder + "/" + set);
+        const std::string list = std::string(folder) + "/" + set + "-probes.tsv";
+        const std::string relative = std::filesystem::relative(list, data_path("")).string();
+        EXPECT_GT(expect_rows(read_tsv(relative.c_str())), 0);
+    }
+}
+
+TEST_F(TableProbe, BareKingsAreADrawWithoutATable)
+{
+    EXPECT_EQ(wdl_of("8/8/4k3/8/8/4K3/8/8 w - - 0 1"), "0");
+    EXPECT_EQ(dtz_of("8/8/4k3/8/8/4K3/8/8 b - - 0 1"), "0");
+}
+
+TEST_F(TableProbe, BothViewsOfAMaterialAreOneTable)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(wdl_of("8/8/8/4k3/8/2Q5/1K5r/8 b - - 0 1"), "-2");
+    EXPECT_EQ(wdl_of("8/1k5R/2q5/8/4K3/8/8/8 w - - 0 1"), "-2");
+    EXPECT_EQ(dtz_of("k7/8/8/4Q3/8/3r4/8/6K1 w - - 0 1"), "3");
+    EXPECT_EQ(dtz_of("6k1/8/3R4/8/4q3/8/8/K7 b - - 0 1"), "3");
+}
+
+TEST_F(TableProbe, DistanceOfTheSideThatIsNotStoredIsFoundByOnePlyOfSearch)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(dtz_of("8/8/8/4k3/8/2Q5/1K5r/8 b - - 0 1"), "-48");
+    EXPECT_EQ(dtz_of("8/8/4K3/2r5/8/8/2k4Q/8 b - - 0 1"), "-44") << "values through the win list";
+    EXPECT_EQ(dtz_of("2R5/8/5k2/8/8/8/6K1/2R5 b - - 0 1"), "-8");
+    EXPECT_EQ(dtz_of("k7/8/1K6/8/8/8/8/7Q w - - 0 1"), "1") << "a quiet mate where it is stored";
+}
+
+TEST_F(TableProbe, QuietMateOfTheSideThatIsNotStoredCountsTwo)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(dtz_of("8/8/8/8/8/1k6/8/K6q b - - 0 1"), "none") << "no such position: in check";
+}
+
+TEST_F(TableProbe, PawnStepThatWinsIsADistanceOfOneWhateverIsStored)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(dtz_of("8/7k/2P5/7P/8/8/8/1K6 w - - 0 1"), "1");
+    EXPECT_EQ(dtz_of("8/8/8/8/8/p3k3/5P2/6K1 b - - 0 1"), "3");
+}
+
+TEST_F(TableProbe, StoredPliesAreNotDoubled)
+{
+    const std::string fen = "8/8/8/4k3/8/8/8/K6Q w - - 0 1";
+    use_tables(real_tables());
+    const i32 halved = std::stoi(dtz_of(fen));
+    copy_real_tables();
+    std::string bytes = table_bytes("KQvK.rtbz");
+    ASSERT_EQ(bytes[10], 0) << "the section's flags";
+    bytes[10] = 4;
+    write_bytes("KQvK.rtbz", bytes);
+    use_tables(folder);
+    EXPECT_EQ(std::stoi(dtz_of(fen)), (halved - 1) / 2 + 1);
+    bytes[10] = 8;
+    write_bytes("KQvK.rtbz", bytes);
+    use_tables(folder);
+    EXPECT_EQ(std::stoi(dtz_of(fen)), halved) << "the flag of losses";
+}
+
+// ---- En passant
+
+TEST_F(TableProbe, EnPassantAsTheOnlyMoveTakesTheValueOfTheCapture)
+{
+    use_tables(real_tables() + ":" + made_up_tables());
+    const std::string fen = "7K/5q2/3k4/3Pp3/8/8/8/8 w - ";
+    EXPECT_EQ(wdl_of(fen + "- 0 1"), "0") << "stalemate without the right";
+    EXPECT_EQ(wdl_of(fen + "e6 0 1"), "-2");
+    EXPECT_EQ(dtz_of(fen + "e6 0 1"), "-1");
+}
+
+TEST_F(TableProbe, EnPassantThatWinsBeatsTheTable)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(wdl_of("1K6/8/8/5pP1/4k3/8/8/8 w - f6 0 1"), "2");
+    EXPECT_EQ(dtz_of("1K6/8/8/5pP1/4k3/8/8/8 w - f6 0 1"), "1");
+}
+
+TEST_F(TableProbe, RightThatNoPawnCanUseChangesNothing)
+{
+    use_tables(real_tables());
+    for (const char* fen : { "8/8/8/5p2/4k3/8/6P1/1K6 w - f6 0 1",
+             "8/8/8/5p2/4k3/8/6P1/1K6 w - - 0 1" }) {
+        const std::string wdl = wdl_of("8/8/8/5p2/4k3/8/6P1/1K6 w - - 0 1");
+        EXPECT_EQ(wdl_of(fen), wdl);
+    }
+}
+
+// ---- The search's probe
+
+// tb_probe_search in a position, with the counted clock and all else as the board has it.
+static i32 search_probe(const char* fen, i32 depth)
+{
+    return tb_probe_search(set_position(fen), depth);
+}
+
+static void set_probe_depths(i32 depth5, i32 depth6)
+{
+    engine_options.syzygy_probe_depth5 = static_cast<i16>(depth5);
+    engine_options.syzygy_probe_depth6 = static_cast<i16>(depth6);
+    publish_options();
+}
+
+TEST_F(TableProbe, ClassIsTheValueRaisedByTwo)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(search_probe("8/8/8/4k3/8/8/8/K6Q w - -", 0), 4);
+    EXPECT_EQ(search_probe("8/8/8/4k3/8/8/8/K6Q b - -", 0), 0);
+    EXPECT_EQ(search_probe("8/8/8/4k3/8/8/8/K6N w - -", 0), 2);
+}
+
+TEST_F(TableProbe, CastlingRightsLeaveNoResult)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(search_probe("4k3/8/8/8/8/8/8/R3K3 w - -", 5), 4);
+    EXPECT_EQ(search_probe("4k3/8/8/8/8/8/8/R3K3 w Q -", 5), -1);
+    EXPECT_EQ(search_probe("4k2r/8/8/8/8/8/8/R3K3 w - -", 5), 2);
+    EXPECT_EQ(search_probe("4k2r/8/8/8/8/8/8/R3K3 w k -", 5), -1);
+    EXPECT_EQ(root_of("4k3/8/8/8/8/8/8/R3K3 w Q - 0 1"), "none");
+}
+
+TEST_F(TableProbe, DepthOptionOfSixPiecesAndOfUpToFive)
+{
+    use_tables(real_tables() + ":" + made_up_tables());
+    const char* six = "kq6/2qq4/7q/8/8/8/8/K7 b - -";
+    const char* three = "8/8/8/4k3/8/8/8/K6Q w - -";
+    EXPECT_EQ(search_probe(six, 0), -1) << "the option's default is 1";
+    EXPECT_EQ(search_probe(six, 1), 4);
+    EXPECT_EQ(search_probe(three, 0), 4);
+    EXPECT_EQ(search_probe(three, -1), -1);
+    set_probe_depths(-5, 6);
+    EXPECT_EQ(search_probe(six, 5), -1);
+    EXPECT_EQ(search_probe(six, 6), 4);
+    EXPECT_EQ(search_probe(three, -5), 4);
+    EXPECT_EQ(search_probe(three, -6), -1);
+    set_probe_depths(8, 2);
+    EXPECT_EQ(search_probe(six, 7), -1) << "the option of five pieces comes first";
+    EXPECT_EQ(search_probe(three, 7), -1);
+    EXPECT_EQ(search_probe(three, 8), 4);
+}
+
+TEST_F(TableProbe, MorePiecesThanTheLargestTableGetNoResultWithoutReading)
+{
+    for (const char* name : { "KQvK", "KRvK" }) {
+        for (const char* suffix : { ".rtbw", ".rtbz" })
+            write_bytes(name + std::string(suffix), table_bytes(name + std::string(suffix)));
+    }
+    EXPECT_EQ(use_tables(folder), 2);
+    EXPECT_EQ(tb_largest, 3);
+    i32 result = 0;
+    EXPECT_EQ(capture_errors([&] { result = search_probe("8/8/8/4k3/8/r7/8/K6Q w - -", 99); }), "");
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(root_of("8/8/8/4k3/8/r7/8/K6Q w - - 0 1"), "none");
+    EXPECT_EQ(search_probe("8/8/8/4k3/8/8/8/K6Q w - -", 99), 4);
+}
+
+TEST_F(TableProbe, HalfMoveClockDoesNotMatterToTheSearch)
+{
+    use_tables(real_tables());
+    Position* pos = set_position("8/8/8/4k3/8/8/8/K6Q w - -");
+    pos->cnt50 = 99;
+    EXPECT_EQ(tb_probe_search(pos, 0), 4);
+}
+
+// ---- The root's probe
+
+TEST_F(TableProbe, RootTakesTheFirstOfTheFastestWins)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(root_of("k7/8/1K6/8/8/8/8/7R w - - 0 1"), "4 1 h1h8");
+    EXPECT_EQ(root_of("8/8/8/8/8/1K6/6P1/k7 w - - 0 1").substr(0, 4), "4 1 ");
+    // Every move's distance is the root's or more, and the move's own leads there.
+    EXPECT_EQ(root_of("8/8/8/4k3/8/8/8/K6Q w - - 0 1").substr(0, 2), "4 ");
+}
+
+TEST_F(TableProbe, RootTakesTheSlowestLoss)
+{
+    use_tables(real_tables());
+    const std::string fen = "8/8/8/4k3/8/8/8/KQ6 b - - 0 1";
+    const std::string root = root_of(fen);
+    const std::string distance = dtz_of(fen);
+    EXPECT_EQ(root.substr(0, root.rfind(' ')), "0 " + distance.substr(1));
+    Position* pos = set_position(fen);
+    make_move(pos, move_of(root.substr(root.rfind(' ') + 1)));
+    EXPECT_EQ(std::stoi(dtz_of(fen_of(pos))), -std::stoi(distance) - 1);
+}
+
+TEST_F(TableProbe, PositionWithoutMovesHasNoRootResult)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(root_of("k6R/8/1K6/8/8/8/8/8 b - - 0 1"), "none") << "mate";
+    EXPECT_EQ(wdl_of("k6R/8/1K6/8/8/8/8/8 b - - 0 1"), "-2");
+    EXPECT_EQ(dtz_of("k6R/8/1K6/8/8/8/8/8 b - - 0 1"), "-1");
+    EXPECT_EQ(root_of("8/8/8/8/8/8/6Q1/k1K5 b - - 0 1"), "none") << "stalemate";
+    EXPECT_EQ(wdl_of("8/8/8/8/8/8/6Q1/k1K5 b - - 0 1"), "0");
+}
+
+TEST_F(TableProbe, RootClassFollowsTheClock)
+{
+    use_tables(real_tables());
+    const std::string won = "k7/8/8/4Q3/8/3r4/8/6K1 w - - ";
+    EXPECT_EQ(root_of(won + "97 1").substr(0, 4), "4 3 ");
+    EXPECT_EQ(root_of(won + "98 1").substr(0, 4), "3 3 ");
+    const std::string lost = "8/8/4K3/2r5/8/8/2k4Q/8 b - - ";
+    EXPECT_EQ(root_of(lost + "56 1").substr(0, 5), "0 44 ");
+    EXPECT_EQ(root_of(lost + "57 1").substr(0, 5), "1 44 ");
+    EXPECT_EQ(root_of("8/8/8/4k3/8/8/8/K6N w - - 99 1").substr(0, 4), "2 0 ");
+}
+
+TEST_F(TableProbe, DrawnRootPlaysTheSameDrawingMoveEveryTime)
+{
+    use_tables(real_tables());
+    // All moves draw: the material's key chooses one of them in their order.
+    const std::string fen = "8/8/8/4k3/8/8/8/K6N w - - 20 1";
+    const std::string root = root_of(fen);
+    for (i32 round = 0; round < 5; round++)
+        EXPECT_EQ(root_of(fen), root);
+    const TbPos pos = tb_pos_of(fen);
+    tb_move list[tb_max_moves];
+    const u64 count = static_cast<u64>(tb_gen_moves(&pos, list) - list);
+    EXPECT_EQ(count, 5u);
+    EXPECT_EQ(tb_material_key(&pos, false), 0xd2fb81862830191fu);
+    const tb_move chosen = list[tb_material_key(&pos, false) % count];
+    EXPECT_EQ(root, "2 0 " + text_of(make_move_code(tb_from(chosen), tb_to(chosen))));
+}
+
+TEST_F(TableProbe, DrawnRootCountsOnlyTheMovesThatDraw)
+{
+    use_tables(real_tables());
+    // The king must not leave the pawn's path.
+    EXPECT_EQ(root_of("4k3/4P3/8/4K3/8/8/8/8 b - - 0 1"), "2 0 e8e7");
+    EXPECT_EQ(root_of("8/8/8/8/4k3/4p3/8/4K3 w - - 0 1"), "2 0 e1e2");
+}
+
+TEST_F(TableProbe, RootPromotionsAreTheEnginesMoves)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(root_of("8/P7/8/8/8/2k5/8/K7 w - - 0 1"), "4 1 a7a8q");
+    // The queen would stalemate.
+    EXPECT_EQ(root_of("8/k1P5/8/K7/8/8/8/8 w - - 0 1"), "4 1 c7c8r");
+}
+
+TEST_F(TableProbe, RootOfAnUnsoundBoardHasNoResult)
+{
+    use_tables(real_tables());
+    EXPECT_EQ(root_of("8/8/8/4k3/8/8/8/K6Q w - - 0 1").substr(0, 1), "4");
+    EXPECT_EQ(root_of("8/8/8/4k2Q/8/8/8/K7 w - - 0 1"), "none") << "the other side is in check";
+    EXPECT_EQ(root_of("P7/8/8/4k3/8/8/8/K7 w - - 0 1"), "none") << "a pawn on the last rank";
+    EXPECT_EQ(root_of("8/8/8/4k3/8/8/8/K6K w - - 0 1"), "none") << "two kings";
+    EXPECT_EQ(root_of("8/8/8/4k3/8/8/8/7Q w - - 0 1"), "none") << "no king";
+    Position* pos = set_position("8/8/8/4k3/8/8/8/K6Q w - -");
+    u32 wdl, dtz;
+    u16 move;
+    pos->bb[White][Rook] |= bit(square_of("h1"));
+    EXPECT_EQ(tb_probe_root(pos, &wdl, &dtz, &move), -1) << "two pieces on a square";
+    pos->bb[White][Rook] = 0;
+    pos->bb[Black][0] |= bit(square_of("h1"));
+    EXPECT_EQ(tb_probe_root(pos, &wdl, &dtz, &move), -1) << "a piece of both sides";
+    set_position("8/8/8/4k3/8/8/8/K6Q w - -");
+}
+
+TEST_F(TableProbe, MissingDistanceTableLeavesTheClassOfTheSearch)
+{
+    for (const char* name : { "KQvK.rtbw", "KRvK.rtbw", "KRvK.rtbz" })
+        write_bytes(name, table_bytes(name));
+    use_tables(folder);
+    EXPECT_EQ(capture_errors([] {
+        EXPECT_EQ(root_of("8/8/8/4k3/8/8/8/K6Q w - - 0 1"), "none");
+        EXPECT_EQ(search_probe("8/8/8/4k3/8/8/8/K6Q w - -", 70), 4);
+        EXPECT_NE(root_of("8/8/8/4k3/8/8/8/K6R w - - 0 1"), "none");
+    }), "");
+}
+
+// A capture leads into a table that is not there: nothing can be said.
+TEST_F(TableProbe, TableMissingBehindACaptureLeavesNoResult)
+{
+    for (const char* name : { "KQvKR.rtbw", "KQvKR.rtbz", "KQvK.rtbw" })
+        write_bytes(name, table_bytes(name));
+    use_tables(folder);
+    EXPECT_EQ(wdl_of("8/8/8/3k4/8/8/8/KQr5 w - - 0 1"), "2") << "the queen takes";
+    EXPECT_EQ(wdl_of("8/8/8/3k4/8/8/8/KQr5 b - - 0 1"), "none") << "the rook may take";
+    EXPECT_EQ(dtz_of("8/8/8/3k4/8/8/8/KQr5 b - - 0 1"), "none");
+}
+
+// ---- Threads
+
+TEST_F(TableProbe, ManyThreadsMayUseTheTablesFirst)
+{
+    const auto rows = read_tsv("syzygy-probes.tsv");
+    std::vector<TbPos> positions;
+    for (const auto& row : rows)
+        positions.push_back(tb_pos_of(row[0]));
+    use_tables(real_tables());
+    std::atomic<i32> wrong = 0;
+    std::vector<std::thread> threads;
+    for (i32 i = 0; i < 4; i++) {
+        threads.emplace_back([&] {
+            for (size_t k = 0; k < rows.size(); k++) {
+                i32 success = 0;
+                const i32 wdl = tb_probe_wdl(&positions[k], &success);
+                wrong += success == 0 || wdl != std::stoi(rows[k][1]);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(TableProbe, ManyThreadsMayMissATableAtOnce)
+{
+    write_bytes("KQvK.rtbw", "");
+    use_tables(folder);
+    const TbPos pos = tb_pos_of("8/8/8/4k3/8/8/8/K6Q w - - 0 1");
+    const std::string errors = capture_errors([&] {
+        std::vector<std::thread> threads;
+        for (i32 i = 0; i < 4; i++) {
+            threads.emplace_back([&] {
+                i32 success = 1;
+                tb_probe_wdl(&pos, &success);
+                EXPECT_EQ(success, 0);
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+    });
+    EXPECT_EQ(errors, "Corrupted table.\n") << "said once";
+}
+
+// ---- The search
+
+struct TableSearch : SearchTest {
+    void SetUp() override
+    {
+        SearchTest::SetUp();
+        use_tables(real_tables());
+    }
+    void TearDown() override
+    {
+        use_tables("");
+        SearchTest::TearDown();
+    }
+};
+
+static u64 table_hits()
+{
+    return load(record()->counters[CountTbHits]);
+}
+
+// Searches a position of a text with a half-move clock.
+static void search_with_clock(const char* fen, i32 clock, i32 depth)
+{
+    begin_search(fen);
+    console_thread->pos.cnt50 = static_cast<u8>(clock);
+    store(depth_limit, depth);
+    search_sync();
+}
+
+TEST_F(TableSearch, WonRootPlaysTheTablesMoveFromTheTenthHalfMoveOn)
+{
+    const char* fen = "k7/8/8/4Q3/8/3r4/8/6K1 w - -";
+    search_with_clock(fen, 10, 4);
+    EXPECT_EQ(node_count(), 0u) << "no search";
+    EXPECT_EQ(search_result.tb_root_result, 4);
+    EXPECT_EQ(search_result.result_pv[1], search_result.tb_root_move);
+    EXPECT_EQ(search_result.result_pv[2], NoMove);
+    EXPECT_EQ(search_result.result_depth, 99);
+    EXPECT_EQ(load(search_result.result_score), 9799);
+    EXPECT_EQ(table_hits(), 1u);
+    EXPECT_EQ(load(stop_code), StopReport);
+
+    search_with_clock(fen, 9, 4);
+    EXPECT_GT(node_count(), 0u);
+    EXPECT_EQ(search_result.tb_root_result, 4);
+    EXPECT_NE(search_result.tb_root_move, NoMove);
+    EXPECT_EQ(search_result.result_depth, 4);
+}
+
+TEST_F(TableSearch, LostAndDrawnRootsHaveTheirScores)
+{
+    search_with_clock("8/8/4K3/2r5/8/8/2k4Q/8 b - -", 10, 3);
+    EXPECT_EQ(load(search_result.result_score), -9800);
+    EXPECT_EQ(search_result.tb_root_score[Black], -9800);
+    EXPECT_EQ(search_result.tb_root_score[White], 9800);
+    search_with_clock("8/8/8/4k3/8/8/8/K6N w - -", 10, 3);
+    EXPECT_EQ(load(search_result.result_score), 0);
+    EXPECT_EQ(search_result.tb_root_result, 2);
+    EXPECT_EQ(node_count(), 0u);
+}
+
+TEST_F(TableSearch, RootWithoutATableMoveTakesTheClassAndSearches)
+{
+    search_with_clock("8/8/8/8/8/1q6/8/K1k1B3 w - -", 10, 2);
+    EXPECT_EQ(search_result.tb_root_result, 0) << "the distance table is not there";
+    EXPECT_EQ(search_result.tb_root_move, NoMove);
+    EXPECT_GT(node_count(), 0u);
+}
+
+// A node of ply 5 whose parent has a table result, -1 for none, and a half-move clock.
+static Node table_node(const char* fen, i32 parent, i32 clock)
+{
+    Node node = make_node(fen, 5);
+    node.rec[-1].tb_result = parent;
+    node.pos->cnt50 = static_cast<u8>(clock);
+    return node;
+}
+
+static const char* const won = "8/8/8/4k3/8/8/8/K6Q w - -";
+static const char* const lost = "8/8/8/4k3/8/8/8/K6Q b - -";
+static const char* const drawn = "8/8/8/4k3/8/8/8/K6N w - -";
+
+TEST_F(TableSearch, FirstResultOfALineEndsTheNodeWithoutMoves)
+{
+    const struct {
+        const char* fen;
+        i32 score;
+    } rows[] = { { won, 9795 }, { lost, -9796 }, { drawn, 0 } };
+    for (const auto& row : rows) {
+        Node node = table_node(row.fen, -1, 0);
+        i32 score = 0;
+        EXPECT_EQ(sorted_moves_made([&] {
+            score = run_node(&node, 8, -infinite_score, infinite_score, PvNode);
+        }), "") << row.fen;
+        EXPECT_EQ(score, row.score) << row.fen;
+        EXPECT_EQ(node.rec->alpha, row.score);
+        EXPECT_EQ(node.rec->beta, row.score);
+        EXPECT_EQ(table_hits(), 1u);
+    }
+}
+
+TEST_F(TableSearch, FirstResultIsHeldAgainstTheWindow)
+{
+    Node node = table_node(drawn, -1, 0);
+    EXPECT_EQ(run_node(&node, 8, 30, 40, CutNode), 30) << "below the window: alpha";
+    EXPECT_EQ(node.rec->alpha, 30);
+    EXPECT_EQ(node.rec->beta, 0);
+    node = table_node(drawn, -1, 0);
+    EXPECT_EQ(run_node(&node, 8, -40, -30, CutNode), 0) << "above it: the value";
+    EXPECT_EQ(node.rec->alpha, 0);
+    EXPECT_EQ(node.rec->beta, -30);
+}
+
+TEST_F(TableSearch, NodeAsksOnlyAfterAZeroingMoveOrBelowAResult)
+{
+    Node node = table_node(won, -1, 1);
+    run_node(&node, 2, -50, 50, CutNode);
+    EXPECT_EQ(node.rec->tb_result, -1);
+    node = table_node(won, 2, 1);
+    run_node(&node, 2, -50, 50, CutNode);
+    EXPECT_EQ(node.rec->tb_result, 4);
+}
+
+TEST_F(TableSearch, MoveThatGaveAwayTwoClassesIsCutWithBeta)
+{
+    // The class of the node, seen from the other side, against the class of its parent.
+    Node node = table_node(won, 2, 3);
+    EXPECT_EQ(sorted_moves_made([&] {
+        EXPECT_EQ(run_node(&node, 6, -40, -30, CutNode), -30);
+    }), "") << "a drawn parent";
+    node = table_node(won, 4, 3);
+    EXPECT_EQ(run_node(&node, 6, -40, -30, CutNode), -30) << "a won parent";
+    node = table_node(drawn, 4, 3);
+    EXPECT_EQ(run_node(&node, 6, -40, -30, CutNode), -30) << "a win given away";
+
+    node = table_node(won, 0, 3);
+    EXPECT_NE(sorted_moves_made([&] { run_node(&node, 3, -40, -30, PvNode); }), "")
+        << "as good as it was";
+    node = table_node(won, 1, 3);
+    EXPECT_NE(sorted_moves_made([&] { run_node(&node, 3, -40, -30, PvNode); }), "")
+        << "one class";
+    node = table_node(drawn, 2, 3);
+    EXPECT_NE(sorted_moves_made([&] { run_node(&node, 3, -40, -30, PvNode); }), "");
+}
+
+TEST_F(TableSearch, WinThatOnlyTheTablesKnowIsFoundAtLowDepth)
+{
+    // Taking the pawn leaves a queen against a rook, behind which nothing is seen so early.
+    search_with_clock("8/8/8/3k4/8/5r2/6p1/K4R1Q w - -", 0, 3);
+    EXPECT_GT(table_hits(), 0u);
+}

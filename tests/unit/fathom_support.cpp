@@ -1,0 +1,167 @@
+// Tables made up and copied for the tests, and their answers as text.
+#include "fathom_support.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+
+void TablesTest::SetUp()
+{
+    BookTest::SetUp();
+    publish_options();
+    use_tables("");
+}
+
+void TablesTest::TearDown()
+{
+    use_tables("");
+    BookTest::TearDown();
+}
+
+std::string real_tables()
+{
+    return data_path("syzygy");
+}
+
+std::string made_up_tables()
+{
+    return data_path("syzygy-fixture");
+}
+
+i32 use_tables(const std::string& path)
+{
+    std::string output;
+    capture_errors([&] { output = capture_output([&] { tb_init(path.c_str()); }); });
+    i32 count = -1;
+    sscanf(output.c_str(), "info string found %d tablebases\n", &count);
+    return count;
+}
+
+TbPos tb_pos_of(const std::string& fen)
+{
+    const Position* pos = set_position(fen);
+    i32 clock = 0;
+    sscanf(fen.c_str(), "%*s %*s %*s %*s %d", &clock);
+    TbPos tb_pos;
+    tb_set_pos(&tb_pos, pos, clock);
+    return tb_pos;
+}
+
+static std::string answer(i32 (*probe)(const TbPos*, i32*), const std::string& fen)
+{
+    const TbPos pos = tb_pos_of(fen);
+    i32 success = 0;
+    const i32 value = probe(&pos, &success);
+    return success != 0 ? std::to_string(value) : "none";
+}
+
+std::string wdl_of(const std::string& fen)
+{
+    return answer(tb_probe_wdl, fen);
+}
+
+std::string dtz_of(const std::string& fen)
+{
+    return answer(tb_probe_dtz, fen);
+}
+
+std::string wdl_errors(const std::string& fen)
+{
+    std::string result;
+    const std::string errors = capture_errors([&] { result = wdl_of(fen); });
+    return errors + result;
+}
+
+std::string dtz_errors(const std::string& fen)
+{
+    std::string result;
+    const std::string errors = capture_errors([&] { result = dtz_of(fen); });
+    return errors + result;
+}
+
+std::string root_of(const std::string& fen)
+{
+    Position* pos = set_position(fen);
+    i32 clock = 0;
+    sscanf(fen.c_str(), "%*s %*s %*s %*s %d", &clock);
+    pos->cnt50 = static_cast<u8>(clock);
+    u32 wdl = 99;
+    u32 dtz = 99;
+    u16 move = 99;
+    const i32 result = tb_probe_root(pos, &wdl, &dtz, &move);
+    if (result == -1)
+        return "none";
+    EXPECT_EQ(static_cast<u32>(result), wdl);
+    return std::to_string(wdl) + " " + std::to_string(dtz) + " " + text_of(move);
+}
+
+std::string table_bytes(const std::string& file)
+{
+    const std::string bytes = read_bytes(real_tables() + "/" + file);
+    EXPECT_FALSE(bytes.empty()) << file;
+    return bytes;
+}
+
+// The pieces of one side of a name, kings first, as codes.
+static std::vector<i32> codes_of(const std::string& letters, i32 side)
+{
+    std::vector<i32> codes;
+    for (const char letter : letters)
+        codes.push_back(static_cast<i32>(std::string(" PNBRQK").find(letter)) + 8 * side);
+    return codes;
+}
+
+// The codes in a sound order: pawns of the leading side and of the other, then single pieces, then
+// the rest; without a third single piece the kings come first.
+static std::vector<i32> table_order(const std::string& name)
+{
+    const size_t middle = name.find('v');
+    std::vector<i32> codes = codes_of(name.substr(0, middle), 0);
+    const std::vector<i32> second = codes_of(name.substr(middle + 1), 1);
+    codes.insert(codes.end(), second.begin(), second.end());
+    const auto count = [&](i32 code) { return std::count(codes.begin(), codes.end(), code); };
+    const bool black_leads = count(9) > 0 && (count(1) == 0 || count(9) < count(1));
+    const auto rank = [&](i32 code) {
+        if ((code & 7) == Pawn)
+            return (code == 9) == black_leads ? 0 : 1;
+        return count(code) > 1 ? 30 + code : (code & 7) == King ? 10 : 20;
+    };
+    std::stable_sort(codes.begin(), codes.end(),
+        [&](i32 a, i32 b) { return rank(a) < rank(b); });
+    return codes;
+}
+
+std::string one_value_table(const std::string& name, const std::string& suffix, i32 first,
+    i32 second)
+{
+    const bool wdl = suffix == ".rtbw";
+    const size_t middle = name.find('v');
+    const bool pawns = name.find('P') != std::string::npos;
+    const bool both = name.find('P') < middle && name.find('P', middle) != std::string::npos;
+    const bool symmetric = name.substr(0, middle) == name.substr(middle + 1);
+    std::string bytes = wdl ? "\x71\xe8\x23\x5d" : "\xd7\x66\x0c\xa5";
+    bytes += static_cast<char>((wdl && !symmetric ? 1 : 0) | (pawns ? 2 : 0));
+    for (i32 file = 0; file < (pawns ? 4 : 1); file++) {
+        bytes += both ? std::string("\x00\x11", 2) : std::string(1, '\0');
+        for (const i32 code : table_order(name))
+            bytes += static_cast<char>(code * 17);
+    }
+    if (bytes.size() % 2 != 0)
+        bytes += '\0';
+    for (i32 file = 0; file < (pawns ? 4 : 1); file++) {
+        bytes += '\x80';
+        bytes += static_cast<char>(first);
+        if (wdl && !symmetric) {
+            bytes += '\x80';
+            bytes += static_cast<char>(second);
+        }
+    }
+    bytes.resize((bytes.size() + 63) / 64 * 64 + 16, '\0');
+    return bytes;
+}
+
+void copy_real_tables()
+{
+    for (const auto& entry : std::filesystem::directory_iterator(real_tables()))
+        std::filesystem::copy_file(entry.path(), entry.path().filename());
+}
