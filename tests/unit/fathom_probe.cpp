@@ -42,12 +42,12 @@ TEST_F(TableProbe, EveryListedPositionOfTheMadeUpTablesHasItsValue)
 // A larger set, where one is at hand: a folder with the files of tests/data/syzygy*.
 TEST_F(TableProbe, EveryPositionOfALargerSetHasItsValueAndDistance)
 {
-    const char* folder = getenv("VESK_TABLE_DATA");
-    if (folder == nullptr)
+    const char* data = getenv("VESK_TABLE_DATA");
+    if (data == nullptr)
         GTEST_SKIP() << "VESK_TABLE_DATA names no folder";
     for (const char* set : { "syzygy", "syzygy-fixture" }) {
-        use_tables(std::string(folder) + "/syzygy:" + folder + "/" + set);
-        const std::string list = std::string(folder) + "/" + set + "-probes.tsv";
+        use_tables(std::string(data) + "/syzygy:" + data + "/" + set);
+        const std::string list = std::string(data) + "/" + set + "-probes.tsv";
         const std::string relative = std::filesystem::relative(list, data_path("")).string();
         EXPECT_GT(expect_rows(read_tsv(relative.c_str())), 0);
     }
@@ -74,13 +74,14 @@ TEST_F(TableProbe, DistanceOfTheSideThatIsNotStoredIsFoundByOnePlyOfSearch)
     EXPECT_EQ(dtz_of("8/8/8/4k3/8/2Q5/1K5r/8 b - - 0 1"), "-48");
     EXPECT_EQ(dtz_of("8/8/4K3/2r5/8/8/2k4Q/8 b - - 0 1"), "-44") << "values through the win list";
     EXPECT_EQ(dtz_of("2R5/8/5k2/8/8/8/6K1/2R5 b - - 0 1"), "-8");
-    EXPECT_EQ(dtz_of("k7/8/1K6/8/8/8/8/7Q w - - 0 1"), "1") << "a quiet mate where it is stored";
+    EXPECT_EQ(dtz_of("k7/8/1K6/8/8/8/8/6Q1 w - - 0 1"), "1") << "a quiet mate where it is stored";
 }
 
 TEST_F(TableProbe, QuietMateOfTheSideThatIsNotStoredCountsTwo)
 {
     use_tables(real_tables());
-    EXPECT_EQ(dtz_of("8/8/8/8/8/1k6/8/K6q b - - 0 1"), "none") << "no such position: in check";
+    EXPECT_EQ(dtz_of("2B5/8/8/8/8/8/5K1p/7k w - - 0 1"), "2");
+    EXPECT_EQ(root_of("2B5/8/8/8/8/8/5K1p/7k w - - 0 1"), "4 2 c8b7");
 }
 
 TEST_F(TableProbe, PawnStepThatWinsIsADistanceOfOneWhateverIsStored)
@@ -129,11 +130,14 @@ TEST_F(TableProbe, EnPassantThatWinsBeatsTheTable)
 TEST_F(TableProbe, RightThatNoPawnCanUseChangesNothing)
 {
     use_tables(real_tables());
-    for (const char* fen : { "8/8/8/5p2/4k3/8/6P1/1K6 w - f6 0 1",
-             "8/8/8/5p2/4k3/8/6P1/1K6 w - - 0 1" }) {
-        const std::string wdl = wdl_of("8/8/8/5p2/4k3/8/6P1/1K6 w - - 0 1");
-        EXPECT_EQ(wdl_of(fen), wdl);
-    }
+    TbPos pos = tb_pos_of("8/8/8/5p2/4k3/8/6P1/1K6 w - - 0 1");
+    i32 success = 0;
+    const i32 wdl = tb_probe_wdl(&pos, &success);
+    const i32 dtz = tb_probe_dtz(&pos, &success);
+    pos.ep = static_cast<u8>(square_of("f6"));
+    EXPECT_EQ(tb_probe_wdl(&pos, &success), wdl);
+    EXPECT_EQ(tb_probe_dtz(&pos, &success), dtz);
+    EXPECT_EQ(success, 1);
 }
 
 // ---- The search's probe
@@ -164,8 +168,8 @@ TEST_F(TableProbe, CastlingRightsLeaveNoResult)
     use_tables(real_tables());
     EXPECT_EQ(search_probe("4k3/8/8/8/8/8/8/R3K3 w - -", 5), 4);
     EXPECT_EQ(search_probe("4k3/8/8/8/8/8/8/R3K3 w Q -", 5), -1);
-    EXPECT_EQ(search_probe("4k2r/8/8/8/8/8/8/R3K3 w - -", 5), 2);
-    EXPECT_EQ(search_probe("4k2r/8/8/8/8/8/8/R3K3 w k -", 5), -1);
+    EXPECT_EQ(search_probe("4k2r/8/8/8/8/8/8/R3K3 w - -", 5), 4);
+    EXPECT_EQ(search_probe("4k2r/8/8/8/8/8/8/R3K3 w k -", 5), -1) << "the other side's";
     EXPECT_EQ(root_of("4k3/8/8/8/8/8/8/R3K3 w Q - 0 1"), "none");
 }
 
@@ -524,7 +528,15 @@ TEST_F(TableSearch, MoveThatGaveAwayTwoClassesIsCutWithBeta)
 
 TEST_F(TableSearch, WinThatOnlyTheTablesKnowIsFoundAtLowDepth)
 {
-    // Taking the pawn leaves a queen against a rook, behind which nothing is seen so early.
-    search_with_clock("8/8/8/3k4/8/5r2/6p1/K4R1Q w - -", 0, 3);
+    // Taking the pawn leaves a queen against a rook.
+    const char* fen = "8/8/3k4/2r5/8/7Q/p7/K7 w - -";
+    search_with_clock(fen, 0, 3);
+    EXPECT_EQ(text_of(search_result.result_pv[1]), "a1a2");
+    EXPECT_EQ(load(search_result.result_score), 9799) << "lost for the other side at ply 2";
     EXPECT_GT(table_hits(), 0u);
+    EXPECT_EQ(search_result.tb_root_result, -1) << "the root has too many pieces";
+    use_tables("");
+    search_with_clock(fen, 0, 3);
+    EXPECT_LT(load(search_result.result_score), 2000);
+    EXPECT_EQ(table_hits(), 0u);
 }

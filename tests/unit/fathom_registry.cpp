@@ -17,6 +17,14 @@ static void add_file(const std::string& directory, const std::string& name,
     write_bytes(directory + "/" + name, bytes);
 }
 
+// The entry of a name, entered alone.
+static const TbEntry* entered(const char* name)
+{
+    use_tables("");
+    tb_add_table(name);
+    return tb_lookup(tb_key_of_name(name));
+}
+
 TEST_F(TableRegistry, EmptyPathsGiveNoTablesAndNoLine)
 {
     EXPECT_EQ(capture_output([] { tb_init(""); }), "");
@@ -104,8 +112,7 @@ TEST_F(TableRegistry, SymmetricMaterialHasOneKey)
     const TbPos pos = tb_pos_of("8/8/8/4k3/8/r7/8/K6R w - - 0 1");
     const u64 key = tb_material_key(&pos, false);
     EXPECT_EQ(key, tb_material_key(&pos, true));
-    tb_add_table("KRvKR");
-    const TbEntry* entry = tb_lookup(key);
+    const TbEntry* entry = entered("KRvKR");
     ASSERT_NE(entry, nullptr);
     EXPECT_EQ(entry->symmetric, 1);
     tb_forget(key);
@@ -190,19 +197,9 @@ TEST_F(TableRegistry, EncodingFollowsTheSinglePieces)
     const struct {
         const char* name;
         i32 enc_type;
-        const char* fen;
-    } rows[] = {
-        { "KQvK", 0, queen_wins },
-        { "KQRvKQ", 0, "7q/8/8/4k3/8/8/8/K5RQ w - - 0 1" },
-        { "KRRvK", 2, "8/8/8/4k3/8/8/8/K5RR w - - 0 1" },
-        { "KRRvKRR", 2, "5rr1/8/8/4k3/8/8/8/K5RR w - - 0 1" },
-        { "KRRRvKN", 0, "7n/8/8/4k3/8/8/8/K4RRR w - - 0 1" },
-    };
+    } rows[] = { { "KQvK", 0 }, { "KQRvKQ", 0 }, { "KRRvK", 2 }, { "KRRvKRR", 2 }, { "KRRRvKN", 0 } };
     for (const auto& row : rows) {
-        use_tables("");
-        tb_add_table(row.name);
-        const TbPos pos = tb_pos_of(row.fen);
-        const TbEntry* entry = tb_lookup(tb_material_key(&pos, false));
+        const TbEntry* entry = entered(row.name);
         ASSERT_NE(entry, nullptr);
         EXPECT_EQ(entry->enc_type, row.enc_type) << row.name;
         EXPECT_EQ(entry->has_pawns, 0);
@@ -215,19 +212,10 @@ TEST_F(TableRegistry, SideWithFewerPawnsLeadsUnlessItHasNone)
         const char* name;
         i32 first;
         i32 second;
-        const char* fen;
-    } rows[] = {
-        { "KPvK", 1, 0, "8/8/8/4k3/8/8/P7/K7 w - - 0 1" },
-        { "KRvKP", 1, 0, "8/p7/8/4k3/8/8/8/K6R w - - 0 1" },
-        { "KPPvKP", 1, 2, "8/p7/8/4k3/8/8/PP6/K7 w - - 0 1" },
-        { "KRPvKPP", 1, 2, "8/pp6/8/4k3/8/8/P7/K6R w - - 0 1" },
-        { "KPvKP", 1, 1, "8/p7/8/4k3/8/8/P7/K7 w - - 0 1" },
-    };
+    } rows[] = { { "KPvK", 1, 0 }, { "KRvKP", 1, 0 }, { "KPPvKP", 1, 2 }, { "KRPvKPP", 1, 2 },
+        { "KPvKP", 1, 1 } };
     for (const auto& row : rows) {
-        use_tables("");
-        tb_add_table(row.name);
-        const TbPos pos = tb_pos_of(row.fen);
-        const TbEntry* entry = tb_lookup(tb_material_key(&pos, false));
+        const TbEntry* entry = entered(row.name);
         ASSERT_NE(entry, nullptr);
         EXPECT_EQ(entry->pawns[0], row.first) << row.name;
         EXPECT_EQ(entry->pawns[1], row.second) << row.name;
@@ -252,18 +240,22 @@ TEST_F(TableRegistry, NothingFreedIsProbedAfterAnEmptyPath)
 
 using TableRegistryDeathTest = TableRegistry;
 
-static void add_tables(const std::string& letter, i32 count)
+// Enters so many materials of one kind of piece.
+static void add_tables(char letter, size_t count)
 {
-    for (i32 i = 0; i < count; i++)
-        tb_add_table(("K" + std::string(static_cast<size_t>(i + 1), letter[0]) + "vK").c_str());
+    for (size_t i = 0; i < count; i++) {
+        const std::string first(i % 100 + 1, letter);
+        const std::string second(i / 100, letter);
+        tb_add_table(("K" + first + "vK" + second).c_str());
+    }
 }
 
 TEST_F(TableRegistryDeathTest, FullPoolsAndBucketsEndTheProgram)
 {
     testing::FLAGS_gtest_death_test_style = "fast";
-    EXPECT_EXIT(add_tables("Q", 255), testing::ExitedWithCode(1),
+    EXPECT_EXIT(add_tables('Q', 255), testing::ExitedWithCode(1),
         "^TBMAX_PIECE limit too low!\n$");
-    EXPECT_EXIT(add_tables("P", 257), testing::ExitedWithCode(1), "^TBMAX_PAWN limit too low!\n$");
+    EXPECT_EXIT(add_tables('P', 257), testing::ExitedWithCode(1), "^TBMAX_PAWN limit too low!\n$");
     EXPECT_EXIT(for (i32 i = 0; i < 6; i++) tb_add_table("KRvKR"), testing::ExitedWithCode(1),
         "^HSHMAX too low!\n$");
     tb_add_table("KRvKR");

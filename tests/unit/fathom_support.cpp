@@ -47,36 +47,45 @@ TbPos tb_pos_of(const std::string& fen)
     return tb_pos;
 }
 
-static std::string answer(i32 (*probe)(const TbPos*, i32*), const std::string& fen)
+using Probe = i32(const TbPos*, i32*);
+
+static std::string answer(Probe* probe, const TbPos& pos)
 {
-    const TbPos pos = tb_pos_of(fen);
     i32 success = 0;
     const i32 value = probe(&pos, &success);
     return success != 0 ? std::to_string(value) : "none";
 }
 
+static std::string answer_with_errors(Probe* probe, const TbPos& pos)
+{
+    std::string result;
+    const std::string errors = capture_errors([&] { result = answer(probe, pos); });
+    return errors + result;
+}
+
 std::string wdl_of(const std::string& fen)
 {
-    return answer(tb_probe_wdl, fen);
+    return answer(tb_probe_wdl, tb_pos_of(fen));
 }
 
 std::string dtz_of(const std::string& fen)
 {
-    return answer(tb_probe_dtz, fen);
+    return answer(tb_probe_dtz, tb_pos_of(fen));
 }
 
 std::string wdl_errors(const std::string& fen)
 {
-    std::string result;
-    const std::string errors = capture_errors([&] { result = wdl_of(fen); });
-    return errors + result;
+    return answer_with_errors(tb_probe_wdl, tb_pos_of(fen));
 }
 
 std::string dtz_errors(const std::string& fen)
 {
-    std::string result;
-    const std::string errors = capture_errors([&] { result = dtz_of(fen); });
-    return errors + result;
+    return answer_with_errors(tb_probe_dtz, tb_pos_of(fen));
+}
+
+std::string dtz_errors(const TbPos& pos)
+{
+    return answer_with_errors(tb_probe_dtz, pos);
 }
 
 std::string root_of(const std::string& fen)
@@ -119,7 +128,8 @@ static std::vector<i32> table_order(const std::string& name)
     std::vector<i32> codes = codes_of(name.substr(0, middle), 0);
     const std::vector<i32> second = codes_of(name.substr(middle + 1), 1);
     codes.insert(codes.end(), second.begin(), second.end());
-    const auto count = [&](i32 code) { return std::count(codes.begin(), codes.end(), code); };
+    const std::vector<i32> all = codes;
+    const auto count = [&](i32 code) { return std::count(all.begin(), all.end(), code); };
     const bool black_leads = count(9) > 0 && (count(1) == 0 || count(9) < count(1));
     const auto rank = [&](i32 code) {
         if ((code & 7) == Pawn)
@@ -129,6 +139,19 @@ static std::vector<i32> table_order(const std::string& name)
     std::stable_sort(codes.begin(), codes.end(),
         [&](i32 a, i32 b) { return rank(a) < rank(b); });
     return codes;
+}
+
+u64 tb_key_of_name(const std::string& name)
+{
+    TbPos pos = {};
+    u64* const sets[7] = { nullptr, &pos.pawns, &pos.knights, &pos.bishops, &pos.rooks, &pos.queens,
+        &pos.kings };
+    i32 square = 0;
+    for (const i32 code : table_order(name)) {
+        *sets[code & 7] |= bit(square);
+        (code & 8 ? pos.black : pos.white) |= bit(square++);
+    }
+    return tb_material_key(&pos, false);
 }
 
 std::string one_value_table(const std::string& name, const std::string& suffix, i32 first,

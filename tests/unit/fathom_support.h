@@ -40,9 +40,13 @@ std::string dtz_of(const std::string& fen);
 // it: "Corrupted table.\nnone".
 std::string wdl_errors(const std::string& fen);
 std::string dtz_errors(const std::string& fen);
+std::string dtz_errors(const TbPos& pos);
 
 // What tb_probe_root gives: "class dtz move", or "none".
 std::string root_of(const std::string& fen);
+
+// The material key of a table name such as "KQvKR", its first side as first.
+u64 tb_key_of_name(const std::string& name);
 
 // The bytes of one of the real tables, named with its suffix.
 std::string table_bytes(const std::string& file);
