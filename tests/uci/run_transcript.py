@@ -14,6 +14,7 @@ Each transcript runs in an empty directory of its own. One step a line; '#' star
   directory NAME         makes a directory
   pipe NAME              makes a named pipe
   filesize BYTES         limits the length of the files that the engine writes (first steps only)
+  crowd NAME COUNT       makes a directory with so many empty files in it
   send TEXT              a line of input
   raw TEXT               bytes of input as they stand, with Python's escapes, no line feed added
   repeat N TEXT          the same N times
@@ -287,6 +288,12 @@ class Run:
 
     def do_filesize(self, rest):
         self.file_size = int(rest)
+
+    def do_crowd(self, rest):
+        name, count = rest.split()
+        self.do_directory(name)
+        for number in range(int(count)):
+            open(os.path.join(self.folder, name, f"file{number}"), "wb").close()
 
     def do_send(self, rest):
         self.started().write(rest.encode("latin-1") + b"\n")
