@@ -4,11 +4,17 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
 
 #include "board/moves.h"
 #include "board/tables.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
+#include "fathom/tbcore.h"
+#include "fathom/tbmoves.h"
+#include "fathom/tbprobe.h"
 #include "search/hash.h"
 #include "search/params.h"
 #include "shell/engine_options.h"
@@ -184,9 +190,106 @@ static void perft_3(benchmark::State& state)
 }
 BENCHMARK(perft_3)->Unit(benchmark::kMicrosecond);
 
+// ---- Endgame tables: random positions of the tables of four pieces in the folder syzygy of
+// VESK_TABLE_DATA, or of the test data. All have been read once, so the pages are in memory.
+
+static constexpr size_t table_sample = 1 << 16;
+static std::vector<TbPos> table_positions;
+
+static u32 next_random(u64* state, u32 limit)
+{
+    *state = *state * 6364136223846793005ULL + 1442695040888963407ULL;
+    return static_cast<u32>(*state >> 33) % limit;
+}
+
+static TbPos random_board(const std::string& name, u64* random)
+{
+    TbPos pos = {};
+    u64* const sets[] = { &pos.kings, &pos.queens, &pos.rooks, &pos.bishops, &pos.knights,
+        &pos.pawns };
+    u64* side = next_random(random, 2) == 0 ? &pos.white : &pos.black;
+    for (const char letter : name) {
+        if (letter == 'v') {
+            side = side == &pos.white ? &pos.black : &pos.white;
+            continue;
+        }
+        u64 square;
+        do {
+            const bool pawn = letter == 'P';
+            square = 1ULL << (pawn ? 8 + next_random(random, 48) : next_random(random, 64));
+        } while (((pos.white | pos.black) & square) != 0);
+        *side |= square;
+        *sets[std::string("KQRBNP").find(letter)] |= square;
+    }
+    pos.turn = static_cast<u8>(next_random(random, 2));
+    return pos;
+}
+
+// The names of the tables of four pieces that a folder has.
+static std::vector<std::string> tables_of_four(const std::string& folder)
+{
+    std::vector<std::string> names;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
+        const std::string name = entry.path().stem();
+        if (entry.path().extension() == ".rtbw" && name.size() == 5) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+// Fills table_positions; positions without an answer are left out.
+static void make_table_positions()
+{
+    const char* given = getenv("VESK_TABLE_DATA");
+    const std::string folder = std::string(given != nullptr ? given : VESK_TEST_DATA) + "/syzygy";
+    tb_init(folder.c_str());
+    const std::vector<std::string> names = tables_of_four(folder);
+    u64 random = 1;
+    for (size_t tries = 0; !names.empty() && tries < 8 * table_sample; tries++) {
+        const TbPos pos = random_board(names[tries % names.size()], &random);
+        i32 success = 0;
+        if (table_positions.size() < table_sample && !tb_in_check(&pos, !pos.turn)) {
+            tb_probe_wdl(&pos, &success);
+        }
+        if (success != 0) {
+            table_positions.push_back(pos);
+        }
+    }
+}
+
+static void table_probes(benchmark::State& state, i32 (*probe)(const TbPos*, i32*))
+{
+    if (table_positions.empty()) {
+        state.SkipWithError("no tables of four pieces");
+        return;
+    }
+    size_t next = static_cast<size_t>(state.thread_index()) * 4099 % table_positions.size();
+    for (auto _ : state) {
+        i32 success = 0;
+        benchmark::DoNotOptimize(probe(&table_positions[next], &success));
+        next = next + 1 < table_positions.size() ? next + 1 : 0;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+static void table_wdl(benchmark::State& state)
+{
+    table_probes(state, tb_probe_wdl);
+}
+BENCHMARK(table_wdl)->Threads(1)->Threads(2);
+
+static void table_dtz(benchmark::State& state)
+{
+    table_probes(state, tb_probe_dtz);
+}
+BENCHMARK(table_dtz);
+
 int main(int argc, char** argv)
 {
     make_engine();
+    make_table_positions();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 1;
