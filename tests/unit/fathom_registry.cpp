@@ -197,7 +197,8 @@ TEST_F(TableRegistry, EncodingFollowsTheSinglePieces)
     const struct {
         const char* name;
         i32 enc_type;
-    } rows[] = { { "KQvK", 0 }, { "KQRvKQ", 0 }, { "KRRvK", 2 }, { "KRRvKRR", 2 }, { "KRRRvKN", 0 } };
+    } rows[] = { { "KQvK", 0 }, { "KQRvKQ", 0 }, { "KRRvK", 2 }, { "KRRvKRR", 2 },
+        { "KRRRvKN", 0 } };
     for (const auto& row : rows) {
         const TbEntry* entry = entered(row.name);
         ASSERT_NE(entry, nullptr);

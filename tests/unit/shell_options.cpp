@@ -190,18 +190,20 @@ TEST_F(OptionsTest, TextsAreCutToTheirField)
     const struct {
         const char* name;
         char (EngineOptions::*field)[file_option_size];
+        const char* effect;             // printed when the text is not empty
     } rows[] = {
-        { "OwnBook_File", &EngineOptions::own_book_file },
-        { "OwnBook2_File", &EngineOptions::own_book2_file },
-        { "SyzygyPath", &EngineOptions::syzygy_path },
-        { "ConfigFilePath", &EngineOptions::config_file_path },
+        { "OwnBook_File", &EngineOptions::own_book_file, "" },
+        { "OwnBook2_File", &EngineOptions::own_book2_file, "" },
+        { "SyzygyPath", &EngineOptions::syzygy_path, "info string found 0 tablebases\n" },
+        { "ConfigFilePath", &EngineOptions::config_file_path, "" },
     };
     for (const auto& row : rows) {
         for (const size_t length : { 0u, 1u, 143u, 144u, 200u, 5000u }) {
             const std::string value(length, 'n');
             const std::string kept = value.substr(0, 143);
             EXPECT_EQ(set(row.name, value),
-                std::string("info string ") + row.name + " set to '" + kept + "'\n");
+                std::string("info string ") + row.name + " set to '" + kept + "'\n"
+                    + (length > 0 ? row.effect : ""));
             EXPECT_EQ(engine_options.*row.field, kept);
         }
     }
