@@ -159,6 +159,18 @@ static bool set_bases(PairsData* pairs, i32 lengths, u32 num_syms)
     return codes_are_covered(pairs, lengths, num_syms);
 }
 
+// Finds for every start of a code the shortest length that it can have.
+static void set_shortest(PairsData* pairs)
+{
+    for (u32 start = 0; start < 256; start++) {
+        u8 i = 0;
+        while ((start << 24 | 0xffffff) < pairs->base[i]) {
+            i++;
+        }
+        pairs->shortest[start] = i;
+    }
+}
+
 static PairsData* new_pairs(i32 lengths, u32 num_syms, u64 table_size)
 {
     const size_t bases = static_cast<size_t>(lengths) * sizeof(u32);
@@ -198,6 +210,7 @@ PairsData* tb_setup_pairs(const u8* data, const u8* end, u64 table_size, i32 hig
         free(pairs);
         return nullptr;
     }
+    set_shortest(pairs);
     const u64 stretch = 1ULL << header.idx_bits;
     size[0] = index_entry_size * ((table_size + stretch - 1) >> header.idx_bits);
     size[1] = 2ULL * header.size_entries;
@@ -285,7 +298,7 @@ static inline i32 find_symbol(const PairsData* pairs, u64 block, i32* place)
     i32 lit = *place;
     for (;;) {
         const u32 top = static_cast<u32>(bits >> 32);
-        i32 i = 0;
+        i32 i = pairs->shortest[top >> 24];
         while (top < pairs->base[i]) {
             i++;
         }

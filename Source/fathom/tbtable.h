@@ -27,6 +27,7 @@ struct PairsData {
     i32 idx_bits;               // log2 of the values per index entry; 0 marks a one-value section
     i32 min_len;                // shortest code length, or the one value
     u32* base;                  // per length from min_len on: its smallest code, left-aligned
+    u8 shortest[256];           // by the next 8 bits: the first length to be tried, from min_len on
 };
 
 // One section: its decoding, and the order and weights of its pieces in the index.
