@@ -10,6 +10,7 @@
 #include "shell/run_state.h"
 #include "shell/think_loop.h"
 #include "shell/time_control.h"
+#include "tools/tool_search.h"
 
 static constexpr f64 seconds_per_position = 99.0;
 static constexpr i32 deepest_told_limit = 40; // a limit above it means that none was given
@@ -42,7 +43,8 @@ static constexpr const char* bench_texts[position_count] = {
     "r2q3r/1p1bbQ2/4p1Bk/3pP3/1n1P1P1p/pP6/Pn4PP/R1B1R1K1 w - -",
 };
 
-// Searches the console's position to its end. Input is read meanwhile: a stop ends this position.
+// Searches the console's position to its end. Input is read meanwhile: a stop ends this position,
+// and no command changes the limits of the others.
 static void search_position()
 {
     store(engine_state, EngineThinking); // so that check_time minds the limits
@@ -52,12 +54,14 @@ static void search_position()
             search_sync();
         }
     } else {
+        const SearchSetup setup = keep_setup();
         wake_workers();
         while (busy_workers() != 0) {
             tick_clock();
             poll_input();
             sleep_microseconds(pass_microseconds);
         }
+        restore_setup(&setup);
     }
     store(engine_state, EngineIdle);
     update_elapsed();

@@ -14,6 +14,7 @@
 #include "shell/think_loop.h"
 #include "shell/time_control.h"
 #include "tools/tool_input.h"
+#include "tools/tool_search.h"
 #include "tools/tools.h"
 
 static constexpr i32 line_size = 512;        // of a line, with its NUL
@@ -78,11 +79,11 @@ static void search_here(EpdRun* run, i32 number)
     run->quit = run->quit || quit_flag != 0;
 }
 
-// Searches the console's position. A command that comes meanwhile may set up another one, so it
-// is put back afterwards.
+// Searches the console's position. A command that comes meanwhile may set up another one or other
+// limits, so they are put back afterwards.
 static void search_position(EpdRun* run, i32 number)
 {
-    const Position searched = console_thread->pos;
+    const SearchSetup setup = keep_setup();
     if (load(hash_mode) != 0) {
         clear_hash_if_idle();
     }
@@ -96,8 +97,7 @@ static void search_position(EpdRun* run, i32 number)
     }
     store(engine_state, EngineIdle);
     collect_stats();
-    console_thread->pos = searched;
-    console_thread->undo_count = 0;
+    restore_setup(&setup);
 }
 
 static void add_to_totals(EpdTotals* totals)

@@ -13,6 +13,7 @@
 #include "shell/think_loop.h"
 #include "shell/time_control.h"
 #include "tools/tool_input.h"
+#include "tools/tool_search.h"
 #include "tools/tools.h"
 
 static constexpr i32 line_size = 255; // of a line, with its NUL
@@ -86,10 +87,11 @@ static bool is_usable(const Sample* sample)
 }
 
 // Searches the console's position on this thread. A command that comes meanwhile may set up
-// another one, so it is put back afterwards. Returns the score of worker 0.
+// another one or other limits, so they are put back afterwards: nothing but its limits ends the
+// next search. Returns the score of worker 0.
 static i32 search_sample(TuneFile* file)
 {
-    const Position searched = console_thread->pos;
+    const SearchSetup setup = keep_setup();
     prepare_search();
     store(engine_state, EngineThinking);
     search_sync();
@@ -102,8 +104,7 @@ static i32 search_sample(TuneFile* file)
     }
     file->quit = quit_flag != 0;
     store(engine_state, EngineIdle);
-    console_thread->pos = searched;
-    console_thread->undo_count = 0;
+    restore_setup(&setup);
     return score;
 }
 

@@ -70,6 +70,18 @@ TEST_F(BenchTest, NodeLimitsHold)
     EXPECT_LE(nodes, 120000);
 }
 
+TEST_F(BenchTest, CommandsTypedMeanwhileDoNotChangeTheLimits)
+{
+    node_limit_total = 100000;
+    const FedInput input;
+    input.feed("go depth 1 nodes 1\nucinewgame\n");
+    capture_output([] { run_benchmark(3); });
+    EXPECT_EQ(load(depth_limit), 17);
+    EXPECT_EQ(node_limit_total, 100000);
+    EXPECT_EQ(load(tc_moves), 1);
+    EXPECT_EQ(tc_seconds, 99.0);
+}
+
 TEST_F(BenchTest, SearchesTheFirstPositionsFromAnEmptyTable)
 {
     node_limit_total = 0;

@@ -293,6 +293,23 @@ TEST_F(EpdRunnerTest, CommandsDuringASearchDoNotChangeTheJudgement)
     EXPECT_TRUE(contains(out, "score= 6 / 6\n")) << out;
 }
 
+TEST_F(EpdRunnerTest, CommandsDuringASearchChangeTheLimitsOfNoOtherPosition)
+{
+    store(depth_limit, 7);
+    node_limit_total = 200000;
+    const f64 seconds = tc_seconds;
+    write_file("suite.epd", repeat(3, std::string(busy) + "\n"));
+    copy_text(epd_file, sizeof epd_file, "suite.epd");
+    const FedInput input;
+    input.feed("go infinite winc 1000\nucinewgame\n");
+    capture_output([] { run_epd_test(); });
+    EXPECT_EQ(load(depth_limit), 7);
+    EXPECT_EQ(node_limit_total, 200000);
+    EXPECT_EQ(load(tc_moves), 1);
+    EXPECT_EQ(tc_seconds, seconds);
+    EXPECT_EQ(tc_increment, 0.0);
+}
+
 // ---- Output
 
 TEST_F(EpdRunnerTest, QuietRunPrintsHeaderAndTableAlone)

@@ -150,6 +150,20 @@ TEST_F(TuneFileTest, QuitIsReadEvery256Positions)
     EXPECT_EQ(count_lines(read_file("tune_new.epd")), 255);
 }
 
+TEST_F(TuneFileTest, CommandsTypedMeanwhileDoNotChangeTheLimits)
+{
+    write_file("games.epd", repeat(300, std::string(quiet) + " ce 17; gr 0.5;\n"));
+    const FedInput input;
+    input.feed("go depth 4\n");
+    const f64 seconds = tc_seconds;
+    capture_output([] { make_tune_file("games.epd"); });
+    EXPECT_EQ(load(depth_limit), 0);
+    EXPECT_EQ(load(tc_moves), 1);
+    EXPECT_EQ(tc_seconds, seconds);
+    EXPECT_EQ(read_file("tune_new.epd"),
+        repeat(300, std::string(quiet) + " ce 17; gr 0.5;\n"));
+}
+
 TEST_F(TuneFileTest, CastlingRightWithoutItsRookEndsTheReading)
 {
     const std::string good = std::string(quiet) + " ce 17; gr 0.5;\n";
