@@ -314,7 +314,7 @@ void run_epd_test()
         test_positions(&run);
         report_totals(&run.totals);
         OutputFile* const files[] = { &run.analysis };
-        finish_outputs(files, 1);
+        finish_outputs(&run.input, files, 1);
     }
     close_input(&run.input);
 }

@@ -300,7 +300,7 @@ void scan_pgn(const char* file_name, i32 form)
         scan_games(&scan);
         hide_progress(&scan.input);
         OutputFile* const files[] = { &scan.out, &scan.refutations };
-        finish_outputs(files, 2);
+        finish_outputs(&scan.input, files, 2);
         print_plain(
             "games= %d, positions= %lld\n", scan.games, static_cast<long long>(scan.positions));
     }

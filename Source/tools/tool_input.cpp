@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <ctime>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "shell/output.h"
@@ -164,6 +165,12 @@ void hide_progress(ToolInput* input)
 
 // ---- Output
 
+static bool is_folder(const char* name)
+{
+    struct stat status;
+    return lstat(name, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 bool open_tool_output(const ToolInput* input, OutputFile* out, const char* name,
     const char* unfinished)
 {
@@ -173,7 +180,7 @@ bool open_tool_output(const ToolInput* input, OutputFile* out, const char* name,
         exit_status = 1;
         return false;
     }
-    const int error = open_output(out, name, unfinished);
+    const int error = is_folder(name) ? EISDIR : open_output(out, name, unfinished);
     if (error != 0) {
         complain(name, "cannot be opened for writing", error);
         exit_status = 1;
@@ -181,7 +188,8 @@ bool open_tool_output(const ToolInput* input, OutputFile* out, const char* name,
     return error == 0;
 }
 
-void finish_outputs(OutputFile* const* files, i32 count)
+// Closes a number of files. Returns whether all of them are complete.
+static bool close_outputs(OutputFile* const* files, i32 count)
 {
     bool complete = true;
     for (i32 i = 0; i < count; i++) {
@@ -190,6 +198,19 @@ void finish_outputs(OutputFile* const* files, i32 count)
             complain(files[i]->name, "cannot be written", error);
             complete = false;
         }
+    }
+    return complete;
+}
+
+void finish_outputs(const ToolInput* input, OutputFile* const* files, i32 count)
+{
+    bool complete = close_outputs(files, count);
+    if (complete && ferror(input->lines.file)) {
+        for (i32 i = 0; i < count; i++) {
+            fprintf(stderr, "%s: not replaced, what could be made stays in %s\n", files[i]->name,
+                files[i]->unfinished);
+        }
+        return; // closing the input says why
     }
     for (i32 i = 0; i < count; i++) {
         if (!complete) {

@@ -52,14 +52,15 @@ void show_progress(ToolInput* input, const char* what, i64 number);
 // Takes the line away, before others are printed.
 void hide_progress(ToolInput* input);
 
-// open_output; returns false after a message and with exit_status 1 if that fails, or if the output
-// would take the place of the file that is read.
+// open_output; returns false after a message and with exit_status 1 if that fails, if the output
+// would take the place of the file that is read, or if a folder has its name: a run may take hours,
+// and only its end would tell.
 bool open_tool_output(const ToolInput* input, OutputFile* out, const char* name,
     const char* unfinished);
 
 // Closes and publishes a number of files, all or none of them; a message and exit_status 1 tell
-// of a failure.
-void finish_outputs(OutputFile* const* files, i32 count);
+// of a failure. If the input could not be read to its end, they keep their unfinished names.
+void finish_outputs(const ToolInput* input, OutputFile* const* files, i32 count);
 
 // Closes a file and drops it.
 void drop_output(OutputFile* out);

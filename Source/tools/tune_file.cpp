@@ -201,7 +201,7 @@ void make_tune_file(const char* path)
         use_lines(&file);
         OutputFile* const files[] = { &file.out };
         hide_progress(&file.input);
-        finish_outputs(files, 1);
+        finish_outputs(&file.input, files, 1);
     }
     close_input(&file.input);
 }

@@ -1,5 +1,7 @@
 // The PGN scanner: how moves, comments and tags are read, the four forms, and what happens when
 // the input is damaged or the output cannot be written.
+#include "tools/tool_input.h"
+
 #include "tools_support.h"
 
 static const char* const start_fen = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
@@ -572,15 +574,53 @@ TEST_F(PgnScanTest, OutputThatCannotBeOpenedEndsTheRun)
     EXPECT_FALSE(exists("tmp.epd.part"));
 }
 
+TEST_F(PgnScanTest, FolderUnderTheNameOfAnOutputEndsTheRunAtItsStart)
+{
+    for (const char* name : { "tmp.epd", "tmpX.epd" }) {
+        block(name);
+        const ToolRun run = scan(3, game("e4 {0/1}"));
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(
+            run.errors, std::string(name) + ": cannot be opened for writing: Is a directory\n");
+        EXPECT_EQ(exit_status, 1);
+        EXPECT_FALSE(exists("tmp.epd.part"));
+        EXPECT_FALSE(exists("tmpX.epd.part"));
+        std::filesystem::remove_all(name);
+        EXPECT_FALSE(exists("tmp.epd"));
+    }
+}
+
 TEST_F(PgnScanTest, OutputThatCannotBeReplacedIsNamed)
 {
-    block("tmp.epd");
-    const ToolRun run = scan(3, game("e4 {0/1}"));
-    EXPECT_EQ(run.out, "games= 1, positions= 1\n");
+    write_file("games.pgn", "");
+    const ToolRun run = run_tool([] {
+        static ToolInput input;
+        OutputFile out;
+        ASSERT_TRUE(open_input(&input, "games.pgn"));
+        ASSERT_TRUE(open_tool_output(&input, &out, "tmp.epd", "tmp.epd.part"));
+        block("tmp.epd"); // while the tool runs
+        OutputFile* const files[] = { &out };
+        finish_outputs(&input, files, 1);
+        close_input(&input);
+    });
     EXPECT_EQ(run.errors, "tmp.epd: cannot be replaced: Is a directory\n");
     EXPECT_EQ(exit_status, 1);
     EXPECT_FALSE(exists("tmp.epd.part"));
-    EXPECT_FALSE(exists("tmpX.epd.part"));
+}
+
+TEST_F(PgnScanTest, InputThatCannotBeReadToItsEndLeavesTheOldFiles)
+{
+    write_file("tmp.epd", "old");
+    const ToolRun run = scan_file(3, "/proc/self/mem"); // a regular file that gives an error
+    EXPECT_EQ(run.out, "games= 0, positions= 0\n");
+    EXPECT_EQ(run.errors,
+        "tmp.epd: not replaced, what could be made stays in tmp.epd.part\n"
+        "tmpX.epd: not replaced, what could be made stays in tmpX.epd.part\n"
+        "/proc/self/mem: cannot be read to its end\n");
+    EXPECT_EQ(exit_status, 1);
+    EXPECT_EQ(read_file("tmp.epd"), "old");
+    EXPECT_EQ(read_file("tmp.epd.part"), "\n");
+    EXPECT_FALSE(exists("tmpX.epd"));
 }
 
 TEST_F(PgnScanTest, FullDiskLeavesTheOldFilesAndGivesStatus1)
