@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -120,13 +122,34 @@ int close_written_file(FILE* file)
     return error;
 }
 
+// Whether a run that has not ended holds the lock of a file: taking the file from it would mix up
+// its results with those of the other run.
+static bool is_being_written(const char* name)
+{
+    const int descriptor = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) {
+        return false;
+    }
+    const bool locked = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    close(descriptor);
+    return locked;
+}
+
 int open_output(OutputFile* out, const char* name, const char* unfinished)
 {
     out->name = name;
     out->unfinished = unfinished;
+    out->file = nullptr;
+    if (is_being_written(unfinished)) {
+        return EBUSY;
+    }
     unlink(unfinished);
     out->file = fopen(unfinished, "wbxe");
-    return out->file != nullptr ? 0 : errno;
+    if (out->file == nullptr) {
+        return errno;
+    }
+    flock(fileno(out->file), LOCK_EX | LOCK_NB);
+    return 0;
 }
 
 int close_output(OutputFile* out)

@@ -44,7 +44,7 @@ struct OutputFile {
     const char* unfinished; // what it is called until then; an older file of that name is lost
 };
 
-// Opens a file for writing. Returns 0 or the error.
+// Opens a file for writing. Returns 0 or the error; EBUSY if another run is writing it just now.
 int open_output(OutputFile* out, const char* name, const char* unfinished);
 
 // Writes what is left and closes the file, which keeps its unfinished name. Returns 0, or the

@@ -79,3 +79,22 @@ TEST_F(FilesTest, ReasonOfAFailedWriteIsTold)
     EXPECT_EQ(close_output(&out), ENOSPC);
     EXPECT_FALSE(std::filesystem::exists("out.txt.part"));
 }
+
+TEST_F(FilesTest, SecondRunDoesNotTakeTheFileFromTheFirst)
+{
+    OutputFile first;
+    OutputFile second;
+    ASSERT_EQ(open_output(&first, "out.txt", "out.txt.part"), 0);
+    EXPECT_EQ(open_output(&second, "out.txt", "out.txt.part"), EBUSY);
+    fputs("first", first.file);
+    EXPECT_EQ(close_output(&first), 0);
+    EXPECT_EQ(publish_output(&first), 0);
+    EXPECT_EQ(read_file("out.txt"), "first");
+    // What a killed run has left behind is nobody's.
+    write_file("out.txt.part", "rest");
+    ASSERT_EQ(open_output(&second, "out.txt", "out.txt.part"), 0);
+    fputs("second", second.file);
+    EXPECT_EQ(close_output(&second), 0);
+    EXPECT_EQ(publish_output(&second), 0);
+    EXPECT_EQ(read_file("out.txt"), "second");
+}
