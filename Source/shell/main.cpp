@@ -18,6 +18,7 @@
 #include "search/threads.h"
 #include "shell/command_line.h"
 #include "shell/engine_options.h"
+#include "shell/files.h"
 #include "shell/options.h"
 #include "shell/output.h"
 #include "shell/run_state.h"
@@ -151,6 +152,15 @@ static void run(RunMode mode)
     }
 }
 
+// The offline tools print results that somebody waits for; a full disk must not pass for success.
+static void report_lost_output()
+{
+    if (output_error() != 0) {
+        complain("standard output", "cannot be written", output_error());
+        exit_status = 1;
+    }
+}
+
 static void tear_down()
 {
     destroy_workers(num_threads);
@@ -171,6 +181,9 @@ int main(int argc, char** argv)
         return 1;
     }
     run(mode);
+    if (mode != ModeThink) {
+        report_lost_output();
+    }
     tear_down();
     return exit_status;
 }

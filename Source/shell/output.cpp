@@ -25,6 +25,8 @@ static constexpr char log_name[] = "vesk.log";
 constinit SpinLock output_lock { false };
 constinit FILE* log_file = nullptr;
 
+static constinit Shared<i32> last_output_error {};
+
 void lock_spin(SpinLock* lock)
 {
     for (i32 tries = 0; lock->taken.exchange(true, std::memory_order_acquire); ++tries) {
@@ -62,6 +64,7 @@ static void write_pieces(const char* text, size_t text_size, const char* tail, s
                 pollfd writable = { STDOUT_FILENO, POLLOUT, 0 };
                 poll(&writable, 1, -1);
             } else if (errno != EINTR) {
+                store(last_output_error, errno);
                 return;
             }
             continue;
@@ -134,6 +137,11 @@ void print_plain(const char* format, ...)
     lock_spin(&output_lock);
     write_pieces(text, strlen(text), nullptr, 0);
     unlock_spin(&output_lock);
+}
+
+i32 output_error()
+{
+    return load(last_output_error);
 }
 
 void log_line(const char* format, ...)

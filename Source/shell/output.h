@@ -27,6 +27,9 @@ void print_line(const char* text);
 // write, under output_lock; cut at 8 KB.
 [[gnu::format(printf, 1, 2)]] void print_plain(const char* format, ...);
 
+// The error that kept a line from standard output, 0 if all of them have left.
+i32 output_error();
+
 // Writes a formatted line to the log alone, if one is open; whether logging is on is the caller's
 // to ask.
 [[gnu::format(printf, 1, 2)]] void log_line(const char* format, ...);

@@ -15,6 +15,7 @@ Each transcript runs in an empty directory of its own. One step a line; '#' star
   pipe NAME              makes a named pipe
   filesize BYTES         limits the length of the files that the engine writes (first steps only)
   crowd NAME COUNT       makes a directory with so many empty files in it
+  full                   what the engine prints finds no space (first steps only)
   send TEXT              a line of input
   raw TEXT               bytes of input as they stand, with Python's escapes, no line feed added
   repeat N TEXT          the same N times
@@ -84,7 +85,7 @@ def terminal(engine):
 class Engine:
     """The process, with a thread that turns its output into lines."""
 
-    def __init__(self, path, words, folder, on_terminal, file_size):
+    def __init__(self, path, words, folder, on_terminal, file_size, full):
         self.folder = folder
         self.on_terminal = on_terminal
         self.errors = open(os.path.join(folder, ".stderr"), "w+b")
@@ -95,13 +96,14 @@ class Engine:
 
         self.process = subprocess.Popen(
             [path] + words, cwd=folder, stdin=inner or subprocess.PIPE,
-            stdout=inner or subprocess.PIPE, stderr=self.errors, bufsize=0,
+            stdout=open("/dev/full", "wb") if full else inner or subprocess.PIPE,
+            stderr=self.errors, bufsize=0,
             preexec_fn=file_size and limit_files)
         if on_terminal:
             os.close(inner)
         else:
             self.input = self.process.stdin
-            self.output = self.process.stdout
+            self.output = self.process.stdout or open(os.devnull, "rb")
         self.lines = deque()
         self.history = []
         self.never = []
@@ -205,6 +207,7 @@ class Run:
         self.words = []
         self.on_terminal = False
         self.file_size = None
+        self.full = False
         self.ended = False
         self.open_file = None
         self.remembered = {}
@@ -214,7 +217,7 @@ class Run:
     def started(self):
         if self.engine is None:
             self.engine = Engine(
-                self.path, self.words, self.folder, self.on_terminal, self.file_size)
+                self.path, self.words, self.folder, self.on_terminal, self.file_size, self.full)
         return self.engine
 
     def play(self):
@@ -285,6 +288,9 @@ class Run:
 
     def do_pipe(self, rest):
         os.mkfifo(os.path.join(self.folder, rest))
+
+    def do_full(self, _):
+        self.full = True
 
     def do_filesize(self, rest):
         self.file_size = int(rest)

@@ -139,6 +139,7 @@ TEST_F(OutputTest, OutputThatCannotBeWrittenIsGivenUp)
     print_line("nobody hears this");
     dup2(kept, STDOUT_FILENO);
     close(kept);
+    EXPECT_EQ(output_error(), EBADF);
     EXPECT_EQ(capture_output([] { print_line("this they hear"); }), "this they hear\n");
 }
 
