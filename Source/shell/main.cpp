@@ -78,15 +78,17 @@ static bool init_records()
     return true;
 }
 
-// Makes what the command line has asked for. Returns whether all of it could be had.
+// Makes what the command line has asked for. Returns false after a message if it cannot be had.
 static bool init_resources()
 {
     num_threads = engine_options.threads;
-    if (create_workers(num_threads) != 0) {
+    if (const i32 error = create_workers(num_threads); error != 0) {
+        complain("threads", "cannot be started", error);
         return false;
     }
     hash_mb = engine_options.hash;
     if (!alloc_hash()) {
+        fprintf(stderr, "no memory for a hash table of %d megabytes\n", hash_mb);
         return false;
     }
     if (engine_options.log != 0 && !open_log()) {
