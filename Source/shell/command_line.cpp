@@ -83,7 +83,7 @@ static void set_nodes(const char* value)
 static void set_node_rate(const char* value)
 {
     const f64 rate = read_real(value);
-    store(target_nps, rate);
+    store(target_nps, std::max(rate, 0.0)); // below it no search would end before its time
     engine_options.limit_strength = 1;
     engine_options.elo = narrow_to_i16(elo_of_nps(rate));
     print_plain("Elo= %d\n", engine_options.elo);
@@ -116,15 +116,25 @@ static void set_example_table_path(const char*)
     copy_text(engine_options.syzygy_path, file_option_size, example_table_path);
 }
 
+// A name that is cut may be that of another file, so the run must not pass for a good one.
+static void set_file_name(char* name, size_t size, const char* value)
+{
+    copy_text(name, size, value);
+    if (strlen(value) >= size) {
+        fprintf(stderr, "%s: only the first %zu characters of a name are read\n", value, size - 1);
+        exit_status = 1;
+    }
+}
+
 static void set_epd_test(const char* value)
 {
-    copy_text(epd_file, sizeof epd_file, value);
+    set_file_name(epd_file, sizeof epd_file, value);
     run_mode = ModeEpdTest;
 }
 
 static void set_tool_file(const char* value)
 {
-    copy_text(tool_file, sizeof tool_file, value);
+    set_file_name(tool_file, sizeof tool_file, value);
 }
 
 static void set_match(const char* value)
@@ -161,7 +171,7 @@ static void set_make_book(const char* value)
 
 static void set_make_tune(const char* value)
 {
-    copy_text(epd_file, sizeof epd_file, value);
+    set_file_name(epd_file, sizeof epd_file, value);
     run_mode = ModeMakeTune;
 }
 

@@ -90,13 +90,20 @@ TEST_F(CommandLineTest, FilesGoToTheirTools)
 TEST_F(CommandLineTest, LongTextsAreCutToTheirFields)
 {
     const std::string path(5000, 'p');
-    read({ "-cfg", path, "-book", path, "-tbpath", path, "-anepd", path, "-mkbook", path });
+    const std::string errors = capture_errors([&] {
+        read({ "-cfg", path, "-book", path, "-tbpath", path, "-anepd", path, "-mkbook", path });
+    });
     EXPECT_EQ(engine_options.config_file_path, std::string(143, 'p'));
     EXPECT_EQ(engine_options.own_book_file, std::string(143, 'p'));
     EXPECT_EQ(engine_options.syzygy_path, std::string(143, 'p'));
     EXPECT_EQ(epd_file, std::string(139, 'p'));
     EXPECT_EQ(tool_file, std::string(143, 'p'));
     EXPECT_EQ(engine_options.own_book, 0);
+    // A tool that reads a file of a cut name says so.
+    EXPECT_EQ(errors,
+        path + ": only the first 139 characters of a name are read\n" + path
+            + ": only the first 143 characters of a name are read\n");
+    EXPECT_EQ(exit_status, 1);
 }
 
 TEST_F(CommandLineTest, TheExamplePathFillsItsField)
@@ -171,9 +178,10 @@ TEST_F(CommandLineTest, ANodeRateGivesItsElo)
 
 TEST_F(CommandLineTest, AbsurdNodeRatesAreHarmless)
 {
-    for (const char* text : { "0", "-1", "-5", "1e308", "nan", "inf", "x" }) {
+    for (const char* text : { "0", "-1", "-5", "-inf", "1e308", "nan", "inf", "x" }) {
         const std::string line = capture_output([text] { read({ "-nps", text }); });
         EXPECT_EQ(line, "Elo= " + std::to_string(engine_options.elo) + "\n") << text;
+        EXPECT_GE(load(target_nps), 0.0) << text;
     }
 }
 
