@@ -67,7 +67,7 @@ pgo:
 
 ttune:
 	$(call build,tune,$(level))
-	cp -f build/tune/vesk vesk
+	cp -f build/tune/vesk-tune vesk-tune
 
 micro:
 	$(call build,micro,$(level))
@@ -82,4 +82,4 @@ format:
 		bench/*.cpp
 
 clean:
-	rm -rf build vesk
+	rm -rf build vesk vesk-tune

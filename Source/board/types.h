@@ -137,6 +137,13 @@ inline void store_release(Shared<T>& shared, U value)
     shared.value.store(static_cast<T>(value), std::memory_order_release);
 }
 
+// Whether this is the tuning build, in which the evaluation notes how often each weight counts.
+#if defined(VESK_TUNE)
+inline constexpr bool tuning = true;
+#else
+inline constexpr bool tuning = false;
+#endif
+
 // A check for developers; the debug and sanitizer builds define VESK_DEBUG.
 #if defined(VESK_DEBUG)
 [[noreturn]] void debug_check_failed(const char* condition, const char* file, int line);

@@ -18,6 +18,26 @@ enum TallyRow : i32 {
     TallyCount,
 };
 
+#if defined(VESK_TUNE)
+// One addition of a weight: how often, negative for black. A weight may be noted several times.
+struct TermNote {
+    i32 weight;                 // entry of the weight table
+    f32 count;                  // a fraction where the term takes a part of the weight
+};
+
+// All additions of one evaluation: the score before the scale factor is their sum, but for what
+// is cut off at each part of a weight and in the blend of middle game and end game.
+// A piece is part of seven terms at most, and all others together of less than 64.
+inline constexpr i32 most_term_notes = 7 * 64 + 64;
+struct TermNotes {
+    i32 count;                  // 0 if the position was judged without weights, or from ply 2 on
+    i32 fractions;              // how many notes are parts of a weight
+    f32 scale_ahead[2];         // the scale factor with white or with black ahead
+    f32 scale;                  // the one that was taken
+    TermNote list[most_term_notes];
+};
+#endif
+
 // Everything one call of evaluate fills; rewritten by each full evaluation.
 // Side index 0 is white, 1 black.
 struct EvalWork {
@@ -46,6 +66,9 @@ struct EvalWork {
     u8 trace;
     f32 phase;                  // 0 full material, 1 bare kings
     i32 tally[TallyCount][2];   // copies of score for the printed table
+#if defined(VESK_TUNE)
+    TermNotes notes;
+#endif
 };
 
 // One slot of a thread's evaluation cache.

@@ -148,6 +148,9 @@ i32 evaluate(SearchThread* thread, i32 side, i32 ply, i32 in_check, i32 trace)
     work->trace = static_cast<u8>(trace);
     work->occupied = pos->bb[White][0] | pos->bb[Black][0];
     add(thread->counters[CountEvals], 1);
+    if constexpr (tuning) {
+        clear_notes(work);
+    }
     if (in_check != 0) {
         return no_eval;
     }
@@ -180,6 +183,9 @@ i32 evaluate(SearchThread* thread, i32 side, i32 ply, i32 in_check, i32 trace)
     slot->danger[Black] = work->danger[Black];
     slot->score = static_cast<i16>(score);
     publish_danger(thread, ply, work->danger);
+    if constexpr (tuning) {
+        publish_notes(work, scale);
+    }
     if (trace != 0) {
         print_eval_trace(work, tapered, scale);
     }

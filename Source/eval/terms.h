@@ -1,9 +1,10 @@
 // The terms of the evaluation, and the few routines through which they add weights.
-// Every use of a weight goes through add_weight or add_fraction, so that a tuning build has one
-// place where it learns how often a weight counts in a position.
+// Every use of a weight goes through add_weight or add_fraction, so that the tuning build has one
+// place where it notes how often a weight counts in a position.
 #pragma once
 
 #include "board/position.h"
+#include "eval/term_notes.h"
 #include "eval/weights.h"
 
 inline constexpr u64 file_a = 0x0101010101010101ULL;
@@ -52,6 +53,7 @@ inline void add_weight(EvalWork* work, i32 side, i32 weight, i32 count = 1)
 {
     const u32 word = static_cast<u32>(eval_words[weight]);
     add_word(work, side, static_cast<i32>(word * static_cast<u32>(count)));
+    note_term(work, side, weight, static_cast<f32>(count), false);
 }
 
 // Adds fraction times a scalar weight to the account of side. The real values are taken, so that
@@ -63,6 +65,7 @@ inline void add_fraction(EvalWork* work, i32 side, i32 weight, f32 fraction)
     const i32 mg = static_cast<i32>(static_cast<i64>(real->mg * factor));
     const i32 eg = static_cast<i32>(static_cast<i64>(real->eg * factor));
     add_word(work, side, pair(mg, eg));
+    note_term(work, side, weight, fraction, true);
 }
 
 // Adds to the danger of side, which is kept in 16 bits.

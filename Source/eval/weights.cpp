@@ -3,15 +3,19 @@
 // scaling never accumulates from one rebuild to the next.
 #include "eval/weights.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unistd.h>
 
 #include "board/position.h"
 #include "eval/pst_defaults.h"
 #include "shell/output.h"
 #include "shell/run_state.h"
+
+static constexpr char unfinished_name[] = "params.part"; // renamed once it is complete
 
 constinit EvalParam eval_params[weight_count] = {};
 constinit i32 eval_param_count = 0;
@@ -259,6 +263,33 @@ void load_params_file()
         }
     }
     fclose(file);
+}
+
+int save_params_file()
+{
+    FILE* const file = fopen(unfinished_name, "we");
+    if (file == nullptr) {
+        return errno;
+    }
+    errno = 0;
+    for (i32 index = 0; index < eval_param_count; ++index) {
+        const EvalParam* entry = &eval_params[index];
+        fprintf(file, "fset(\"%s\",%d,%d);\n", entry->name, score_mg(entry->packed),
+            score_eg(entry->packed));
+    }
+    const bool failed = ferror(file) != 0;
+    int error = failed ? errno : 0;
+    if (fclose(file) != 0 && error == 0) {
+        error = errno;
+    }
+    if (error == 0 && rename(unfinished_name, params_file) != 0) {
+        error = errno;
+    }
+    if (error != 0 || failed) {
+        unlink(unfinished_name);
+        return error != 0 ? error : EIO;
+    }
+    return 0;
 }
 
 i32 scale_params(const char* needle, const WeightScale scale)

@@ -93,6 +93,11 @@ void fset(const char* name, i32 mg, i32 eg);
 // without a name and two integers are passed over.
 void load_params_file();
 
+// Writes all entries to params_file in the working directory, in the form that load_params_file
+// reads. The old file stays until the new one is complete. Returns 0, or the error that kept the
+// file from being written.
+int save_params_file();
+
 // Scales every entry whose name contains needle by the two percentages. Returns 1 if there was
 // none, else 0.
 i32 scale_params(const char* needle, const WeightScale scale);

@@ -11,6 +11,7 @@
 #include "board/notation.h"
 #include "book/book.h"
 #include "eval/evaluate.h"
+#include "eval/weights.h"
 #include "search/hash.h"
 #include "search/params.h"
 #include "search/search.h"
@@ -23,6 +24,7 @@
 #include "shell/text_values.h"
 #include "shell/think_loop.h"
 #include "shell/time_control.h"
+#include "tools/tools.h"
 
 static constexpr i32 most_words = 10;
 static constexpr i32 word_size = 128;
@@ -32,6 +34,10 @@ static constexpr f64 unlimited_seconds = 99999.0; // a search by depth alone
 static constexpr u8 kept_hash_mode = 2;           // from here on a search by depth keeps the table
 static constexpr i32 trace_table = 1;             // what evaluate prints
 static constexpr i32 trace_weights = 2;
+static constexpr char tune_file[] = "tune.epd";
+static constexpr i32 tune_method = 5;           // one that takes no samples
+static constexpr i64 tune_limit = 500000000;    // samples
+static constexpr f64 tune_rate = 0.001;
 static constexpr char test_file[] = "test.epd";
 static constexpr i32 test_line_size = 255;
 static constexpr size_t shortest_epd = 9; // characters; a shorter line is no position
@@ -362,9 +368,27 @@ static void tag_position(Words*, const char*)
     tagged_key = console_thread->pos.key;
 }
 
-// The word is taken, so that it is no move, but training has to be built in first.
-static void tune(Words*, const char*)
+// Takes one step at the position and walks the training file by a method that takes no samples:
+// only a tuning build is made for more. Names restrict what the tuner may change from the next
+// rebuild of the weights on.
+static void tune(Words* words, const char*)
 {
+    static_assert(tune_list_size == most_words - 1);
+    if (words->text[1][0] == '\0') {
+        return;
+    }
+    end_search_silently();
+    if (is_refused(&console_thread->pos)) {
+        return;
+    }
+    tune_count = 0;
+    for (i32 i = 1; i < most_words && words->text[i][0] != '\0'; i++) {
+        copy_text(tune_list[tune_count++], sizeof tune_list[0], words->text[i]);
+    }
+    copy_text(epd_file, sizeof epd_file, tune_file);
+    tune_step(&console_thread->pos, 0.0f, -1.0f);
+    train_epd(epd_file, tune_method, tune_limit, tune_rate);
+    print_plain("done!\n");
 }
 
 // Plays a move of the game. The engine does not answer by itself. A text that is empty without its

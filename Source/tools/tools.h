@@ -17,9 +17,28 @@ void scan_pgn(const char* file_name, i32 form);
 // Writes tuning data made from the positions of path.
 void make_tune_file(const char* path);
 
-// One gradient step of the tuner at pos. target is the wanted result in 0..1 from the side to
-// move's view. Returns the evaluation before the step.
+// Positions that were trained on, and the sum of their errors; they live as long as the process.
+extern i64 samples;
+extern f64 err_sum;
+
+// One gradient step of the tuner at pos, which must be the position of its thread. target is the
+// wanted result in 0..1 from the side to move's view. Returns the evaluation before the step.
 i32 tune_step(Position* pos, f32 target, f32 rate);
 
-// Trains the weights on the positions of path.
+// The same, counted in samples and err_sum.
+i32 tune_sampled_step(Position* pos, f32 target, f32 rate);
+
+// Takes steps along one random line of at most depth moves from pos, each towards the position's
+// own evaluation. index is the ply of the move list, 1 at the root, as thread->ply. Returns the
+// score of the line's end from the side to move's view, 0 if the material has become one-sided,
+// -9999 where there is no legal move.
+i32 tune_sample(Position* pos, i32 index, u32 depth, f32 rate);
+
+// Walks the training file path pass by pass until quit_flag is set. With method 1 it trains: it
+// measures the error of the evaluation, takes a step per position and writes the weights file, and
+// ends when samples has reached limit. A missing file ends it without a word. Leaves depth_limit,
+// noise and the option Hash changed. Console's position, main thread, workers idle.
 void train_epd(const char* path, i32 method, i64 limit, f64 rate);
+
+// Writes the weights file; tells standard error and exit_status when that fails.
+void write_weights();

@@ -37,6 +37,7 @@ PUBLIC = LEAVES | {
     "eval/weights.h", "eval/evaluate.h",
     "search/search.h", "search/hash.h", "search/threads.h", "search/params.h", "search/info.h",
     "shell/think_loop.h", "shell/time_control.h", "shell/options.h", "shell/text_values.h",
+    "shell/input.h",
     "book/book.h",
     "fathom/tbcore.h", "fathom/tbprobe.h",
 }

@@ -1,0 +1,38 @@
+// From the terms of an evaluation to the derivatives of its score, for the tuning build alone.
+// A root of a worker's search is noted as well but not published: coef belongs to the main thread.
+#include "eval/term_notes.h"
+
+#include "board/position.h"
+#include "eval/terms.h"
+#include "eval/weights.h"
+
+static bool is_published(const EvalWork* work)
+{
+    return work->thread == console_thread && work->ply < first_cached_ply;
+}
+
+void clear_notes(EvalWork* work)
+{
+    work->notes.count = 0;
+    work->notes.fractions = 0;
+    if (is_published(work)) {
+        for (EvalParam& entry : eval_params) {
+            entry.coef = 0.0f;
+        }
+    }
+}
+
+void publish_notes(EvalWork* work, f32 scale)
+{
+    TermNotes* notes = &work->notes;
+    notes->scale = scale;
+    notes->scale_ahead[White] = scale_factor(work, 1);
+    notes->scale_ahead[Black] = scale_factor(work, -1);
+    if (!is_published(work)) {
+        return;
+    }
+    for (i32 i = 0; i < notes->count; ++i) {
+        const TermNote* note = &notes->list[i];
+        eval_params[note->weight].coef += note->count * scale;
+    }
+}

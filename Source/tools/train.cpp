@@ -1,0 +1,205 @@
+// The training loop over a file of positions with results. It writes the weights as they stand
+// from time to time; without a tuning build they are those that it began with.
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "board/notation.h"
+#include "board/position.h"
+#include "eval/weights.h"
+#include "shell/engine_options.h"
+#include "shell/input.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+#include "shell/think_loop.h"
+#include "tools/tools.h"
+#include "tools/training_line.h"
+
+static constexpr i32 training_method = 1;
+static constexpr i64 samples_per_poll = 8000;
+static constexpr i64 samples_per_save = 300000;
+static constexpr i64 samples_per_report = 2000000;
+static constexpr f64 worst_average = 1.0;
+
+// One call of train_epd.
+struct Training {
+    FILE* file;
+    i32 method;
+    i64 limit;
+    f64 rate;
+    i32 pass;
+    i64 lines;              // used in this pass
+    f64 pass_start;         // err_sum at the start of the pass
+    f64 report_start;       // err_sum at the last report
+    f64 best;               // least average error of a report
+};
+
+static constinit bool training_runs = false;
+
+void write_weights()
+{
+    // A limit of the file's size is to be an error of a write, not the end of the process.
+    signal(SIGXFSZ, SIG_IGN);
+    const int error = save_params_file();
+    if (error != 0) {
+        fprintf(stderr, "%s: cannot be written: %s\n", params_file, strerror(error));
+        exit_status = 1;
+    }
+}
+
+static bool read_line(const Training* training, char* line)
+{
+    return fgets(line, training_line_length + 1, training->file) != nullptr;
+}
+
+// Ends a pass and begins the next one with its first line. Returns false if there is none, or if
+// the user has asked for the end: input is looked at here too, as without samples nothing else
+// would end the loop.
+static bool start_next_pass(Training* training, char* line)
+{
+    const f64 growth = err_sum - training->pass_start;
+    const f64 lines = static_cast<f64>(training->lines);
+    print_plain("avg err= %0.5f\n", training->lines == 0 ? 0.0 : growth / lines);
+    training->pass_start = err_sum;
+    training->pass++;
+    const i32 sought = rewind_text(training->file);
+    print_plain("pass = %d, rewinding EPD file\n", training->pass);
+    if (sought != 0) {
+        print_line("error setting file position");
+    }
+    store(stop_code, StopNone);
+    poll_input();
+    if (quit_flag != 0 || load(stop_code) == StopReportGame || input_is_over()
+        || !read_line(training, line)) {
+        return false;
+    }
+    training->lines = 0;
+    return true;
+}
+
+// The target of the line from the view of the side to move, out of its score and its result.
+static f32 target_of(const Training* training, const char* line, i64 score)
+{
+    const i32 side = console_thread->pos.stm;
+    f64 result = read_result(line, side);
+    f32 target = sigmoid(static_cast<f32>(score));
+    if (read_bracket_result(line, side, &result)) {
+        target = static_cast<f32>(result);
+    }
+    return training->method == training_method && result >= 0.0 ? blend_target(result, target)
+                                                                : target;
+}
+
+static void report_average(Training* training)
+{
+    const f64 average
+        = (err_sum - training->report_start) / static_cast<f64>(samples_per_report);
+    training->report_start = err_sum;
+    const bool is_best = average < training->best;
+    if (is_best) {
+        training->best = average;
+    }
+    print_plain("  %.0fM positions, lr= %0.1e, avg_err= %0.5f %s\n",
+        static_cast<f64>(samples) * 1e-6, training->rate, average, is_best ? " *" : "  ");
+}
+
+// What is due after certain numbers of samples. Returns false if the user has asked for the end.
+static bool do_periodic_work(Training* training)
+{
+    if (samples % samples_per_poll == samples_per_poll - 1) {
+        poll_input();
+        if (load(stop_code) == StopReportGame) {
+            return false;
+        }
+    }
+    if (samples % samples_per_save == samples_per_save - 1) {
+        write_weights();
+    }
+    if (samples % samples_per_report == samples_per_report - 1) {
+        report_average(training);
+    }
+    return true;
+}
+
+// Works on one line. Returns false if the loop is to end there.
+static bool use_line(Training* training, char* line)
+{
+    char position[epd_pos_size];
+    char score_text[epd_operand_size];
+    char other[4][epd_operand_size];
+    read_epd_ops(line, position, other[0], other[1], other[2], score_text, other[3]);
+    Position* pos = &console_thread->pos;
+    if (parse_epd(pos, position) != 0) {
+        line[strcspn(line, "\r\n")] = '\0';
+        print_plain("%s\n", line);
+        return false;
+    }
+    store(stop_code, StopNone);
+    const i64 score = strtoll(score_text, nullptr, 10);
+    // A board that cannot be evaluated is passed over like a score out of range.
+    if (score < -largest_training_score || score > largest_training_score
+        || position_defect(pos) != nullptr) {
+        return true;
+    }
+    const f32 target = target_of(training, line, score);
+    if (training->method == training_method) {
+        tune_sampled_step(pos, target, static_cast<f32>(training->rate));
+    }
+    if (!do_periodic_work(training)) {
+        return false;
+    }
+    training->lines++;
+    return training->limit > samples;
+}
+
+static void walk_file(Training* training)
+{
+    char line[training_line_length + 1];
+    while (quit_flag == 0) {
+        if (!read_line(training, line) && !start_next_pass(training, line)) {
+            return;
+        }
+        if (!is_comment(line) && !use_line(training, line)) {
+            return;
+        }
+    }
+}
+
+static void train_on(Training* training, const char* path)
+{
+    if (fseek(training->file, 0, SEEK_END) != 0) {
+        return;
+    }
+    print_plain("Training using %s, %0.0f bytes ...\n", path,
+        static_cast<f64>(ftell(training->file)));
+    rewind_text(training->file);
+    training_runs = true;
+    walk_file(training);
+    training_runs = false;
+    print_plain("\ndone.\n");
+}
+
+void train_epd(const char* path, i32 method, i64 limit, f64 rate)
+{
+    if (training_runs) {
+        return;                 // asked for by a command that came in the middle of it
+    }
+    samples = 0;
+    err_sum = 0.0;
+    srand(static_cast<unsigned>(time(nullptr)));
+    store(depth_limit, 1);
+    engine_options.hash = 0;
+    publish_options();
+    store(noise, silent_noise);
+    FILE* file = open_regular_file(path);
+    if (file == nullptr) {
+        return;
+    }
+    Training training = { file, method, limit, rate, 1, 0, 0.0, 0.0, worst_average };
+    train_on(&training, path);
+    fclose(file);
+}

@@ -1,0 +1,79 @@
+// Reading of results out of training lines. Nothing is taken from behind the end of the operand.
+#include "tools/training_line.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "shell/output.h"
+
+static constexpr size_t longest_number = 15; // characters of gr
+
+bool is_comment(const char* line)
+{
+    return line[0] == ' ' || line[0] == '#' || line[0] == ';';
+}
+
+// The operand behind word, up to closing or the end of the line; out is empty if there is none.
+static bool find_operand(const char* line, const char* word, char closing, char* out, size_t size)
+{
+    const char* start = strstr(line, word);
+    out[0] = '\0';
+    if (start == nullptr) {
+        return false;
+    }
+    start += strlen(word);
+    const char* end = strchr(start, closing);
+    const size_t length = end == nullptr ? strlen(start) : static_cast<size_t>(end - start);
+    copy_text(out, std::min(size, length + 1), start);
+    return true;
+}
+
+static f64 turned(f64 result, i32 side)
+{
+    return side == Black ? 1.0 - result : result;
+}
+
+f64 read_result(const char* line, i32 side)
+{
+    f64 result = no_result;
+    char number[longest_number + 1];
+    if (find_operand(line, " gr ", ';', number, sizeof number)) {
+        result = strtod(number, nullptr);
+    }
+    char text[training_line_length + 1];
+    if (!find_operand(line, " c9 ", ';', text, sizeof text)) {
+        return result;
+    }
+    if (strstr(text, "1-0") != nullptr) {
+        result = 1.0;
+    } else if (strstr(text, "0-1") != nullptr) {
+        result = 0.0;
+    } else if (strstr(text, "1/2") != nullptr) {
+        result = 0.5;
+    }
+    return turned(result, side);
+}
+
+bool read_bracket_result(const char* line, i32 side, f64* result)
+{
+    char text[training_line_length + 1];
+    if (!find_operand(line, "[", ']', text, sizeof text)) {
+        return false;
+    }
+    const bool won = strstr(text, "1.0") != nullptr;
+    const bool lost = strstr(text, "0.0") != nullptr;
+    *result = turned(won ? 1.0 : lost ? 0.0 : 0.5, side);
+    return true;
+}
+
+i32 rewind_text(FILE* file)
+{
+    static constexpr char mark[] = "\xef\xbb\xbf";
+    char start[sizeof mark] = "";
+    if (fseek(file, 0, SEEK_SET) != 0) {
+        return -1;
+    }
+    const bool has_mark = fread(start, 1, 3, file) == 3 && strcmp(start, mark) == 0;
+    return has_mark ? 0 : fseek(file, 0, SEEK_SET);
+}

@@ -1,0 +1,106 @@
+// One step of logistic regression on one position, and a sampler that takes such steps along a
+// random line. The result of a position is modelled as the sigmoid of its evaluation.
+// Only the tuning build fills coef: without it no weight changes and the error alone is measured.
+#include <cmath>
+#include <cstdlib>
+
+#include "board/moves.h"
+#include "eval/evaluate.h"
+#include "eval/weights.h"
+#include "tools/tools.h"
+#include "tools/training_line.h"
+
+static constexpr i32 uncached_ply = 1;       // no cache of the evaluation answers there
+static constexpr i32 largest_deficit = 10;   // of material, in points of phase_mtl
+static constexpr i32 random_score_mask = 255;
+static constexpr i32 no_move_score = -9999;
+
+constinit i64 samples = 0;
+constinit f64 err_sum = 0.0;
+
+// Moves the weights of the position just evaluated against error, which is from white's view.
+// The steps in float and double are told: mg and eg differ in them.
+static void move_weights(f32 phase, f32 error, f32 rate)
+{
+    const f32 mg_error
+        = static_cast<f32>((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
+    const f32 eg_error = phase * error;
+    for (i32 index = 1; index < eval_param_count; ++index) { // entry 0 anchors the scale
+        EvalParam* entry = &eval_params[index];
+        if (entry->coef == 0.0f || entry->frozen != 0) {
+            continue;
+        }
+        const f32 step = entry->coef * rate;
+        entry->coef = 0.0f;
+        set_weight(index, entry->mg - static_cast<f64>(step * mg_error),
+            entry->eg - static_cast<f64>(step * eg_error));
+    }
+}
+
+i32 tune_step(Position* pos, f32 target, f32 rate)
+{
+    SearchThread* thread = pos->thread;
+    const i32 score = evaluate(thread, pos->stm, uncached_ply, 0, 0);
+    f32 error = sigmoid(static_cast<f32>(score)) - target;
+    if (pos->stm == Black) {
+        error = -error;
+    }
+    if (eval_param_count >= 2) {
+        move_weights(thread->eval_work.phase, error, rate);
+    }
+    return score;
+}
+
+i32 tune_sampled_step(Position* pos, f32 target, f32 rate)
+{
+    const i32 score = tune_step(pos, target, rate);
+    ++samples;
+    err_sum += static_cast<f64>(std::fabs(sigmoid(static_cast<f32>(score)) - target));
+    return score;
+}
+
+// Trains on the position's own evaluation, which only a changing table can miss. Returns it.
+static i32 sample_position(Position* pos, f32 rate)
+{
+    const i32 value = evaluate(pos->thread, pos->stm, uncached_ply, 0, 0);
+    tune_sampled_step(pos, sigmoid(static_cast<f32>(value)), rate);
+    return value;
+}
+
+// All moves of the position at the list of a ply, in random order of score.
+static MoveEntry* list_random_moves(Position* pos, i32 index)
+{
+    PlyRecord* rec = &pos->thread->ply_rec[index];
+    pos->thread->ply = static_cast<i16>(index);
+    gen_all_moves(pos);
+    for (MoveEntry* entry = rec->list_start; entry->move != EndOfList; ++entry) {
+        entry->score = static_cast<i16>(rand() & random_score_mask);
+    }
+    return rec->list_start;
+}
+
+i32 tune_sample(Position* pos, i32 index, u32 depth, f32 rate)
+{
+    const i32 side = pos->stm;
+    if (pos->phase_mtl[side ^ 1] + largest_deficit < pos->phase_mtl[side]) {
+        return 0;
+    }
+    const bool in_check = is_attacked(pos, pos->king_sq[side], side ^ 1);
+    const i32 value = in_check ? 0 : sample_position(pos, rate);
+    if (depth == 0 || index >= ply_count - 2 || pos->thread->undo_count >= undo_size - 1) {
+        return value;
+    }
+    for (MoveEntry* entry = list_random_moves(pos, index); entry->move != EndOfList; ++entry) {
+        pick_best(entry);
+        if (entry->move == NoMove || !is_legal_move(pos, side, entry->move)) {
+            continue;
+        }
+        pos->thread->ply_rec[index].list_cursor = entry;
+        make_move(pos, entry->move);
+        const i32 score = -tune_sample(pos, index + 1, depth - 1, rate);
+        entry->score = static_cast<i16>(score);
+        unmake_move(pos);
+        return score > no_move_score ? score : no_move_score;
+    }
+    return no_move_score;
+}
