@@ -174,7 +174,9 @@ i32 drop_false_castling(Position* pos)
     return popcount(dropped);
 }
 
-i32 parse_epd(Position* pos, const char* text)
+// Sets all of pos and returns what stands behind the fields. dropped gets the number of castling
+// rights that had to be dropped.
+static const char* read_fields(Position* pos, const char* text, i32* dropped)
 {
     clear_board(pos);
     text = read_pieces(pos, text);
@@ -191,13 +193,27 @@ i32 parse_epd(Position* pos, const char* text)
 
     pos->thread->undo[0] = {};
     pos->thread->undo[1] = {};
-    const i32 dropped = drop_false_castling(pos);
+    *dropped = drop_false_castling(pos);
     pos->key = compute_key(pos);
     pos->pawn_key = compute_pawn_key(pos);
+    return text;
+}
+
+i32 parse_epd(Position* pos, const char* text)
+{
+    i32 dropped = 0;
+    text = read_fields(pos, text, &dropped);
     if (dropped == 0)
         return 0;
     print_line_format("Illegal EPD - %s", text);
     return -1;
+}
+
+i32 parse_epd_silently(Position* pos, const char* text)
+{
+    i32 dropped = 0;
+    read_fields(pos, text, &dropped);
+    return dropped == 0 ? 0 : -1;
 }
 
 // ---- Keys

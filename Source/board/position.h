@@ -158,6 +158,9 @@ extern const char square_name[64][3];
 // that names no square counts as none.
 i32 parse_epd(Position* pos, const char* text);
 
+// The same without the message.
+i32 parse_epd_silently(Position* pos, const char* text);
+
 // Empties the board and the undo stack of pos->thread: all castling rights, no en-passant square,
 // half-move clock 0. The side to move, the king squares and the keys stay as they are.
 void clear_board(Position* pos);

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 #include "board/position.h"
 #include "eval/pst_defaults.h"
@@ -271,25 +270,12 @@ int save_params_file()
     if (file == nullptr) {
         return errno;
     }
-    errno = 0;
     for (i32 index = 0; index < eval_param_count; ++index) {
         const EvalParam* entry = &eval_params[index];
         fprintf(file, "fset(\"%s\",%d,%d);\n", entry->name, score_mg(entry->packed),
             score_eg(entry->packed));
     }
-    const bool failed = ferror(file) != 0;
-    int error = failed ? errno : 0;
-    if (fclose(file) != 0 && error == 0) {
-        error = errno;
-    }
-    if (error == 0 && rename(unfinished_name, params_file) != 0) {
-        error = errno;
-    }
-    if (error != 0 || failed) {
-        unlink(unfinished_name);
-        return error != 0 ? error : EIO;
-    }
-    return 0;
+    return finish_file(file, unfinished_name, params_file);
 }
 
 i32 scale_params(const char* needle, const WeightScale scale)

@@ -13,6 +13,7 @@
 #include "shell/run_state.h"
 #include "shell/text_values.h"
 #include "shell/time_control.h"
+#include "tools/tools.h"
 
 static constexpr char scan_option[] = "-scan_pgn";
 static constexpr f64 depth_limited_seconds = 10000.0;
@@ -242,6 +243,17 @@ RunMode read_command_line(i32 argc, char* const* argv)
     run_mode = ModeThink;
     argument_count = argc - 1;
     for (i32 i = 1; i < argc; i++) {
+        if constexpr (tuning) {
+            const i32 taken = take_tune_arguments(argv + i, argc - i);
+            if (taken < 0) {
+                return ModeEnd;
+            }
+            if (taken > 0) {
+                run_mode = tune_options.file != nullptr ? ModeTune : run_mode;
+                i += taken - 1;
+                continue;
+            }
+        }
         const char* text = argv[i];
         for (const CommandLineOption& option : command_line_options) {
             if (!is_option(option, text)) {

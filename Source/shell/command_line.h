@@ -17,6 +17,7 @@ enum RunMode : i32 {
     ModeMakeBook = 11,
     ModeMakeConfig = 12,
     ModeMakeTune = 13,
+    ModeTune = 14, // in the tuning build alone
 };
 
 // Applies the arguments from argv[1] on to engine_options and the run state. An argument that is

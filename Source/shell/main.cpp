@@ -146,6 +146,11 @@ static void run(RunMode mode)
     case ModeMakeTune:
         run_tune_mode();
         break;
+    case ModeTune:
+        if constexpr (tuning) {
+            run_trainer();
+        }
+        break;
     default:
         if (mode >= ModeScanPgn1 && mode <= ModeScanPgn4) {
             scan_pgn(tool_file, mode - ModeScanPgn1 + 1);

@@ -40,7 +40,7 @@ struct Training {
 
 static constinit bool training_runs = false;
 
-void write_weights()
+bool write_weights()
 {
     // A limit of the file's size is to be an error of a write, not the end of the process.
     signal(SIGXFSZ, SIG_IGN);
@@ -49,6 +49,7 @@ void write_weights()
         fprintf(stderr, "%s: cannot be written: %s\n", params_file, strerror(error));
         exit_status = 1;
     }
+    return error == 0;
 }
 
 static bool read_line(const Training* training, char* line)

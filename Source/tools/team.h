@@ -1,0 +1,41 @@
+// Threads that share the parts of one job after the other. Which thread does which part is left
+// to chance, so a job must not let its result depend on it.
+#pragma once
+
+#include <atomic>
+#include <pthread.h>
+
+#include "board/types.h"
+
+inline constexpr i32 largest_team = 128;
+
+// Does part number part of a job on thread number worker (0 is the caller's).
+typedef void (*TeamJob)(void* context, i32 worker, i32 part);
+
+struct TeamMember {
+    struct Team* team;
+    i32 worker;
+    pthread_t thread;
+};
+
+struct Team {
+    i32 size;                           // threads, the caller's among them
+    TeamJob job;
+    void* context;
+    i32 parts;
+    std::atomic<i32> next_part;
+    std::atomic<u32> round;             // raised to begin a job
+    std::atomic<i32> working;           // members that have not finished the job
+    std::atomic<bool> leave;
+    TeamMember members[largest_team];   // from index 1 on
+};
+
+// Starts size - 1 threads; fewer if the system has no more to give. size is 1 to largest_team.
+void start_team(Team* team, i32 size);
+
+// Runs a job of so many parts on all threads and returns when it is done. What the parts have
+// written can be read then.
+void run_team(Team* team, i32 parts, TeamJob job, void* context);
+
+// Ends the threads.
+void end_team(Team* team);

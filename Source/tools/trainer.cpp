@@ -1,0 +1,517 @@
+// Trains the weights on a file of positions with results: logistic regression by steps of Adam.
+// A step takes the gradient of one batch; the batch's chunks are summed up in their order, so that
+// the number of threads changes nothing. The error is the mean squared difference of the expected
+// and the wanted result.
+#include "tools/trainer.h"
+
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <unistd.h>
+
+#include "eval/weights.h"
+#include "shell/engine_options.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+#include "tools/tools.h"
+
+// Of the steps. The last one slows down weights that count less than once in a batch.
+static constexpr f64 mean_decay = 0.9;
+static constexpr f64 square_decay = 0.999;
+static constexpr f64 least_gradient = 1e-4;
+
+static constexpr f64 largest_weight = 9999.0;   // centipawns; keeps sums within 16 bits
+static constexpr f64 unlimited_seconds = 99999.0;   // of a search that plays without contempt
+static constexpr f64 seconds_per_progress = 0.5;
+static constexpr i32 mode_without_personality = 2;  // of init_eval_params
+
+// Both values of a weight, or both halves of its gradient, as the sums over positions need them.
+struct FloatPair {
+    f32 mg;
+    f32 eg;
+};
+
+// What one chunk adds to the step of its batch.
+struct ChunkSums {
+    f64 error;
+    FloatPair gradient[weight_count];
+};
+
+struct Trainer {
+    TrainingData data;
+    Team team;
+    TrainedWeight weights[weight_count];
+    FloatPair values[weight_count];     // of the weights, for the sums
+    ChunkSums sums[batch_chunks];
+    i64 counts[weight_count];           // positions in which a weight counts
+    i64 steps;
+    i64 pass;
+    i64 unsaved;                        // positions trained on since the weights were written
+    f64 best_error;
+    i64 best_pass;
+    f64 pass_seconds;                   // of the last whole pass
+    f64 last_progress;                  // clock of the last progress line
+    const Chunk* batch;
+    Part part;
+    bool learns;
+};
+
+// Set by a signal; looked at between batches.
+static volatile sig_atomic_t interrupted = 0;
+
+static void interrupt(int)
+{
+    interrupted = 1;
+}
+
+// A second signal ends the process as usual.
+static void catch_interrupts()
+{
+    struct sigaction action = {};
+    action.sa_handler = interrupt;
+    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+// ---- Progress, on a terminal's standard error alone
+
+static void clear_progress()
+{
+    if (isatty(STDERR_FILENO)) {
+        fprintf(stderr, "\r\033[K");
+    }
+}
+
+// Whether it is time for a progress line.
+static bool progress_is_due(f64* last)
+{
+    const f64 now = monotonic_seconds();
+    if (!isatty(STDERR_FILENO) || now - *last < seconds_per_progress) {
+        return false;
+    }
+    *last = now;
+    return true;
+}
+
+static void write_time(f64 seconds, char* out, size_t size)
+{
+    const i64 whole = static_cast<i64>(seconds + 0.5);
+    snprintf(out, size, "%lld:%02lld:%02lld", static_cast<long long>(whole / 3600),
+        static_cast<long long>(whole / 60 % 60), static_cast<long long>(whole % 60));
+}
+
+static bool show_reading(const TrainingData* data)
+{
+    static f64 last = 0.0;
+    if (progress_is_due(&last)) {
+        fprintf(stderr, "\rreading: %.0f%%\033[K",
+            100.0 * static_cast<f64>(data->read_bytes) / static_cast<f64>(data->file_bytes + 1));
+    }
+    return interrupted == 0;
+}
+
+static void show_training(Trainer* trainer, i64 done, f64 pass_start)
+{
+    if (!progress_is_due(&trainer->last_progress)) {
+        return;
+    }
+    const f64 share
+        = static_cast<f64>(done) / static_cast<f64>(trainer->data.positions[TrainingPart]);
+    const f64 seconds = trainer->last_progress - pass_start;
+    const f64 whole_pass = trainer->pass_seconds > 0.0 ? trainer->pass_seconds : seconds / share;
+    char left[32];
+    write_time(whole_pass * static_cast<f64>(tune_options.passes - trainer->pass)
+            + whole_pass * (1.0 - share), left, sizeof left);
+    fprintf(stderr, "\rpass %lld: %.0f%%, %.0f positions/s, at most %s left\033[K",
+        static_cast<long long>(trainer->pass), 100.0 * share, static_cast<f64>(done) / seconds,
+        left);
+}
+
+// ---- The sum over a chunk
+
+// The score before its scale. Two sums for each half, since one would wait for its own last term.
+static f32 unscaled_score(const TrainingPosition* position, const u32* terms,
+    const FloatPair* values)
+{
+    FloatPair sums[2] = {};
+    for (u32 i = 0; i < position->terms; ++i) {
+        const FloatPair* value = &values[term_weight(terms[i])];
+        const f32 coef = term_coef(terms[i]);
+        sums[i & 1].mg += coef * value->mg;
+        sums[i & 1].eg += coef * value->eg;
+    }
+    return position->fixed + (1.0f - position->phase) * (sums[0].mg + sums[1].mg)
+        + position->phase * (sums[0].eg + sums[1].eg);
+}
+
+// Adds a position's part of the gradient; slope is the error times the scale.
+static void add_gradient(const TrainingPosition* position, const u32* terms, f32 slope,
+    FloatPair* gradient)
+{
+    const f32 mg = slope * (1.0f - position->phase);
+    const f32 eg = slope * position->phase;
+    for (u32 i = 0; i < position->terms; ++i) {
+        FloatPair* sum = &gradient[term_weight(terms[i])];
+        const f32 coef = term_coef(terms[i]);
+        sum->mg += coef * mg;
+        sum->eg += coef * eg;
+    }
+}
+
+static void sum_chunk(void* context, i32, i32 index)
+{
+    Trainer* trainer = static_cast<Trainer*>(context);
+    const Chunk* chunk = &trainer->batch[index];
+    ChunkSums* sums = &trainer->sums[index];
+    *sums = {};
+    const u32* words = chunk->words[trainer->part];
+    for (i32 i = 0; i < chunk->positions[trainer->part]; ++i) {
+        TrainingPosition position;
+        memcpy(&position, words, sizeof position);
+        const u32* terms = words + position_words;
+        words = terms + position.terms;
+        const f32 unscaled = unscaled_score(&position, terms, trainer->values);
+        const f32 scale = position.scale[unscaled > 0.0f ? White : Black];
+        const f32 error = sigmoid(unscaled * scale) - position.target;
+        sums->error += static_cast<f64>(error) * static_cast<f64>(error);
+        if (trainer->learns) {
+            add_gradient(&position, terms, error * scale, sums->gradient);
+        }
+    }
+}
+
+// ---- Steps
+
+// Moves one half of a weight against its gradient. correction makes up for the running means
+// having begun at 0.
+static void move_half(TrainedWeight* weight, i32 half, f64 gradient, const f64* correction)
+{
+    f64* mean = &weight->mean[half];
+    f64* square = &weight->square[half];
+    *mean = mean_decay * *mean + (1.0 - mean_decay) * gradient;
+    *square = square_decay * *square + (1.0 - square_decay) * gradient * gradient;
+    const f64 step = *mean * correction[0] / (std::sqrt(*square * correction[1]) + least_gradient);
+    const f64 moved = weight->value[half] - tune_options.rate * step;
+    weight->value[half] = std::fmin(std::fmax(moved, -largest_weight), largest_weight);
+}
+
+// The gradient of a weight over the batch, chunk by chunk.
+static void sum_gradient(const Trainer* trainer, i32 weight, f64* gradient)
+{
+    gradient[0] = 0.0;
+    gradient[1] = 0.0;
+    for (const ChunkSums& sums : trainer->sums) {
+        gradient[0] += static_cast<f64>(sums.gradient[weight].mg);
+        gradient[1] += static_cast<f64>(sums.gradient[weight].eg);
+    }
+}
+
+static void copy_values(Trainer* trainer)
+{
+    for (i32 i = 0; i < weight_count; ++i) {
+        trainer->values[i] = { static_cast<f32>(trainer->weights[i].value[0]),
+            static_cast<f32>(trainer->weights[i].value[1]) };
+    }
+}
+
+// One step of all weights by the batch just summed up. Weights that no position has met rest.
+static void take_step(Trainer* trainer, i64 positions)
+{
+    trainer->steps++;
+    const f64 count = static_cast<f64>(trainer->steps);
+    const f64 correction[2]
+        = { 1.0 / (1.0 - std::pow(mean_decay, count)), 1.0 / (1.0 - std::pow(square_decay, count)) };
+    for (i32 i = 1; i < weight_count; ++i) {
+        TrainedWeight* weight = &trainer->weights[i];
+        f64 gradient[2];
+        sum_gradient(trainer, i, gradient);
+        for (i32 half = 0; half < 2; ++half) {
+            gradient[half] /= static_cast<f64>(positions);
+            if (gradient[half] != 0.0) {
+                weight->gradient[half] = gradient[half];
+            }
+            if (weight->gradient[half] != 0.0) {
+                move_half(weight, half, gradient[half], correction);
+            }
+        }
+    }
+    copy_values(trainer);
+}
+
+// ---- Writing
+
+// Puts the values into the table and writes the weights file. Returns whether it could be written.
+static bool write_values(Trainer* trainer)
+{
+    for (i32 i = 0; i < weight_count; ++i) {
+        set_weight(i, trainer->weights[i].value[0], trainer->weights[i].value[1]);
+    }
+    clear_progress();
+    trainer->unsaved = 0;
+    return write_weights();
+}
+
+// ---- Passes
+
+// Walks over a part once. Returns the mean error, or a negative number after an interruption.
+static f64 sweep(Trainer* trainer, Part part, bool learns)
+{
+    const f64 start = monotonic_seconds();
+    trainer->part = part;
+    trainer->learns = learns;
+    start_sweep(&trainer->data, part);
+    f64 error = 0.0;
+    i64 done = 0;
+    i32 count = 0;
+    while ((trainer->batch = next_batch(&trainer->data, &count)) != nullptr && interrupted == 0) {
+        run_team(&trainer->team, count, sum_chunk, trainer);
+        i64 positions = 0;
+        for (i32 i = 0; i < count; ++i) {
+            positions += trainer->batch[i].positions[part];
+            error += trainer->sums[i].error;
+        }
+        done += positions;
+        if (learns && positions > 0) {
+            take_step(trainer, positions);
+            trainer->unsaved += positions;
+            show_training(trainer, done, start);
+        }
+        if (tune_options.save_every > 0 && trainer->unsaved >= tune_options.save_every) {
+            write_values(trainer);
+        }
+    }
+    return interrupted != 0 ? -1.0 : error / static_cast<f64>(done > 0 ? done : 1);
+}
+
+// The values become the best ones.
+static void keep_best(Trainer* trainer, f64 error)
+{
+    trainer->best_error = error;
+    trainer->best_pass = trainer->pass;
+    for (TrainedWeight& weight : trainer->weights) {
+        weight.best[0] = weight.value[0];
+        weight.best[1] = weight.value[1];
+    }
+}
+
+static void print_pass(const Trainer* trainer, f64 training, f64 validation, bool is_best,
+    f64 seconds)
+{
+    char left[32];
+    write_time(seconds * static_cast<f64>(tune_options.passes - trainer->pass), left, sizeof left);
+    char measured[40] = "";
+    if (trainer->data.positions[ValidationPart] > 0) {
+        snprintf(measured, sizeof measured, ", validation error %.6f", validation);
+    }
+    print_plain("pass %lld: training error %.6f%s%s, %.0f positions/s, at most %s left\n",
+        static_cast<long long>(trainer->pass), training, measured, is_best ? " *" : "",
+        static_cast<f64>(trainer->data.positions[TrainingPart]) / seconds, left);
+}
+
+// One pass: trains, then measures. Without validation lines the training error decides which pass
+// is the best one. Returns false after an interruption.
+static bool run_pass(Trainer* trainer)
+{
+    const f64 start = monotonic_seconds();
+    const bool learns = trainer->pass > 0;
+    const f64 training = sweep(trainer, TrainingPart, learns);
+    const f64 swept = monotonic_seconds();
+    const bool has_validation = trainer->data.positions[ValidationPart] > 0;
+    const f64 validation
+        = has_validation && training >= 0.0 ? sweep(trainer, ValidationPart, false) : training;
+    clear_progress();
+    if (validation < 0.0) {
+        return false;
+    }
+    trainer->pass_seconds = monotonic_seconds() - start;
+    const bool is_best = trainer->pass == 0 || validation < trainer->best_error;
+    if (is_best) {
+        keep_best(trainer, validation);
+    }
+    print_pass(trainer, training, validation, is_best && learns, swept - start);
+    return true;
+}
+
+// Runs passes until one of the ends is reached, and leaves the values that are to be written: the
+// best ones, or after an interruption the last ones.
+static void run_passes(Trainer* trainer)
+{
+    bool goes_on = true;
+    for (trainer->pass = 0; goes_on && trainer->pass <= tune_options.passes; ++trainer->pass) {
+        goes_on = run_pass(trainer);
+        const i64 waited = trainer->pass - trainer->best_pass;
+        if (goes_on && tune_options.patience > 0 && waited >= tune_options.patience) {
+            print_plain("no better error in %lld passes\n", static_cast<long long>(waited));
+            break;
+        }
+    }
+    if (!goes_on) {
+        print_plain("interrupted in pass %lld\n", static_cast<long long>(trainer->pass - 1));
+        return;
+    }
+    print_plain("best pass: %lld\n", static_cast<long long>(trainer->best_pass));
+    for (TrainedWeight& weight : trainer->weights) {
+        weight.value[0] = weight.best[0];
+        weight.value[1] = weight.best[1];
+    }
+}
+
+// ---- The start
+
+static bool refuse(const char* text, const char* name)
+{
+    fprintf(stderr, "%s: %s\n", name, text);
+    exit_status = 1;
+    return false;
+}
+
+static bool names_are_known()
+{
+    for (i32 i = 0; i < tune_count; ++i) {
+        bool found = false;
+        for (const EvalParam& entry : eval_params) {
+            found = found || strcmp(entry.name, tune_list[i]) == 0;
+        }
+        if (!found) {
+            return refuse("no weight has this name", tune_list[i]);
+        }
+        if (strcmp(tune_list[i], eval_params[mtl_pawn].name) == 0) {
+            return refuse("anchors the scale and is not trained", tune_list[i]);
+        }
+    }
+    return true;
+}
+
+// The weights to begin with. Training never replaces a weights file that it does not go on from.
+static bool init_weights(Trainer* trainer)
+{
+    const bool has_file = access(params_file, F_OK) == 0;
+    if (has_file && !tune_options.resume) {
+        return refuse("is there: go on from it with -tune-resume, or move it away", params_file);
+    }
+    if (!has_file && tune_options.resume) {
+        return refuse("is not there to go on from", params_file);
+    }
+    init_eval_params(mode_without_personality);
+    for (i32 i = 0; i < weight_count; ++i) {
+        TrainedWeight* weight = &trainer->weights[i];
+        weight->value[0] = eval_params[i].mg;
+        weight->value[1] = eval_params[i].eg;
+        weight->old[0] = eval_params[i].mg;
+        weight->old[1] = eval_params[i].eg;
+    }
+    copy_values(trainer);
+    return names_are_known();
+}
+
+static void print_data(const Trainer* trainer)
+{
+    const TrainingData* data = &trainer->data;
+    const i64 positions = data->positions[TrainingPart] + data->positions[ValidationPart];
+    print_plain("%lld positions: %lld to train on, %lld for validation\n",
+        static_cast<long long>(positions), static_cast<long long>(data->positions[TrainingPart]),
+        static_cast<long long>(data->positions[ValidationPart]));
+    i64 refused = 0;
+    for (i32 verdict = LineRefused; verdict < LineVerdictCount; ++verdict) {
+        refused += data->counts[verdict];
+    }
+    print_plain("left out: %lld in check, %lld judged without weights, %lld with a ce beyond %d,"
+                " %lld refused\n",
+        static_cast<long long>(data->counts[LineInCheck]),
+        static_cast<long long>(data->counts[LineWithoutWeights]),
+        static_cast<long long>(data->counts[LineFarScore]), largest_training_score,
+        static_cast<long long>(refused));
+    if (data->is_kept) {
+        print_plain("in memory: %.1f MB\n", static_cast<f64>(data->memory) / 1048576.0);
+    } else {
+        print_plain("read again for every pass: more than %lld MB\n",
+            static_cast<long long>(tune_options.memory));
+    }
+}
+
+// Adds up what the threads have found out. Returns whether the coefficients are sound.
+static bool collect_gathered(Trainer* trainer)
+{
+    RebuiltCheck all = {};
+    for (i32 worker = 0; worker < trainer->team.size; ++worker) {
+        const Gatherer* gatherer = &trainer->data.gatherers[worker];
+        for (i32 i = 0; i < weight_count; ++i) {
+            trainer->counts[i] += gatherer->counts[i];
+        }
+        all.positions += gatherer->check.positions;
+        all.failed = all.failed || gatherer->check.failed;
+        if (gatherer->check.largest > all.largest) {
+            all.largest = gatherer->check.largest;
+            all.bound = gatherer->check.bound;
+        }
+    }
+    print_plain("scores of %lld positions rebuilt: within %.2f of the evaluation, %.2f allowed"
+                " there\n",
+        static_cast<long long>(all.positions), all.largest, all.bound);
+    return !all.failed
+        || refuse("scores cannot be rebuilt from these weights", "evaluation");
+}
+
+static bool load_data(Trainer* trainer)
+{
+    TrainingData* data = &trainer->data;
+    data->path = tune_options.file;
+    data->seed = tune_options.seed;
+    data->validation = tune_options.validation;
+    data->memory_limit = tune_options.memory * 1048576;
+    data->team = &trainer->team;
+    data->gatherers = static_cast<Gatherer*>(
+        calloc(static_cast<size_t>(trainer->team.size), sizeof(Gatherer)));
+    if (data->gatherers == nullptr) {
+        return refuse("no memory for its positions", data->path);
+    }
+    for (i32 worker = 0; worker < trainer->team.size; ++worker) {
+        data->gatherers[worker].thread = load_acquire(workers[worker]);
+    }
+    print_plain("Training using %s ...\n", data->path);
+    const bool loaded = load_training_data(data, show_reading);
+    clear_progress();
+    if (!loaded) {
+        return false;
+    }
+    print_data(trainer);
+    return collect_gathered(trainer);
+}
+
+static void train(Trainer* trainer)
+{
+    if (!init_weights(trainer) || !load_data(trainer)) {
+        return;
+    }
+    if (interrupted != 0) {
+        print_plain("interrupted before the first pass\n");
+        return;
+    }
+    run_passes(trainer);
+    if (write_values(trainer)) {
+        print_plain("%s written\n", params_file);
+    }
+    write_tune_reports(trainer->weights, trainer->counts);
+}
+
+void run_trainer()
+{
+    Trainer* trainer = new (std::nothrow) Trainer {};
+    if (trainer == nullptr) {
+        refuse("no memory", "trainer");
+        return;
+    }
+    interrupted = 0;
+    target_time = unlimited_seconds;
+    catch_interrupts();
+    start_team(&trainer->team, num_threads > 0 ? num_threads : 1);
+    train(trainer);
+    end_team(&trainer->team);
+    free_training_data(&trainer->data);
+    free(trainer->data.gatherers);
+    delete trainer;
+}

@@ -1,0 +1,315 @@
+// Reading batches of lines on the calling thread and gathering their positions on all.
+#include "tools/training_data.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "shell/output.h"
+#include "shell/run_state.h"
+
+static constexpr i64 checked_lines = 32768;     // the sample on which scores are rebuilt
+static constexpr i64 most_messages = 20;        // refused lines that are told of one by one
+static constexpr u32 first_capacity = 8192;     // words
+
+// Whether a line only measures, by its number alone: a fixed, even mixture of bits.
+static bool is_validation_line(const TrainingData* data, i64 line)
+{
+    u64 x = static_cast<u64>(line) + static_cast<u64>(data->seed) * 0x9e3779b97f4a7c15ULL;
+    x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
+    x = (x ^ (x >> 27)) * 0x94d049bb133111ebULL;
+    x ^= x >> 31;
+    return static_cast<i64>(x % 100) < data->validation;
+}
+
+// ---- Lines
+
+// Reads the next line without its line feed and a carriage return before it. A line that is too
+// long or no text is read to its end all the same. Returns false at the end of the file.
+static bool read_line(TrainingData* data, char* out, LineVerdict* verdict)
+{
+    i32 length = 0;
+    bool binary = false;
+    bool any = false;
+    for (int c; (c = getc_unlocked(data->file)) != EOF;) {
+        any = true;
+        data->read_bytes++;
+        if (c == '\n') {
+            break;
+        }
+        binary = binary || c == '\0';
+        if (length <= training_line_length) {
+            out[length++] = static_cast<char>(c);
+        }
+    }
+    if (length > 0 && length <= training_line_length && out[length - 1] == '\r') {
+        length--;
+    }
+    out[length] = '\0';
+    *verdict = binary ? LineBinary : length > training_line_length ? LineTooLong : LineUsed;
+    return any;
+}
+
+static bool read_lines(TrainingData* data)
+{
+    i32 count = 0;
+    while (count < batch_lines && read_line(data, data->lines[count], &data->verdicts[count])) {
+        count++;
+    }
+    data->lines_read = count;
+    data->line += count;
+    return count > 0;
+}
+
+// ---- Chunks
+
+// Makes room for one more position. Returns false if there is no memory.
+static bool make_room(Chunk* chunk, Part part)
+{
+    if (chunk->size[part] + most_position_words <= chunk->capacity[part]) {
+        return true;
+    }
+    const u32 capacity = 2 * chunk->capacity[part] + first_capacity;
+    void* words = realloc(chunk->words[part], capacity * sizeof(u32));
+    if (words == nullptr) {
+        return false;
+    }
+    chunk->words[part] = static_cast<u32*>(words);
+    chunk->capacity[part] = capacity;
+    return true;
+}
+
+static void empty_chunk(Chunk* chunk)
+{
+    for (i32 part = 0; part < PartCount; ++part) {
+        chunk->size[part] = 0;
+        chunk->positions[part] = 0;
+    }
+}
+
+static void free_chunk(Chunk* chunk)
+{
+    for (u32* words : chunk->words) {
+        free(words);
+    }
+    *chunk = {};
+}
+
+// Gathers the lines of one chunk of the batch being read.
+static void gather_chunk(void* context, i32 worker, i32 index)
+{
+    TrainingData* data = static_cast<TrainingData*>(context);
+    Chunk* chunk = &data->chunks[data->chunk_count - batch_chunks + index];
+    empty_chunk(chunk);
+    for (i32 i = index * chunk_lines; i < (index + 1) * chunk_lines && i < data->lines_read; ++i) {
+        const i64 line = data->line - data->lines_read + 1 + i;
+        const Part part = is_validation_line(data, line) ? ValidationPart : TrainingPart;
+        LineVerdict* verdict = &data->verdicts[i];
+        if (*verdict != LineUsed) {
+            continue;
+        }
+        if (data->wanted != PartCount && data->wanted != part) {
+            *verdict = LineOfOtherPart;
+            continue;
+        }
+        if (!make_room(chunk, part)) {
+            chunk->positions[part] = -1;
+            return;
+        }
+        u32 words = 0;
+        *verdict = gather_line(&data->gatherers[worker], data->lines[i],
+            data->is_first_reading && line <= checked_lines,
+            chunk->words[part] + chunk->size[part], &words);
+        chunk->size[part] += words;
+        chunk->positions[part] += *verdict == LineUsed;
+    }
+}
+
+// Adds room for the chunks of one batch at the end. Returns false if there is no memory.
+static bool add_chunks(TrainingData* data)
+{
+    if (data->chunk_count + batch_chunks > data->chunk_capacity) {
+        const i64 capacity = 2 * data->chunk_capacity + batch_chunks;
+        void* chunks = realloc(data->chunks, static_cast<size_t>(capacity) * sizeof(Chunk));
+        if (chunks == nullptr) {
+            return false;
+        }
+        data->chunks = static_cast<Chunk*>(chunks);
+        memset(static_cast<void*>(data->chunks + data->chunk_capacity), 0,
+            static_cast<size_t>(capacity - data->chunk_capacity) * sizeof(Chunk));
+        data->chunk_capacity = capacity;
+    }
+    data->chunk_count += batch_chunks;
+    return true;
+}
+
+// Reads and gathers the next batch into the last chunks. Returns false at the end of the file.
+static bool gather_batch(TrainingData* data)
+{
+    if (!read_lines(data)) {
+        return false;
+    }
+    run_team(data->team, batch_chunks, gather_chunk, data);
+    const Chunk* chunks = &data->chunks[data->chunk_count - batch_chunks];
+    for (i32 i = 0; i < batch_chunks; ++i) {
+        data->out_of_memory = data->out_of_memory || chunks[i].positions[TrainingPart] < 0
+            || chunks[i].positions[ValidationPart] < 0;
+    }
+    return !data->out_of_memory;
+}
+
+// ---- The first reading
+
+// Counts the lines of the batch and tells of those that are refused.
+static void count_lines(TrainingData* data, i64* told)
+{
+    for (i32 i = 0; i < data->lines_read; ++i) {
+        const LineVerdict verdict = data->verdicts[i];
+        data->counts[verdict]++;
+        if (verdict >= LineRefused && (*told)++ < most_messages) {
+            fprintf(stderr, "%s, line %lld: %s\n", data->path,
+                static_cast<long long>(data->line - data->lines_read + 1 + i),
+                refusal_text(verdict));
+        }
+    }
+}
+
+// Cuts the chunks of the batch to what they hold and counts their memory; beyond the limit all
+// kept chunks are given up for one batch's.
+static void settle_chunks(TrainingData* data)
+{
+    for (i64 i = data->chunk_count - batch_chunks; i < data->chunk_count; ++i) {
+        Chunk* chunk = &data->chunks[i];
+        for (i32 part = 0; part < PartCount; ++part) {
+            data->positions[part] += chunk->positions[part];
+            const size_t bytes = chunk->size[part] * sizeof(u32);
+            void* words = bytes == 0 || !data->is_kept ? nullptr
+                                                       : realloc(chunk->words[part], bytes);
+            if (words != nullptr) {
+                chunk->words[part] = static_cast<u32*>(words);
+                chunk->capacity[part] = chunk->size[part];
+            }
+            data->memory += static_cast<i64>(bytes);
+        }
+    }
+    data->memory += batch_chunks * static_cast<i64>(sizeof(Chunk));
+    if (data->memory > data->memory_limit && data->is_kept) {
+        data->is_kept = false;
+        for (i64 i = batch_chunks; i < data->chunk_count; ++i) {
+            free_chunk(&data->chunks[i]);
+        }
+        data->chunk_count = batch_chunks;
+    }
+}
+
+static void read_first_time(TrainingData* data, bool (*on_progress)(const TrainingData* data))
+{
+    i64 told = 0;
+    data->is_kept = true;
+    data->is_first_reading = true;
+    data->wanted = PartCount;
+    bool goes_on = true;
+    while (goes_on) {
+        if ((data->is_kept || data->chunk_count == 0) && !add_chunks(data)) {
+            data->out_of_memory = true;
+            return;
+        }
+        goes_on = gather_batch(data);
+        if (goes_on) {
+            count_lines(data, &told);
+            settle_chunks(data);
+            goes_on = on_progress(data);
+        } else if (data->is_kept) {
+            data->chunk_count -= batch_chunks;  // found empty
+        }
+    }
+    data->is_first_reading = false;
+    if (told > 0) {
+        exit_status = 1;
+    }
+    if (told > most_messages) {
+        fprintf(stderr, "%s: %lld lines were refused\n", data->path, static_cast<long long>(told));
+    }
+}
+
+static bool complain(const char* path, const char* what)
+{
+    fprintf(stderr, "%s: %s\n", path, what);
+    exit_status = 1;
+    return false;
+}
+
+static bool open_data(TrainingData* data)
+{
+    data->file = open_regular_file(data->path);
+    if (data->file == nullptr) {
+        fprintf(stderr, "%s: cannot be opened: %s\n", data->path,
+            errno != 0 ? strerror(errno) : "no file of text");
+        exit_status = 1;
+        return false;
+    }
+    fseeko(data->file, 0, SEEK_END);
+    data->file_bytes = ftello(data->file);
+    rewind_text(data->file);
+    data->lines = static_cast<char(*)[line_slot]>(calloc(batch_lines, line_slot));
+    data->verdicts = static_cast<LineVerdict*>(calloc(batch_lines, sizeof(LineVerdict)));
+    return (data->lines != nullptr && data->verdicts != nullptr)
+        || complain(data->path, "no memory for its lines");
+}
+
+bool load_training_data(TrainingData* data, bool (*on_progress)(const TrainingData* data))
+{
+    errno = 0;
+    if (!open_data(data)) {
+        return false;
+    }
+    read_first_time(data, on_progress);
+    if (ferror(data->file) != 0) {
+        return complain(data->path, "cannot be read to its end");
+    }
+    if (data->out_of_memory) {
+        return complain(data->path, "no memory for its positions");
+    }
+    return data->positions[TrainingPart] > 0
+        || complain(data->path, "no position to train on");
+}
+
+// ---- Sweeps
+
+void start_sweep(TrainingData* data, Part part)
+{
+    data->wanted = part;
+    data->next_chunk = 0;
+    if (!data->is_kept) {
+        rewind_text(data->file);
+        data->line = 0;
+        data->read_bytes = 0;
+    }
+}
+
+Chunk* next_batch(TrainingData* data, i32* count)
+{
+    *count = batch_chunks;
+    if (!data->is_kept) {
+        return gather_batch(data) ? data->chunks : nullptr;
+    }
+    if (data->next_chunk >= data->chunk_count) {
+        return nullptr;
+    }
+    Chunk* chunks = &data->chunks[data->next_chunk];
+    data->next_chunk += batch_chunks;
+    return chunks;
+}
+
+void free_training_data(TrainingData* data)
+{
+    for (i64 i = 0; i < data->chunk_count; ++i) {
+        free_chunk(&data->chunks[i]);
+    }
+    free(data->chunks);
+    free(data->lines);
+    free(data->verdicts);
+    if (data->file != nullptr) {
+        fclose(data->file);
+    }
+}

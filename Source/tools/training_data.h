@@ -1,0 +1,69 @@
+// The training file as the trainer walks it: parts for training and for validation, each in
+// batches of chunks. Chunks are made of a fixed number of lines, so they are the same however many
+// threads there are, and whether they are kept in memory or made again for every sweep.
+#pragma once
+
+#include <cstdio>
+
+#include "tools/team.h"
+#include "tools/training_gather.h"
+
+// Lines that train, and lines that only measure the error of weights trained without them.
+enum Part : i32 { TrainingPart, ValidationPart, PartCount };
+
+inline constexpr i32 chunk_lines = 256;
+inline constexpr i32 batch_chunks = 16;
+inline constexpr i32 batch_lines = chunk_lines * batch_chunks;
+inline constexpr i32 line_slot = 256;
+
+// The positions of chunk_lines lines, by part: records one behind the other.
+struct Chunk {
+    u32* words[PartCount];
+    u32 size[PartCount];        // words in use
+    u32 capacity[PartCount];
+    i32 positions[PartCount];
+};
+
+struct TrainingData {
+    const char* path;
+    FILE* file;
+    i64 file_bytes;
+    i64 read_bytes;             // of this sweep
+    i64 seed;
+    i64 validation;             // per cent of the lines
+    i64 memory_limit;           // bytes for chunks
+    i64 memory;                 // bytes that they take
+    bool is_kept;               // the chunks hold the whole file; else it is read again
+    bool is_first_reading;
+    bool out_of_memory;
+    Team* team;
+    Gatherer* gatherers;        // one for each thread of the team
+
+    Chunk* chunks;              // kept ones, or those of one batch
+    i64 chunk_count;
+    i64 chunk_capacity;
+    i64 next_chunk;             // of a sweep over kept chunks
+
+    i64 line;                   // number of the last line read, from 1 on
+    char (*lines)[line_slot];   // the batch being read
+    LineVerdict* verdicts;
+    i32 lines_read;
+    Part wanted;                // part gathered, PartCount for both
+
+    i64 counts[LineVerdictCount];
+    i64 positions[PartCount];
+};
+
+// Opens the file and reads it once: checks and counts its lines, tells standard error which are
+// refused, and keeps the positions if they fit. on_progress is called now and then and may ask
+// for the end by returning false. Returns false, with exit_status 1 and a message, if there is
+// nothing to train on; the data must be freed in any case.
+bool load_training_data(TrainingData* data, bool (*on_progress)(const TrainingData* data));
+
+// Begins a sweep over one part.
+void start_sweep(TrainingData* data, Part part);
+
+// The chunks of the next batch, at most batch_chunks of them; count gets how many. Null at the end.
+Chunk* next_batch(TrainingData* data, i32* count);
+
+void free_training_data(TrainingData* data);

@@ -1,0 +1,228 @@
+// Reading a training line strictly, and netting the notes of an evaluation into terms.
+#include "tools/training_gather.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "board/moves.h"
+#include "board/notation.h"
+#include "eval/evaluate.h"
+
+static constexpr i32 uncached_ply = 1;
+static constexpr f32 largest_coef = 127.0f;
+static constexpr f64 unknown = -1.0;        // no result, no score
+
+// What float arithmetic and steps of coef may add to the difference of scores, centipawns.
+static constexpr f64 arithmetic_slack = 0.05;
+
+const char* refusal_text(LineVerdict verdict)
+{
+    switch (verdict) {
+    case LineTooLong:
+        return "is longer than 254 characters";
+    case LineBinary:
+        return "is no text";
+    case LineBadFields:
+        return "does not begin with the four fields of a position";
+    case LineBadCastling:
+        return "has a castling right without king and rook at home";
+    case LineBadBoard:
+        return "has a position that cannot be";
+    case LineBadScore:
+        return "has a ce that is no number";
+    case LineBadResult:
+        return "has a result that is not between 0 and 1";
+    default:
+        return "has neither a ce nor a result";
+    }
+}
+
+// Whether the text has four fields, the second of them w or b: others leave the side to move as it
+// was, by chance.
+static bool has_position_fields(const char* text)
+{
+    const char* side = strchr(text, ' ');
+    if (side == nullptr || (side[1] != 'w' && side[1] != 'b') || side[2] != ' ') {
+        return false;
+    }
+    const char* en_passant = strchr(side + 3, ' ');
+    return en_passant != nullptr && en_passant[1] != '\0';
+}
+
+// A board that the evaluation can judge and that can come about in a game.
+static LineVerdict judge_board(Position* pos, const char* text)
+{
+    if (!has_position_fields(text)) {
+        return LineBadFields;
+    }
+    if (parse_epd_silently(pos, text) != 0) {
+        return LineBadCastling;
+    }
+    if (position_defect(pos) != nullptr) {
+        return LineBadBoard;
+    }
+    return is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1) ? LineInCheck : LineUsed;
+}
+
+static bool begins_number(const char* text)
+{
+    text += strspn(text, " ");
+    return (*text >= '0' && *text <= '9') || *text == '.';
+}
+
+// The result from the view of side, or unknown. Returns false if there is one that cannot be read.
+static bool find_result(const char* line, i32 side, bool* is_bracket, f64* result)
+{
+    *is_bracket = read_bracket_result(line, side, result);
+    if (*is_bracket) {
+        return true;
+    }
+    const char* number = strstr(line, " gr ");
+    *result = read_result(line, side);
+    if (number == nullptr && strstr(line, " c9 ") == nullptr) {
+        *result = unknown;
+        return true;
+    }
+    return (number == nullptr || begins_number(number + 4)) && *result >= 0.0 && *result <= 1.0;
+}
+
+// The target from the view of side: result and score in the training loop's shares, or the one
+// that is there. A bracket is the whole target.
+static LineVerdict find_target(const char* line, const char* score_text, i32 side, f32* target)
+{
+    f64 result = unknown;
+    bool is_bracket = false;
+    if (!find_result(line, side, &is_bracket, &result)) {
+        return LineBadResult;
+    }
+    if (score_text[0] == '\0') {
+        *target = static_cast<f32>(result);
+        return result == unknown ? LineUnjudged : LineUsed;
+    }
+    char* end = nullptr;
+    const i64 score = strtoll(score_text, &end, 10);
+    if (end == score_text || *end != '\0') {
+        return LineBadScore;
+    }
+    if (score < -largest_training_score || score > largest_training_score) {
+        return LineFarScore;
+    }
+    const f32 expected = sigmoid(static_cast<f32>(score));
+    *target = result == unknown ? expected
+        : is_bracket            ? static_cast<f32>(result)
+                                : blend_target(result, expected);
+    return LineUsed;
+}
+
+// Compares the evaluation with the sum of its notes, unrounded. Each part of a weight may lose up
+// to one centipawn, the blend and the last step one each.
+static void check_rebuilt(RebuiltCheck* check, const EvalWork* work, i32 score)
+{
+    const TermNotes* notes = &work->notes;
+    const f64 phase = static_cast<f64>(work->phase);
+    f64 sum = 0.0;
+    for (i32 i = 0; i < notes->count; ++i) {
+        const EvalParam* entry = &eval_params[notes->list[i].weight];
+        sum += static_cast<f64>(notes->list[i].count)
+            * ((1.0 - phase) * entry->mg + phase * entry->eg);
+    }
+    const f64 scale = static_cast<f64>(notes->scale);
+    const f64 difference = std::fabs(scale * sum - score);
+    const f64 bound = scale * (notes->fractions + 1) + 1.0 + arithmetic_slack;
+    ++check->positions;
+    check->failed = check->failed || difference > bound;
+    if (difference > check->largest) {
+        check->largest = difference;
+        check->bound = bound;
+    }
+}
+
+// Adds up the notes by weight. Returns the number of weights noted, listed in touched.
+static i32 net_notes(Gatherer* gatherer, const TermNotes* notes)
+{
+    i32 count = 0;
+    for (i32 i = 0; i < notes->count; ++i) {
+        const TermNote* note = &notes->list[i];
+        if (!gatherer->is_touched[note->weight]) {
+            gatherer->is_touched[note->weight] = true;
+            gatherer->sums[note->weight] = 0.0f;
+            gatherer->touched[count++] = note->weight;
+        }
+        gatherer->sums[note->weight] += note->count;
+    }
+    return count;
+}
+
+static u32 pack_term(i32 weight, f32 coef)
+{
+    const f32 inside = std::fmin(std::fmax(coef, -largest_coef), largest_coef);
+    const i32 steps = static_cast<i32>(std::lround(inside / coef_step));
+    return (static_cast<u32>(steps) << weight_bits) | static_cast<u32>(weight);
+}
+
+// Whether the trainer may change a weight. Entry 0 anchors the scale.
+static bool is_trained(i32 weight)
+{
+    return weight != mtl_pawn && eval_params[weight].frozen == 0;
+}
+
+// Writes the record of the position just evaluated and returns its number of words.
+static u32 pack_position(Gatherer* gatherer, f32 target, u32* out)
+{
+    const EvalWork* work = &gatherer->thread->eval_work;
+    const f64 phase = static_cast<f64>(work->phase);
+    const i32 count = net_notes(gatherer, &work->notes);
+    f64 fixed = 0.0;
+    u32 terms = 0;
+    for (i32 i = 0; i < count; ++i) {
+        const i32 weight = gatherer->touched[i];
+        const f32 coef = gatherer->sums[weight];
+        gatherer->is_touched[weight] = false;
+        if (coef == 0.0f) {
+            continue;
+        }
+        ++gatherer->counts[weight];
+        if (is_trained(weight)) {
+            out[position_words + terms++] = pack_term(weight, coef);
+        } else {
+            const EvalParam* entry = &eval_params[weight];
+            fixed += static_cast<f64>(coef) * ((1.0 - phase) * entry->mg + phase * entry->eg);
+        }
+    }
+    const TrainingPosition record = { terms, target, work->phase, static_cast<f32>(fixed),
+        { work->notes.scale_ahead[White], work->notes.scale_ahead[Black] } };
+    memcpy(out, &record, sizeof record);
+    return position_words + terms;
+}
+
+LineVerdict gather_line(Gatherer* gatherer, const char* line, bool check, u32* out, u32* words)
+{
+    *words = 0;
+    if (line[0] == '\0' || is_comment(line)) {
+        return LineComment;
+    }
+    char position[epd_pos_size];
+    char score_text[epd_operand_size];
+    char other[4][epd_operand_size];
+    read_epd_ops(line, position, other[0], other[1], other[2], score_text, other[3]);
+    Position* pos = &gatherer->thread->pos;
+    const LineVerdict board = judge_board(pos, position);
+    if (board >= LineRefused) {
+        return board;
+    }
+    f32 target = 0.0f;
+    const LineVerdict judged = find_target(line, score_text, pos->stm, &target);
+    if (judged != LineUsed || board != LineUsed) {
+        return judged != LineUsed ? judged : board;
+    }
+    const i32 score = evaluate(gatherer->thread, White, uncached_ply, 0, 0);
+    if (gatherer->thread->eval_work.notes.count == 0) {
+        return LineWithoutWeights;
+    }
+    if (check) {
+        check_rebuilt(&gatherer->check, &gatherer->thread->eval_work, score);
+    }
+    *words = pack_position(gatherer, pos->stm == Black ? 1.0f - target : target, out);
+    return LineUsed;
+}

@@ -1,0 +1,102 @@
+// The tuner's words on the command line.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "eval/weights.h"
+#include "shell/output.h"
+#include "tools/tools.h"
+
+constinit TuneOptions tune_options = {
+    .file = nullptr,
+    .rate = 0.5,
+    .passes = 50,
+    .validation = 10,
+    .patience = 3,
+    .seed = 1,
+    .memory = 2048,
+    .save_every = 10000000,
+    .resume = false,
+};
+
+// An option with a number; one of the two fields takes it.
+struct TuneNumber {
+    const char* name;
+    f64 least;
+    f64 greatest;
+    f64* real;
+    i64* whole;
+};
+
+static constexpr TuneNumber tune_numbers[] = {
+    { "-tune-rate", 0.0001, 100.0, &tune_options.rate, nullptr },
+    { "-tune-passes", 1.0, 1e6, nullptr, &tune_options.passes },
+    { "-tune-validation", 0.0, 90.0, nullptr, &tune_options.validation },
+    { "-tune-patience", 0.0, 1e6, nullptr, &tune_options.patience },
+    { "-tune-seed", 0.0, 1e15, nullptr, &tune_options.seed },
+    { "-tune-memory", 0.0, 1e7, nullptr, &tune_options.memory },
+    { "-tune-save-every", 0.0, 1e15, nullptr, &tune_options.save_every },
+};
+
+static constexpr i32 refused = -1;
+
+static i32 take_number(const TuneNumber& option, const char* text)
+{
+    char* end = nullptr;
+    const f64 value = text == nullptr ? 0.0 : strtod(text, &end);
+    const bool is_number = text != nullptr && end != text && *end == '\0';
+    const bool is_whole = option.whole == nullptr || value == static_cast<f64>(
+        static_cast<i64>(value >= option.least && value <= option.greatest ? value : 0.0));
+    if (!is_number || !(value >= option.least && value <= option.greatest) || !is_whole) {
+        fprintf(stderr, "option %s needs a %snumber from %.15g to %.15g\n", option.name,
+            option.whole != nullptr ? "whole " : "", option.least, option.greatest);
+        return refused;
+    }
+    if (option.whole != nullptr) {
+        *option.whole = static_cast<i64>(value);
+    } else {
+        *option.real = value;
+    }
+    return 2;
+}
+
+// The file behind -tune and the names behind it, up to the next option.
+static i32 take_file_and_names(char* const* arguments, i32 count)
+{
+    if (count < 2 || arguments[1][0] == '-') {
+        fprintf(stderr, "option -tune needs a file\n");
+        return refused;
+    }
+    tune_options.file = arguments[1];
+    i32 taken = 2;
+    for (; taken < count && arguments[taken][0] != '-'; ++taken) {
+        if (tune_count >= tune_list_size) {
+            fprintf(stderr, "option -tune takes at most %d names of weights\n", tune_list_size);
+            return refused;
+        }
+        copy_text(tune_list[tune_count++], sizeof tune_list[0], arguments[taken]);
+    }
+    return taken;
+}
+
+i32 take_tune_arguments(char* const* arguments, i32 count)
+{
+    const char* name = arguments[0];
+    if (strcmp(name, "-tune") == 0) {
+        return take_file_and_names(arguments, count);
+    }
+    if (strcmp(name, "-tune-resume") == 0) {
+        tune_options.resume = true;
+        return 1;
+    }
+    for (const TuneNumber& option : tune_numbers) {
+        if (strcmp(name, option.name) == 0) {
+            return take_number(option, count > 1 ? arguments[1] : nullptr);
+        }
+    }
+    if (strncmp(name, "-tune-", 6) == 0) {
+        fprintf(stderr, "there is no option %s\n", name);
+        return refused;
+    }
+    return 0;
+}

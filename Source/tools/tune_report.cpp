@@ -1,0 +1,97 @@
+// What a training has done to each weight, as a text for people and as a table for programs.
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+#include "eval/weights.h"
+#include "shell/output.h"
+#include "shell/run_state.h"
+#include "tools/trainer.h"
+
+static constexpr i32 label_size = 40;
+
+// The name of a weight and, where several share it, the rank or the square of its table.
+static void write_label(i32 weight, char* label)
+{
+    const char* name = eval_params[weight].name;
+    if (weight >= PST_P1) {
+        snprintf(label, label_size, "%s %s", name, square_name[(weight - PST_P1) & 63]);
+    } else if (weight >= ppawn && weight < ppawn_free + 8) {
+        snprintf(label, label_size, "%s %d", name, (weight - ppawn) % 8 + 1);
+    } else {
+        snprintf(label, label_size, "%s", name);
+    }
+}
+
+static bool is_trained(i32 weight)
+{
+    return weight != mtl_pawn && eval_params[weight].frozen == 0;
+}
+
+static i32 old_value(const TrainedWeight* weight, i32 half)
+{
+    return static_cast<i32>(std::lround(weight->old[half]));
+}
+
+static void write_text(FILE* file, const TrainedWeight* weights, const i64* counts)
+{
+    char label[label_size];
+    fprintf(file, "%-22s %6s %6s %6s %6s %12s %10s %10s\n", "weight", "old mg", "new mg", "old eg",
+        "new eg", "positions", "grad mg", "grad eg");
+    for (i32 i = 0; i < weight_count; ++i) {
+        if (!is_trained(i) || counts[i] == 0) {
+            continue;
+        }
+        const TrainedWeight* weight = &weights[i];
+        write_label(i, label);
+        fprintf(file, "%-22s %6d %6d %6d %6d %12lld %10.2e %10.2e\n", label, old_value(weight, 0),
+            score_mg(eval_params[i].packed), old_value(weight, 1),
+            score_eg(eval_params[i].packed), static_cast<long long>(counts[i]),
+            std::fabs(weight->gradient[0]), std::fabs(weight->gradient[1]));
+    }
+    fprintf(file, "\nnever seen:\n");
+    for (i32 i = 0; i < weight_count; ++i) {
+        if (counts[i] == 0) {
+            write_label(i, label);
+            fprintf(file, "%s\n", label);
+        }
+    }
+}
+
+static void write_table(FILE* file, const TrainedWeight* weights, const i64* counts)
+{
+    char label[label_size];
+    fprintf(file,
+        "entry,weight,trained,old_mg,new_mg,old_eg,new_eg,positions,gradient_mg,gradient_eg\n");
+    for (i32 i = 0; i < weight_count; ++i) {
+        const TrainedWeight* weight = &weights[i];
+        write_label(i, label);
+        fprintf(file, "%d,%s,%d,%d,%d,%d,%d,%lld,%.6e,%.6e\n", i, label, is_trained(i),
+            old_value(weight, 0), score_mg(eval_params[i].packed), old_value(weight, 1),
+            score_eg(eval_params[i].packed), static_cast<long long>(counts[i]),
+            weight->gradient[0], weight->gradient[1]);
+    }
+}
+
+static void write_report(const char* name,
+    void (*write)(FILE* file, const TrainedWeight* weights, const i64* counts),
+    const TrainedWeight* weights, const i64* counts)
+{
+    static constexpr char unfinished_name[] = "tune_report.part";
+    FILE* file = fopen(unfinished_name, "we");
+    int error = errno;
+    if (file != nullptr) {
+        write(file, weights, counts);
+        error = finish_file(file, unfinished_name, name);
+    }
+    if (error != 0) {
+        fprintf(stderr, "%s: cannot be written: %s\n", name, strerror(error));
+        exit_status = 1;
+    }
+}
+
+void write_tune_reports(const TrainedWeight* weights, const i64* counts)
+{
+    write_report("tune_report.txt", write_text, weights, counts);
+    write_report("tune_report.csv", write_table, weights, counts);
+}
