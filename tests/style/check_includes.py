@@ -145,7 +145,7 @@ def main():
     engine = sorted(path for path in source.rglob("*") if path.suffix in (".cpp", ".h"))
     for path in engine:
         check_source(source, path)
-    others = [path for folder in ("tests/unit", "fuzz", "bench")
+    others = [path for folder in ("tests/unit", "tests/tune", "fuzz", "bench")
               for path in sorted((root / folder).glob("*")) if path.suffix in (".cpp", ".h")]
     for path in engine + others:
         check_text(path)
@@ -153,7 +153,8 @@ def main():
         headers = [path for path in engine if path.suffix == ".h"]
         list(pool.map(lambda path: check_alone(source, compiler, path), headers))
     check_list(root, "CMakeLists.txt", [path for path in engine if path.suffix == ".cpp"])
-    check_list(root, "tests/CMakeLists.txt", sorted((root / "tests/unit").glob("*.cpp")))
+    check_list(root, "tests/CMakeLists.txt", sorted((root / "tests/unit").glob("*.cpp"))
+               + sorted((root / "tests/tune").glob("*.cpp")))
     for text in violations:
         print(text)
     print(f"{len(engine)} files of the engine, {len(violations)} violations")

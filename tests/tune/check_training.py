@@ -1,0 +1,240 @@
+#!/usr/bin/env python3
+"""Trains on positions whose results come from a changed weight, and looks at what becomes of it.
+
+    check_training.py VESK_TUNE TRAINING_LINES [POSITIONS]
+
+Each check runs in an empty folder. Status 1 with a message at the first that fails.
+"""
+
+import csv
+import os
+import pathlib
+import resource
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+OLD = (29, 54)          # bishop_pair in the defaults
+CHANGED = (120, 150)    # and where the results come from
+TRAINED = 480000        # positions in all passes of a whole training
+
+
+def fail(text):
+    raise SystemExit(f"check_training: {text}")
+
+
+def expect(condition, text):
+    if not condition:
+        fail(text)
+
+
+class Trainer:
+    """The two programs and a folder to run them in."""
+
+    def __init__(self, program, generator):
+        self.program = str(pathlib.Path(program).resolve())
+        self.generator = str(pathlib.Path(generator).resolve())
+        self.whole = ()
+
+    def make_lines(self, count, name):
+        subprocess.run([self.generator, str(count), name, "bishop_pair", *map(str, CHANGED)],
+                       check=True)
+        self.whole = ("-tune-passes", TRAINED // count, "-tune-rate", 1.5)
+
+    def run(self, *words, **more):
+        return subprocess.run([self.program, *map(str, words)], stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, timeout=300, check=False, **more)
+
+    def train(self, *words):
+        result = self.run(*words)
+        expect(result.returncode == 0 and result.stderr == "",
+               f"{words}: status {result.returncode}\n{result.stdout}{result.stderr}")
+        return result.stdout
+
+
+def weights():
+    """The lines of the weights file as (name, mg, eg)."""
+    lines = pathlib.Path("params.txt").read_text(encoding="ascii").splitlines()
+    expect(len(lines) == 913, f"{len(lines)} lines in params.txt")
+    found = []
+    for line in lines:
+        name, mg, eg = line.removeprefix('fset("').removesuffix(");").replace('"', "").split(",")
+        found.append((name, int(mg), int(eg)))
+    return found
+
+
+def bishop_pair():
+    return next((mg, eg) for name, mg, eg in weights() if name == "bishop_pair")
+
+
+def files():
+    """The bytes of all that a training writes; the old ones are removed."""
+    names = ("params.txt", "tune_report.txt", "tune_report.csv")
+    found = [pathlib.Path(name).read_bytes() for name in names]
+    for name in names:
+        os.remove(name)
+    return found
+
+
+def check_way_back(trainer, lines):
+    """The weight moves towards where the results came from; the anchor stays."""
+    out = trainer.train("-tune", lines, *trainer.whole)
+    moved = bishop_pair()
+    for before, now, goal in zip(OLD, moved, CHANGED):
+        expect(abs(now - goal) < 0.6 * abs(before - goal), f"bishop_pair is {moved}")
+    expect(weights()[0] == ("mtl_pawn", 100, 100), "the anchor has moved")
+    expect("within" in out and "validation error" in out and "positions/s" in out, out)
+    first, last = (float(line.split("validation error ")[1].split(",")[0].rstrip(" *"))
+                   for line in (out.splitlines()[i] for i in find_passes(out)))
+    expect(last < first / 4, f"validation error {first} to {last}")
+    return files()
+
+
+def find_passes(out):
+    """The numbers of the first and the last line of a pass."""
+    found = [i for i, line in enumerate(out.splitlines()) if line.startswith("pass ")]
+    return found[0], found[-1]
+
+
+def check_report(report):
+    rows = list(csv.DictReader(report[2].decode().splitlines()))
+    expect(len(rows) == 913, "the table does not list all weights")
+    row = next(row for row in rows if row["weight"] == "bishop_pair")
+    expect((int(row["old_mg"]), int(row["old_eg"])) == OLD and int(row["positions"]) > 100,
+           f"bishop_pair: {row}")
+    unseen = report[1].decode().split("never seen:\n")[1].splitlines()
+    expect(sorted(unseen) == sorted(r["weight"] for r in rows if r["positions"] == "0"),
+           "the text and the table differ about weights never seen")
+    for name in ("tmp0", "PST_P1 a1", "PST_K d4", "ppawn 8"):
+        expect(name in unseen, f"{name} was seen")
+
+
+def check_sameness(trainer, lines, first):
+    """Threads, memory and a second run change no byte."""
+    for words in (("-threads", 4), ("-tune-memory", 0), ("-tune-memory", 0, "-threads", 3), ()):
+        trainer.train("-tune", lines, *trainer.whole, *words)
+        expect(files() == first, f"{words} give another result")
+
+
+def check_names(trainer, lines):
+    """Only the weights named move."""
+    trainer.train("-tune", lines, "bishop_pair", "stm_bonus", "-tune-passes", 80, "-tune-rate", 2)
+    alone = weights()
+    expect(all(abs(now - goal) <= 12 for now, goal in zip(bishop_pair(), CHANGED)),
+           f"bishop_pair alone is {bishop_pair()}")
+    os.remove("params.txt")
+    trainer.train("-tune", lines, "tmp0", "-tune-passes", 1)
+    moved = [name for (name, *now), (_, *old) in zip(alone, weights()) if now != old]
+    expect(set(moved) <= {"bishop_pair", "stm_bonus"} and "bishop_pair" in moved, f"{moved} moved")
+    files()
+
+
+def check_resuming(trainer, lines):
+    """A weights file is gone on from when that is asked for, and never replaced unasked."""
+    trainer.train("-tune", lines, "bishop_pair", "-tune-passes", 2)
+    first = bishop_pair()
+    refused = trainer.run("-tune", lines, "bishop_pair")
+    expect(refused.returncode == 1 and "params.txt" in refused.stderr and bishop_pair() == first,
+           "a weights file was replaced unasked")
+    trainer.train("-tune", lines, "bishop_pair", "-tune-passes", 2, "-tune-resume")
+    second = bishop_pair()
+    expect(second[0] > first[0] > OLD[0], f"bishop_pair went {OLD}, {first}, {second}")
+    files()
+    expect(trainer.run("-tune", lines, "-tune-resume").returncode == 1, "went on from nothing")
+
+
+def check_interruption(trainer, lines):
+    """An interrupt writes the weights as they stand."""
+    with subprocess.Popen(
+            [trainer.program, "-tune", lines, "bishop_pair", "-tune-passes", "1000000",
+             "-tune-patience", "0"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+            text=True) as process:
+        for line in process.stdout:
+            if line.startswith("pass 3:"):
+                process.send_signal(signal.SIGINT)
+                break
+        rest = process.stdout.read()
+        expect(process.wait(timeout=60) == 0 and "interrupted" in rest, rest[-500:])
+    expect(bishop_pair()[0] > OLD[0], "nothing was learnt before the interrupt")
+    files()
+
+
+def check_saving(trainer, lines):
+    """The weights are written while the training goes on."""
+    with subprocess.Popen(
+            [trainer.program, "-tune", lines, "bishop_pair", "-tune-passes", "1000000",
+             "-tune-patience", "0", "-tune-save-every", "100000"], stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL) as process:
+        end = time.monotonic() + 60
+        while not os.path.exists("params.txt") and time.monotonic() < end:
+            time.sleep(0.01)
+        process.kill()
+        process.wait()
+    expect(len(weights()) == 913, "no weights were written on the way")
+    os.remove("params.txt")
+
+
+def check_bad_input(trainer, lines):
+    cases = (
+        (("-tune",), "file"),
+        (("-tune", "none.epd"), "none.epd"),
+        (("-tune", "."), "."),
+        (("-tune", lines, "no_such_weight"), "no_such_weight"),
+        (("-tune", lines, "mtl_pawn"), "mtl_pawn"),
+        (("-tune", lines, *"abcdefghij"), "9"),
+        (("-tune", lines, "-tune-rate", "x"), "-tune-rate"),
+        (("-tune", lines, "-tune-rate", "nan"), "-tune-rate"),
+        (("-tune", lines, "-tune-passes", "1.5"), "-tune-passes"),
+        (("-tune", lines, "-tune-validation"), "-tune-validation"),
+        (("-tune", lines, "-tune-colour", "1"), "-tune-colour"),
+    )
+    for words, text in cases:
+        result = trainer.run(*words)
+        expect(result.returncode == 1 and text in result.stderr,
+               f"{words}: status {result.returncode}, {result.stderr}")
+        expect(not os.path.exists("params.txt"), f"{words} wrote weights")
+
+    with open("bad.epd", "wb") as bad, open(lines, "rb") as good:
+        bad.write(b"\xef\xbb\xbf# text\r\n" + bytes(range(256)) + b"\n" + b"x" * 2000000 + b"\n")
+        bad.write(good.read(200000) + b'\n8/8 w - - gr "\n')
+    result = trainer.run("-tune", "bad.epd", "-tune-passes", 1)
+    expect(result.returncode == 1 and "bad.epd, line " in result.stderr, result.stderr)
+    expect(len(weights()) == 913, "bad lines keep the rest from being used")
+    files()
+
+
+def check_full_disk(trainer, lines):
+    """A file that takes no more: the old one stays, and the status tells."""
+    trainer.train("-tune", lines, "bishop_pair", "-tune-passes", 1)
+    old = pathlib.Path("params.txt").read_bytes()
+    result = trainer.run(
+        "-tune", lines, "bishop_pair", "-tune-passes", 1, "-tune-resume",
+        preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096)))
+    expect(result.returncode == 1 and "params.txt: cannot be written" in result.stderr,
+           f"status {result.returncode}, {result.stderr}")
+    expect(pathlib.Path("params.txt").read_bytes() == old, "the old weights were lost")
+    expect(not os.path.exists("params.part"), "an unfinished file stays")
+    files()
+
+
+def main():
+    trainer = Trainer(sys.argv[1], sys.argv[2])
+    with tempfile.TemporaryDirectory() as folder:
+        os.chdir(folder)
+        trainer.make_lines(int(sys.argv[3]) if len(sys.argv) > 3 else 20000, "lines.epd")
+        first = check_way_back(trainer, "lines.epd")
+        check_report(first)
+        check_sameness(trainer, "lines.epd", first)
+        check_names(trainer, "lines.epd")
+        check_resuming(trainer, "lines.epd")
+        check_interruption(trainer, "lines.epd")
+        check_saving(trainer, "lines.epd")
+        check_bad_input(trainer, "lines.epd")
+        check_full_disk(trainer, "lines.epd")
+        os.chdir("/")
+
+
+if __name__ == "__main__":
+    main()
