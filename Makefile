@@ -10,8 +10,8 @@ FUZZ_SECONDS ?= 60
 level = -DVESK_ARCH=$(ARCH)
 build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) $(2) && cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all vesk release native baseline clang test bench bench-book bench-scan sanitize asan tsan \
-	pgo ttune micro fuzz format clean
+.PHONY: all vesk release native baseline clang test bench bench-book bench-scan bench-tune sanitize \
+	asan tsan pgo ttune micro fuzz format clean
 
 all: vesk
 
@@ -45,6 +45,10 @@ bench-book: vesk
 
 bench-scan: vesk
 	bench/scan.py
+
+bench-tune: ttune
+	cmake --build --preset tune --target training_lines
+	bench/tune.py
 
 sanitize: asan tsan
 

@@ -223,8 +223,8 @@ static void take_step(Trainer* trainer, i64 positions)
 {
     trainer->steps++;
     const f64 count = static_cast<f64>(trainer->steps);
-    const f64 correction[2]
-        = { 1.0 / (1.0 - std::pow(mean_decay, count)), 1.0 / (1.0 - std::pow(square_decay, count)) };
+    const f64 correction[2] = { 1.0 / (1.0 - std::pow(mean_decay, count)),
+        1.0 / (1.0 - std::pow(square_decay, count)) };
     for (i32 i = 1; i < weight_count; ++i) {
         TrainedWeight* weight = &trainer->weights[i];
         f64 gradient[2];

@@ -1,0 +1,56 @@
+#!/usr/bin/env python3
+"""Runs the commands of docs/tuning.md, from games to a match, on a few games.
+
+    check_page.py PAGE VESK VESK_TUNE MATCH GAMES OPENINGS
+
+Every indented line of the page up to its options that begins with a command is run as it stands, in
+an empty folder with the two files that the page asks for. Status 1 if one fails or leaves nothing.
+"""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+
+OPENINGS = 2
+EXPECTED = ("tmp.epd", "tune_new.epd", "tuned/params.txt", "tune_report.txt", "tune_report.csv")
+
+
+def commands(page):
+    text = page.read_text(encoding="utf-8").split("\n## Options")[0]
+    return re.findall(r"^    ((?:\$VESK|mkdir|mv).*)$", text, re.M)
+
+
+def main():
+    page, vesk, tune, match, games, openings = (pathlib.Path(path).resolve()
+                                                for path in sys.argv[1:])
+    with tempfile.TemporaryDirectory() as folder:
+        root = pathlib.Path(folder) / "sources"
+        work = pathlib.Path(folder) / "work"
+        for path in (root / "bench", work):
+            path.mkdir(parents=True)
+        (root / "vesk").symlink_to(vesk)
+        (root / "vesk-tune").symlink_to(tune)
+        (root / "bench/match.py").symlink_to(match)
+        (work / "games.pgn").write_bytes(games.read_bytes())
+        lines = openings.read_text(encoding="ascii").splitlines(keepends=True)
+        (work / "openings.epd").write_text("".join(lines[:OPENINGS]), encoding="ascii")
+        last = ""
+        for command in commands(page):
+            result = subprocess.run(["bash", "-c", command], cwd=work, capture_output=True,
+                                    text=True, stdin=subprocess.DEVNULL, timeout=300, check=False,
+                                    env={**os.environ, "VESK": str(root)})
+            last = result.stdout
+            if result.returncode != 0:
+                raise SystemExit(f"{command}: status {result.returncode}\n{last}{result.stderr}")
+        for name in EXPECTED:
+            if not (work / name).is_file() or (work / name).stat().st_size == 0:
+                raise SystemExit(f"the commands leave no {name}")
+        if f"games {2 * OPENINGS}: " not in last:
+            raise SystemExit(f"no match was played:\n{last}")
+
+
+if __name__ == "__main__":
+    main()
