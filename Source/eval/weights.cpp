@@ -3,7 +3,6 @@
 // scaling never accumulates from one rebuild to the next.
 #include "eval/weights.h"
 
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +10,7 @@
 
 #include "board/position.h"
 #include "eval/pst_defaults.h"
+#include "shell/files.h"
 #include "shell/output.h"
 #include "shell/run_state.h"
 
@@ -266,16 +266,18 @@ void load_params_file()
 
 int save_params_file()
 {
-    FILE* const file = fopen(unfinished_name, "we");
-    if (file == nullptr) {
-        return errno;
+    OutputFile out;
+    int error = open_output(&out, params_file, unfinished_name);
+    if (error != 0) {
+        return error;
     }
     for (i32 index = 0; index < eval_param_count; ++index) {
         const EvalParam* entry = &eval_params[index];
-        fprintf(file, "fset(\"%s\",%d,%d);\n", entry->name, score_mg(entry->packed),
+        fprintf(out.file, "fset(\"%s\",%d,%d);\n", entry->name, score_mg(entry->packed),
             score_eg(entry->packed));
     }
-    return finish_file(file, unfinished_name, params_file);
+    error = close_output(&out);
+    return error != 0 ? error : publish_output(&out);
 }
 
 i32 scale_params(const char* needle, const WeightScale scale)

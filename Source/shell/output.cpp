@@ -183,25 +183,6 @@ FILE* open_regular_file(const char* path, bool append)
     return file;
 }
 
-int finish_file(FILE* file, const char* unfinished, const char* name)
-{
-    errno = 0;
-    int error = 0;
-    if (ferror(file) != 0 || fflush(file) != 0) {
-        error = errno != 0 ? errno : EIO;
-    }
-    if (fclose(file) != 0 && error == 0) {
-        error = errno;
-    }
-    if (error == 0 && rename(unfinished, name) != 0) {
-        error = errno;
-    }
-    if (error != 0) {
-        unlink(unfinished);
-    }
-    return error;
-}
-
 i32 open_log()
 {
     if (log_file != nullptr) {

@@ -42,11 +42,6 @@ void copy_text(char* dst, size_t size, const char* src);
 // thread, or never end.
 FILE* open_regular_file(const char* path, bool append = false);
 
-// Closes a file that was written under the name unfinished and gives it its own name, in place of
-// an older file, which stays if the new one is not complete. Returns 0, or the error; unfinished
-// is removed then.
-int finish_file(FILE* file, const char* unfinished, const char* name);
-
 // Opens vesk.log in the current directory, replacing an old one. Returns 1, or 0 if the old
 // file cannot be unlinked or the new one not opened; a second call with an open log returns 1.
 i32 open_log();

@@ -33,6 +33,14 @@ bool open_input(ToolInput* input, const char* name)
     return true;
 }
 
+bool rewind_input(ToolInput* input)
+{
+    const bool sought = fseek(input->lines.file, 0, SEEK_SET) == 0;
+    start_reading(&input->lines, input->lines.file);
+    skip_byte_order_mark(&input->lines);
+    return sought;
+}
+
 void close_input(ToolInput* input)
 {
     hide_progress(input);
@@ -122,9 +130,7 @@ void start_progress(ToolInput* input, bool (*is_item)(const char* line))
         return;
     }
     progress->count = count_items(input, is_item);
-    rewind(input->lines.file);
-    start_reading(&input->lines, input->lines.file);
-    skip_byte_order_mark(&input->lines);
+    rewind_input(input);
     progress->started = monotonic_seconds();
     progress->due = progress->started + seconds_between_shows;
 }

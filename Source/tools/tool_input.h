@@ -25,6 +25,9 @@ struct ToolInput {
 // if it cannot be had; exit_status is 1 then, but not for a file that is simply not there.
 bool open_input(ToolInput* input, const char* name);
 
+// Goes back to the start of the text. Returns false if that fails.
+bool rewind_input(ToolInput* input);
+
 // Closes it, with a message and exit_status 1 if it could not be read to its end.
 void close_input(ToolInput* input);
 

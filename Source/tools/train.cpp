@@ -1,8 +1,6 @@
 // The training loop over a file of positions with results. It writes the weights as they stand
 // from time to time; without a tuning build they are those that it began with.
-#include <cerrno>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +14,7 @@
 #include "shell/output.h"
 #include "shell/run_state.h"
 #include "shell/think_loop.h"
+#include "tools/tool_input.h"
 #include "tools/tools.h"
 #include "tools/training_line.h"
 
@@ -27,7 +26,7 @@ static constexpr f64 worst_average = 1.0;
 
 // One call of train_epd.
 struct Training {
-    FILE* file;
+    ToolInput input;
     i32 method;
     i64 limit;
     f64 rate;
@@ -42,19 +41,17 @@ static constinit bool training_runs = false;
 
 bool write_weights()
 {
-    // A limit of the file's size is to be an error of a write, not the end of the process.
-    signal(SIGXFSZ, SIG_IGN);
     const int error = save_params_file();
     if (error != 0) {
-        fprintf(stderr, "%s: cannot be written: %s\n", params_file, strerror(error));
+        complain(params_file, "cannot be written", error);
         exit_status = 1;
     }
     return error == 0;
 }
 
-static bool read_line(const Training* training, char* line)
+static bool read_line(Training* training, char* line)
 {
-    return fgets(line, training_line_length + 1, training->file) != nullptr;
+    return read_line_piece(&training->input.lines, line, training_line_length + 1) > 0;
 }
 
 // Ends a pass and begins the next one with its first line. Returns false if there is none, or if
@@ -67,9 +64,9 @@ static bool start_next_pass(Training* training, char* line)
     print_plain("avg err= %0.5f\n", training->lines == 0 ? 0.0 : growth / lines);
     training->pass_start = err_sum;
     training->pass++;
-    const i32 sought = rewind_text(training->file);
+    const bool sought = rewind_input(&training->input);
     print_plain("pass = %d, rewinding EPD file\n", training->pass);
-    if (sought != 0) {
+    if (!sought) {
         print_line("error setting file position");
     }
     store(stop_code, StopNone);
@@ -164,7 +161,7 @@ static void walk_file(Training* training)
         if (!read_line(training, line) && !start_next_pass(training, line)) {
             return;
         }
-        if (!is_comment(line) && !use_line(training, line)) {
+        if (!is_epd_comment(line) && !use_line(training, line)) {
             return;
         }
     }
@@ -172,12 +169,12 @@ static void walk_file(Training* training)
 
 static void train_on(Training* training, const char* path)
 {
-    if (fseek(training->file, 0, SEEK_END) != 0) {
+    FILE* file = training->input.lines.file;
+    if (fseek(file, 0, SEEK_END) != 0) {
         return;
     }
-    print_plain("Training using %s, %0.0f bytes ...\n", path,
-        static_cast<f64>(ftell(training->file)));
-    rewind_text(training->file);
+    print_plain("Training using %s, %0.0f bytes ...\n", path, static_cast<f64>(ftell(file)));
+    rewind_input(&training->input);
     training_runs = true;
     walk_file(training);
     training_runs = false;
@@ -200,7 +197,16 @@ void train_epd(const char* path, i32 method, i64 limit, f64 rate)
     if (file == nullptr) {
         return;
     }
-    Training training = { file, method, limit, rate, 1, 0, 0.0, 0.0, worst_average };
+    Training training;
+    training.method = method;
+    training.limit = limit;
+    training.rate = rate;
+    training.pass = 1;
+    training.lines = 0;
+    training.pass_start = 0.0;
+    training.report_start = 0.0;
+    training.best = worst_average;
+    training.input.lines.file = file;
     train_on(&training, path);
     fclose(file);
 }

@@ -4,7 +4,6 @@
 // and the wanted result.
 #include "tools/trainer.h"
 
-#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -53,7 +52,6 @@ struct Trainer {
     f64 best_error;
     i64 best_pass;
     f64 pass_seconds;                   // of the last whole pass
-    f64 last_progress;                  // clock of the last progress line
     const Chunk* batch;
     Part part;
     bool learns;
@@ -79,21 +77,16 @@ static void catch_interrupts()
 
 // ---- Progress, on a terminal's standard error alone
 
-static void clear_progress()
-{
-    if (isatty(STDERR_FILENO)) {
-        fprintf(stderr, "\r\033[K");
-    }
-}
-
-// Whether it is time for a progress line.
-static bool progress_is_due(f64* last)
+// Whether it is time for a progress line; if so, one will be there to be taken away.
+static bool progress_is_due(TrainingData* data)
 {
     const f64 now = monotonic_seconds();
-    if (!isatty(STDERR_FILENO) || now - *last < seconds_per_progress) {
+    Progress* progress = &data->input.progress;
+    if (!isatty(STDERR_FILENO) || now < progress->due) {
         return false;
     }
-    *last = now;
+    progress->due = now + seconds_per_progress;
+    progress->visible = true;
     return true;
 }
 
@@ -104,24 +97,24 @@ static void write_time(f64 seconds, char* out, size_t size)
         static_cast<long long>(whole / 60 % 60), static_cast<long long>(whole % 60));
 }
 
-static bool show_reading(const TrainingData* data)
+static bool show_reading(TrainingData* data)
 {
-    static f64 last = 0.0;
-    if (progress_is_due(&last)) {
+    if (progress_is_due(data)) {
         fprintf(stderr, "\rreading: %.0f%%\033[K",
-            100.0 * static_cast<f64>(data->read_bytes) / static_cast<f64>(data->file_bytes + 1));
+            100.0 * static_cast<f64>(ftello(data->input.lines.file))
+                / static_cast<f64>(data->file_bytes + 1));
     }
     return interrupted == 0;
 }
 
 static void show_training(Trainer* trainer, i64 done, f64 pass_start)
 {
-    if (!progress_is_due(&trainer->last_progress)) {
+    if (!progress_is_due(&trainer->data)) {
         return;
     }
     const f64 share
         = static_cast<f64>(done) / static_cast<f64>(trainer->data.positions[TrainingPart]);
-    const f64 seconds = trainer->last_progress - pass_start;
+    const f64 seconds = monotonic_seconds() - pass_start;
     const f64 whole_pass = trainer->pass_seconds > 0.0 ? trainer->pass_seconds : seconds / share;
     char left[32];
     write_time(whole_pass * static_cast<f64>(tune_options.passes - trainer->pass)
@@ -250,7 +243,7 @@ static bool write_values(Trainer* trainer)
     for (i32 i = 0; i < weight_count; ++i) {
         set_weight(i, trainer->weights[i].value[0], trainer->weights[i].value[1]);
     }
-    clear_progress();
+    hide_progress(&trainer->data.input);
     trainer->unsaved = 0;
     return write_weights();
 }
@@ -323,7 +316,7 @@ static bool run_pass(Trainer* trainer)
     const bool has_validation = trainer->data.positions[ValidationPart] > 0;
     const f64 validation
         = has_validation && training >= 0.0 ? sweep(trainer, ValidationPart, false) : training;
-    clear_progress();
+    hide_progress(&trainer->data.input);
     if (validation < 0.0) {
         return false;
     }
@@ -362,7 +355,7 @@ static void run_passes(Trainer* trainer)
 
 // ---- The start
 
-static bool refuse(const char* text, const char* name)
+static bool reject(const char* text, const char* name)
 {
     fprintf(stderr, "%s: %s\n", name, text);
     exit_status = 1;
@@ -377,10 +370,10 @@ static bool names_are_known()
             found = found || strcmp(entry.name, tune_list[i]) == 0;
         }
         if (!found) {
-            return refuse("no weight has this name", tune_list[i]);
+            return reject("no weight has this name", tune_list[i]);
         }
         if (strcmp(tune_list[i], eval_params[mtl_pawn].name) == 0) {
-            return refuse("anchors the scale and is not trained", tune_list[i]);
+            return reject("anchors the scale and is not trained", tune_list[i]);
         }
     }
     return true;
@@ -391,10 +384,10 @@ static bool init_weights(Trainer* trainer)
 {
     const bool has_file = access(params_file, F_OK) == 0;
     if (has_file && !tune_options.resume) {
-        return refuse("is there: go on from it with -tune-resume, or move it away", params_file);
+        return reject("is there: go on from it with -tune-resume, or move it away", params_file);
     }
     if (!has_file && tune_options.resume) {
-        return refuse("is not there to go on from", params_file);
+        return reject("is not there to go on from", params_file);
     }
     init_eval_params(mode_without_personality);
     for (i32 i = 0; i < weight_count; ++i) {
@@ -453,13 +446,12 @@ static bool collect_gathered(Trainer* trainer)
                 " there\n",
         static_cast<long long>(all.positions), all.largest, all.bound);
     return !all.failed
-        || refuse("scores cannot be rebuilt from these weights", "evaluation");
+        || reject("scores cannot be rebuilt from these weights", "evaluation");
 }
 
 static bool load_data(Trainer* trainer)
 {
     TrainingData* data = &trainer->data;
-    data->path = tune_options.file;
     data->seed = tune_options.seed;
     data->validation = tune_options.validation;
     data->memory_limit = tune_options.memory * 1048576;
@@ -467,16 +459,19 @@ static bool load_data(Trainer* trainer)
     data->gatherers = static_cast<Gatherer*>(
         calloc(static_cast<size_t>(trainer->team.size), sizeof(Gatherer)));
     if (data->gatherers == nullptr) {
-        return refuse("no memory for its positions", data->path);
+        return reject("no memory for its positions", tune_options.file);
     }
     for (i32 worker = 0; worker < trainer->team.size; ++worker) {
         data->gatherers[worker].thread = load_acquire(workers[worker]);
     }
-    print_plain("Training using %s ...\n", data->path);
-    const bool loaded = load_training_data(data, show_reading);
-    clear_progress();
+    print_plain("Training using %s ...\n", tune_options.file);
+    const bool loaded = load_training_data(data, tune_options.file, show_reading);
+    hide_progress(&data->input);
     if (!loaded) {
         return false;
+    }
+    if (is_tune_report(data->input.lines.file)) {
+        return reject("would be replaced by a report", tune_options.file);
     }
     print_data(trainer);
     return collect_gathered(trainer);
@@ -502,7 +497,7 @@ void run_trainer()
 {
     Trainer* trainer = new (std::nothrow) Trainer {};
     if (trainer == nullptr) {
-        refuse("no memory", "trainer");
+        reject("no memory", "trainer");
         return;
     }
     interrupted = 0;

@@ -16,3 +16,6 @@ struct TrainedWeight {
 // Writes tune_report.txt and tune_report.csv: each weight's old and new value, in how many
 // positions it counted, and its last gradient. Tells standard error and exit_status if that fails.
 void write_tune_reports(const TrainedWeight* weights, const i64* counts);
+
+// Whether an open file is one that the reports would replace.
+bool is_tune_report(FILE* file);

@@ -1,19 +1,16 @@
 // Reading batches of lines on the calling thread and gathering their positions on all.
 #include "tools/training_data.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
-#include "shell/output.h"
 #include "shell/run_state.h"
 
-static constexpr i64 checked_lines = 32768;     // the sample on which scores are rebuilt
-static constexpr i64 most_messages = 20;        // refused lines that are told of one by one
+static constexpr i32 checked_lines = 32768;     // the sample on which scores are rebuilt
 static constexpr u32 first_capacity = 8192;     // words
 
 // Whether a line only measures, by its number alone: a fixed, even mixture of bits.
-static bool is_validation_line(const TrainingData* data, i64 line)
+static bool is_validation_line(const TrainingData* data, i32 line)
 {
     u64 x = static_cast<u64>(line) + static_cast<u64>(data->seed) * 0x9e3779b97f4a7c15ULL;
     x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
@@ -24,41 +21,51 @@ static bool is_validation_line(const TrainingData* data, i64 line)
 
 // ---- Lines
 
+// Passes over what is left of a line. Returns whether there was anything.
+static bool skip_rest(LineReader* lines)
+{
+    bool any = false;
+    char piece[line_slot];
+    while (lines->in_line && read_line_piece(lines, piece, sizeof piece) > 0) {
+        any = true;
+    }
+    return any;
+}
+
 // Reads the next line without its line feed and a carriage return before it. A line that is too
 // long or no text is read to its end all the same. Returns false at the end of the file.
-static bool read_line(TrainingData* data, char* out, LineVerdict* verdict)
+static bool read_line(LineReader* lines, char* out, LineVerdict* verdict)
 {
-    i32 length = 0;
-    bool binary = false;
-    bool any = false;
-    for (int c; (c = getc_unlocked(data->file)) != EOF;) {
-        any = true;
-        data->read_bytes++;
-        if (c == '\n') {
-            break;
-        }
-        binary = binary || c == '\0';
-        if (length <= training_line_length) {
-            out[length++] = static_cast<char>(c);
-        }
+    i32 length = read_line_piece(lines, out, line_slot);
+    if (length == 0) {
+        return false;
     }
-    if (length > 0 && length <= training_line_length && out[length - 1] == '\r') {
-        length--;
-    }
+    const bool binary = memchr(out, '\0', static_cast<size_t>(length)) != nullptr;
+    const bool has_more = skip_rest(lines);
+    length -= out[length - 1] == '\n';
+    length -= length > 0 && out[length - 1] == '\r';
     out[length] = '\0';
-    *verdict = binary ? LineBinary : length > training_line_length ? LineTooLong : LineUsed;
-    return any;
+    *verdict = binary                           ? LineBinary
+        : has_more || length > training_line_length ? LineTooLong
+                                                : LineUsed;
+    return true;
 }
 
 static bool read_lines(TrainingData* data)
 {
     i32 count = 0;
-    while (count < batch_lines && read_line(data, data->lines[count], &data->verdicts[count])) {
+    while (count < batch_lines
+        && read_line(&data->input.lines, data->lines[count], &data->verdicts[count])) {
         count++;
     }
     data->lines_read = count;
-    data->line += count;
     return count > 0;
+}
+
+// The number of a line of the batch, from 1 on in the file.
+static i32 line_number(const TrainingData* data, i32 index)
+{
+    return data->input.lines.line_number - data->lines_read + 1 + index;
 }
 
 // ---- Chunks
@@ -102,7 +109,7 @@ static void gather_chunk(void* context, i32 worker, i32 index)
     Chunk* chunk = &data->chunks[data->chunk_count - batch_chunks + index];
     empty_chunk(chunk);
     for (i32 i = index * chunk_lines; i < (index + 1) * chunk_lines && i < data->lines_read; ++i) {
-        const i64 line = data->line - data->lines_read + 1 + i;
+        const i32 line = line_number(data, i);
         const Part part = is_validation_line(data, line) ? ValidationPart : TrainingPart;
         LineVerdict* verdict = &data->verdicts[i];
         if (*verdict != LineUsed) {
@@ -161,15 +168,13 @@ static bool gather_batch(TrainingData* data)
 // ---- The first reading
 
 // Counts the lines of the batch and tells of those that are refused.
-static void count_lines(TrainingData* data, i64* told)
+static void count_lines(TrainingData* data)
 {
     for (i32 i = 0; i < data->lines_read; ++i) {
         const LineVerdict verdict = data->verdicts[i];
         data->counts[verdict]++;
-        if (verdict >= LineRefused && (*told)++ < most_messages) {
-            fprintf(stderr, "%s, line %lld: %s\n", data->path,
-                static_cast<long long>(data->line - data->lines_read + 1 + i),
-                refusal_text(verdict));
+        if (verdict >= LineRefused) {
+            refuse(&data->input, line_number(data, i), "%s", refusal_text(verdict));
         }
     }
 }
@@ -202,9 +207,8 @@ static void settle_chunks(TrainingData* data)
     }
 }
 
-static void read_first_time(TrainingData* data, bool (*on_progress)(const TrainingData* data))
+static void read_first_time(TrainingData* data, bool (*on_progress)(TrainingData* data))
 {
-    i64 told = 0;
     data->is_kept = true;
     data->is_first_reading = true;
     data->wanted = PartCount;
@@ -216,7 +220,7 @@ static void read_first_time(TrainingData* data, bool (*on_progress)(const Traini
         }
         goes_on = gather_batch(data);
         if (goes_on) {
-            count_lines(data, &told);
+            count_lines(data);
             settle_chunks(data);
             goes_on = on_progress(data);
         } else if (data->is_kept) {
@@ -224,54 +228,43 @@ static void read_first_time(TrainingData* data, bool (*on_progress)(const Traini
         }
     }
     data->is_first_reading = false;
-    if (told > 0) {
-        exit_status = 1;
-    }
-    if (told > most_messages) {
-        fprintf(stderr, "%s: %lld lines were refused\n", data->path, static_cast<long long>(told));
-    }
 }
 
-static bool complain(const char* path, const char* what)
+static bool reject(const TrainingData* data, const char* text)
 {
-    fprintf(stderr, "%s: %s\n", path, what);
+    fprintf(stderr, "%s: %s\n", data->input.name, text);
     exit_status = 1;
     return false;
 }
 
-static bool open_data(TrainingData* data)
+static bool open_data(TrainingData* data, const char* path)
 {
-    data->file = open_regular_file(data->path);
-    if (data->file == nullptr) {
-        fprintf(stderr, "%s: cannot be opened: %s\n", data->path,
-            errno != 0 ? strerror(errno) : "no file of text");
+    if (!open_input(&data->input, path)) {
+        data->input.lines.file = nullptr;
         exit_status = 1;
         return false;
     }
-    fseeko(data->file, 0, SEEK_END);
-    data->file_bytes = ftello(data->file);
-    rewind_text(data->file);
+    FILE* file = data->input.lines.file;
+    fseeko(file, 0, SEEK_END);
+    data->file_bytes = ftello(file);
+    rewind_input(&data->input);
     data->lines = static_cast<char(*)[line_slot]>(calloc(batch_lines, line_slot));
     data->verdicts = static_cast<LineVerdict*>(calloc(batch_lines, sizeof(LineVerdict)));
     return (data->lines != nullptr && data->verdicts != nullptr)
-        || complain(data->path, "no memory for its lines");
+        || reject(data, "no memory for its lines");
 }
 
-bool load_training_data(TrainingData* data, bool (*on_progress)(const TrainingData* data))
+bool load_training_data(TrainingData* data, const char* path,
+    bool (*on_progress)(TrainingData* data))
 {
-    errno = 0;
-    if (!open_data(data)) {
+    if (!open_data(data, path)) {
         return false;
     }
     read_first_time(data, on_progress);
-    if (ferror(data->file) != 0) {
-        return complain(data->path, "cannot be read to its end");
-    }
     if (data->out_of_memory) {
-        return complain(data->path, "no memory for its positions");
+        return reject(data, "no memory for its positions");
     }
-    return data->positions[TrainingPart] > 0
-        || complain(data->path, "no position to train on");
+    return data->positions[TrainingPart] > 0 || reject(data, "no position to train on");
 }
 
 // ---- Sweeps
@@ -281,9 +274,7 @@ void start_sweep(TrainingData* data, Part part)
     data->wanted = part;
     data->next_chunk = 0;
     if (!data->is_kept) {
-        rewind_text(data->file);
-        data->line = 0;
-        data->read_bytes = 0;
+        rewind_input(&data->input);
     }
 }
 
@@ -309,7 +300,7 @@ void free_training_data(TrainingData* data)
     free(data->chunks);
     free(data->lines);
     free(data->verdicts);
-    if (data->file != nullptr) {
-        fclose(data->file);
+    if (data->input.lines.file != nullptr) {
+        close_input(&data->input);
     }
 }

@@ -3,9 +3,8 @@
 // threads there are, and whether they are kept in memory or made again for every sweep.
 #pragma once
 
-#include <cstdio>
-
 #include "tools/team.h"
+#include "tools/tool_input.h"
 #include "tools/training_gather.h"
 
 // Lines that train, and lines that only measure the error of weights trained without them.
@@ -14,7 +13,7 @@ enum Part : i32 { TrainingPart, ValidationPart, PartCount };
 inline constexpr i32 chunk_lines = 256;
 inline constexpr i32 batch_chunks = 16;
 inline constexpr i32 batch_lines = chunk_lines * batch_chunks;
-inline constexpr i32 line_slot = 256;
+inline constexpr i32 line_slot = training_line_length + 4;   // with CR, line feed and NUL
 
 // The positions of chunk_lines lines, by part: records one behind the other.
 struct Chunk {
@@ -25,10 +24,8 @@ struct Chunk {
 };
 
 struct TrainingData {
-    const char* path;
-    FILE* file;
+    ToolInput input;
     i64 file_bytes;
-    i64 read_bytes;             // of this sweep
     i64 seed;
     i64 validation;             // per cent of the lines
     i64 memory_limit;           // bytes for chunks
@@ -44,7 +41,6 @@ struct TrainingData {
     i64 chunk_capacity;
     i64 next_chunk;             // of a sweep over kept chunks
 
-    i64 line;                   // number of the last line read, from 1 on
     char (*lines)[line_slot];   // the batch being read
     LineVerdict* verdicts;
     i32 lines_read;
@@ -54,11 +50,12 @@ struct TrainingData {
     i64 positions[PartCount];
 };
 
-// Opens the file and reads it once: checks and counts its lines, tells standard error which are
-// refused, and keeps the positions if they fit. on_progress is called now and then and may ask
+// Opens the file path and reads it once: checks and counts its lines, tells standard error which
+// are refused, and keeps the positions if they fit. on_progress is called now and then and may ask
 // for the end by returning false. Returns false, with exit_status 1 and a message, if there is
 // nothing to train on; the data must be freed in any case.
-bool load_training_data(TrainingData* data, bool (*on_progress)(const TrainingData* data));
+bool load_training_data(TrainingData* data, const char* path,
+    bool (*on_progress)(TrainingData* data));
 
 // Begins a sweep over one part.
 void start_sweep(TrainingData* data, Part part);

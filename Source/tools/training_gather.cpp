@@ -8,6 +8,7 @@
 #include "board/moves.h"
 #include "board/notation.h"
 #include "eval/evaluate.h"
+#include "tools/tool_input.h"
 
 static constexpr i32 uncached_ply = 1;
 static constexpr f32 largest_coef = 127.0f;
@@ -199,7 +200,7 @@ static u32 pack_position(Gatherer* gatherer, f32 target, u32* out)
 LineVerdict gather_line(Gatherer* gatherer, const char* line, bool check, u32* out, u32* words)
 {
     *words = 0;
-    if (line[0] == '\0' || is_comment(line)) {
+    if (line[0] == '\0' || is_epd_comment(line)) {
         return LineComment;
     }
     char position[epd_pos_size];

@@ -9,11 +9,6 @@
 
 static constexpr size_t longest_number = 15; // characters of gr
 
-bool is_comment(const char* line)
-{
-    return line[0] == ' ' || line[0] == '#' || line[0] == ';';
-}
-
 // The operand behind word, up to closing or the end of the line; out is empty if there is none.
 static bool find_operand(const char* line, const char* word, char closing, char* out, size_t size)
 {
@@ -65,15 +60,4 @@ bool read_bracket_result(const char* line, i32 side, f64* result)
     const bool lost = strstr(text, "0.0") != nullptr;
     *result = turned(won ? 1.0 : lost ? 0.0 : 0.5, side);
     return true;
-}
-
-i32 rewind_text(FILE* file)
-{
-    static constexpr char mark[] = "\xef\xbb\xbf";
-    char start[sizeof mark] = "";
-    if (fseek(file, 0, SEEK_SET) != 0) {
-        return -1;
-    }
-    const bool has_mark = fread(start, 1, 3, file) == 3 && strcmp(start, mark) == 0;
-    return has_mark ? 0 : fseek(file, 0, SEEK_SET);
 }

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cmath>
-#include <cstdio>
 
 #include "board/types.h"
 
@@ -31,15 +30,9 @@ inline f32 blend_target(f64 result, f32 expected)
         std::fma(result_share, result, score_share * static_cast<f64>(expected)));
 }
 
-// Whether a line holds no position on purpose: it begins with a blank, # or ;.
-bool is_comment(const char* line);
-
 // The result that gr or c9 tell, c9 before gr, from the view of side, the side to move. A c9 of
 // no known result is what gr left, but turned all the same. no_result if neither is there.
 f64 read_result(const char* line, i32 side);
 
 // The result in brackets from the view of side. Returns false if there is no bracket.
 bool read_bracket_result(const char* line, i32 side, f64* result);
-
-// Goes to the start of the text of file, behind a byte-order mark. Returns 0, or -1 if that fails.
-i32 rewind_text(FILE* file);

@@ -1,14 +1,15 @@
 // What a training has done to each weight, as a text for people and as a table for programs.
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 
 #include "eval/weights.h"
-#include "shell/output.h"
+#include "shell/files.h"
 #include "shell/run_state.h"
 #include "tools/trainer.h"
 
 static constexpr i32 label_size = 40;
+static constexpr char text_name[] = "tune_report.txt";
+static constexpr char table_name[] = "tune_report.csv";
+static constexpr char unfinished_name[] = "tune_report.part";
 
 // The name of a weight and, where several share it, the rank or the square of its table.
 static void write_label(i32 weight, char* label)
@@ -77,21 +78,29 @@ static void write_report(const char* name,
     void (*write)(FILE* file, const TrainedWeight* weights, const i64* counts),
     const TrainedWeight* weights, const i64* counts)
 {
-    static constexpr char unfinished_name[] = "tune_report.part";
-    FILE* file = fopen(unfinished_name, "we");
-    int error = errno;
-    if (file != nullptr) {
-        write(file, weights, counts);
-        error = finish_file(file, unfinished_name, name);
+    OutputFile out;
+    int error = open_output(&out, name, unfinished_name);
+    if (error == 0) {
+        write(out.file, weights, counts);
+        error = close_output(&out);
+    }
+    if (error == 0) {
+        error = publish_output(&out);
     }
     if (error != 0) {
-        fprintf(stderr, "%s: cannot be written: %s\n", name, strerror(error));
+        complain(name, "cannot be written", error);
         exit_status = 1;
     }
 }
 
 void write_tune_reports(const TrainedWeight* weights, const i64* counts)
 {
-    write_report("tune_report.txt", write_text, weights, counts);
-    write_report("tune_report.csv", write_table, weights, counts);
+    write_report(text_name, write_text, weights, counts);
+    write_report(table_name, write_table, weights, counts);
+}
+
+bool is_tune_report(FILE* file)
+{
+    return is_named(file, text_name) || is_named(file, table_name)
+        || is_named(file, unfinished_name);
 }

@@ -200,7 +200,7 @@ def check_bad_input(trainer, lines):
         bad.write(b"\xef\xbb\xbf# text\r\n" + bytes(range(256)) + b"\n" + b"x" * 2000000 + b"\n")
         bad.write(good.read(200000) + b'\n8/8 w - - gr "\n')
     result = trainer.run("-tune", "bad.epd", "-tune-passes", 1)
-    expect(result.returncode == 1 and "bad.epd, line " in result.stderr, result.stderr)
+    expect(result.returncode == 1 and "bad.epd:2: " in result.stderr, result.stderr)
     expect(len(weights()) == 913, "bad lines keep the rest from being used")
     files()
 

@@ -215,7 +215,6 @@ struct TuneData : TuneGather {
     void start_data(i64 memory_limit, i64 seed)
     {
         data = {};
-        data.path = name;
         data.team = team;
         data.gatherers = &gatherer;
         data.memory_limit = memory_limit;
@@ -237,7 +236,7 @@ struct TuneData : TuneGather {
     {
         std::ofstream(name, std::ios::binary) << text;
         testing::internal::CaptureStderr();
-        loaded = load_training_data(&data, [](const TrainingData*) { return true; });
+        loaded = load_training_data(&data, name, [](TrainingData*) { return true; });
         return testing::internal::GetCapturedStderr();
     }
 
@@ -315,10 +314,10 @@ TEST_F(TuneData, RefusedLinesAreToldByFileAndNumber)
         + fitting + std::string(255 - 2 - fitting.size(), 'x') + "\";\n"
         + start + " gr 1;";
     EXPECT_EQ(load_text(text),
-        "tune_data.epd, line 3: does not begin with the four fields of a position\n"
-        "tune_data.epd, line 4: is longer than 254 characters\n"
-        "tune_data.epd, line 5: is no text\n"
-        "tune_data.epd, line 7: is longer than 254 characters\n");
+        "tune_data.epd:3: does not begin with the four fields of a position\n"
+        "tune_data.epd:4: is longer than 254 characters\n"
+        "tune_data.epd:5: is no text\n"
+        "tune_data.epd:7: is longer than 254 characters\n");
     EXPECT_TRUE(loaded);
     EXPECT_EQ(exit_status, 1);
     EXPECT_EQ(data.positions[TrainingPart] + data.positions[ValidationPart], 3);
@@ -331,8 +330,11 @@ TEST_F(TuneData, ManyRefusedLinesAreSummedUp)
         text += "x\n";
     }
     const std::string errors = load_text(text);
-    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 21);
-    EXPECT_NE(errors.find("tune_data.epd: 5000 lines were refused\n"), std::string::npos);
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 100);
+    testing::internal::CaptureStderr();
+    free_training_data(&data);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "tune_data.epd: 4900 messages more\n");
+    start_data(1, 0);
 }
 
 TEST_F(TuneData, FilesOfNoUseAreRefused)
@@ -342,15 +344,14 @@ TEST_F(TuneData, FilesOfNoUseAreRefused)
     EXPECT_EQ(exit_status, 1);
     free_training_data(&data);
     exit_status = 0;
-    data = {};
-    data.path = "/nowhere/at/all";
+    start_data(1, 0);
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(load_training_data(&data, [](const TrainingData*) { return true; }));
+    const auto go_on = [](TrainingData*) { return true; };
+    EXPECT_FALSE(load_training_data(&data, "/nowhere/at/all", go_on));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
         "/nowhere/at/all: cannot be opened: No such file or directory\n");
     EXPECT_EQ(exit_status, 1);
-    data.path = "/";
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(load_training_data(&data, [](const TrainingData*) { return true; }));
+    EXPECT_FALSE(load_training_data(&data, "/", go_on));
     EXPECT_NE(testing::internal::GetCapturedStderr(), "");
 }

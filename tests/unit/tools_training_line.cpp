@@ -1,7 +1,9 @@
 // How the result of a training line is read.
 #include "tools/training_line.h"
 
-#include "shell_test_support.h"
+#include <gtest/gtest.h>
+
+#include <string>
 
 static f64 result_of(const std::string& line, i32 side = White)
 {
@@ -67,37 +69,4 @@ TEST(TrainingLine, TheTargetIsNineParts)
 {
     EXPECT_EQ(blend_target(1.0, 0.5f), 0.95f);
     EXPECT_EQ(blend_target(0.0, 1.0f), 0.1f);
-}
-
-TEST(TrainingLine, CommentsBeginWithABlankAHashOrASemicolon)
-{
-    EXPECT_TRUE(is_comment(" p"));
-    EXPECT_TRUE(is_comment("#p"));
-    EXPECT_TRUE(is_comment(";p"));
-    EXPECT_FALSE(is_comment("p #"));
-    EXPECT_FALSE(is_comment(""));
-}
-
-struct TrainingText : ShellTest {
-    static std::string first_line(const std::string& text)
-    {
-        write_file("t", text);
-        FILE* file = fopen("t", "r");
-        char line[100] = "";
-        for (i32 pass = 0; pass < 2; ++pass) {
-            EXPECT_EQ(rewind_text(file), 0);
-            EXPECT_EQ(fgets(line, sizeof line, file) != nullptr, !text.empty());
-        }
-        fclose(file);
-        return line;
-    }
-};
-
-TEST_F(TrainingText, BeginsBehindAByteOrderMark)
-{
-    EXPECT_EQ(first_line("\xef\xbb\xbf" "ab\nc\n"), "ab\n");
-    EXPECT_EQ(first_line("ab\n"), "ab\n");
-    EXPECT_EQ(first_line("a"), "a");
-    EXPECT_EQ(first_line("\xef\xbb"), "\xef\xbb");
-    EXPECT_EQ(first_line(""), "");
 }
