@@ -64,7 +64,8 @@ static void search_on_workers(EpdRun* run)
     update_elapsed();
 }
 
-// This thread searches; the clock and the input are looked at now and then between positions.
+// This thread searches; the clock and the input are looked at now and then between positions. Where
+// several lines are searched the score is the last one's, as worker 0 keeps it.
 static void search_here(EpdRun* run, i32 number)
 {
     search_sync();

@@ -2,6 +2,8 @@
 // search runs, the table of totals, and damaged input.
 #include "tools_support.h"
 
+#include <cmath>
+
 // Takes a while even at little depth; the best move mates.
 static const char* const busy = "1k1r4/pp1b1R2/3q2pp/4p3/2B5/4Q3/PPP2B2/2K5 b - - bm Qd1+;";
 
@@ -268,6 +270,60 @@ TEST_F(EpdRunnerTest, DepthOfTwoSwitchesTheHashTableOff)
     EXPECT_EQ(load(hash_mode), 0);
 }
 
+TEST_F(EpdRunnerTest, EachPositionStartsFromAnEmptyHashTable)
+{
+    const std::string line = std::string(busy) + "\n";
+    for (const i8 depth : { i8 { 5 }, i8 { 8 } }) {
+        store(depth_limit, depth);
+        const std::string once = line_of(run(line).out, 2);
+        const std::string twice = line_of(run(line + line).out, 2);
+        i64 nodes = 0;
+        EXPECT_EQ(sscanf(once.c_str(), "total nodes= %ld", &nodes), 1);
+        EXPECT_EQ(twice, "total nodes= " + std::to_string(2 * nodes));
+    }
+}
+
+TEST_F(EpdRunnerTest, ShortSearchOfSeveralLinesTellsTheScoreOfTheLastOne)
+{
+    // The calling thread's last score counts, and that is the last line's. The workers' result is
+    // that of the best line.
+    engine_options.multi_pv = 2;
+    publish_options();
+    store(noise, 0.0);
+    const auto scores = [](i32 line, const std::string& out) {
+        i32 depth = load(depth_limit);
+        i32 score = -1;
+        i32 told = -2;
+        const std::string start =
+            "info multipv " + std::to_string(line) + " depth " + std::to_string(depth) + " ";
+        const size_t at = out.find(start);
+        EXPECT_NE(at, std::string::npos);
+        sscanf(out.c_str() + out.find("score cp ", at), "score cp %d", &score);
+        sscanf(out.c_str() + out.find("score= ", at), "score= %d", &told);
+        EXPECT_EQ(told, score) << out;
+        EXPECT_EQ(out.rfind("info multipv 1 "), out.rfind("info ")) << out;
+        return score;
+    };
+    const std::string line =
+        "r1bq1rk1/2p1bppp/p1np1n2/1p2p3/4P3/1BP2N2/PP1P1PPP/RNBQR1K1 w - - bm a4;\n";
+    store(depth_limit, 4);
+    scores(2, run(line).out);
+    store(depth_limit, 6);
+    scores(1, run(line).out);
+    engine_options.multi_pv = 1;
+    publish_options();
+}
+
+TEST_F(EpdRunnerTest, DepthThatIsReachedCounts)
+{
+    // A mate that is proven ends the search before the limit.
+    store(depth_limit, 5);
+    const std::string out = run(std::string(mate) + "\n").out;
+    EXPECT_GT(search_result.result_depth, 0);
+    EXPECT_LT(search_result.result_depth, 5);
+    EXPECT_EQ(line_of(out, 4), "avg depth= " + std::to_string(search_result.result_depth) + ".0");
+}
+
 TEST_F(EpdRunnerTest, TimeOfAPositionIsItsLimit)
 {
     store(depth_limit, 66);
@@ -357,10 +413,13 @@ TEST_F(EpdRunnerTest, TableAddsUpThePositions)
                       "\nmove= %5[a-h1-8], time= %lf, score= %d, nodes= %lf, %lfK %3s", move,
                       &seconds, &score, &own_nodes, &rate, unit),
             6);
+        EXPECT_GE(rate, floor(0.001 * own_nodes / (seconds + 0.0015)));
+        EXPECT_LE(rate, ceil(0.001 * own_nodes / (seconds + 0.0005)));
         nodes += own_nodes;
         moves++;
     }
     EXPECT_EQ(moves, 2);
+    EXPECT_GT(load(elapsed), 0.0);
     char expected[64];
     snprintf(expected, sizeof expected, "\ntotal nodes= %0.0f\n", nodes);
     EXPECT_TRUE(contains(out, expected)) << expected;

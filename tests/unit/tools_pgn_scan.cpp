@@ -219,6 +219,8 @@ TEST_F(PgnScanTest, NumberBehindEvalIsWhitesAndTurnedForBlack)
     EXPECT_EQ(last_eval("e4 {eval 25, depth 12}"), "25");
     EXPECT_EQ(last_eval("e4 {eval 25, depth 12} e5 {eval 25, depth 12}"), "-25");
     EXPECT_EQ(last_eval("e4 {eval -7}"), "-7");
+    EXPECT_EQ(last_eval("e4 {eval  25, depth 12}"), "25");
+    EXPECT_EQ(last_eval("e4 {eval  , depth 12}"), "0"); // a blank is a text without digits
     EXPECT_EQ(last_eval("e4 {eval 3, +0.50/12}"), "3"); // before a score in pawns
 }
 
@@ -274,7 +276,8 @@ TEST_F(PgnScanTest, CommentIsCutBehindFourThousandCharacters)
         return text.substr(0, size - 1) + " ";
     };
     EXPECT_EQ(last_eval("e4 {" + filler(3993) + "+0.35/1}"), "35");
-    EXPECT_EQ(last_eval("e4 {" + filler(3996) + "+0.35/1}"), "-29999");
+    EXPECT_EQ(last_eval("e4 {" + filler(3994) + "+0.35/1}"), "35"); // the slash just fits
+    EXPECT_EQ(last_eval("e4 {" + filler(3995) + "+0.35/1}"), "-29999");
     EXPECT_EQ(last_eval("e4 {" + filler(100000) + "} e5 {+0.02/1}"), "-29999");
 }
 
@@ -282,6 +285,11 @@ TEST_F(PgnScanTest, UnclosedCommentEndsWithItsGame)
 {
     EXPECT_EQ(moves_of(game("e4 {+0.01/1} e5 {+0.01/1 d4") + game("c4 {+0.01/1}")), "e4 e5 c4");
     EXPECT_EQ(moves_of(game("{never closed e4") + game("c4 {+0.01/1}")), "c4");
+    // A tag of any kind ends a game that has moves.
+    EXPECT_EQ(
+        moves_of(game("e4 {+0.01/1} e5 {+0.01/1 d4") + "[Site \"s\"]\nc4 {+0.01/1}\n"), "e4 e5 c4");
+    EXPECT_EQ(moves_of("[Event \"t\"]\ne4 {book 1\n[Site \"s\"]\nd4 {+0.02/1}\n"), "e4 d4");
+    EXPECT_EQ(last_eval("e4 {book 1\n[Site \"s\"]\nd4 {+0.02/1}"), "2"); // nothing of it stays
 }
 
 TEST_F(PgnScanTest, StrayClosingBraceIsPassedOver)
@@ -354,6 +362,10 @@ TEST_F(PgnScanTest, GameOfTwoThousandMovesIsCut)
     EXPECT_EQ(run.errors, "games.pgn:804: the moves of a game behind half-move 800 are left out\n");
     scan(1, game(long_game(4000)));
     EXPECT_EQ(count_lines(read_file("tmp.pgn")), 2 + 800 + 2);
+    // A comment behind a move that is left out is not taken for that of the last one kept.
+    const std::string without = read_file("tmp.pgn");
+    scan(1, game(long_game(800) + "Nf3 {+9.00/1}"));
+    EXPECT_EQ(read_file("tmp.pgn"), without);
 }
 
 // ---- Tags
@@ -534,9 +546,50 @@ TEST_F(PgnScanTest, BlunderNeedsThreeRepliesThatGainAndStayUp)
     EXPECT_NE(annotated(-100, -59, -59, -39, 24), "");
     EXPECT_NE(annotated(249, 310, 310, 330, 24), "");
     EXPECT_EQ(annotated(250, 400, 400, 400, 24), "");
-    EXPECT_NE(annotated(-998, 0, 0, 0, 24), "");
-    EXPECT_EQ(annotated(-1001, 0, 0, 0, 24), "");
+    EXPECT_NE(annotated(-999, 0, 0, 0, 24), "");
+    EXPECT_EQ(annotated(-1000, 0, 0, 0, 24), "");
     EXPECT_EQ(annotated(100, 141, 141, 161, 23), ""); // ten moves must follow
+}
+
+TEST_F(PgnScanTest, EarlyMoveIsNoBlunder)
+{
+    // White's move of index 12 lets Black's evaluations rise; index 13 is the first that counts.
+    const auto blunders = [](i32 index) {
+        const char* const knights[] = { "Nf3", "Nf6", "Ng1", "Ng8" };
+        std::string moves;
+        for (i32 i = 0; i < 30; i++) {
+            const bool gains = i > index && i % 2 != index % 2;
+            moves += std::string(knights[i % 4]) + (gains ? " {+2.00/1}\n" : " {0.00/1}\n");
+        }
+        scan(1, game(moves));
+        return count_lines(read_file("tmpX.epd"));
+    };
+    EXPECT_EQ(blunders(11), 0);
+    EXPECT_EQ(blunders(12), 0);
+    EXPECT_EQ(blunders(13), 1);
+    EXPECT_EQ(blunders(14), 1);
+}
+
+TEST_F(PgnScanTest, BlunderWithoutAReadableReplyIsNotRefutedByTheNextGame)
+{
+    const char* const knights[] = { "Nf3", "Nf6", "Ng1", "Ng8" };
+    std::string moves;
+    for (i32 i = 0; i < 30; i++) {
+        moves += std::string(i == 14 ? "xx" : knights[i % 4])
+            + (i > 13 && i % 2 == 0 ? " {+2.00/1}\n" : " {0.00/1}\n");
+    }
+    scan(1, game(moves) + game("e4 {0.00/1}"));
+    EXPECT_TRUE(contains(read_file("tmp.pgn"), " ? "));
+    EXPECT_EQ(read_file("tmpX.epd"), "");
+}
+
+TEST_F(PgnScanTest, LargestEvaluationsArePrinted)
+{
+    scan(1, game("e4 {-99.99/1} e5 {+99.99/1} d4 {-100.00/1} d5 {-M1/1} c4 {+M1/1}"));
+    EXPECT_EQ(read_file("tmp.pgn"),
+        "[Event \"t\"]\n[Result \"1-0\"]\n"
+        "  1.  e4      {-99.99}\n      e5      {-99.99}\n"
+        "  2.  d4      {}\n      d5      { 90.00}\n  3.  c4      { 90.00}\n\n\n");
 }
 
 // ---- Files

@@ -73,8 +73,10 @@ TEST_F(TuneFileTest, ResultsOutOfRangeAreSkipped)
     EXPECT_TRUE(is_used("ce 0; gr ;")); // no number is 0
     EXPECT_TRUE(is_used("ce 0; gr nan;"));
     EXPECT_TRUE(is_used("ce 0; gr 0.5"));
-    EXPECT_FALSE(is_used("ce 0;gr 0.5;"));              // a blank must stand in front
-    EXPECT_TRUE(is_used("ce 0; gr 0.00000000000009;")); // fifteen characters count
+    EXPECT_FALSE(is_used("ce 0;gr 0.5;")); // a blank must stand in front
+    // Fifteen characters count: what is cut to 0 is a loss, which a score of 200 contradicts.
+    EXPECT_TRUE(is_used("ce 200; gr 0.0000000000001;"));
+    EXPECT_FALSE(is_used("ce 200; gr 0.00000000000001;"));
 }
 
 TEST_F(TuneFileTest, LineIsWrittenWithTheScoreAndResultOfTheSource)
@@ -162,6 +164,17 @@ TEST_F(TuneFileTest, CommandsTypedMeanwhileDoNotChangeTheLimits)
     EXPECT_EQ(tc_seconds, seconds);
     EXPECT_EQ(read_file("tune_new.epd"),
         repeat(300, std::string(quiet) + " ce 17; gr 0.5;\n"));
+}
+
+TEST_F(TuneFileTest, CommandThatSetsUpAPositionDoesNotChangeTheLines)
+{
+    const std::string line = "k7/7p/8/3q4/4P3/8/7P/K7 w - - ce 30; gr 1.0;\n";
+    write_file("games.epd", repeat(300, line));
+    const FedInput input;
+    input.feed("position startpos\n");
+    capture_output([] { make_tune_file("games.epd"); });
+    EXPECT_EQ(
+        read_file("tune_new.epd"), repeat(300, "k7/7p/8/3P4/8/8/7P/K7 b - - ce -30; gr 0.0;\n"));
 }
 
 TEST_F(TuneFileTest, CastlingRightWithoutItsRookEndsTheReading)
