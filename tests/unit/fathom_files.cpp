@@ -175,6 +175,20 @@ static TbPos position_against_a_king(const std::string& pieces)
     return pos;
 }
 
+TEST_F(TableFiles, OnlyTheDistanceTableUsedLastIsKnownByBothViews)
+{
+    use_tables(real_tables());
+    EXPECT_NE(dtz_of(queen_wins), "none");
+    EXPECT_NE(dtz_of(queen_wins_for_black), "none");
+    EXPECT_EQ(mapped_files(".rtbz"), 1);
+    EXPECT_NE(dtz_of("8/8/8/4k3/8/8/8/K6R w - - 0 1"), "none");
+    EXPECT_NE(dtz_of(queen_wins), "none") << "found by the view that mapped it";
+    EXPECT_EQ(mapped_files(".rtbz"), 2);
+    EXPECT_NE(dtz_of("8/8/8/4k3/8/8/8/K6R w - - 0 1"), "none");
+    EXPECT_NE(dtz_of(queen_wins_for_black), "none");
+    EXPECT_EQ(mapped_files(".rtbz"), 3) << "the other view has a slot of its own";
+}
+
 TEST_F(TableFiles, SixtyFifthDistanceTableTakesThePlaceOfTheOneUsedLeastRecently)
 {
     std::vector<TbPos> wins;

@@ -2,6 +2,7 @@
 // tables.
 #include "fathom_support.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -140,6 +141,83 @@ TEST_F(TableProbe, RightThatNoPawnCanUseChangesNothing)
     EXPECT_EQ(success, 1);
 }
 
+// ---- Made-up tables: values that the real ones of few pieces never have
+
+// Makes a win/draw/loss file whose values are the classes first and second by side to move.
+static void make_values(const std::string& name, i32 first, i32 second)
+{
+    write_bytes(name + ".rtbw", one_value_table(name, ".rtbw", first, second));
+}
+
+// Makes a distance file of zeroing moves only, which holds the moves of the side named second.
+static void make_distances_of_second_side(const std::string& name)
+{
+    std::string bytes = one_value_table(name, ".rtbz");
+    std::replace(bytes.begin(), bytes.end(), '\x80', '\x81');
+    write_bytes(name + ".rtbz", bytes);
+}
+
+TEST_F(TableProbe, DistanceOfACaptureOnEnPassantIsWeighedAgainstTheOthers)
+{
+    const struct {
+        i32 stored;                     // class without the right, from the side to move's view
+        i32 after;                      // class after the capture, from the other side's
+        const char* distance;
+    } rows[] = {
+        { 1, 4, "-101" }, { 1, 3, "-101" }, { 1, 2, "0" }, { 1, 1, "101" }, { 1, 0, "1" },
+        { 0, 4, "-1" }, { 0, 3, "-101" }, { 0, 2, "0" }, { 0, 1, "101" }, { 0, 0, "1" },
+        { 3, 3, "101" }, { 3, 2, "101" }, { 3, 1, "101" }, { 3, 0, "1" },
+        { 2, 4, "0" }, { 2, 3, "0" }, { 2, 2, "0" }, { 2, 1, "101" }, { 2, 0, "1" },
+        { 4, 4, "1" }, { 4, 2, "1" }, { 4, 1, "1" }, { 4, 0, "1" },
+    };
+    make_distances_of_second_side("KQPvKP");
+    for (const auto& row : rows) {
+        make_values("KQPvKP", 4, row.stored);
+        make_values("KQvKP", row.after, 2);
+        use_tables(folder);
+        EXPECT_EQ(dtz_of("7k/8/8/8/3pP3/8/Q7/7K b - e3 0 1"), row.distance)
+            << row.stored << " " << row.after;
+    }
+    // What the capture wins is no reason to ask how far the position without the right is won.
+    std::filesystem::remove("KQPvKP.rtbz");
+    make_values("KQPvKP", 4, 2);
+    use_tables(folder);
+    EXPECT_EQ(dtz_of("7k/8/8/8/3pP3/8/Q7/7K b - e3 0 1"), "1");
+}
+
+TEST_F(TableProbe, DoubleStepThatMayBeTakenOnEnPassantDoesNotWin)
+{
+    make_values("KQPvKP", 4, 0);
+    make_distances_of_second_side("KQPvKP");
+    make_values("KQvKP", 2, 2);
+    make_values("KPvKP", 2, 2);
+    make_values("KPvK", 2, 2);
+    use_tables(folder);
+    EXPECT_EQ(dtz_of("7k/8/8/8/3p4/8/4P3/1Q5K w - - 0 1"), "2") << "by a quiet move";
+    EXPECT_EQ(dtz_of("7k/8/8/3p4/8/8/4P3/1Q5K w - - 0 1"), "1") << "by a short step";
+}
+
+TEST_F(TableProbe, LossThatTheClockSavesIsLostByAPawnsStepThatGivesTheWinAway)
+{
+    // The pawn's step counts nothing if it turns the saved loss into a real one.
+    write_bytes("KQvKP.rtbz", one_value_table("KQvKP", ".rtbz"));
+    make_values("KQvKP", 4, 1);
+    use_tables(folder);
+    EXPECT_EQ(dtz_of("7k/8/8/p7/8/8/8/1K4Q1 b - - 0 1"), "-2");
+    make_values("KQvKP", 2, 1);
+    use_tables(folder);
+    EXPECT_EQ(dtz_of("7k/8/8/p7/8/8/8/1K4Q1 b - - 0 1"), "-101");
+}
+
+TEST_F(TableProbe, CaptureAsGoodAsTheStoredWinNeedsNoDistance)
+{
+    make_values("KQvKR", 3, 1);
+    make_values("KQvK", 4, 1);
+    use_tables(folder);
+    EXPECT_EQ(dtz_of("6k1/8/8/r7/8/8/8/Q6K w - - 0 1"), "101") << "the queen takes";
+    EXPECT_EQ(dtz_of("6k1/8/8/1r6/8/8/8/Q6K w - - 0 1"), "none") << "there is no distance file";
+}
+
 // ---- The search's probe
 
 // tb_probe_search in a position, with the counted clock and all else as the board has it.
@@ -177,7 +255,10 @@ TEST_F(TableProbe, DepthOptionOfSixPiecesAndOfUpToFive)
 {
     use_tables(real_tables() + ":" + made_up_tables());
     const char* six = "kq6/2qq4/7q/8/8/8/8/K7 b - -";
+    const char* five = "7K/5q2/3k4/3Pp3/8/8/8/8 w - -";
     const char* three = "8/8/8/4k3/8/8/8/K6Q w - -";
+    EXPECT_EQ(search_probe(five, 0), 2);
+    EXPECT_EQ(search_probe(five, -1), -1);
     EXPECT_EQ(search_probe(six, 0), -1) << "the option's default is 1";
     EXPECT_EQ(search_probe(six, 1), 4);
     EXPECT_EQ(search_probe(three, 0), 4);
@@ -223,6 +304,7 @@ TEST_F(TableProbe, RootTakesTheFirstOfTheFastestWins)
     use_tables(real_tables());
     EXPECT_EQ(root_of("k7/8/1K6/8/8/8/8/7R w - - 0 1"), "4 1 h1h8");
     EXPECT_EQ(root_of("8/8/8/8/8/1K6/6P1/k7 w - - 0 1").substr(0, 4), "4 1 ");
+    EXPECT_EQ(root_of("3r4/8/8/6Q1/8/7K/8/7k w - - 0 1"), "4 1 g5g2") << "mate before the rook";
     // Every move's distance is the root's or more, and the move's own leads there.
     EXPECT_EQ(root_of("8/8/8/4k3/8/8/8/K6Q w - - 0 1").substr(0, 2), "4 ");
 }
@@ -237,6 +319,15 @@ TEST_F(TableProbe, RootTakesTheSlowestLoss)
     Position* pos = set_position(fen);
     make_move(pos, move_of(root.substr(root.rfind(' ') + 1)));
     EXPECT_EQ(std::stoi(dtz_of(fen_of(pos))), -std::stoi(distance) - 1);
+}
+
+TEST_F(TableProbe, RootPutsOffALossRatherThanTake)
+{
+    make_values("KRRvK", 4, 0);
+    make_values("KRvK", 4, 0);
+    write_bytes("KRRvK.rtbz", one_value_table("KRRvK", ".rtbz"));
+    use_tables(folder);
+    EXPECT_EQ(root_of("R7/8/8/8/4k3/3R4/8/7K b - - 0 1"), "0 2 e4f4");
 }
 
 TEST_F(TableProbe, PositionWithoutMovesHasNoRootResult)
@@ -276,6 +367,17 @@ TEST_F(TableProbe, DrawnRootPlaysTheSameDrawingMoveEveryTime)
     EXPECT_EQ(tb_material_key(&pos, false), 0xd2fb81862830191fu);
     const tb_move chosen = list[tb_material_key(&pos, false) % count];
     EXPECT_EQ(root, "2 0 " + text_of(make_move_code(tb_from(chosen), tb_to(chosen))));
+}
+
+TEST_F(TableProbe, DrawnRootChoosesByTheMaterialSeenFromTheSideToMove)
+{
+    use_tables(real_tables());
+    const std::string fen = "8/8/8/4k3/8/8/8/K6N b - - 20 1";
+    const TbPos pos = tb_pos_of(fen);
+    tb_move list[tb_max_moves];
+    EXPECT_EQ(tb_gen_moves(&pos, list) - list, 8);
+    const tb_move chosen = list[0xbaeb854cd3259441 % 8];
+    EXPECT_EQ(root_of(fen), "2 0 " + text_of(make_move_code(tb_from(chosen), tb_to(chosen))));
 }
 
 TEST_F(TableProbe, DrawnRootCountsOnlyTheMovesThatDraw)
@@ -428,6 +530,7 @@ TEST_F(TableSearch, WonRootPlaysTheTablesMoveFromTheTenthHalfMoveOn)
     EXPECT_EQ(search_result.tb_root_result, 4);
     EXPECT_NE(search_result.tb_root_move, NoMove);
     EXPECT_EQ(search_result.result_depth, 4);
+    EXPECT_EQ(record()->ply_rec[1].tb_result, 4) << "its moves are asked about";
 }
 
 TEST_F(TableSearch, LostAndDrawnRootsHaveTheirScores)
@@ -448,6 +551,18 @@ TEST_F(TableSearch, RootWithoutATableMoveTakesTheClassAndSearches)
     EXPECT_EQ(search_result.tb_root_result, 0) << "the distance table is not there";
     EXPECT_EQ(search_result.tb_root_move, NoMove);
     EXPECT_GT(node_count(), 0u);
+}
+
+TEST_F(TableSearch, RootWithoutATableMoveIsAskedAboutAtDepthSeventy)
+{
+    const char* fen = "8/8/8/8/8/1q6/8/K1k1B3 w - -";
+    set_probe_depths(70, 1);
+    search_with_clock(fen, 0, 2);
+    EXPECT_EQ(search_result.tb_root_result, 0);
+    EXPECT_EQ(table_hits(), 0u) << "the nodes are not deep enough";
+    set_probe_depths(71, 1);
+    search_with_clock(fen, 0, 2);
+    EXPECT_EQ(search_result.tb_root_result, -1);
 }
 
 // A node of ply 5 whose parent has a table result, -1 for none, and a half-move clock.
