@@ -2,6 +2,7 @@
 // at the set-up; what it still checks is how far the bits of a damaged block lead.
 #include "fathom/tbpairs.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -12,6 +13,7 @@ static constexpr i32 max_symbol_values = 256;
 static constexpr i32 max_log2 = 31;             // of bytes per block and values per index entry
 static constexpr i32 fixed_header = 10;         // bytes before the offsets
 static constexpr i32 index_entry_size = 6;
+static constexpr u64 longest_walk = 65536;      // blocks; more than any table of 6 pieces needs
 
 // ---- Set-up
 
@@ -258,16 +260,19 @@ static inline i64 last_value(const PairsData* pairs, u64 block)
 }
 
 // Finds the block of a value and the value's place in it. The index table tells where the middle
-// of its stretch lies, and the block sizes lead from there. Returns false if they lead nowhere.
+// of its stretch lies, and the block sizes lead from there. Returns false if they lead nowhere, or
+// so far that a made-up file of gigabytes would hold up every probe.
 static inline bool find_block(const PairsData* pairs, u64 index, u64* block_found, i32* place)
 {
     const u8* entry = pairs->index_table + index_entry_size * (index >> pairs->idx_bits);
     const u64 stretch = 1ULL << pairs->idx_bits;
     u64 block = tb_u32(entry);
+    const u64 lowest = block - std::min(block, longest_walk);
+    const u64 end = std::min<u64>(pairs->blocks, block + longest_walk + 1);
     i64 lit = static_cast<i64>(index & (stretch - 1)) - static_cast<i64>(stretch / 2)
         + tb_u16(entry + 4);
     while (lit < 0) {
-        if (block == 0) {
+        if (block == lowest) {
             return false;
         }
         block--;
@@ -276,13 +281,13 @@ static inline bool find_block(const PairsData* pairs, u64 index, u64* block_foun
     while (lit > last_value(pairs, block)) {
         lit -= last_value(pairs, block) + 1;
         block++;
-        if (block >= pairs->blocks) {
+        if (block >= end) {
             return false;
         }
     }
     *block_found = block;
     *place = static_cast<i32>(lit);
-    return block < pairs->blocks;
+    return block < end;
 }
 
 // The symbol in a block that holds the value at *place, which becomes the place in the symbol; -1

@@ -409,6 +409,36 @@ TEST_F(TableFiles, DecodingEndsWhereTheDataEnd)
     free(pairs);
 }
 
+// With one value in every block each step of the walk counts. The index entry points to the middle
+// block; its stretch of values leads further than a walk may go, both ways.
+TEST_F(TableFiles, WalkToTheBlockOfAValueIsBounded)
+{
+    static constexpr u64 half_stretch = 1 << 17;
+    static constexpr u64 longest_walk = 65536;
+    static constexpr u32 blocks = 3 * longest_walk;
+    SmallSection section;
+    section.bytes[1] = 0;
+    section.bytes[2] = 18;
+    PairsData* pairs = section.set_up();
+    ASSERT_NE(pairs, nullptr);
+    pairs->blocks = pairs->size_entries = blocks;
+    pairs->table_size = 2 * half_stretch;
+    const u8 middle_start[] = { 0, 128, 1, 0, 0, 0 };
+    const u8 middle_end[] = { 0, 128, 1, 0, 255, 255 };
+    const std::vector<u8> sizes(2 * blocks);
+    const std::vector<u8> data(blocks + 16);
+    pairs->size_table = sizes.data();
+    pairs->data = data.data();
+    pairs->end = data.data() + data.size();
+    pairs->index_table = middle_start;
+    EXPECT_EQ(tb_decompress_pairs(pairs, half_stretch + longest_walk), 1);
+    EXPECT_EQ(tb_decompress_pairs(pairs, half_stretch + longest_walk + 1), -1) << "forwards";
+    pairs->index_table = middle_end;
+    EXPECT_EQ(tb_decompress_pairs(pairs, half_stretch - longest_walk - 65535), 1);
+    EXPECT_EQ(tb_decompress_pairs(pairs, half_stretch - longest_walk - 65536), -1) << "backwards";
+    free(pairs);
+}
+
 TEST_F(TableFiles, HeaderOutOfRangeIsRefused)
 {
     const struct {
