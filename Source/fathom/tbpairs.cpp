@@ -230,21 +230,6 @@ PairsData* tb_one_value(i32 value, u64 table_size)
     return pairs;
 }
 
-bool tb_index_table_is_sound(const PairsData* pairs)
-{
-    if (pairs->idx_bits == 0) {
-        return true;
-    }
-    const u64 stretch = 1ULL << pairs->idx_bits;
-    const u64 entries = (pairs->table_size + stretch - 1) >> pairs->idx_bits;
-    for (u64 q = 0; q < entries; q++) {
-        if (tb_u32(pairs->index_table + index_entry_size * q) >= pairs->size_entries) {
-            return false;
-        }
-    }
-    return true;
-}
-
 // ---- Decoding
 
 static inline u32 big_endian_u32(const u8* bytes)
@@ -357,4 +342,32 @@ i32 tb_decompress_pairs(const PairsData* pairs, u64 index)
     }
     const i32 symbol = find_symbol(pairs, block, &place);
     return symbol < 0 ? -1 : expand_symbol(pairs, static_cast<u32>(symbol), place);
+}
+
+// ---- The tables in front of the blocks
+
+// Whether the values begin where the first block does, and end where the last one does. That holds
+// for a header that stands before the blocks of another table only by chance.
+static bool values_fill_the_blocks(const PairsData* pairs)
+{
+    u64 block = 0;
+    i32 place = 0;
+    return find_block(pairs, 0, &block, &place) && block == 0 && place == 0
+        && find_block(pairs, pairs->table_size - 1, &block, &place)
+        && block + 1 == pairs->blocks && place == last_value(pairs, block);
+}
+
+bool tb_index_table_is_sound(const PairsData* pairs)
+{
+    if (pairs->idx_bits == 0) {
+        return true;
+    }
+    const u64 stretch = 1ULL << pairs->idx_bits;
+    const u64 entries = (pairs->table_size + stretch - 1) >> pairs->idx_bits;
+    for (u64 q = 0; q < entries; q++) {
+        if (tb_u32(pairs->index_table + index_entry_size * q) >= pairs->size_entries) {
+            return false;
+        }
+    }
+    return values_fill_the_blocks(pairs);
 }

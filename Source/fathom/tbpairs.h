@@ -26,7 +26,8 @@ PairsData* tb_setup_pairs(const u8* data, const u8* end, u64 table_size, i32 hig
 // Makes the record of a section in which all values are the same; null if there is no memory.
 PairsData* tb_one_value(i32 value, u64 table_size);
 
-// Whether every entry of the index table names a block of the size table.
+// Whether every entry of the index table names a block of the size table, and the section's first
+// and last value are the outermost of its blocks.
 bool tb_index_table_is_sound(const PairsData* pairs);
 
 // The value at index, 0 to 255; -1 if the index is beyond the table or the data are damaged.

@@ -409,6 +409,28 @@ TEST_F(TableFiles, DecodingEndsWhereTheDataEnd)
     free(pairs);
 }
 
+// The 20 values of the section must be the first to the last of its block.
+TEST_F(TableFiles, ValuesThatDoNotFillTheBlocksAreRefused)
+{
+    const struct {
+        u8 place;
+        u8 last;
+        bool sound;
+    } rows[] = { { 16, 19, true }, { 17, 20, false }, { 16, 20, false }, { 16, 18, false },
+        { 15, 18, false } };
+    SmallSection section;
+    PairsData* pairs = section.set_up();
+    ASSERT_NE(pairs, nullptr);
+    for (const auto& row : rows) {
+        const u8 index_table[] = { 0, 0, 0, 0, row.place, 0 };
+        const u8 size_table[] = { row.last, 0 };
+        pairs->index_table = index_table;
+        pairs->size_table = size_table;
+        EXPECT_EQ(tb_index_table_is_sound(pairs), row.sound) << +row.place << " " << +row.last;
+    }
+    free(pairs);
+}
+
 // With one value in every block each step of the walk counts. The index entry points to the middle
 // block; its stretch of values leads further than a walk may go, both ways.
 TEST_F(TableFiles, WalkToTheBlockOfAValueIsBounded)
