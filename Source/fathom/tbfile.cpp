@@ -1,6 +1,7 @@
 // Table files in memory. A win/draw/loss file stays mapped from its first use until the next
 // tb_init; of the distance files at most 64 are mapped at a time. Somebody who cuts a file short
-// while it is mapped ends the program: a read behind the new end is a bus error.
+// while it is mapped ends the program: a read behind the new end is a bus error. To write over it
+// may do so too, as what was checked when it was mapped holds no more.
 #include "fathom/tbfile.h"
 
 #include <algorithm>
