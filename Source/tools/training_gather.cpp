@@ -66,10 +66,18 @@ static LineVerdict judge_board(Position* pos, const char* text)
     return is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1) ? LineInCheck : LineUsed;
 }
 
-static bool begins_number(const char* text)
+// Whether the operand at text is a number without a sign and nothing else: of 1/2 or 0,5 the start
+// would be another result.
+static bool is_result_number(const char* text)
 {
     text += strspn(text, " ");
-    return (*text >= '0' && *text <= '9') || *text == '.';
+    if ((*text < '0' || *text > '9') && *text != '.') {
+        return false;
+    }
+    char* end = nullptr;
+    strtod(text, &end);
+    const char* rest = end + strspn(end, " ");
+    return end != text && (*rest == ';' || *rest == '\0');
 }
 
 // The result from the view of side, or unknown. Returns false if there is one that cannot be read.
@@ -80,12 +88,14 @@ static bool find_result(const char* line, i32 side, bool* is_bracket, f64* resul
         return true;
     }
     const char* number = strstr(line, " gr ");
-    *result = read_result(line, side);
-    if (number == nullptr && strstr(line, " c9 ") == nullptr) {
+    const bool has_name = strstr(line, " c9 ") != nullptr;
+    if (number == nullptr && !has_name) {
         *result = unknown;
         return true;
     }
-    return (number == nullptr || begins_number(number + 4)) && *result >= 0.0 && *result <= 1.0;
+    *result = read_result(line, side);
+    return (number == nullptr || is_result_number(number + 4))
+        && (!has_name || names_result(line)) && *result >= 0.0 && *result <= 1.0;
 }
 
 // The target from the view of side: result and score in the training loop's shares, or the one

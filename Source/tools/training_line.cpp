@@ -29,6 +29,30 @@ static f64 turned(f64 result, i32 side)
     return side == Black ? 1.0 - result : result;
 }
 
+// The result that c9 names, from white's view. Returns false if c9 is not there; one of no known
+// result leaves result as it was.
+static bool read_named_result(const char* line, f64* result)
+{
+    char text[training_line_length + 1];
+    if (!find_operand(line, " c9 ", ';', text, sizeof text)) {
+        return false;
+    }
+    if (strstr(text, "1-0") != nullptr) {
+        *result = 1.0;
+    } else if (strstr(text, "0-1") != nullptr) {
+        *result = 0.0;
+    } else if (strstr(text, "1/2") != nullptr) {
+        *result = 0.5;
+    }
+    return true;
+}
+
+bool names_result(const char* line)
+{
+    f64 result = no_result;
+    return read_named_result(line, &result) && result != no_result;
+}
+
 f64 read_result(const char* line, i32 side)
 {
     f64 result = no_result;
@@ -36,18 +60,7 @@ f64 read_result(const char* line, i32 side)
     if (find_operand(line, " gr ", ';', number, sizeof number)) {
         result = strtod(number, nullptr);
     }
-    char text[training_line_length + 1];
-    if (!find_operand(line, " c9 ", ';', text, sizeof text)) {
-        return result;
-    }
-    if (strstr(text, "1-0") != nullptr) {
-        result = 1.0;
-    } else if (strstr(text, "0-1") != nullptr) {
-        result = 0.0;
-    } else if (strstr(text, "1/2") != nullptr) {
-        result = 0.5;
-    }
-    return turned(result, side);
+    return read_named_result(line, &result) ? turned(result, side) : result;
 }
 
 bool read_bracket_result(const char* line, i32 side, f64* result)

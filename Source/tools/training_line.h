@@ -34,5 +34,8 @@ inline f32 blend_target(f64 result, f32 expected)
 // no known result is what gr left, but turned all the same. no_result if neither is there.
 f64 read_result(const char* line, i32 side);
 
+// Whether c9 is there and names a result.
+bool names_result(const char* line);
+
 // The result in brackets from the view of side. Returns false if there is no bracket.
 bool read_bracket_result(const char* line, i32 side, f64* result);

@@ -110,6 +110,16 @@ TEST_F(TuneGather, LinesAreTakenLeftOutOrRefused)
         { start + " ce 1; gr -1;", LineBadResult },
         { start + " ce 1; gr nan;", LineBadResult },
         { start + " ce 1; gr ;", LineBadResult },
+        { start + " ce 1; gr 1/2;", LineBadResult },
+        { start + " ce 1; gr 0-1;", LineBadResult },
+        { start + " ce 1; gr 0,5;", LineBadResult },
+        { start + " ce 1; gr .;", LineBadResult },
+        { start + " ce 1; gr .nan;", LineBadResult },
+        { start + " gr 1 ce 1;", LineBadResult },
+        { start + " ce 1; gr 0.5 ;", LineUsed },
+        { start + " ce 1; gr 0.3333333333333333333333;", LineUsed },
+        { start + " ce 1; gr 0.5", LineUsed },
+        { black + " gr 0.0; c9 \"a remark\";", LineBadResult },
         { start + " ce 1; c9 \"*\";", LineBadResult },
         { black + " ce 1; c9 \"*\";", LineBadResult },
         { start + " id \"x\";", LineUnjudged },
@@ -301,6 +311,17 @@ TEST_F(TuneData, TheSeedChoosesTheValidationLines)
     start_data(1 << 30, 2);
     load_text(many_lines());
     EXPECT_NE(sweep(ValidationPart), first);
+}
+
+TEST_F(TuneData, LinesWithoutPositionsTakeNoMemory)
+{
+    load_text(start + " gr 1;\n" + std::string(50000, '\n'));
+    EXPECT_TRUE(data.is_kept);
+    i64 capacity = 0;
+    for (i64 i = 0; i < data.chunk_count; ++i) {
+        capacity += data.chunks[i].capacity[TrainingPart] + data.chunks[i].capacity[ValidationPart];
+    }
+    EXPECT_EQ(capacity, data.chunks[0].size[TrainingPart]);
 }
 
 TEST_F(TuneData, RefusedLinesAreToldByFileAndNumber)
