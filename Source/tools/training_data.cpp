@@ -186,6 +186,19 @@ static void count_lines(TrainingData* data)
     }
 }
 
+// Gives back the memory that the positions of a chunk do not need.
+static void cut_chunk(Chunk* chunk, i32 part)
+{
+    if (chunk->size[part] == 0) {
+        free(chunk->words[part]);
+        chunk->words[part] = nullptr;
+        chunk->capacity[part] = 0;
+    } else if (void* words = realloc(chunk->words[part], chunk->size[part] * sizeof(u32))) {
+        chunk->words[part] = static_cast<u32*>(words);
+        chunk->capacity[part] = chunk->size[part];
+    }
+}
+
 // Cuts the chunks of the batch to what they hold and counts their memory; beyond the limit all
 // kept chunks are given up for one batch's.
 static void settle_chunks(TrainingData* data)
@@ -194,14 +207,10 @@ static void settle_chunks(TrainingData* data)
         Chunk* chunk = &data->chunks[i];
         for (i32 part = 0; part < PartCount; ++part) {
             data->positions[part] += chunk->positions[part];
-            const size_t bytes = chunk->size[part] * sizeof(u32);
-            void* words = bytes == 0 || !data->is_kept ? nullptr
-                                                       : realloc(chunk->words[part], bytes);
-            if (words != nullptr) {
-                chunk->words[part] = static_cast<u32*>(words);
-                chunk->capacity[part] = chunk->size[part];
+            data->memory += static_cast<i64>(chunk->size[part] * sizeof(u32));
+            if (data->is_kept) {
+                cut_chunk(chunk, part);
             }
-            data->memory += static_cast<i64>(bytes);
         }
     }
     data->memory += batch_chunks * static_cast<i64>(sizeof(Chunk));
