@@ -14,8 +14,6 @@
 #include "shell/output.h"
 #include "shell/run_state.h"
 
-static constexpr char unfinished_name[] = "params.part"; // renamed once it is complete
-
 constinit EvalParam eval_params[weight_count] = {};
 constinit i32 eval_param_count = 0;
 constinit i32 param_cursor = 0;
@@ -267,7 +265,7 @@ void load_params_file()
 int save_params_file()
 {
     OutputFile out;
-    int error = open_output(&out, params_file, unfinished_name);
+    int error = open_output(&out, params_file, unfinished_params);
     if (error != 0) {
         return error;
     }

@@ -93,6 +93,9 @@ void fset(const char* name, i32 mg, i32 eg);
 // without a name and two integers are passed over.
 void load_params_file();
 
+// The name that the weights file has until it is complete.
+inline constexpr char unfinished_params[] = "params.part";
+
 // Writes all entries to params_file in the working directory, in the form that load_params_file
 // reads. The old file stays until the new one is complete. Returns 0, or the error that kept the
 // file from being written.

@@ -55,6 +55,7 @@ struct Trainer {
     const Chunk* batch;
     Part part;
     bool learns;
+    bool failed;                        // a sweep lacked positions
 };
 
 // Set by a signal; looked at between batches.
@@ -65,14 +66,27 @@ static void interrupt(int)
     interrupted = 1;
 }
 
-// A second signal ends the process as usual.
+static bool is_ignored(int number)
+{
+    struct sigaction action = {};
+    return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+// A second signal ends the process as usual. A reader of the output that has gone ends the training
+// too, but never the process: Ctrl-C ends the reader as well, and the weights are still to be
+// written then. A terminal that has gone is ignored if the user has asked for that (nohup).
 static void catch_interrupts()
 {
     struct sigaction action = {};
     action.sa_handler = interrupt;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGPIPE, &action, nullptr);
     action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    if (!is_ignored(SIGHUP)) {
+        sigaction(SIGHUP, &action, nullptr);
+    }
 }
 
 // ---- Progress, on a terminal's standard error alone
@@ -250,7 +264,24 @@ static bool write_values(Trainer* trainer)
 
 // ---- Passes
 
-// Walks over a part once. Returns the mean error, or a negative number after an interruption.
+// Ends the training if a sweep did not give the positions that the first reading has found: the
+// error of the others would be no measure.
+static bool is_whole_sweep(Trainer* trainer, Part part, i64 positions)
+{
+    const TrainingData* data = &trainer->data;
+    if (positions == data->positions[part] && !data->out_of_memory) {
+        return true;
+    }
+    hide_progress(&trainer->data.input);
+    fprintf(stderr, "%s: %s\n", data->input.name,
+        data->out_of_memory ? "no memory for its positions" : "has changed since it was first read");
+    exit_status = 1;
+    trainer->failed = true;
+    return false;
+}
+
+// Walks over a part once. Returns the mean error, or a negative number if it could not be done to
+// the end.
 static f64 sweep(Trainer* trainer, Part part, bool learns)
 {
     const f64 start = monotonic_seconds();
@@ -277,7 +308,8 @@ static f64 sweep(Trainer* trainer, Part part, bool learns)
             write_values(trainer);
         }
     }
-    return interrupted != 0 ? -1.0 : error / static_cast<f64>(done > 0 ? done : 1);
+    const bool whole = interrupted == 0 && is_whole_sweep(trainer, part, done);
+    return whole ? error / static_cast<f64>(done > 0 ? done : 1) : -1.0;
 }
 
 // The values become the best ones.
@@ -306,7 +338,7 @@ static void print_pass(const Trainer* trainer, f64 training, f64 validation, boo
 }
 
 // One pass: trains, then measures. Without validation lines the training error decides which pass
-// is the best one. Returns false after an interruption.
+// is the best one. Returns false if it could not be done to the end.
 static bool run_pass(Trainer* trainer)
 {
     const f64 start = monotonic_seconds();
@@ -342,7 +374,7 @@ static void run_passes(Trainer* trainer)
             break;
         }
     }
-    if (!goes_on) {
+    if (!goes_on && !trainer->failed) {
         print_plain("interrupted in pass %lld\n", static_cast<long long>(trainer->pass - 1));
         return;
     }
@@ -379,6 +411,39 @@ static bool names_are_known()
     return true;
 }
 
+// Whether there is a file of weights to go on from, once init_eval_params has read it.
+static bool can_resume()
+{
+    FILE* file = open_or_complain(params_file);
+    if (file == nullptr) {
+        exit_status = 1;
+        return false;
+    }
+    fclose(file);
+    param_cursor = 0;
+    load_params_file();
+    return param_cursor > 0 || reject("holds no weights to go on from", params_file);
+}
+
+// Looks at the start whether all that the training ends with can be written, and would not take
+// the place of its input: hours later it would be too late.
+static bool outputs_can_be_written()
+{
+    ToolInput input;
+    if (!open_input(&input, tune_options.file)) {
+        exit_status = 1;
+        return false;
+    }
+    OutputFile out;
+    bool can = open_tool_output(&input, &out, params_file, unfinished_params);
+    if (can) {
+        drop_output(&out);
+        can = reports_can_be_written(&input);
+    }
+    close_input(&input);
+    return can;
+}
+
 // The weights to begin with. Training never replaces a weights file that it does not go on from.
 static bool init_weights(Trainer* trainer)
 {
@@ -390,10 +455,15 @@ static bool init_weights(Trainer* trainer)
         return reject("is not there to go on from", params_file);
     }
     init_eval_params(mode_without_personality);
+    if (has_file && !can_resume()) {
+        return false;
+    }
     for (i32 i = 0; i < weight_count; ++i) {
         TrainedWeight* weight = &trainer->weights[i];
         weight->value[0] = eval_params[i].mg;
         weight->value[1] = eval_params[i].eg;
+        weight->best[0] = eval_params[i].mg;
+        weight->best[1] = eval_params[i].eg;
         weight->old[0] = eval_params[i].mg;
         weight->old[1] = eval_params[i].eg;
     }
@@ -461,8 +531,10 @@ static bool load_data(Trainer* trainer)
     if (data->gatherers == nullptr) {
         return reject("no memory for its positions", tune_options.file);
     }
+    // A configuration file may have taken all workers away; the team has one member then.
     for (i32 worker = 0; worker < trainer->team.size; ++worker) {
-        data->gatherers[worker].thread = load_acquire(workers[worker]);
+        SearchThread* thread = load_acquire(workers[worker]);
+        data->gatherers[worker].thread = thread != nullptr ? thread : console_thread;
     }
     print_plain("Training using %s ...\n", tune_options.file);
     const bool loaded = load_training_data(data, tune_options.file, show_reading);
@@ -470,16 +542,13 @@ static bool load_data(Trainer* trainer)
     if (!loaded) {
         return false;
     }
-    if (is_tune_report(data->input.lines.file)) {
-        return reject("would be replaced by a report", tune_options.file);
-    }
     print_data(trainer);
     return collect_gathered(trainer);
 }
 
 static void train(Trainer* trainer)
 {
-    if (!init_weights(trainer) || !load_data(trainer)) {
+    if (!init_weights(trainer) || !outputs_can_be_written() || !load_data(trainer)) {
         return;
     }
     if (interrupted != 0) {

@@ -17,5 +17,6 @@ struct TrainedWeight {
 // positions it counted, and its last gradient. Tells standard error and exit_status if that fails.
 void write_tune_reports(const TrainedWeight* weights, const i64* counts);
 
-// Whether an open file is one that the reports would replace.
-bool is_tune_report(FILE* file);
+// Whether the reports could be written now and would not replace the input. Returns false after a
+// message and with exit_status 1.
+bool reports_can_be_written(const ToolInput* input);

@@ -99,8 +99,14 @@ void write_tune_reports(const TrainedWeight* weights, const i64* counts)
     write_report(table_name, write_table, weights, counts);
 }
 
-bool is_tune_report(FILE* file)
+bool reports_can_be_written(const ToolInput* input)
 {
-    return is_named(file, text_name) || is_named(file, table_name)
-        || is_named(file, unfinished_name);
+    for (const char* name : { text_name, table_name }) {
+        OutputFile out;
+        if (!open_tool_output(input, &out, name, unfinished_name)) {
+            return false;
+        }
+        drop_output(&out);
+    }
+    return true;
 }

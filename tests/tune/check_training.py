@@ -10,6 +10,7 @@ import csv
 import os
 import pathlib
 import resource
+import shutil
 import signal
 import subprocess
 import sys
@@ -161,6 +162,54 @@ def check_interruption(trainer, lines):
     files()
 
 
+def check_reader_gone(trainer, lines):
+    """Ctrl-C also ends a program that reads the output; the weights are written all the same."""
+    for number in (signal.SIGINT, None):
+        with subprocess.Popen(
+                [trainer.program, "-tune", lines, "bishop_pair", "-tune-passes", "1000000",
+                 "-tune-patience", "0"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                stderr=subprocess.PIPE, text=True) as process:
+            for line in process.stdout:
+                if line.startswith("pass 3:"):
+                    break
+            process.stdout.close()
+            if number is not None:
+                process.send_signal(number)
+            errors = process.stderr.read()
+            expect(process.wait(timeout=60) == 1 and "standard output" in errors,
+                   f"status {process.returncode}, {errors}")
+        expect(bishop_pair()[0] > OLD[0], "the weights went with the reader")
+        files()
+
+
+def check_changed_file(trainer, lines):
+    """A file that is cut while it is read again ends the training, with what was best until then."""
+    shutil.copy(lines, "cut.epd")
+    with subprocess.Popen(
+            [trainer.program, "-tune", "cut.epd", "bishop_pair", "-tune-passes", "1000",
+             "-tune-patience", "0", "-tune-memory", "0"], stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+        for line in process.stdout:
+            if line.startswith("pass 2:"):
+                os.truncate("cut.epd", 100000)
+                break
+        rest = process.stdout.read()
+        errors = process.stderr.read()
+        expect(process.wait(timeout=60) == 1 and "cut.epd: has changed" in errors,
+               f"status {process.returncode}, {errors}")
+    expect("error 0.000000" not in rest and bishop_pair()[0] > OLD[0], rest[-500:])
+    files()
+
+
+def check_without_workers(trainer, lines):
+    """A configuration file may take all workers away; the training does without them."""
+    trainer.train("-tune", lines, "bishop_pair", "-tune-passes", 1)
+    first = files()
+    pathlib.Path("bare.cfg").write_text("Threads = 0\n", encoding="ascii")
+    trainer.train("-tune", lines, "bishop_pair", "-tune-passes", 1, "-cfg", "bare.cfg")
+    expect(files() == first, "no workers give another result")
+
+
 def check_saving(trainer, lines):
     """The weights are written while the training goes on."""
     with subprocess.Popen(
@@ -205,6 +254,41 @@ def check_bad_input(trainer, lines):
     files()
 
 
+def check_outputs_that_cannot_be(trainer, lines):
+    """What the end could not write, or would take from the user, is told at the start."""
+    for name in ("params.part", "tune_report.txt", "tune_report.csv", "tune_report.part"):
+        shutil.copy(lines, name)
+        result = trainer.run("-tune", name, "-tune-passes", 1)
+        expect(result.returncode == 1 and name in result.stderr and "pass" not in result.stdout,
+               f"{name}: status {result.returncode}, {result.stderr}")
+        expect(pathlib.Path(name).read_bytes() == pathlib.Path(lines).read_bytes(),
+               f"{name} was lost")
+        os.remove(name)
+        os.mkdir(name)
+        result = trainer.run("-tune", lines, "-tune-passes", 1)
+        expect(result.returncode == 1 and "cannot be opened for writing" in result.stderr
+               and "pass" not in result.stdout, f"{name}: {result.returncode}, {result.stderr}")
+        os.rmdir(name)
+        expect(not os.path.exists("params.txt"), f"{name}: weights were written")
+
+
+def check_resuming_from_what_is_none(trainer, lines):
+    """A weights file that cannot be gone on from is not replaced."""
+    def refused(text):
+        result = trainer.run("-tune", lines, "-tune-passes", 1, "-tune-resume")
+        expect(result.returncode == 1 and text in result.stderr and "pass" not in result.stdout,
+               f"status {result.returncode}, {result.stderr}")
+
+    os.mkdir("params.txt")
+    refused("params.txt: cannot be opened: not a regular file")
+    os.rmdir("params.txt")
+    for text in ("", "notes\n", 'fset("bishop_pair");\n'):
+        pathlib.Path("params.txt").write_text(text, encoding="ascii")
+        refused("params.txt: holds no weights")
+        expect(pathlib.Path("params.txt").read_text(encoding="ascii") == text, "it was replaced")
+    os.remove("params.txt")
+
+
 def check_full_disk(trainer, lines):
     """A file that takes no more: the old one stays, and the status tells."""
     trainer.train("-tune", lines, "bishop_pair", "-tune-passes", 1)
@@ -230,8 +314,13 @@ def main():
         check_names(trainer, "lines.epd")
         check_resuming(trainer, "lines.epd")
         check_interruption(trainer, "lines.epd")
+        check_reader_gone(trainer, "lines.epd")
+        check_changed_file(trainer, "lines.epd")
+        check_without_workers(trainer, "lines.epd")
         check_saving(trainer, "lines.epd")
         check_bad_input(trainer, "lines.epd")
+        check_outputs_that_cannot_be(trainer, "lines.epd")
+        check_resuming_from_what_is_none(trainer, "lines.epd")
         check_full_disk(trainer, "lines.epd")
         os.chdir("/")
 
