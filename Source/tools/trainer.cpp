@@ -262,6 +262,13 @@ static bool write_values(Trainer* trainer)
     return write_weights();
 }
 
+static bool reject(const char* text, const char* name)
+{
+    fprintf(stderr, "%s: %s\n", name, text);
+    exit_status = 1;
+    return false;
+}
+
 // ---- Passes
 
 // Ends the training if a sweep did not give the positions that the first reading has found: the
@@ -273,11 +280,10 @@ static bool is_whole_sweep(Trainer* trainer, Part part, i64 positions)
         return true;
     }
     hide_progress(&trainer->data.input);
-    fprintf(stderr, "%s: %s\n", data->input.name,
-        data->out_of_memory ? "no memory for its positions" : "has changed since it was first read");
-    exit_status = 1;
     trainer->failed = true;
-    return false;
+    return reject(data->out_of_memory ? "no memory for its positions"
+                                      : "has changed since it was first read",
+        data->input.name);
 }
 
 // Walks over a part once. Returns the mean error, or a negative number if it could not be done to
@@ -386,13 +392,6 @@ static void run_passes(Trainer* trainer)
 }
 
 // ---- The start
-
-static bool reject(const char* text, const char* name)
-{
-    fprintf(stderr, "%s: %s\n", name, text);
-    exit_status = 1;
-    return false;
-}
 
 static bool names_are_known()
 {

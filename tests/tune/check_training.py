@@ -183,7 +183,7 @@ def check_reader_gone(trainer, lines):
 
 
 def check_changed_file(trainer, lines):
-    """A file that is cut while it is read again ends the training, with what was best until then."""
+    """A file that is cut while it is read again ends the training; the best weights are written."""
     shutil.copy(lines, "cut.epd")
     with subprocess.Popen(
             [trainer.program, "-tune", "cut.epd", "bishop_pair", "-tune-passes", "1000",
