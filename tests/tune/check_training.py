@@ -20,6 +20,8 @@ import time
 OLD = (29, 54)          # bishop_pair in the defaults
 CHANGED = (120, 150)    # and where the results come from
 TRAINED = 480000        # positions in all passes of a whole training
+EVALUATIONS = pathlib.Path(__file__).resolve().parent.parent / "data" / "eval.tsv"
+LARGEST_START_ERROR = 0.000003  # one centipawn, squared: what the evaluation cuts off
 
 
 def fail(text):
@@ -102,6 +104,19 @@ def find_passes(out):
 def check_report(report):
     rows = list(csv.DictReader(report[2].decode().splitlines()))
     expect(len(rows) == 913, "the table does not list all weights")
+    new = [f'fset("{row["weight"].split()[0]}",{row["new_mg"]},{row["new_eg"]});' for row in rows]
+    expect(report[0].decode().splitlines() == new, "the table tells of other weights")
+    expect([row["weight"] for row in rows if row["trained"] != "1"] == ["mtl_pawn"],
+           "the table tells that weights rested")
+    seen = [row for row in rows if row["positions"] != "0" and row["trained"] == "1"]
+    listed = report[1].decode().split("\n\nnever seen:\n")[0].splitlines()[1:]
+    for row, line in zip(seen, listed, strict=True):
+        columns = ("old_mg", "new_mg", "old_eg", "new_eg", "positions")
+        gradients = (f"{abs(float(row[name])):.2e}" for name in ("gradient_mg", "gradient_eg"))
+        wanted = [*row["weight"].split(), *(row[name] for name in columns), *gradients]
+        expect(all(abs(float(a) - float(b)) <= 0.01 * abs(float(b)) if "e-" in b else a == b
+                   for a, b in zip(line.split(), wanted, strict=True)), f"{line}: {wanted}")
+        expect(int(row["positions"]) < 100 or float(row["gradient_mg"]) != 0, f"{row}")
     row = next(row for row in rows if row["weight"] == "bishop_pair")
     expect((int(row["old_mg"]), int(row["old_eg"])) == OLD and int(row["positions"]) > 100,
            f"bishop_pair: {row}")
@@ -117,6 +132,30 @@ def check_sameness(trainer, lines, first):
     for words in (("-threads", 4), ("-tune-memory", 0), ("-tune-memory", 0, "-threads", 3), ()):
         trainer.train("-tune", lines, *trainer.whole, *words)
         expect(files() == first, f"{words} give another result")
+
+
+def check_start(trainer):
+    """Before the first step the sums over all terms give the evaluations of the golden table."""
+    lines = []
+    for row in EVALUATIONS.read_text(encoding="ascii").splitlines():
+        if not row.startswith("#"):
+            fen, score, _, _, is_full, *_ = row.split("\t")
+            if is_full == "1":
+                lines.append(f"{fen} ce {score};\n")
+    expect(len(lines) > 200, "too few evaluations")
+    pathlib.Path("golden.epd").write_text("".join(lines), encoding="ascii")
+    for names in ((), ("bishop_pair", "PST_K")):
+        out = trainer.train("-tune", "golden.epd", *names, "-tune-passes", 1,
+                            "-tune-validation", 0)
+        error = float(out.split("pass 0: training error ")[1].split(" ")[0].rstrip(","))
+        expect(error <= LARGEST_START_ERROR, f"{names}: the error begins with {error}")
+        files()
+    # No step makes it better: the training ends, and what it began with is written.
+    out = trainer.train("-tune", "golden.epd", "-tune-rate", 100, "-tune-patience", 2)
+    expect("pass 2: " in out and "pass 3: " not in out
+           and out.endswith("no better error in 2 passes\nbest pass: 0\nparams.txt written\n"), out)
+    expect(bishop_pair() == OLD, f"bishop_pair is {bishop_pair()} after no better pass")
+    files()
 
 
 def check_names(trainer, lines):
@@ -311,6 +350,7 @@ def main():
         first = check_way_back(trainer, "lines.epd")
         check_report(first)
         check_sameness(trainer, "lines.epd", first)
+        check_start(trainer)
         check_names(trainer, "lines.epd")
         check_resuming(trainer, "lines.epd")
         check_interruption(trainer, "lines.epd")
