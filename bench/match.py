@@ -6,9 +6,9 @@
 
 An engine is PROGRAM or PROGRAM@FOLDER. It runs in FOLDER, where Vesk looks for params.txt: so one
 program can play against itself with two sets of weights. Each opening (a FEN or EPD a line) is
-played twice, with the colours exchanged; without --games all of them are played once. A game ends by mate or stalemate, the third repetition,
-fifty moves, bare material, or as a draw after 400 half-moves. Engines are taken to play legal
-moves; one that does not, or ends, loses the game.
+played twice, with the colours exchanged; without --games that is done once for each. A game ends by
+mate or stalemate, the third repetition, fifty moves, bare material, or as a draw after 400
+half-moves. Engines are taken to play legal moves; one that does not, or ends, loses the game.
 """
 
 import argparse
