@@ -156,6 +156,31 @@ TEST_F(TrainEpd, QuitAndTheEndOfInputEndItBetweenPasses)
     init_eval_params(0);
 }
 
+// A quiet position with an even result, so many times.
+static std::string repeated_line(i32 count)
+{
+    std::string text;
+    for (i32 i = 0; i < count; ++i) {
+        text += "4k3/4p3/8/8/8/8/4P3/4K3 w - - ce 0; gr 0.5;\n";
+    }
+    return text;
+}
+
+TEST_F(TrainEpd, InputIsLookedAtEvery8000Samples)
+{
+    const std::string text = repeated_line(16000);
+    store(uci_mode, 0);
+    input.feed(".\n");
+    EXPECT_EQ(train(text, 1, 20000), head_of(text) + "\ndone.\n");
+    EXPECT_EQ(samples, 7999);
+    input.feed("quit\n");
+    EXPECT_EQ(train(text, 1, 20000), head_of(text) + "\ndone.\n");
+    EXPECT_EQ(samples, 7999);
+    quit_flag = 0;
+    EXPECT_EQ(train(text, 1, 15999), head_of(text) + "\ndone.\n");
+    EXPECT_EQ(samples, 15999);
+}
+
 TEST_F(TrainEpd, TheWeightsFileHoldsTheTableAsItStood)
 {
     set_weight(bishop_pair, -120.4, 150.5);
@@ -167,10 +192,7 @@ TEST_F(TrainEpd, TheWeightsFileHoldsTheTableAsItStood)
     }
     write_file("params.txt", "an old file");
     // Ten thousand lines a pass; the file is written with the last sample but one.
-    std::string text;
-    for (i32 i = 0; i < 10000; ++i) {
-        text += "4k3/4p3/8/8/8/8/4P3/4K3 w - - ce 0; gr 0.5;\n";
-    }
+    const std::string text = repeated_line(10000);
     train(text, 1, 299998);
     EXPECT_EQ(read_file("params.txt"), "an old file");
     train(text, 1, 299999);

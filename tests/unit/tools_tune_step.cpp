@@ -1,6 +1,9 @@
 // One step of the tuner: its arithmetic with coefficients set by hand, and the sampler of lines.
 #include "tools/tools.h"
 
+#include <algorithm>
+#include <set>
+
 #include "board/moves.h"
 #include "eval/evaluate.h"
 #include "shell_test_support.h"
@@ -50,6 +53,15 @@ TEST_F(TuneStep, SigmoidIsTheExpectedResult)
     EXPECT_EQ(sigmoid(-30000.0f), 0.0f);
 }
 
+// Scores for which a product in double, or all of it in float, would give another number.
+TEST_F(TuneStep, SigmoidMultipliesInFloatAndDividesInDouble)
+{
+    EXPECT_EQ(sigmoid(-392.0f), 0x1.ef0354p-5f);
+    EXPECT_EQ(sigmoid(-385.0f), 0x1.032662p-4f);
+    EXPECT_EQ(sigmoid(-315.0f), 0x1.96be16p-4f);
+    EXPECT_EQ(sigmoid(-307.0f), 0x1.abb93ap-4f);
+}
+
 // The tuning build fills coef by itself; its own tests look at it.
 TEST_F(TuneStep, WithoutCoefficientsNoWeightChanges)
 {
@@ -90,6 +102,28 @@ TEST_F(TuneStep, MovesWeightsAgainstTheErrorByPhase)
     EXPECT_EQ(eval_params[mtl_pawn].coef, 2.0f);
     EXPECT_EQ(eval_params[mtl_knight].mg, 361.0);
     eval_params[mtl_pawn].coef = 0.0f;
+}
+
+// Twenty steps of odd numbers: any other width or order of the products would show.
+TEST_F(TuneStep, TheProductsOfAStepAreFloatsButOne)
+{
+    for (i32 i = 1; i <= 20; ++i) {
+        Position* pos = set_position(middle_game);
+        init_eval_params(0);
+        const f32 coef = 0.37f * static_cast<f32>(i);
+        const f32 rate = 0.7f + static_cast<f32>(i);
+        const f32 target = 0.047f * static_cast<f32>(i);
+        const f32 error = sigmoid(static_cast<f32>(evaluate_now())) - target;
+        const f32 phase = console_thread->eval_work.phase;
+        eval_params[bishop_pair].coef = coef;
+        tune_step(pos, target, rate);
+        const f32 mg_error
+            = static_cast<f32>((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
+        const f32 mg_step = (coef * rate) * mg_error;
+        const f32 eg_step = (coef * rate) * (phase * error);
+        EXPECT_EQ(eval_params[bishop_pair].mg, 29.0 - static_cast<f64>(mg_step));
+        EXPECT_EQ(eval_params[bishop_pair].eg, 54.0 - static_cast<f64>(eg_step));
+    }
 }
 
 TEST_F(TuneStep, RoundsHalvesAwayFromZero)
@@ -181,4 +215,24 @@ TEST_F(TuneStep, ALineTakesOneMoveAtEachPlyAndGoesBack)
     set_position("4k3/4p3/8/8/8/8/4P3/4K3 w - -");
     tune_sample(pos, 1, 100000, 1.0f);
     EXPECT_EQ(console_thread->undo_count, 0);
+}
+
+TEST_F(TuneStep, ALineOfOneMoveIsOneDrawnByChance)
+{
+    const char fen[] = "r1bq1rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP1Q1PPP/R4RK1 b - -";
+    Position* pos = set_position(fen);
+    std::set<i32> possible;
+    for (const Move move : legal_moves(pos)) {
+        make_move(pos, move);
+        const bool in_check = is_attacked(pos, pos->king_sq[White], Black);
+        possible.insert(in_check ? 0 : -evaluate_now());
+        unmake_move(pos);
+    }
+    std::set<i32> taken;
+    for (u32 seed = 0; seed < 100; ++seed) {
+        srand(seed);
+        taken.insert(tune_sample(pos, 1, 1, 1.0f));
+    }
+    EXPECT_TRUE(std::includes(possible.begin(), possible.end(), taken.begin(), taken.end()));
+    EXPECT_GT(taken.size(), 8u);
 }
