@@ -185,6 +185,36 @@ def check_resuming(trainer, lines):
     expect(trainer.run("-tune", lines, "-tune-resume").returncode == 1, "went on from nothing")
 
 
+def check_overflowing_weights(trainer, lines):
+    """Weights whose sums overflow are found out before the training, and stay as they are."""
+    trainer.train("-tune", lines, "tmp0", "-tune-passes", 1)
+    path = pathlib.Path("params.txt")
+    lines_of_weights = []
+    for name, mg, eg in weights():
+        if name in ("mtl_rook", "mtl_queen"):
+            mg = eg = 30000
+        lines_of_weights.append(f'fset("{name}",{mg},{eg});\n')
+    path.write_text("".join(lines_of_weights), encoding="ascii")
+    old = path.read_bytes()
+    result = trainer.run("-tune", lines, "-tune-passes", 1, "-tune-resume")
+    expect(result.returncode == 1 and "scores cannot be rebuilt" in result.stderr,
+           f"status {result.returncode}, {result.stderr}")
+    expect(path.read_bytes() == old, "weights that overflow were replaced")
+    files()
+
+
+def check_personality(trainer, lines):
+    """Options of play have no part in a training."""
+    words = ("-tune", lines, "bishop_pair", "-tune-passes", 2)
+    trainer.train(*words)
+    first = files()
+    pathlib.Path("play.cfg").write_text(
+        "Mtl_Queen = 80,80 #\nThreats = 50,50 #\nContempt = 100 #\n", encoding="ascii")
+    out = trainer.train(*words, "-cfg", "play.cfg")
+    expect("loading parameters from play.cfg" in out, out)
+    expect(files() == first, "the options of a configuration file changed the weights")
+
+
 def check_interruption(trainer, lines):
     """An interrupt writes the weights as they stand."""
     with subprocess.Popen(
@@ -353,6 +383,8 @@ def main():
         check_start(trainer)
         check_names(trainer, "lines.epd")
         check_resuming(trainer, "lines.epd")
+        check_overflowing_weights(trainer, "lines.epd")
+        check_personality(trainer, "lines.epd")
         check_interruption(trainer, "lines.epd")
         check_reader_gone(trainer, "lines.epd")
         check_changed_file(trainer, "lines.epd")

@@ -176,6 +176,9 @@ TEST_F(TuneGather, WeightsThatOverflowTheirHalvesAreNoticed)
     set_weight(mtl_rook, 30000, 30000);
     gather("1n2k3/pppppppp/8/8/8/8/PPPPPPPP/R2QK3 w - - gr 1;");
     EXPECT_TRUE(gatherer.check.failed);
+    gather(start + " gr 1;");
+    EXPECT_TRUE(gatherer.check.failed);
+    EXPECT_EQ(gatherer.check.positions, 2);
 }
 
 TEST_F(TuneGather, CoefficientsAreKeptFinely)

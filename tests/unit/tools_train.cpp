@@ -98,6 +98,7 @@ TEST_F(TrainEpd, EachFormOfTheResultGivesItsTarget)
         { start, " ce 50; [1.0]", 1.0 },
         { start, " ce 50; gr 0.0; [0.5]", 0.5 },
         { start, " ce 5000; gr 0.0;", 0.1 },
+        { start, " ce -5000; gr 1.0;", 0.9 },
     };
     for (const Line& line : lines) {
         train(line.fen + line.rest + "\n" + refused, 1, 10);
