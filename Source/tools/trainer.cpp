@@ -27,6 +27,8 @@ static constexpr f64 unlimited_seconds = 99999.0;   // of a search that plays wi
 static constexpr f64 seconds_per_progress = 0.5;
 static constexpr i32 mode_without_personality = 2;  // of init_eval_params
 
+static constexpr char second_name[] = "params_new.txt";
+
 // Both values of a weight, or both halves of its gradient, as the sums over positions need them.
 struct FloatPair {
     f32 mg;
@@ -56,6 +58,7 @@ struct Trainer {
     Part part;
     bool learns;
     bool failed;                        // a sweep lacked positions
+    bool has_file;                      // the weights file is this training's to replace
 };
 
 // Set by a signal; looked at between batches.
@@ -251,6 +254,18 @@ static void take_step(Trainer* trainer, i64 positions)
 
 // ---- Writing
 
+// A weights file that has come while the training went on is another's, and is not replaced: from
+// then on the weights are written under a second name.
+static void give_way(Trainer* trainer)
+{
+    if (!trainer->has_file && access(params_file, F_OK) == 0) {
+        fprintf(stderr, "%s: has come meanwhile, the weights go to %s\n", params_file, second_name);
+        exit_status = 1;
+        copy_text(params_file, sizeof params_file, second_name);
+    }
+    trainer->has_file = true;
+}
+
 // Puts the values into the table and writes the weights file. Returns whether it could be written.
 static bool write_values(Trainer* trainer)
 {
@@ -259,6 +274,7 @@ static bool write_values(Trainer* trainer)
     }
     hide_progress(&trainer->data.input);
     trainer->unsaved = 0;
+    give_way(trainer);
     return write_weights();
 }
 
@@ -453,6 +469,7 @@ static bool init_weights(Trainer* trainer)
     if (!has_file && tune_options.resume) {
         return reject("is not there to go on from", params_file);
     }
+    trainer->has_file = has_file;
     init_eval_params(mode_without_personality);
     if (has_file && !can_resume()) {
         return false;

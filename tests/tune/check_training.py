@@ -50,6 +50,20 @@ class Trainer:
         return subprocess.run([self.program, *map(str, words)], stdin=subprocess.DEVNULL,
                               capture_output=True, text=True, timeout=300, check=False, **more)
 
+    def train_on(self, act, lines, *words):
+        """Calls act with the process at a pass. Gives status, rest, errors."""
+        with subprocess.Popen(
+                [self.program, "-tune", lines, "bishop_pair", "-tune-passes", "100000",
+                 "-tune-patience", "0", *words], stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
+            for line in process.stdout:
+                if line.startswith("pass 3:"):
+                    act(process)
+                    break
+            rest = "" if process.stdout.closed else process.stdout.read()
+            errors = process.stderr.read()
+            return process.wait(timeout=60), rest, errors
+
     def train(self, *words):
         result = self.run(*words)
         expect(result.returncode == 0 and result.stderr == "",
@@ -217,55 +231,50 @@ def check_personality(trainer, lines):
 
 def check_interruption(trainer, lines):
     """An interrupt writes the weights as they stand."""
-    with subprocess.Popen(
-            [trainer.program, "-tune", lines, "bishop_pair", "-tune-passes", "1000000",
-             "-tune-patience", "0"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-            text=True) as process:
-        for line in process.stdout:
-            if line.startswith("pass 3:"):
-                process.send_signal(signal.SIGINT)
-                break
-        rest = process.stdout.read()
-        expect(process.wait(timeout=60) == 0 and "interrupted" in rest, rest[-500:])
+    status, rest, errors = trainer.train_on(lambda process: process.send_signal(signal.SIGINT),
+                                            lines)
+    expect(status == 0 and "interrupted" in rest and errors == "", rest[-500:] + errors)
     expect(bishop_pair()[0] > OLD[0], "nothing was learnt before the interrupt")
     files()
 
 
 def check_reader_gone(trainer, lines):
     """Ctrl-C also ends a program that reads the output; the weights are written all the same."""
-    for number in (signal.SIGINT, None):
-        with subprocess.Popen(
-                [trainer.program, "-tune", lines, "bishop_pair", "-tune-passes", "1000000",
-                 "-tune-patience", "0"], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                stderr=subprocess.PIPE, text=True) as process:
-            for line in process.stdout:
-                if line.startswith("pass 3:"):
-                    break
-            process.stdout.close()
-            if number is not None:
-                process.send_signal(number)
-            errors = process.stderr.read()
-            expect(process.wait(timeout=60) == 1 and "standard output" in errors,
-                   f"status {process.returncode}, {errors}")
+    def leave(process):
+        process.stdout.close()
+
+    def leave_interrupted(process):
+        process.stdout.close()
+        process.send_signal(signal.SIGINT)
+
+    for act in (leave, leave_interrupted):
+        status, _, errors = trainer.train_on(act, lines)
+        expect(status == 1 and "standard output" in errors, f"status {status}, {errors}")
         expect(bishop_pair()[0] > OLD[0], "the weights went with the reader")
         files()
+
+
+def check_two_trainings(trainer, lines):
+    """A weights file that comes while a training goes on is another's: it stays."""
+    def come(process):
+        pathlib.Path("params.txt").write_text("of another\n", encoding="ascii")
+        process.send_signal(signal.SIGINT)
+
+    status, _, errors = trainer.train_on(come, lines)
+    expect(status == 1 and "params_new.txt" in errors, f"status {status}, {errors}")
+    expect(pathlib.Path("params.txt").read_text(encoding="ascii") == "of another\n",
+           "the weights of another were replaced")
+    os.replace("params_new.txt", "params.txt")
+    expect(bishop_pair()[0] > OLD[0], "the own weights were lost")
+    files()
 
 
 def check_changed_file(trainer, lines):
     """A file that is cut while it is read again ends the training; the best weights are written."""
     shutil.copy(lines, "cut.epd")
-    with subprocess.Popen(
-            [trainer.program, "-tune", "cut.epd", "bishop_pair", "-tune-passes", "1000",
-             "-tune-patience", "0", "-tune-memory", "0"], stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True) as process:
-        for line in process.stdout:
-            if line.startswith("pass 2:"):
-                os.truncate("cut.epd", 100000)
-                break
-        rest = process.stdout.read()
-        errors = process.stderr.read()
-        expect(process.wait(timeout=60) == 1 and "cut.epd: has changed" in errors,
-               f"status {process.returncode}, {errors}")
+    status, rest, errors = trainer.train_on(lambda _: os.truncate("cut.epd", 100000), "cut.epd",
+                                            "-tune-memory", "0", "-tune-passes", "1000")
+    expect(status == 1 and "cut.epd: has changed" in errors, f"status {status}, {errors}")
     expect("error 0.000000" not in rest and bishop_pair()[0] > OLD[0], rest[-500:])
     files()
 
@@ -387,6 +396,7 @@ def main():
         check_personality(trainer, "lines.epd")
         check_interruption(trainer, "lines.epd")
         check_reader_gone(trainer, "lines.epd")
+        check_two_trainings(trainer, "lines.epd")
         check_changed_file(trainer, "lines.epd")
         check_without_workers(trainer, "lines.epd")
         check_saving(trainer, "lines.epd")
