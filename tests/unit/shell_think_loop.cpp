@@ -132,7 +132,7 @@ TEST_F(ThinkLoopTest, TheStatisticsTellTheRatesOfTheCounters)
     set_workers(1);
     store(uci_mode, 0);
     store(noise, silent_noise);
-    const std::string output = run("go 9\n" + half_a_second + half_a_second + "quit\n");
+    const std::string output = run("go 5\n" + half_a_second + half_a_second + "quit\n");
     char expected[256];
     snprintf(expected, sizeof expected,
         "\nHash fill= %.1f%%, Hash hits: main= %0.1f%%, pawn= %0.1f%%, eval= %0.1f%%, TB=0K\n\n",
