@@ -50,7 +50,7 @@ static void fill_move_set(MoveSet* set, const char* text)
     set->pos = *pos;
     set->count = 0;
     const MoveEntry* entry = console_thread->ply_rec[1].list_start;
-    for (; entry->move != EndOfList && set->count < 256; entry++) {
+    for (; entry->move != EndOfList && set->count < 256; ++entry) {
         if (is_legal_move(pos, pos->stm, entry->move)) {
             set->moves[set->count++] = entry->move;
         }
@@ -72,7 +72,7 @@ static void make_engine()
     set_search_params();
     init_eval_params(0);
     publish_options();
-    for (int i = 0; i < position_count; i++) {
+    for (int i = 0; i < position_count; ++i) {
         fill_move_set(&move_sets[i], positions[i]);
     }
 }
@@ -156,7 +156,7 @@ static void next_move_all(benchmark::State& state)
         record->in_check = 0;
         record->check_sq = NoSquare;
         while (next_move(pos)) {
-            moves++;
+            ++moves;
         }
         index = (index + 1) % position_count;
     }
@@ -247,7 +247,7 @@ static void make_table_positions()
     tb_init(folder.c_str());
     const std::vector<std::string> names = tables_of_four(folder);
     u64 random = 1;
-    for (size_t tries = 0; !names.empty() && tries < 8 * table_sample; tries++) {
+    for (size_t tries = 0; !names.empty() && tries < 8 * table_sample; ++tries) {
         const TbPos pos = random_board(names[tries % names.size()], &random);
         i32 success = 0;
         if (table_positions.size() < table_sample && !tb_in_check(&pos, !pos.turn)) {

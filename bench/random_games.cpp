@@ -32,11 +32,12 @@ static i32 draw_index(i32 count, i32 ply)
 
 static bool has_twin(Position* pos, const MoveEntry* moves, i32 count, const MoveEntry* entry)
 {
-    for (const MoveEntry* other = moves; other < moves + count; other++) {
+    for (const MoveEntry* other = moves; other < moves + count; ++other) {
         if (other != entry && other->moved == entry->moved
             && to_square(other->move) == to_square(entry->move)
-            && is_legal_move(pos, pos->stm, other->move))
+            && is_legal_move(pos, pos->stm, other->move)) {
             return true;
+        }
     }
     return false;
 }
@@ -49,9 +50,10 @@ static bool write_text(Position* pos, Move move, bool is_alone, char* text)
     make_san(pos, move, forms[0], forms[1], forms[2], forms[3]);
     const bool is_pawn = (pos->board[from_square(move)] & 7) == Pawn;
     const bool castles = forms[1][0] == 'o';
-    for (i32 i = is_pawn || (is_alone && !castles) ? 1 : 2; i < 4; i++) {
-        if (forms[i][0] == '\0')
+    for (i32 i = is_pawn || (is_alone && !castles) ? 1 : 2; i < 4; ++i) {
+        if (forms[i][0] == '\0') {
             continue;
+        }
         char copy[17];
         Move read;
         snprintf(copy, sizeof copy, "%s", forms[i]);
@@ -68,10 +70,11 @@ static bool play_move(Position* pos, i32 ply, char* text)
 {
     MoveEntry moves[max_list_moves];
     const i32 count = static_cast<i32>(gen_moves_into(pos, moves) - moves);
-    for (i32 tries = 0; tries < 10 * count; tries++) {
+    for (i32 tries = 0; tries < 10 * count; ++tries) {
         const MoveEntry* entry = &moves[draw_index(count, tries < count ? ply : opening_plies)];
-        if (!is_legal_move(pos, pos->stm, entry->move))
+        if (!is_legal_move(pos, pos->stm, entry->move)) {
             continue;
+        }
         if (write_text(pos, entry->move, !has_twin(pos, moves, count, entry), text)) {
             make_move(pos, entry->move);
             return true;
@@ -92,9 +95,10 @@ static void write_game(FILE* file, i32 number)
     parse_epd(pos, start_position);
     const i32 plies = least_plies + static_cast<i32>(next_random(more_plies));
     char text[16];
-    for (i32 ply = 0; ply < plies && play_move(pos, ply, text); ply++) {
-        if (ply % 2 == 0)
+    for (i32 ply = 0; ply < plies && play_move(pos, ply, text); ++ply) {
+        if (ply % 2 == 0) {
             fprintf(file, "%d. ", ply / 2 + 1);
+        }
         fprintf(file, "%s%c", text, ply % (2 * moves_per_line) == 13 ? '\n' : ' ');
     }
     fprintf(file, "%s\n\n", result);
@@ -112,10 +116,12 @@ int main(int argc, char** argv)
     init_zobrist();
     init_run_state();
     console_thread = new_thread_record(-1);
-    if (console_thread == nullptr)
+    if (console_thread == nullptr) {
         return 1;
-    for (i32 number = 1; number <= count; number++)
+    }
+    for (i32 number = 1; number <= count; ++number) {
         write_game(file, number);
+    }
     delete console_thread;
     return fclose(file) == 0 ? 0 : 1;
 }

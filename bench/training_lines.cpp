@@ -14,12 +14,12 @@
 #include "shell/run_state.h"
 #include "tools/training_line.h"
 
-static constexpr i32 longest_game = 160;    // half-moves
-static constexpr i32 opening_plies = 12;    // drawn freely and not written
+static constexpr i32 longest_game = 160; // half-moves
+static constexpr i32 opening_plies = 12; // drawn freely and not written
 static constexpr i32 moves_drawn = 6;
-static constexpr i32 plies_per_line = 3;    // one position of so many is written
+static constexpr i32 plies_per_line = 3; // one position of so many is written
 static constexpr i32 widest_score = 1200;
-static constexpr i32 least_material = 5;    // of both sides, in points of phase_mtl
+static constexpr i32 least_material = 5; // of both sides, in points of phase_mtl
 
 static u64 random_state = 1;
 
@@ -45,7 +45,7 @@ static i32 list_moves(Position* pos, Move* list)
     MoveEntry moves[max_list_moves];
     const MoveEntry* end = gen_moves_into(pos, moves);
     i32 count = 0;
-    for (const MoveEntry* entry = moves; entry < end; entry++) {
+    for (const MoveEntry* entry = moves; entry < end; ++entry) {
         if (entry->move != NoMove && is_legal_move(pos, pos->stm, entry->move)) {
             list[count++] = entry->move;
         }
@@ -58,7 +58,7 @@ static Move draw_move(Position* pos, const Move* list, i32 count, i32 draws)
 {
     Move best = NoMove;
     i32 best_score = 0;
-    for (i32 i = 0; i < draws; i++) {
+    for (i32 i = 0; i < draws; ++i) {
         const Move move = list[next_random(count)];
         make_move(pos, move);
         const i32 score = -evaluate_now(pos);
@@ -90,11 +90,11 @@ static i32 play_game(FILE* file, i32 limit)
     Position* pos = &console_thread->pos;
     parse_epd(pos, start_position);
     i32 written = 0;
-    for (i32 ply = 0; ply < longest_game && written < limit; ply++) {
+    for (i32 ply = 0; ply < longest_game && written < limit; ++ply) {
         Move list[max_list_moves];
         const i32 count = list_moves(pos, list);
-        if (count == 0
-            || pos->phase_mtl[White] < least_material || pos->phase_mtl[Black] < least_material) {
+        if (count == 0 || pos->phase_mtl[White] < least_material
+            || pos->phase_mtl[Black] < least_material) {
             break;
         }
         make_move(pos, draw_move(pos, list, count, ply < opening_plies ? 1 : moves_drawn));
@@ -108,7 +108,7 @@ static i32 play_game(FILE* file, i32 limit)
 static bool change_weight(const char* name, i32 mg, i32 eg)
 {
     bool found = false;
-    for (i32 i = 0; i < weight_count; i++) {
+    for (i32 i = 0; i < weight_count; ++i) {
         if (strcmp(eval_params[i].name, name) == 0) {
             set_weight(i, mg, eg);
             found = true;
@@ -126,8 +126,8 @@ static bool make_engine()
     if (console_thread == nullptr) {
         return false;
     }
-    copy_text(params_file, sizeof params_file, "");     // the defaults, whatever lies here
-    init_eval_params(2);                                // without personality options
+    copy_text(params_file, sizeof params_file, ""); // the defaults, whatever lies here
+    init_eval_params(2);                            // without personality options
     return true;
 }
 
@@ -135,8 +135,7 @@ int main(int argc, char** argv)
 {
     const i32 count = argc == 3 || argc == 6 ? atoi(argv[1]) : 0;
     FILE* file = count > 0 && make_engine() ? fopen(argv[2], "w") : nullptr;
-    if (file == nullptr
-        || (argc == 6 && !change_weight(argv[3], atoi(argv[4]), atoi(argv[5])))) {
+    if (file == nullptr || (argc == 6 && !change_weight(argv[3], atoi(argv[4]), atoi(argv[5])))) {
         fprintf(stderr, "usage: training_lines COUNT FILE [NAME MG EG]\n");
         return 1;
     }

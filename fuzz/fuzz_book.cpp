@@ -23,10 +23,12 @@ static const char* const positions[] = {
 static void make_records_fit(std::string* book, u64 key)
 {
     for (size_t start = 0; start + sizeof(BookEntry) <= book->size(); start += sizeof(BookEntry)) {
-        if (((*book)[start] & 1) == 0)
+        if (((*book)[start] & 1) == 0) {
             continue;
-        for (size_t i = 0; i < sizeof key; i++)
+        }
+        for (size_t i = 0; i < sizeof key; ++i) {
             (*book)[start + i] = static_cast<char>(key >> (56 - 8 * i));
+        }
     }
 }
 

@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     ready_engine();
     write_file(games_name, std::string(reinterpret_cast<const char*>(data), size));
-    for (i32 form = 1; form <= 4; form++) {
+    for (i32 form = 1; form <= 4; ++form) {
         scan_pgn(games_name, form);
         if (!fields_agree(&console_thread->pos)) {
             fail("the position is unsound");

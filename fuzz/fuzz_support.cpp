@@ -77,7 +77,7 @@ static void cut_numbers(std::string* text, const char* word, size_t digits)
             if (run > digits) {
                 text->erase(i, 1);
             } else {
-                i++;
+                ++i;
             }
         }
         at = text->find(word, at + 1);

@@ -31,7 +31,7 @@ static void check_record(const u32* out, u32 words)
     check(words == position_words + position.terms, "the record has another length");
     check(position.target >= 0.0f && position.target <= 1.0f, "the target is no result");
     check(position.phase >= 0.0f && position.phase <= 1.0f, "the phase is out of range");
-    for (u32 i = position_words; i < words; i++) {
+    for (u32 i = position_words; i < words; ++i) {
         check(term_weight(out[i]) > 0 && term_weight(out[i]) < weight_count, "no such weight");
         check(std::isfinite(term_coef(out[i])), "a coefficient is no number");
     }

@@ -27,13 +27,13 @@ static std::vector<std::filesystem::path> inputs_of(const char* name)
 int main(int argc, char** argv)
 {
     int replayed = 0;
-    for (int i = 1; i < argc; i++) {
+    for (int i = 1; i < argc; ++i) {
         for (const std::filesystem::path& path : inputs_of(argv[i])) {
             std::ifstream file(path, std::ios::binary);
             const std::vector<char> bytes((std::istreambuf_iterator<char>(file)), {});
             fprintf(stderr, "%s\n", path.filename().c_str());
             LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-            replayed++;
+            ++replayed;
         }
     }
     fprintf(stderr, "%d inputs replayed\n", replayed);

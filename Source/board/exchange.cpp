@@ -18,8 +18,9 @@ static inline i32 first_unblocked(const u64* lines, u64 sliders, u64 occ)
 {
     while (sliders != 0) {
         const i32 from = lowest(sliders);
-        if ((lines[from] & occ) == 0)
+        if ((lines[from] & occ) == 0) {
             return from;
+        }
         sliders &= sliders - 1;
     }
     return NoSquare;
@@ -30,24 +31,29 @@ static inline i32 least_attacker(const Position* pos, i32 square, i32 side, u64 
 {
     const u64* bb = pos->bb[side];
     u64 set = pawn_attacks[side ^ 1][square] & bb[Pawn] & present;
-    if (set != 0)
+    if (set != 0) {
         return lowest(set);
+    }
     set = knight_attacks[square] & bb[Knight] & present;
-    if (set != 0)
+    if (set != 0) {
         return lowest(set);
+    }
 
     const u64* lines = between[square];
     const u64 diagonals = bishop_rays[square] & present;
     const u64 straights = rook_rays[square] & present;
     i32 from = first_unblocked(lines, diagonals & bb[Bishop], occ);
-    if (from != NoSquare)
+    if (from != NoSquare) {
         return from;
+    }
     from = first_unblocked(lines, straights & bb[Rook], occ);
-    if (from != NoSquare)
+    if (from != NoSquare) {
         return from;
+    }
     from = first_unblocked(lines, (diagonals | straights) & bb[Queen], occ);
-    if (from != NoSquare)
+    if (from != NoSquare) {
         return from;
+    }
 
     set = king_attacks[square] & bb[King] & present;
     return set != 0 ? lowest(set) : static_cast<i32>(NoSquare);
@@ -56,10 +62,10 @@ static inline i32 least_attacker(const Position* pos, i32 square, i32 side, u64 
 bool is_attacked(const Position* pos, i32 square, i32 side)
 {
     const u64* bb = pos->bb[side];
-    if ((pawn_attacks[side ^ 1][square] & bb[Pawn])
-        | (knight_attacks[square] & bb[Knight])
-        | (king_attacks[square] & bb[King]))
+    if ((pawn_attacks[side ^ 1][square] & bb[Pawn]) | (knight_attacks[square] & bb[Knight])
+        | (king_attacks[square] & bb[King])) {
         return true;
+    }
 
     const u64 sliders = (bishop_rays[square] & (bb[Bishop] | bb[Queen]))
         | (rook_rays[square] & (bb[Rook] | bb[Queen]));
@@ -88,8 +94,9 @@ static i32 swap_gain(const Position* pos, i32 side, i32 square, i32 type, u64 oc
     i32 gain = 0;
     for (;;) {
         const i32 from = least_attacker(pos, square, side, occ, occ);
-        if (from == NoSquare)
+        if (from == NoSquare) {
             break;
+        }
         if (type == King) {
             gain = king_capture_value;
             break;
@@ -101,8 +108,9 @@ static i32 swap_gain(const Position* pos, i32 side, i32 square, i32 type, u64 oc
     }
     while (count > 0) {
         gain = taken[--count] - gain;
-        if (gain < 0)
+        if (gain < 0) {
             gain = 0;
+        }
     }
     return gain;
 }
@@ -111,8 +119,9 @@ i32 swapoff(const Position* pos, i32 side, i32 from, i32 to)
 {
     const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
     const i32 target = pos->board[to] & 7;
-    if (from == NoSquare)
+    if (from == NoSquare) {
         return swap_gain(pos, side, to, target, occ);
+    }
     return exchange_value[target]
         - swap_gain(pos, side ^ 1, to, pos->board[from] & 7, occ & ~bit(from));
 }
@@ -132,9 +141,10 @@ bool adds_king_pressure(Position* pos, i32 type, i32 from, i32 to, u64 zone)
 {
     const i32 side = pos->stm;
     const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
-    for (i32 mover = Rook; mover >= Bishop; mover--) {
-        if (type != mover && type != Queen)
+    for (i32 mover = Rook; mover >= Bishop; --mover) {
+        if (type != mover && type != Queen) {
             continue;
+        }
         const u64* rays = mover == Rook ? rook_rays : bishop_rays;
         // Own pieces that move alike do not block: they stand in the same battery.
         const u64 blockers = occ & ~(pos->bb[side][mover] | pos->bb[side][Queen]);
@@ -142,8 +152,9 @@ bool adds_king_pressure(Position* pos, i32 type, i32 from, i32 to, u64 zone)
         while (squares != 0) {
             const i32 square = pop_lowest(&squares);
             if ((between[to][square] & blockers) == 0
-                && is_attacked_without(pos, square, side, type, from))
+                && is_attacked_without(pos, square, side, type, from)) {
                 return true;
+            }
         }
     }
     return false;

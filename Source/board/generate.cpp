@@ -7,7 +7,7 @@
 
 static constexpr u64 file_a = 0x0101010101010101ULL;
 static constexpr u64 file_h = 0x8080808080808080ULL;
-static constexpr u64 inner_ranks = 0x00ffffffffffff00ULL;      // ranks 2 to 7
+static constexpr u64 inner_ranks = 0x00ffffffffffff00ULL; // ranks 2 to 7
 
 // The rank where double steps end, and the pawns that may promote, by side.
 static constexpr u64 double_step_rank[2] = { 0x00000000ff000000ULL, 0x000000ff00000000ULL };
@@ -29,8 +29,8 @@ static inline MoveEntry* add_move(MoveEntry* out, i32 from, i32 to, i32 moved, i
 }
 
 // Pawn moves whose from-square lies a fixed step behind each target.
-static inline MoveEntry* add_pawn_moves(const Position* pos, MoveEntry* out, u64 targets,
-    i32 step, i32 pawn)
+static inline MoveEntry* add_pawn_moves(
+    const Position* pos, MoveEntry* out, u64 targets, i32 step, i32 pawn)
 {
     while (targets != 0) {
         const i32 to = pop_lowest(&targets);
@@ -39,8 +39,8 @@ static inline MoveEntry* add_pawn_moves(const Position* pos, MoveEntry* out, u64
     return out;
 }
 
-static inline MoveEntry* add_targets(const Position* pos, MoveEntry* out, i32 from, u64 targets,
-    i32 moved)
+static inline MoveEntry* add_targets(
+    const Position* pos, MoveEntry* out, i32 from, u64 targets, i32 moved)
 {
     while (targets != 0) {
         const i32 to = pop_lowest(&targets);
@@ -50,8 +50,7 @@ static inline MoveEntry* add_targets(const Position* pos, MoveEntry* out, i32 fr
 }
 
 // Moves of knights, bishops, rooks and queens onto targets, in this order.
-static inline MoveEntry* add_piece_moves(const Position* pos, i32 side, MoveEntry* out,
-    u64 targets)
+static inline MoveEntry* add_piece_moves(const Position* pos, i32 side, MoveEntry* out, u64 targets)
 {
     const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
     const i32 code = 8 * side;
@@ -108,14 +107,15 @@ MoveEntry* gen_captures(const Position* pos, i32 side, MoveEntry* out, i32 check
     return add_king_moves(pos, side, out, enemies);
 }
 
-static inline MoveEntry* add_promotions(MoveEntry* out, i32 from, i32 to, i32 pawn, i32 captured,
-    i32 under)
+static inline MoveEntry* add_promotions(
+    MoveEntry* out, i32 from, i32 to, i32 pawn, i32 captured, i32 under)
 {
     const Move move = make_move_code(from, to);
     out = add_move(out, from, to, pawn, captured);
     out[-1].move = move | PromoteQueen;
-    if (under == 0)
+    if (under == 0) {
         return out;
+    }
     for (const Move flag : under_promotions) {
         out = add_move(out, from, to, pawn, captured);
         out[-1].move = move | flag;
@@ -130,8 +130,9 @@ MoveEntry* gen_promotions(const Position* pos, i32 side, i32 under, MoveEntry* o
     for (u64 set = pos->bb[side][Pawn] & seventh_rank[side]; set != 0;) {
         const i32 from = pop_lowest(&set);
         const i32 ahead = from + pawn_step[side];
-        if (pos->board[ahead] == 0)
+        if (pos->board[ahead] == 0) {
             out = add_promotions(out, from, ahead, pawn, 0, under);
+        }
         for (u64 targets = pawn_attacks[side][from] & enemies; targets != 0;) {
             const i32 to = pop_lowest(&targets);
             out = add_promotions(out, from, to, pawn, pos->board[to], under);
@@ -145,12 +146,15 @@ static MoveEntry* add_castling(const Position* pos, i32 side, MoveEntry* out, u6
     const i32 home = king_home[side];
     const i32 king = King + 8 * side;
     const i32 rights = side == White ? pos->castle : pos->castle >> 2;
-    if (pos->king_sq[side] != home || pos->board[home] != king)
+    if (pos->king_sq[side] != home || pos->board[home] != king) {
         return out;
-    if ((rights & 1) && (occ & (3ULL << (home + 1))) == 0)
+    }
+    if ((rights & 1) && (occ & (3ULL << (home + 1))) == 0) {
         out = add_move(out, home, home + 2, king, 0);
-    if ((rights & 2) && (occ & (7ULL << (home - 3))) == 0)
+    }
+    if ((rights & 2) && (occ & (7ULL << (home - 3))) == 0) {
         out = add_move(out, home, home - 2, king, 0);
+    }
     return out;
 }
 
@@ -159,8 +163,9 @@ MoveEntry* gen_quiets(const Position* pos, i32 side, MoveEntry* out, i32 check_s
     const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
     const u64 empty = ~occ;
     u64 targets = empty;
-    if (check_sq != NoSquare)
+    if (check_sq != NoSquare) {
         targets &= between[check_sq][pos->king_sq[side]];
+    }
 
     // The first square of a double step need only be empty, it is no target.
     const i32 pawn = Pawn + 8 * side;

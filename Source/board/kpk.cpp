@@ -46,8 +46,9 @@ static void set_first_values(i32 pawn, i32 white, i32 black)
         *white_moves = KpkImpossible;
     } else if (pawn > last_pawn) {
         *white_moves = KpkWon;
-        if (is_far_from(black, pawn) || is_next_to(white, pawn))
+        if (is_far_from(black, pawn) || is_next_to(white, pawn)) {
             *black_moves = KpkWon;
+        }
     }
 }
 
@@ -57,13 +58,16 @@ static u8 judge_white_to_move(i32 pawn, i32 white, i32 black)
     const u8 step = kpk_table[1][index + 4][white][black];
     u8 reached = step;
     // A single step of value 0 is blocked by a king, and then so is the double step.
-    if (pawn < 16 && step != KpkImpossible)
+    if (pawn < 16 && step != KpkImpossible) {
         reached |= kpk_table[1][index + 8][white][black];
-    for (u64 targets = king_attacks[white]; targets != 0;)
+    }
+    for (u64 targets = king_attacks[white]; targets != 0;) {
         reached |= kpk_table[1][index][pop_lowest(&targets)][black];
+    }
 
-    if (reached & KpkWon)
+    if (reached & KpkWon) {
         return KpkWon;
+    }
     return reached & KpkUnknown ? KpkUnknown : KpkNotWon;
 }
 
@@ -75,14 +79,17 @@ static u8 judge_black_to_move(i32 pawn, i32 white, i32 black)
     for (u64 targets = king_attacks[black]; targets != 0;) {
         const i32 to = pop_lowest(&targets);
         reached |= kpk_table[0][index][white][to];
-        if (pawn_is_loose && to == pawn)
+        if (pawn_is_loose && to == pawn) {
             reached |= KpkNotWon;
+        }
     }
 
-    if (reached & KpkNotWon)
+    if (reached & KpkNotWon) {
         return KpkNotWon;
-    if (reached & KpkUnknown)
+    }
+    if (reached & KpkUnknown) {
         return KpkUnknown;
+    }
     // With no legal move at all it is stalemate.
     return reached & KpkWon ? KpkWon : KpkNotWon;
 }
@@ -91,14 +98,16 @@ static u8 judge_black_to_move(i32 pawn, i32 white, i32 black)
 static bool run_pass(i32 black_moves)
 {
     bool changed = false;
-    for (i32 pawn = first_pawn; pawn <= last_pawn; pawn++) {
-        if ((pawn & 7) > 3)
+    for (i32 pawn = first_pawn; pawn <= last_pawn; ++pawn) {
+        if ((pawn & 7) > 3) {
             continue;
-        for (i32 white = 0; white < 64; white++) {
-            for (i32 black = 0; black < 64; black++) {
+        }
+        for (i32 white = 0; white < 64; ++white) {
+            for (i32 black = 0; black < 64; ++black) {
                 u8* value = &kpk_table[black_moves][pawn_index(pawn)][white][black];
-                if (*value != KpkUnknown)
+                if (*value != KpkUnknown) {
                     continue;
+                }
                 *value = black_moves ? judge_black_to_move(pawn, white, black)
                                      : judge_white_to_move(pawn, white, black);
                 changed |= *value != KpkUnknown;
@@ -111,22 +120,25 @@ static bool run_pass(i32 black_moves)
 // What was never decided, and what cannot occur, reads as not won.
 static void settle_rest(i32 black_moves)
 {
-    for (i32 index = 4; index < 28; index++) {
+    for (i32 index = 4; index < 28; ++index) {
         u8* values = &kpk_table[black_moves][index][0][0];
-        for (i32 i = 0; i < 64 * 64; i++) {
-            if (values[i] != KpkWon)
+        for (i32 i = 0; i < 64 * 64; ++i) {
+            if (values[i] != KpkWon) {
                 values[i] = KpkNotWon;
+            }
         }
     }
 }
 
 void init_kpk()
 {
-    for (i32 pawn = 0; pawn < 64; pawn++) {
-        if ((pawn & 7) > 3)
+    for (i32 pawn = 0; pawn < 64; ++pawn) {
+        if ((pawn & 7) > 3) {
             continue;
-        for (i32 kings = 0; kings < 64 * 64; kings++)
+        }
+        for (i32 kings = 0; kings < 64 * 64; ++kings) {
             set_first_values(pawn, kings >> 6, kings & 63);
+        }
     }
 
     bool changed = true;

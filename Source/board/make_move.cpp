@@ -10,6 +10,7 @@
 
 // Castling rights that die when a piece leaves or reaches a square: both of a side with its king's
 // home square, one with each corner.
+// clang-format off
 static constexpr u8 castle_mask[64] = {
     2, 0, 0, 0, 3, 0, 0, 1,
     0, 0, 0, 0, 0, 0, 0, 0,
@@ -20,16 +21,19 @@ static constexpr u8 castle_mask[64] = {
     0, 0, 0, 0, 0, 0, 0, 0,
     8, 0, 0, 0, 12, 0, 0, 4,
 };
+// clang-format on
 
 static constexpr i32 max_cnt50 = 255;
 static constexpr i32 king_home[2] = { 4, 60 };
 
 static inline i32 promoted_type(Move move)
 {
-    if (move & PromoteKnight)
+    if (move & PromoteKnight) {
         return Knight;
-    if (move & PromoteBishop)
+    }
+    if (move & PromoteBishop) {
         return Bishop;
+    }
     return move & PromoteRook ? Rook : Queen;
 }
 
@@ -52,15 +56,16 @@ static inline void push_undo(Position* pos, Move move, i32 captured)
     debug_check(thread->undo_count >= 0 && thread->undo_count < undo_size);
     UndoRecord* undo = &thread->undo[thread->undo_count];
     undo->key = pos->key;
-    if (move != NoMove)
+    if (move != NoMove) {
         undo->pawn_key = pos->pawn_key;
+    }
     undo->move = move;
     undo->captured = static_cast<u8>(captured);
     undo->ep_square = pos->ep_square;
     undo->cnt50 = pos->cnt50;
     undo->castle = pos->castle;
-    thread->undo_count++;
-    thread->ply++;
+    ++thread->undo_count;
+    ++thread->ply;
     thread->last_move = move;
 }
 
@@ -70,8 +75,8 @@ static inline const UndoRecord* pop_undo(Position* pos)
 {
     SearchThread* thread = pos->thread;
     debug_check(thread->undo_count > 0);
-    thread->ply--;
-    thread->undo_count--;
+    --thread->ply;
+    --thread->undo_count;
     const UndoRecord* undo = &thread->undo[thread->undo_count];
     thread->last_move = thread->undo_count > 0 ? undo[-1].move : static_cast<Move>(NoMove);
     pos->ep_square = undo->ep_square;
@@ -147,8 +152,9 @@ static inline u64 finish_pawn_move(Position* pos, Move move, i32 side, i32 old_e
 
 void make_move(Position* pos, Move move)
 {
-    if (load(trace_level) != 0)
+    if (load(trace_level) != 0) {
         trace_move(pos, move);
+    }
 
     const i32 from = from_square(move);
     const i32 to = to_square(move);
@@ -164,8 +170,9 @@ void make_move(Position* pos, Move move)
     pos->cnt50 = next_cnt50(pos->cnt50);
     pos->ep_square = NoSquare;
     pos->stm = static_cast<u8>(side ^ 1);
-    if (old_ep_square != NoSquare)
+    if (old_ep_square != NoSquare) {
         key ^= zobrist[0][old_ep_square];
+    }
     const u8 castle = static_cast<u8>(old_castle & ~(castle_mask[from] | castle_mask[to]));
     if (castle != old_castle) {
         key ^= zobrist[0][old_castle] ^ zobrist[0][castle];
@@ -180,8 +187,9 @@ void make_move(Position* pos, Move move)
         pos->bb[owner][0] &= ~bit(to);
         pos->bb[owner][type] &= ~bit(to);
         key ^= zobrist[captured][to];
-        if (type == Pawn)
+        if (type == Pawn) {
             pos->pawn_key ^= zobrist[captured][to];
+        }
         pos->cnt50 = 0;
     }
 
@@ -241,8 +249,9 @@ void unmake_move(Position* pos)
         count_piece(pos, enemy, captured, 1);
         pos->bb[enemy][0] |= bit(to);
         pos->bb[enemy][captured] |= bit(to);
-        if (captured == King)
+        if (captured == King) {
             pos->king_sq[enemy] = static_cast<u8>(to);
+        }
     }
 
     if (type == Pawn) {
@@ -255,8 +264,9 @@ void unmake_move(Position* pos)
             pos->bb[enemy][Pawn] |= bit(victim);
         }
     } else if (type == King) {
-        if (is_castling_step(from, to))
+        if (is_castling_step(from, to)) {
             shift_rook(pos, side, castling_rook_to(from, to), castling_rook_from(from, to));
+        }
         pos->king_sq[side] = static_cast<u8>(from);
     }
 
@@ -276,8 +286,9 @@ void unmake_move(Position* pos)
 
 void make_null_move(Position* pos)
 {
-    if (load(trace_level) != 0)
+    if (load(trace_level) != 0) {
         trace_move(pos, NoMove);
+    }
 
     const i32 old_ep_square = pos->ep_square;
     push_undo(pos, NoMove, NoPiece);
@@ -285,8 +296,9 @@ void make_null_move(Position* pos)
     pos->cnt50 = 0;
     pos->ep_square = NoSquare;
     pos->stm ^= 1;
-    if (old_ep_square != NoSquare)
+    if (old_ep_square != NoSquare) {
         pos->key ^= zobrist[0][old_ep_square];
+    }
     pos->key = (pos->key & ~1ULL) + pos->stm;
 }
 
@@ -311,8 +323,8 @@ void make_game_move(Position* pos, Move move)
         // An even number goes, so that move numbers keep their side.
         const i32 dropped = (thread->undo_count - game_keep + 1) & ~1;
         const i32 kept = thread->undo_count - dropped;
-        memmove(thread->undo, thread->undo + dropped,
-            static_cast<size_t>(kept) * sizeof(UndoRecord));
+        memmove(
+            thread->undo, thread->undo + dropped, static_cast<size_t>(kept) * sizeof(UndoRecord));
         thread->undo_count = static_cast<i16>(kept);
     }
     make_move(pos, move);
@@ -321,11 +333,11 @@ void make_game_move(Position* pos, Move move)
 
 static bool is_makeable_king_move(const Position* pos, i32 from, i32 to)
 {
-    if (!is_castling_step(from, to))
+    if (!is_castling_step(from, to)) {
         return true;
+    }
     const i32 side = pos->stm;
-    return from == king_home[side]
-        && pos->board[to] == 0
+    return from == king_home[side] && pos->board[to] == 0
         && pos->board[castling_rook_to(from, to)] == 0
         && pos->board[castling_rook_from(from, to)] == Rook + 8 * side;
 }
@@ -347,20 +359,26 @@ static bool is_makeable_pawn_move(const Position* pos, i32 from, i32 to, Move pr
 
 bool is_makeable(const Position* pos, i32 from, i32 to, Move promotion)
 {
-    if (from < 0 || from > 63 || to < 0 || to > 63 || from == to)
+    if (from < 0 || from > 63 || to < 0 || to > 63 || from == to) {
         return false;
-    if ((promotion & ~PromotionMask) != 0 || (promotion & (promotion - 1)) != 0)
+    }
+    if ((promotion & ~PromotionMask) != 0 || (promotion & (promotion - 1)) != 0) {
         return false;
+    }
     const i32 side = pos->stm;
     const i32 moved = pos->board[from];
     const i32 captured = pos->board[to];
-    if (moved == 0 || moved >> 3 != side)
+    if (moved == 0 || moved >> 3 != side) {
         return false;
-    if (captured != 0 && (captured >> 3 == side || (captured & 7) == King))
+    }
+    if (captured != 0 && (captured >> 3 == side || (captured & 7) == King)) {
         return false;
-    if ((moved & 7) == Pawn)
+    }
+    if ((moved & 7) == Pawn) {
         return is_makeable_pawn_move(pos, from, to, promotion);
-    if (promotion != 0)
+    }
+    if (promotion != 0) {
         return false;
+    }
     return (moved & 7) != King || is_makeable_king_move(pos, from, to);
 }

@@ -8,24 +8,23 @@
 // Stages in the low four bits of PlyRecord.stage.
 enum Stage : u16 {
     StageStart = 0,
-    StageCaptures = 1,          // captures are still to be generated
-    StageQuietSearch = 2,       // captures of the quiescence search, best first
-    StageGoodCaptures = 4,      // captures that do not lose, best first
-    StageRest = 6,              // losing captures and quiet moves, best first
-    StagePlainOrder = 7,        // whatever is left, as it lies
+    StageCaptures = 1,     // captures are still to be generated
+    StageQuietSearch = 2,  // captures of the quiescence search, best first
+    StageGoodCaptures = 4, // captures that do not lose, best first
+    StageRest = 6,         // losing captures and quiet moves, best first
+    StagePlainOrder = 7,   // whatever is left, as it lies
 };
 static constexpr u16 stage_mask = 15;
 
-const i16 mvv_score[16]
-    = { 210, 220, 230, 230, 240, 250, 0, 0, 0, 220, 230, 230, 240, 250, 0, 0 };
+const i16 mvv_score[16] = { 210, 220, 230, 230, 240, 250, 0, 0, 0, 220, 230, 230, 240, 250, 0, 0 };
 
 static constexpr i16 hash_move_score = 255;
-static constexpr i32 losing_exchange = -49;         // below: tried among the quiet moves
-static constexpr i32 winning_exchange = 50;         // below: a little later than the others
+static constexpr i32 losing_exchange = -49; // below: tried among the quiet moves
+static constexpr i32 winning_exchange = 50; // below: a little later than the others
 static constexpr i32 even_exchange_malus = 6;
 static constexpr i16 under_promotion_score = 15;
-static constexpr i16 good_capture_limit = 150;      // from here down captures wait with the quiets
-static constexpr i16 sorting_limit = 2;             // at or below: not worth sorting any more
+static constexpr i16 good_capture_limit = 150; // from here down captures wait with the quiets
+static constexpr i16 sorting_limit = 2;        // at or below: not worth sorting any more
 static constexpr i16 check_score = 100;
 
 // What the quiet moves that did well before are worth on top of their history.
@@ -57,9 +56,10 @@ void publish_list(SearchThread* thread, MoveEntry* end)
 void pick_best(MoveEntry* cursor)
 {
     MoveEntry* best = cursor;
-    for (MoveEntry* entry = cursor + 1; entry->move != EndOfList; entry++) {
-        if (entry->score > best->score)
+    for (MoveEntry* entry = cursor + 1; entry->move != EndOfList; ++entry) {
+        if (entry->score > best->score) {
             best = entry;
+        }
     }
     const MoveEntry first = *cursor;
     *cursor = *best;
@@ -73,13 +73,14 @@ i32 history_base(i32 h1, i32 h2)
 
 static void score_captures(MoveEntry* entry, const MoveEntry* end)
 {
-    for (; entry < end; entry++)
+    for (; entry < end; ++entry) {
         entry->score = static_cast<i16>(mvv_score[entry->captured] - (entry->moved & 7));
+    }
 }
 
 static void score_captures_by_exchange(const Position* pos, MoveEntry* entry, const MoveEntry* end)
 {
-    for (; entry < end; entry++) {
+    for (; entry < end; ++entry) {
         const Move move = entry->move;
         const i32 see = swapoff(pos, pos->stm, from_square(move), to_square(move));
         i32 score;
@@ -89,8 +90,9 @@ static void score_captures_by_exchange(const Position* pos, MoveEntry* entry, co
             score = under_promotion_score;
         } else {
             score = mvv_score[entry->captured] - (entry->moved & 7);
-            if (see < winning_exchange)
+            if (see < winning_exchange) {
                 score -= even_exchange_malus;
+            }
         }
         entry->score = static_cast<i16>(score);
     }
@@ -121,14 +123,18 @@ static MoveEntry* add_piece_checks(const Position* pos, MoveEntry* out, i32 type
     for (u64 set = pos->bb[side][type]; set != 0;) {
         const i32 from = pop_lowest(&set);
         u64 attacks = 0;
-        if (type == Knight)
+        if (type == Knight) {
             attacks = knight_attacks[from];
-        if (type == Bishop || type == Queen)
+        }
+        if (type == Bishop || type == Queen) {
             attacks |= bishop_attacks(from, occ);
-        if (type == Rook || type == Queen)
+        }
+        if (type == Rook || type == Queen) {
             attacks |= rook_attacks(from, occ);
-        for (attacks &= targets; attacks != 0;)
+        }
+        for (attacks &= targets; attacks != 0;) {
             out = add_quiet(out, from, pop_lowest(&attacks), type + 8 * side);
+        }
     }
     return out;
 }
@@ -154,11 +160,13 @@ static MoveEntry* gen_checks(const Position* pos, MoveEntry* out)
 
     out = add_piece_checks(pos, out, Knight, knight_attacks[enemy_king] & empty);
     u64 diagonals = 0;
-    if (own[Bishop] | own[Queen])
+    if (own[Bishop] | own[Queen]) {
         diagonals = bishop_attacks(enemy_king, occ) & empty;
+    }
     u64 straights = 0;
-    if (own[Rook] | own[Queen])
+    if (own[Rook] | own[Queen]) {
         straights = rook_attacks(enemy_king, occ) & empty;
+    }
     out = add_piece_checks(pos, out, Bishop, diagonals);
     out = add_piece_checks(pos, out, Rook, straights);
     out = add_piece_checks(pos, out, Queen, diagonals | straights);
@@ -178,7 +186,7 @@ static inline void add_favoured(FavouredMoves* favoured, Move move, i32 bonus)
 {
     favoured->move[favoured->count] = move;
     favoured->bonus[favoured->count] = bonus;
-    favoured->count++;
+    ++favoured->count;
 }
 
 static FavouredMoves find_favoured(const SearchThread* thread, const PlyRecord* rec)
@@ -194,30 +202,32 @@ static FavouredMoves find_favoured(const SearchThread* thread, const PlyRecord* 
 
     // Behind a null move there is nothing to counter.
     const MoveEntry* prev = rec[-1].list_cursor;
-    if (prev->move == NoMove)
+    if (prev->move == NoMove) {
         return favoured;
+    }
     const i32 prev_to = to_square(prev->move);
     const i32* counter = rec->in_check ? evasion_counter_bonus : counter_bonus;
     add_favoured(&favoured, thread->counter_move[prev->moved][prev_to], counter[0]);
     add_favoured(&favoured, thread->counter_move2[prev->moved][prev_to], counter[1]);
     const MoveEntry* own = rec[-2].list_cursor;
-    if (!rec->in_check && own->move != NoMove)
-        add_favoured(&favoured, thread->follow_move[own->moved][to_square(own->move)],
-            follow_bonus);
+    if (!rec->in_check && own->move != NoMove) {
+        add_favoured(
+            &favoured, thread->follow_move[own->moved][to_square(own->move)], follow_bonus);
+    }
     return favoured;
 }
 
-static void score_quiets(const SearchThread* thread, const PlyRecord* rec, MoveEntry* entry,
-    const MoveEntry* end)
+static void score_quiets(
+    const SearchThread* thread, const PlyRecord* rec, MoveEntry* entry, const MoveEntry* end)
 {
     const FavouredMoves favoured = find_favoured(thread, rec);
     const i32 prev_type = rec[-1].list_cursor->moved & 7;
-    for (; entry < end; entry++) {
+    for (; entry < end; ++entry) {
         const Move move = entry->move;
         const i32 to = to_square(move);
-        i32 score = history_base(thread->history[prev_type][entry->moved][to],
-            thread->history[0][entry->moved][to]);
-        for (i32 i = 0; i < favoured.count; i++) {
+        i32 score = history_base(
+            thread->history[prev_type][entry->moved][to], thread->history[0][entry->moved][to]);
+        for (i32 i = 0; i < favoured.count; ++i) {
             if (favoured.move[i] == move) {
                 score += favoured.bonus[i];
                 break;
@@ -231,13 +241,15 @@ static void score_quiets(const SearchThread* thread, const PlyRecord* rec, MoveE
 static void append_quiets(Position* pos, PlyRecord* rec, MoveEntry* cursor)
 {
     SearchThread* thread = pos->thread;
-    while (cursor->move != EndOfList)
-        cursor++;
+    while (cursor->move != EndOfList) {
+        ++cursor;
+    }
     MoveEntry* end = gen_quiets(pos, pos->stm, cursor, rec->check_sq);
     publish_list(thread, end);
     // At ply 1 there is no previous move to look at.
-    if (end > cursor && thread->ply > 1)
+    if (end > cursor && thread->ply > 1) {
         score_quiets(thread, rec, cursor, end);
+    }
 }
 
 static MoveEntry* next_in_plain_order(MoveEntry* cursor)
@@ -247,11 +259,13 @@ static MoveEntry* next_in_plain_order(MoveEntry* cursor)
 
 static MoveEntry* next_of_rest(PlyRecord* rec, MoveEntry* cursor)
 {
-    if (cursor->move == EndOfList)
+    if (cursor->move == EndOfList) {
         return nullptr;
+    }
     pick_best(cursor);
-    if (cursor->score <= sorting_limit)
+    if (cursor->score <= sorting_limit) {
         set_stage(rec, StagePlainOrder);
+    }
     return cursor;
 }
 
@@ -261,8 +275,9 @@ static MoveEntry* next_good_capture(Position* pos, PlyRecord* rec, MoveEntry* cu
     if (cursor->move != EndOfList) {
         set_stage(rec, StageGoodCaptures);
         pick_best(cursor);
-        if (cursor->score > good_capture_limit)
+        if (cursor->score > good_capture_limit) {
             return cursor;
+        }
     }
     append_quiets(pos, rec, cursor);
     set_stage(rec, StageRest);
@@ -275,11 +290,13 @@ static MoveEntry* next_quiet_search_move(Position* pos, PlyRecord* rec, MoveEntr
         pick_best(cursor);
         return cursor;
     }
-    if ((rec->stage & GenChecks) == 0)
+    if ((rec->stage & GenChecks) == 0) {
         return nullptr;
+    }
     MoveEntry* end = gen_checks(pos, cursor);
-    if (end == cursor)
+    if (end == cursor) {
         return nullptr;
+    }
     publish_list(pos->thread, end);
     set_stage(rec, StagePlainOrder);
     return cursor;
@@ -321,8 +338,9 @@ MoveEntry* next_move(Position* pos)
 
     switch (stage) {
     case StageStart:
-        if (rec->hash_move != NoMove && (rec->stage & TryHashMove))
+        if (rec->hash_move != NoMove && (rec->stage & TryHashMove)) {
             return give_hash_move(pos, rec, cursor);
+        }
         [[fallthrough]];
     case StageCaptures:
         return start_captures(pos, rec, cursor);

@@ -12,8 +12,8 @@
 
 static constexpr char piece_letters[] = " PNBRQK";
 static constexpr char promotion_letters[] = "qnbr";
-static constexpr Move promotion_flags[4]
-    = { PromoteQueen, PromoteKnight, PromoteBishop, PromoteRook };
+static constexpr Move promotion_flags[4] = { PromoteQueen, PromoteKnight, PromoteBishop,
+    PromoteRook };
 static constexpr i32 promotion_types[4] = { Queen, Knight, Bishop, Rook };
 
 static constexpr size_t form_size = 16;
@@ -25,11 +25,13 @@ static constexpr size_t opcode_size = 64;
 // Index into the promotion tables, or -1 if the move is none.
 static i32 find_promotion(Move move)
 {
-    if ((move & PromotionMask) == 0)
+    if ((move & PromotionMask) == 0) {
         return -1;
-    for (i32 i = 0; i < 4; i++) {
-        if (move & promotion_flags[i])
+    }
+    for (i32 i = 0; i < 4; ++i) {
+        if (move & promotion_flags[i]) {
             return i;
+        }
     }
     return -1;
 }
@@ -67,8 +69,9 @@ void move_text(Move move, char* out)
 {
     write_squares(move, out);
     const i32 promotion = find_promotion(move);
-    if (promotion < 0)
+    if (promotion < 0) {
         return;
+    }
     const char letter = promotion_letters[promotion];
     if (load(uci_mode) != 0) {
         out[4] = letter;
@@ -82,10 +85,11 @@ void move_text(Move move, char* out)
 
 char* move_text_or_null(Move move, char* out)
 {
-    if (move == NoMove)
+    if (move == NoMove) {
         copy_text(out, sizeof "null", "null");
-    else
+    } else {
         move_text(move, out);
+    }
     return out;
 }
 
@@ -94,12 +98,15 @@ static u64 find_twins(const Position* pos, i32 type, i32 from, i32 to)
 {
     const u64 occ = pos->bb[White][0] | pos->bb[Black][0] | bit(to);
     u64 reach = 0;
-    if (type == Knight)
+    if (type == Knight) {
         reach = knight_attacks[to];
-    if (type == Bishop || type == Queen)
+    }
+    if (type == Bishop || type == Queen) {
         reach |= bishop_attacks(to, occ);
-    if (type == Rook || type == Queen)
+    }
+    if (type == Rook || type == Queen) {
         reach |= rook_attacks(to, occ);
+    }
     return reach & pos->bb[pos->stm][type] & ~bit(from);
 }
 
@@ -107,17 +114,19 @@ static u64 find_twins(const Position* pos, i32 type, i32 from, i32 to)
 static void write_piece_form(char* out, char letter, char origin, bool captures, i32 to)
 {
     *out++ = letter;
-    if (origin != '\0')
+    if (origin != '\0') {
         *out++ = origin;
-    if (captures)
+    }
+    if (captures) {
         *out++ = 'x';
+    }
     *out++ = square_name[to][0];
     *out++ = square_name[to][1];
     *out = '\0';
 }
 
-static void write_piece_move(const Position* pos, Move move, char* san, char* san_file,
-    char* san_rank)
+static void write_piece_move(
+    const Position* pos, Move move, char* san, char* san_file, char* san_rank)
 {
     const i32 from = from_square(move);
     const i32 to = to_square(move);
@@ -136,10 +145,11 @@ static void write_piece_move(const Position* pos, Move move, char* san, char* sa
     const char rank = square_name[from][1];
     const u64 twins = find_twins(pos, type, from, to);
     char origin = '\0';
-    if (twins & (ray_n[from] | ray_s[from]))
+    if (twins & (ray_n[from] | ray_s[from])) {
         origin = rank;
-    else if (twins & (ray_e[from] | ray_w[from]))
+    } else if (twins & (ray_e[from] | ray_w[from])) {
         origin = file;
+    }
     const char letter = piece_letters[type];
     const bool captures = pos->board[to] != 0;
     write_piece_form(san, letter, origin, captures, to);
@@ -163,8 +173,9 @@ static void write_pawn_move(const Position* pos, Move move, char* coord, char* s
     }
 
     const i32 promotion = find_promotion(move);
-    if (promotion < 0)
+    if (promotion < 0) {
         return;
+    }
     append_promotion(coord, promotion);
     append_promotion(san, promotion);
     append_promotion(san_file, promotion);
@@ -188,19 +199,21 @@ static bool gives_check(Position* pos, Move move)
 }
 
 // The four forms without the mark of a check.
-static void write_forms(const Position* pos, Move move, char* coord, char* san, char* san_file,
-    char* san_rank)
+static void write_forms(
+    const Position* pos, Move move, char* coord, char* san, char* san_file, char* san_rank)
 {
     move_text_or_null(move, coord);
     san[0] = '\0';
     san_file[0] = '\0';
     san_rank[0] = '\0';
-    if (move == NoMove)
+    if (move == NoMove) {
         return;
-    if ((pos->board[from_square(move)] & 7) == Pawn)
+    }
+    if ((pos->board[from_square(move)] & 7) == Pawn) {
         write_pawn_move(pos, move, coord, san, san_file);
-    else
+    } else {
         write_piece_move(pos, move, san, san_file, san_rank);
+    }
 }
 
 void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, char* san_rank)
@@ -218,8 +231,9 @@ void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, 
 
 static void cut_at(char* text, char c)
 {
-    if (char* found = strchr(text, c))
+    if (char* found = strchr(text, c)) {
         *found = '\0';
+    }
 }
 
 // Brings promotions into the form "=Q" and castling into the form "o-o".
@@ -239,9 +253,10 @@ static void normalise_move_text(char* text)
             }
         }
     }
-    for (; *text != '\0'; text++) {
-        if (*text == 'O' || *text == '0')
+    for (; *text != '\0'; ++text) {
+        if (*text == 'O' || *text == '0') {
             *text = 'o';
+        }
     }
 }
 
@@ -251,8 +266,9 @@ static bool move_has_text(const Position* pos, Move move, const char* text)
     char forms[4][form_size];
     write_forms(pos, move, forms[0], forms[1], forms[2], forms[3]);
     for (const char* form : forms) {
-        if (form[0] == text[0] && strcmp(form, text) == 0)
+        if (form[0] == text[0] && strcmp(form, text) == 0) {
             return true;
+        }
     }
     return false;
 }
@@ -261,15 +277,16 @@ static bool move_has_text(const Position* pos, Move move, const char* text)
 static i32 pick_named_move(Position* pos, const MoveEntry* list, const char* text, Move* move)
 {
     i32 matches = 0;
-    for (; list->move != EndOfList; list++) {
+    for (; list->move != EndOfList; ++list) {
         if (move_has_text(pos, list->move, text) && list->move != NoMove
             && is_legal_move(pos, pos->stm, list->move)) {
-            matches++;
+            ++matches;
             *move = list->move;
         }
     }
-    if (matches == 2)
+    if (matches == 2) {
         print_plain("ambiguous move\n");
+    }
     return matches == 1;
 }
 
@@ -291,12 +308,14 @@ i32 parse_move(char* text, Move* move)
 // The square in whose name a text ends, or NoSquare.
 static i32 named_target(const char* text, size_t length)
 {
-    if (length < 2)
+    if (length < 2) {
         return NoSquare;
+    }
     const i32 file = text[length - 2] - 'a';
     const i32 rank = text[length - 1] - '1';
-    if (file < 0 || file > 7 || rank < 0 || rank > 7)
+    if (file < 0 || file > 7 || rank < 0 || rank > 7) {
         return NoSquare;
+    }
     return rank * 8 + file;
 }
 
@@ -312,20 +331,26 @@ static MoveEntry* add_candidate(const Position* pos, MoveEntry* out, i32 from, i
 static MoveEntry* list_piece_moves_to(const Position* pos, i32 type, i32 to, MoveEntry* out)
 {
     const u64 own = pos->bb[pos->stm][0];
-    if (own & bit(to))
+    if (own & bit(to)) {
         return out;
+    }
     const u64 occ = own | pos->bb[pos->stm ^ 1][0];
     u64 reach = 0;
-    if (type == Knight)
+    if (type == Knight) {
         reach = knight_attacks[to];
-    if (type == King)
+    }
+    if (type == King) {
         reach = king_attacks[to];
-    if (type == Bishop || type == Queen)
+    }
+    if (type == Bishop || type == Queen) {
         reach |= bishop_attacks(to, occ);
-    if (type == Rook || type == Queen)
+    }
+    if (type == Rook || type == Queen) {
         reach |= rook_attacks(to, occ);
-    for (u64 set = reach & pos->bb[pos->stm][type]; set != 0;)
+    }
+    for (u64 set = reach & pos->bb[pos->stm][type]; set != 0;) {
         out = add_candidate(pos, out, pop_lowest(&set), to);
+    }
     return out;
 }
 
@@ -336,13 +361,16 @@ static MoveEntry* list_pawn_steps_to(const Position* pos, i32 to, MoveEntry* out
     const i32 step = pawn_step[side];
     const i32 pawn = Pawn + 8 * side;
     const i32 rank = to >> 3;
-    if (rank == 0 || rank == 7 || pos->board[to] != 0)
+    if (rank == 0 || rank == 7 || pos->board[to] != 0) {
         return out;
-    if (pos->board[to - step] == pawn)
+    }
+    if (pos->board[to - step] == pawn) {
         return add_candidate(pos, out, to - step, to);
+    }
     if (rank == (side == White ? 3 : 4) && pos->board[to - step] == 0
-        && pos->board[to - 2 * step] == pawn)
+        && pos->board[to - 2 * step] == pawn) {
         return add_candidate(pos, out, to - 2 * step, to);
+    }
     return out;
 }
 
@@ -356,19 +384,23 @@ static MoveEntry* list_candidates(const Position* pos, const char* text, MoveEnt
     const i32 to = named_target(text, length);
     if (to != NoSquare) {
         const char* letter = strchr(piece_letters + Knight, text[0]);
-        if (letter != nullptr)
+        if (letter != nullptr) {
             return list_piece_moves_to(pos, static_cast<i32>(letter - piece_letters), to, out);
-        if (length == 2)
+        }
+        if (length == 2) {
             return list_pawn_steps_to(pos, to, out);
+        }
     }
 
     const bool is_castling = text[0] == 'o';
     const MoveEntry* end = gen_moves_into(pos, out);
-    for (const MoveEntry* entry = out; entry < end; entry++) {
-        if (to != NoSquare && to_square(entry->move) != to)
+    for (const MoveEntry* entry = out; entry < end; ++entry) {
+        if (to != NoSquare && to_square(entry->move) != to) {
             continue;
-        if (!is_castling || (entry->moved & 7) == King)
+        }
+        if (!is_castling || (entry->moved & 7) == King) {
             *out++ = *entry;
+        }
     }
     return out;
 }
@@ -386,8 +418,9 @@ i32 parse_move_on(Position* pos, char* text, Move* move)
 
 static const char* skip_blanks(const char* text)
 {
-    while (*text == ' ')
-        text++;
+    while (*text == ' ') {
+        ++text;
+    }
     return text;
 }
 
@@ -396,11 +429,13 @@ static const char* read_position_fields(const char* line, char* pos_text)
 {
     i32 blanks = 0;
     i32 length = 0;
-    for (; *line != '\0'; line++) {
-        if (*line == ' ' && ++blanks == 4)
+    for (; *line != '\0'; ++line) {
+        if (*line == ' ' && ++blanks == 4) {
             break;
-        if (length < epd_pos_size - 1)
+        }
+        if (length < epd_pos_size - 1) {
             pos_text[length++] = *line;
+        }
     }
     pos_text[length] = '\0';
     return line;
@@ -417,8 +452,9 @@ struct EpdOperation {
 // the half-move clock and the move number.
 static const char* find_operations(const char* line)
 {
-    while (*line == ' ' || (*line >= '0' && *line <= '9'))
-        line++;
+    while (*line == ' ' || (*line >= '0' && *line <= '9')) {
+        ++line;
+    }
     return line;
 }
 
@@ -428,15 +464,17 @@ static bool read_operation(const char** line, EpdOperation* operation)
 {
     const char* text = *line;
     size_t length = 0;
-    for (; *text != '\0' && *text != ' '; text++) {
-        if (length < opcode_size - 1)
+    for (; *text != '\0' && *text != ' '; ++text) {
+        if (length < opcode_size - 1) {
             operation->opcode[length++] = *text;
+        }
     }
     operation->opcode[length] = '\0';
     operation->operand = text;
     operation->end = strchr(text, ';');
-    if (operation->end == nullptr)
+    if (operation->end == nullptr) {
         return false;
+    }
     *line = skip_blanks(operation->end + 1);
     return true;
 }
@@ -444,31 +482,33 @@ static bool read_operation(const char** line, EpdOperation* operation)
 static void copy_without_blanks(const EpdOperation* operation, char* out)
 {
     i32 length = 0;
-    for (const char* c = operation->operand; c < operation->end; c++) {
-        if (*c != ' ' && length < epd_operand_size - 1)
+    for (const char* c = operation->operand; c < operation->end; ++c) {
+        if (*c != ' ' && length < epd_operand_size - 1) {
             out[length++] = *c;
+        }
     }
     out[length] = '\0';
 }
 
-i32 read_epd_ops(const char* line, char* pos_text, char* bm, char* am, char* id, char* ce,
-    char* c0)
+i32 read_epd_ops(const char* line, char* pos_text, char* bm, char* am, char* id, char* ce, char* c0)
 {
     struct Wanted {
         const char* opcode;
         char* operand;
     };
-    const Wanted all_wanted[5]
-        = { { "bm", bm }, { "am", am }, { "id", id }, { "ce", ce }, { "c0", c0 } };
-    for (const Wanted& wanted : all_wanted)
+    const Wanted all_wanted[5] = { { "bm", bm }, { "am", am }, { "id", id }, { "ce", ce },
+        { "c0", c0 } };
+    for (const Wanted& wanted : all_wanted) {
         wanted.operand[0] = '\0';
+    }
 
     line = find_operations(read_position_fields(line, pos_text));
     EpdOperation operation;
     while (read_operation(&line, &operation)) {
         for (const Wanted& wanted : all_wanted) {
-            if (strcmp(operation.opcode, wanted.opcode) == 0)
+            if (strcmp(operation.opcode, wanted.opcode) == 0) {
                 copy_without_blanks(&operation, wanted.operand);
+            }
         }
     }
     return 1;
@@ -482,8 +522,9 @@ void read_epd_list(const char* line, const char* opcode, char* operand, size_t s
     EpdOperation operation;
     while (read_operation(&line, &operation)) {
         const size_t length = static_cast<size_t>(operation.end - operation.operand);
-        if (strcmp(operation.opcode, opcode) == 0)
+        if (strcmp(operation.opcode, opcode) == 0) {
             copy_text(operand, length < size ? length + 1 : size, operation.operand);
+        }
     }
 }
 
@@ -492,8 +533,10 @@ char* next_word(const char* text)
     static char word[word_length + 1];
     text = skip_blanks(text);
     i32 length = 0;
-    while (length < word_length && *text != '\0' && *text != '\n' && *text != '\r' && *text != ' ')
+    while (
+        length < word_length && *text != '\0' && *text != '\n' && *text != '\r' && *text != ' ') {
         word[length++] = *text++;
+    }
     word[length] = '\0';
     return word;
 }

@@ -31,8 +31,8 @@ inline constexpr i32 epd_operand_size = 328;
 // Splits an EPD line into position text and the operands of bm, am, id, ce and c0, blanks taken
 // out. pos_text holds epd_pos_size bytes, the others epd_operand_size; longer texts are cut.
 // Returns 1.
-i32 read_epd_ops(const char* line, char* pos_text, char* bm, char* am, char* id, char* ce,
-    char* c0);
+i32 read_epd_ops(
+    const char* line, char* pos_text, char* bm, char* am, char* id, char* ce, char* c0);
 
 // The operand of one operation of an EPD line as it stands, blanks and all, so that its words can
 // be told apart; empty if the line has none. operand holds size bytes, longer ones are cut.

@@ -15,8 +15,9 @@ void perft(SearchThread* thread, i32 side, i32 ply_index, i32 depth)
     rec->stage = perft_stage;
 
     while (MoveEntry* entry = next_move(pos)) {
-        if (entry->move == NoMove || !is_legal_move(pos, side, entry->move))
+        if (entry->move == NoMove || !is_legal_move(pos, side, entry->move)) {
             continue;
+        }
         rec->list_cursor = entry;
         if (depth == 1) {
             add(thread->counters[CountNodes], 1);

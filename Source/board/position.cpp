@@ -15,6 +15,7 @@
 constinit SearchThread* console_thread = nullptr;
 constinit Shared<SearchThread*> workers[max_workers] {};
 
+// clang-format off
 const char square_name[64][3] = {
     "a1", "b1", "c1", "d1", "e1", "f1", "g1", "h1",
     "a2", "b2", "c2", "d2", "e2", "f2", "g2", "h2",
@@ -25,6 +26,7 @@ const char square_name[64][3] = {
     "a7", "b7", "c7", "d7", "e7", "f7", "g7", "h7",
     "a8", "b8", "c8", "d8", "e8", "f8", "g8", "h8",
 };
+// clang-format on
 
 // Letters by piece code in a position text, and in the board view, whose black pawn is an o.
 static constexpr char fen_letters[] = " PNBRQK  pnbrqk";
@@ -34,9 +36,9 @@ static constexpr char castle_letters[] = "KQkq";
 // What each castling right needs, in the order of castle_letters.
 struct CastleHome {
     u8 right;
-    u8 king;                    // piece code
+    u8 king; // piece code
     u8 king_square;
-    u8 rook;                    // piece code
+    u8 rook; // piece code
     u8 rook_square;
 };
 static constexpr CastleHome castle_homes[4] = {
@@ -62,15 +64,17 @@ void put_piece(Position* pos, i32 square, i32 code)
     pos->bb[side][type] |= bit(square);
     pos->piece_count[side] += count_step[type];
     pos->phase_mtl[side] = static_cast<i16>(pos->phase_mtl[side] + phase_weight[type]);
-    if (type == King)
+    if (type == King) {
         pos->king_sq[side] = static_cast<u8>(square);
+    }
 }
 
 void remove_piece(Position* pos, i32 square)
 {
     const i32 code = pos->board[square];
-    if (code == 0)
+    if (code == 0) {
         return;
+    }
     const i32 side = code >> 3;
     const i32 type = code & 7;
     pos->board[square] = 0;
@@ -79,8 +83,9 @@ void remove_piece(Position* pos, i32 square)
     pos->piece_count[side] -= count_step[type];
     pos->phase_mtl[side] = static_cast<i16>(pos->phase_mtl[side] - phase_weight[type]);
     // A side that has lost one of several kings goes by one that it still has.
-    if (pos->bb[side][King] != 0 && pos->king_sq[side] == square)
+    if (pos->bb[side][King] != 0 && pos->king_sq[side] == square) {
         pos->king_sq[side] = static_cast<u8>(lowest(pos->bb[side][King]));
+    }
 }
 
 void clear_board(Position* pos)
@@ -91,11 +96,12 @@ void clear_board(Position* pos)
     pos->cnt50 = 0;
     pos->spare = 0;
     memset(pos->board, 0, sizeof pos->board);
-    for (i32 side = White; side <= Black; side++) {
+    for (i32 side = White; side <= Black; ++side) {
         pos->piece_count[side] = 0;
         pos->phase_mtl[side] = 0;
-        for (i32 type = 0; type <= King; type++)
+        for (i32 type = 0; type <= King; ++type) {
             pos->bb[side][type] = 0;
+        }
     }
     thread->undo_count = 0;
     thread->ply = 1;
@@ -107,18 +113,19 @@ static const char* read_pieces(Position* pos, const char* text)
 {
     i64 file = 0;
     i64 rank = 7;
-    for (; *text != '\0' && *text != ' '; text++) {
+    for (; *text != '\0' && *text != ' '; ++text) {
         const char c = *text;
         if (c == '/') {
-            rank--;
+            --rank;
             file = 0;
         } else if (c >= '1' && c <= '8') {
             file += c - '0';
         } else if (const char* letter = strchr(fen_letters, c)) {
             const i64 square = rank * 8 + file;
-            if (square >= 0 && square <= 63)
+            if (square >= 0 && square <= 63) {
                 put_piece(pos, static_cast<i32>(square), static_cast<i32>(letter - fen_letters));
-            file++;
+            }
+            ++file;
         }
     }
     return text;
@@ -127,9 +134,10 @@ static const char* read_pieces(Position* pos, const char* text)
 static const char* read_castling(Position* pos, const char* text)
 {
     pos->castle = 0;
-    for (; *text != '\0' && *text != ' '; text++) {
-        if (const char* letter = strchr(castle_letters, *text))
+    for (; *text != '\0' && *text != ' '; ++text) {
+        if (const char* letter = strchr(castle_letters, *text)) {
             pos->castle = static_cast<u8>(pos->castle | (1 << (letter - castle_letters)));
+        }
     }
     return text;
 }
@@ -137,13 +145,15 @@ static const char* read_castling(Position* pos, const char* text)
 static const char* read_ep_square(Position* pos, const char* text)
 {
     i32 square = NoSquare;
-    for (; *text != '\0' && *text != ' '; text++) {
-        if (*text >= 'a' && *text <= 'h')
+    for (; *text != '\0' && *text != ' '; ++text) {
+        if (*text >= 'a' && *text <= 'h') {
             square = *text - 'a';
-        else if (*text >= '1' && *text <= '8')
+        } else if (*text >= '1' && *text <= '8') {
             square += (*text - '1') * 8;
-        if (square > 63)
+        }
+        if (square > 63) {
             square = NoSquare;
+        }
     }
     pos->ep_square = static_cast<u8>(square);
     return text;
@@ -151,8 +161,9 @@ static const char* read_ep_square(Position* pos, const char* text)
 
 static const char* skip_blanks(const char* text)
 {
-    while (*text == ' ')
-        text++;
+    while (*text == ' ') {
+        ++text;
+    }
     return text;
 }
 
@@ -161,8 +172,9 @@ static u8 false_castling(const Position* pos)
     u8 rights = 0;
     for (const CastleHome& home : castle_homes) {
         if (pos->board[home.king_square] != home.king
-            || pos->board[home.rook_square] != home.rook)
+            || pos->board[home.rook_square] != home.rook) {
             rights |= home.right;
+        }
     }
     return static_cast<u8>(rights & pos->castle);
 }
@@ -180,14 +192,17 @@ static const char* read_fields(Position* pos, const char* text, i32* dropped)
 {
     clear_board(pos);
     text = read_pieces(pos, text);
-    if (*text == ' ')
-        text++;
-    if (*text == 'w')
+    if (*text == ' ') {
+        ++text;
+    }
+    if (*text == 'w') {
         pos->stm = White;
-    else if (*text == 'b')
+    } else if (*text == 'b') {
         pos->stm = Black;
-    if (*text != '\0')
-        text++;
+    }
+    if (*text != '\0') {
+        ++text;
+    }
     text = read_castling(pos, skip_blanks(text));
     text = read_ep_square(pos, skip_blanks(text));
 
@@ -203,8 +218,9 @@ i32 parse_epd(Position* pos, const char* text)
 {
     i32 dropped = 0;
     text = read_fields(pos, text, &dropped);
-    if (dropped == 0)
+    if (dropped == 0) {
         return 0;
+    }
     print_line_format("Illegal EPD - %s", text);
     return -1;
 }
@@ -222,12 +238,14 @@ i32 parse_epd_silently(Position* pos, const char* text)
 u64 compute_key(const Position* pos)
 {
     u64 key = 0;
-    for (i32 square = 0; square < 64; square++) {
-        if (pos->board[square] != 0)
+    for (i32 square = 0; square < 64; ++square) {
+        if (pos->board[square] != 0) {
             key ^= zobrist[pos->board[square]][square];
+        }
     }
-    if (pos->ep_square != NoSquare)
+    if (pos->ep_square != NoSquare) {
         key ^= zobrist[0][pos->ep_square];
+    }
     key ^= zobrist[0][pos->castle];
     return (key & ~1ULL) + pos->stm;
 }
@@ -235,9 +253,10 @@ u64 compute_key(const Position* pos)
 u64 compute_pawn_key(const Position* pos)
 {
     u64 key = 0;
-    for (i32 square = 0; square < 64; square++) {
-        if ((pos->board[square] & 7) == Pawn)
+    for (i32 square = 0; square < 64; ++square) {
+        if ((pos->board[square] & 7) == Pawn) {
             key ^= zobrist[pos->board[square]][square];
+        }
     }
     return key;
 }
@@ -252,30 +271,34 @@ static char* write_rank(const Position* pos, i32 rank, char* out)
     i32 file = 0;
     while (pieces != 0) {
         const i32 next = pop_lowest(&pieces);
-        if (next > file)
+        if (next > file) {
             *out++ = static_cast<char>('0' + next - file);
+        }
         *out++ = fen_letters[pos->board[8 * rank + next]];
         file = next + 1;
     }
-    if (file < 8)
+    if (file < 8) {
         *out++ = static_cast<char>('0' + 8 - file);
+    }
     return out;
 }
 
 void make_fen(const Position* pos, char* out)
 {
-    for (i32 rank = 7; rank >= 0; rank--) {
+    for (i32 rank = 7; rank >= 0; --rank) {
         out = write_rank(pos, rank, out);
         *out++ = rank > 0 ? '/' : ' ';
     }
     *out++ = pos->stm == White ? 'w' : 'b';
     *out++ = ' ';
-    for (i32 i = 0; i < 4; i++) {
-        if (pos->castle & (1 << i))
+    for (i32 i = 0; i < 4; ++i) {
+        if (pos->castle & (1 << i)) {
             *out++ = castle_letters[i];
+        }
     }
-    if ((pos->castle & 15) == 0)
+    if ((pos->castle & 15) == 0) {
         *out++ = '-';
+    }
     *out++ = ' ';
     copy_text(out, 3, pos->ep_square < 64 ? square_name[pos->ep_square] : "-");
 }
@@ -286,9 +309,9 @@ void print_board(const Position* pos)
     char view[8 * 18 + 1];
     make_fen(pos, fen);
     char* out = view;
-    for (i32 rank = 7; rank >= 0; rank--) {
+    for (i32 rank = 7; rank >= 0; --rank) {
         *out++ = ' ';
-        for (i32 file = 0; file < 8; file++) {
+        for (i32 file = 0; file < 8; ++file) {
             const i32 code = pos->board[rank * 8 + file];
             const bool dark = ((file ^ rank) & 1) == 0;
             *out++ = ' ';
@@ -305,8 +328,9 @@ void print_board(const Position* pos)
 SearchThread* new_thread_record(i32 thread_id)
 {
     SearchThread* thread = new (std::nothrow) SearchThread();
-    if (thread == nullptr)
+    if (thread == nullptr) {
         return nullptr;
+    }
     thread->thread_id = static_cast<i8>(thread_id);
     thread->ply = 1;
     thread->move_store_base = thread->move_store;
@@ -320,7 +344,7 @@ SearchThread* new_thread_record(i32 thread_id)
 
 void init_move_lists(SearchThread* thread)
 {
-    for (i32 ply = 0; ply < 2; ply++) {
+    for (i32 ply = 0; ply < 2; ++ply) {
         thread->move_store[ply].move = EndOfList;
         thread->ply_rec[ply].list_start = &thread->move_store[ply];
         thread->ply_rec[ply].list_cursor = &thread->move_store[ply];
@@ -334,25 +358,30 @@ bool fields_agree(const Position* pos)
     u64 bb[2][8] = {};
     u32 counts[2] = {};
     i32 phase[2] = {};
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         const i32 code = pos->board[square];
-        if (code == 0)
+        if (code == 0) {
             continue;
+        }
         const i32 type = code & 7;
-        if (code > 14 || type < Pawn || type > King)
+        if (code > 14 || type < Pawn || type > King) {
             return false;
+        }
         bb[code >> 3][0] |= bit(square);
         bb[code >> 3][type] |= bit(square);
         counts[code >> 3] += count_step[type];
         phase[code >> 3] += phase_weight[type];
     }
-    for (i32 side = White; side <= Black; side++) {
-        if (memcmp(bb[side], pos->bb[side], 7 * sizeof(u64)) != 0)
+    for (i32 side = White; side <= Black; ++side) {
+        if (memcmp(bb[side], pos->bb[side], 7 * sizeof(u64)) != 0) {
             return false;
-        if (counts[side] != pos->piece_count[side] || phase[side] != pos->phase_mtl[side])
+        }
+        if (counts[side] != pos->piece_count[side] || phase[side] != pos->phase_mtl[side]) {
             return false;
-        if (popcount(bb[side][King]) == 1 && lowest(bb[side][King]) != pos->king_sq[side])
+        }
+        if (popcount(bb[side][King]) == 1 && lowest(bb[side][King]) != pos->king_sq[side]) {
             return false;
+        }
     }
     return pos->stm <= Black && pos->castle <= 15 && pos->ep_square <= NoSquare
         && pos->key == compute_key(pos) && pos->pawn_key == compute_pawn_key(pos);
@@ -369,39 +398,48 @@ static u64 bit_on_board(i32 square)
 // A square that no pawn can enter does no harm, so that loose position texts are still played.
 static bool is_false_ep_square(const Position* pos)
 {
-    if (pos->ep_square == NoSquare)
+    if (pos->ep_square == NoSquare) {
         return false;
+    }
     const i32 side = pos->stm;
     const i32 step = pawn_step[side];
     const u64 ep = bit(pos->ep_square);
     const u64 behind = bit_on_board(pos->ep_square - step);
     if ((pos->bb[side ^ 1][Pawn] & behind) && pos->board[pos->ep_square] == 0
-        && (ep & outer_ranks) == 0)
+        && (ep & outer_ranks) == 0) {
         return false;
+    }
 
-    const u64 origins = pawn_attacks[side ^ 1][pos->ep_square] | behind
-        | bit_on_board(pos->ep_square - 2 * step);
+    const u64 origins =
+        pawn_attacks[side ^ 1][pos->ep_square] | behind | bit_on_board(pos->ep_square - 2 * step);
     return (origins & pos->bb[side][Pawn]) != 0;
 }
 
 const char* position_defect(Position* pos)
 {
-    for (i32 side = White; side <= Black; side++) {
-        if (popcount(pos->bb[side][King]) != 1)
+    for (i32 side = White; side <= Black; ++side) {
+        if (popcount(pos->bb[side][King]) != 1) {
             return "each side needs exactly one king";
-        if (popcount(pos->bb[side][0]) > max_side_pieces)
+        }
+        if (popcount(pos->bb[side][0]) > max_side_pieces) {
             return "a side has more than sixteen pieces";
+        }
     }
-    if ((pos->bb[White][Pawn] | pos->bb[Black][Pawn]) & outer_ranks)
+    if ((pos->bb[White][Pawn] | pos->bb[Black][Pawn]) & outer_ranks) {
         return "a pawn stands on the first or last rank";
-    if (false_castling(pos) != 0)
+    }
+    if (false_castling(pos) != 0) {
         return "a castling right has no king or rook at home";
-    if (!fields_agree(pos))
+    }
+    if (!fields_agree(pos)) {
         return "the position is inconsistent";
-    if (is_attacked(pos, pos->king_sq[pos->stm ^ 1], pos->stm))
+    }
+    if (is_attacked(pos, pos->king_sq[pos->stm ^ 1], pos->stm)) {
         return "the side not to move is in check";
-    if (is_false_ep_square(pos))
+    }
+    if (is_false_ep_square(pos)) {
         return "there is no pawn to take en passant";
+    }
     return nullptr;
 }
 

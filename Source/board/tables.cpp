@@ -18,6 +18,7 @@ u64 ranks_above[8];
 u64 ranks_below[8];
 u64 zobrist[16][64];
 
+// clang-format off
 const u8 map_identity[64] = {
      0,  1,  2,  3,  4,  5,  6,  7,
      8,  9, 10, 11, 12, 13, 14, 15,
@@ -28,7 +29,9 @@ const u8 map_identity[64] = {
     48, 49, 50, 51, 52, 53, 54, 55,
     56, 57, 58, 59, 60, 61, 62, 63,
 };
+// clang-format on
 
+// clang-format off
 const u8 map_rotate[64] = {
     63, 62, 61, 60, 59, 58, 57, 56,
     55, 54, 53, 52, 51, 50, 49, 48,
@@ -39,7 +42,9 @@ const u8 map_rotate[64] = {
     15, 14, 13, 12, 11, 10,  9,  8,
      7,  6,  5,  4,  3,  2,  1,  0,
 };
+// clang-format on
 
+// clang-format off
 const u8 map_mirror_file[64] = {
      7,  6,  5,  4,  3,  2,  1,  0,
     15, 14, 13, 12, 11, 10,  9,  8,
@@ -50,7 +55,9 @@ const u8 map_mirror_file[64] = {
     55, 54, 53, 52, 51, 50, 49, 48,
     63, 62, 61, 60, 59, 58, 57, 56,
 };
+// clang-format on
 
+// clang-format off
 const u8 map_mirror_rank[64] = {
     56, 57, 58, 59, 60, 61, 62, 63,
     48, 49, 50, 51, 52, 53, 54, 55,
@@ -61,6 +68,7 @@ const u8 map_mirror_rank[64] = {
      8,  9, 10, 11, 12, 13, 14, 15,
      0,  1,  2,  3,  4,  5,  6,  7,
 };
+// clang-format on
 
 // A step on the board, counted in files and ranks so that the edges stop it.
 struct Step {
@@ -68,10 +76,10 @@ struct Step {
     i32 rank;
 };
 
-static constexpr Step knight_steps[8]
-    = { { 1, 2 }, { 2, 1 }, { 2, -1 }, { 1, -2 }, { -1, -2 }, { -2, -1 }, { -2, 1 }, { -1, 2 } };
-static constexpr Step king_steps[8]
-    = { { 0, 1 }, { 1, 1 }, { 1, 0 }, { 1, -1 }, { 0, -1 }, { -1, -1 }, { -1, 0 }, { -1, 1 } };
+static constexpr Step knight_steps[8] = { { 1, 2 }, { 2, 1 }, { 2, -1 }, { 1, -2 }, { -1, -2 },
+    { -2, -1 }, { -2, 1 }, { -1, 2 } };
+static constexpr Step king_steps[8] = { { 0, 1 }, { 1, 1 }, { 1, 0 }, { 1, -1 }, { 0, -1 },
+    { -1, -1 }, { -1, 0 }, { -1, 1 } };
 
 static constexpr u64 file_a = 0x0101010101010101ULL;
 
@@ -85,8 +93,9 @@ static i32 step_from(i32 square, Step step)
 {
     const i32 file = (square & 7) + step.file;
     const i32 rank = (square >> 3) + step.rank;
-    if (file < 0 || file > 7 || rank < 0 || rank > 7)
+    if (file < 0 || file > 7 || rank < 0 || rank > 7) {
         return NoSquare;
+    }
     return rank * 8 + file;
 }
 
@@ -98,14 +107,15 @@ static u64 square_bit(i32 square)
 static u64 walk_ray(i32 square, Step step)
 {
     u64 ray = 0;
-    for (i32 s = step_from(square, step); s != NoSquare; s = step_from(s, step))
+    for (i32 s = step_from(square, step); s != NoSquare; s = step_from(s, step)) {
         ray |= bit(s);
+    }
     return ray;
 }
 
 static void init_file_and_rank_masks()
 {
-    for (i32 i = 0; i < 8; i++) {
+    for (i32 i = 0; i < 8; ++i) {
         adjacent_files[i] = (i > 0 ? file_a << (i - 1) : 0) | (i < 7 ? file_a << (i + 1) : 0);
         ranks_above[i] = i < 7 ? ~0ULL << (8 * (i + 1)) : 0;
         ranks_below[i] = (1ULL << (8 * i)) - 1;
@@ -114,11 +124,11 @@ static void init_file_and_rank_masks()
 
 static void init_square_tables(i32 square)
 {
-    pawn_attacks[White][square]
-        = square_bit(step_from(square, { -1, 1 })) | square_bit(step_from(square, { 1, 1 }));
-    pawn_attacks[Black][square]
-        = square_bit(step_from(square, { -1, -1 })) | square_bit(step_from(square, { 1, -1 }));
-    for (i32 i = 0; i < 8; i++) {
+    pawn_attacks[White][square] =
+        square_bit(step_from(square, { -1, 1 })) | square_bit(step_from(square, { 1, 1 }));
+    pawn_attacks[Black][square] =
+        square_bit(step_from(square, { -1, -1 })) | square_bit(step_from(square, { 1, -1 }));
+    for (i32 i = 0; i < 8; ++i) {
         knight_attacks[square] |= square_bit(step_from(square, knight_steps[i]));
         king_attacks[square] |= square_bit(step_from(square, king_steps[i]));
     }
@@ -141,10 +151,10 @@ static void init_square_tables(i32 square)
 
 static void init_between(i32 square)
 {
-    for (i32 i = 0; i < 8; i++) {
+    for (i32 i = 0; i < 8; ++i) {
         u64 walked = 0;
         for (i32 s = step_from(square, king_steps[i]); s != NoSquare;
-            s = step_from(s, king_steps[i])) {
+             s = step_from(s, king_steps[i])) {
             between[square][s] = walked;
             walked |= bit(s);
         }
@@ -154,13 +164,14 @@ static void init_between(i32 square)
 void init_tables()
 {
     init_file_and_rank_masks();
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         knight_attacks[square] = 0;
         king_attacks[square] = 0;
         init_square_tables(square);
     }
-    for (i32 square = 0; square < 64; square++)
+    for (i32 square = 0; square < 64; ++square) {
         init_between(square);
+    }
     init_kpk();
 }
 
@@ -182,26 +193,30 @@ static u64 next_key(CarryPair* pair)
     for (;;) {
         const u64 high = next_random(pair);
         const u64 key = (high << 32) | next_random(pair);
-        if (popcount(key) >= min_key_bits)
+        if (popcount(key) >= min_key_bits) {
             return key;
+        }
     }
 }
 
 void init_zobrist()
 {
     static bool made = false;
-    if (made)
+    if (made) {
         return;
+    }
     made = true;
 
     CarryPair pair = { 1, 1 };
     u64* keys = &zobrist[0][0];
-    for (i32 i = 0; i < 16 * 64; i++) {
+    for (i32 i = 0; i < 16 * 64; ++i) {
         keys[i] = next_key(&pair);
         bool too_close = false;
-        for (i32 k = 0; k < i; k++)
+        for (i32 k = 0; k < i; ++k) {
             too_close |= popcount(keys[k] ^ keys[i]) < min_key_distance;
-        if (too_close)
+        }
+        if (too_close) {
             print_line("bad hashcode");
+        }
     }
 }

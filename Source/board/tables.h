@@ -3,19 +3,19 @@
 
 #include "board/types.h"
 
-extern u64 pawn_attacks[2][64];         // squares attacked by a pawn of that side
+extern u64 pawn_attacks[2][64]; // squares attacked by a pawn of that side
 extern u64 knight_attacks[64];
 extern u64 king_attacks[64];
-extern u64 ray_n[64], ray_e[64], ray_nw[64], ray_ne[64];    // towards higher squares
-extern u64 ray_s[64], ray_w[64], ray_sw[64], ray_se[64];    // towards lower squares
-extern u64 bishop_rays[64];             // a bishop's moves on an empty board
+extern u64 ray_n[64], ray_e[64], ray_nw[64], ray_ne[64]; // towards higher squares
+extern u64 ray_s[64], ray_w[64], ray_sw[64], ray_se[64]; // towards lower squares
+extern u64 bishop_rays[64];                              // a bishop's moves on an empty board
 extern u64 rook_rays[64];
-extern u64 between[64][64];             // squares strictly between two squares of one line
-extern u64 passed_mask[2][64];          // own and neighbouring files in front of the square
+extern u64 between[64][64];    // squares strictly between two squares of one line
+extern u64 passed_mask[2][64]; // own and neighbouring files in front of the square
 extern u64 adjacent_files[8];
 extern u64 ranks_above[8];
 extern u64 ranks_below[8];
-extern u64 zobrist[16][64];             // row 0: en-passant squares and castling values
+extern u64 zobrist[16][64]; // row 0: en-passant squares and castling values
 // [lone side to move][file + 4 * rank of the pawn, files a to d][pawn side's king][lone king]
 extern u8 kpk_table[2][32][64][64];
 
@@ -40,8 +40,8 @@ inline u64 bishop_attacks(i32 square, u64 occupied)
     const u64 ne = (occupied & ray_ne[square]) | (1ULL << 63);
     const u64 sw = (occupied & ray_sw[square]) | 1;
     const u64 se = (occupied & ray_se[square]) | 1;
-    return bishop_rays[square] ^ ray_nw[lowest(nw)] ^ ray_ne[lowest(ne)]
-        ^ ray_sw[highest(sw)] ^ ray_se[highest(se)];
+    return bishop_rays[square] ^ ray_nw[lowest(nw)] ^ ray_ne[lowest(ne)] ^ ray_sw[highest(sw)]
+        ^ ray_se[highest(se)];
 }
 
 inline u64 rook_attacks(i32 square, u64 occupied)
@@ -50,6 +50,6 @@ inline u64 rook_attacks(i32 square, u64 occupied)
     const u64 e = (occupied & ray_e[square]) | (1ULL << 63);
     const u64 s = (occupied & ray_s[square]) | 1;
     const u64 w = (occupied & ray_w[square]) | 1;
-    return rook_rays[square] ^ ray_n[lowest(n)] ^ ray_e[lowest(e)]
-        ^ ray_s[highest(s)] ^ ray_w[highest(w)];
+    return rook_rays[square] ^ ray_n[lowest(n)] ^ ray_e[lowest(e)] ^ ray_s[highest(s)]
+        ^ ray_w[highest(w)];
 }

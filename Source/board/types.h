@@ -26,8 +26,8 @@ static_assert(FLT_EVAL_METHOD == 0);
 using Move = u16;
 
 enum : Move {
-    NoMove = 0,              // also what a null move writes into the undo stack
-    EndOfList = 65535,       // closes a move list
+    NoMove = 0,        // also what a null move writes into the undo stack
+    EndOfList = 65535, // closes a move list
     PromoteQueen = 64,
     PromoteKnight = 128,
     PromoteBishop = 16384,
@@ -147,7 +147,7 @@ inline constexpr bool tuning = false;
 // A check for developers; the debug and sanitizer builds define VESK_DEBUG.
 #if defined(VESK_DEBUG)
 [[noreturn]] void debug_check_failed(const char* condition, const char* file, int line);
-#define debug_check(condition) \
+#define debug_check(condition)                                                                     \
     ((condition) ? static_cast<void>(0) : debug_check_failed(#condition, __FILE__, __LINE__))
 #else
 #define debug_check(condition) static_cast<void>(0)

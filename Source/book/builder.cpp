@@ -111,12 +111,13 @@ static BookNode* new_node(NodeTable* table)
     NodeBlock* block = table->blocks;
     if (block == nullptr || block->used == nodes_per_block) {
         block = static_cast<NodeBlock*>(calloc(1, sizeof(NodeBlock)));
-        if (block == nullptr)
+        if (block == nullptr) {
             return nullptr;
+        }
         block->next = table->blocks;
         table->blocks = block;
     }
-    table->node_count++;
+    ++table->node_count;
     return &block->nodes[block->used++];
 }
 
@@ -126,20 +127,22 @@ static void split_lists(NodeTable* table)
 {
     const u64 count = 1ULL << table->list_bits;
     BookNode** lists = static_cast<BookNode**>(calloc(2 * count, sizeof(BookNode*)));
-    if (lists == nullptr)
+    if (lists == nullptr) {
         return;
+    }
     const u64 next_bit = 1ULL << (63 - table->list_bits);
-    for (u64 i = 0; i < count; i++) {
+    for (u64 i = 0; i < count; ++i) {
         BookNode** link = &table->lists[i];
-        while (*link != nullptr && ((*link)->key & next_bit) == 0)
+        while (*link != nullptr && ((*link)->key & next_bit) == 0) {
             link = &(*link)->next;
+        }
         lists[2 * i + 1] = *link;
         *link = nullptr;
         lists[2 * i] = table->lists[i];
     }
     free(table->lists);
     table->lists = lists;
-    table->list_bits++;
+    ++table->list_bits;
 }
 
 static BookNode** list_of(const NodeTable* table, u64 key)
@@ -150,19 +153,24 @@ static BookNode** list_of(const NodeTable* table, u64 key)
 // The node of a key and a move, made if there is none yet. Null if there is no memory for it.
 static BookNode* find_node(NodeTable* table, u64 key, Move move)
 {
-    if (table->node_count > nodes_per_list << table->list_bits && table->list_bits < last_list_bits)
+    if (table->node_count > nodes_per_list << table->list_bits
+        && table->list_bits < last_list_bits) {
         split_lists(table);
+    }
 
     BookNode** link = list_of(table, key);
-    while (*link != nullptr && (*link)->key < key)
+    while (*link != nullptr && (*link)->key < key) {
         link = &(*link)->next;
+    }
     for (; *link != nullptr && (*link)->key == key; link = &(*link)->next) {
-        if ((*link)->move == move)
+        if ((*link)->move == move) {
             return *link;
+        }
     }
     BookNode* node = new_node(table);
-    if (node == nullptr)
+    if (node == nullptr) {
         return nullptr;
+    }
     node->key = key;
     node->move = move;
     node->next = *link;
@@ -180,17 +188,19 @@ static bool holds(const char* line, i32 length, const char* text)
 static void start_game(BookReader* reader, const char* line, i32 length)
 {
     parse_epd(&console_thread->pos, start_position);
-    if (holds(line, length, "1-0"))
+    if (holds(line, length, "1-0")) {
         reader->result = WhiteWon;
-    else if (holds(line, length, "0-1"))
+    } else if (holds(line, length, "0-1")) {
         reader->result = BlackWon;
-    else if (holds(line, length, "1/2"))
+    } else if (holds(line, length, "1/2")) {
         reader->result = Drawn;
-    else
+    } else {
         reader->result = Unknown;
-    reader->game_count++;
-    if (reader->game_count % games_per_dot == 0)
+    }
+    ++reader->game_count;
+    if (reader->game_count % games_per_dot == 0) {
         print_plain(".");
+    }
     reader->plies = 0;
     reader->comment_depth = 0;
     reader->variation_depth = 0;
@@ -199,12 +209,13 @@ static void start_game(BookReader* reader, const char* line, i32 length)
 
 static void count_result(BookNode* node, i32 result, i32 side)
 {
-    if (result == side)
-        node->wins++;
-    else if (result == (side ^ 1))
-        node->losses++;
-    else
-        node->draws++;
+    if (result == side) {
+        ++node->wins;
+    } else if (result == (side ^ 1)) {
+        ++node->losses;
+    } else {
+        ++node->draws;
+    }
 }
 
 // Counts the moves of the line. Their nodes lie all over the memory, so they are asked for
@@ -212,15 +223,18 @@ static void count_result(BookNode* node, i32 result, i32 side)
 static void count_line_moves(BookReader* reader)
 {
     const PlayedMove* end = reader->line_moves + reader->line_move_count;
-    for (const PlayedMove* played = reader->line_moves; played < end; played++)
+    for (const PlayedMove* played = reader->line_moves; played < end; ++played) {
         __builtin_prefetch(list_of(&reader->table, played->key));
-    for (const PlayedMove* played = reader->line_moves; played < end; played++)
-        __builtin_prefetch(*list_of(&reader->table, played->key));
-    for (const PlayedMove* played = reader->line_moves; played < end; played++) {
-        if (const BookNode* first = *list_of(&reader->table, played->key))
-            __builtin_prefetch(first->next);
     }
-    for (const PlayedMove* played = reader->line_moves; played < end; played++) {
+    for (const PlayedMove* played = reader->line_moves; played < end; ++played) {
+        __builtin_prefetch(*list_of(&reader->table, played->key));
+    }
+    for (const PlayedMove* played = reader->line_moves; played < end; ++played) {
+        if (const BookNode* first = *list_of(&reader->table, played->key)) {
+            __builtin_prefetch(first->next);
+        }
+    }
+    for (const PlayedMove* played = reader->line_moves; played < end; ++played) {
         BookNode* node = find_node(&reader->table, played->key, played->move);
         if (node == nullptr) {
             reader->out_of_memory = true;
@@ -243,8 +257,8 @@ static void play_move(BookReader* reader, char* text)
         return;
     }
     make_move(pos, played->move);
-    reader->plies++;
-    reader->line_move_count++;
+    ++reader->plies;
+    ++reader->line_move_count;
 }
 
 static bool is_letter(char c)
@@ -256,9 +270,10 @@ static bool is_letter(char c)
 // number or most results.
 static char* find_move_text(char* word)
 {
-    for (; *word != '\0'; word++) {
-        if (is_letter(*word) || (word[0] == '0' && word[1] == '-'))
+    for (; *word != '\0'; ++word) {
+        if (is_letter(*word) || (word[0] == '0' && word[1] == '-')) {
             return word;
+        }
     }
     return nullptr;
 }
@@ -267,28 +282,31 @@ static void read_mark(BookReader* reader, char mark)
 {
     switch (mark) {
     case '{':
-        reader->comment_depth++;
+        ++reader->comment_depth;
         break;
     case '}':
-        reader->comment_depth--;
+        --reader->comment_depth;
         break;
     case '(':
-        reader->variation_depth++;
+        ++reader->variation_depth;
         break;
     default:
-        reader->variation_depth--;
+        --reader->variation_depth;
         break;
     }
 }
 
 static void read_word(BookReader* reader, char* word)
 {
-    if (word[0] == ';' || word[0] == '$')
+    if (word[0] == ';' || word[0] == '$') {
         return;
-    if (reader->comment_depth != 0 || reader->variation_depth != 0)
+    }
+    if (reader->comment_depth != 0 || reader->variation_depth != 0) {
         return;
-    if (char* text = find_move_text(word))
+    }
+    if (char* text = find_move_text(word)) {
         play_move(reader, text);
+    }
 }
 
 static bool is_mark(char c)
@@ -302,21 +320,23 @@ static void read_moves(BookReader* reader, const char* line, i32 length)
 {
     char word[line_length + 2];
     i32 size = 0;
-    for (i32 i = 0; i <= length && !reader->skips; i++) {
+    for (i32 i = 0; i <= length && !reader->skips; ++i) {
         const char c = i < length ? line[i] : ' ';
         if (c > ' ' && c < 127 && !is_mark(c)) {
             word[size++] = c;
             continue;
         }
-        if (c != ' ' && !is_mark(c))
+        if (c != ' ' && !is_mark(c)) {
             continue;
+        }
         if (size > 0) {
             word[size] = '\0';
             size = 0;
             read_word(reader, word);
         }
-        if (is_mark(c) && !reader->skips)
+        if (is_mark(c) && !reader->skips) {
             read_mark(reader, c);
+        }
     }
 }
 
@@ -326,12 +346,15 @@ static void read_game_line(BookReader* reader, const char* line, i32 length)
         start_game(reader, line, length);
         return;
     }
-    if (length == 0 || reader->game_count == 0)
+    if (length == 0 || reader->game_count == 0) {
         return;
-    if (reader->comment_depth == 0 && (line[0] == ';' || line[0] == '['))
+    }
+    if (reader->comment_depth == 0 && (line[0] == ';' || line[0] == '[')) {
         return;
-    if (reader->result == Unknown || reader->plies > last_started_ply)
+    }
+    if (reader->result == Unknown || reader->plies > last_started_ply) {
         return;
+    }
     read_moves(reader, line, length);
     count_line_moves(reader);
 }
@@ -348,8 +371,9 @@ static int read_games(BookReader* reader, FILE* file)
     char line[line_length + 1];
     i32 length;
     // The last character of a line or a piece of one is taken off, whatever it is.
-    while (!reader->out_of_memory && (length = read_line_piece(lines, line, sizeof line)) > 0)
+    while (!reader->out_of_memory && (length = read_line_piece(lines, line, sizeof line)) > 0) {
         read_game_line(reader, line, length - 1);
+    }
     delete lines;
     return ferror(file) ? errno : 0;
 }
@@ -369,9 +393,10 @@ static bool is_kept(const BookNode* node)
 // Puts the last of count entries in its place. Entries that compare equal keep their order.
 static void sort_in(BookEntry* entries, i32 count)
 {
-    for (i32 i = count - 1; i > 0; i--) {
-        if (book_entry_compare(&entries[i - 1], &entries[i]) <= 0)
+    for (i32 i = count - 1; i > 0; --i) {
+        if (book_entry_compare(&entries[i - 1], &entries[i]) <= 0) {
             return;
+        }
         const BookEntry entry = entries[i];
         entries[i] = entries[i - 1];
         entries[i - 1] = entry;
@@ -385,38 +410,45 @@ static const BookNode* write_key(FILE* file, const BookNode* first)
     i64 highest = 0;
     const BookNode* end = first;
     for (; end != nullptr && end->key == first->key; end = end->next) {
-        if (is_kept(end) && node_score(end) > highest)
+        if (is_kept(end) && node_score(end) > highest) {
             highest = node_score(end);
+        }
     }
-    if (highest == 0)
+    if (highest == 0) {
         return end;
+    }
 
     f64 scale = highest_weight / static_cast<f64>(highest);
-    if (scale > 1.0)
+    if (scale > 1.0) {
         scale = 1.0;
+    }
     BookEntry entries[max_moves_of_key];
     i32 count = 0;
     for (const BookNode* node = first; node != end && count < max_moves_of_key; node = node->next) {
-        if (!is_kept(node))
+        if (!is_kept(node)) {
             continue;
+        }
         const f64 weight = static_cast<f64>(node_score(node)) * scale;
         entries[count++] = { node->key, move_to_book_move(node->move), static_cast<u16>(weight),
             0 };
         sort_in(entries, count);
     }
-    for (i32 i = 0; i < count; i++)
+    for (i32 i = 0; i < count; ++i) {
         write_book_entry(file, &entries[i]);
+    }
     return end;
 }
 
 static void write_nodes(FILE* file, const NodeTable* table)
 {
     const u64 count = 1ULL << table->list_bits;
-    for (u64 list = 0; list < count; list++) {
-        if (list + lists_ahead < count)
+    for (u64 list = 0; list < count; ++list) {
+        if (list + lists_ahead < count) {
             __builtin_prefetch(table->lists[list + lists_ahead]);
-        for (const BookNode* node = table->lists[list]; node != nullptr;)
+        }
+        for (const BookNode* node = table->lists[list]; node != nullptr;) {
             node = write_key(file, node);
+        }
     }
 }
 
@@ -443,8 +475,9 @@ static int write_book(const NodeTable* table)
         return write_error;
     }
     const int rename_error = publish_output(&book);
-    if (rename_error != 0)
+    if (rename_error != 0) {
         complain(book_name, "cannot be replaced", rename_error);
+    }
     return 0;
 }
 
@@ -455,8 +488,9 @@ static int write_book(const NodeTable* table)
 static FILE* open_games(const char* file_name)
 {
     FILE* file = open_or_complain(file_name);
-    if (file == nullptr || (!is_named(file, book_name) && !is_named(file, unfinished_name)))
+    if (file == nullptr || (!is_named(file, book_name) && !is_named(file, unfinished_name))) {
         return file;
+    }
     fprintf(stderr, "%s: would be replaced by the book\n", file_name);
     fclose(file);
     return nullptr;
@@ -488,14 +522,16 @@ static void make_book(BookReader* reader, FILE* games)
 void build_book()
 {
     FILE* games = open_games(tool_file);
-    if (games == nullptr)
+    if (games == nullptr) {
         return;
+    }
     BookReader reader = {};
     reader.result = Drawn;
-    if (make_table(&reader.table))
+    if (make_table(&reader.table)) {
         make_book(&reader, games);
-    else
+    } else {
         fprintf(stderr, "no memory for a book\n");
+    }
     fclose(games);
     free_table(&reader.table);
 }

@@ -25,24 +25,29 @@ static constexpr Move promotion_flags[8] = { 0, PromoteKnight, PromoteBishop, Pr
 u64 book_key(const Position* pos)
 {
     u64 key = 0;
-    for (i32 type = Pawn; type <= King; type++) {
+    for (i32 type = Pawn; type <= King; ++type) {
         const u64* black_constants = &random64[128 * (type - Pawn)];
         const u64* white_constants = black_constants + 64;
-        for (u64 set = pos->bb[Black][type]; set != 0;)
+        for (u64 set = pos->bb[Black][type]; set != 0;) {
             key ^= black_constants[pop_lowest(&set)];
-        for (u64 set = pos->bb[White][type]; set != 0;)
+        }
+        for (u64 set = pos->bb[White][type]; set != 0;) {
             key ^= white_constants[pop_lowest(&set)];
+        }
     }
-    for (i32 right = 0; right < 4; right++) {
-        if (pos->castle & (1 << right))
+    for (i32 right = 0; right < 4; ++right) {
+        if (pos->castle & (1 << right)) {
             key ^= random64[castle_constants + right];
+        }
     }
     const i32 side = pos->stm;
     if (pos->ep_square != NoSquare
-        && (pawn_attacks[side ^ 1][pos->ep_square] & pos->bb[side][Pawn]))
+        && (pawn_attacks[side ^ 1][pos->ep_square] & pos->bb[side][Pawn])) {
         key ^= random64[ep_constants + (pos->ep_square & 7)];
-    if (side == White)
+    }
+    if (side == White) {
         key ^= random64[white_to_move_constant];
+    }
     return key;
 }
 
@@ -50,10 +55,11 @@ u64 book_key(const Position* pos)
 static bool read_number(FILE* file, i32 bytes, u64* value)
 {
     u64 number = 0;
-    for (i32 i = 0; i < bytes; i++) {
+    for (i32 i = 0; i < bytes; ++i) {
         const int c = getc(file);
-        if (c == EOF)
+        if (c == EOF) {
             return false;
+        }
         number = number << 8 | static_cast<u64>(c);
     }
     *value = number;
@@ -66,8 +72,9 @@ i32 read_book_entry(FILE* file, BookEntry* entry)
     u64 weight;
     u64 learn;
     if (!read_number(file, 8, &entry->key) || !read_number(file, 2, &move)
-        || !read_number(file, 2, &weight) || !read_number(file, 4, &learn))
+        || !read_number(file, 2, &weight) || !read_number(file, 4, &learn)) {
         return 1;
+    }
     entry->move = static_cast<u16>(move);
     entry->weight = static_cast<u16>(weight);
     entry->learn = static_cast<u32>(learn);
@@ -76,8 +83,9 @@ i32 read_book_entry(FILE* file, BookEntry* entry)
 
 static u8* put_number(u8* out, i32 bytes, u64 value)
 {
-    for (i32 shift = 8 * (bytes - 1); shift >= 0; shift -= 8)
+    for (i32 shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
         *out++ = static_cast<u8>(value >> shift);
+    }
     return out;
 }
 
@@ -109,13 +117,15 @@ u16 move_to_book_move(Move move)
     const i32 from = from_square(move);
     i32 to = to_square(move);
     for (const CastlingSquares& castling : castlings) {
-        if (from == castling.king_from && to == castling.king_to)
+        if (from == castling.king_from && to == castling.king_to) {
             to = castling.rook;
+        }
     }
     i32 promotion = 0;
-    for (i32 i = 1; i <= 4; i++) {
-        if (move & promotion_flags[i])
+    for (i32 i = 1; i <= 4; ++i) {
+        if (move & promotion_flags[i]) {
             promotion = i;
+        }
     }
     return static_cast<u16>(promotion << 12 | from << 6 | to);
 }
@@ -124,7 +134,8 @@ int book_entry_compare(const void* a, const void* b)
 {
     const BookEntry* first = static_cast<const BookEntry*>(a);
     const BookEntry* second = static_cast<const BookEntry*>(b);
-    if (first->key != second->key)
+    if (first->key != second->key) {
         return first->key < second->key ? -1 : 1;
+    }
     return second->weight - first->weight;
 }

@@ -22,8 +22,9 @@ static constexpr size_t report_size = 1024; // holds a word of five letters for 
 
 static i32 read_record_at(FILE* file, i64 index, BookEntry* entry)
 {
-    if (fseeko(file, index * record_size, SEEK_SET) != 0)
+    if (fseeko(file, index * record_size, SEEK_SET) != 0) {
         return 1;
+    }
     return read_book_entry(file, entry);
 }
 
@@ -32,16 +33,19 @@ static i32 read_record_at(FILE* file, i64 index, BookEntry* entry)
 // are no record and match no key.
 static i64 find_first_record(FILE* file, u64 key, BookEntry* found)
 {
-    if (fseeko(file, -record_size, SEEK_END) != 0)
+    if (fseeko(file, -record_size, SEEK_END) != 0) {
         return -1;
+    }
     i64 high = ftello(file) / record_size;
-    if (read_book_entry(file, found) != 0)
+    if (read_book_entry(file, found) != 0) {
         return -1;
+    }
     for (i64 low = -1; high - low != 1;) {
         const i64 middle = (low + high) / 2;
         BookEntry entry;
-        if (read_record_at(file, middle, &entry) != 0)
+        if (read_record_at(file, middle, &entry) != 0) {
             return -1;
+        }
         if (key <= entry.key) {
             *found = entry;
             high = middle;
@@ -56,16 +60,18 @@ static i64 find_first_record(FILE* file, u64 key, BookEntry* found)
 static i32 read_entries(const char* file_name, u64 key, BookEntry* entries)
 {
     FILE* file = open_regular_file(file_name);
-    if (file == nullptr)
+    if (file == nullptr) {
         return 0;
+    }
     i32 count = 0;
     const i64 first = find_first_record(file, key, &entries[0]);
     if (first >= 0) {
         count = 1;
         if (fseeko(file, (first + 1) * record_size, SEEK_SET) == 0) {
             while (count < max_book_entries && read_book_entry(file, &entries[count]) == 0
-                && entries[count].key == key)
-                count++;
+                && entries[count].key == key) {
+                ++count;
+            }
         }
     }
     fclose(file);
@@ -77,14 +83,16 @@ static i32 read_entries(const char* file_name, u64 key, BookEntry* entries)
 u32 adjust_book_weights(const BookEntry* entries, i32 count, i32 variety, u16* adjusted)
 {
     i64 total = 0;
-    for (i32 i = 0; i < count; i++)
+    for (i32 i = 0; i < count; ++i) {
         total += entries[i].weight;
-    if (total == 0)
+    }
+    if (total == 0) {
         return 0;
+    }
 
     const i64 bonus = static_cast<i64>(entries[0].weight * 0.01 * (variety - neutral_variety));
     u32 sum = 0;
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         const i64 share = (entries[i].weight + bonus) * weight_scale / total;
         adjusted[i] = static_cast<u16>(share > 0 ? share : 0);
         sum += adjusted[i];
@@ -97,11 +105,13 @@ i32 choose_book_entry(const BookEntry* entries, i32 count, const u16* adjusted, 
     const u32 threshold = static_cast<u32>(draw * 0.001 * sum);
     i32 chosen = -1;
     u32 seen = 0;
-    for (i32 i = 0; i < count; i++) {
-        if (entries[i].weight == 0)
+    for (i32 i = 0; i < count; ++i) {
+        if (entries[i].weight == 0) {
             continue;
-        if (chosen < 0 || threshold > seen)
+        }
+        if (chosen < 0 || threshold > seen) {
             chosen = i;
+        }
         seen += adjusted[i];
     }
     return chosen;
@@ -125,9 +135,10 @@ static void report_uci(const BookEntry* entries, i32 count)
 {
     char text[report_size] = "info string ( book moves are: ";
     size_t length = strlen(text);
-    for (i32 i = 0; i < count; i++) {
-        if (entries[i].weight == 0)
+    for (i32 i = 0; i < count; ++i) {
+        if (entries[i].weight == 0) {
             continue;
+        }
         write_book_move(entries[i].move, text + length);
         length += 4;
         text[length++] = ' ';
@@ -139,12 +150,14 @@ static void report_uci(const BookEntry* entries, i32 count)
 static void report_console(const BookEntry* entries, i32 count, const u16* adjusted, u32 sum)
 {
     i32 total = 0;
-    for (i32 i = 0; i < count; i++)
+    for (i32 i = 0; i < count; ++i) {
         total += entries[i].weight;
-    for (i32 i = 0; i < count; i++) {
+    }
+    for (i32 i = 0; i < count; ++i) {
         const i32 weight = entries[i].weight;
-        if (weight == 0)
+        if (weight == 0) {
             continue;
+        }
         char move[5];
         write_book_move(entries[i].move, move);
         print_line_format("  %s  cnt= %5d, weight= %5.2f%% -> %5.2f%%", move, weight,
@@ -154,21 +167,25 @@ static void report_console(const BookEntry* entries, i32 count, const u16* adjus
 
 Move book_probe(Position* pos, const char* file_name)
 {
-    if (file_name[0] == '\0')
+    if (file_name[0] == '\0') {
         return NoMove;
+    }
     BookEntry entries[max_book_entries];
     u16 adjusted[max_book_entries];
     const i32 count = read_entries(file_name, book_key(pos), entries);
-    if (count == 0)
+    if (count == 0) {
         return NoMove;
+    }
     const u32 sum = adjust_book_weights(entries, count, engine_options.own_book_variety, adjusted);
-    if (sum == 0)
+    if (sum == 0) {
         return NoMove;
+    }
 
     const i32 chosen = choose_book_entry(entries, count, adjusted, sum, draw_number());
     Move move = book_move_to_move(entries[chosen].move);
-    if (!is_playable(pos, move))
+    if (!is_playable(pos, move)) {
         move = NoMove;
+    }
     if (load(uci_mode) != 0) {
         report_uci(entries, count);
     } else if (load(noise) < silent_noise) {

@@ -2,6 +2,7 @@
 // rights, eight en-passant files, the side to move. Every book relies on them: they never change.
 #include "book/polyglot.h"
 
+// clang-format off
 const u64 random64[random64_count] = {
     0x9d39247e33776d41ULL, 0x2af7398005aaa5c7ULL, 0x44db015024623547ULL, 0x9c15f73e62a76ae2ULL,
     0x75834465489c0c89ULL, 0x3290ac3a203001bfULL, 0x0fbbad1f61042279ULL, 0xe83a908ff2fb60caULL,
@@ -200,3 +201,4 @@ const u64 random64[random64_count] = {
     0xcf3145de0add4289ULL, 0xd0e4427a5514fb72ULL, 0x77c621cc9fb3a483ULL, 0x67a34dac4356550bULL,
     0xf8d626aaaf278509ULL,
 };
+// clang-format on

@@ -7,7 +7,7 @@
 static constexpr u32 knight_count_mask = 0xf0;
 static constexpr u32 minor_count_mask = 0xff0;
 static constexpr u32 bishop_count_mask = 0xf00;
-static constexpr u32 heavy_count_mask = 0xff000;            // rooks and queens
+static constexpr u32 heavy_count_mask = 0xff000; // rooks and queens
 static constexpr u32 knight_or_heavy_mask = 0xff0f0;
 
 static constexpr u32 one_pawn = 0x1;
@@ -18,10 +18,8 @@ static constexpr u32 two_bishops = 0x200;
 
 bool is_drawn_material(const Position* pos)
 {
-    return (pos->bb[White][Pawn] | pos->bb[Black][Pawn]) == 0
-        && pos->piece_count[White] <= 0x10f
-        && pos->piece_count[Black] <= 0x10f
-        && (pos->piece_count[White] & knight_count_mask) <= 0x20
+    return (pos->bb[White][Pawn] | pos->bb[Black][Pawn]) == 0 && pos->piece_count[White] <= 0x10f
+        && pos->piece_count[Black] <= 0x10f && (pos->piece_count[White] & knight_count_mask) <= 0x20
         && (pos->piece_count[Black] & knight_count_mask) <= 0x20;
 }
 
@@ -147,10 +145,7 @@ static f32 opposite_bishops_scale(const Position* pos, i32 lead)
 {
     const bool one_each = (pos->piece_count[White] & bishop_count_mask) == one_bishop
         && (pos->piece_count[Black] & bishop_count_mask) == one_bishop;
-    if (!one_each
-        || pos->phase_mtl[White] != pos->phase_mtl[Black]
-        || lead < -2
-        || lead > 2) {
+    if (!one_each || pos->phase_mtl[White] != pos->phase_mtl[Black] || lead < -2 || lead > 2) {
         return 1.0f;
     }
     const bool light_white = (pos->bb[White][Bishop] & light_squares) != 0;

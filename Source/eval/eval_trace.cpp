@@ -115,8 +115,8 @@ static void print_pst(const char* label, i32 first_entry)
     for (i32 row = 56; row >= 0; row -= 8) {
         char line[128] = "";
         i32 used = 0;
-        for (i32 half = 0; half < 2; half++) {
-            for (i32 file = 0; file < 8; file++) {
+        for (i32 half = 0; half < 2; ++half) {
+            for (i32 file = 0; file < 8; ++file) {
                 const i32 word = eval_params[first_entry + row + file].packed;
                 used += snprintf(line + used, sizeof line - static_cast<size_t>(used), " %3d",
                     half == 0 ? score_mg(word) : score_eg(word));

@@ -21,8 +21,8 @@ enum TallyRow : i32 {
 #if defined(VESK_TUNE)
 // One addition of a weight: how often, negative for black. A weight may be noted several times.
 struct TermNote {
-    i32 weight;                 // entry of the weight table
-    f32 count;                  // a fraction where the term takes a part of the weight
+    i32 weight; // entry of the weight table
+    f32 count;  // a fraction where the term takes a part of the weight
 };
 
 // All additions of one evaluation: the score before the scale factor is their sum, but for what
@@ -30,10 +30,10 @@ struct TermNote {
 // A piece is part of seven terms at most, and all others together of less than 64.
 inline constexpr i32 most_term_notes = 7 * 64 + 64;
 struct TermNotes {
-    i32 count;                  // 0 if the position was judged without weights, or from ply 2 on
-    i32 fractions;              // how many notes are parts of a weight
-    f32 scale_ahead[2];         // the scale factor with white or with black ahead
-    f32 scale;                  // the one that was taken
+    i32 count;          // 0 if the position was judged without weights, or from ply 2 on
+    i32 fractions;      // how many notes are parts of a weight
+    f32 scale_ahead[2]; // the scale factor with white or with black ahead
+    f32 scale;          // the one that was taken
     TermNote list[most_term_notes];
 };
 #endif
@@ -43,29 +43,29 @@ struct TermNotes {
 struct EvalWork {
     Position* pos;
     SearchThread* thread;
-    u64 occupied;               // all pieces of both sides
+    u64 occupied; // all pieces of both sides
     u64 outposts[2];
     u64 all_pawns;
-    u64 passed;                 // passed pawns of both sides
-    u64 candidates;             // candidate passed pawns of both sides
-    u64 hung;                   // pieces found hanging
-    u64 free_passers;           // passed pawns with a free path
-    u64 king_zone[2];           // nine squares around each king
-    u64 attacks[2][8];          // [0] all, [1] pawns ... [6] king, [7] unused
-    u64 double_attacks[2];      // squares attacked at least twice
+    u64 passed;            // passed pawns of both sides
+    u64 candidates;        // candidate passed pawns of both sides
+    u64 hung;              // pieces found hanging
+    u64 free_passers;      // passed pawns with a free path
+    u64 king_zone[2];      // nine squares around each king
+    u64 attacks[2][8];     // [0] all, [1] pawns ... [6] king, [7] unused
+    u64 double_attacks[2]; // squares attacked at least twice
     u64 pawn_cover[2];
-    u64 attacks_pnb[2];         // pawns, knights and bishops
+    u64 attacks_pnb[2]; // pawns, knights and bishops
     u64 attacks_pnbr[2];
     u64 attacks_pnbrq[2];
-    i16 king_attack[2];         // attack points against each side's own king
-    i16 same_wing;              // both kings stand on the same wing
-    i32 score[2];               // running score pair of each side
-    u16 danger[2];              // what is at stake for each side, centipawns
-    const u8* pst_map[2];       // square to piece-square index
+    i16 king_attack[2];   // attack points against each side's own king
+    i16 same_wing;        // both kings stand on the same wing
+    i32 score[2];         // running score pair of each side
+    u16 danger[2];        // what is at stake for each side, centipawns
+    const u8* pst_map[2]; // square to piece-square index
     u8 ply;
     u8 trace;
-    f32 phase;                  // 0 full material, 1 bare kings
-    i32 tally[TallyCount][2];   // copies of score for the printed table
+    f32 phase;                // 0 full material, 1 bare kings
+    i32 tally[TallyCount][2]; // copies of score for the printed table
 #if defined(VESK_TUNE)
     TermNotes notes;
 #endif
@@ -75,7 +75,7 @@ struct EvalWork {
 struct EvalCacheEntry {
     u64 key;
     u16 danger[2];
-    i16 score;                  // as returned to the caller that stored it
+    i16 score; // as returned to the caller that stored it
     u16 spare;
 };
 static_assert(sizeof(EvalCacheEntry) == 16);
@@ -83,7 +83,7 @@ static_assert(sizeof(EvalCacheEntry) == 16);
 // One slot of a thread's pawn cache.
 struct PawnCacheEntry {
     u64 key;
-    i32 score[2];               // score pairs of white and black
+    i32 score[2]; // score pairs of white and black
 };
 static_assert(sizeof(PawnCacheEntry) == 16);
 

@@ -18,8 +18,8 @@ static constexpr f64 contempt_time_limit = 90000;
 i32 taper(i32 word, f32 phase)
 {
     const f32 eg = static_cast<f32>(score_eg(word)) * phase;
-    const f64 blend = std::fma(1.0 - static_cast<f64>(phase),
-        static_cast<f64>(score_mg(word)), static_cast<f64>(eg));
+    const f64 blend = std::fma(
+        1.0 - static_cast<f64>(phase), static_cast<f64>(score_mg(word)), static_cast<f64>(eg));
     return static_cast<i32>(blend);
 }
 
@@ -89,8 +89,7 @@ static void eval_closing_terms(EvalWork* work)
         eval_rammed_pawns(work, Black, rammed << 8);
     }
     for (i32 side = White; side <= Black; ++side) {
-        if (pos->phase_mtl[side] == 5
-            && pos->phase_mtl[side ^ 1] == 3
+        if (pos->phase_mtl[side] == 5 && pos->phase_mtl[side ^ 1] == 3
             && (pos->piece_count[side] & 15) >= 2) {
             add_weight(work, side, mtl_RvB);
         }

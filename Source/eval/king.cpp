@@ -7,12 +7,12 @@
 // With no more pieces than this (two minors, say) there is no attack on the king.
 static constexpr i32 attack_material = 8;
 
-static constexpr i32 full_shield = 9;               // squares of a king's zone
-static constexpr f64 shield_step = 0.111;           // part of pawn_shield per missing square
-static constexpr i32 shield_points_limit = 8;       // attack points that a shield takes away
+static constexpr i32 full_shield = 9;         // squares of a king's zone
+static constexpr f64 shield_step = 0.111;     // part of pawn_shield per missing square
+static constexpr i32 shield_points_limit = 8; // attack points that a shield takes away
 static constexpr i32 queen_check_danger = 800;
-static constexpr i32 check_points = 4;              // attack points of a kind of queen check
-static constexpr i32 curve_limit = 39;              // attack points; the curve is flat above
+static constexpr i32 check_points = 4; // attack points of a kind of queen check
+static constexpr i32 curve_limit = 39; // attack points; the curve is flat above
 static constexpr f64 curve_factor = 0.0018;
 static constexpr u32 queen_count_mask = 0xf0000;
 
@@ -42,10 +42,8 @@ template <i32 side>
 static u64 safe_squares(const EvalWork* work)
 {
     constexpr i32 enemy = side ^ 1;
-    const u64 guarded = work->attacks_pnbr[side]
-        | work->double_attacks[side]
-        | work->pos->bb[enemy][0]
-        | (work->attacks[side][0] & ~work->double_attacks[enemy]);
+    const u64 guarded = work->attacks_pnbr[side] | work->double_attacks[side]
+        | work->pos->bb[enemy][0] | (work->attacks[side][0] & ~work->double_attacks[enemy]);
     return ~guarded;
 }
 
@@ -62,11 +60,8 @@ static i32 count_attack_points(const EvalWork* work, u64 safe, const CheckLines*
     const u64 bishops = attacks[Bishop] & (weak | (from->diagonals & safe));
     const u64 rooks = attacks[Rook] & (weak_for_rooks | (from->lines & safe));
     const u64 queens = attacks[Queen] & zone & ~work->attacks_pnbrq[side];
-    return 4 * popcount(zone & work->double_attacks[enemy] & attacks[Pawn])
-        + 4 * popcount(knights)
-        + 3 * popcount(bishops)
-        + 4 * popcount(rooks)
-        + 4 * popcount(queens);
+    return 4 * popcount(zone & work->double_attacks[enemy] & attacks[Pawn]) + 4 * popcount(knights)
+        + 3 * popcount(bishops) + 4 * popcount(rooks) + 4 * popcount(queens);
 }
 
 template <i32 side>
@@ -87,8 +82,8 @@ static void eval_king_attack(EvalWork* work, i32 king_square)
     constexpr i32 enemy = side ^ 1;
     const u64* attacks = work->attacks[enemy];
     const i32 shield = eval_shield<side>(work);
-    i32 points = work->king_attack[side]
-        - (shield < shield_points_limit ? shield : shield_points_limit);
+    i32 points =
+        work->king_attack[side] - (shield < shield_points_limit ? shield : shield_points_limit);
 
     const u64 safe = safe_squares<side>(work);
     const CheckLines from = {
@@ -105,8 +100,7 @@ static void eval_king_attack(EvalWork* work, i32 king_square)
     points += count_attack_points<side>(work, safe, &from) + check_points * queen_checks;
 
     const u64 other_checks = safe
-        & ((attacks[Bishop] & from.diagonals)
-            | (attacks[Rook] & from.lines)
+        & ((attacks[Bishop] & from.diagonals) | (attacks[Rook] & from.lines)
             | (attacks[Knight] & from.knights));
     const i32 checks = queen_checks + popcount(other_checks);
     points += checks;

@@ -83,10 +83,10 @@ void init_pawn_sets(EvalWork* work)
     work->candidates = (find_candidates<White>(work, front_black, span_black)
                            | find_candidates<Black>(work, front_white, span_white))
         & ~work->passed;
-    work->king_attack[White] = static_cast<i16>(
-        pawn_attack_points * popcount((black >> 8) & work->king_zone[White]));
-    work->king_attack[Black] = static_cast<i16>(
-        pawn_attack_points * popcount((white << 8) & work->king_zone[Black]));
+    work->king_attack[White] =
+        static_cast<i16>(pawn_attack_points * popcount((black >> 8) & work->king_zone[White]));
+    work->king_attack[Black] =
+        static_cast<i16>(pawn_attack_points * popcount((white << 8) & work->king_zone[Black]));
 }
 
 template <i32 side>
@@ -163,8 +163,8 @@ void eval_candidates(EvalWork* work)
         const i32 stop = square + pawn_step[side];
         const f64 rank = static_cast<f64>(relative_rank(side, square) - 1);
         const f64 distance = static_cast<f64>(king_steps(stop, pos->king_sq[side ^ 1]));
-        add_fraction(work, side, candidate_passer,
-            static_cast<f32>(std::fma(0.15, rank, 0.1 * distance)));
+        add_fraction(
+            work, side, candidate_passer, static_cast<f32>(std::fma(0.15, rank, 0.1 * distance)));
     }
 }
 
@@ -186,8 +186,7 @@ static bool is_free_path(const EvalWork* work, i32 side, u64 ahead)
 {
     const i32 enemy = side ^ 1;
     const u64 held = work->attacks[enemy][0] | work->pos->bb[enemy][0];
-    return (ahead & work->attacks_pnb[enemy]) == 0
-        && (ahead & held & ~work->attacks[side][0]) == 0;
+    return (ahead & work->attacks_pnb[enemy]) == 0 && (ahead & held & ~work->attacks[side][0]) == 0;
 }
 
 static void eval_king_distances(EvalWork* work, i32 side, i32 target, f32 factor)
@@ -209,7 +208,7 @@ static void eval_passed_pawn(EvalWork* work, i32 side, i32 square)
     }
     const u64 ahead = side == White ? ray_n[square] : ray_s[square];
     if (ahead & work->pos->bb[side][Pawn]) {
-        return;                 // only the front pawn of a doubled passed pawn counts
+        return; // only the front pawn of a doubled passed pawn counts
     }
     i32 danger = passer_danger[rank];
     const bool mobile = is_safe_step(work, side, square, goal);
@@ -234,8 +233,8 @@ static void eval_passed_pawn(EvalWork* work, i32 side, i32 square)
 void eval_passed_pawns(EvalWork* work)
 {
     const Position* pos = work->pos;
-    const u64 no_way = (pos->bb[White][Pawn] & last_rank[White])
-        | (pos->bb[Black][Pawn] & last_rank[Black]);
+    const u64 no_way =
+        (pos->bb[White][Pawn] & last_rank[White]) | (pos->bb[Black][Pawn] & last_rank[Black]);
     u64 left = work->passed & ~no_way;
     while (left != 0) {
         const i32 square = pop_lowest(&left);

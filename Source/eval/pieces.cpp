@@ -19,22 +19,15 @@ static constexpr u64 enemy_half[2] = { 0xffffffff00000000ULL, 0xffffffffULL };
 static constexpr u64 seventh_rank[2] = { 0xff000000000000ULL, 0xff00ULL };
 
 // Parts of the mobility weight by number of squares.
-static constexpr f32 knight_curve[9] = {
-    -0.40f, -0.17f, -0.02f, 0.10f, 0.22f, 0.32f, 0.42f, 0.51f, 0.60f,
-};
-static constexpr f32 bishop_curve[14] = {
-    -0.40f, -0.23f, -0.13f, -0.04f, 0.04f, 0.11f, 0.18f, 0.25f, 0.31f, 0.37f, 0.43f, 0.49f,
-    0.55f, 0.60f,
-};
-static constexpr f32 rook_curve[15] = {
-    -0.40f, -0.24f, -0.14f, -0.06f, 0.02f, 0.09f, 0.15f, 0.22f, 0.28f, 0.33f, 0.39f, 0.44f,
-    0.50f, 0.55f, 0.60f,
-};
-static constexpr f32 queen_curve[28] = {
-    -0.40f, -0.25f, -0.17f, -0.10f, -0.04f, 0.02f, 0.07f, 0.12f, 0.17f, 0.22f, 0.26f, 0.30f,
-    0.34f, 0.38f, 0.42f, 0.46f, 0.49f, 0.52f, 0.55f, 0.58f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f,
-    0.60f, 0.60f, 0.60f,
-};
+static constexpr f32 knight_curve[9] = { -0.40f, -0.17f, -0.02f, 0.10f, 0.22f, 0.32f, 0.42f, 0.51f,
+    0.60f };
+static constexpr f32 bishop_curve[14] = { -0.40f, -0.23f, -0.13f, -0.04f, 0.04f, 0.11f, 0.18f,
+    0.25f, 0.31f, 0.37f, 0.43f, 0.49f, 0.55f, 0.60f };
+static constexpr f32 rook_curve[15] = { -0.40f, -0.24f, -0.14f, -0.06f, 0.02f, 0.09f, 0.15f, 0.22f,
+    0.28f, 0.33f, 0.39f, 0.44f, 0.50f, 0.55f, 0.60f };
+static constexpr f32 queen_curve[28] = { -0.40f, -0.25f, -0.17f, -0.10f, -0.04f, 0.02f, 0.07f,
+    0.12f, 0.17f, 0.22f, 0.26f, 0.30f, 0.34f, 0.38f, 0.42f, 0.46f, 0.49f, 0.52f, 0.55f, 0.58f,
+    0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f };
 
 // Enters a piece's attack set. reach is what it bears on for double attacks and the king's zone:
 // the attack set itself for all but queens.
@@ -45,8 +38,8 @@ static inline void note_attacks(EvalWork* work, i32 type, u64 attacks, u64 reach
     work->attacks[side][0] |= attacks;
     work->attacks[side][type] |= attacks;
     if (reach & work->king_zone[side ^ 1]) {
-        work->king_attack[side ^ 1]
-            = static_cast<i16>(work->king_attack[side ^ 1] + attack_points[type]);
+        work->king_attack[side ^ 1] =
+            static_cast<i16>(work->king_attack[side ^ 1] + attack_points[type]);
     }
 }
 
@@ -192,8 +185,8 @@ void eval_pieces(EvalWork* work)
     eval_bishops<Black>(work);
     take_tally(work, TallyBishops);
     for (i32 side = White; side <= Black; ++side) {
-        work->attacks_pnb[side] = work->attacks[side][Pawn] | work->attacks[side][Knight]
-            | work->attacks[side][Bishop];
+        work->attacks_pnb[side] =
+            work->attacks[side][Pawn] | work->attacks[side][Knight] | work->attacks[side][Bishop];
     }
     eval_rooks<White>(work);
     eval_rooks<Black>(work);

@@ -44,8 +44,8 @@ inline i32 king_steps(i32 a, i32 b)
 // Adds a score pair to the account of side.
 inline void add_word(EvalWork* work, i32 side, i32 word)
 {
-    work->score[side]
-        = static_cast<i32>(static_cast<u32>(work->score[side]) + static_cast<u32>(word));
+    work->score[side] =
+        static_cast<i32>(static_cast<u32>(work->score[side]) + static_cast<u32>(word));
 }
 
 // Adds a weight count times to the account of side.

@@ -43,8 +43,8 @@ static u64 eval_attacked_pawns(EvalWork* work, u64 ahead)
 // whatever defends them; lesser[side] is that set of attacks. What a lesser own piece guards is
 // merely attacked and gets no term. Returns the hanging pieces.
 template <i32 side>
-static u64 eval_attacked_pieces(EvalWork* work, u64 pieces, u64 ahead, const u64* lesser,
-    i32 hung_weight, i32 attacked_weight)
+static u64 eval_attacked_pieces(
+    EvalWork* work, u64 pieces, u64 ahead, const u64* lesser, i32 hung_weight, i32 attacked_weight)
 {
     const u64 targets = pieces & work->attacks[side ^ 1][0];
     if (targets == 0) {
@@ -79,8 +79,8 @@ static void eval_pawn_pushes(EvalWork* work)
     constexpr i32 enemy = side ^ 1;
     const Position* pos = work->pos;
     const u64 empty = ~work->occupied;
-    const u64 unsafe = (work->attacks[enemy][0] & ~work->attacks[side][Pawn])
-        | work->attacks[enemy][Pawn];
+    const u64 unsafe =
+        (work->attacks[enemy][0] & ~work->attacks[side][Pawn]) | work->attacks[enemy][Pawn];
     const u64 one = forward<side>(pos->bb[side][Pawn]) & empty;
     const u64 two = forward<side>(one) & empty & double_step_rank[side];
     const u64 stand = (one | two) & ~unsafe;
@@ -113,8 +113,8 @@ static void eval_pins(EvalWork* work)
             | ((enemy[Rook] | enemy[Queen]) & rook_rays[king]));
     if (pos->bb[side][Queen] != 0) {
         const i32 queen = lowest(pos->bb[side][Queen]);
-        pinned |= lone_blockers(work, queen,
-            (enemy[Bishop] & bishop_rays[queen]) | (enemy[Rook] & rook_rays[queen]));
+        pinned |= lone_blockers(
+            work, queen, (enemy[Bishop] & bishop_rays[queen]) | (enemy[Rook] & rook_rays[queen]));
     }
     pinned &= pos->bb[side][0];
     if (pinned != 0) {

@@ -35,7 +35,7 @@ struct ScalarDefault {
 
 static constexpr ScalarDefault scalar_defaults[scalar_weight_count] = {
 #define WEIGHT(name, mg, eg, base_mg, base_eg) { #name, mg, eg, base_mg, base_eg },
-#define RANK_WEIGHT(name, rank, mg, eg, base_eg) { #name, mg, eg, (base_eg) * 10 / 16, base_eg },
+#define RANK_WEIGHT(name, rank, mg, eg, base_eg) { #name, mg, eg, (base_eg)*10 / 16, base_eg },
 #define WEIGHT_TABLE(name)
 #include "eval/weights.def"
 #undef WEIGHT

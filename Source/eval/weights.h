@@ -35,7 +35,7 @@ enum Weight : i32 {
 #undef RANK_WEIGHT
 #undef WEIGHT_TABLE
     weight_count,
-    scalar_weight_count = PST_P1,           // entries that are no piece-square value
+    scalar_weight_count = PST_P1, // entries that are no piece-square value
     ppawn = ppawn_1,
     ppawn_mobile = ppawn_mobile_1,
     ppawn_free = ppawn_free_1,
@@ -47,12 +47,12 @@ inline constexpr i32 weight_name_size = 26;
 
 // One entry of the table.
 struct EvalParam {
-    i32 packed;                             // score pair, rounded from mg and eg
-    f64 mg;                                 // the values as the tuner and scale_params know them
+    i32 packed; // score pair, rounded from mg and eg
+    f64 mg;     // the values as the tuner and scale_params know them
     f64 eg;
-    f32 coef;                               // the tuner's; 0 unless a tuning build fills it
-    u16 frozen;                             // nonzero: the tuner leaves this entry alone
-    char name[weight_name_size];            // all entries of an array or table share one name
+    f32 coef;                    // the tuner's; 0 unless a tuning build fills it
+    u16 frozen;                  // nonzero: the tuner leaves this entry alone
+    char name[weight_name_size]; // all entries of an array or table share one name
 };
 static_assert(sizeof(EvalParam) == 56);
 
@@ -63,12 +63,12 @@ struct RealPair {
 };
 
 extern EvalParam eval_params[weight_count];
-extern i32 eval_param_count;                // entries built so far; weight_count when complete
-extern i32 param_cursor;                    // the entry that the next fset or file line sets
+extern i32 eval_param_count; // entries built so far; weight_count when complete
+extern i32 param_cursor;     // the entry that the next fset or file line sets
 
 // Dense copies for the evaluation: its weights of 56 bytes would not fit a first-level cache.
-extern i32 eval_words[weight_count];        // packed of every entry
-extern RealPair eval_reals[scalar_weight_count];    // mg and eg of the scalar entries
+extern i32 eval_words[weight_count];             // packed of every entry
+extern RealPair eval_reals[scalar_weight_count]; // mg and eg of the scalar entries
 
 // Names that the tuner may change; with an empty list it may change all.
 inline constexpr i32 tune_list_size = 9;

@@ -21,8 +21,8 @@ static constexpr i32 hash_bits = 10;
 static constexpr i32 path_size = 256;
 
 struct TbHashSlot {
-    Shared<u64> key;                    // 0 when the table has been forgotten
-    TbEntry* entry;                     // null in a free slot
+    Shared<u64> key; // 0 when the table has been forgotten
+    TbEntry* entry;  // null in a free slot
 };
 
 constinit i32 tb_largest = 0;
@@ -31,7 +31,7 @@ static constinit TbEntryPawn tb_pawns[TBMAX_PAWN] = {};
 static constinit i32 tb_piece_count = 0;
 static constinit i32 tb_pawn_count = 0;
 static constinit TbHashSlot tb_hash[1 << hash_bits][HSHMAX] = {};
-static constinit char* path_copy = nullptr;     // cut into the directories
+static constinit char* path_copy = nullptr; // cut into the directories
 static constinit const char** tb_paths = nullptr;
 static constinit i32 tb_path_count = 0;
 
@@ -67,7 +67,7 @@ static char* append_letters(const TbPos* pos, i32 white, char* out, const char* 
 {
     *out++ = 'K';
     for (const auto& kind : kinds) {
-        for (i32 n = popcount(tb_pieces_of(pos, kind.type, white)); n > 0 && out < end; n--) {
+        for (i32 n = popcount(tb_pieces_of(pos, kind.type, white)); n > 0 && out < end; --n) {
             *out++ = kind.letter;
         }
     }
@@ -89,7 +89,7 @@ void tb_table_name(const TbPos* pos, char* out, bool mirror)
 static TbHashSlot* find_slot(u64 key)
 {
     TbHashSlot* bucket = tb_hash[key >> (64 - hash_bits)];
-    for (i32 i = 0; i < HSHMAX; i++) {
+    for (i32 i = 0; i < HSHMAX; ++i) {
         if (bucket[i].entry != nullptr && load(bucket[i].key) == key) {
             return &bucket[i];
         }
@@ -122,7 +122,7 @@ void tb_forget(u64 key)
 static void enter_key(u64 key, TbEntry* entry)
 {
     TbHashSlot* bucket = tb_hash[key >> (64 - hash_bits)];
-    for (i32 i = 0; i < HSHMAX; i++) {
+    for (i32 i = 0; i < HSHMAX; ++i) {
         if (bucket[i].entry == nullptr) {
             store(bucket[i].key, key);
             bucket[i].entry = entry;
@@ -136,15 +136,15 @@ static void enter_key(u64 key, TbEntry* entry)
 static void count_pieces(const char* name, u8* count)
 {
     i32 second = 0;
-    for (; *name != '\0'; name++) {
+    for (; *name != '\0'; ++name) {
         if (*name == 'v') {
             second = 8;
         } else if (*name == 'K') {
-            count[King + second]++;
+            ++count[King + second];
         }
         for (const auto& kind : kinds) {
             if (*name == kind.letter) {
-                count[kind.type + second]++;
+                ++count[kind.type + second];
             }
         }
     }
@@ -164,7 +164,7 @@ static u8 encoding_of(const u8* count)
 {
     i32 single = 0;
     u8 smallest = 16;
-    for (i32 code = 0; code < 16; code++) {
+    for (i32 code = 0; code < 16; ++code) {
         single += count[code] == 1;
         if (count[code] >= 2) {
             smallest = std::min(smallest, count[code]);
@@ -212,7 +212,7 @@ void tb_add_table(const char* name)
     entry->symmetric = key == mirrored;
     store(entry->ready, 0);
     entry->num = 0;
-    for (i32 code = 0; code < 16; code++) {
+    for (i32 code = 0; code < 16; ++code) {
         entry->count[code] = count[code];
         entry->num = static_cast<u8>(entry->num + count[code]);
     }
@@ -232,7 +232,7 @@ void tb_add_table(const char* name)
 
 i32 tb_open_file(const char* name, const char* suffix)
 {
-    for (i32 i = 0; i < tb_path_count; i++) {
+    for (i32 i = 0; i < tb_path_count; ++i) {
         char path[path_size];
         const i32 length = snprintf(path, sizeof path, "%s/%s%s", tb_paths[i], name, suffix);
         if (length >= path_size) {
@@ -278,10 +278,10 @@ static void clear_registry()
     path_copy = nullptr;
     tb_paths = nullptr;
     tb_path_count = 0;
-    for (; tb_piece_count > 0; tb_piece_count--) {
+    for (; tb_piece_count > 0; --tb_piece_count) {
         tb_release(&tb_pieces[tb_piece_count - 1].head);
     }
-    for (; tb_pawn_count > 0; tb_pawn_count--) {
+    for (; tb_pawn_count > 0; --tb_pawn_count) {
         tb_release(&tb_pawns[tb_pawn_count - 1].head);
     }
     tb_clear_dtz_cache();
@@ -303,7 +303,7 @@ static constexpr i32 group_sizes[][2] = { { 1, 0 }, { 1, 1 }, { 2, 0 }, { 2, 1 }
 // Moves on to the next group of letters in nondecreasing order of kinds; false after the last.
 static bool next_group(i32* group, i32 size)
 {
-    for (i32 i = size - 1; i >= 0; i--) {
+    for (i32 i = size - 1; i >= 0; --i) {
         if (group[i] + 1 < kind_count) {
             std::fill(group + i, group + size, group[i] + 1);
             return true;
@@ -317,12 +317,12 @@ static void add_if_found(const i32* first, i32 first_size, const i32* second, i3
     char name[tb_name_size];
     char* out = name;
     *out++ = 'K';
-    for (i32 i = 0; i < first_size; i++) {
+    for (i32 i = 0; i < first_size; ++i) {
         *out++ = kinds[first[i]].letter;
     }
     *out++ = 'v';
     *out++ = 'K';
-    for (i32 i = 0; i < second_size; i++) {
+    for (i32 i = 0; i < second_size; ++i) {
         *out++ = kinds[second[i]].letter;
     }
     *out = '\0';

@@ -7,7 +7,7 @@
 struct TbPos;
 struct TbEntry;
 
-extern i32 tb_largest;                  // greatest piece count of any table found, 0 without tables
+extern i32 tb_largest; // greatest piece count of any table found, 0 without tables
 
 // Registers the tables in the directories of path (separated by ':') in place of those registered
 // before, and prints how many. Empty or "<empty>" means none, and prints nothing. No worker may be

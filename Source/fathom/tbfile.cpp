@@ -22,12 +22,12 @@ static constexpr i32 dtz_cache_size = 64;
 static constexpr const char* suffixes[2] = { ".rtbw", ".rtbz" };
 
 struct DtzSlot {
-    u64 key[2];                         // the material as probed, and with the sides exchanged
-    TbEntry* entry;                     // null if there is no file; ready 0 if it is damaged
+    u64 key[2];     // the material as probed, and with the sides exchanged
+    TbEntry* entry; // null if there is no file; ready 0 if it is damaged
 };
 
-static constinit std::mutex tb_mutex;   // the first use of a win/draw/loss file
-static constinit DtzSlot dtz_cache[dtz_cache_size] = {};       // in the order of use
+static constinit std::mutex tb_mutex;                    // the first use of a win/draw/loss file
+static constinit DtzSlot dtz_cache[dtz_cache_size] = {}; // in the order of use
 
 // ---- One file
 
@@ -58,8 +58,7 @@ static bool map_file(TbEntry* entry, i32 descriptor, const char* name)
 static void unmap_file(TbEntry* entry)
 {
     errno = 0;
-    if (entry->data != nullptr
-        && munmap(const_cast<u8*>(entry->data), entry->mapping_size) == 0) {
+    if (entry->data != nullptr && munmap(const_cast<u8*>(entry->data), entry->mapping_size) == 0) {
         perror("munmap");
     }
     entry->data = nullptr;
@@ -68,8 +67,8 @@ static void unmap_file(TbEntry* entry)
 static void free_records(TbEntry* entry)
 {
     const i32 files = entry->has_pawns ? tb_pawn_files : 1;
-    for (i32 file = 0; file < files; file++) {
-        for (i32 side = 0; side < 2; side++) {
+    for (i32 file = 0; file < files; ++file) {
+        for (i32 side = 0; side < 2; ++side) {
             TbSection* section = tb_section(entry, file, side);
             free(section->pairs);
             section->pairs = nullptr;
@@ -180,7 +179,7 @@ static bool find_in_cache(u64 key)
     if (dtz_cache[0].key[0] == key || dtz_cache[0].key[1] == key) {
         return true;
     }
-    for (i32 i = 1; i < dtz_cache_size; i++) {
+    for (i32 i = 1; i < dtz_cache_size; ++i) {
         if (dtz_cache[i].key[0] == key) {
             std::rotate(dtz_cache, dtz_cache + i, dtz_cache + i + 1);
             return true;

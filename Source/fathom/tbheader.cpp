@@ -8,9 +8,9 @@
 
 static constexpr u32 magic_numbers[2] = { 0x5d23e871, 0xa50c66d7 };
 static constexpr u64 flag_offset = 4;
-static constexpr i32 two_sides = 1;             // bits of the byte there
+static constexpr i32 two_sides = 1; // bits of the byte there
 static constexpr i32 by_pawn_file = 2;
-static constexpr i32 highest_wdl = 4;           // stored values, a byte in distance tables
+static constexpr i32 highest_wdl = 4; // stored values, a byte in distance tables
 static constexpr i32 highest_dtz = 255;
 static constexpr i32 no_order2 = 15;
 static constexpr u64 block_alignment = 64;
@@ -25,10 +25,10 @@ struct HeaderReader {
     TbKind kind;
     i32 sides;
     i32 sections;
-    u64 at;                             // offset of the next byte to be read
+    u64 at; // offset of the next byte to be read
     TbSection* section[max_sections];
     u64 table_size[max_sections];
-    u64 size[max_sections][3];          // bytes of index table, size table, blocks
+    u64 size[max_sections][3]; // bytes of index table, size table, blocks
 };
 
 // Whether so many bytes are left.
@@ -61,7 +61,7 @@ static bool read_kind(HeaderReader* reader)
 static void list_sections(HeaderReader* reader)
 {
     reader->sections = reader->sides * (reader->entry->has_pawns ? tb_pawn_files : 1);
-    for (i32 i = 0; i < reader->sections; i++) {
+    for (i32 i = 0; i < reader->sections; ++i) {
         reader->section[i] = tb_section(reader->entry, i / reader->sides, i % reader->sides);
     }
 }
@@ -76,7 +76,7 @@ static bool read_order(HeaderReader* reader, i32 i, const u8* bytes)
     const bool second = entry->pawns[1] != 0;
     const i32 order2 = second ? bytes[1] >> shift & 15 : no_order2;
     bytes += second ? 2 : 1;
-    for (i32 k = 0; k < entry->num; k++) {
+    for (i32 k = 0; k < entry->num; ++k) {
         section->pieces[k] = bytes[k] >> shift & 15;
     }
     // All sections must have the same leading pawns: they choose the section.
@@ -90,12 +90,12 @@ static bool read_orders(HeaderReader* reader)
 {
     const TbEntry* entry = reader->entry;
     const u64 bytes = entry->num + (entry->pawns[1] != 0 ? 2U : 1U);
-    for (i32 i = 0; i < reader->sections; i++) {
+    for (i32 i = 0; i < reader->sections; ++i) {
         if (!has_bytes(reader, bytes) || !read_order(reader, i, entry->data + reader->at)) {
             return false;
         }
         if ((i + 1) % reader->sides == 0) {
-            reader->at += bytes;        // the sides of a pawn file share the bytes
+            reader->at += bytes; // the sides of a pawn file share the bytes
         }
     }
     reader->at += reader->at & 1;
@@ -129,7 +129,7 @@ static bool read_pairs(HeaderReader* reader, i32 i)
 
 static bool read_all_pairs(HeaderReader* reader)
 {
-    for (i32 i = 0; i < reader->sections; i++) {
+    for (i32 i = 0; i < reader->sections; ++i) {
         if (!read_pairs(reader, i)) {
             return false;
         }
@@ -141,7 +141,7 @@ static bool read_all_pairs(HeaderReader* reader)
 static bool read_lists(HeaderReader* reader)
 {
     const u8* data = reader->entry->data;
-    for (i32 i = 0; i < reader->sections; i++) {
+    for (i32 i = 0; i < reader->sections; ++i) {
         TbSection* section = reader->section[i];
         if (!tb_has_lists(section)) {
             continue;
@@ -178,8 +178,8 @@ static void align_blocks(HeaderReader* reader)
 // file does not end right behind them.
 static bool place_tables(HeaderReader* reader)
 {
-    for (i32 part = 0; part < 3; part++) {
-        for (i32 i = 0; i < reader->sections; i++) {
+    for (i32 part = 0; part < 3; ++part) {
+        for (i32 i = 0; i < reader->sections; ++i) {
             if (part == 2) {
                 align_blocks(reader);
             }
@@ -199,7 +199,7 @@ static bool place_tables(HeaderReader* reader)
 
 static bool index_tables_are_sound(const HeaderReader* reader)
 {
-    for (i32 i = 0; i < reader->sections; i++) {
+    for (i32 i = 0; i < reader->sections; ++i) {
         if (!tb_index_table_is_sound(reader->section[i]->pairs)) {
             return false;
         }
@@ -214,7 +214,6 @@ bool tb_read_header(TbEntry* entry, TbKind kind)
         return false;
     }
     list_sections(&reader);
-    return read_orders(&reader) && read_all_pairs(&reader)
-        && (kind == TbWdl || read_lists(&reader)) && place_tables(&reader)
-        && index_tables_are_sound(&reader);
+    return read_orders(&reader) && read_all_pairs(&reader) && (kind == TbWdl || read_lists(&reader))
+        && place_tables(&reader) && index_tables_are_sound(&reader);
 }

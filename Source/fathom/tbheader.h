@@ -5,8 +5,8 @@
 
 // The two files of a table.
 enum TbKind : i32 {
-    TbWdl,                      // win, draw, loss: a section for each side to move
-    TbDtz,                      // distances: a section for one side to move
+    TbWdl, // win, draw, loss: a section for each side to move
+    TbDtz, // distances: a section for one side to move
 };
 
 // Sets up all sections of an entry whose file is mapped (data null: an empty file). Returns false

@@ -6,8 +6,8 @@
 #include <cassert>
 
 static constexpr i32 pawn_squares = 48;
-static constexpr i32 lead_single = 31332;       // placements of three single pieces
-static constexpr i32 lead_kings = 462;          // placements of two kings
+static constexpr i32 lead_single = 31332; // placements of three single pieces
+static constexpr i32 lead_kings = 462;    // placements of two kings
 
 // Where the cases of three single pieces begin: the first off the diagonal, or the second, the
 // third, none.
@@ -46,27 +46,27 @@ static constexpr i32 edge_distance(i32 square)
 // ---- Constant tables
 
 struct IndexTables {
-    u32 binomial[5][64];                // [k - 1][n]: subsets of k out of n things
-    u8 triangle[64];                    // the squares a1-d1-d4, those off the diagonal first
-    u8 lower[64];                       // the 28 squares below the diagonal
-    u16 kk_idx[10][64];                 // [first king in the triangle][second king]
+    u32 binomial[5][64]; // [k - 1][n]: subsets of k out of n things
+    u8 triangle[64];     // the squares a1-d1-d4, those off the diagonal first
+    u8 lower[64];        // the 28 squares below the diagonal
+    u16 kk_idx[10][64];  // [first king in the triangle][second king]
     u8 flap[64];
-    u8 ptwist[64];                      // 0 to 47, greatest for the pawn nearest to leading
-    u32 pawn_idx[5][24];                // [leading pawns - 1][flap of the first]
-    u32 pfactor[5][tb_pawn_files];      // placements of the leading pawns
+    u8 ptwist[64];                 // 0 to 47, greatest for the pawn nearest to leading
+    u32 pawn_idx[5][24];           // [leading pawns - 1][flap of the first]
+    u32 pfactor[5][tb_pawn_files]; // placements of the leading pawns
 };
 
-static constexpr u16 no_pair = 0xffff;          // of kings that stand next to each other
+static constexpr u16 no_pair = 0xffff; // of kings that stand next to each other
 static constexpr i32 triangle_squares[10] = { 1, 2, 3, 10, 11, 19, 0, 9, 18, 27 };
 
 static constexpr void make_binomials(IndexTables* tables)
 {
-    for (u32 n = 0; n < 64; n++) {
+    for (u32 n = 0; n < 64; ++n) {
         tables->binomial[0][n] = n;
     }
-    for (i32 k = 1; k < 5; k++) {
+    for (i32 k = 1; k < 5; ++k) {
         tables->binomial[k][0] = 0;
-        for (i32 n = 1; n < 64; n++) {
+        for (i32 n = 1; n < 64; ++n) {
             tables->binomial[k][n] = tables->binomial[k][n - 1] + tables->binomial[k - 1][n - 1];
         }
     }
@@ -82,9 +82,9 @@ static constexpr bool kings_apart(i32 a, i32 b)
 static constexpr void make_king_pairs(IndexTables* tables)
 {
     u16 number = 0;
-    for (i32 both_on_diagonal = 0; both_on_diagonal < 2; both_on_diagonal++) {
-        for (i32 t = 0; t < 10; t++) {
-            for (i32 s = 0; s < 64; s++) {
+    for (i32 both_on_diagonal = 0; both_on_diagonal < 2; ++both_on_diagonal) {
+        for (i32 t = 0; t < 10; ++t) {
+            for (i32 s = 0; s < 64; ++s) {
                 const i32 first = triangle_squares[t];
                 const bool on_diagonal = off(first) == 0 && off(s) == 0;
                 if (kings_apart(first, s) && on_diagonal == (both_on_diagonal != 0)
@@ -98,21 +98,21 @@ static constexpr void make_king_pairs(IndexTables* tables)
 
 static constexpr void make_square_tables(IndexTables* tables)
 {
-    for (i32 t = 0; t < 10; t++) {
+    for (i32 t = 0; t < 10; ++t) {
         tables->triangle[triangle_squares[t]] = static_cast<u8>(t);
-        for (i32 s = 0; s < 64; s++) {
+        for (i32 s = 0; s < 64; ++s) {
             tables->kk_idx[t][s] = no_pair;
         }
     }
-    for (i32 s = 0; s < 64; s++) {
+    for (i32 s = 0; s < 64; ++s) {
         const i32 rank = rank_of(s);
         if (off(s) < 0) {
             tables->lower[s] = static_cast<u8>(rank * (15 - rank) / 2 + file_of(s) - rank - 1);
         }
         if (rank >= 1 && rank <= 6) {
             tables->flap[s] = static_cast<u8>(6 * edge_distance(s) + rank - 1);
-            tables->ptwist[s] = static_cast<u8>(
-                47 - 12 * edge_distance(s) - 2 * (rank - 1) - (file_of(s) > 3));
+            tables->ptwist[s] =
+                static_cast<u8>(47 - 12 * edge_distance(s) - 2 * (rank - 1) - (file_of(s) > 3));
         }
     }
 }
@@ -120,10 +120,10 @@ static constexpr void make_square_tables(IndexTables* tables)
 // Placements of the other leading pawns, all with a smaller ptwist, summed up along each file.
 static constexpr void make_pawn_tables(IndexTables* tables)
 {
-    for (i32 t = 0; t < 5; t++) {
-        for (i32 file = 0; file < tb_pawn_files; file++) {
+    for (i32 t = 0; t < 5; ++t) {
+        for (i32 file = 0; file < tb_pawn_files; ++file) {
             u32 sum = 0;
-            for (i32 rank = 1; rank < 7; rank++) {
+            for (i32 rank = 1; rank < 7; ++rank) {
                 const i32 square = 8 * rank + file;
                 tables->pawn_idx[t][tables->flap[square]] = sum;
                 sum += t == 0 ? 1 : tables->binomial[t - 1][tables->ptwist[square]];
@@ -154,7 +154,7 @@ static i32 take_run(const TbEntry* entry, const TbSection* section, i32 start, u
     const u8 code = section->pieces[start];
     i32 end = start + 1;
     while (end < entry->num && section->pieces[end] == code) {
-        end++;
+        ++end;
     }
     if (taken[code] || end - start != entry->count[code]) {
         return 0;
@@ -210,7 +210,7 @@ static bool set_norms(const TbEntry* entry, TbSection* section)
 
 static u64 leading_placements(const TbEntry* entry, i32 file)
 {
-    return entry->has_pawns ? tables.pfactor[entry->pawns[0] - 1][file]
+    return entry->has_pawns    ? tables.pfactor[entry->pawns[0] - 1][file]
         : entry->enc_type == 0 ? lead_single
                                : lead_kings;
 }
@@ -225,7 +225,7 @@ static u64 calc_factors(const TbEntry* entry, TbSection* section, i32 file, i32 
     i32 i = leading_pieces(entry);
     i32 left = 64 - i;
     u64 size = 1;
-    for (i32 k = 0; i < entry->num || k <= order || (second && k <= order2); k++) {
+    for (i32 k = 0; i < entry->num || k <= order || (second && k <= order2); ++k) {
         if (k == order) {
             factor[0] = size;
             size *= leading_placements(entry, file);
@@ -256,17 +256,17 @@ u64 tb_set_groups(const TbEntry* entry, TbSection* section, i32 file, i32 order,
 
 static inline void mirror_all(i32* squares, i32 num, i32 mask)
 {
-    for (i32 i = 0; i < num; i++) {
+    for (i32 i = 0; i < num; ++i) {
         squares[i] ^= mask;
     }
 }
 
 static inline void sort_rising(i32* squares, i32 count)
 {
-    for (i32 i = 1; i < count; i++) {
+    for (i32 i = 1; i < count; ++i) {
         const i32 square = squares[i];
         i32 place = i;
-        for (; place > 0 && squares[place - 1] > square; place--) {
+        for (; place > 0 && squares[place - 1] > square; --place) {
             squares[place] = squares[place - 1];
         }
         squares[place] = square;
@@ -279,14 +279,14 @@ static inline u64 group_digit(i32* squares, i32 i, i32 t, i32 skipped)
 {
     sort_rising(squares + i, t);
     u64 digit = 0;
-    for (i32 m = i; m < i + t; m++) {
+    for (i32 m = i; m < i + t; ++m) {
         const i32 p = squares[m];
         i32 j = skipped;
-        for (i32 before = 0; before < i; before++) {
+        for (i32 before = 0; before < i; ++before) {
             j += squares[before] < p;
         }
-        assert(m-i >= 0 && m-i < 5);
-        assert(p-j >= 0 && p-j < 64);
+        assert(m - i >= 0 && m - i < 5);
+        assert(p - j >= 0 && p - j < 64);
         digit += tables.binomial[m - i][p - j];
     }
     return digit;
@@ -308,12 +308,12 @@ static void mirror_into_triangle(i32 num, i32 lead, i32* squares)
 {
     const i32 mask = (file_of(squares[0]) > 3 ? 7 : 0) | (rank_of(squares[0]) > 3 ? 56 : 0);
     mirror_all(squares, num, mask);
-    for (i32 i = 0; i < lead; i++) {
+    for (i32 i = 0; i < lead; ++i) {
         if (off(squares[i]) == 0) {
             continue;
         }
         if (off(squares[i]) > 0) {
-            for (i32 k = 0; k < num; k++) {
+            for (i32 k = 0; k < num; ++k) {
                 squares[k] = flip_diagonal(squares[k]);
             }
         }
@@ -347,7 +347,7 @@ u64 encode_piece(i32 num, i32 enc_type, const u8* norm, const u64* factor, i32* 
 {
     mirror_into_triangle(num, norm[0], squares);
     const i32 digit = enc_type == 0 ? single_digit(squares)
-        : tables.kk_idx[tables.triangle[squares[0]]][squares[1]];
+                                    : tables.kk_idx[tables.triangle[squares[0]]][squares[1]];
     return static_cast<u64>(digit) * factor[0]
         + further_groups(norm[0], num, norm, factor, squares);
 }
@@ -355,7 +355,7 @@ u64 encode_piece(i32 num, i32 enc_type, const u8* norm, const u64* factor, i32* 
 i32 tb_choose_leading_pawn(i32 count, i32* squares)
 {
     i32 leading = 0;
-    for (i32 i = 1; i < count; i++) {
+    for (i32 i = 1; i < count; ++i) {
         if (tables.flap[squares[i]] < tables.flap[squares[leading]]) {
             leading = i;
         }
@@ -366,8 +366,8 @@ i32 tb_choose_leading_pawn(i32 count, i32* squares)
 
 static void sort_by_falling_ptwist(i32* squares, i32 count)
 {
-    for (i32 i = 1; i < count; i++) {
-        for (i32 k = i; k > 0; k--) {
+    for (i32 i = 1; i < count; ++i) {
+        for (i32 k = i; k > 0; --k) {
             if (tables.ptwist[squares[k - 1]] < tables.ptwist[squares[k]]) {
                 std::swap(squares[k - 1], squares[k]);
             }
@@ -381,7 +381,7 @@ static u64 leading_pawns_digit(i32 count, i32* squares)
     sort_by_falling_ptwist(squares + 1, count - 1);
     const i32 t = count - 1;
     u64 digit = tables.pawn_idx[t][tables.flap[squares[0]]];
-    for (i32 i = 1; i <= t; i++) {
+    for (i32 i = 1; i <= t; ++i) {
         digit += tables.binomial[t - i][tables.ptwist[squares[i]]];
     }
     return digit;

@@ -43,7 +43,7 @@ static tb_move* add_promotions(tb_move* out, i32 from, u64 targets)
 {
     while (targets != 0) {
         const i32 squares = from << 6 | pop_lowest(&targets);
-        for (i32 code = TbPromoteQueen; code <= TbPromoteKnight; code++) {
+        for (i32 code = TbPromoteQueen; code <= TbPromoteKnight; ++code) {
             *out++ = static_cast<tb_move>(code << 12 | squares);
         }
     }
@@ -159,7 +159,7 @@ static void remove_pieces(TbPos* pos, u64 squares)
     const u64 kept = ~squares;
     pos->white &= kept;
     pos->black &= kept;
-    for (i32 type = Pawn; type <= King; type++) {
+    for (i32 type = Pawn; type <= King; ++type) {
         pos->*type_set[type] &= kept;
     }
 }
@@ -169,7 +169,7 @@ static i32 type_on(const TbPos* pos, i32 square)
 {
     i32 type = King;
     while (type != NoPiece && (pos->*type_set[type] & bit(square)) == 0) {
-        type--;
+        --type;
     }
     return type;
 }
@@ -203,7 +203,7 @@ bool tb_do_move(TbPos* out, const TbPos* pos, tb_move move)
     if (capture || type == Pawn) {
         out->rule50 = 0;
     } else if (out->rule50 < 255) {
-        out->rule50++;
+        ++out->rule50;
     }
     if (type == Pawn) {
         finish_pawn_move(out, pos, from, to);
@@ -216,9 +216,9 @@ bool tb_has_legal_move(const TbPos* pos, bool without_ep)
     tb_move list[tb_max_moves];
     const tb_move* end = tb_gen_moves(pos, list);
     TbPos next;
-    for (const tb_move* move = list; move < end; move++) {
-        const bool by_ep = pos->ep != 0 && tb_to(*move) == pos->ep
-            && (pos->pawns & bit(tb_from(*move))) != 0;
+    for (const tb_move* move = list; move < end; ++move) {
+        const bool by_ep =
+            pos->ep != 0 && tb_to(*move) == pos->ep && (pos->pawns & bit(tb_from(*move))) != 0;
         if (!(without_ep && by_ep) && tb_do_move(&next, pos, *move)) {
             return true;
         }

@@ -8,16 +8,21 @@
 struct TbPos {
     u64 white, black;
     u64 kings, queens, rooks, bishops, knights, pawns;
-    u8 rule50;                  // half-move clock; stops at 255
-    u8 ep;                      // en-passant square, 0 if none
-    u8 turn;                    // 1 white to move, 0 black to move
+    u8 rule50; // half-move clock; stops at 255
+    u8 ep;     // en-passant square, 0 if none
+    u8 turn;   // 1 white to move, 0 black to move
 };
 
 // A move of the table code: to-square in bits 0-5, from-square in bits 6-11, promotion in 12-14.
 using tb_move = u16;
 
-enum TbPromotion : i32 { TbPromoteNone, TbPromoteQueen, TbPromoteRook, TbPromoteBishop,
-    TbPromoteKnight };
+enum TbPromotion : i32 {
+    TbPromoteNone,
+    TbPromoteQueen,
+    TbPromoteRook,
+    TbPromoteBishop,
+    TbPromoteKnight
+};
 
 inline i32 tb_to(tb_move move)
 {

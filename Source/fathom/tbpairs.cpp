@@ -10,10 +10,10 @@ static constexpr u32 leaf_mark = 0xfff;
 static constexpr u32 max_symbols = 4095;
 static constexpr i32 max_code_length = 32;
 static constexpr i32 max_symbol_values = 256;
-static constexpr i32 max_log2 = 31;             // of bytes per block and values per index entry
-static constexpr i32 fixed_header = 10;         // bytes before the offsets
+static constexpr i32 max_log2 = 31;     // of bytes per block and values per index entry
+static constexpr i32 fixed_header = 10; // bytes before the offsets
 static constexpr i32 index_entry_size = 6;
-static constexpr u64 longest_walk = 65536;      // blocks; more than any table of 6 pieces needs
+static constexpr u64 longest_walk = 65536; // blocks; more than any table of 6 pieces needs
 
 // ---- Set-up
 
@@ -24,7 +24,7 @@ struct PairsHeader {
     u32 blocks;
     u32 size_entries;
     i32 min_len;
-    i32 lengths;                        // code lengths, from min_len on
+    i32 lengths; // code lengths, from min_len on
     u32 num_syms;
     const u8* offset;
     const u8* sympat;
@@ -114,7 +114,7 @@ static bool measure_symbol(SymbolWalk* walk, u32 symbol)
 static bool measure_symbols(const PairsData* pairs, u32 num_syms, i32 highest)
 {
     SymbolWalk walk = { pairs->sympat, pairs->symlen, num_syms, static_cast<u32>(highest), {} };
-    for (u32 symbol = 0; symbol < num_syms; symbol++) {
+    for (u32 symbol = 0; symbol < num_syms; ++symbol) {
         if (!measure_symbol(&walk, symbol)) {
             return false;
         }
@@ -125,8 +125,8 @@ static bool measure_symbols(const PairsData* pairs, u32 num_syms, i32 highest)
 // Whether all bits that a block may hold lead to a symbol that there is.
 static bool codes_are_covered(const PairsData* pairs, i32 lengths, u32 num_syms)
 {
-    u64 limit = 1ULL << 32;             // above the codes of a length
-    for (i32 i = 0; i < lengths; i++) {
+    u64 limit = 1ULL << 32; // above the codes of a length
+    for (i32 i = 0; i < lengths; ++i) {
         const u64 base = pairs->base[i];
         const i32 unused = 32 - (pairs->min_len + i);
         const u64 first = tb_u16(pairs->offset + 2 * i);
@@ -142,8 +142,8 @@ static bool codes_are_covered(const PairsData* pairs, i32 lengths, u32 num_syms)
 // make no such code.
 static bool set_bases(PairsData* pairs, i32 lengths, u32 num_syms)
 {
-    u64 code = 0;                       // the smallest of a length
-    for (i32 i = lengths - 1; i >= 0; i--) {
+    u64 code = 0; // the smallest of a length
+    for (i32 i = lengths - 1; i >= 0; --i) {
         const i32 length = pairs->min_len + i;
         const i64 first = tb_u16(pairs->offset + 2 * i);
         if (i < lengths - 1) {
@@ -164,10 +164,10 @@ static bool set_bases(PairsData* pairs, i32 lengths, u32 num_syms)
 // Finds for every start of a code the shortest length that it can have.
 static void set_shortest(PairsData* pairs)
 {
-    for (u32 start = 0; start < 256; start++) {
+    for (u32 start = 0; start < 256; ++start) {
         u8 i = 0;
         while ((start << 24 | 0xffffff) < pairs->base[i]) {
-            i++;
+            ++i;
         }
         pairs->shortest[start] = i;
     }
@@ -188,8 +188,8 @@ static PairsData* new_pairs(i32 lengths, u32 num_syms, u64 table_size)
     return pairs;
 }
 
-PairsData* tb_setup_pairs(const u8* data, const u8* end, u64 table_size, i32 highest, u64 size[3],
-    const u8** next)
+PairsData* tb_setup_pairs(
+    const u8* data, const u8* end, u64 table_size, i32 highest, u64 size[3], const u8** next)
 {
     PairsHeader header;
     if (!read_header(data, end, &header)) {
@@ -254,18 +254,18 @@ static inline bool find_block(const PairsData* pairs, u64 index, u64* block_foun
     u64 block = tb_u32(entry);
     const u64 lowest = block - std::min(block, longest_walk);
     const u64 end = std::min<u64>(pairs->blocks, block + longest_walk + 1);
-    i64 lit = static_cast<i64>(index & (stretch - 1)) - static_cast<i64>(stretch / 2)
-        + tb_u16(entry + 4);
+    i64 lit =
+        static_cast<i64>(index & (stretch - 1)) - static_cast<i64>(stretch / 2) + tb_u16(entry + 4);
     while (lit < 0) {
         if (block == lowest) {
             return false;
         }
-        block--;
+        --block;
         lit += last_value(pairs, block) + 1;
     }
     while (lit > last_value(pairs, block)) {
         lit -= last_value(pairs, block) + 1;
-        block++;
+        ++block;
         if (block >= end) {
             return false;
         }
@@ -290,11 +290,11 @@ static inline i32 find_symbol(const PairsData* pairs, u64 block, i32* place)
         const u32 top = static_cast<u32>(bits >> 32);
         i32 i = pairs->shortest[top >> 24];
         while (top < pairs->base[i]) {
-            i++;
+            ++i;
         }
         const i32 length = pairs->min_len + i;
-        const u32 symbol = tb_u16(pairs->offset + 2 * i)
-            + ((top - pairs->base[i]) >> (32 - length));
+        const u32 symbol =
+            tb_u16(pairs->offset + 2 * i) + ((top - pairs->base[i]) >> (32 - length));
         const i32 values = pairs->symlen[symbol] + 1;
         if (lit < values) {
             *place = lit;
@@ -353,8 +353,8 @@ static bool values_fill_the_blocks(const PairsData* pairs)
     u64 block = 0;
     i32 place = 0;
     return find_block(pairs, 0, &block, &place) && block == 0 && place == 0
-        && find_block(pairs, pairs->table_size - 1, &block, &place)
-        && block + 1 == pairs->blocks && place == last_value(pairs, block);
+        && find_block(pairs, pairs->table_size - 1, &block, &place) && block + 1 == pairs->blocks
+        && place == last_value(pairs, block);
 }
 
 bool tb_index_table_is_sound(const PairsData* pairs)
@@ -364,7 +364,7 @@ bool tb_index_table_is_sound(const PairsData* pairs)
     }
     const u64 stretch = 1ULL << pairs->idx_bits;
     const u64 entries = (pairs->table_size + stretch - 1) >> pairs->idx_bits;
-    for (u64 q = 0; q < entries; q++) {
+    for (u64 q = 0; q < entries; ++q) {
         if (tb_u32(pairs->index_table + index_entry_size * q) >= pairs->size_entries) {
             return false;
         }

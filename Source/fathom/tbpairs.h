@@ -20,8 +20,8 @@ inline u32 tb_u32(const u8* bytes)
 // the bytes of index table, size table and blocks, *next the end of the header. The record's
 // index_table, size_table and data are left to the caller, who also frees it by free. Returns null
 // if the header is not sound or there is no memory.
-PairsData* tb_setup_pairs(const u8* data, const u8* end, u64 table_size, i32 highest, u64 size[3],
-    const u8** next);
+PairsData* tb_setup_pairs(
+    const u8* data, const u8* end, u64 table_size, i32 highest, u64 size[3], const u8** next);
 
 // Makes the record of a section in which all values are the same; null if there is no memory.
 PairsData* tb_one_value(i32 value, u64 table_size);

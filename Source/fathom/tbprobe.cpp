@@ -13,11 +13,11 @@
 #include "shell/run_state.h"
 
 static constexpr i32 loss = -2;
-static constexpr i32 cursed_win = 1;            // spoiled by the fifty-move rule
+static constexpr i32 cursed_win = 1; // spoiled by the fifty-move rule
 static constexpr i32 win = 2;
-static constexpr i32 worst = -3;                // below all values
-static constexpr i32 cursed_distance = 100;     // distances beyond it are not won in time
-static constexpr i32 pieces_always_small = 5;   // up to here the depth option for 5 decides
+static constexpr i32 worst = -3;              // below all values
+static constexpr i32 cursed_distance = 100;   // distances beyond it are not won in time
+static constexpr i32 pieces_always_small = 5; // up to here the depth option for 5 decides
 static constexpr i32 depth_never = 100;
 
 // The distance of a position whose next move already zeroes the clock, by WDL value.
@@ -34,7 +34,7 @@ i32 tb_probe_ab(const TbPos* pos, i32 alpha, i32 beta, i32* success)
     tb_move list[tb_max_moves];
     const tb_move* end = tb_gen_captures(pos, list);
     TbPos next;
-    for (const tb_move* move = list; move < end; move++) {
+    for (const tb_move* move = list; move < end; ++move) {
         if (!tb_do_move(&next, pos, *move)) {
             continue;
         }
@@ -66,7 +66,7 @@ static i32 best_en_passant(const TbPos* pos, i32* success)
     const tb_move* end = tb_gen_en_passant(pos, list);
     TbPos next;
     i32 best = worst;
-    for (const tb_move* move = list; move < end; move++) {
+    for (const tb_move* move = list; move < end; ++move) {
         if (!tb_do_move(&next, pos, *move)) {
             continue;
         }
@@ -106,7 +106,7 @@ static bool pawn_step_wins(const TbPos* pos, i32 wdl, i32* success)
     tb_move list[tb_max_moves];
     const tb_move* end = tb_gen_pawn_steps(pos, list);
     TbPos next;
-    for (const tb_move* move = list; move < end; move++) {
+    for (const tb_move* move = list; move < end; ++move) {
         if (!tb_do_move(&next, pos, *move)) {
             continue;
         }
@@ -141,7 +141,7 @@ static i32 search_lost(const TbPos* pos, i32 wdl, i32* success)
     const tb_move* end = tb_gen_moves(pos, list);
     TbPos next;
     i32 best = -1;
-    for (const tb_move* move = list; move < end; move++) {
+    for (const tb_move* move = list; move < end; ++move) {
         if (!tb_do_move(&next, pos, *move)) {
             continue;
         }
@@ -164,7 +164,7 @@ static i32 search_won(const TbPos* pos, i32* success)
     const tb_move* end = tb_gen_moves(pos, list);
     TbPos next;
     i32 best = BEST_NONE;
-    for (const tb_move* move = list; move < end; move++) {
+    for (const tb_move* move = list; move < end; ++move) {
         if (!tb_do_move(&next, pos, *move) || next.rule50 == 0) {
             continue;
         }
@@ -269,8 +269,8 @@ i32 tb_probe_search(Position* pos, i32 depth)
         return -1;
     }
     if (pieces > pieces_always_small) {
-        const i32 needed = pieces == tb_max_pieces ? load(worker_options.syzygy_probe_depth6)
-                                                   : depth_never;
+        const i32 needed =
+            pieces == tb_max_pieces ? load(worker_options.syzygy_probe_depth6) : depth_never;
         if (depth < needed) {
             return -1;
         }
@@ -328,8 +328,7 @@ static i32 distance_by_move(const TbPos* next, i32 distance, i32* success)
 // Whether a move's value keeps what the root's distance says.
 static bool keeps_result(i32 distance, i32 value)
 {
-    return value != not_legal
-        && (distance > 0 ? value > 0 : distance < 0 ? value < 0 : value == 0);
+    return value != not_legal && (distance > 0 ? value > 0 : distance < 0 ? value < 0 : value == 0);
 }
 
 // The place of the move to play among count values, or -1 if none keeps the result. The fastest
@@ -338,9 +337,9 @@ static i32 choose_move(const TbPos* pos, i32 distance, const i32* values, i32 co
 {
     i32 best = -1;
     i32 keeping = 0;
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         if (keeps_result(distance, values[i])) {
-            keeping++;
+            ++keeping;
             if (best < 0 || values[i] < values[best]) {
                 best = i;
             }
@@ -351,7 +350,7 @@ static i32 choose_move(const TbPos* pos, i32 distance, const i32* values, i32 co
     }
     u64 skip = tb_material_key(pos, !pos->turn) % static_cast<u64>(keeping);
     for (best = 0; !keeps_result(0, values[best]) || skip-- > 0;) {
-        best++;
+        ++best;
     }
     return best;
 }
@@ -390,7 +389,7 @@ i32 tb_probe_root(Position* pos, u32* wdl, u32* dtz, u16* move)
     tb_move list[tb_max_moves];
     i32 values[tb_max_moves];
     const i32 count = static_cast<i32>(tb_gen_moves(&root, list) - list);
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         TbPos next;
         values[i] = not_legal;
         if (tb_do_move(&next, &root, list[i])) {

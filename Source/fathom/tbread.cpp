@@ -9,9 +9,9 @@
 
 // How the position must be turned to be seen as the table sees it.
 struct PointOfView {
-    i32 cmirror;                        // XORed on a piece code
-    i32 mirror;                         // XORed on a square
-    i32 bside;                          // the side to move, 1 the one named second
+    i32 cmirror; // XORed on a piece code
+    i32 mirror;  // XORed on a square
+    i32 bside;   // the side to move, 1 the one named second
 };
 
 static PointOfView point_of_view(const TbEntry* entry, const TbPos* pos, u64 key)
@@ -22,8 +22,8 @@ static PointOfView point_of_view(const TbEntry* entry, const TbPos* pos, u64 key
 }
 
 // Appends the squares of a code's pieces at place i. Returns the next place, i if there are none.
-static inline i32 place_pieces(const TbPos* pos, PointOfView view, i32 code, i32 num, i32 i,
-    i32* squares)
+static inline i32 place_pieces(
+    const TbPos* pos, PointOfView view, i32 code, i32 num, i32 i, i32* squares)
 {
     const i32 seen = code ^ view.cmirror;
     u64 set = tb_pieces_of(pos, seen & 7, (seen & 8) == 0);
@@ -34,8 +34,8 @@ static inline i32 place_pieces(const TbPos* pos, PointOfView view, i32 code, i32
 }
 
 // The section of the position, with the leading pawns placed.
-static const TbSection* find_section(TbEntry* entry, const TbPos* pos, PointOfView view, i32 side,
-    i32* squares)
+static const TbSection* find_section(
+    TbEntry* entry, const TbPos* pos, PointOfView view, i32 side, i32* squares)
 {
     if (!entry->has_pawns) {
         return tb_section(entry, 0, side);
@@ -53,7 +53,7 @@ static i32 look_up(const TbEntry* entry, const TbSection* section, const TbPos* 
     for (i32 i = entry->has_pawns ? entry->pawns[0] : 0; i < entry->num;) {
         const i32 next = place_pieces(pos, view, section->pieces[i], entry->num, i, squares);
         if (next == i) {
-            return -1;                  // not the material of the table
+            return -1; // not the material of the table
         }
         i = next;
     }

@@ -23,7 +23,7 @@ HashSlot* hash_high;
 f64 hash_fill;
 Shared<u8> hash_written;
 
-static constexpr u32 reserve_slots = 16;        // keep the last bucket inside the block
+static constexpr u32 reserve_slots = 16; // keep the last bucket inside the block
 static constexpr i32 bucket_slots = 4;
 static constexpr u64 huge_page = 2ULL << 20;
 
@@ -48,7 +48,7 @@ void probe_hash(Position* pos, HashEntry* out)
 {
     const HashSlot* slot = hash_bucket(pos->key);
     const u32 key32 = static_cast<u32>(pos->key);
-    for (i32 i = 0; i < bucket_slots; i++, slot++) {
+    for (i32 i = 0; i < bucket_slots; ++i, ++slot) {
         const u64 word0 = load(slot->word[0]);
         if (static_cast<u32>(word0) != key32) {
             continue;
@@ -72,7 +72,7 @@ static HashSlot* choose_slot(const Position* pos, i32 depth)
     HashSlot* bucket = hash_bucket(pos->key);
     const u32 key32 = static_cast<u32>(pos->key);
     HashEntry entries[bucket_slots];
-    for (i32 i = 0; i < bucket_slots; i++) {
+    for (i32 i = 0; i < bucket_slots; ++i) {
         entries[i] = entry_of_words(load(bucket[i].word[0]), load(bucket[i].word[1]));
         if (entries[i].key32 == key32) {
             const bool keep = entries[i].depth - 3 > depth && pos->cnt50 <= entries[i].cnt50;
@@ -80,7 +80,7 @@ static HashSlot* choose_slot(const Position* pos, i32 depth)
         }
     }
     i32 shallowest = 0;
-    for (i32 i = 0; i < bucket_slots; i++) {
+    for (i32 i = 0; i < bucket_slots; ++i) {
         if (entries[i].age != hash_age) {
             return &bucket[i];
         }
@@ -177,7 +177,7 @@ i32 alloc_hash()
 
 static void clear_slots(u64 first, u64 count)
 {
-    for (u64 i = first; i < first + count; i++) {
+    for (u64 i = first; i < first + count; ++i) {
         store(hash_table[i].word[0], 0);
         store(hash_table[i].word[1], 0);
     }
@@ -206,7 +206,7 @@ void clear_hash()
         store(hash_written, 0);
         return;
     }
-    for (i32 i = 0; i < num_threads; i++) {
+    for (i32 i = 0; i < num_threads; ++i) {
         post_command(load(workers[i]), CommandClearHash);
     }
     wait_for_workers();
@@ -232,7 +232,7 @@ void estimate_hash_fill()
     }
     i32 used = 0;
     const u32 first = hash_slots / 2 - sample / 2;
-    for (u32 i = first; i < first + sample; i++) {
+    for (u32 i = first; i < first + sample; ++i) {
         const u64 word1 = load(hash_table[i].word[1]);
         used += entry_of_words(0, word1).age == hash_age;
     }

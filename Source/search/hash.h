@@ -7,13 +7,13 @@
 
 // A private copy of a slot. Word 0 holds key32 and check, word 1 the rest.
 struct HashEntry {
-    u32 key32;                  // low half of the key
-    u32 check;                  // upper half, score and move folded together
-    u16 move;                   // 0 if none
-    i16 score;                  // mate scores independent of ply
+    u32 key32; // low half of the key
+    u32 check; // upper half, score and move folded together
+    u16 move;  // 0 if none
+    i16 score; // mate scores independent of ply
     i8 depth;
-    u8 bound;                   // HashBound
-    u8 age;                     // hash_age of the search that wrote it
+    u8 bound; // HashBound
+    u8 age;   // hash_age of the search that wrote it
     u8 cnt50;
 };
 static_assert(sizeof(HashEntry) == 16);
@@ -22,10 +22,10 @@ enum HashBound : u8 { BoundUpper = 1, BoundLower = 2, BoundExact = 3 };
 
 // Values of depth in a copy that no stored entry has.
 enum : i8 {
-    HashNotFound = -10,         // preset by the caller
-    HashCheckFailed = -98,      // torn write or another position
-    HashMoveFailed = -99,       // the move cannot be played here
-    HashUsable = -9,            // from here up the copy is an entry
+    HashNotFound = -10,    // preset by the caller
+    HashCheckFailed = -98, // torn write or another position
+    HashMoveFailed = -99,  // the move cannot be played here
+    HashUsable = -9,       // from here up the copy is an entry
 };
 
 struct HashSlot {
@@ -33,12 +33,12 @@ struct HashSlot {
 };
 static_assert(sizeof(HashSlot) == 16);
 
-extern HashSlot* hash_table;    // hash_slots + 16 slots, null if not allocated
+extern HashSlot* hash_table; // hash_slots + 16 slots, null if not allocated
 extern u32 hash_slots;
 extern u64 hash_mask;
 extern HashSlot* hash_low;
 extern HashSlot* hash_high;
-extern f64 hash_fill;           // share of sampled slots written by this search; under info_lock
+extern f64 hash_fill; // share of sampled slots written by this search; under info_lock
 
 // Whether a slot may have been written since the table was mapped or cleared as a whole. Clearing
 // a table that nobody has written would only make all of its memory resident.

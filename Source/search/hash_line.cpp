@@ -3,7 +3,7 @@
 #include "search/hash.h"
 #include "shell/run_state.h"
 
-static constexpr i32 last_line_index = 67;      // lines end before this index
+static constexpr i32 last_line_index = 67; // lines end before this index
 
 // The move that the table holds for pos, or 0. Closes the line behind index where an entry of
 // depth 0 or more stands.
@@ -35,10 +35,10 @@ void extend_line_from_hash(Position* pos, i32 index, u16* line)
         }
         line[index] = move;
         make_move(pos, move);
-        made++;
-        index++;
+        ++made;
+        ++index;
     }
-    for (; made > 0; made--) {
+    for (; made > 0; --made) {
         unmake_move(pos);
     }
 }

@@ -13,8 +13,8 @@
 #include "shell/run_state.h"
 
 static constexpr i32 line_size = 512;
-static constexpr i32 line_moves = 66;           // most moves of a UCI line
-static constexpr i32 hash_fill_depth = 7;       // below it the fill is not sampled
+static constexpr i32 line_moves = 66;     // most moves of a UCI line
+static constexpr i32 hash_fill_depth = 7; // below it the fill is not sampled
 
 // The score as a table result at the root corrects it.
 static i32 corrected_score(i32 score)
@@ -55,7 +55,7 @@ static void score_text(i32 score, char* out, size_t size)
 static void moves_text(const u16* pv, i32 count, bool console, char* out)
 {
     out[0] = 0;
-    for (i32 i = 0; i < count && i + 1 < ply_count && pv[i + 1] != NoMove; i++) {
+    for (i32 i = 0; i < count && i + 1 < ply_count && pv[i + 1] != NoMove; ++i) {
         char text[8];
         if (i > 0) {
             append(out, console && i % 8 == 0 ? "\n                              " : " ");
@@ -81,14 +81,14 @@ static void uci_line(i32 pv_index, i32 depth, i32 score, const u16* pv, char* li
     snprintf(line, line_size,
         "info %sdepth %d seldepth %d score %s time %.0f nodes %.0f nps %.0f tbhits %.0f"
         " hashfull %.0f pv ",
-        prefix, depth, (master != nullptr ? master->seldepth : 0) - 1, score_part,
-        seconds * 1000, nodes, seconds > 0.001 ? nodes / seconds : 0.0,
+        prefix, depth, (master != nullptr ? master->seldepth : 0) - 1, score_part, seconds * 1000,
+        nodes, seconds > 0.001 ? nodes / seconds : 0.0,
         static_cast<f64>(total_counters[CountTbHits]), 1000 * hash_fill);
     append(line, moves);
 }
 
-static void console_line(i32 thread_id, i32 pv_index, i32 depth, i32 score, const u16* pv,
-    char* line)
+static void console_line(
+    i32 thread_id, i32 pv_index, i32 depth, i32 score, const u16* pv, char* line)
 {
     char moves[line_size];
     moves_text(pv, load(stop_code) == StopNone ? 8 : 32, true, moves);

@@ -7,8 +7,8 @@
 #include "search/search.h"
 #include "shell/run_state.h"
 
-static constexpr i32 last_reduction = 31;       // last row and column of the reduction tables
-static constexpr i32 good_quiet_score = 31;     // ordering scores above it are reduced less
+static constexpr i32 last_reduction = 31;   // last row and column of the reduction tables
+static constexpr i32 good_quiet_score = 31; // ordering scores above it are reduced less
 
 // Whether a slider's new rays reach one of the targets with nothing between. Squares that the
 // piece saw from its old square do not count.
@@ -51,8 +51,8 @@ static bool late_move_attacks(Position* pos, i32 side, const MoveEntry* entry)
 }
 
 // Whether the late-move rules drop a move of the given class.
-static bool is_dropped(Position* pos, i32 side, i32 depth, i32 searched, u16 flags,
-    const MoveEntry* entry)
+static bool is_dropped(
+    Position* pos, i32 side, i32 depth, i32 searched, u16 flags, const MoveEntry* entry)
 {
     if ((flags & FlagClasses) == 0) {
         const bool late = searched >= lmp_count[std::min(depth, last_margin)] + entry->score / 4;
@@ -78,10 +78,10 @@ static i32 reduction_of(const Position* pos, const PlyRecord* rec, i32 depth, i3
     }
     // The line was already reduced by three or more one ply up.
     if (!well_ordered && r != 0 && rec[-1].reduction > 2) {
-        r--;
+        --r;
     }
     if (loses(pos, entry)) {
-        r++;
+        ++r;
     }
     return row - r < 1 ? row - 1 : r;
 }
@@ -93,8 +93,8 @@ i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 bet
     PlyRecord* rec = &thread->ply_rec[ply];
     const i32 own = static_cast<i32>(side);
     pv[ply] = NoMove;
-    const bool prune_ok = depth <= LMP_depth && in_check == 0 && rec->in_iid == 0 && depth >= 1
-        && node_type != 0;
+    const bool prune_ok =
+        depth <= LMP_depth && in_check == 0 && rec->in_iid == 0 && depth >= 1 && node_type != 0;
     rec->moves_searched = 0;
     rec->stage = TryHashMove | UnreadStageFlag | FullSearch;
     i32 alpha0 = alpha;
@@ -137,8 +137,8 @@ i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 bet
             s = -search(pos, side ^ 1, ply + 1, depth - r - 1, -alpha - 1, -alpha, 1, child_pv);
             if (s > alpha) {
                 rec->reduction = 0;
-                s = -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -alpha, -(node_type != 0),
-                    child_pv);
+                s = -search(
+                    pos, side ^ 1, ply + 1, depth - 1, -beta, -alpha, -(node_type != 0), child_pv);
             }
         } else {
             const i32 d = rec->extend_hash_move && move == rec->hash_move ? depth + 1 : depth;

@@ -144,7 +144,7 @@ inline bool loses(const Position* pos, const MoveEntry* entry)
 // Copies a child's line behind the move at ply, its closing 0 included.
 inline void copy_line(u16* pv, const u16* child_pv, i32 ply)
 {
-    for (i32 i = ply + 1; i < ply_count; i++) {
+    for (i32 i = ply + 1; i < ply_count; ++i) {
         pv[i] = child_pv[i];
         if (child_pv[i] == NoMove) {
             break;

@@ -26,8 +26,8 @@ void reset_ordering(SearchThread* thread)
     memset(thread->counter_move, 0, sizeof thread->counter_move);
     memset(thread->counter_move2, 0, sizeof thread->counter_move2);
     memset(thread->follow_move, 0, sizeof thread->follow_move);
-    std::fill_n(&thread->history[0][0][0], sizeof thread->history / sizeof(i16),
-        history_rule.start);
+    std::fill_n(
+        &thread->history[0][0][0], sizeof thread->history / sizeof(i16), history_rule.start);
 }
 
 static void note_success(SearchThread* thread, i32 ply, Move move)
@@ -90,8 +90,8 @@ static i32 root_move_score(Position* pos, const PlyRecord* ply_rec, const MoveEn
     }
     const SearchThread* thread = pos->thread;
     const i32 previous_type = thread->ply_rec[thread->ply - 1].list_cursor->moved & 7;
-    const i32 base = history_base(thread->history[previous_type][entry->moved][to],
-        thread->history[0][entry->moved][to]);
+    const i32 base = history_base(
+        thread->history[previous_type][entry->moved][to], thread->history[0][entry->moved][to]);
     const i32 bonus = entry->move == ply_rec->killer[0] ? 60
         : entry->move == ply_rec->killer[1]             ? 50
                                                         : 0;
@@ -101,7 +101,7 @@ static i32 root_move_score(Position* pos, const PlyRecord* ply_rec, const MoveEn
 void order_root_moves(Position* pos, MoveEntry* list)
 {
     const PlyRecord* ply_rec = &pos->thread->ply_rec[pos->thread->ply];
-    for (MoveEntry* entry = list; entry->move != EndOfList; entry++) {
+    for (MoveEntry* entry = list; entry->move != EndOfList; ++entry) {
         entry->score = static_cast<i16>(root_move_score(pos, ply_rec, entry));
     }
 }

@@ -33,8 +33,8 @@ static constexpr ReductionRule nonpv_rule = { 0.46, 0.6, 5.0, 1 };
 
 static void fill_reductions(u8 table[32][32], const ReductionRule* rule, f64 scale)
 {
-    for (i32 d = 0; d < 32; d++) {
-        for (i32 m = 0; m < 32; m++) {
+    for (i32 d = 0; d < 32; ++d) {
+        for (i32 m = 0; m < 32; ++m) {
             table[d][m] = 0;
             if (d > 2 && m > 0) {
                 f64 x = scale * (rule->factor * std::log(d) * std::log(m) + rule->offset);
@@ -59,7 +59,7 @@ static u32 level_of_limit()
 // Margins wrap in 16 bits like the options they come from.
 static void fill_margins(const SearchParams* params)
 {
-    for (i32 d = 0; d < margin_entries; d++) {
+    for (i32 d = 0; d < margin_entries; ++d) {
         fp_margin[d] = static_cast<i16>(50 + params->FP_margin * d);
         sep_margin[d] = static_cast<i16>(params->SEP_margin * d);
         lmp_count[d] = static_cast<i16>(1 + params->LMP_count * d);
@@ -100,7 +100,7 @@ static void print_margins(const char* label, i32 depth, const char* what, const 
 {
     char line[256];
     int used = snprintf(line, sizeof line, "%s= %d, %s=", label, depth, what);
-    for (i32 d = 1; d <= std::min(depth, margin_entries - 1); d++) {
+    for (i32 d = 1; d <= std::min(depth, margin_entries - 1); ++d) {
         used += snprintf(line + used, sizeof line - static_cast<size_t>(used), " %d", table[d]);
     }
     print_plain("%s\n", line);
@@ -108,12 +108,12 @@ static void print_margins(const char* label, i32 depth, const char* what, const 
 
 static void print_reductions(const u8 table[32][32])
 {
-    for (i32 d = 1; d < 32; d++) {
+    for (i32 d = 1; d < 32; ++d) {
         char line[128];
         int used = snprintf(line, sizeof line, "%2d  ", d);
-        for (i32 m = 0; m < 32; m++) {
-            used += snprintf(line + used, sizeof line - static_cast<size_t>(used), "%d ",
-                table[d][m]);
+        for (i32 m = 0; m < 32; ++m) {
+            used +=
+                snprintf(line + used, sizeof line - static_cast<size_t>(used), "%d ", table[d][m]);
         }
         print_plain("%s\n", line);
     }
@@ -124,8 +124,8 @@ void print_search_params()
     print_plain("BP_margin= %d\n", BP_margin);
     print_margins("FP_depth", FP_depth, "margins", fp_margin);
     print_margins("SEP_depth", SEP_depth, "margins", sep_margin);
-    print_plain("PC: depth= %d, Red= %d, Margin= %d\n", ProbCut_depth, ProbCut_reduction,
-        ProbCut_margin);
+    print_plain(
+        "PC: depth= %d, Red= %d, Margin= %d\n", ProbCut_depth, ProbCut_reduction, ProbCut_margin);
     print_plain("NMP_depth= %d\n", NMP_depth);
     print_margins("LMP_depth", LMP_depth, "count", lmp_count);
     print_plain("LMR_depth= %d\n", LMR_depth);

@@ -12,11 +12,11 @@ static constexpr i32 phase_value[8] = { 0, 0, 3, 3, 5, 10, 99, 0 };
 
 static constexpr struct {
     i32 check_gain = 20000;
-    i32 last_piece_gain = 5000;         // leaves the opponent without pawns and mating material
-    i32 far_pawn_gain = 1500;           // a pawn reaches its seventh or eighth rank
-    i32 margin = 150;                   // of the delta test
-    i32 margin_dropped_in = 450;        // for nodes that come here at a positive depth
-    i32 recapture_depth = -3;           // below it only recaptures go on
+    i32 last_piece_gain = 5000;  // leaves the opponent without pawns and mating material
+    i32 far_pawn_gain = 1500;    // a pawn reaches its seventh or eighth rank
+    i32 margin = 150;            // of the delta test
+    i32 margin_dropped_in = 450; // for nodes that come here at a positive depth
+    i32 recapture_depth = -3;    // below it only recaptures go on
 } qsearch_rule;
 
 // What a move can gain at best, for the delta test.
@@ -35,7 +35,7 @@ static i32 promised_gain(const Position* pos, i32 side, const MoveEntry* entry)
         i32 pawns = static_cast<i32>(pos->piece_count[side ^ 1] & 15);
         i32 material = pos->phase_mtl[side ^ 1];
         if (captured == Pawn) {
-            pawns--;
+            --pawns;
         } else {
             material -= phase_value[captured];
         }
@@ -50,8 +50,8 @@ static i32 promised_gain(const Position* pos, i32 side, const MoveEntry* entry)
     return delta_value[captured];
 }
 
-i32 qsearch(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type,
-    u16* pv)
+i32 qsearch(
+    Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type, u16* pv)
 {
     SearchThread* thread = pos->thread;
     PlyRecord* rec = &thread->ply_rec[ply];
@@ -83,13 +83,13 @@ i32 qsearch(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i3
             continue;
         }
         make_move(pos, move);
-        const i32 s
-            = -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -best, -node_type, child_pv);
+        const i32 s =
+            -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -best, -node_type, child_pv);
         unmake_move(pos);
         if (load(stop_code) != StopNone) {
             return 0;
         }
-        rec->moves_searched++;
+        ++rec->moves_searched;
         if (s <= best) {
             continue;
         }

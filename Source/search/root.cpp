@@ -23,17 +23,17 @@ Shared<i32> iter_depth;
 u64 nodes_by_depth[ply_count];
 
 static constexpr struct {
-    i32 last_depth = 68;                // deepest iteration
-    i32 undo_limit = 883;               // game plies plus depth
-    i32 window = 25;                    // half width of the first window
-    i32 window_per_depth = 10;          // more below depth 6
-    i32 open_window = 5000;             // a bound beyond this opens at once
-    i32 order_of_unsearched = -11000;   // ordering score of moves that did not beat alpha
-    i32 noise_range = 24;               // ordering noise of the secondary workers
-    i32 skip_above_depth = 5;           // secondary workers may skip a depth from here on
-    i32 table_move_cnt50 = 9;           // above it the table's move is played at once
-    i32 table_depth = 99;               // depth shown for it
-    f64 currmove_after = 3.5;           // seconds
+    i32 last_depth = 68;              // deepest iteration
+    i32 undo_limit = 883;             // game plies plus depth
+    i32 window = 25;                  // half width of the first window
+    i32 window_per_depth = 10;        // more below depth 6
+    i32 open_window = 5000;           // a bound beyond this opens at once
+    i32 order_of_unsearched = -11000; // ordering score of moves that did not beat alpha
+    i32 noise_range = 24;             // ordering noise of the secondary workers
+    i32 skip_above_depth = 5;         // secondary workers may skip a depth from here on
+    i32 table_move_cnt50 = 9;         // above it the table's move is played at once
+    i32 table_depth = 99;             // depth shown for it
+    f64 currmove_after = 3.5;         // seconds
 } root_rule;
 
 // One step of a thread's random word.
@@ -47,7 +47,7 @@ static void keep_legal_moves(Position* pos)
 {
     MoveEntry* list = pos->thread->ply_rec[1].list_start;
     MoveEntry* kept = list;
-    for (MoveEntry* entry = list; entry->move != EndOfList; entry++) {
+    for (MoveEntry* entry = list; entry->move != EndOfList; ++entry) {
         if (is_legal_move(pos, pos->stm, entry->move)) {
             *kept++ = *entry;
         }
@@ -59,7 +59,7 @@ static bool has_legal_move(Position* pos)
 {
     const MoveEntry* entry = pos->thread->ply_rec[1].list_start;
     while (entry->move != EndOfList && !is_legal_move(pos, pos->stm, entry->move)) {
-        entry++;
+        ++entry;
     }
     return entry->move != EndOfList;
 }
@@ -113,8 +113,8 @@ void publish_result(SearchThread* thread, bool print)
     }
     const f64 threshold = load(noise);
     if (print && thread->completed_depth >= 2 && search_multi_pv == 1
-        && (load(stop_code) != StopNone || threshold <= load(elapsed))
-        && threshold != silent_noise && move != NoMove) {
+        && (load(stop_code) != StopNone || threshold <= load(elapsed)) && threshold != silent_noise
+        && move != NoMove) {
         print_info(thread->thread_id, 0, thread->completed_depth, thread->score, thread->pv);
     }
 }
@@ -175,8 +175,8 @@ static void search_without_depth(SearchThread* thread, bool master)
 {
     Position* pos = &thread->pos;
     if (load(depth_limit) == 0 && !thread->ply_rec[1].in_check && master) {
-        const i32 score
-            = qsearch(pos, pos->stm, 1, 0, -ScoreInfinite, ScoreInfinite, 0, thread->pv);
+        const i32 score =
+            qsearch(pos, pos->stm, 1, 0, -ScoreInfinite, ScoreInfinite, 0, thread->pv);
         thread->score = static_cast<i16>(score);
         store(search_result.result_score, score);
         memcpy(search_result.result_pv, thread->pv, sizeof thread->pv);
@@ -205,8 +205,8 @@ static void print_current_move(const SearchThread* thread, Move move, i32 moves_
 }
 
 // The root's only late-move rule: one ply off for late quiet moves while the score holds.
-static i32 root_reduction(const Position* pos, const PlyRecord* rec, i32 side, i32 depth, i32 prev,
-    i32 best)
+static i32 root_reduction(
+    const Position* pos, const PlyRecord* rec, i32 side, i32 depth, i32 prev, i32 best)
 {
     return depth >= 6 && rec->moves_searched >= 5 && prev - 24 <= best && best >= -ScoreProbeLimit
         && !rec->in_check && (rec->move_flags & FlagClasses) == 0 && pos->phase_mtl[side] >= 1
@@ -244,12 +244,12 @@ static i32 search_root_move(Position* pos, i32 side, i32 depth, i32 alpha, i32 b
 static void order_for_next_pass(PlyRecord* rec, MoveEntry* first, i32 searched)
 {
     MoveEntry* entry = first;
-    for (; searched > 0; searched--) {
+    for (; searched > 0; --searched) {
         pick_best(entry++);
     }
-    for (; entry->move != EndOfList; entry++) {
+    for (; entry->move != EndOfList; ++entry) {
         entry->score = static_cast<i16>(root_rule.order_of_unsearched - rec->moves_searched);
-        rec->moves_searched++;
+        ++rec->moves_searched;
     }
 }
 
@@ -257,8 +257,8 @@ i32 root_search(Position* pos, i32 side, i32 depth, i32 alpha, i32 beta, i32 pv_
 {
     SearchThread* thread = pos->thread;
     PlyRecord* rec = &thread->ply_rec[1];
-    rec->check_sq = static_cast<u8>(find_checker(pos, pos->king_sq[side], side ^ 1,
-        pos->bb[White][0] | pos->bb[Black][0]));
+    rec->check_sq = static_cast<u8>(
+        find_checker(pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]));
     rec->in_check = rec->check_sq != NoSquare;
     rec->moves_searched = 0;
     rec->depth = static_cast<i16>(depth);
@@ -269,7 +269,7 @@ i32 root_search(Position* pos, i32 side, i32 depth, i32 alpha, i32 beta, i32 pv_
     MoveEntry* first = rec->list_start + pv_index;
     u16 child_pv[ply_count];
 
-    for (MoveEntry* entry = first; entry->move != EndOfList; entry++) {
+    for (MoveEntry* entry = first; entry->move != EndOfList; ++entry) {
         pick_best(entry);
         rec->list_cursor = entry;
         const Move move = entry->move;
@@ -287,7 +287,7 @@ i32 root_search(Position* pos, i32 side, i32 depth, i32 alpha, i32 beta, i32 pv_
         if (load(stop_code) != StopNone) {
             return 0;
         }
-        rec->moves_searched++;
+        ++rec->moves_searched;
         if (s > best) {
             thread->score = static_cast<i16>(s);
             thread->pv[1] = move;
@@ -316,7 +316,7 @@ static i32 depth_of_worker(SearchThread* thread, i32 d)
         return d;
     }
     i32 ahead = 0;
-    for (i32 i = 0; i < num_threads; i++) {
+    for (i32 i = 0; i < num_threads; ++i) {
         ahead += load(load(workers[i])->depth) >= d;
     }
     return ahead > num_threads / 2 ? d + 1 : d;
@@ -329,7 +329,7 @@ static void add_order_noise(SearchThread* thread)
     if (entry->move == EndOfList) {
         return;
     }
-    for (entry++; entry->move != EndOfList; entry++) {
+    for (entry++; entry->move != EndOfList; ++entry) {
         thread->rand_state = next_random(thread->rand_state);
         entry->score = static_cast<i16>(entry->score
             - static_cast<i32>(thread->rand_state % static_cast<u32>(root_rule.noise_range)));
@@ -364,7 +364,7 @@ static void search_line(SearchThread* thread, i32 d, i32 pv_index)
 static void search_lines(SearchThread* thread, i32 d, bool master)
 {
     const PlyRecord* rec = &thread->ply_rec[1];
-    for (i32 k = 0; k < search_multi_pv && rec->list_start[k].move != EndOfList; k++) {
+    for (i32 k = 0; k < search_multi_pv && rec->list_start[k].move != EndOfList; ++k) {
         search_line(thread, d, k);
         if (load(stop_code) != StopNone) {
             return;
@@ -394,7 +394,7 @@ static bool is_last_depth(const SearchThread* thread, i32 d)
 
 static void iterate(SearchThread* thread, bool master)
 {
-    for (i32 d = 1; d <= root_rule.last_depth; d++) {
+    for (i32 d = 1; d <= root_rule.last_depth; ++d) {
         if (master) {
             store_release(iter_depth, d);
         } else {

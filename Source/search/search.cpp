@@ -12,12 +12,12 @@
 #include "shell/run_state.h"
 
 static constexpr struct {
-    i32 extension_plies = 7;            // checks are extended to this far beyond the iteration
-    i32 hash_mate_ply = 8;              // from here on an exact hash mate is taken in any node
-    i32 eval_fall = 75;                 // no pruning if the evaluation fell more in two plies
-    i32 harmless_surplus = 124;         // what must stay above beta after the worst capture
-    i32 probcut_exchange = 74;          // ProbCut tries captures that win more
-    i32 iid_eval = 199;                 // internal deepening needs an evaluation this near alpha
+    i32 extension_plies = 7;    // checks are extended to this far beyond the iteration
+    i32 hash_mate_ply = 8;      // from here on an exact hash mate is taken in any node
+    i32 eval_fall = 75;         // no pruning if the evaluation fell more in two plies
+    i32 harmless_surplus = 124; // what must stay above beta after the worst capture
+    i32 probcut_exchange = 74;  // ProbCut tries captures that win more
+    i32 iid_eval = 199;         // internal deepening needs an evaluation this near alpha
 } node_rule;
 
 // Sleeps while this thread is faster than the strength limit allows. The clock is watched here
@@ -56,8 +56,8 @@ static void reset_record(PlyRecord* rec, i32 alpha, i32 beta, i32 node_type)
 
 // What the hash entry of a node says.
 struct HashHints {
-    i32 depth;                          // of the entry, 0 without one
-    bool low;                           // the score fails low
+    i32 depth; // of the entry, 0 without one
+    bool low;  // the score fails low
     bool high;
 };
 
@@ -156,18 +156,18 @@ static bool may_prune(const Position* pos, const PlyRecord* rec, i32 side, i32 b
 }
 
 // Searches the reply to passing. The window is the node's own.
-static i32 null_move_score(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta,
-    u16* pv)
+static i32 null_move_score(
+    Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, u16* pv)
 {
     SearchThread* thread = pos->thread;
-    thread->null_depth++;
+    ++thread->null_depth;
     thread->ply_rec[ply].moves_searched = 0;
     set_null_list(pos);
     make_null_move(pos);
-    const i32 score
-        = -search(pos, static_cast<u32>(side ^ 1), ply + 1, depth, -beta, -alpha, 1, pv);
+    const i32 score =
+        -search(pos, static_cast<u32>(side ^ 1), ply + 1, depth, -beta, -alpha, 1, pv);
     unmake_null_move(pos);
-    thread->null_depth--;
+    --thread->null_depth;
     return score;
 }
 
@@ -203,13 +203,13 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
     MoveEntry* end = gen_captures(pos, side, rec->list_start, NoSquare);
     end = gen_promotions(pos, side, 1, end);
     publish_list(thread, end);
-    for (MoveEntry* entry = rec->list_start; entry != end; entry++) {
+    for (MoveEntry* entry = rec->list_start; entry != end; ++entry) {
         entry->score = static_cast<i16>(mvv_score[entry->captured] - (entry->moved & 7));
     }
     rec->moves_searched = 0;
     u16 line[ply_count];
     rec->list_cursor = rec->list_start;
-    for (; rec->list_cursor->move != EndOfList; rec->list_cursor++) {
+    for (; rec->list_cursor->move != EndOfList; ++rec->list_cursor) {
         pick_best(rec->list_cursor);
         const Move move = rec->list_cursor->move;
         if (move == NoMove || !is_legal_move(pos, side, move)
@@ -231,8 +231,7 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
     return false;
 }
 
-i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type,
-    u16* pv)
+i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type, u16* pv)
 {
     SearchThread* thread = pos->thread;
     PlyRecord* rec = &thread->ply_rec[ply];
@@ -268,8 +267,8 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
     // 3. The record of this ply.
     reset_record(rec, alpha, beta, node_type);
     pv[ply + 1] = NoMove;
-    rec->check_sq = static_cast<u8>(find_checker(pos, pos->king_sq[side], own ^ 1,
-        pos->bb[White][0] | pos->bb[Black][0]));
+    rec->check_sq = static_cast<u8>(
+        find_checker(pos, pos->king_sq[side], own ^ 1, pos->bb[White][0] | pos->bb[Black][0]));
     rec->in_check = rec->check_sq != NoSquare;
     if (is_draw_by_rule(pos, ply)) {
         return ScoreDraw;
@@ -277,7 +276,7 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
 
     // 4. The check extension, the only one there is.
     if (rec->in_check && ply <= load(thread->depth) + node_rule.extension_plies) {
-        depth++;
+        ++depth;
     }
     rec->depth = static_cast<i16>(depth);
 

@@ -6,13 +6,13 @@
 // The score scale. Scores are from the side to move's view.
 enum Score : i32 {
     ScoreInfinite = 10001,
-    ScoreMate = 10000,          // minus the ply of the mate
-    ScoreTbWin = 9800,          // minus the ply
-    ScoreTbLoss = -9801,        // plus the ply
+    ScoreMate = 10000,   // minus the ply of the mate
+    ScoreTbWin = 9800,   // minus the ply
+    ScoreTbLoss = -9801, // plus the ply
     ScorePrintsAsMate = 9900,
-    ScoreStoreLimit = 9699,     // from here on a score is made independent of ply when stored
-    ScoreProbeLimit = 9599,     // from here on it is made relative when read; pruning is off
-    ScoreHashMate = 9000,       // beyond this a hash score may be taken in a PV node
+    ScoreStoreLimit = 9699, // from here on a score is made independent of ply when stored
+    ScoreProbeLimit = 9599, // from here on it is made relative when read; pruning is off
+    ScoreHashMate = 9000,   // beyond this a hash score may be taken in a PV node
     ScoreDraw = 0,
 };
 
@@ -20,37 +20,37 @@ inline constexpr i32 max_search_ply = 66;
 
 // What worker 0 publishes. Plain fields are read by the main thread when no worker is busy.
 struct SearchResult {
-    u16 result_pv[ply_count];           // [1] is the best move, [2] the ponder move
+    u16 result_pv[ply_count]; // [1] is the best move, [2] the ponder move
     Shared<i16> result_score;
     i8 result_depth;
     Shared<i16> score_by_depth[ply_count];
     u16 move_by_depth[ply_count];
-    Shared<i8> last_change_depth;       // depth at which the best move last changed
-    Shared<u8> single_reply;            // the root has one legal move
+    Shared<i8> last_change_depth; // depth at which the best move last changed
+    Shared<u8> single_reply;      // the root has one legal move
     i8 last_iter_depth;
     f64 last_iter_time;
     i16 root_eval;
-    i32 tb_root_result = -1;            // 0 to 4, or -1
+    i32 tb_root_result = -1; // 0 to 4, or -1
     u16 tb_root_move;
     i16 tb_root_score[2];
 };
 extern SearchResult search_result;
 
-extern Shared<i32> iter_depth;          // iteration of worker 0
-extern u64 nodes_by_depth[ply_count];   // under stats_lock
+extern Shared<i32> iter_depth;        // iteration of worker 0
+extern u64 nodes_by_depth[ply_count]; // under stats_lock
 
 // The search node: everything before the first move. side is pos->stm. pv is indexed by ply.
 // Returns the score from side's view, or 0 at once when stop_code is set.
-i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type,
-    u16* pv);
+i32 search(
+    Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type, u16* pv);
 
 // The move loop of interior nodes and of check evasions at any depth.
 i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 in_check,
     i32 node_type, u16* pv);
 
 // The move loop of quiescence nodes; the static evaluation stands in the ply's record.
-i32 qsearch(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type,
-    u16* pv);
+i32 qsearch(
+    Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type, u16* pv);
 
 // Whether a shallow search of winning captures beats beta by a margin.
 bool probcut(Position* pos, i32 ply, i32 depth, i32 beta);

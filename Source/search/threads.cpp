@@ -21,17 +21,17 @@ Shared<u8> records_synced;
 
 // Rules of the clock, in seconds or as shares of the time left.
 static constexpr struct {
-    f64 no_stop_before = 0.015;         // a search runs at least this long
-    f64 largest_margin = 0.025;         // of the overhead, taken off the limit
-    f64 fail_low_share = 0.25;          // of the time left, while the root fails low
+    f64 no_stop_before = 0.015; // a search runs at least this long
+    f64 largest_margin = 0.025; // of the overhead, taken off the limit
+    f64 fail_low_share = 0.25;  // of the time left, while the root fails low
     f64 fail_high_share = 0.1;
-    f64 score_drop_share = 0.03;        // for each of two depths that the score fell behind
-    f64 stable_share = 0.25;            // of the target, given back when the best move is stable
+    f64 score_drop_share = 0.03; // for each of two depths that the score fell behind
+    f64 stable_share = 0.25;     // of the target, given back when the best move is stable
     i32 stable_depths = 4;
-    i32 small_score_fall = 20;          // centipawns that count as a fall
-    i32 large_score = 336;              // from here on a sixteenth of the score counts
+    i32 small_score_fall = 20; // centipawns that count as a fall
+    i32 large_score = 336;     // from here on a sixteenth of the score counts
     i32 single_reply_depth = 6;
-    f64 flag_guard = 5.0;               // margins that must be left on the clock
+    f64 flag_guard = 5.0; // margins that must be left on the clock
 } clock_rules;
 
 static i32 worker_index[max_workers];
@@ -83,7 +83,7 @@ i32 create_workers(i32 count)
         return error;
     }
     error = pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    for (i32 i = 0; i < count && error == 0; i++) {
+    for (i32 i = 0; i < count && error == 0; ++i) {
         store(workers[i], nullptr);
         worker_index[i] = i;
         pthread_t handle;
@@ -93,7 +93,7 @@ i32 create_workers(i32 count)
     if (error != 0) {
         return error;
     }
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         while (load_acquire(workers[i]) == nullptr) {
             sleep_microseconds(0);
         }
@@ -105,14 +105,14 @@ void destroy_workers(i32 count)
 {
     store(stop_code, StopWorkersLeave);
     wait_for_workers();
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         SearchThread* thread = load(workers[i]);
         post_command(thread, CommandQuit);
         while (load_acquire(thread->command) != CommandHasQuit) {
             sleep_microseconds(0);
         }
     }
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         delete load(workers[i]);
         store(workers[i], nullptr);
     }
@@ -130,7 +130,7 @@ void wake_workers()
     while (load_acquire(records_synced) == 0) {
         sleep_microseconds(50);
     }
-    for (i32 i = 1; i < num_threads; i++) {
+    for (i32 i = 1; i < num_threads; ++i) {
         post_command(load(workers[i]), CommandSearch);
     }
 }
@@ -144,10 +144,10 @@ void end_search(StopCode code)
 i32 busy_workers()
 {
     i32 busy = 0;
-    for (i32 i = 0; i < num_threads; i++) {
+    for (i32 i = 0; i < num_threads; ++i) {
         const SearchThread* thread = load(workers[i]);
         if (thread != nullptr && load_acquire(thread->command) != CommandIdle) {
-            busy++;
+            ++busy;
         }
     }
     return busy;
@@ -187,21 +187,21 @@ static void sync_worker(SearchThread* thread, const SearchThread* console)
     thread->last_move = console->last_move;
     thread->ply = 1;
     init_move_lists(thread);
-    for (i32 ply = 0; ply < 2; ply++) {
+    for (i32 ply = 0; ply < 2; ++ply) {
         PlyRecord* ply_rec = &thread->ply_rec[ply];
         ply_rec->list_cursor = ply_rec->list_start;
         ply_rec->node_type = 0;
     }
     thread->node_limit = node_limit_total != 0 ? static_cast<u64>(node_limit_total) : 1ULL << 62;
     reset_search_state(thread);
-    for (i32 side = White; side <= Black; side++) {
+    for (i32 side = White; side <= Black; ++side) {
         thread->root_phase[side] = static_cast<u8>(thread->pos.phase_mtl[side]);
     }
 }
 
 void sync_workers()
 {
-    for (i32 i = 0; i < num_threads; i++) {
+    for (i32 i = 0; i < num_threads; ++i) {
         sync_worker(load(workers[i]), console_thread);
     }
 }
@@ -209,12 +209,12 @@ void sync_workers()
 void collect_stats()
 {
     memset(total_counters, 0, sizeof total_counters);
-    for (i32 i = 0; i < num_threads; i++) {
+    for (i32 i = 0; i < num_threads; ++i) {
         const SearchThread* thread = load(workers[i]);
         if (thread == nullptr) {
             continue;
         }
-        for (i32 k = 0; k < CounterCount; k++) {
+        for (i32 k = 0; k < CounterCount; ++k) {
             total_counters[k] += load(thread->counters[k]);
         }
     }
@@ -237,7 +237,7 @@ static f64 extra_time(f64 left, f64 limit, i32 d)
         const i32 score = load(search_result.result_score);
         const i32 size = abs(score);
         const i32 fall = size >= clock_rules.large_score ? size / 16 : clock_rules.small_score_fall;
-        for (i32 back = 1; back <= 2; back++) {
+        for (i32 back = 1; back <= 2; ++back) {
             if (score <= load(search_result.score_by_depth[d - back]) - fall) {
                 extra += left * clock_rules.score_drop_share;
             }
@@ -266,8 +266,8 @@ void check_time()
         limit += extra_time(left, limit, d);
     }
     limit -= margin;
-    const bool forced
-        = load(search_result.single_reply) != 0 && d >= clock_rules.single_reply_depth;
+    const bool forced =
+        load(search_result.single_reply) != 0 && d >= clock_rules.single_reply_depth;
     if (forced || clock_rules.flag_guard * margin > left || now >= limit) {
         end_search(StopReport);
     }

@@ -5,10 +5,10 @@
 #include "shell/output.h"
 #include "shell/run_state.h"
 
-extern SpinLock info_lock;              // building of a search line and the shared totals
-extern SpinLock stats_lock;             // nodes_by_depth
-extern u64 total_counters[CounterCount];// filled by collect_stats, under info_lock
-extern Shared<u8> records_synced;       // worker 0 has copied the console's record
+extern SpinLock info_lock;               // building of a search line and the shared totals
+extern SpinLock stats_lock;              // nodes_by_depth
+extern u64 total_counters[CounterCount]; // filled by collect_stats, under info_lock
+extern Shared<u8> records_synced;        // worker 0 has copied the console's record
 
 // Starts count workers and waits until all records exist. Returns 0, or the error number of the
 // call that failed; workers made before a failure stay.

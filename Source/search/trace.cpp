@@ -24,13 +24,13 @@ static void write_move(const SearchThread* thread, Move move)
     }
     if (thread->ply <= noted_ply) {
         fputc('\n', trace_file);
-        for (i32 i = 1; i < thread->ply; i++) {
+        for (i32 i = 1; i < thread->ply; ++i) {
             fputs("         ", trace_file);
         }
     }
     char text[8];
-    fprintf(trace_file, "(%2d)%s ", thread->ply_rec[thread->ply].depth,
-        move_text_or_null(move, text));
+    fprintf(
+        trace_file, "(%2d)%s ", thread->ply_rec[thread->ply].depth, move_text_or_null(move, text));
     noted_ply = thread->ply;
     noted_depth = depth;
 }

@@ -242,7 +242,7 @@ RunMode read_command_line(i32 argc, char* const* argv)
 {
     run_mode = ModeThink;
     argument_count = argc - 1;
-    for (i32 i = 1; i < argc; i++) {
+    for (i32 i = 1; i < argc; ++i) {
         if constexpr (tuning) {
             const i32 taken = take_tune_arguments(argv + i, argc - i);
             if (taken < 0) {

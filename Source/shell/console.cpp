@@ -35,8 +35,8 @@ static constexpr u8 kept_hash_mode = 2;           // from here on a search by de
 static constexpr i32 trace_table = 1;             // what evaluate prints
 static constexpr i32 trace_weights = 2;
 static constexpr char tune_file[] = "tune.epd";
-static constexpr i32 tune_method = 5;           // one that takes no samples
-static constexpr i64 tune_limit = 500000000;    // samples
+static constexpr i32 tune_method = 5;        // one that takes no samples
+static constexpr i64 tune_limit = 500000000; // samples
 static constexpr f64 tune_rate = 0.001;
 static constexpr char test_file[] = "test.epd";
 static constexpr i32 test_line_size = 255;
@@ -57,7 +57,7 @@ struct Words {
 
 static void split_words(const char* line, Words* words)
 {
-    for (i32 i = 0; i < most_words; i++) {
+    for (i32 i = 0; i < most_words; ++i) {
         line = skip_blanks(line);
         const size_t length = strcspn(line, " ");
         copy_text(words->text[i], std::min<size_t>(word_size, length + 1), line);
@@ -151,7 +151,7 @@ static void show_book(Words*, const char*)
 static void show_exchanges(Words*, const char*)
 {
     const Position* pos = &console_thread->pos;
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         const i32 code = pos->board[square];
         const i32 attacker = (code >> 3) ^ 1;
         if (code != 0 && is_attacked(pos, square, attacker)) {
@@ -170,7 +170,7 @@ static void show_line(Words*, const char*)
     Position* pos = &thread->pos;
     UndoRecord* undo = &thread->undo[thread->undo_count];
     Move redo[ply_count];
-    for (i32 i = 0; i < ply_count; i++) {
+    for (i32 i = 0; i < ply_count; ++i) {
         redo[i] = undo[i].move;
     }
 
@@ -181,18 +181,18 @@ static void show_line(Words*, const char*)
     const i32 first = std::max<i32>(thread->ply, 1);
     if (first <= max_search_ply) {
         extend_line_from_hash(pos, first, line);
-        for (; line[first + made] != NoMove; made++) {
+        for (; line[first + made] != NoMove; ++made) {
             append_san(pos, line[first + made], text);
             make_move(pos, line[first + made]);
         }
     }
     print_plain("PV: %s\n\n", text);
     print_board(pos);
-    for (; made > 0; made--) {
+    for (; made > 0; --made) {
         unmake_move(pos);
     }
 
-    for (i32 i = 0; i < ply_count; i++) {
+    for (i32 i = 0; i < ply_count; ++i) {
         undo[i].move = redo[i];
     }
 }
@@ -382,7 +382,7 @@ static void tune(Words* words, const char*)
         return;
     }
     tune_count = 0;
-    for (i32 i = 1; i < most_words && words->text[i][0] != '\0'; i++) {
+    for (i32 i = 1; i < most_words && words->text[i][0] != '\0'; ++i) {
         copy_text(tune_list[tune_count++], sizeof tune_list[0], words->text[i]);
     }
     copy_text(epd_file, sizeof epd_file, tune_file);

@@ -58,7 +58,7 @@ static void write_moves(FILE* file)
     Position* pos = &console_thread->pos;
     const i32 count = console_thread->undo_count;
     go_to_start();
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         const Move move = console_thread->undo[i].move;
         char forms[4][16];
         make_san(pos, move, forms[0], forms[1], forms[2], forms[3]);
@@ -132,7 +132,7 @@ static void choose_game(GameReader* reader, const char* tag)
 static bool is_in_game(GameReader* reader, const char* line)
 {
     if (strstr(line, "[Event ") != nullptr) {
-        reader->games++;
+        ++reader->games;
     }
     if (reader->sought != nullptr) {
         if (strstr(line, reader->sought) == nullptr) {
@@ -151,20 +151,20 @@ static void cut_line_end(char* line)
     if (length == 0) {
         return;
     }
-    length--;
+    --length;
     if (length > 0 && line[length] == '\n' && line[length - 1] == '\r') {
-        length--;
+        --length;
     }
     line[length] = '\0';
 }
 
 static void add_text(GameReader* reader, const char* line)
 {
-    for (; *line != '\0'; line++) {
+    for (; *line != '\0'; ++line) {
         if (*line == '{') {
-            reader->open_braces++;
+            ++reader->open_braces;
         } else if (*line == '}') {
-            reader->open_braces--;
+            --reader->open_braces;
         } else if (reader->open_braces == 0 && reader->used < game_text_size - 1) {
             reader->text[reader->used++] = *line;
         }
@@ -176,8 +176,8 @@ static void add_text(GameReader* reader, const char* line)
 static bool play_word(const char* word, size_t length)
 {
     while (length > 0 && !is_letter(*word)) {
-        word++;
-        length--;
+        ++word;
+        --length;
     }
     if (length == 0) {
         return true;

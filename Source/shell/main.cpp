@@ -34,9 +34,9 @@ static constexpr i32 deepest_tune_limit = 10;
 // would take its place and get what is meant for the stream.
 static void open_closed_streams()
 {
-    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; descriptor++) {
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) < 0) {
-            open("/dev/null", O_RDWR);      // the lowest number that is free: this one
+            open("/dev/null", O_RDWR); // the lowest number that is free: this one
         }
     }
 }

@@ -23,7 +23,7 @@ static constexpr i32 value_size = 201;
 static constexpr i32 config_line_size = 255;
 static constexpr size_t shortest_config_line = 4;
 static constexpr i32 deepest_config_file = 8; // files that name each other end here
-static constexpr i32 most_config_files = 64; // and here, if they do so on many lines
+static constexpr i32 most_config_files = 64;  // and here, if they do so on many lines
 
 enum OptionKind { TextOption, SpinOption, CheckOption, ButtonOption, LogOption, ScaleOption };
 
@@ -296,7 +296,7 @@ static void read_config_line(char* line)
     }
     char* name_end = equals;
     while (name_end > line && name_end[-1] == ' ') {
-        name_end--;
+        --name_end;
     }
     *name_end = '\0';
 
@@ -319,15 +319,15 @@ i32 load_config_file()
     if (file == nullptr) {
         return 0;
     }
-    open_files++;
-    loaded_files++;
+    ++open_files;
+    ++loaded_files;
     print_line_format("info string loading parameters from %s", engine_options.config_file_path);
     char line[config_line_size];
     while (fgets(line, sizeof line, file) != nullptr) {
         read_config_line(line);
     }
     fclose(file);
-    open_files--;
+    --open_files;
 
     engine_options.params_changed = 1;
     saved_options = engine_options;

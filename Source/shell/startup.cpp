@@ -43,11 +43,11 @@ static void visit_calibration_node(SearchThread* thread)
     gen_all_moves(pos);
     i32 made = 0;
     for (const MoveEntry* entry = ply_rec->list_start;
-         entry->move != EndOfList && made < moves_per_node; entry++) {
+         entry->move != EndOfList && made < moves_per_node; ++entry) {
         if (is_legal_move(pos, side, entry->move)) {
             make_move(pos, entry->move);
             unmake_move(pos);
-            made++;
+            ++made;
         }
     }
 }

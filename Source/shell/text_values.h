@@ -66,7 +66,7 @@ inline const char* text_behind(const char* start, size_t offset)
 inline const char* skip_blanks(const char* text)
 {
     while (*text == ' ') {
-        text++;
+        ++text;
     }
     return text;
 }

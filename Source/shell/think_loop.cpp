@@ -23,7 +23,7 @@
 
 static constexpr i32 pass_microseconds = 1000;
 static constexpr i32 waiting_pass_microseconds = 50000; // only a command can change anything
-static constexpr i32 last_searched_cnt50 = 100;      // half-moves; above it no search starts
+static constexpr i32 last_searched_cnt50 = 100;         // half-moves; above it no search starts
 static constexpr i32 branching_depths = 4;
 static constexpr i32 least_branching_depth = 6;
 static constexpr char line_mark = '@';

@@ -52,7 +52,7 @@ static f64 nps_of_elo(i32 elo)
     f64 low = strength_rules.lowest_nps;
     f64 high = strength_rules.highest_nps;
     f64 nps = (low + high) / 2;
-    for (i32 step = 0; step < strength_rules.most_steps; step++) {
+    for (i32 step = 0; step < strength_rules.most_steps; ++step) {
         nps = (low + high) / 2;
         const f64 difference = elo_of_nps(nps) - elo;
         if (fabs(difference) < strength_rules.tolerance) {
@@ -97,7 +97,7 @@ static void reset_result()
     search_result.result_depth = 0;
     search_result.result_pv[1] = NoMove;
     search_result.result_pv[2] = NoMove;
-    for (i32 depth = 0; depth < ply_count; depth++) {
+    for (i32 depth = 0; depth < ply_count; ++depth) {
         store(search_result.score_by_depth[depth], -ScoreInfinite);
         search_result.move_by_depth[depth] = NoMove;
         nodes_by_depth[depth] = 0;

@@ -32,7 +32,7 @@ static constexpr i32 short_sleep_microseconds = 50;
 // Waits for the workers with the shortest delay that does not take their processor.
 static void spin_for_workers()
 {
-    for (i32 looks = 0; busy_workers() != 0; looks++) {
+    for (i32 looks = 0; busy_workers() != 0; ++looks) {
         if (looks < yields_before_sleep) {
             sched_yield();
         } else {
@@ -74,7 +74,7 @@ static void apply_option(char* args)
     const char* name_word = strstr(args, "name");
     char* value_word = strstr(args, "value");
     if (name_word != nullptr && value_word != nullptr && name_word < value_word) {
-        for (char* end = value_word; end > args && end[-1] == ' '; end--) {
+        for (char* end = value_word; end > args && end[-1] == ' '; --end) {
             end[-1] = '\0';
         }
         copy_text(name, sizeof name, skip_blanks(text_behind(name_word, sizeof "name")));

@@ -79,7 +79,7 @@ void run_benchmark(i32 count)
 
     f64 total_nodes = 0.0;
     f64 total_seconds = least_total_seconds;
-    for (i32 i = 0; i < count && i < position_count; i++) {
+    for (i32 i = 0; i < count && i < position_count; ++i) {
         parse_epd(&console_thread->pos, bench_texts[i]);
         clear_hash_if_idle();
         prepare_search();

@@ -103,7 +103,7 @@ static void search_position(EpdRun* run, i32 number)
 
 static void add_to_totals(EpdTotals* totals)
 {
-    totals->positions++;
+    ++totals->positions;
     totals->nodes += total_counters[CountNodes];
     totals->seconds += load(elapsed);
     totals->depth += search_result.result_depth;

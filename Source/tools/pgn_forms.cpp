@@ -129,7 +129,7 @@ static void write_annotated_move(ReplayedGame* replay, i32 i, bool refutes, bool
     if (refutes) {
         append_comment(comment, " ! %s bm %s;", fen_before(replay), text);
         fprintf(replay->refutations, "%s bm %s;\n", replay->fen, text);
-        replay->written++;
+        ++replay->written;
     }
     if (blunders) {
         append_comment(comment, " ? %s am %s;", fen_before(replay), text);
@@ -145,7 +145,7 @@ static void write_annotated_game(ReplayedGame* replay)
 {
     const ScannedGame* game = replay->game;
     bool blundered = false; // the move before
-    for (i32 i = 0; i < game->count && read_scanned_move(replay, i); i++) {
+    for (i32 i = 0; i < game->count && read_scanned_move(replay, i); ++i) {
         const bool refutes = blundered;
         blundered = is_blunder(game, i);
         write_annotated_move(replay, i, refutes, blundered);
@@ -192,7 +192,7 @@ static void write_position(ReplayedGame* replay, i32 i, const char* operations)
     out = append_number(out, scanned->eval);
     out = append_text(out, operations);
     fwrite(line, 1, static_cast<size_t>(out - line), replay->out);
-    replay->written++;
+    ++replay->written;
 }
 
 static bool is_for_tuning(const ReplayedGame* replay, i32 i)
@@ -214,7 +214,7 @@ static void write_tuning_positions(ReplayedGame* replay)
 {
     const ScannedGame* game = replay->game;
     const i32 end = game->count - tuning_rule.left_out_at_end;
-    for (i32 i = 0; i < end && i <= tuning_rule.last_index && read_scanned_move(replay, i); i++) {
+    for (i32 i = 0; i < end && i <= tuning_rule.last_index && read_scanned_move(replay, i); ++i) {
         if (is_for_tuning(replay, i)) {
             write_position(replay, i, result_text(game, i, &tuning_results));
         }
@@ -226,7 +226,7 @@ static void write_undecided_positions(ReplayedGame* replay)
 {
     const ScannedGame* game = replay->game;
     for (i32 i = 0; i < game->count && i <= last_undecided_index && read_scanned_move(replay, i);
-         i++) {
+         ++i) {
         if (!in_check(replay->pos)) {
             write_position(replay, i, ";\n");
         }
@@ -248,7 +248,7 @@ static bool is_rook_ending(const Position* pos)
 static void write_rook_endings(ReplayedGame* replay)
 {
     const ScannedGame* game = replay->game;
-    for (i32 i = 0; i < game->count && read_scanned_move(replay, i); i++) {
+    for (i32 i = 0; i < game->count && read_scanned_move(replay, i); ++i) {
         if (is_rook_ending(replay->pos)) {
             write_position(replay, i, result_text(game, i, &ending_results));
         }

@@ -139,7 +139,7 @@ static size_t read_move(PgnScan* scan, const char* text)
 static void read_brace(PgnScan* scan, char c)
 {
     if (c == '{') {
-        scan->comment_depth++;
+        ++scan->comment_depth;
     } else if (scan->comment_depth > 0 && --scan->comment_depth == 0) {
         end_comment(scan);
     }
@@ -157,7 +157,7 @@ static void read_moves(PgnScan* scan, const char* line)
             line += read_move(scan, line);
             continue;
         }
-        line++;
+        ++line;
     }
 }
 
@@ -175,7 +175,7 @@ static void end_game(PgnScan* scan)
 
 static void start_game(PgnScan* scan)
 {
-    scan->games++;
+    ++scan->games;
     if (scan->games % games_per_line == 0) {
         hide_progress(&scan->input);
         print_plain("game %d\n", scan->games);
@@ -192,7 +192,7 @@ static i32 result_of(char* tag)
     if (text == nullptr) {
         return NoWinner;
     }
-    text++;
+    ++text;
     text[strcspn(text, "\"")] = '\0';
     return holds(text, "1-0") ? White : holds(text, "0-1") ? Black : NoWinner;
 }

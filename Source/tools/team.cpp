@@ -18,7 +18,7 @@ static void* work(void* argument)
     Team* team = member->team;
     for (u32 done = 0;;) {
         team->round.wait(done, std::memory_order_acquire);
-        done++;
+        ++done;
         if (team->leave.load(std::memory_order_relaxed)) {
             return nullptr;
         }
@@ -41,7 +41,7 @@ void start_team(Team* team, i32 size)
         if (pthread_create(&member->thread, nullptr, work, member) != 0) {
             return;
         }
-        team->size++;
+        ++team->size;
     }
 }
 

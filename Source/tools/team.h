@@ -19,15 +19,15 @@ struct TeamMember {
 };
 
 struct Team {
-    i32 size;                           // threads, the caller's among them
+    i32 size; // threads, the caller's among them
     TeamJob job;
     void* context;
     i32 parts;
     std::atomic<i32> next_part;
-    std::atomic<u32> round;             // raised to begin a job
-    std::atomic<i32> working;           // members that have not finished the job
+    std::atomic<u32> round;   // raised to begin a job
+    std::atomic<i32> working; // members that have not finished the job
     std::atomic<bool> leave;
-    TeamMember members[largest_team];   // from index 1 on
+    TeamMember members[largest_team]; // from index 1 on
 };
 
 // Starts size - 1 threads; fewer if the system has no more to give. size is 1 to largest_team.

@@ -65,7 +65,7 @@ void refuse(ToolInput* input, i32 line_number, const char* format, ...)
     va_start(args, format);
     vsnprintf(message, sizeof message, format, args);
     va_end(args);
-    for (char* c = message; *c != '\0'; c++) {
+    for (char* c = message; *c != '\0'; ++c) {
         if (static_cast<u8>(*c) < ' ' || *c == 127) {
             *c = '?'; // the text may come from a file of any kind
         }
@@ -93,7 +93,7 @@ i32 read_input_line(ToolInput* input, char* line, i32 size)
     size_t length = strcspn(line, "\n");
     const i32 line_feed = line[length] == '\n';
     if (length > 0 && line[length - 1] == '\r') {
-        length--;
+        --length;
     }
     line[length] = '\0';
     if (input->lines.in_line && skip_rest(&input->lines)) {
@@ -177,8 +177,8 @@ static bool is_folder(const char* name)
     return lstat(name, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-bool open_tool_output(const ToolInput* input, OutputFile* out, const char* name,
-    const char* unfinished)
+bool open_tool_output(
+    const ToolInput* input, OutputFile* out, const char* name, const char* unfinished)
 {
     FILE* file = input->lines.file;
     if (is_named(file, name) || is_named(file, unfinished)) {
@@ -198,7 +198,7 @@ bool open_tool_output(const ToolInput* input, OutputFile* out, const char* name,
 static bool close_outputs(OutputFile* const* files, i32 count)
 {
     bool complete = true;
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         const int error = close_output(files[i]);
         if (error != 0) {
             complain(files[i]->name, "cannot be written", error);
@@ -212,13 +212,13 @@ void finish_outputs(const ToolInput* input, OutputFile* const* files, i32 count)
 {
     bool complete = close_outputs(files, count);
     if (complete && ferror(input->lines.file)) {
-        for (i32 i = 0; i < count; i++) {
+        for (i32 i = 0; i < count; ++i) {
             fprintf(stderr, "%s: not replaced, what could be made stays in %s\n", files[i]->name,
                 files[i]->unfinished);
         }
         return; // closing the input says why
     }
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         if (!complete) {
             unlink(files[i]->unfinished);
             continue;

@@ -58,8 +58,8 @@ void hide_progress(ToolInput* input);
 // open_output; returns false after a message and with exit_status 1 if that fails, if the output
 // would take the place of the file that is read, or if a folder has its name: a run may take hours,
 // and only its end would tell.
-bool open_tool_output(const ToolInput* input, OutputFile* out, const char* name,
-    const char* unfinished);
+bool open_tool_output(
+    const ToolInput* input, OutputFile* out, const char* name, const char* unfinished);
 
 // Closes and publishes a number of files, all or none of them; a message and exit_status 1 tell
 // of a failure. If the input could not be read to its end, they keep their unfinished names.

@@ -48,15 +48,15 @@ bool write_weights();
 
 // What vesk-tune is asked for. Names of weights to train go to tune_list.
 struct TuneOptions {
-    const char* file;           // the training file; null if no training was asked for
-    f64 rate;                   // greatest change of a weight by one step, centipawns
-    i64 passes;                 // over the file, at most
-    i64 validation;             // per cent of the lines that only measure the error
-    i64 patience;               // passes without a better validation error before the end; 0 never
-    i64 seed;                   // chooses the validation lines
-    i64 memory;                 // megabytes for positions; beyond it the file is read again
-    i64 save_every;             // positions between two writings of the weights file; 0 never
-    bool resume;                // go on from the weights file that is there
+    const char* file; // the training file; null if no training was asked for
+    f64 rate;         // greatest change of a weight by one step, centipawns
+    i64 passes;       // over the file, at most
+    i64 validation;   // per cent of the lines that only measure the error
+    i64 patience;     // passes without a better validation error before the end; 0 never
+    i64 seed;         // chooses the validation lines
+    i64 memory;       // megabytes for positions; beyond it the file is read again
+    i64 save_every;   // positions between two writings of the weights file; 0 never
+    bool resume;      // go on from the weights file that is there
 };
 extern TuneOptions tune_options;
 

@@ -31,10 +31,10 @@ struct Training {
     i64 limit;
     f64 rate;
     i32 pass;
-    i64 lines;              // used in this pass
-    f64 pass_start;         // err_sum at the start of the pass
-    f64 report_start;       // err_sum at the last report
-    f64 best;               // least average error of a report
+    i64 lines;        // used in this pass
+    f64 pass_start;   // err_sum at the start of the pass
+    f64 report_start; // err_sum at the last report
+    f64 best;         // least average error of a report
 };
 
 static constinit bool training_runs = false;
@@ -63,7 +63,7 @@ static bool start_next_pass(Training* training, char* line)
     const f64 lines = static_cast<f64>(training->lines);
     print_plain("avg err= %0.5f\n", training->lines == 0 ? 0.0 : growth / lines);
     training->pass_start = err_sum;
-    training->pass++;
+    ++training->pass;
     const bool sought = rewind_input(&training->input);
     print_plain("pass = %d, rewinding EPD file\n", training->pass);
     if (!sought) {
@@ -94,8 +94,7 @@ static f32 target_of(const Training* training, const char* line, i64 score)
 
 static void report_average(Training* training)
 {
-    const f64 average
-        = (err_sum - training->report_start) / static_cast<f64>(samples_per_report);
+    const f64 average = (err_sum - training->report_start) / static_cast<f64>(samples_per_report);
     training->report_start = err_sum;
     const bool is_best = average < training->best;
     if (is_best) {
@@ -150,7 +149,7 @@ static bool use_line(Training* training, char* line)
     if (!do_periodic_work(training)) {
         return false;
     }
-    training->lines++;
+    ++training->lines;
     return training->limit > samples;
 }
 
@@ -184,7 +183,7 @@ static void train_on(Training* training, const char* path)
 void train_epd(const char* path, i32 method, i64 limit, f64 rate)
 {
     if (training_runs) {
-        return;                 // asked for by a command that came in the middle of it
+        return; // asked for by a command that came in the middle of it
     }
     samples = 0;
     err_sum = 0.0;

@@ -22,10 +22,10 @@ static constexpr f64 mean_decay = 0.9;
 static constexpr f64 square_decay = 0.999;
 static constexpr f64 least_gradient = 1e-4;
 
-static constexpr f64 largest_weight = 9999.0;   // centipawns; keeps sums within 16 bits
-static constexpr f64 unlimited_seconds = 99999.0;   // of a search that plays without contempt
+static constexpr f64 largest_weight = 9999.0;     // centipawns; keeps sums within 16 bits
+static constexpr f64 unlimited_seconds = 99999.0; // of a search that plays without contempt
 static constexpr f64 seconds_per_progress = 0.5;
-static constexpr i32 mode_without_personality = 2;  // of init_eval_params
+static constexpr i32 mode_without_personality = 2; // of init_eval_params
 
 static constexpr char second_name[] = "params_new.txt";
 
@@ -45,20 +45,20 @@ struct Trainer {
     TrainingData data;
     Team team;
     TrainedWeight weights[weight_count];
-    FloatPair values[weight_count];     // of the weights, for the sums
+    FloatPair values[weight_count]; // of the weights, for the sums
     ChunkSums sums[batch_chunks];
-    i64 counts[weight_count];           // positions in which a weight counts
+    i64 counts[weight_count]; // positions in which a weight counts
     i64 steps;
     i64 pass;
-    i64 unsaved;                        // positions trained on since the weights were written
+    i64 unsaved; // positions trained on since the weights were written
     f64 best_error;
     i64 best_pass;
-    f64 pass_seconds;                   // of the last whole pass
+    f64 pass_seconds; // of the last whole pass
     const Chunk* batch;
     Part part;
     bool learns;
-    bool failed;                        // a sweep lacked positions
-    bool has_file;                      // the weights file is this training's to replace
+    bool failed;   // a sweep lacked positions
+    bool has_file; // the weights file is this training's to replace
 };
 
 // Set by a signal; looked at between batches.
@@ -129,13 +129,14 @@ static void show_training(Trainer* trainer, i64 done, f64 pass_start)
     if (!progress_is_due(&trainer->data)) {
         return;
     }
-    const f64 share
-        = static_cast<f64>(done) / static_cast<f64>(trainer->data.positions[TrainingPart]);
+    const f64 share =
+        static_cast<f64>(done) / static_cast<f64>(trainer->data.positions[TrainingPart]);
     const f64 seconds = monotonic_seconds() - pass_start;
     const f64 whole_pass = trainer->pass_seconds > 0.0 ? trainer->pass_seconds : seconds / share;
     char left[32];
     write_time(whole_pass * static_cast<f64>(tune_options.passes - trainer->pass)
-            + whole_pass * (1.0 - share), left, sizeof left);
+            + whole_pass * (1.0 - share),
+        left, sizeof left);
     fprintf(stderr, "\rpass %lld: %.0f%%, %.0f positions/s, at most %s left\033[K",
         static_cast<long long>(trainer->pass), 100.0 * share, static_cast<f64>(done) / seconds,
         left);
@@ -144,8 +145,8 @@ static void show_training(Trainer* trainer, i64 done, f64 pass_start)
 // ---- The sum over a chunk
 
 // The score before its scale. Two sums for each half, since one would wait for its own last term.
-static f32 unscaled_score(const TrainingPosition* position, const u32* terms,
-    const FloatPair* values)
+static f32 unscaled_score(
+    const TrainingPosition* position, const u32* terms, const FloatPair* values)
 {
     FloatPair sums[2] = {};
     for (u32 i = 0; i < position->terms; ++i) {
@@ -159,8 +160,8 @@ static f32 unscaled_score(const TrainingPosition* position, const u32* terms,
 }
 
 // Adds a position's part of the gradient; slope is the error times the scale.
-static void add_gradient(const TrainingPosition* position, const u32* terms, f32 slope,
-    FloatPair* gradient)
+static void add_gradient(
+    const TrainingPosition* position, const u32* terms, f32 slope, FloatPair* gradient)
 {
     const f32 mg = slope * (1.0f - position->phase);
     const f32 eg = slope * position->phase;
@@ -231,7 +232,7 @@ static void copy_values(Trainer* trainer)
 // One step of all weights by the batch just summed up. Weights that no position has met rest.
 static void take_step(Trainer* trainer, i64 positions)
 {
-    trainer->steps++;
+    ++trainer->steps;
     const f64 count = static_cast<f64>(trainer->steps);
     const f64 correction[2] = { 1.0 / (1.0 - std::pow(mean_decay, count)),
         1.0 / (1.0 - std::pow(square_decay, count)) };
@@ -297,8 +298,8 @@ static bool is_whole_sweep(Trainer* trainer, Part part, i64 positions)
     }
     hide_progress(&trainer->data.input);
     trainer->failed = true;
-    return reject(data->out_of_memory ? "no memory for its positions"
-                                      : "has changed since it was first read",
+    return reject(
+        data->out_of_memory ? "no memory for its positions" : "has changed since it was first read",
         data->input.name);
 }
 
@@ -345,8 +346,8 @@ static void keep_best(Trainer* trainer, f64 error)
     }
 }
 
-static void print_pass(const Trainer* trainer, f64 training, f64 validation, bool is_best,
-    f64 seconds)
+static void print_pass(
+    const Trainer* trainer, f64 training, f64 validation, bool is_best, f64 seconds)
 {
     char left[32];
     write_time(seconds * static_cast<f64>(tune_options.passes - trainer->pass), left, sizeof left);
@@ -368,8 +369,8 @@ static bool run_pass(Trainer* trainer)
     const f64 training = sweep(trainer, TrainingPart, learns);
     const f64 swept = monotonic_seconds();
     const bool has_validation = trainer->data.positions[ValidationPart] > 0;
-    const f64 validation
-        = has_validation && training >= 0.0 ? sweep(trainer, ValidationPart, false) : training;
+    const f64 validation =
+        has_validation && training >= 0.0 ? sweep(trainer, ValidationPart, false) : training;
     hide_progress(&trainer->data.input);
     if (validation < 0.0) {
         return false;
@@ -531,8 +532,7 @@ static bool collect_gathered(Trainer* trainer)
     print_plain("scores of %lld positions rebuilt: within %.2f of the evaluation, %.2f allowed"
                 " there\n",
         static_cast<long long>(all.positions), all.largest, all.bound);
-    return !all.failed
-        || reject("scores cannot be rebuilt from these weights", "evaluation");
+    return !all.failed || reject("scores cannot be rebuilt from these weights", "evaluation");
 }
 
 static bool load_data(Trainer* trainer)
@@ -542,8 +542,8 @@ static bool load_data(Trainer* trainer)
     data->validation = tune_options.validation;
     data->memory_limit = tune_options.memory * 1048576;
     data->team = &trainer->team;
-    data->gatherers = static_cast<Gatherer*>(
-        calloc(static_cast<size_t>(trainer->team.size), sizeof(Gatherer)));
+    data->gatherers =
+        static_cast<Gatherer*>(calloc(static_cast<size_t>(trainer->team.size), sizeof(Gatherer)));
     if (data->gatherers == nullptr) {
         return reject("no memory for its positions", tune_options.file);
     }

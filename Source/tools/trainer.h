@@ -6,11 +6,11 @@
 // What belongs to one weight while it is trained: mg first, then eg.
 struct TrainedWeight {
     f64 value[2];
-    f64 old[2];                 // before the training
-    f64 best[2];                // at the pass with the least error
-    f64 mean[2];                // running mean of the gradient
-    f64 square[2];              // running mean of its square
-    f64 gradient[2];            // of the last batch in which the weight counted
+    f64 old[2];      // before the training
+    f64 best[2];     // at the pass with the least error
+    f64 mean[2];     // running mean of the gradient
+    f64 square[2];   // running mean of its square
+    f64 gradient[2]; // of the last batch in which the weight counted
 };
 
 // Writes tune_report.txt and tune_report.csv: each weight's old and new value, in how many

@@ -6,9 +6,9 @@
 
 #include "shell/run_state.h"
 
-static constexpr i32 group_lines = 32;          // that train or are held out together
-static constexpr i32 checked_lines = 32768;     // the sample on which scores are rebuilt
-static constexpr u32 first_capacity = 8192;     // words
+static constexpr i32 group_lines = 32;      // that train or are held out together
+static constexpr i32 checked_lines = 32768; // the sample on which scores are rebuilt
+static constexpr u32 first_capacity = 8192; // words
 
 // Whether a line only measures, by its number alone: an even mixture of its group's bits. Lines of
 // one game stand together and are much alike, so they are held out in groups; the first one
@@ -52,9 +52,9 @@ static bool read_line(LineReader* lines, char* out, LineVerdict* verdict)
     length -= out[length - 1] == '\n';
     length -= length > 0 && out[length - 1] == '\r';
     out[length] = '\0';
-    *verdict = binary                           ? LineBinary
+    *verdict = binary                               ? LineBinary
         : has_more || length > training_line_length ? LineTooLong
-                                                : LineUsed;
+                                                    : LineUsed;
     return true;
 }
 
@@ -63,7 +63,7 @@ static bool read_lines(TrainingData* data)
     i32 count = 0;
     while (count < batch_lines
         && read_line(&data->input.lines, data->lines[count], &data->verdicts[count])) {
-        count++;
+        ++count;
     }
     data->lines_read = count;
     return count > 0;
@@ -132,8 +132,8 @@ static void gather_chunk(void* context, i32 worker, i32 index)
         }
         u32 words = 0;
         *verdict = gather_line(&data->gatherers[worker], data->lines[i],
-            data->is_first_reading && line <= checked_lines,
-            chunk->words[part] + chunk->size[part], &words);
+            data->is_first_reading && line <= checked_lines, chunk->words[part] + chunk->size[part],
+            &words);
         chunk->size[part] += words;
         chunk->positions[part] += *verdict == LineUsed;
     }
@@ -179,7 +179,7 @@ static void count_lines(TrainingData* data)
 {
     for (i32 i = 0; i < data->lines_read; ++i) {
         const LineVerdict verdict = data->verdicts[i];
-        data->counts[verdict]++;
+        ++data->counts[verdict];
         if (verdict >= LineRefused) {
             refuse(&data->input, line_number(data, i), "%s", refusal_text(verdict));
         }
@@ -240,7 +240,7 @@ static void read_first_time(TrainingData* data, bool (*on_progress)(TrainingData
             settle_chunks(data);
             goes_on = on_progress(data);
         } else if (data->is_kept) {
-            data->chunk_count -= batch_chunks;  // found empty
+            data->chunk_count -= batch_chunks; // found empty
         }
     }
     data->is_first_reading = false;
@@ -270,8 +270,8 @@ static bool open_data(TrainingData* data, const char* path)
         || reject(data, "no memory for its lines");
 }
 
-bool load_training_data(TrainingData* data, const char* path,
-    bool (*on_progress)(TrainingData* data))
+bool load_training_data(
+    TrainingData* data, const char* path, bool (*on_progress)(TrainingData* data))
 {
     if (!open_data(data, path)) {
         return false;

@@ -13,12 +13,12 @@ enum Part : i32 { TrainingPart, ValidationPart, PartCount };
 inline constexpr i32 chunk_lines = 256;
 inline constexpr i32 batch_chunks = 16;
 inline constexpr i32 batch_lines = chunk_lines * batch_chunks;
-inline constexpr i32 line_slot = training_line_length + 4;   // with CR, line feed and NUL
+inline constexpr i32 line_slot = training_line_length + 4; // with CR, line feed and NUL
 
 // The positions of chunk_lines lines, by part: records one behind the other.
 struct Chunk {
     u32* words[PartCount];
-    u32 size[PartCount];        // words in use
+    u32 size[PartCount]; // words in use
     u32 capacity[PartCount];
     i32 positions[PartCount];
 };
@@ -27,24 +27,24 @@ struct TrainingData {
     ToolInput input;
     i64 file_bytes;
     i64 seed;
-    i64 validation;             // per cent of the lines
-    i64 memory_limit;           // bytes for chunks
-    i64 memory;                 // bytes that they take
-    bool is_kept;               // the chunks hold the whole file; else it is read again
+    i64 validation;   // per cent of the lines
+    i64 memory_limit; // bytes for chunks
+    i64 memory;       // bytes that they take
+    bool is_kept;     // the chunks hold the whole file; else it is read again
     bool is_first_reading;
     bool out_of_memory;
     Team* team;
-    Gatherer* gatherers;        // one for each thread of the team
+    Gatherer* gatherers; // one for each thread of the team
 
-    Chunk* chunks;              // kept ones, or those of one batch
+    Chunk* chunks; // kept ones, or those of one batch
     i64 chunk_count;
     i64 chunk_capacity;
-    i64 next_chunk;             // of a sweep over kept chunks
+    i64 next_chunk; // of a sweep over kept chunks
 
-    char (*lines)[line_slot];   // the batch being read
+    char (*lines)[line_slot]; // the batch being read
     LineVerdict* verdicts;
     i32 lines_read;
-    Part wanted;                // part gathered, PartCount for both
+    Part wanted; // part gathered, PartCount for both
 
     i64 counts[LineVerdictCount];
     i64 positions[PartCount];
@@ -54,8 +54,8 @@ struct TrainingData {
 // are refused, and keeps the positions if they fit. on_progress is called now and then and may ask
 // for the end by returning false. Returns false, with exit_status 1 and a message, if there is
 // nothing to train on; the data must be freed in any case.
-bool load_training_data(TrainingData* data, const char* path,
-    bool (*on_progress)(TrainingData* data));
+bool load_training_data(
+    TrainingData* data, const char* path, bool (*on_progress)(TrainingData* data));
 
 // Begins a sweep over one part.
 void start_sweep(TrainingData* data, Part part);

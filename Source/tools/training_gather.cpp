@@ -12,7 +12,7 @@
 
 static constexpr i32 uncached_ply = 1;
 static constexpr f32 largest_coef = 127.0f;
-static constexpr f64 unknown = -1.0;        // no result, no score
+static constexpr f64 unknown = -1.0; // no result, no score
 
 // What float arithmetic and steps of coef may add to the difference of scores, centipawns.
 static constexpr f64 arithmetic_slack = 0.05;
@@ -94,8 +94,8 @@ static bool find_result(const char* line, i32 side, bool* is_bracket, f64* resul
         return true;
     }
     *result = read_result(line, side);
-    return (number == nullptr || is_result_number(number + 4))
-        && (!has_name || names_result(line)) && *result >= 0.0 && *result <= 1.0;
+    return (number == nullptr || is_result_number(number + 4)) && (!has_name || names_result(line))
+        && *result >= 0.0 && *result <= 1.0;
 }
 
 // The target from the view of side: result and score in the training loop's shares, or the one

@@ -11,11 +11,11 @@
 // with the scale of the side that this puts ahead. It leaves out that the evaluation cuts off the
 // fractions of parts of weights and of the blend.
 struct TrainingPosition {
-    u32 terms;                  // words behind this record, one for each trained weight that counts
-    f32 target;                 // wanted result from white's view, 0 to 1
+    u32 terms;  // words behind this record, one for each trained weight that counts
+    f32 target; // wanted result from white's view, 0 to 1
     f32 phase;
-    f32 fixed;                  // what the weights that are not trained add
-    f32 scale[2];               // with white or with black ahead
+    f32 fixed;    // what the weights that are not trained add
+    f32 scale[2]; // with white or with black ahead
 };
 inline constexpr u32 position_words = sizeof(TrainingPosition) / sizeof(u32);
 
@@ -37,11 +37,11 @@ inline constexpr f32 term_coef(u32 term)
 // What became of a line. From LineRefused on the user is told.
 enum LineVerdict : u8 {
     LineUsed,
-    LineComment,                // or empty
-    LineOfOtherPart,            // of the other part of the file than the one wanted
-    LineInCheck,                // the evaluation judges no such position
-    LineWithoutWeights,         // judged by a rule of its own
-    LineFarScore,               // ce beyond the largest
+    LineComment,        // or empty
+    LineOfOtherPart,    // of the other part of the file than the one wanted
+    LineInCheck,        // the evaluation judges no such position
+    LineWithoutWeights, // judged by a rule of its own
+    LineFarScore,       // ce beyond the largest
     LineRefused,
     LineTooLong = LineRefused,
     LineBinary,
@@ -60,9 +60,9 @@ const char* refusal_text(LineVerdict verdict);
 // How far scores that are rebuilt from coefficients lie from those of the evaluation.
 struct RebuiltCheck {
     i64 positions;
-    f64 largest;                // difference, centipawns
-    f64 bound;                  // what was allowed where it was largest
-    bool failed;                // one was beyond its bound
+    f64 largest; // difference, centipawns
+    f64 bound;   // what was allowed where it was largest
+    bool failed; // one was beyond its bound
 };
 
 // One gatherer's means; each thread has its own.
@@ -71,7 +71,7 @@ struct Gatherer {
     f32 sums[weight_count];
     bool is_touched[weight_count];
     i32 touched[weight_count];
-    i64 counts[weight_count];   // positions in which a weight counts
+    i64 counts[weight_count]; // positions in which a weight counts
     RebuiltCheck check;
 };
 

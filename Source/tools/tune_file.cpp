@@ -120,9 +120,9 @@ static void write_leaf(TuneFile* file, const Sample* sample)
 {
     Position* pos = &console_thread->pos;
     i32 plies = 0;
-    for (const u16* move = search_result.result_pv + 1; *move != NoMove; move++) {
+    for (const u16* move = search_result.result_pv + 1; *move != NoMove; ++move) {
         make_move(pos, *move);
-        plies++;
+        ++plies;
     }
     const bool turned = plies % 2 != 0;
     char fen[fen_size];
@@ -133,7 +133,7 @@ static void write_leaf(TuneFile* file, const Sample* sample)
         hide_progress(&file->input);
         print_plain(" n= %u\n", file->written);
     }
-    file->written++;
+    ++file->written;
 }
 
 // Uses one line. Returns whether the reading may go on: a castling right without its king or rook
@@ -158,7 +158,7 @@ static bool use_line(TuneFile* file, const char* line)
         refuse(&file->input, line_number, "%s", defect);
         return true;
     }
-    file->seen++;
+    ++file->seen;
     const i32 score = search_sample(file);
     if (is_quiet_result(score)) {
         write_leaf(file, &sample);

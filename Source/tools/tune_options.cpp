@@ -45,8 +45,10 @@ static i32 take_number(const TuneNumber& option, const char* text)
     char* end = nullptr;
     const f64 value = text == nullptr ? 0.0 : strtod(text, &end);
     const bool is_number = text != nullptr && end != text && *end == '\0';
-    const bool is_whole = option.whole == nullptr || value == static_cast<f64>(
-        static_cast<i64>(value >= option.least && value <= option.greatest ? value : 0.0));
+    const bool is_whole = option.whole == nullptr
+        || value
+            == static_cast<f64>(
+                static_cast<i64>(value >= option.least && value <= option.greatest ? value : 0.0));
     if (!is_number || !(value >= option.least && value <= option.greatest) || !is_whole) {
         fprintf(stderr, "option %s needs a %snumber from %.15g to %.15g\n", option.name,
             option.whole != nullptr ? "whole " : "", option.least, option.greatest);

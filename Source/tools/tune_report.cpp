@@ -46,9 +46,9 @@ static void write_text(FILE* file, const TrainedWeight* weights, const i64* coun
         const TrainedWeight* weight = &weights[i];
         write_label(i, label);
         fprintf(file, "%-22s %6d %6d %6d %6d %12lld %10.2e %10.2e\n", label, old_value(weight, 0),
-            score_mg(eval_params[i].packed), old_value(weight, 1),
-            score_eg(eval_params[i].packed), static_cast<long long>(counts[i]),
-            std::fabs(weight->gradient[0]), std::fabs(weight->gradient[1]));
+            score_mg(eval_params[i].packed), old_value(weight, 1), score_eg(eval_params[i].packed),
+            static_cast<long long>(counts[i]), std::fabs(weight->gradient[0]),
+            std::fabs(weight->gradient[1]));
     }
     fprintf(file, "\nnever seen:\n");
     for (i32 i = 0; i < weight_count; ++i) {
@@ -69,8 +69,8 @@ static void write_table(FILE* file, const TrainedWeight* weights, const i64* cou
         write_label(i, label);
         fprintf(file, "%d,%s,%d,%d,%d,%d,%d,%lld,%.6e,%.6e\n", i, label, is_trained(i),
             old_value(weight, 0), score_mg(eval_params[i].packed), old_value(weight, 1),
-            score_eg(eval_params[i].packed), static_cast<long long>(counts[i]),
-            weight->gradient[0], weight->gradient[1]);
+            score_eg(eval_params[i].packed), static_cast<long long>(counts[i]), weight->gradient[0],
+            weight->gradient[1]);
     }
 }
 

@@ -10,8 +10,8 @@
 #include "tools/tools.h"
 #include "tools/training_line.h"
 
-static constexpr i32 uncached_ply = 1;       // no cache of the evaluation answers there
-static constexpr i32 largest_deficit = 10;   // of material, in points of phase_mtl
+static constexpr i32 uncached_ply = 1;     // no cache of the evaluation answers there
+static constexpr i32 largest_deficit = 10; // of material, in points of phase_mtl
 static constexpr i32 random_score_mask = 255;
 static constexpr i32 no_move_score = -9999;
 
@@ -22,8 +22,8 @@ constinit f64 err_sum = 0.0;
 // The steps in float and double are told: mg and eg differ in them.
 static void move_weights(f32 phase, f32 error, f32 rate)
 {
-    const f32 mg_error
-        = static_cast<f32>((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
+    const f32 mg_error =
+        static_cast<f32>((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
     const f32 eg_error = phase * error;
     for (i32 index = 1; index < eval_param_count; ++index) { // entry 0 anchors the scale
         EvalParam* entry = &eval_params[index];

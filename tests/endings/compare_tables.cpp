@@ -39,15 +39,16 @@ static const char* const piece_letters[2] = { "KQRBNP", "kqrbnp" };
 static std::string fen_of_board(const EndingBoard& board)
 {
     std::string cells(64, ' ');
-    for (i32 i = 0; i < board.count; i++)
+    for (i32 i = 0; i < board.count; ++i) {
         cells[board.square[i]] = piece_letters[board.side[i]][board.type[i]];
+    }
     std::string fen;
-    for (i32 rank = 7; rank >= 0; rank--) {
+    for (i32 rank = 7; rank >= 0; --rank) {
         i32 empty = 0;
-        for (i32 file = 0; file < 8; file++) {
+        for (i32 file = 0; file < 8; ++file) {
             const char cell = cells[static_cast<size_t>(8 * rank + file)];
             if (cell == ' ') {
-                empty++;
+                ++empty;
                 continue;
             }
             fen += empty > 0 ? std::to_string(empty) : "";
@@ -65,7 +66,7 @@ static TbPos table_position(const EndingBoard& board)
     TbPos pos = {};
     u64* const types[] = { &pos.kings, &pos.queens, &pos.rooks, &pos.bishops, &pos.knights,
         &pos.pawns };
-    for (i32 i = 0; i < board.count; i++) {
+    for (i32 i = 0; i < board.count; ++i) {
         (board.side[i] == 0 ? pos.white : pos.black) |= 1ULL << board.square[i];
         *types[board.type[i]] |= 1ULL << board.square[i];
     }
@@ -75,12 +76,15 @@ static TbPos table_position(const EndingBoard& board)
 
 static u8 turned_square(u32 square, u32 turn)
 {
-    if ((turn & 1) != 0)
+    if ((turn & 1) != 0) {
         square ^= 7;
-    if ((turn & 2) != 0)
+    }
+    if ((turn & 2) != 0) {
         square ^= 56;
-    if ((turn & 4) != 0)
+    }
+    if ((turn & 4) != 0) {
         square = (square >> 3 | square << 3) & 63;
+    }
     return static_cast<u8>(square);
 }
 
@@ -90,7 +94,7 @@ static EndingBoard turned_board(const EndingBoard& board, bool pawns, u32 turn)
     EndingBoard turned = board;
     const u32 mirrors = pawns ? turn & 1 : turn & 7;
     const u32 colours = turn >> 3 & 1;
-    for (i32 i = 0; i < board.count; i++) {
+    for (i32 i = 0; i < board.count; ++i) {
         turned.square[i] = turned_square(board.square[i], mirrors);
         turned.square[i] ^= colours != 0 ? 56 : 0;
         turned.side[i] ^= static_cast<u8>(colours);
@@ -110,8 +114,9 @@ static std::vector<u8> bytes_of_table(const std::string& file)
     std::istringstream folders(table_path());
     for (std::string folder; std::getline(folders, folder, ':');) {
         std::ifstream input(folder + "/" + file, std::ios::binary);
-        if (input)
+        if (input) {
             return { std::istreambuf_iterator<char>(input), {} };
+        }
     }
     return {};
 }
@@ -124,7 +129,7 @@ static std::array<u8, 4> section_flags(const Ending& ending)
     const size_t groups = ending.pawns > 0 ? 4 : 1;
     const size_t pieces = static_cast<size_t>(ending.pieces.count) + (ending.pawns > 1 ? 2 : 1);
     size_t at = (5 + groups * pieces + 1) / 2 * 2;
-    for (size_t file = 0; file < 4; file++) {
+    for (size_t file = 0; file < 4; ++file) {
         if (file >= groups) {
             flags[file] = flags[0];
             continue;
@@ -145,15 +150,16 @@ static std::array<u8, 4> section_flags(const Ending& ending)
 
 // How a distance read for a position may differ from the true one.
 struct Promise {
-    bool held;          // the file holds this side to move; otherwise a move is searched
-    i32 slack;          // 1 if the file holds halves
+    bool held; // the file holds this side to move; otherwise a move is searched
+    i32 slack; // 1 if the file holds halves
 };
 
 static Promise promise_for(
     const Ending& ending, const std::array<u8, 4>& flags, const EndingBoard& board, bool win)
 {
-    if (ending.pawns > 1)
+    if (ending.pawns > 1) {
         return { true, 1 };
+    }
     const i32 file = board.square[0] & 7;
     const u8 section = flags[static_cast<size_t>(ending.pawns == 0 ? 0 : std::min(file, 7 - file))];
     const bool held = ((section & holds_second_side) != 0) == (board.mover == 1);
@@ -164,8 +170,9 @@ static Promise promise_for(
 static bool wins_by_zeroing(const EndingBoard& board)
 {
     for (const EndingMove& move : moves_of(board)) {
-        if (is_zeroing(board, move) && is_loss(value_of(board_after(board, move))))
+        if (is_zeroing(board, move) && is_loss(value_of(board_after(board, move)))) {
             return true;
+        }
     }
     return false;
 }
@@ -175,8 +182,9 @@ static bool wins_by_zeroing(const EndingBoard& board)
 static i32 expected_distance(const EndingBoard& board, EndingValue value, bool held)
 {
     const i32 plies = plies_of(value);
-    if (is_loss(value))
+    if (is_loss(value)) {
         return -std::max(plies, 1);
+    }
     return plies == 1 && !held && !wins_by_zeroing(board) ? 2 : plies;
 }
 
@@ -211,14 +219,17 @@ static bool is_other_image(const Ending& ending, u32 number)
 template <typename Visit>
 static void visit_positions(const Ending& ending, Visit visit)
 {
-    for (u32 number = 0; number < ending.value.size(); number++) {
+    for (u32 number = 0; number < ending.value.size(); ++number) {
         const EndingValue value = ending.value[number];
-        if (value == ending_illegal || is_other_image(ending, number))
+        if (value == ending_illegal || is_other_image(ending, number)) {
             continue;
+        }
         // The low bits of the number are the side to move and a square, so they are stirred.
         const u32 turn = number * 2654435761U >> 28;
-        if (!visit(turned_board(board_of(&ending, number), ending.pawns > 0, turn), number, value))
+        if (!visit(
+                turned_board(board_of(&ending, number), ending.pawns > 0, turn), number, value)) {
             return;
+        }
     }
 }
 
@@ -236,7 +247,7 @@ TEST_P(Endings, WinsDrawsAndLossesAreThoseOfTheRules)
         const i32 wdl = tb_probe_wdl(&pos, &success);
         EXPECT_NE(success, 0) << fen_of_board(board);
         EXPECT_EQ(wdl, wdl_of(value)) << fen_of_board(board);
-        positions++;
+        ++positions;
         return !HasFailure();
     });
     printf("%s: %zu positions\n", ending->name.c_str(), positions);
@@ -248,8 +259,9 @@ TEST_P(Endings, DistancesAreThoseOfTheRules)
     size_t positions = 0;
     size_t off_by_one = 0;
     visit_positions(*ending, [&](const EndingBoard& board, u32 number, EndingValue value) {
-        if (!is_win(value) && !is_loss(value))
+        if (!is_win(value) && !is_loss(value)) {
             return true;
+        }
         const EndingBoard unturned = board_of(ending, number);
         const Promise promise = promise_for(*ending, flags, unturned, is_win(value));
         const i32 expected = expected_distance(unturned, value, promise.held);
@@ -260,7 +272,7 @@ TEST_P(Endings, DistancesAreThoseOfTheRules)
         EXPECT_EQ(dtz > 0, is_win(value)) << fen_of_board(board);
         EXPECT_LE(std::abs(dtz - expected), promise.slack)
             << fen_of_board(board) << " dtz " << dtz << " expected " << expected;
-        positions++;
+        ++positions;
         off_by_one += dtz != expected;
         return !HasFailure();
     });
@@ -311,24 +323,26 @@ static i32 play_slack(const Ending& ending)
     const std::array<u8, 4> flags = section_flags(ending);
     i32 slack = 0;
     for (const u8 section : flags) {
-        if ((section & counts_winning_plies) == 0 || (section & counts_losing_plies) == 0)
+        if ((section & counts_winning_plies) == 0 || (section & counts_losing_plies) == 0) {
             slack = 1;
+        }
     }
     return slack;
 }
 
 // How long a won position can last when one side plays the root's moves and the other any.
 struct PlayBook {
-    std::vector<i16> plies;     // by the squares of the pieces; 0 unknown, -1 being worked out
+    std::vector<i16> plies; // by the squares of the pieces; 0 unknown, -1 being worked out
     i32 slack;
-    size_t asked;               // positions
+    size_t asked; // positions
 };
 
 static size_t squares_number(const EndingBoard& board)
 {
     size_t number = 0;
-    for (i32 i = 0; i < board.count; i++)
+    for (i32 i = 0; i < board.count; ++i) {
         number = 64 * number + board.square[i];
+    }
     return 2 * number + static_cast<size_t>(board.mover);
 }
 
@@ -350,14 +364,16 @@ static i32 longest_play(PlayBook* book, const EndingBoard& board)
 {
     i16* known = &book->plies[squares_number(board)];
     EXPECT_NE(*known, -1) << "the moves go round in a circle at " << fen_of_board(board);
-    if (*known != 0 || testing::Test::HasFailure())
+    if (*known != 0 || testing::Test::HasFailure()) {
         return *known;
+    }
     *known = -1;
     const RootAnswer answer = ask_root(board);
-    book->asked++;
+    ++book->asked;
     EXPECT_EQ(answer.result, 4) << fen_of_board(board);
-    if (testing::Test::HasFailure())
+    if (testing::Test::HasFailure()) {
         return 1;
+    }
     const EndingBoard after = board_after(board, answer.move);
     EXPECT_TRUE(is_loss(value_of(after))) << "a win is thrown away in " << fen_of_board(board);
     const i32 plies = is_zeroing(board, answer.move) ? 1 : 1 + longest_defence(book, after);
@@ -369,12 +385,14 @@ static i32 longest_play(PlayBook* book, const EndingBoard& board)
 // Every won position of three pieces, as it stands, against every defence.
 TEST_P(Endings, TheRootsMovesWinWithinTheirDistance)
 {
-    if (ending->pieces.count != 3)
+    if (ending->pieces.count != 3) {
         GTEST_SKIP() << "too many defences";
+    }
     PlayBook book = { std::vector<i16>(2 * 64 * 64 * 64), play_slack(*ending), 0 };
     visit_positions(*ending, [&](const EndingBoard&, u32 number, EndingValue value) {
-        if (is_win(value))
+        if (is_win(value)) {
             longest_play(&book, board_of(ending, number));
+        }
         return !HasFailure();
     });
     printf("%s: %zu root moves\n", ending->name.c_str(), book.asked);
@@ -384,8 +402,9 @@ TEST_P(Endings, TheRootsMovesWinWithinTheirDistance)
 static EndingMove defence(const EndingBoard& board, bool best, u64* random)
 {
     const std::vector<EndingMove> moves = moves_of(board);
-    if (!best)
+    if (!best) {
         return moves[next_random(random, static_cast<u32>(moves.size()))];
+    }
     EndingMove chosen = moves[0];
     i32 longest = -1;
     for (const EndingMove& move : moves) {
@@ -406,11 +425,13 @@ static i32 play_out(EndingBoard board, bool best, u64* random)
         const EndingMove move = ask_root(board).move;
         const EndingBoard after = board_after(board, move);
         EXPECT_TRUE(is_loss(value_of(after))) << "a win is thrown away in " << fen_of_board(board);
-        if (testing::Test::HasFailure() || is_zeroing(board, move) || moves_of(after).empty())
+        if (testing::Test::HasFailure() || is_zeroing(board, move) || moves_of(after).empty()) {
             return plies;
+        }
         const EndingMove reply = defence(after, best, random);
-        if (is_zeroing(after, reply))
+        if (is_zeroing(after, reply)) {
             return plies + 1;
+        }
         board = board_after(after, reply);
     }
 }
@@ -434,16 +455,16 @@ TEST_P(Endings, ASampleOfPositionsIsPlayedOut)
     for (u32 played = 0; played < games && !HasFailure();) {
         const u32 number = next_random(&random, static_cast<u32>(ending->value.size()));
         const EndingValue value = ending->value[number];
-        const EndingBoard board = turned_board(
-            board_of(ending, number), ending->pawns > 0, next_random(&random, 16));
+        const EndingBoard board =
+            turned_board(board_of(ending, number), ending->pawns > 0, next_random(&random, 16));
         if (is_loss(value) && plies_of(value) > 0) {
             check_defence(board, value, 2 * slack);
-            played++;
+            ++played;
         } else if (is_win(value)) {
             const i32 promised = ask_root(board).dtz;
             EXPECT_LE(play_out(board, played % 2 == 0, &random), promised + slack)
                 << fen_of_board(board);
-            played++;
+            ++played;
         }
     }
 }

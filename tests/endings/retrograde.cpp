@@ -10,13 +10,13 @@
 #include <memory>
 
 static constexpr char letters[] = "KQRBNP";
-static constexpr i32 longest = 120;             // plies that an EndingValue can hold
-static constexpr u8 drawn_escape = 0x80;        // in Work.quiet: a capture or pawn move draws
+static constexpr i32 longest = 120;      // plies that an EndingValue can hold
+static constexpr u8 drawn_escape = 0x80; // in Work.quiet: a capture or pawn move draws
 
 // ---- Geometry
 
 struct Geometry {
-    u64 reach[EndPawn][64];     // on an empty board
+    u64 reach[EndPawn][64]; // on an empty board
     u64 between[64][64];
     u64 pawn_hits[2][64];
 };
@@ -37,8 +37,9 @@ static i32 shifted(i32 square, i32 files, i32 ranks)
 static void add_step(u64* set, i32 from, i32 files, i32 ranks)
 {
     const i32 to = shifted(from, files, ranks);
-    if (to >= 0)
+    if (to >= 0) {
         *set |= square_bit(to);
+    }
 }
 
 static void add_line(Geometry* geometry, i32 from, i32 files, i32 ranks)
@@ -55,12 +56,13 @@ static void add_line(Geometry* geometry, i32 from, i32 files, i32 ranks)
 static Geometry make_geometry()
 {
     Geometry geometry = {};
-    for (i32 from = 0; from < 64; from++) {
-        for (i32 direction = 0; direction < 9; direction++) {
+    for (i32 from = 0; from < 64; ++from) {
+        for (i32 direction = 0; direction < 9; ++direction) {
             const i32 files = direction % 3 - 1;
             const i32 ranks = direction / 3 - 1;
-            if (files == 0 && ranks == 0)
+            if (files == 0 && ranks == 0) {
                 continue;
+            }
             add_step(&geometry.reach[EndKing][from], from, files, ranks);
             add_line(&geometry, from, files, ranks);
             if (files != 0 && ranks != 0) {
@@ -78,31 +80,35 @@ static const Geometry geometry = make_geometry();
 static u64 occupied_by(const EndingBoard& board)
 {
     u64 set = 0;
-    for (i32 i = 0; i < board.count; i++)
+    for (i32 i = 0; i < board.count; ++i) {
         set |= square_bit(board.square[i]);
+    }
     return set;
 }
 
 // Whether a piece of side attacks the square, with the given squares occupied.
 static bool is_hit(const EndingBoard& board, i32 side, i32 square, u64 occupied, i32 left_out)
 {
-    for (i32 i = 0; i < board.count; i++) {
-        if (board.side[i] != side || i == left_out)
+    for (i32 i = 0; i < board.count; ++i) {
+        if (board.side[i] != side || i == left_out) {
             continue;
+        }
         const i32 from = board.square[i];
         const u64 reach = board.type[i] == EndPawn ? geometry.pawn_hits[side][from]
                                                    : geometry.reach[board.type[i]][from];
-        if ((reach & square_bit(square)) != 0 && (geometry.between[from][square] & occupied) == 0)
+        if ((reach & square_bit(square)) != 0 && (geometry.between[from][square] & occupied) == 0) {
             return true;
+        }
     }
     return false;
 }
 
 static i32 king_of(const EndingBoard& board, i32 side)
 {
-    for (i32 i = 0; i < board.count; i++) {
-        if (board.side[i] == side && board.type[i] == EndKing)
+    for (i32 i = 0; i < board.count; ++i) {
+        if (board.side[i] == side && board.type[i] == EndKing) {
             return board.square[i];
+        }
     }
     abort();
 }
@@ -110,11 +116,13 @@ static i32 king_of(const EndingBoard& board, i32 side)
 static bool is_legal_board(const EndingBoard& board)
 {
     const u64 occupied = occupied_by(board);
-    if (std::popcount(occupied) != board.count)
+    if (std::popcount(occupied) != board.count) {
         return false;
-    for (i32 i = 0; i < board.count; i++) {
-        if (board.type[i] == EndPawn && (board.square[i] < 8 || board.square[i] >= 56))
+    }
+    for (i32 i = 0; i < board.count; ++i) {
+        if (board.type[i] == EndPawn && (board.square[i] < 8 || board.square[i] >= 56)) {
             return false;
+        }
     }
     return !is_hit(board, board.mover, king_of(board, board.mover ^ 1), occupied, -1);
 }
@@ -126,24 +134,25 @@ static bool keeps_king_safe(const EndingBoard& board, u64 occupied, const Ending
     const i32 from = board.square[move.piece];
     const bool king = board.type[move.piece] == EndKing;
     const u64 after = (occupied & ~square_bit(from)) | square_bit(move.to);
-    return !is_hit(board, board.mover ^ 1, king ? move.to : king_of(board, board.mover), after,
-        move.captured);
+    return !is_hit(
+        board, board.mover ^ 1, king ? move.to : king_of(board, board.mover), after, move.captured);
 }
 
 // Calls visit for each legal move of one piece to one square, promotions one by one.
 template <typename Visit>
-static void visit_move(const EndingBoard& board, u64 occupied, i32 piece, i32 to, i32 captured,
-    Visit visit)
+static void visit_move(
+    const EndingBoard& board, u64 occupied, i32 piece, i32 to, i32 captured, Visit visit)
 {
     EndingMove move = { static_cast<u8>(piece), static_cast<u8>(to), static_cast<i8>(captured),
         EndKing };
-    if (!keeps_king_safe(board, occupied, move))
+    if (!keeps_king_safe(board, occupied, move)) {
         return;
+    }
     if (board.type[piece] != EndPawn || (to >= 8 && to < 56)) {
         visit(move);
         return;
     }
-    for (u8 type = EndQueen; type <= EndKnight; type++) {
+    for (u8 type = EndQueen; type <= EndKnight; ++type) {
         move.promotion = type;
         visit(move);
     }
@@ -154,23 +163,26 @@ static void visit_pawn_steps(const EndingBoard& board, u64 occupied, i32 piece, 
 {
     const i32 step = board.mover == 0 ? 8 : -8;
     const i32 to = board.square[piece] + step;
-    if ((occupied & square_bit(to)) != 0)
+    if ((occupied & square_bit(to)) != 0) {
         return;
+    }
     visit_move(board, occupied, piece, to, -1, visit);
     const bool at_home = (board.square[piece] >> 3) == (board.mover == 0 ? 1 : 6);
-    if (at_home && (occupied & square_bit(to + step)) == 0)
+    if (at_home && (occupied & square_bit(to + step)) == 0) {
         visit_move(board, occupied, piece, to + step, -1, visit);
+    }
 }
 
 template <typename Visit>
 static void visit_captures(
     const EndingBoard& board, u64 occupied, i32 piece, u64 reach, Visit visit)
 {
-    for (i32 other = 0; other < board.count; other++) {
+    for (i32 other = 0; other < board.count; ++other) {
         const i32 to = board.square[other];
         if (board.side[other] != board.mover && (reach & square_bit(to)) != 0
-            && (geometry.between[board.square[piece]][to] & occupied) == 0)
+            && (geometry.between[board.square[piece]][to] & occupied) == 0) {
             visit_move(board, occupied, piece, to, other, visit);
+        }
     }
 }
 
@@ -179,8 +191,9 @@ static void visit_quiets(const EndingBoard& board, u64 occupied, i32 piece, u64 
 {
     for (u64 set = reach & ~occupied; set != 0; set &= set - 1) {
         const i32 to = std::countr_zero(set);
-        if ((geometry.between[board.square[piece]][to] & occupied) == 0)
+        if ((geometry.between[board.square[piece]][to] & occupied) == 0) {
             visit_move(board, occupied, piece, to, -1, visit);
+        }
     }
 }
 
@@ -188,9 +201,10 @@ template <typename Visit>
 static void visit_moves(const EndingBoard& board, Visit visit)
 {
     const u64 occupied = occupied_by(board);
-    for (i32 piece = 0; piece < board.count; piece++) {
-        if (board.side[piece] != board.mover)
+    for (i32 piece = 0; piece < board.count; ++piece) {
+        if (board.side[piece] != board.mover) {
             continue;
+        }
         const i32 from = board.square[piece];
         if (board.type[piece] == EndPawn) {
             visit_captures(board, occupied, piece, geometry.pawn_hits[board.mover][from], visit);
@@ -212,8 +226,8 @@ std::vector<EndingMove> moves_of(const EndingBoard& board)
 
 static void remove_piece(EndingBoard* board, i32 piece)
 {
-    board->count--;
-    for (i32 i = piece; i < board->count; i++) {
+    --board->count;
+    for (i32 i = piece; i < board->count; ++i) {
         board->side[i] = board->side[i + 1];
         board->type[i] = board->type[i + 1];
         board->square[i] = board->square[i + 1];
@@ -225,10 +239,12 @@ EndingBoard board_after(const EndingBoard& board, const EndingMove& move)
     EndingBoard after = board;
     after.mover ^= 1;
     after.square[move.piece] = move.to;
-    if (move.promotion != EndKing)
+    if (move.promotion != EndKing) {
         after.type[move.piece] = move.promotion;
-    if (move.captured >= 0)
+    }
+    if (move.captured >= 0) {
         remove_piece(&after, move.captured);
+    }
     return after;
 }
 
@@ -255,11 +271,13 @@ static i32 first_square(const Ending* ending, i32 number)
 static u32 number_of(const Ending* ending, const u8* square, i32 mover)
 {
     i32 mirror = (square[0] & 7) > 3 ? 7 : 0;
-    if (ending->pawns == 0 && square[0] >= 32)
+    if (ending->pawns == 0 && square[0] >= 32) {
         mirror ^= 56;
+    }
     u32 number = static_cast<u32>(first_number(ending, square[0] ^ mirror));
-    for (i32 i = 1; i < ending->pieces.count; i++)
+    for (i32 i = 1; i < ending->pieces.count; ++i) {
         number = 64 * number + static_cast<u32>(square[i] ^ mirror);
+    }
     return 2 * number + static_cast<u32>(mover);
 }
 
@@ -268,7 +286,7 @@ EndingBoard board_of(const Ending* ending, u32 number)
     EndingBoard board = ending->pieces;
     board.mover = static_cast<i32>(number & 1);
     number /= 2;
-    for (i32 i = board.count - 1; i > 0; i--) {
+    for (i32 i = board.count - 1; i > 0; --i) {
         board.square[i] = static_cast<u8>(number % 64);
         number /= 64;
     }
@@ -283,8 +301,9 @@ EndingBoard board_of(const Ending* ending, u32 number)
 static u32 material_of(const EndingBoard& board, i32 flip)
 {
     u32 material = 0;
-    for (i32 i = 0; i < board.count; i++)
+    for (i32 i = 0; i < board.count; ++i) {
         material += 1U << (2 * (board.type[i] + 6 * (board.side[i] ^ flip)));
+    }
     return material;
 }
 
@@ -300,8 +319,8 @@ static const Ending* solved_ending(const EndingBoard& board, i32 flip)
 static void order_squares(const Ending* ending, const EndingBoard& board, i32 flip, u8* square)
 {
     u32 used = 0;
-    for (i32 i = 0; i < board.count; i++) {
-        for (i32 j = 0; j < board.count; j++) {
+    for (i32 i = 0; i < board.count; ++i) {
+        for (i32 j = 0; j < board.count; ++j) {
             if ((used >> j & 1) == 0 && ending->pieces.type[i] == board.type[j]
                 && ending->pieces.side[i] == (board.side[j] ^ flip)) {
                 used |= 1U << j;
@@ -314,8 +333,9 @@ static void order_squares(const Ending* ending, const EndingBoard& board, i32 fl
 
 EndingValue value_of(const EndingBoard& board)
 {
-    if (board.count == 2)
+    if (board.count == 2) {
         return 0;
+    }
     i32 flip = 0;
     const Ending* ending = solved_ending(board, 0);
     if (ending == nullptr) {
@@ -335,8 +355,8 @@ EndingValue value_of(const EndingBoard& board)
 
 struct Work {
     Ending* ending;
-    std::vector<u8> quiet;              // legal quiet moves that are not known to lose
-    std::vector<std::vector<u32>> decided;      // by plies
+    std::vector<u8> quiet;                 // legal quiet moves that are not known to lose
+    std::vector<std::vector<u32>> decided; // by plies
 };
 
 static void decide(Work* work, u32 number, bool win, i32 plies)
@@ -364,20 +384,23 @@ static Outcome with_en_passant(const EndingBoard& after, i32 pawn_square, Ending
     Outcome outcome = outcome_for_opponent(value);
     const i32 passed = pawn_square + (after.mover == 0 ? 8 : -8);
     bool only_answer = value == ending_stalemate;
-    for (i32 i = 0; i < after.count; i++) {
+    for (i32 i = 0; i < after.count; ++i) {
         const u64 hits = geometry.pawn_hits[after.mover][after.square[i]];
         if (after.side[i] != after.mover || after.type[i] != EndPawn
-            || (hits & square_bit(passed)) == 0)
+            || (hits & square_bit(passed)) == 0) {
             continue;
+        }
         EndingBoard taken = after;
         taken.square[i] = static_cast<u8>(passed);
         taken.mover ^= 1;
-        for (i32 j = taken.count - 1; j >= 0; j--) {
-            if (taken.square[j] == pawn_square)
+        for (i32 j = taken.count - 1; j >= 0; --j) {
+            if (taken.square[j] == pawn_square) {
                 remove_piece(&taken, j);
+            }
         }
-        if (!is_legal_board(taken))
+        if (!is_legal_board(taken)) {
             continue;
+        }
         const EndingValue answer = value_of(taken);
         const Outcome mine = is_win(answer) ? Won : is_loss(answer) ? Lost : Drawn;
         outcome = only_answer || mine < outcome ? mine : outcome;
@@ -391,8 +414,9 @@ static Outcome outcome_of_zeroing(const EndingBoard& board, const EndingMove& mo
     const EndingBoard after = board_after(board, move);
     const EndingValue value = value_of(after);
     const i32 distance = move.to - board.square[move.piece];
-    if (board.type[move.piece] == EndPawn && (distance == 16 || distance == -16))
+    if (board.type[move.piece] == EndPawn && (distance == 16 || distance == -16)) {
         return with_en_passant(after, move.to, value);
+    }
     return outcome_for_opponent(value);
 }
 
@@ -411,7 +435,7 @@ static void examine(Work* work, u32 number)
             const Outcome outcome = outcome_of_zeroing(board, move);
             best = outcome > best ? outcome : best;
         } else {
-            quiet++;
+            ++quiet;
         }
     });
     work->quiet[number] = best == Drawn ? quiet | drawn_escape : quiet;
@@ -421,22 +445,25 @@ static void examine(Work* work, u32 number)
         decide(work, number, false, 1);
     } else if (quiet == 0 && best == NoOutcome) {
         const i32 king = king_of(board, board.mover);
-        if (is_hit(board, board.mover ^ 1, king, occupied_by(board), -1))
+        if (is_hit(board, board.mover ^ 1, king, occupied_by(board), -1)) {
             decide(work, number, false, 0);
-        else
+        } else {
             work->ending->value[number] = ending_stalemate;
+        }
     }
 }
 
 // What a decided position, so many plies from the end, tells of one before it.
 static void tell_predecessor(Work* work, u32 number, bool lost, i32 plies)
 {
-    if (work->ending->value[number] != 0)
+    if (work->ending->value[number] != 0) {
         return;
-    if (lost)
+    }
+    if (lost) {
         decide(work, number, true, plies + 1);
-    else if (--work->quiet[number] == 0)
+    } else if (--work->quiet[number] == 0) {
         decide(work, number, false, plies + 1);
+    }
 }
 
 // Takes back the quiet moves that lead to a position. Whether the position before is legal is
@@ -446,15 +473,17 @@ static void take_back(Work* work, u32 number, i32 plies)
     EndingBoard board = board_of(work->ending, number);
     const bool lost = is_loss(work->ending->value[number]);
     const u64 occupied = occupied_by(board);
-    for (i32 piece = 0; piece < board.count; piece++) {
-        if (board.side[piece] == board.mover || board.type[piece] == EndPawn)
+    for (i32 piece = 0; piece < board.count; ++piece) {
+        if (board.side[piece] == board.mover || board.type[piece] == EndPawn) {
             continue;
+        }
         const u8 to = board.square[piece];
         u64 set = geometry.reach[board.type[piece]][to] & ~occupied;
         for (; set != 0; set &= set - 1) {
             const i32 from = std::countr_zero(set);
-            if ((geometry.between[to][from] & occupied) != 0)
+            if ((geometry.between[to][from] & occupied) != 0) {
                 continue;
+            }
             board.square[piece] = static_cast<u8>(from);
             tell_predecessor(
                 work, number_of(work->ending, board.square, board.mover ^ 1), lost, plies);
@@ -469,10 +498,11 @@ static i32 layer_of(const Ending* ending, u32 block, u32 block_size)
 {
     const EndingBoard board = board_of(ending, block * block_size);
     i32 steps = 0;
-    for (i32 i = 0; i < ending->pawns; i++) {
+    for (i32 i = 0; i < ending->pawns; ++i) {
         const i32 rank = board.square[i] >> 3;
-        if (rank == 0 || rank == 7)
+        if (rank == 0 || rank == 7) {
             return -1;
+        }
         steps += board.side[i] == 0 ? rank : 7 - rank;
     }
     return steps;
@@ -482,41 +512,48 @@ static void solve_layer(Work* work, i32 layer, u32 block_size)
 {
     Ending* ending = work->ending;
     work->decided.assign(longest + 1, {});
-    for (u32 block = 0; block * block_size < ending->value.size(); block++) {
-        if (layer_of(ending, block, block_size) != layer)
+    for (u32 block = 0; block * block_size < ending->value.size(); ++block) {
+        if (layer_of(ending, block, block_size) != layer) {
             continue;
-        for (u32 i = 0; i < block_size; i++)
+        }
+        for (u32 i = 0; i < block_size; ++i) {
             examine(work, block * block_size + i);
+        }
     }
-    for (i32 plies = 0; plies <= longest; plies++) {
+    for (i32 plies = 0; plies <= longest; ++plies) {
         // The list of the next ply grows meanwhile, this one does not.
-        for (const u32 number : work->decided[static_cast<size_t>(plies)])
+        for (const u32 number : work->decided[static_cast<size_t>(plies)]) {
             take_back(work, number, plies);
+        }
     }
 }
 
 static u32 block_size_of(const Ending* ending)
 {
     u32 size = 2;
-    for (i32 i = ending->pawns == 0 ? 1 : ending->pawns; i < ending->pieces.count; i++)
+    for (i32 i = ending->pawns == 0 ? 1 : ending->pawns; i < ending->pieces.count; ++i) {
         size *= 64;
+    }
     return ending->pawns == 0 ? size * 16 : size;
 }
 
 static void solve_itself(Ending* ending)
 {
     size_t size = static_cast<size_t>(2 * first_squares(ending));
-    for (i32 i = 1; i < ending->pieces.count; i++)
+    for (i32 i = 1; i < ending->pieces.count; ++i) {
         size *= 64;
+    }
     ending->value.assign(size, 0);
     Work work = { ending, std::vector<u8>(size), {} };
     const u32 block_size = block_size_of(ending);
-    for (i32 layer = 6 * ending->pawns; layer >= ending->pawns; layer--)
+    for (i32 layer = 6 * ending->pawns; layer >= ending->pawns; --layer) {
         solve_layer(&work, layer, block_size);
+    }
     if (ending->pawns > 0) {
-        for (u32 number = 0; number < size; number++) {
-            if (layer_of(ending, number / block_size, block_size) < 0)
+        for (u32 number = 0; number < size; ++number) {
+            if (layer_of(ending, number / block_size, block_size) < 0) {
                 ending->value[number] = ending_illegal;
+            }
         }
     }
 }
@@ -526,10 +563,10 @@ static void solve_material(const EndingBoard& pieces);
 // Solves what a capture of each piece, or a promotion of each pawn, leads to.
 static void solve_successors(const EndingBoard& pieces)
 {
-    for (i32 i = 0; i < pieces.count; i++) {
+    for (i32 i = 0; i < pieces.count; ++i) {
         EndingBoard next = pieces;
         if (pieces.type[i] == EndPawn) {
-            for (u8 type = EndQueen; type <= EndKnight; type++) {
+            for (u8 type = EndQueen; type <= EndKnight; ++type) {
                 next.type[i] = type;
                 solve_material(next);
             }
@@ -545,11 +582,12 @@ static void solve_successors(const EndingBoard& pieces)
 static std::string name_of(const EndingBoard& pieces)
 {
     std::string name;
-    for (i32 side = 0; side < 2; side++) {
-        for (u8 type = EndKing; type <= EndPawn; type++) {
-            for (i32 i = 0; i < pieces.count; i++) {
-                if (pieces.side[i] == side && pieces.type[i] == type)
+    for (i32 side = 0; side < 2; ++side) {
+        for (u8 type = EndKing; type <= EndPawn; ++type) {
+            for (i32 i = 0; i < pieces.count; ++i) {
+                if (pieces.side[i] == side && pieces.type[i] == type) {
                     name += letters[type];
+                }
             }
         }
         name += side == 0 ? "v" : "";
@@ -559,11 +597,11 @@ static std::string name_of(const EndingBoard& pieces)
 
 static void add_pieces(EndingBoard* to, const EndingBoard& from, bool pawns)
 {
-    for (i32 i = 0; i < from.count; i++) {
+    for (i32 i = 0; i < from.count; ++i) {
         if ((from.type[i] == EndPawn) == pawns) {
             to->side[to->count] = from.side[i];
             to->type[to->count] = from.type[i];
-            to->count++;
+            ++to->count;
         }
     }
 }
@@ -571,8 +609,9 @@ static void add_pieces(EndingBoard* to, const EndingBoard& from, bool pawns)
 static void solve_material(const EndingBoard& pieces)
 {
     if (pieces.count == 2 || solved_ending(pieces, 0) != nullptr
-        || solved_ending(pieces, 1) != nullptr)
+        || solved_ending(pieces, 1) != nullptr) {
         return;
+    }
     solve_successors(pieces);
     auto ending = std::make_unique<Ending>();
     ending->name = name_of(pieces);

@@ -106,8 +106,7 @@ static std::string random_fen(u64* state)
 static bool set_usable(const std::string& fen)
 {
     Position* pos = set_position(fen);
-    if (position_defect(pos) != nullptr
-        || is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1)) {
+    if (position_defect(pos) != nullptr || is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1)) {
         return false;
     }
     evaluate_for_white();
@@ -137,33 +136,33 @@ static std::set<i32> unreachable_weights()
     std::set<i32> list;
     for (const i32 table : { PST_P1, PST_CP, PST_DP, PST_P2 }) {
         for (i32 file = 0; file < 8; ++file) {
-            list.insert(table + file);          // no pawn stands on the first and the last rank
+            list.insert(table + file); // no pawn stands on the first and the last rank
             list.insert(table + 56 + file);
         }
     }
     for (i32 file = 0; file < 8; ++file) {
-        list.insert(PST_DP + 8 + file);         // nor behind the second to defend one there
+        list.insert(PST_DP + 8 + file); // nor behind the second to defend one there
     }
     for (i32 square = 0; square < 64; ++square) {
         if ((square & 7) < 4) {
-            list.insert(PST_K + square);        // the map puts every king on files e to h
+            list.insert(PST_K + square); // the map puts every king on files e to h
         }
     }
     for (const i32 ranks : { ppawn, ppawn_mobile, ppawn_free }) {
         list.insert(ranks);
         list.insert(ranks + 7);
     }
-    list.insert(ppawn_free + 1);                // free from the fourth rank on
+    list.insert(ppawn_free + 1); // free from the fourth rank on
     list.insert(ppawn_free + 2);
     for (i32 spare = tmp0; spare <= tmp8; ++spare) {
-        list.insert(spare);                     // read by no term
+        list.insert(spare); // read by no term
     }
     return list;
 }
 
 // ---- Finite differences
 
-static constexpr i32 wanted_checks = 3;     // positions for each weight and half
+static constexpr i32 wanted_checks = 3; // positions for each weight and half
 static constexpr f64 largest_change = 20000;
 
 // How often the notes take a part of the weight, each of which is cut off by itself.
@@ -301,7 +300,7 @@ TEST_F(TuneCoefs, CachesLoseNothing)
     const std::vector<f32> fresh = coefs();
     for (i32 i = 0; i < 2; ++i) {
         evaluate(console_thread, White, 5, 0, 0);
-        EXPECT_EQ(coefs(), fresh);              // from ply 2 on nothing is filled or emptied
+        EXPECT_EQ(coefs(), fresh); // from ply 2 on nothing is filled or emptied
     }
     evaluate_for_white();
     EXPECT_EQ(coefs(), fresh);
@@ -333,8 +332,7 @@ TEST_F(TuneCoefs, ABoardFullOfPiecesIsNotedToTheEnd)
 
 TEST_F(TuneCoefs, AStepMovesTheScoreTowardsTheTarget)
 {
-    Position* pos
-        = set_position("r1bq1rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP3PPP/R1BQ1RK1 b - -");
+    Position* pos = set_position("r1bq1rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP3PPP/R1BQ1RK1 b - -");
     const i32 before = tune_step(pos, 1.0f, 10.0f);
     const f64 anchor = eval_params[mtl_pawn].mg;
     i32 after = before;
@@ -343,7 +341,7 @@ TEST_F(TuneCoefs, AStepMovesTheScoreTowardsTheTarget)
     }
     EXPECT_GT(after, before + 20);
     EXPECT_EQ(eval_params[mtl_pawn].mg, anchor);
-    EXPECT_EQ(eval_params[bishop_pair].mg, 29.0);   // does not count there
+    EXPECT_EQ(eval_params[bishop_pair].mg, 29.0); // does not count there
     EXPECT_NE(eval_params[stm_bonus].mg, 14.0);
     EXPECT_EQ(eval_params[stm_bonus].coef, 0.0f);
 }
@@ -353,8 +351,7 @@ TEST_F(TuneCoefs, AStepLeavesFrozenWeights)
     snprintf(tune_list[0], sizeof tune_list[0], "stm_bonus");
     tune_count = 1;
     init_eval_params(2);
-    Position* pos
-        = set_position("r1bq1rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP3PPP/R1BQ1RK1 b - -");
+    Position* pos = set_position("r1bq1rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP3PPP/R1BQ1RK1 b - -");
     tune_step(pos, 1.0f, 100.0f);
     for (i32 weight = 0; weight < weight_count; ++weight) {
         const bool is_moved = eval_params[weight].mg != std::round(eval_params[weight].mg);

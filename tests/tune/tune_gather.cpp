@@ -203,9 +203,10 @@ TEST(TuneTeam, EveryPartIsDoneOnce)
         for (i32 round = 0; round < 200; ++round) {
             Work work = {};
             const i32 parts = round % 100;
-            run_team(team, parts, [](void* context, i32, i32 part) {
-                static_cast<Work*>(context)->done[part]++;
-            }, &work);
+            run_team(
+                team, parts,
+                [](void* context, i32, i32 part) { static_cast<Work*>(context)->done[part]++; },
+                &work);
             for (i32 part = 0; part < 100; ++part) {
                 ASSERT_EQ(work.done[part], part < parts);
             }
@@ -332,11 +333,10 @@ TEST_F(TuneData, RefusedLinesAreToldByFileAndNumber)
     std::string zero = start + " gr 1;";
     zero[3] = '\0';
     const std::string fitting = start + " ce 1; gr 1; id \"";
-    const std::string text = "\xef\xbb\xbf" + start + " gr 1;\r\n"
-        + "# comment\n" + "nonsense\n" + std::string(1000000, 'x') + "\n" + zero + "\n"
-        + fitting + std::string(254 - 2 - fitting.size(), 'x') + "\";\n"
-        + fitting + std::string(255 - 2 - fitting.size(), 'x') + "\";\n"
-        + start + " gr 1;";
+    const std::string text = "\xef\xbb\xbf" + start + " gr 1;\r\n" + "# comment\n" + "nonsense\n"
+        + std::string(1000000, 'x') + "\n" + zero + "\n" + fitting
+        + std::string(254 - 2 - fitting.size(), 'x') + "\";\n" + fitting
+        + std::string(255 - 2 - fitting.size(), 'x') + "\";\n" + start + " gr 1;";
     EXPECT_EQ(load_text(text),
         "tune_data.epd:3: does not begin with the four fields of a position\n"
         "tune_data.epd:4: is longer than 254 characters\n"

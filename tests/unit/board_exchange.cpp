@@ -31,8 +31,9 @@ static bool on_line(i32 a, i32 b, bool straight)
 {
     const i32 files = (b & 7) - (a & 7);
     const i32 ranks = (b >> 3) - (a >> 3);
-    if (a == b)
+    if (a == b) {
         return false;
+    }
     return straight ? files == 0 || ranks == 0 : abs(files) == abs(ranks);
 }
 
@@ -42,8 +43,9 @@ static u64 plain_between(i32 a, i32 b)
     const auto sign = [](i32 value) { return (value > 0) - (value < 0); };
     const i32 step = sign((b & 7) - (a & 7)) + 8 * sign((b >> 3) - (a >> 3));
     u64 set = 0;
-    for (i32 square = a + step; square != b; square += step)
+    for (i32 square = a + step; square != b; square += step) {
         set |= bit(square);
+    }
     return set;
 }
 
@@ -71,11 +73,12 @@ static bool plain_attacks(const Position* pos, i32 from, i32 square, u64 occ)
 // The cheapest piece of side among present that attacks square, the lowest square of a type first.
 static i32 plain_attacker(const Position* pos, i32 square, i32 side, u64 present, u64 occ)
 {
-    for (i32 type = Pawn; type <= King; type++) {
-        for (i32 from = 0; from < 64; from++) {
+    for (i32 type = Pawn; type <= King; ++type) {
+        for (i32 from = 0; from < 64; ++from) {
             if (pos->board[from] == type + 8 * side && (present & bit(from)) != 0
-                && plain_attacks(pos, from, square, occ))
+                && plain_attacks(pos, from, square, occ)) {
                 return from;
+            }
         }
     }
     return NoSquare;
@@ -85,10 +88,12 @@ static i32 plain_attacker(const Position* pos, i32 square, i32 side, u64 present
 static i32 plain_gain(const Position* pos, i32 side, i32 square, i32 type, u64 occ)
 {
     const i32 from = plain_attacker(pos, square, side, occ, occ);
-    if (from == NoSquare)
+    if (from == NoSquare) {
         return 0;
-    if (type == King)
+    }
+    if (type == King) {
         return plain_king_capture;
+    }
     const i32 answer = plain_gain(pos, side ^ 1, square, pos->board[from] & 7, occ & ~bit(from));
     return std::max(plain_value[type] - answer, 0);
 }
@@ -97,8 +102,9 @@ static i32 plain_swap(const Position* pos, i32 side, i32 from, i32 to)
 {
     const u64 occ = all_pieces(pos);
     const i32 target = pos->board[to] & 7;
-    if (from == NoSquare)
+    if (from == NoSquare) {
         return plain_gain(pos, side, to, target, occ);
+    }
     return plain_value[target]
         - plain_gain(pos, side ^ 1, to, pos->board[from] & 7, occ & ~bit(from));
 }
@@ -107,18 +113,21 @@ static i32 plain_swap(const Position* pos, i32 side, i32 from, i32 to)
 static std::string scattered_fen(u64* state, u32 pieces)
 {
     char board[64];
-    for (char& square : board)
+    for (char& square : board) {
         square = '1';
-    for (u32 i = 0; i < pieces; i++)
+    }
+    for (u32 i = 0; i < pieces; ++i) {
         board[next_random(state, 64)] = "PNBRQpnbrqRQrq"[next_random(state, 14)];
+    }
     const u32 white_king = next_random(state, 64);
     board[white_king] = 'K';
     board[(white_king + 1 + next_random(state, 63)) & 63] = 'k';
     std::string text;
-    for (i32 i = 0; i < 64; i++) {
+    for (i32 i = 0; i < 64; ++i) {
         text += board[i];
-        if (i % 8 == 7 && i < 63)
+        if (i % 8 == 7 && i < 63) {
             text += '/';
+        }
     }
     return text + (next_random(state, 2) != 0 ? " w - -" : " b - -");
 }
@@ -135,14 +144,16 @@ static void for_random_positions(i32 games, i32 scattered, Check check)
 {
     u64 state = 20;
     for (const char* start : game_starts) {
-        for (i32 game = 0; game < games; game++) {
+        for (i32 game = 0; game < games; ++game) {
             Position* pos = set_position(start);
-            while (play_random_moves(pos, &state, 7) == 7 && console_thread->undo_count < 60)
+            while (play_random_moves(pos, &state, 7) == 7 && console_thread->undo_count < 60) {
                 check(pos);
+            }
         }
     }
-    for (i32 i = 0; i < scattered; i++)
+    for (i32 i = 0; i < scattered; ++i) {
         check(set_position(scattered_fen(&state, 8 + next_random(&state, 40))));
+    }
 }
 
 // ---- Attackers
@@ -261,17 +272,20 @@ TEST(BoardExchange, AttackersAgreeWithThoseOfAWalkOverTheBoard)
     for_random_positions(6, 60, [&state](Position* pos) {
         const u64 occ = all_pieces(pos);
         u64 fewer = occ;
-        for (i32 i = 0; i < 6; i++)
+        for (i32 i = 0; i < 6; ++i) {
             fewer &= ~bit(static_cast<i32>(next_random(&state, 64)));
-        for (i32 square = 0; square < 64; square++) {
-            for (i32 side = White; side <= Black; side++) {
+        }
+        for (i32 square = 0; square < 64; ++square) {
+            for (i32 side = White; side <= Black; ++side) {
                 const i32 first = plain_attacker(pos, square, side, occ, occ);
                 ASSERT_EQ(find_attacker(pos, square, side, occ), first) << fen_of(pos);
                 ASSERT_EQ(is_attacked(pos, square, side), first != NoSquare) << fen_of(pos);
                 ASSERT_EQ(find_attacker(pos, square, side, fewer),
-                    plain_attacker(pos, square, side, fewer, fewer)) << fen_of(pos);
+                    plain_attacker(pos, square, side, fewer, fewer))
+                    << fen_of(pos);
                 ASSERT_EQ(find_checker(pos, square, side, fewer),
-                    plain_attacker(pos, square, side, ~0ULL, fewer)) << fen_of(pos);
+                    plain_attacker(pos, square, side, ~0ULL, fewer))
+                    << fen_of(pos);
             }
         }
     });
@@ -383,16 +397,16 @@ TEST(BoardExchange, ValuesAgreeWithAPlainRecursion)
         MoveEntry* end = gen_captures(pos, pos->stm, list, NoSquare);
         end = gen_promotions(pos, pos->stm, 1, end);
         end = gen_quiets(pos, pos->stm, end, NoSquare);
-        for (const MoveEntry* entry = list; entry < end; entry++) {
+        for (const MoveEntry* entry = list; entry < end; ++entry) {
             const i32 from = from_square(entry->move);
             const i32 to = to_square(entry->move);
             ASSERT_EQ(swapoff(pos, pos->stm, from, to), plain_swap(pos, pos->stm, from, to))
                 << fen_of(pos) << ' ' << text_of(entry->move);
         }
-        for (i32 square = 0; square < 64; square++) {
-            for (i32 side = White; side <= Black; side++) {
-                ASSERT_EQ(swapoff(pos, side, NoSquare, square),
-                    plain_swap(pos, side, NoSquare, square))
+        for (i32 square = 0; square < 64; ++square) {
+            for (i32 side = White; side <= Black; ++side) {
+                ASSERT_EQ(
+                    swapoff(pos, side, NoSquare, square), plain_swap(pos, side, NoSquare, square))
                     << fen_of(pos) << ' ' << square_name[square];
             }
         }
@@ -403,8 +417,8 @@ TEST(BoardExchange, ValuesAgreeWithAPlainRecursion)
 
 static bool pressure(const char* fen, i32 type, const char* from, const char* to, const char* zone)
 {
-    return adds_king_pressure(set_position(fen), type, square_of(from), square_of(to),
-        squares_of(zone));
+    return adds_king_pressure(
+        set_position(fen), type, square_of(from), square_of(to), squares_of(zone));
 }
 
 TEST(BoardExchange, PressureNeedsAnotherAttackerOfTheSquare)
@@ -416,8 +430,8 @@ TEST(BoardExchange, PressureNeedsAnotherAttackerOfTheSquare)
 TEST(BoardExchange, PressureNeedsASquareOfTheZone)
 {
     EXPECT_FALSE(pressure("6k1/8/8/6N1/8/8/8/R3K3 w - -", Rook, "a1", "a7", "f8 h8"));
-    EXPECT_FALSE(adds_king_pressure(set_position("6k1/8/8/6N1/8/8/8/R3K3 w - -"), Rook,
-        square_of("a1"), square_of("a7"), 0));
+    EXPECT_FALSE(adds_king_pressure(
+        set_position("6k1/8/8/6N1/8/8/8/R3K3 w - -"), Rook, square_of("a1"), square_of("a7"), 0));
 }
 
 TEST(BoardExchange, PressureOnASquareOfTheOldLineIsNotNew)
@@ -474,22 +488,26 @@ static bool plain_pressure(const Position* pos, i32 type, i32 from, i32 to, u64 
     const u64 occ = all_pieces(pos);
     for (const bool straight : { true, false }) {
         const i32 mover = straight ? Rook : Bishop;
-        if (type != mover && type != Queen)
+        if (type != mover && type != Queen) {
             continue;
-        for (i32 square = 0; square < 64; square++) {
+        }
+        for (i32 square = 0; square < 64; ++square) {
             if ((zone & bit(square)) == 0 || square == from || !on_line(to, square, straight)
-                || on_line(from, square, straight))
+                || on_line(from, square, straight)) {
                 continue;
+            }
             bool blocked = false;
-            for (i32 other = 0; other < 64; other++) {
+            for (i32 other = 0; other < 64; ++other) {
                 const i32 code = pos->board[other];
                 if ((plain_between(square, to) & bit(other)) != 0 && code != 0
-                    && code != mover + 8 * side && code != Queen + 8 * side)
+                    && code != mover + 8 * side && code != Queen + 8 * side) {
                     blocked = true;
+                }
             }
             const u64 rest = occ & ~bit(from);
-            if (!blocked && plain_attacker(pos, square, side, rest, rest) != NoSquare)
+            if (!blocked && plain_attacker(pos, square, side, rest, rest) != NoSquare) {
                 return true;
+            }
         }
     }
     return false;
@@ -502,14 +520,14 @@ TEST(BoardExchange, PressureAgreesWithAPlainCheckAndLeavesTheBoardAlone)
     for_random_positions(8, 150, [&count](Position* pos) {
         const u64 zone = king_attacks[pos->king_sq[pos->stm ^ 1]];
         const MoveEntry* end = gen_quiets(pos, pos->stm, list, NoSquare);
-        for (const MoveEntry* entry = list; entry < end; entry++) {
+        for (const MoveEntry* entry = list; entry < end; ++entry) {
             const i32 type = entry->moved & 7;
             const i32 from = from_square(entry->move);
             const i32 to = to_square(entry->move);
             const bool expected = plain_pressure(pos, type, from, to, zone);
             ASSERT_EQ(adds_king_pressure(pos, type, from, to, zone), expected)
                 << fen_of(pos) << ' ' << text_of(entry->move);
-            count[expected]++;
+            ++count[expected];
         }
         ASSERT_TRUE(fields_agree(pos));
     });

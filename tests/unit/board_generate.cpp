@@ -20,8 +20,9 @@ struct List {
     std::vector<MoveEntry> upto(const MoveEntry* end) const
     {
         EXPECT_LE(end, entries + list_room);
-        for (const MoveEntry* entry = entries; entry < end; entry++)
+        for (const MoveEntry* entry = entries; entry < end; ++entry) {
             EXPECT_EQ(entry->score, old_score);
+        }
         // Nothing is written behind the last move.
         EXPECT_EQ(end->move, 1);
         EXPECT_EQ(end->moved, 255);
@@ -50,8 +51,9 @@ static std::vector<MoveEntry> quiets(const Position* pos, i32 check_sq = NoSquar
 static std::string texts(const std::vector<MoveEntry>& entries)
 {
     std::string joined;
-    for (const MoveEntry& entry : entries)
+    for (const MoveEntry& entry : entries) {
         joined += (joined.empty() ? "" : " ") + text_of(entry.move);
+    }
     return joined;
 }
 
@@ -107,8 +109,7 @@ TEST(BoardGenerate, PawnCapturesComeByDirectionTowardsTheAFileFirst)
 
 TEST(BoardGenerate, CapturesComeByPieceType)
 {
-    const Position* pos
-        = set_position("k3r3/8/2pp1p2/1r6/2B1Q3/1R1N4/3K1p2/8 w - -");
+    const Position* pos = set_position("k3r3/8/2pp1p2/1r6/2B1Q3/1R1N4/3K1p2/8 w - -");
     EXPECT_EQ(texts(captures(pos)), "d3f2 c4b5 b3b5 e4c6 e4e8");
 }
 
@@ -152,19 +153,22 @@ static u32 rank_in_order(const MoveEntry& entry)
     const u32 from = static_cast<u32>(from_square(entry.move));
     const u32 to = static_cast<u32>(to_square(entry.move));
     const u32 type = entry.moved & 7U;
-    if (is_castling(entry))
+    if (is_castling(entry)) {
         return (7U << 16) | (to < from);
+    }
     if (is_promotion(entry)) {
         const u32 way = to % 8 == from % 8 ? 0 : to % 8 < from % 8 ? 1 : 2;
         u32 kind = 0;
-        if (entry.move & PromoteKnight)
+        if (entry.move & PromoteKnight) {
             kind = 1;
-        else if (entry.move & (PromoteBishop | PromoteRook))
+        } else if (entry.move & (PromoteBishop | PromoteRook)) {
             kind = entry.move & PromoteBishop ? 2 : 3;
+        }
         return (from << 8) | (way << 4) | kind;
     }
-    if (type != Pawn)
+    if (type != Pawn) {
         return (type << 16) | (from << 8) | to;
+    }
     // Towards the a file before the h file; single steps before double steps.
     const u32 way = to % 8 > from % 8 || (to ^ from) == 16 ? 1 : 0;
     return (type << 16) | (way << 8) | to;
@@ -172,9 +176,10 @@ static u32 rank_in_order(const MoveEntry& entry)
 
 static void expect_order(const std::vector<MoveEntry>& entries, const std::string& context)
 {
-    for (size_t i = 1; i < entries.size(); i++)
+    for (size_t i = 1; i < entries.size(); ++i) {
         ASSERT_LT(rank_in_order(entries[i - 1]), rank_in_order(entries[i]))
             << context << " " << text_of(entries[i].move);
+    }
 }
 
 // ---- Sets
@@ -197,9 +202,9 @@ static void expect_same_moves(const Position* pos)
     }))) << fen;
     ASSERT_EQ(sorted_texts(lists[1]), sorted_texts(filter(slow, is_promotion))) << fen;
     ASSERT_EQ(sorted_texts(promotions(pos, 0)),
-        sorted_texts(filter(slow, [](const MoveEntry& entry) {
-            return (entry.move & PromoteQueen) != 0;
-        }))) << fen;
+        sorted_texts(
+            filter(slow, [](const MoveEntry& entry) { return (entry.move & PromoteQueen) != 0; })))
+        << fen;
     ASSERT_EQ(sorted_texts(lists[2]), sorted_texts(filter(slow, [&](const MoveEntry& entry) {
         return is_quiet(pos, entry);
     }))) << fen;
@@ -237,25 +242,27 @@ TEST(BoardGenerate, SameMovesAsTheMailboxInRandomGames)
     u64 state = 17;
     for (const std::string& text : sample_positions(2)) {
         Position* pos = set_position(text);
-        for (i32 ply = 0; ply < 30; ply++) {
+        for (i32 ply = 0; ply < 30; ++ply) {
             expect_same_moves(pos);
-            if (HasFatalFailure() || play_random_moves(pos, &state, 1) == 0)
+            if (HasFatalFailure() || play_random_moves(pos, &state, 1) == 0) {
                 break;
+            }
         }
     }
 }
 
 TEST(BoardGenerate, SameMovesAsTheMailboxInTheLists)
 {
-    for (const std::string& text : sample_positions(1))
+    for (const std::string& text : sample_positions(1)) {
         expect_same_moves(set_position(text));
+    }
 }
 
 TEST(BoardGenerate, SameMovesAsTheMailboxOnAnyBoard)
 {
     Position* pos = set_position(start_text);
     u64 state = 18;
-    for (i32 round = 0; round < 1500 && !HasFatalFailure(); round++) {
+    for (i32 round = 0; round < 1500 && !HasFatalFailure(); ++round) {
         set_random_board(pos, &state, static_cast<i32>(1 + next_random(&state, 70)));
         // Several kings would make several homes; an odd square would be entered by pushes.
         pos->ep_square = NoSquare;
@@ -267,19 +274,21 @@ TEST(BoardGenerate, SameEvasionsAsTheMailboxInRandomGames)
 {
     u64 state = 19;
     i32 checks = 0;
-    for (i32 game = 0; game < 120; game++) {
+    for (i32 game = 0; game < 120; ++game) {
         Position* pos = set_position(game % 2 == 0
                 ? "q3k2r/8/2n5/2bPp3/1Q6/8/3R1P2/R3K1N1 w Qk e6"
                 : "rnbqkbnr/ppp2ppp/8/3pp3/3PP3/8/PPP2PPP/RNBQKBNR w KQkq -");
-        for (i32 ply = 0; ply < 60 && play_random_moves(pos, &state, 1) == 1; ply++) {
+        for (i32 ply = 0; ply < 60 && play_random_moves(pos, &state, 1) == 1; ++ply) {
             const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
             const i32 check_sq = find_checker(pos, pos->king_sq[pos->stm], pos->stm ^ 1, occ);
-            if (check_sq == NoSquare)
+            if (check_sq == NoSquare) {
                 continue;
-            checks++;
+            }
+            ++checks;
             expect_same_evasions(pos, check_sq);
-            if (HasFatalFailure())
+            if (HasFatalFailure()) {
                 return;
+            }
         }
     }
     EXPECT_GT(checks, 300);
@@ -333,13 +342,13 @@ TEST(BoardGenerate, InCheckADoubleStepPassesASquareThatIsNoTarget)
 {
     // The rook on a4 checks along the rank; d3 is no interposition, d4 is.
     Position* pos = set_position("4k3/8/8/8/r6K/8/3P4/8 w - -");
-    EXPECT_EQ(texts(filter(quiets(pos, square_of("a4")), [](const MoveEntry& entry) {
-        return entry.moved == Pawn;
-    })), "d2d4");
+    EXPECT_EQ(texts(filter(quiets(pos, square_of("a4")),
+                  [](const MoveEntry& entry) { return entry.moved == Pawn; })),
+        "d2d4");
     pos = set_position("4k3/8/8/8/r6K/3n4/3P4/8 w - -");
-    EXPECT_EQ(texts(filter(quiets(pos, square_of("a4")), [](const MoveEntry& entry) {
-        return entry.moved == Pawn;
-    })), "");
+    EXPECT_EQ(texts(filter(quiets(pos, square_of("a4")),
+                  [](const MoveEntry& entry) { return entry.moved == Pawn; })),
+        "");
 }
 
 TEST(BoardGenerate, CastlingIsGeneratedInCheckAndOverAttackedSquares)
@@ -368,30 +377,31 @@ TEST(BoardGenerate, CastlingNeedsItsRightAndEmptySquares)
         { "r3k2r/8/8/8/8/8/8/R3K2R b KQ -", "" },
         { "rn2k2r/8/8/8/8/8/8/R3K2R b KQkq -", "e8g8" },
     };
-    for (const Row& row : rows)
+    for (const Row& row : rows) {
         EXPECT_EQ(texts(filter(quiets(set_position(row.text)), is_castling)), row.moves)
             << row.text;
+    }
 }
 
 TEST(BoardGenerate, APositionOfManyQueensFitsItsList)
 {
     Position* pos = set_position("qqqqkqqq/2q5/8/8/8/8/5Q2/QQQQKQQQ w - -");
     gen_all_moves(pos);
-    EXPECT_EQ(entries_of(pos->thread->ply_rec[1].list_start).size(),
-        slow_moves(pos, White).size());
+    EXPECT_EQ(entries_of(pos->thread->ply_rec[1].list_start).size(), slow_moves(pos, White).size());
     // The most crowded boards: queens apart by empty squares, knights between.
     u64 state = 77;
     size_t most = 0;
-    for (i32 round = 0; round < 2000; round++) {
+    for (i32 round = 0; round < 2000; ++round) {
         clear_board(pos);
         pos->stm = White;
         const u32 density = 10 + next_random(&state, 80);
-        for (i32 square = 0; square < 64; square++) {
-            if (next_random(&state, 100) < density)
-                put_piece(pos, square, square / 8 == 6 && round % 2 ? Pawn
-                                                                    : static_cast<i32>(Queen));
-            else if (next_random(&state, 3) == 0)
+        for (i32 square = 0; square < 64; ++square) {
+            if (next_random(&state, 100) < density) {
+                put_piece(
+                    pos, square, square / 8 == 6 && round % 2 ? Pawn : static_cast<i32>(Queen));
+            } else if (next_random(&state, 3) == 0) {
                 put_piece(pos, square, Pawn + 8);
+            }
         }
         init_move_lists(pos->thread);
         gen_all_moves(pos);

@@ -193,18 +193,17 @@ TEST(BoardLegality, AgreesWithMakingTheMoveInRandomGames)
     u64 state = 16;
     i32 count[2] = { 0, 0 };
     for (const char* start : game_starts) {
-        for (i32 game = 0; game < 12; game++) {
+        for (i32 game = 0; game < 12; ++game) {
             Position* pos = set_position(start);
             do {
                 const MoveEntry* end = all_moves(pos, list);
-                for (const MoveEntry* entry = list; entry < end; entry++) {
+                for (const MoveEntry* entry = list; entry < end; ++entry) {
                     const bool expected = is_legal_by_making(pos, entry->move);
                     ASSERT_EQ(is_legal_move(pos, pos->stm, entry->move), expected)
                         << fen_of(pos) << ' ' << text_of(entry->move);
-                    count[expected]++;
+                    ++count[expected];
                 }
-            } while (console_thread->undo_count < 100
-                && play_random_moves(pos, &state, 1) == 1);
+            } while (console_thread->undo_count < 100 && play_random_moves(pos, &state, 1) == 1);
         }
     }
     EXPECT_GT(count[0], 2000);
@@ -219,11 +218,12 @@ TEST(BoardLegality, AnyMoveWithAPieceToMoveCanBeJudgedAndChangesNothing)
         play_random_moves(pos, &state, 20);
         unsigned char before[sizeof(Position)];
         memcpy(before, static_cast<const void*>(pos), sizeof before);
-        for (i32 code = 0; code < 65536; code++) {
+        for (i32 code = 0; code < 65536; ++code) {
             const Move move = static_cast<Move>(code);
             const i32 moved = pos->board[from_square(move)];
-            if (moved != 0)
+            if (moved != 0) {
                 is_legal_move(pos, moved >> 3, move);
+            }
         }
         EXPECT_EQ(memcmp(before, static_cast<const void*>(pos), sizeof before), 0) << start;
     }
@@ -362,11 +362,13 @@ TEST(BoardLegality, PawnPushesNeedEmptySquares)
 static bool castling_is_possible(const Position* pos, i32 from, i32 step)
 {
     const i32 side = pos->stm;
-    if (from >> 3 != (side == White ? 0 : 7) || (from & 7) + step < 0 || (from & 7) + step > 7)
+    if (from >> 3 != (side == White ? 0 : 7) || (from & 7) + step < 0 || (from & 7) + step > 7) {
         return false;
+    }
     const i32 rook_file = step > 0 ? (from & 7) + 3 : (from & 7) - 4;
-    if (rook_file < 0 || rook_file > 7)
+    if (rook_file < 0 || rook_file > 7) {
         return false;
+    }
     const i32 target = pos->board[from + step];
     const bool target_is_free = target == 0 || (target >> 3 != side && (target & 7) != King);
     return target_is_free && pos->board[from + step / 2] == 0
@@ -378,14 +380,16 @@ static void expect_fitting_codes(Position* pos)
     static MoveEntry list[1200];
     std::vector<bool> expected(65536);
     const MoveEntry* end = all_moves(pos, list);
-    for (const MoveEntry* entry = list; entry < end; entry++)
+    for (const MoveEntry* entry = list; entry < end; ++entry) {
         expected[entry->move] = true;
+    }
     const i32 king = pos->king_sq[pos->stm];
     for (const i32 step : { 2, -2 }) {
-        if (castling_is_possible(pos, king, step))
+        if (castling_is_possible(pos, king, step)) {
             expected[make_move_code(king, king + step)] = true;
+        }
     }
-    for (u32 code = 0; code < 65536; code++) {
+    for (u32 code = 0; code < 65536; ++code) {
         ASSERT_EQ(move_fits_board(pos, static_cast<Move>(code)), expected[code])
             << fen_of(pos) << ' ' << text_of(static_cast<Move>(code)) << ' ' << code;
     }
@@ -393,8 +397,9 @@ static void expect_fitting_codes(Position* pos)
 
 TEST(BoardLegality, FittingCodesAreThePseudoLegalMovesAndCastling)
 {
-    for (const auto& row : read_tsv("perft.tsv"))
+    for (const auto& row : read_tsv("perft.tsv")) {
         expect_fitting_codes(set_position(row[0]));
+    }
 }
 
 TEST(BoardLegality, FittingCodesInRandomGames)
@@ -402,8 +407,9 @@ TEST(BoardLegality, FittingCodesInRandomGames)
     u64 state = 9;
     for (const char* start : game_starts) {
         Position* pos = set_position(start);
-        while (play_random_moves(pos, &state, 9) == 9 && console_thread->undo_count < 120)
+        while (play_random_moves(pos, &state, 9) == 9 && console_thread->undo_count < 120) {
             expect_fitting_codes(pos);
+        }
     }
 }
 
@@ -421,11 +427,13 @@ TEST(BoardLegality, PlayableMovesAreExactlyTheLegalOnes)
         Position* pos = set_position(fen);
         const std::vector<Move> legal = legal_moves(pos);
         size_t count = 0;
-        for (u32 code = 0; code <= 65535; code++)
+        for (u32 code = 0; code <= 65535; ++code) {
             count += is_playable(pos, static_cast<Move>(code));
+        }
         EXPECT_EQ(count, legal.size()) << fen;
-        for (const Move move : legal)
+        for (const Move move : legal) {
             EXPECT_TRUE(is_playable(pos, move)) << fen << ' ' << text_of(move);
+        }
         EXPECT_TRUE(fields_agree(pos));
     }
 }
@@ -439,8 +447,9 @@ static constexpr const char* draw_fen = "4k3/8/8/8/8/8/4P3/R3K3 w - -";
 static Position* aged_position(const char* fen, i32 plies, i32 clock)
 {
     Position* pos = set_position(fen);
-    for (i32 i = 0; i < plies; i++)
+    for (i32 i = 0; i < plies; ++i) {
         console_thread->undo[i].key = ~pos->key - 2 * static_cast<u64>(i);
+    }
     console_thread->undo_count = static_cast<i16>(plies);
     pos->cnt50 = static_cast<u8>(clock);
     return pos;
@@ -455,8 +464,9 @@ static void occurred(const Position* pos, i32 back)
 TEST(BoardLegality, ClockBelowFourIsNoDraw)
 {
     Position* pos = aged_position(draw_fen, 20, 3);
-    for (i32 back = 1; back <= 20; back++)
+    for (i32 back = 1; back <= 20; ++back) {
         occurred(pos, back);
+    }
     EXPECT_FALSE(is_draw_by_rule(pos, 0));
     EXPECT_FALSE(is_draw_by_rule(pos, 20));
 }
@@ -496,8 +506,9 @@ TEST(BoardLegality, OneOccurrenceInsideTheSearchIsADraw)
 TEST(BoardLegality, ScanComparesEverySecondPlyFromTheFourth)
 {
     Position* pos = aged_position(draw_fen, 30, 20);
-    for (const i32 back : { 1, 2, 3, 5, 7, 9, 11 })
+    for (const i32 back : { 1, 2, 3, 5, 7, 9, 11 }) {
         occurred(pos, back);
+    }
     EXPECT_FALSE(is_draw_by_rule(pos, 30));
     EXPECT_FALSE(is_draw_by_rule(pos, 0));
 }

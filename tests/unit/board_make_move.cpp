@@ -88,7 +88,7 @@ TEST(BoardMakeMove, EveryCaptureIsCountedOff)
     static constexpr char letters[] = "pnbrq";
     static constexpr u32 counts[] = { 1, 16, 256, 4096, 65536 };
     static constexpr i32 phases[] = { 0, 3, 3, 5, 10 };
-    for (i32 i = 0; i < 5; i++) {
+    for (i32 i = 0; i < 5; ++i) {
         const std::string text = std::string("4k3/8/8/") + letters[i] + "7/8/8/8/R3K3 w - -";
         Position* pos = set_position(text);
         EXPECT_EQ(pos->piece_count[Black], counts[i]);
@@ -114,8 +114,8 @@ TEST(BoardMakeMove, DoubleStepSetsTheSquarePassedWithoutAnEnemyPawn)
 
 TEST(BoardMakeMove, SingleStepSetsNoSquare)
 {
-    expect_move(set_position(start_text), "e2e3",
-        "rnbqkbnr/pppppppp/8/8/8/4P3/PPPP1PPP/RNBQKBNR b KQkq -");
+    expect_move(
+        set_position(start_text), "e2e3", "rnbqkbnr/pppppppp/8/8/8/4P3/PPPP1PPP/RNBQKBNR b KQkq -");
 }
 
 TEST(BoardMakeMove, EnPassantTakesThePawnBehindAndRecordsNoCapture)
@@ -158,8 +158,7 @@ TEST(BoardMakeMove, PromotionReplacesThePawn)
         EXPECT_EQ(pos->pawn_key, 0U);
         EXPECT_EQ(pos->cnt50, 0);
     }
-    expect_move(set_position("4k3/8/8/8/8/8/p7/4K3 b - -"), "a2a1n",
-        "4k3/8/8/8/8/8/8/n3K3 w - -");
+    expect_move(set_position("4k3/8/8/8/8/8/p7/4K3 b - -"), "a2a1n", "4k3/8/8/8/8/8/8/n3K3 w - -");
 }
 
 TEST(BoardMakeMove, PromotionWithCaptureIsTakenBackWhole)
@@ -194,8 +193,8 @@ TEST(BoardMakeMove, CastlingMovesTheRookAndClearsTheClock)
         { "b", "e8c8", "2kr3r/8/8/8/8/8/8/R3K2R w KQ -" },
     };
     for (const Row& row : rows) {
-        Position* pos
-            = set_position(std::string("r3k2r/8/8/8/8/8/8/R3K2R ") + row.side + " KQkq -");
+        Position* pos =
+            set_position(std::string("r3k2r/8/8/8/8/8/8/R3K2R ") + row.side + " KQkq -");
         pos->cnt50 = 33;
         expect_move(pos, row.move, row.text);
         EXPECT_EQ(pos->cnt50, 0);
@@ -214,8 +213,8 @@ TEST(BoardMakeMove, KingsMoveOfOneSquareMovesNoRook)
 
 TEST(BoardMakeMove, ARookCapturedAtHomeTakesTheRightWithIt)
 {
-    expect_move(set_position("r3k2r/8/8/8/8/8/8/R3K2R w KQkq -"), "h1h8",
-        "r3k2R/8/8/8/8/8/8/R3K3 b Qq -");
+    expect_move(
+        set_position("r3k2r/8/8/8/8/8/8/R3K2R w KQkq -"), "h1h8", "r3k2R/8/8/8/8/8/8/R3K3 b Qq -");
     expect_move(set_position("r3k2r/8/8/8/4b3/8/8/R3K2R b KQkq -"), "e4h1",
         "r3k2r/8/8/8/8/8/8/R3K2b w Qkq -");
 }
@@ -239,14 +238,15 @@ TEST(BoardMakeMove, RightsDieWithTheSquaresOfKingsAndRooks)
     dying[square_of("a8")] = 8;
     dying[square_of("e8")] = 12;
     dying[square_of("h8")] = 4;
-    for (i32 from = 0; from < 64; from++) {
+    for (i32 from = 0; from < 64; ++from) {
         Position* pos = set_position("8/8/8/8/8/8/8/8 w - -");
         put_piece(pos, from, Knight);
         pos->castle = 15;
         set_keys(pos);
-        for (i32 to = 0; to < 64; to++) {
-            if (to == from)
+        for (i32 to = 0; to < 64; ++to) {
+            if (to == from) {
                 continue;
+            }
             make_move(pos, make_move_code(from, to));
             ASSERT_EQ(pos->castle, 15 & ~(dying[from] | dying[to])) << from << " " << to;
             ASSERT_EQ(pos->key, compute_key(pos));
@@ -361,11 +361,11 @@ static void play_game_and_take_it_back(const std::string& text, u64* state, i32 
 {
     Position* pos = set_position(text);
     std::vector<GameState> states;
-    for (i32 ply = 0; ply < plies; ply++) {
+    for (i32 ply = 0; ply < plies; ++ply) {
         states.push_back(state_of(pos));
-        if (next_random(state, 10) == 0 && can_pass(pos))
+        if (next_random(state, 10) == 0 && can_pass(pos)) {
             make_null_move(pos);
-        else if (play_random_moves(pos, state, 1) == 0) {
+        } else if (play_random_moves(pos, state, 1) == 0) {
             states.pop_back();
             break;
         }
@@ -375,10 +375,11 @@ static void play_game_and_take_it_back(const std::string& text, u64* state, i32 
         ASSERT_EQ(pos->pawn_key, keys.pawn_key) << fen_of(pos);
     }
     while (!states.empty()) {
-        if (pos->thread->last_move == NoMove)
+        if (pos->thread->last_move == NoMove) {
             unmake_null_move(pos);
-        else
+        } else {
             unmake_move(pos);
+        }
         ASSERT_EQ(difference(state_of(pos), states.back()), "") << fen_of(pos);
         states.pop_back();
     }
@@ -388,10 +389,12 @@ static void play_game_and_take_it_back(const std::string& text, u64* state, i32 
 TEST(BoardMakeMove, RandomGamesAreTakenBackFieldByField)
 {
     u64 state = 99;
-    for (i32 game = 0; game < 20; game++)
+    for (i32 game = 0; game < 20; ++game) {
         play_game_and_take_it_back(start_text, &state, 300);
-    for (const std::string& text : sample_positions(1))
+    }
+    for (const std::string& text : sample_positions(1)) {
         play_game_and_take_it_back(text, &state, 60);
+    }
 }
 
 TEST(BoardMakeMove, EveryLegalMoveIsTakenBackFieldByField)
@@ -416,11 +419,12 @@ static constexpr char locked_text[] = "1n2k1n1/7p/p1p1p3/P1P1P3/8/8/7P/1N2K1N1 w
 // Plays random moves of the pieces that take nothing.
 static void shuffle_pieces(Position* pos, i32 plies, u64* state)
 {
-    for (i32 i = 0; i < plies; i++) {
+    for (i32 i = 0; i < plies; ++i) {
         std::vector<Move> quiet;
         for (const Move move : legal_moves(pos)) {
-            if (pos->board[to_square(move)] == 0 && (pos->board[from_square(move)] & 7) != Pawn)
+            if (pos->board[to_square(move)] == 0 && (pos->board[from_square(move)] & 7) != Pawn) {
                 quiet.push_back(move);
+            }
         }
         ASSERT_FALSE(quiet.empty());
         make_game_move(pos, quiet[next_random(state, static_cast<u32>(quiet.size()))]);
@@ -434,7 +438,7 @@ TEST(BoardMakeMove, LongGamesDropTheirOldestRecords)
     std::vector<u64> keys;
     std::vector<Move> moves;
     u64 state = 3;
-    for (i32 ply = 0; ply < 3000; ply++) {
+    for (i32 ply = 0; ply < 3000; ++ply) {
         keys.push_back(pos->key);
         shuffle_pieces(pos, 1, &state);
         moves.push_back(thread->last_move);
@@ -486,7 +490,7 @@ TEST(BoardMakeMove, RepetitionIsFoundAcrossTheDroppedRecords)
     // the limit.
     pos->cnt50 = 0;
     std::vector<Move> round;
-    for (i32 side = 0; side < 2; side++) {
+    for (i32 side = 0; side < 2; ++side) {
         for (const Move move : legal_moves(pos)) {
             if ((pos->board[from_square(move)] & 7) != Pawn && pos->board[to_square(move)] == 0) {
                 round.push_back(move);
@@ -496,9 +500,9 @@ TEST(BoardMakeMove, RepetitionIsFoundAcrossTheDroppedRecords)
         ASSERT_EQ(round.size(), static_cast<size_t>(side + 1));
         make_game_move(pos, round.back());
     }
-    for (i32 lap = 0; lap < 2; lap++) {
+    for (i32 lap = 0; lap < 2; ++lap) {
         EXPECT_FALSE(is_draw_by_rule(pos, 0));
-        for (i32 i = 0; i < 4; i++) {
+        for (i32 i = 0; i < 4; ++i) {
             const Move move = round[static_cast<size_t>(i & 1)];
             const i32 from = from_square(move);
             const i32 to = to_square(move);
@@ -531,8 +535,9 @@ static void expect_makeable(const MakeableRow& row)
 {
     const Position* pos = set_position(row.text);
     const Move move = move_of(row.move);
-    EXPECT_EQ(is_makeable(pos, from_square(move), to_square(move), move & PromotionMask),
-        row.makeable) << row.text << " " << row.move;
+    EXPECT_EQ(
+        is_makeable(pos, from_square(move), to_square(move), move & PromotionMask), row.makeable)
+        << row.text << " " << row.move;
 }
 
 TEST(BoardMakeMove, MovesThatLeaveASoundBoardAreMakeable)
@@ -559,8 +564,9 @@ TEST(BoardMakeMove, MovesThatLeaveASoundBoardAreMakeable)
         { "4k3/8/8/8/8/8/p7/4K3 b - -", "a2a1r", true },
         { "4k3/8/8/8/8/8/p7/4K3 b - -", "a2a8r", false },
     };
-    for (const MakeableRow& row : rows)
+    for (const MakeableRow& row : rows) {
         expect_makeable(row);
+    }
 }
 
 TEST(BoardMakeMove, CastlingIsMakeableWithTheRookInItsPlace)
@@ -581,8 +587,9 @@ TEST(BoardMakeMove, CastlingIsMakeableWithTheRookInItsPlace)
         { "4k3/8/8/8/8/8/8/7K w - -", "h1b2", false },
         { "4k3/8/8/8/8/8/1K6/8 w - -", "b2h1", false },
     };
-    for (const MakeableRow& row : rows)
+    for (const MakeableRow& row : rows) {
         expect_makeable(row);
+    }
 }
 
 TEST(BoardMakeMove, EnPassantIsMakeableWithAPawnBehind)
@@ -599,8 +606,9 @@ TEST(BoardMakeMove, EnPassantIsMakeableWithAPawnBehind)
         { "4k3/8/8/8/8/4n3/4P3/4K3 w - -", "e2e4", false },
         { "4k3/8/8/8/8/8/4P3/4K3 w - e4", "e2e4", true },
     };
-    for (const MakeableRow& row : rows)
+    for (const MakeableRow& row : rows) {
         expect_makeable(row);
+    }
 }
 
 TEST(BoardMakeMove, SquaresAndFlagsBeyondTheirRangesAreNotMakeable)
@@ -611,14 +619,15 @@ TEST(BoardMakeMove, SquaresAndFlagsBeyondTheirRangesAreNotMakeable)
         EXPECT_FALSE(is_makeable(pos, bad, 28, 0)) << bad;
     }
     pos = set_position("4k3/P7/8/8/8/8/8/4K3 w - -");
-    for (const i32 flags : { 1, 63, 256, 192, 64 + 16384, 16384 + 32768, 0xc0c0, 0xffff })
+    for (const i32 flags : { 1, 63, 256, 192, 64 + 16384, 16384 + 32768, 0xc0c0, 0xffff }) {
         EXPECT_FALSE(is_makeable(pos, 48, 56, static_cast<Move>(flags))) << flags;
+    }
 }
 
 TEST(BoardMakeMove, ADoubleStepOntoTheEnPassantSquareInventsNoPawn)
 {
-    expect_move(set_position("4k3/8/8/8/8/8/4P3/4K3 w - e4"), "e2e4",
-        "4k3/8/8/8/4P3/8/8/4K3 b - e3");
+    expect_move(
+        set_position("4k3/8/8/8/8/8/4P3/4K3 w - e4"), "e2e4", "4k3/8/8/8/4P3/8/8/4K3 b - e3");
 }
 
 TEST(BoardMakeMove, LegalMovesAreMakeable)
@@ -626,12 +635,15 @@ TEST(BoardMakeMove, LegalMovesAreMakeable)
     u64 state = 21;
     for (const std::string& text : sample_positions(3)) {
         Position* pos = set_position(text);
-        for (i32 ply = 0; ply < 40; ply++) {
-            for (const Move move : legal_moves(pos))
-                ASSERT_TRUE(is_makeable(pos, from_square(move), to_square(move),
-                    move & PromotionMask)) << fen_of(pos) << " " << text_of(move);
-            if (play_random_moves(pos, &state, 1) == 0)
+        for (i32 ply = 0; ply < 40; ++ply) {
+            for (const Move move : legal_moves(pos)) {
+                ASSERT_TRUE(
+                    is_makeable(pos, from_square(move), to_square(move), move & PromotionMask))
+                    << fen_of(pos) << " " << text_of(move);
+            }
+            if (play_random_moves(pos, &state, 1) == 0) {
                 break;
+            }
         }
     }
 }
@@ -642,12 +654,13 @@ static void play_anything(Position* pos, u64* state, i32 tries)
 {
     static constexpr Move flags[8] = { 0, 0, 0, 0, PromoteQueen, PromoteKnight, PromoteBishop,
         PromoteRook };
-    for (i32 i = 0; i < tries; i++) {
+    for (i32 i = 0; i < tries; ++i) {
         const i32 from = static_cast<i32>(next_random(state, 66)) - 1;
         const i32 to = static_cast<i32>(next_random(state, 66)) - 1;
         const Move flag = flags[next_random(state, 8)];
-        if (!is_makeable(pos, from, to, flag))
+        if (!is_makeable(pos, from, to, flag)) {
             continue;
+        }
         const GameState before = state_of(pos);
         const Move move = make_move_code(from, to) | flag;
         make_move(pos, move);
@@ -655,13 +668,15 @@ static void play_anything(Position* pos, u64* state, i32 tries)
         ASSERT_LE(pos->ep_square, 64);
         unmake_move(pos);
         GameState after = state_of(pos);
-        for (i32 side = White; side <= Black; side++) {
-            if (popcount(pos->bb[side][King]) > 1)
+        for (i32 side = White; side <= Black; ++side) {
+            if (popcount(pos->bb[side][King]) > 1) {
                 after.pos.king_sq[side] = before.pos.king_sq[side];
+            }
         }
         ASSERT_EQ(difference(after, before), "") << fen_of(pos) << " " << text_of(move);
-        if (next_random(state, 3) == 0)
+        if (next_random(state, 3) == 0) {
             make_game_move(pos, move);
+        }
     }
 }
 
@@ -669,7 +684,7 @@ TEST(BoardMakeMove, WhateverIsMakeableKeepsAllFieldsInAgreement)
 {
     Position* pos = set_position(start_text);
     u64 state = 31;
-    for (i32 round = 0; round < 2000 && !HasFatalFailure(); round++) {
+    for (i32 round = 0; round < 2000 && !HasFatalFailure(); ++round) {
         set_random_board(pos, &state, static_cast<i32>(1 + next_random(&state, 80)));
         ASSERT_TRUE(fields_agree(pos)) << fen_of(pos);
         play_anything(pos, &state, 150);

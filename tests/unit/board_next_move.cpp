@@ -48,8 +48,8 @@ struct BoardNextMove : testing::Test {
         thread->ply = static_cast<i16>(ply);
         rec = &thread->ply_rec[ply];
         const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
-        rec->check_sq = static_cast<u8>(
-            find_checker(pos, pos->king_sq[pos->stm], pos->stm ^ 1, occ));
+        rec->check_sq =
+            static_cast<u8>(find_checker(pos, pos->king_sq[pos->stm], pos->stm ^ 1, occ));
         rec->in_check = rec->check_sq != NoSquare;
         rec->hash_move = NoMove;
         rec->killer[0] = NoMove;
@@ -62,8 +62,9 @@ struct BoardNextMove : testing::Test {
     std::string next()
     {
         const MoveEntry* entry = next_move(pos);
-        if (entry == nullptr)
+        if (entry == nullptr) {
             return "end";
+        }
         EXPECT_EQ(entry, rec->list_cursor);
         return text_of(entry->move) + " " + std::to_string(entry->score);
     }
@@ -71,8 +72,9 @@ struct BoardNextMove : testing::Test {
     std::vector<MoveEntry> all()
     {
         std::vector<MoveEntry> entries;
-        while (const MoveEntry* entry = next_move(pos))
+        while (const MoveEntry* entry = next_move(pos)) {
             entries.push_back(*entry);
+        }
         return entries;
     }
 
@@ -80,8 +82,9 @@ struct BoardNextMove : testing::Test {
     std::string rest()
     {
         std::string texts;
-        for (const MoveEntry& entry : all())
+        for (const MoveEntry& entry : all()) {
             texts += (texts.empty() ? "" : " ") + text_of(entry.move);
+        }
         return texts;
     }
 
@@ -102,9 +105,9 @@ struct BoardNextMove : testing::Test {
 TEST_F(BoardNextMove, CaptureValuesByPieceCode)
 {
     open(start_text, count_stage);
-    static constexpr i32 values[16]
-        = { 210, 220, 230, 230, 240, 250, 0, 0, 0, 220, 230, 230, 240, 250, 0, 0 };
-    for (i32 code = 0; code < 16; code++) {
+    static constexpr i32 values[16] = { 210, 220, 230, 230, 240, 250, 0, 0, 0, 220, 230, 230, 240,
+        250, 0, 0 };
+    for (i32 code = 0; code < 16; ++code) {
         if (code != 7 && code != 8 && code != 15) {
             EXPECT_EQ(mvv_score[code], values[code]) << code;
         }
@@ -259,8 +262,9 @@ TEST_F(BoardNextMove, UnderPromotionsScoreFifteenOrLose)
     // A rook taken on the way does not raise them.
     open("r6k/1P6/8/8/8/8/8/4K3 w - -", count_stage);
     fill_history(0);
-    for (const char* expected : { "b7a8q 239", "b7a8n 15", "b7a8b 15", "b7a8r 15" })
+    for (const char* expected : { "b7a8q 239", "b7a8n 15", "b7a8b 15", "b7a8r 15" }) {
         EXPECT_EQ(next(), expected);
+    }
 }
 
 TEST_F(BoardNextMove, LosingCapturesWaitAmongTheQuietMoves)
@@ -286,15 +290,16 @@ TEST_F(BoardNextMove, EveryCaptureGetsTheScoreOfItsExchange)
     for (const std::string& text : sample_positions(1)) {
         open(text, count_stage);
         for (const MoveEntry& entry : all()) {
-            if (!is_plain_capture(pos, entry) && !is_promotion(entry))
+            if (!is_plain_capture(pos, entry) && !is_promotion(entry)) {
                 continue;
-            const i32 see
-                = swapoff(pos, pos->stm, from_square(entry.move), to_square(entry.move));
+            }
+            const i32 see = swapoff(pos, pos->stm, from_square(entry.move), to_square(entry.move));
             i32 score = mvv_score[entry.captured] - entry.moved % 8 - (see < 50 ? 6 : 0);
-            if (see < -49)
+            if (see < -49) {
                 score = entry.captured % 8 + 4;
-            else if (is_promotion(entry) && (entry.move & PromoteQueen) == 0)
+            } else if (is_promotion(entry) && (entry.move & PromoteQueen) == 0) {
                 score = 15;
+            }
             ASSERT_EQ(entry.score, score) << text << " " << text_of(entry.move);
         }
     }
@@ -331,10 +336,12 @@ TEST_F(BoardNextMove, FavouredQuietMovesOutOfCheck)
     thread->counter_move[Knight + 8][square_of("f6")] = move_of("c2c4");
     thread->counter_move2[Knight + 8][square_of("f6")] = move_of("b1c3");
     thread->follow_move[Pawn][square_of("h3")] = move_of("g1f3");
-    for (const char* expected : { "e2e4 68", "d2d4 63", "c2c4 58", "b1c3 53", "g1f3 48" })
+    for (const char* expected : { "e2e4 68", "d2d4 63", "c2c4 58", "b1c3 53", "g1f3 48" }) {
         EXPECT_EQ(next(), expected);
-    for (const MoveEntry& entry : all())
+    }
+    for (const MoveEntry& entry : all()) {
         EXPECT_EQ(entry.score, neutral_base) << text_of(entry.move);
+    }
 }
 
 TEST_F(BoardNextMove, OnlyTheFirstBonusThatFitsIsGiven)
@@ -347,8 +354,9 @@ TEST_F(BoardNextMove, OnlyTheFirstBonusThatFitsIsGiven)
     thread->counter_move[Knight + 8][square_of("f6")] = move_of("d2d4");
     thread->counter_move2[Knight + 8][square_of("f6")] = move_of("e2e4");
     thread->follow_move[Pawn][square_of("h3")] = move_of("e2e4");
-    for (const char* expected : { "e2e4 68", "d2d4 63", "c2c3 8" })
+    for (const char* expected : { "e2e4 68", "d2d4 63", "c2c3 8" }) {
         EXPECT_EQ(next(), expected);
+    }
 }
 
 TEST_F(BoardNextMove, FavouredEvasions)
@@ -363,8 +371,9 @@ TEST_F(BoardNextMove, FavouredEvasions)
     thread->counter_move[Rook + 8][square_of("e8")] = move_of("f1e2");
     thread->counter_move2[Rook + 8][square_of("e8")] = move_of("e1e2");
     thread->follow_move[Pawn][square_of("h3")] = move_of("e1d1");
-    for (const char* expected : { "d1e2 68", "f1e2 63", "e1e2 58", "end" })
+    for (const char* expected : { "d1e2 68", "f1e2 63", "e1e2 58", "end" }) {
         EXPECT_EQ(next(), expected);
+    }
 }
 
 TEST_F(BoardNextMove, FollowUpsAndKillersDoNotCountInCheck)
@@ -375,8 +384,9 @@ TEST_F(BoardNextMove, FollowUpsAndKillersDoNotCountInCheck)
     rec->killer[0] = move_of("f1e2");
     rec->killer[1] = move_of("d1e2");
     thread->follow_move[Pawn][square_of("h3")] = move_of("e1e2");
-    for (const char* expected : { "f1e2 8", "d1e2 8", "e1e2 8", "end" })
+    for (const char* expected : { "f1e2 8", "d1e2 8", "e1e2 8", "end" }) {
         EXPECT_EQ(next(), expected);
+    }
 }
 
 TEST_F(BoardNextMove, BehindANullMoveNothingIsCountered)
@@ -390,8 +400,9 @@ TEST_F(BoardNextMove, BehindANullMoveNothingIsCountered)
     thread->history[Knight][Pawn][square_of("d4")] = 10000;
     rec->killer[1] = move_of("e2e4");
     // The history still goes by the piece that the slot of the null move holds.
-    for (const char* expected : { "e2e4 63", "d2d4 23", "c2c3 8" })
+    for (const char* expected : { "e2e4 63", "d2d4 23", "c2c3 8" }) {
         EXPECT_EQ(next(), expected);
+    }
 }
 
 TEST_F(BoardNextMove, WithoutAnOwnMoveNothingIsFollowed)
@@ -401,8 +412,9 @@ TEST_F(BoardNextMove, WithoutAnOwnMoveNothingIsFollowed)
     own = { NoMove, 0, Pawn, 0 };
     thread->follow_move[Pawn][0] = move_of("g1f3");
     thread->counter_move2[Knight + 8][square_of("f6")] = move_of("b1c3");
-    for (const char* expected : { "b1c3 53", "b2b3 8" })
+    for (const char* expected : { "b1c3 53", "b2b3 8" }) {
         EXPECT_EQ(next(), expected);
+    }
 }
 
 TEST_F(BoardNextMove, AtPlyTwoTheClosingEntryBelowTheRootCountsAsOwnMove)
@@ -429,8 +441,9 @@ TEST_F(BoardNextMove, HistoryGoesByPreviousPieceMovedPieceAndSquare)
     EXPECT_EQ(next(), "e2e4 11");
     const std::vector<MoveEntry> others = all();
     EXPECT_EQ(others.size(), 18U);
-    for (const MoveEntry& entry : others)
+    for (const MoveEntry& entry : others) {
         EXPECT_EQ(entry.score, text_of(entry.move) == "a2a3" ? -2 : 0);
+    }
 }
 
 TEST_F(BoardNextMove, QuietMovesAreNotScoredAtTheRoot)
@@ -438,8 +451,9 @@ TEST_F(BoardNextMove, QuietMovesAreNotScoredAtTheRoot)
     open(start_text, count_stage, 1);
     rec->killer[0] = move_of("e2e4");
     std::fill_n(rec->list_start, 30, MoveEntry { 0, -3, 0, 0 });
-    for (const MoveEntry& entry : all())
+    for (const MoveEntry& entry : all()) {
         EXPECT_EQ(entry.score, -3);
+    }
 }
 
 TEST_F(BoardNextMove, SortingStopsAtAScoreOfTwo)
@@ -457,8 +471,9 @@ TEST_F(BoardNextMove, SortingStopsAtAScoreOfTwo)
     set_score("e3", 2);
     set_score("f3", 4);
     // 3 and 4 are picked; so is the first 2, which ends the sorting.
-    for (const char* expected : { "f2f3 8", "c2c3 6", "d2d3 4", "e2e3 4", "b2b3 2" })
+    for (const char* expected : { "f2f3 8", "c2c3 6", "d2d3 4", "e2e3 4", "b2b3 2" }) {
         EXPECT_EQ(next(), expected);
+    }
     EXPECT_EQ(stage(), 7);
     EXPECT_EQ(text_of(next_move(pos)->move), "a2a3");
 }
@@ -498,8 +513,8 @@ TEST_F(BoardNextMove, NoCapturesLeadStraightToTheQuietMoves)
 
 TEST_F(BoardNextMove, NoMovesEndTheList)
 {
-    for (const u16 stage_word : { interior_stage, count_stage, quiescence_stage,
-             deep_quiescence_stage }) {
+    for (const u16 stage_word :
+        { interior_stage, count_stage, quiescence_stage, deep_quiescence_stage }) {
         open("4k3/8/8/8/8/8/8/8 w - -", stage_word);
         EXPECT_EQ(rest(), "") << stage_word;
     }
@@ -514,8 +529,8 @@ TEST_F(BoardNextMove, AKnightCheckGivesCapturesPromotionsAndKingMoves)
         EXPECT_TRUE(takes_knight || is_promotion(entry) || (entry.moved & 7) == King)
             << text_of(entry.move);
     }
-    EXPECT_EQ(sorted_texts(entries),
-        "c2d3 c7c8b c7c8n c7c8q c7c8r d1d3 e1d2 e1e2 e1f1 e1f2 e1g1 h3d3 ");
+    EXPECT_EQ(
+        sorted_texts(entries), "c2d3 c7c8b c7c8n c7c8q c7c8r d1d3 e1d2 e1e2 e1f1 e1f2 e1g1 h3d3 ");
 }
 
 TEST_F(BoardNextMove, FullSearchGivesEveryMoveOnce)
@@ -529,12 +544,15 @@ TEST_F(BoardNextMove, FullSearchGivesEveryMoveOnce)
             const std::string fen = fen_of(pos);
             const std::vector<Move> legal = legal_moves(pos);
             std::vector<MoveEntry> given = all();
-            given.erase(std::remove_if(given.begin(), given.end(), [&](const MoveEntry& entry) {
-                return !is_legal_move(pos, pos->stm, entry.move);
-            }), given.end());
+            given.erase(std::remove_if(given.begin(), given.end(),
+                            [&](const MoveEntry& entry) {
+                                return !is_legal_move(pos, pos->stm, entry.move);
+                            }),
+                given.end());
             std::vector<MoveEntry> expected;
-            for (const Move move : legal)
+            for (const Move move : legal) {
                 expected.push_back({ move, 0, 0, 0 });
+            }
             ASSERT_EQ(sorted_texts(given), sorted_texts(expected)) << fen;
         }
     }
@@ -545,8 +563,9 @@ TEST_F(BoardNextMove, ScoresFallUntilTheTailInStoredOrder)
     u64 state = 42;
     for (const std::string& text : sample_positions(2)) {
         open(text, count_stage);
-        for (i32 i = 0; i < 8 * 16 * 64; i++)
+        for (i32 i = 0; i < 8 * 16 * 64; ++i) {
             (&thread->history[0][0][0])[i] = static_cast<i16>(next_random(&state, 6000) - 2000);
+        }
         i32 last = 1000;
         bool quiets_begun = false;
         for (const MoveEntry& entry : all()) {
@@ -567,9 +586,10 @@ TEST_F(BoardNextMove, ScoresFallUntilTheTailInStoredOrder)
 TEST_F(BoardNextMove, QuiescenceCapturesGoByVictimAndAttackerAlone)
 {
     open("4k3/8/2pn4/1p2p1q1/4N2P/2r5/1Q6/4K3 w - -", deep_quiescence_stage);
-    for (const char* expected : { "h4g5 249", "e4g5 248", "e4c3 238", "b2c3 235", "e4d6 228",
-             "b2b5 215", "end" })
+    for (const char* expected :
+        { "h4g5 249", "e4g5 248", "e4c3 238", "b2c3 235", "e4d6 228", "b2b5 215", "end" }) {
         EXPECT_EQ(next(), expected);
+    }
 }
 
 TEST_F(BoardNextMove, QuiescencePromotesToQueensOnly)
@@ -594,13 +614,15 @@ TEST_F(BoardNextMove, WithoutChecksTheListEndsBehindTheLastCapture)
 TEST_F(BoardNextMove, ChecksFollowTheCapturesInGeneratedOrder)
 {
     open("6k1/8/8/8/8/8/5PPP/R3Q1K1 w - -", quiescence_stage);
-    for (const char* expected : { "a1a8 100", "e1e6 100", "e1e8 100", "end" })
+    for (const char* expected : { "a1a8 100", "e1e6 100", "e1e8 100", "end" }) {
         EXPECT_EQ(next(), expected);
+    }
     EXPECT_EQ(stage(), 7);
 
     open("6k1/8/8/3p4/4P3/8/5PPP/R5K1 w - -", quiescence_stage);
-    for (const char* expected : { "e4d5 219", "a1a8 100", "end" })
+    for (const char* expected : { "e4d5 219", "a1a8 100", "end" }) {
         EXPECT_EQ(next(), expected);
+    }
 }
 
 TEST_F(BoardNextMove, CheckingMovesComeByPiece)
@@ -653,15 +675,18 @@ static std::vector<MoveEntry> slow_checks(const Position* pos)
         const i32 type = entry.moved & 7;
         const i32 from = from_square(entry.move);
         const i32 to = to_square(entry.move);
-        if (is_promotion(entry) || is_plain_capture(pos, entry) || type == King)
+        if (is_promotion(entry) || is_plain_capture(pos, entry) || type == King) {
             continue;
+        }
         Position after = *pos;
         after.board[to] = after.board[from];
         after.board[from] = 0;
-        if (slow_attacks(&after, type, side, to, king))
+        if (slow_attacks(&after, type, side, to, king)) {
             checks.push_back(entry);
-        if (type == Pawn && to / 8 == (side == White ? 6 : 1))
+        }
+        if (type == Pawn && to / 8 == (side == White ? 6 : 1)) {
             checks.push_back(entry);
+        }
     }
     return checks;
 }
@@ -674,19 +699,22 @@ TEST_F(BoardNextMove, QuiescenceGivesCapturesQueensAndDirectChecks)
             Position* game = set_position(text);
             play_random_moves(game, &state, plies);
             open(fen_of(game), quiescence_stage);
-            if (rec->in_check)
+            if (rec->in_check) {
                 continue;
+            }
             std::vector<MoveEntry> noisy;
             for (const MoveEntry& entry : slow_moves(pos, pos->stm)) {
-                if (is_plain_capture(pos, entry) || (entry.move & PromoteQueen))
+                if (is_plain_capture(pos, entry) || (entry.move & PromoteQueen)) {
                     noisy.push_back(entry);
+                }
             }
             std::vector<MoveEntry> expected = slow_checks(pos);
             expected.insert(expected.begin(), noisy.begin(), noisy.end());
             const std::vector<MoveEntry> given = all();
             ASSERT_EQ(sorted_texts(given), sorted_texts(expected)) << fen_of(pos);
-            for (size_t i = noisy.size(); i < given.size(); i++)
+            for (size_t i = noisy.size(); i < given.size(); ++i) {
                 ASSERT_EQ(given[i].score, 100) << fen_of(pos);
+            }
             open(fen_of(pos), deep_quiescence_stage);
             ASSERT_EQ(sorted_texts(all()), sorted_texts(noisy)) << fen_of(pos);
         }

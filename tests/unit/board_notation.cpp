@@ -52,8 +52,9 @@ static std::string parse_on_board(const std::string& text)
     const std::string printed = capture_output([&] { result = parse_move(buffer, &move); });
     delete[] buffer;
     EXPECT_TRUE(result == 0 || result == 1);
-    if (!printed.empty())
+    if (!printed.empty()) {
         return printed;
+    }
     return result == 1 ? text_of(move) : "0";
 }
 
@@ -110,9 +111,10 @@ TEST(BoardNotation, EveryStoredForm)
 {
     i32 count = 0;
     for (const auto& row : read_tsv("notation.tsv")) {
-        if (row[0] != "san")
+        if (row[0] != "san") {
             continue;
-        count++;
+        }
+        ++count;
         const Forms forms = forms_of(row[1], row[2].c_str());
         const auto text = [](const std::string& form) { return form.empty() ? "-" : form; };
         EXPECT_EQ(text(forms.coord), row[3]) << row[1] << ' ' << row[2];
@@ -274,43 +276,51 @@ TEST(BoardNotation, EveryStoredText)
 {
     i32 count = 0;
     for (const auto& row : read_tsv("notation.tsv")) {
-        if (row[0] != "parse")
+        if (row[0] != "parse") {
             continue;
-        count++;
+        }
+        ++count;
         const std::string expected = row[3] == "ambiguous" ? "ambiguous move\n" : row[3];
-        EXPECT_EQ(parse(row[1], row[2] == "-" ? "" : row[2]), expected)
-            << row[1] << ' ' << row[2];
+        EXPECT_EQ(parse(row[1], row[2] == "-" ? "" : row[2]), expected) << row[1] << ' ' << row[2];
     }
     EXPECT_EQ(count, 150);
 }
 
 TEST(BoardNotation, AllFormsOfAMoveAreUnderstood)
 {
-    for (const char* text : { "e2e4", "e4" })
+    for (const char* text : { "e2e4", "e4" }) {
         EXPECT_EQ(parse(start_fen, text), "e2e4") << text;
-    for (const char* text : { "Nf3", "Ngf3", "N1f3", "g1f3" })
+    }
+    for (const char* text : { "Nf3", "Ngf3", "N1f3", "g1f3" }) {
         EXPECT_EQ(parse(start_fen, text), "g1f3") << text;
-    for (const char* text : { "exd5", "ed", "e4d5" })
+    }
+    for (const char* text : { "exd5", "ed", "e4d5" }) {
         EXPECT_EQ(parse("4k3/8/8/3p4/4P3/8/8/4K3 w - -", text), "e4d5") << text;
+    }
 }
 
 TEST(BoardNotation, AllFormsOfCastlingAreTheSame)
 {
     const char* const fen = "r3k2r/8/8/8/8/8/8/R3K2R w KQkq -";
-    for (const char* text : { "O-O", "0-0", "o-o", "O-0", "e1g1" })
+    for (const char* text : { "O-O", "0-0", "o-o", "O-0", "e1g1" }) {
         EXPECT_EQ(parse(fen, text), "e1g1") << text;
-    for (const char* text : { "O-O-O", "0-0-0", "o-o-o", "o-0-O", "e1c1" })
+    }
+    for (const char* text : { "O-O-O", "0-0-0", "o-o-o", "o-0-O", "e1c1" }) {
         EXPECT_EQ(parse(fen, text), "e1c1") << text;
+    }
 }
 
 TEST(BoardNotation, PromotionNeedsItsPiece)
 {
-    for (const char* text : { "e8=Q+", "e8=Q", "e8=q", "e8q", "e8Q", "e7e8q", "e7e8=Q", "e7e8Q" })
+    for (const char* text : { "e8=Q+", "e8=Q", "e8=q", "e8q", "e8Q", "e7e8q", "e7e8=Q", "e7e8Q" }) {
         EXPECT_EQ(parse(promotion_fen, text), "e7e8q") << text;
-    for (const char* text : { "exd8n", "ed=N", "edn", "e7d8N", "ed=N+" })
+    }
+    for (const char* text : { "exd8n", "ed=N", "edn", "e7d8N", "ed=N+" }) {
         EXPECT_EQ(parse(promotion_fen, text), "e7d8n") << text;
-    for (const char* text : { "e8", "e7e8", "exd8", "ed", "e8=K", "e8==Q", "e8k", "e8p" })
+    }
+    for (const char* text : { "e8", "e7e8", "exd8", "ed", "e8=K", "e8==Q", "e8k", "e8p" }) {
         EXPECT_EQ(parse(promotion_fen, text), "0") << text;
+    }
 }
 
 TEST(BoardNotation, TextThatEndsInALowerCaseBIsTakenForAPromotion)
@@ -330,8 +340,9 @@ TEST(BoardNotation, CheckMarksAndAllBehindThemAreCut)
 
 TEST(BoardNotation, CaseMatters)
 {
-    for (const char* text : { "nf3", "NF3", "E4", "E2E4", "ngf3" })
+    for (const char* text : { "nf3", "NF3", "E4", "E2E4", "ngf3" }) {
         EXPECT_EQ(parse(start_fen, text), "0") << text;
+    }
 }
 
 TEST(BoardNotation, TwoMatchesAreAmbiguous)
@@ -364,10 +375,12 @@ TEST(BoardNotation, IllegalMovesAreNotFound)
 TEST(BoardNotation, OddTextsFindNothing)
 {
     for (const char* text : { "", "+", "++", "e", "=", "==", "Q", "b", "x", "0", "-", " ", "e2",
-             "e2e", "e2e4 ", " e2e4", "e2e4e", "e2-e4", "null", "0000", "\xff\xfe", "\t" })
+             "e2e", "e2e4 ", " e2e4", "e2e4e", "e2-e4", "null", "0000", "\xff\xfe", "\t" }) {
         EXPECT_EQ(parse(start_fen, text), "0") << text;
-    for (const char fill : { 'e', 'Q', 'b', '0', '+', ' ', '\x80' })
+    }
+    for (const char fill : { 'e', 'Q', 'b', '0', '+', ' ', '\x80' }) {
         EXPECT_EQ(parse(start_fen, std::string(500, fill)), "0") << fill;
+    }
     EXPECT_EQ(parse(start_fen, "e4" + std::string(498, '+')), "e2e4");
 }
 
@@ -392,12 +405,13 @@ TEST(BoardNotation, ParsingWorksDeepInAGameAndKeepsThePly)
 TEST(BoardNotation, EveryLegalMoveIsFoundByItsCoordinates)
 {
     u64 state = 11;
-    for (i32 game = 0; game < 10; game++) {
-        Position* pos = set_position(
-            "r3k2r/Pppp1ppp/1b3nbN/nP6/BBP1P3/q4N2/Pp1P2PP/R2Q1RK1 w kq -");
+    for (i32 game = 0; game < 10; ++game) {
+        Position* pos =
+            set_position("r3k2r/Pppp1ppp/1b3nbN/nP6/BBP1P3/q4N2/Pp1P2PP/R2Q1RK1 w kq -");
         play_random_moves(pos, &state, 8 * game);
-        for (const Move move : legal_moves(pos))
+        for (const Move move : legal_moves(pos)) {
             EXPECT_EQ(parse_on_board(text_of(move)), text_of(move)) << fen_of(pos);
+        }
     }
 }
 
@@ -425,8 +439,9 @@ static EpdLine read_epd(const std::string& line)
     const i32 result = read_epd_ops(line.c_str(), pos, op[0], op[1], op[2], op[3], op[4]);
     const EpdLine read = { result, pos, op[0], op[1], op[2], op[3], op[4] };
     delete[] pos;
-    for (char* buffer : op)
+    for (char* buffer : op) {
         delete[] buffer;
+    }
     return read;
 }
 
@@ -444,8 +459,8 @@ TEST(BoardNotation, EpdLineIsSplitIntoPositionAndOperations)
 
 TEST(BoardNotation, AllFiveEpdOperationsAreRead)
 {
-    const EpdLine line
-        = read_epd(epd_fields + " c0 \"a b\"; ce -12; id x.1; am e4; bm d4,Nf3; pv e4 e5;");
+    const EpdLine line =
+        read_epd(epd_fields + " c0 \"a b\"; ce -12; id x.1; am e4; bm d4,Nf3; pv e4 e5;");
     EXPECT_EQ(line.bm, "d4,Nf3");
     EXPECT_EQ(line.am, "e4");
     EXPECT_EQ(line.id, "x.1");
@@ -536,10 +551,10 @@ TEST(BoardNotation, OverlongTextsOfAnEpdLineAreCut)
 TEST(BoardNotation, AnyBytesMayStandInAnEpdLine)
 {
     u64 state = 4;
-    for (i32 i = 0; i < 2000; i++) {
+    for (i32 i = 0; i < 2000; ++i) {
         std::string text;
         const u32 length = next_random(&state, 900);
-        for (u32 k = 0; k < length; k++) {
+        for (u32 k = 0; k < length; ++k) {
             const u32 kind = next_random(&state, 8);
             text += kind == 0 ? ' '
                 : kind == 1   ? ';'
@@ -563,8 +578,9 @@ static std::string parse_quickly(Position* pos, const std::string& text)
     i32 result = -1;
     const std::string printed = capture_output([&] { result = parse_move_on(pos, buffer, &move); });
     delete[] buffer;
-    if (!printed.empty())
+    if (!printed.empty()) {
         return printed;
+    }
     return result == 1 ? text_of(move) : "0";
 }
 
@@ -575,19 +591,21 @@ static void compare_readers(Position* pos, u64* state)
         "Nf3", "Qd1", "P", "x", "Pe4", "e9", "i4", "e", "4" };
     static MoveEntry list[max_list_moves];
     const MoveEntry* end = gen_moves_into(pos, list);
-    for (const MoveEntry* entry = list; entry < end; entry++) {
+    for (const MoveEntry* entry = list; entry < end; ++entry) {
         char forms[4][16];
         make_san(pos, entry->move, forms[0], forms[1], forms[2], forms[3]);
-        for (const char* form : forms)
+        for (const char* form : forms) {
             texts.emplace_back(form);
+        }
     }
     for (const std::string& text : texts) {
         EXPECT_EQ(parse_quickly(pos, text), parse_on_board(text)) << fen_of(pos) << ' ' << text;
-        if (text.empty() || next_random(state, 8) != 0)
+        if (text.empty() || next_random(state, 8) != 0) {
             continue;
+        }
         std::string other = text;
-        other[next_random(state, static_cast<u32>(other.size()))]
-            = "abcdefgh12345678NBRQKxo=+-"[next_random(state, 26)];
+        other[next_random(state, static_cast<u32>(other.size()))] =
+            "abcdefgh12345678NBRQKxo=+-"[next_random(state, 26)];
         EXPECT_EQ(parse_quickly(pos, other), parse_on_board(other)) << fen_of(pos) << ' ' << other;
     }
 }
@@ -595,8 +613,9 @@ static void compare_readers(Position* pos, u64* state)
 TEST(BoardNotation, QuickReaderUnderstandsTheSameTexts)
 {
     for (const auto& row : read_tsv("notation.tsv")) {
-        if (row[0] != "parse")
+        if (row[0] != "parse") {
             continue;
+        }
         const std::string expected = row[3] == "ambiguous" ? "ambiguous move\n" : row[3];
         EXPECT_EQ(parse_quickly(set_position(row[1]), row[2] == "-" ? "" : row[2]), expected)
             << row[1] << ' ' << row[2];
@@ -613,12 +632,13 @@ TEST(BoardNotation, QuickReaderAgreesInRandomGames)
         "QQQ1k3/8/1QQQ4/8/8/nnn5/8/K3qqq1 b - -",
     };
     for (const char* fen : fens) {
-        for (i32 game = 0; game < 3; game++) {
+        for (i32 game = 0; game < 3; ++game) {
             Position* pos = set_position(fen);
-            for (i32 ply = 0; ply < 40; ply++) {
+            for (i32 ply = 0; ply < 40; ++ply) {
                 compare_readers(pos, &state);
-                if (play_random_moves(pos, &state, 1) == 0)
+                if (play_random_moves(pos, &state, 1) == 0) {
                     break;
+                }
             }
         }
     }
@@ -627,11 +647,12 @@ TEST(BoardNotation, QuickReaderAgreesInRandomGames)
 TEST(BoardNotation, QuickReaderAgreesOnBoardsThatNoGameReaches)
 {
     u64 state = 17;
-    for (i32 round = 0; round < 60; round++) {
+    for (i32 round = 0; round < 60; ++round) {
         std::string fen;
-        for (i32 square = 0; square < 64; square++) {
-            if (square > 0 && square % 8 == 0)
+        for (i32 square = 0; square < 64; ++square) {
+            if (square > 0 && square % 8 == 0) {
                 fen += '/';
+            }
             fen += "PNBRQKpnbrqkPp111111111111111111"[next_random(&state, 32)];
         }
         fen += round % 2 == 0 ? " w KQkq " : " b KQkq ";
@@ -668,8 +689,9 @@ TEST(BoardNotation, FirstWordEndsAtBlankOrEndOfLine)
 TEST(BoardNotation, TextWithoutAWordGivesAnEmptyOne)
 {
     EXPECT_STREQ(next_word("word before"), "word");
-    for (const char* text : { "", "    ", "\n", "  \r\n", "\nword" })
+    for (const char* text : { "", "    ", "\n", "  \r\n", "\nword" }) {
         EXPECT_STREQ(next_word(text), "") << text;
+    }
 }
 
 TEST(BoardNotation, LongWordIsCutAt127Characters)
@@ -686,14 +708,14 @@ TEST(BoardNotation, EpdListKeepsItsBlanks)
 {
     const auto list = [](const std::string& operations, const char* opcode) {
         char operand[32];
-        read_epd_list(("8/8/8/8/8/8/8/8 w - - " + operations).c_str(), opcode, operand,
-            sizeof operand);
+        read_epd_list(
+            ("8/8/8/8/8/8/8/8 w - - " + operations).c_str(), opcode, operand, sizeof operand);
         return std::string(operand);
     };
     EXPECT_EQ(list("bm Nf3 e4;", "bm"), " Nf3 e4");
     EXPECT_EQ(list("0 1 id \"a b\"; bm Nf3, e4 ;", "bm"), " Nf3, e4 ");
-    EXPECT_EQ(list("bm Nf3; bm e4;", "bm"), " e4");        // the last one counts
-    EXPECT_EQ(list("bm Nf3; am e4", "am"), "");            // never closed
+    EXPECT_EQ(list("bm Nf3; bm e4;", "bm"), " e4"); // the last one counts
+    EXPECT_EQ(list("bm Nf3; am e4", "am"), "");     // never closed
     EXPECT_EQ(list("bm Nf3 e4;", "am"), "");
     EXPECT_EQ(list("bmx Nf3;", "bm"), "");
     EXPECT_EQ(list("bm " + std::string(100, 'x') + ";", "bm"), " " + std::string(30, 'x'));

@@ -5,7 +5,7 @@
 
 #include "test_support.h"
 
-static constexpr u64 most_leaves = 2000000;     // of one count, so that the whole file stays quick
+static constexpr u64 most_leaves = 2000000; // of one count, so that the whole file stays quick
 
 static u64 count_leaves(Position* pos, i32 depth)
 {
@@ -30,10 +30,11 @@ TEST(BoardPerft, EveryStoredCount)
     EXPECT_EQ(rows.size(), 150u);
     for (const auto& row : rows) {
         Position* pos = set_position(row[0]);
-        for (i32 depth = 1; depth <= 5 && row[static_cast<size_t>(depth)] != "-"; depth++) {
+        for (i32 depth = 1; depth <= 5 && row[static_cast<size_t>(depth)] != "-"; ++depth) {
             const u64 expected = std::stoull(row[static_cast<size_t>(depth)]);
-            if (expected > most_leaves)
+            if (expected > most_leaves) {
                 break;
+            }
             EXPECT_EQ(count_leaves(pos, depth), expected) << row[0] << " depth " << depth;
         }
     }
@@ -56,8 +57,8 @@ TEST(BoardPerft, NoLegalMoveGivesNoLeaf)
 
 TEST(BoardPerft, LeavesThePositionAsItWas)
 {
-    Position* pos
-        = set_position("r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -");
+    Position* pos =
+        set_position("r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -");
     unsigned char before[sizeof(Position)];
     memcpy(before, static_cast<const void*>(pos), sizeof before);
     count_leaves(pos, 3);

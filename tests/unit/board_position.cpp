@@ -125,8 +125,9 @@ TEST(BoardPosition, EachRightNeedsItsKingAndRookAtHome)
     for (const Row& row : rows) {
         i32 result = 0;
         const std::string text = std::string(row.board) + " w KQkq -";
-        EXPECT_EQ(capture_output([&]() { result = parse_epd(pos, text.c_str()); }),
-            "Illegal EPD - \n") << text;
+        EXPECT_EQ(
+            capture_output([&]() { result = parse_epd(pos, text.c_str()); }), "Illegal EPD - \n")
+            << text;
         EXPECT_EQ(result, -1) << text;
         EXPECT_EQ(pos->castle, row.castle) << text;
         EXPECT_TRUE(fields_agree(pos)) << text;
@@ -142,9 +143,10 @@ TEST(BoardPosition, CastlingFieldReplacesTheRights)
     static constexpr Row rows[] = { { " w - -", 0 }, { " w", 0 }, { "", 0 }, { " w K -", 1 },
         { " w Q -", 2 }, { " w k -", 4 }, { " w q -", 8 }, { " w qkQK -", 15 }, { " w KK -", 1 },
         { " w xK?q1 -", 9 }, { " w   Kk   -", 5 }, { " w - KQkq", 0 } };
-    for (const Row& row : rows)
+    for (const Row& row : rows) {
         EXPECT_EQ(set_clean(std::string(all_castling) + row.fields)->castle, row.castle)
             << row.fields;
+    }
 }
 
 TEST(BoardPosition, EnPassantFieldIsTakenAsItStands)
@@ -156,9 +158,11 @@ TEST(BoardPosition, EnPassantFieldIsTakenAsItStands)
     static constexpr Row rows[] = { { "-", 64 }, { "e3", 20 }, { "d6", 43 }, { "a1", 0 },
         { "h8", 63 }, { "e", 4 }, { "5", 64 }, { "3e", 4 }, { "-e3x", 20 }, { "e9", 4 },
         { "E3", 64 }, { "h88", 64 }, { "", 64 }, { "e3 4 9", 20 } };
-    for (const Row& row : rows)
-        EXPECT_EQ(set_clean(std::string("4k3/8/8/8/8/8/8/4K3 b - ") + row.field)->ep_square,
-            row.square) << row.field;
+    for (const Row& row : rows) {
+        EXPECT_EQ(
+            set_clean(std::string("4k3/8/8/8/8/8/8/4K3 b - ") + row.field)->ep_square, row.square)
+            << row.field;
+    }
 }
 
 TEST(BoardPosition, OtherSideLetterLeavesTheSide)
@@ -174,7 +178,9 @@ TEST(BoardPosition, OtherSideLetterLeavesTheSide)
 TEST(BoardPosition, StrangeCharactersOfThePieceFieldAreSkipped)
 {
     const std::string board = fen_of(set_clean("4k3/8/8/3p4/8/8/8/4K3 w - -"));
-    EXPECT_EQ(fen_of(set_clean("4k3/8/x8/3!p4/8/0?8/9\x80\xff""8/4K3 w - -")), board);
+    EXPECT_EQ(fen_of(set_clean("4k3/8/x8/3!p4/8/0?8/9\x80\xff"
+                               "8/4K3 w - -")),
+        board);
 }
 
 TEST(BoardPosition, ShortRanksLeaveTheRestEmpty)
@@ -242,7 +248,7 @@ TEST(BoardPosition, ATextStartsTheGameAnew)
         EXPECT_EQ(thread->last_move, 0);
         EXPECT_EQ(pos->cnt50, 0);
         EXPECT_EQ(pos->spare, 0U);
-        for (i32 i = 0; i < 2; i++) {
+        for (i32 i = 0; i < 2; ++i) {
             EXPECT_EQ(thread->undo[i].move, 0);
             EXPECT_EQ(thread->undo[i].key, 0U);
         }
@@ -296,11 +302,13 @@ TEST(BoardPosition, HalfMoveClockIsNotInTheKey)
 
 TEST(BoardPosition, TextOfAPositionGivesTheTextBack)
 {
-    for (const std::string& text : sample_positions(1))
+    for (const std::string& text : sample_positions(1)) {
         EXPECT_EQ(fen_of(set_position(text)), text);
+    }
     for (const char* text : { "8/8/8/8/8/8/8/8 w - -", "k6K/1p6/8/8/8/8/8/8 b - a6",
-             "r3k2r/8/8/8/8/8/8/R3K2R w Kq -", "QQQQQQQQ/qqqqqqqq/1R1R1R1R/7b/B7/8/8/8 b - h3" })
+             "r3k2r/8/8/8/8/8/8/R3K2R w Kq -", "QQQQQQQQ/qqqqqqqq/1R1R1R1R/7b/B7/8/8/8 b - h3" }) {
         EXPECT_EQ(fen_of(set_clean(text)), text);
+    }
 }
 
 TEST(BoardPosition, BoardViewShowsBlackPawnsAsO)
@@ -352,7 +360,7 @@ TEST(BoardPosition, ANewRecordIsReadyForAGame)
     EXPECT_EQ(thread->pos.thread, thread.get());
     EXPECT_EQ(thread->move_store_base, thread->move_store);
     EXPECT_EQ(load(thread->command), CommandIdle);
-    for (i32 ply = 0; ply < 2; ply++) {
+    for (i32 ply = 0; ply < 2; ++ply) {
         EXPECT_EQ(thread->ply_rec[ply].list_start, &thread->move_store[ply]);
         EXPECT_EQ(thread->ply_rec[ply].list_cursor, &thread->move_store[ply]);
         EXPECT_EQ(thread->move_store[ply].move, EndOfList);
@@ -408,7 +416,7 @@ TEST(BoardPosition, EveryDisagreementOfAFieldIsSeen)
         [](Position* pos) { pos->key ^= 1ULL << 40; },
         [](Position* pos) { pos->pawn_key ^= 2; },
     };
-    for (size_t i = 0; i < std::size(spoils); i++) {
+    for (size_t i = 0; i < std::size(spoils); ++i) {
         Position* pos = set_clean(start_text);
         ASSERT_TRUE(fields_agree(pos));
         spoils[i](pos);
@@ -496,8 +504,9 @@ TEST(BoardPosition, LoosePositionsThatASearchCanPlayAreTaken)
         "4k3/8/8/8/4P3/8/8/4K3 w - h1",
         "4k3/8/8/8/4P3/8/8/4K3 b - a8",
     };
-    for (const char* text : texts)
+    for (const char* text : texts) {
         EXPECT_EQ(position_defect(set_clean(text)), nullptr) << text;
+    }
 }
 
 TEST(BoardPosition, NoLegalGameReachesARefusedPosition)
@@ -505,8 +514,9 @@ TEST(BoardPosition, NoLegalGameReachesARefusedPosition)
     u64 state = 11;
     for (const std::string& text : sample_positions(5)) {
         Position* pos = set_position(text);
-        for (i32 ply = 0; ply < 60 && play_random_moves(pos, &state, 1) == 1; ply++)
+        for (i32 ply = 0; ply < 60 && play_random_moves(pos, &state, 1) == 1; ++ply) {
             ASSERT_EQ(position_defect(pos), nullptr) << fen_of(pos);
+        }
     }
 }
 
@@ -517,11 +527,12 @@ static std::string random_text(u64* state)
 {
     static constexpr char letters[] = "PNBRQKpnbrqkKk12345678/// wb-KQkqabcdefgh36";
     std::string text;
-    for (u32 left = next_random(state, 120); left > 0; left--) {
-        if (next_random(state, 12) == 0)
+    for (u32 left = next_random(state, 120); left > 0; --left) {
+        if (next_random(state, 12) == 0) {
             text += static_cast<char>(1 + next_random(state, 255));
-        else
+        } else {
             text += letters[next_random(state, sizeof letters - 1)];
+        }
     }
     return text;
 }
@@ -530,7 +541,7 @@ static std::string random_text(u64* state)
 static std::string damaged_text(u64* state, std::string text)
 {
     static constexpr char letters[] = "PNBRQKpnbrqk12345678/ wb-KQkqabcdefgh36";
-    for (u32 left = 1 + next_random(state, 5); left > 0; left--) {
+    for (u32 left = 1 + next_random(state, 5); left > 0; --left) {
         const size_t at = next_random(state, static_cast<u32>(text.size()));
         switch (next_random(state, 3)) {
         case 0:
@@ -573,10 +584,10 @@ TEST(BoardPosition, AnyTextGivesABoardWhoseFieldsAgree)
     const std::vector<std::string> texts = sample_positions(10);
     u64 state = 5;
     capture_output([&]() {
-        for (i32 round = 0; round < 6000 && !testing::Test::HasFailure(); round++) {
+        for (i32 round = 0; round < 6000 && !testing::Test::HasFailure(); ++round) {
             const std::string& good = texts[next_random(&state, static_cast<u32>(texts.size()))];
-            const std::string text
-                = round % 3 == 0 ? random_text(&state) : damaged_text(&state, good);
+            const std::string text =
+                round % 3 == 0 ? random_text(&state) : damaged_text(&state, good);
             parse_epd(pos, text.c_str());
             expect_sound(pos, text);
         }
@@ -595,7 +606,7 @@ TEST(BoardPosition, VeryLongTextsAreReadToTheirEnd)
         EXPECT_TRUE(fields_agree(pos));
     }
     std::string rest = " " + std::string(19000, 'z');
-    const std::string output
-        = capture_output([&]() { parse_epd(pos, ("4k3/8 w K -" + rest).c_str()); });
+    const std::string output =
+        capture_output([&]() { parse_epd(pos, ("4k3/8 w K -" + rest).c_str()); });
     EXPECT_EQ(output.substr(0, 20), "Illegal EPD -  zzzzz");
 }

@@ -21,14 +21,16 @@ static u64 walk(i32 square, i32 file, i32 rank, i32 reach, u64 occupied = 0)
     u64 set = 0;
     i32 f = square % 8;
     i32 r = square / 8;
-    for (i32 i = 0; i < reach; i++) {
+    for (i32 i = 0; i < reach; ++i) {
         f += file;
         r += rank;
-        if (f < 0 || f > 7 || r < 0 || r > 7)
+        if (f < 0 || f > 7 || r < 0 || r > 7) {
             break;
+        }
         set |= bit(r * 8 + f);
-        if (occupied & bit(r * 8 + f))
+        if (occupied & bit(r * 8 + f)) {
             break;
+        }
     }
     return set;
 }
@@ -48,14 +50,15 @@ static u64 walk_straights(i32 square, u64 occupied)
 static u64 random_set(u64* state)
 {
     u64 set = 0;
-    for (i32 i = 0; i < 4; i++)
+    for (i32 i = 0; i < 4; ++i) {
         set = (set << 16) | next_random(state, 65536);
+    }
     return set;
 }
 
 TEST_F(BoardTables, PawnsAttackDiagonallyForwardWithoutWrapping)
 {
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         EXPECT_EQ(pawn_attacks[White][square], walk(square, -1, 1, 1) | walk(square, 1, 1, 1));
         EXPECT_EQ(pawn_attacks[Black][square], walk(square, -1, -1, 1) | walk(square, 1, -1, 1));
     }
@@ -67,16 +70,18 @@ TEST_F(BoardTables, PawnsAttackDiagonallyForwardWithoutWrapping)
 
 TEST_F(BoardTables, KnightsAndKingsStepWithinTheBoard)
 {
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         u64 knight = 0;
         u64 king = 0;
-        for (i32 to = 0; to < 64; to++) {
+        for (i32 to = 0; to < 64; ++to) {
             const i32 files = std::abs(to % 8 - square % 8);
             const i32 ranks = std::abs(to / 8 - square / 8);
-            if (files * ranks == 2)
+            if (files * ranks == 2) {
                 knight |= bit(to);
-            if (std::max(files, ranks) == 1)
+            }
+            if (std::max(files, ranks) == 1) {
                 king |= bit(to);
+            }
         }
         EXPECT_EQ(knight_attacks[square], knight) << square;
         EXPECT_EQ(king_attacks[square], king) << square;
@@ -85,7 +90,7 @@ TEST_F(BoardTables, KnightsAndKingsStepWithinTheBoard)
 
 TEST_F(BoardTables, RaysRunToTheEdgeWithoutTheOrigin)
 {
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         EXPECT_EQ(ray_n[square], walk(square, 0, 1, 7));
         EXPECT_EQ(ray_e[square], walk(square, 1, 0, 7));
         EXPECT_EQ(ray_nw[square], walk(square, -1, 1, 7));
@@ -101,8 +106,8 @@ TEST_F(BoardTables, RaysRunToTheEdgeWithoutTheOrigin)
 
 TEST_F(BoardTables, BetweenHoldsTheInnerSquaresOfALine)
 {
-    for (i32 a = 0; a < 64; a++) {
-        for (i32 b = 0; b < 64; b++) {
+    for (i32 a = 0; a < 64; ++a) {
+        for (i32 b = 0; b < 64; ++b) {
             const i32 files = b % 8 - a % 8;
             const i32 ranks = b / 8 - a / 8;
             u64 inner = 0;
@@ -122,15 +127,18 @@ TEST_F(BoardTables, BetweenHoldsTheInnerSquaresOfALine)
 
 TEST_F(BoardTables, PassedMaskIsWhatLiesAheadOnThreeFiles)
 {
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         u64 ahead[2] = { 0, 0 };
-        for (i32 s = 0; s < 64; s++) {
-            if (std::abs(s % 8 - square % 8) > 1)
+        for (i32 s = 0; s < 64; ++s) {
+            if (std::abs(s % 8 - square % 8) > 1) {
                 continue;
-            if (s / 8 > square / 8)
+            }
+            if (s / 8 > square / 8) {
                 ahead[White] |= bit(s);
-            if (s / 8 < square / 8)
+            }
+            if (s / 8 < square / 8) {
                 ahead[Black] |= bit(s);
+            }
         }
         EXPECT_EQ(passed_mask[White][square], ahead[White]) << square;
         EXPECT_EQ(passed_mask[Black][square], ahead[Black]) << square;
@@ -141,17 +149,20 @@ TEST_F(BoardTables, PassedMaskIsWhatLiesAheadOnThreeFiles)
 
 TEST_F(BoardTables, FileAndRankMasks)
 {
-    for (i32 i = 0; i < 8; i++) {
+    for (i32 i = 0; i < 8; ++i) {
         u64 files = 0;
         u64 above = 0;
         u64 below = 0;
-        for (i32 s = 0; s < 64; s++) {
-            if (std::abs(s % 8 - i) == 1)
+        for (i32 s = 0; s < 64; ++s) {
+            if (std::abs(s % 8 - i) == 1) {
                 files |= bit(s);
-            if (s / 8 > i)
+            }
+            if (s / 8 > i) {
                 above |= bit(s);
-            if (s / 8 < i)
+            }
+            if (s / 8 < i) {
                 below |= bit(s);
+            }
         }
         EXPECT_EQ(adjacent_files[i], files) << i;
         EXPECT_EQ(ranks_above[i], above) << i;
@@ -163,7 +174,7 @@ TEST_F(BoardTables, FileAndRankMasks)
 
 TEST_F(BoardTables, SquareMapsTurnAndMirrorTheBoard)
 {
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         EXPECT_EQ(map_identity[square], square);
         EXPECT_EQ(map_rotate[square], 63 - square);
         EXPECT_EQ(map_mirror_file[square], square / 8 * 8 + 7 - square % 8);
@@ -174,21 +185,22 @@ TEST_F(BoardTables, SquareMapsTurnAndMirrorTheBoard)
 TEST_F(BoardTables, BitHelpersCountAndScan)
 {
     u64 state = 1;
-    for (i32 round = 0; round < 1000; round++) {
+    for (i32 round = 0; round < 1000; ++round) {
         const u64 set = random_set(&state) & random_set(&state);
         i32 count = 0;
         i32 first = 64;
         i32 last = -1;
-        for (i32 s = 0; s < 64; s++) {
+        for (i32 s = 0; s < 64; ++s) {
             if ((set >> s) & 1) {
-                count++;
+                ++count;
                 first = std::min(first, s);
                 last = s;
             }
         }
         ASSERT_EQ(popcount(set), count);
-        if (set == 0)
+        if (set == 0) {
             continue;
+        }
         ASSERT_EQ(lowest(set), first);
         ASSERT_EQ(highest(set), last);
         u64 rest = set;
@@ -202,10 +214,11 @@ TEST_F(BoardTables, BitHelpersCountAndScan)
 TEST_F(BoardTables, SlidersReachTheFirstBlocker)
 {
     u64 state = 2;
-    for (i32 round = 0; round < 3000; round++) {
+    for (i32 round = 0; round < 3000; ++round) {
         u64 occupied = random_set(&state);
-        for (i32 thinner = round % 4; thinner > 0; thinner--)
+        for (i32 thinner = round % 4; thinner > 0; --thinner) {
             occupied &= random_set(&state);
+        }
         const i32 square = round % 64;
         ASSERT_EQ(bishop_attacks(square, occupied), walk_diagonals(square, occupied));
         ASSERT_EQ(rook_attacks(square, occupied), walk_straights(square, occupied));
@@ -214,7 +227,7 @@ TEST_F(BoardTables, SlidersReachTheFirstBlocker)
 
 TEST_F(BoardTables, SlidersOnAnEmptyBoardReachTheirRays)
 {
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         EXPECT_EQ(bishop_attacks(square, 0), bishop_rays[square]);
         EXPECT_EQ(rook_attacks(square, 0), rook_rays[square]);
         // The piece itself is no blocker.
@@ -235,7 +248,7 @@ TEST_F(BoardTables, AnAdjacentBlockerLeavesOneSquareOfItsDirection)
 
 TEST_F(BoardTables, BlockersInTheCornersAreSeen)
 {
-    for (i32 square = 0; square < 64; square++) {
+    for (i32 square = 0; square < 64; ++square) {
         for (const i32 corner : { 0, 7, 56, 63 }) {
             EXPECT_EQ(bishop_attacks(square, bit(corner)), walk_diagonals(square, bit(corner)));
             EXPECT_EQ(rook_attacks(square, bit(corner)), walk_straights(square, bit(corner)));
@@ -267,11 +280,11 @@ TEST_F(BoardTables, KeysFollowTheCarryGeneratorWithTwentyTwoDropped)
         const u64 high = step();
         const u64 key = high * (1ULL << 32) + step();
         if (__builtin_popcountll(key) < 24) {
-            dropped++;
+            ++dropped;
             continue;
         }
         ASSERT_EQ(zobrist[i / 64][i % 64], key) << i;
-        i++;
+        ++i;
     }
     EXPECT_EQ(dropped, 22);
 }
@@ -279,10 +292,11 @@ TEST_F(BoardTables, KeysFollowTheCarryGeneratorWithTwentyTwoDropped)
 TEST_F(BoardTables, KeysAreDenseAndFarApart)
 {
     const u64* keys = &zobrist[0][0];
-    for (i32 i = 0; i < 1024; i++) {
+    for (i32 i = 0; i < 1024; ++i) {
         EXPECT_GE(__builtin_popcountll(keys[i]), 24) << i;
-        for (i32 k = 0; k < i; k++)
+        for (i32 k = 0; k < i; ++k) {
             ASSERT_GE(__builtin_popcountll(keys[i] ^ keys[k]), 6) << i << " " << k;
+        }
     }
 }
 
@@ -322,9 +336,9 @@ TEST_F(BoardTables, KpkKnownEndings)
 TEST_F(BoardTables, KpkNumberOfWins)
 {
     i32 wins[2] = { 0, 0 };
-    for (i32 black_moves = 0; black_moves < 2; black_moves++) {
-        for (i32 pawn = 4; pawn < 28; pawn++) {
-            for (i32 kings = 0; kings < 4096; kings++) {
+    for (i32 black_moves = 0; black_moves < 2; ++black_moves) {
+        for (i32 pawn = 4; pawn < 28; ++pawn) {
+            for (i32 kings = 0; kings < 4096; ++kings) {
                 const i32 value = kpk_table[black_moves][pawn][kings / 64][kings % 64];
                 ASSERT_TRUE(value == 1 || value == 2);
                 wins[black_moves] += value == 2;
@@ -348,16 +362,18 @@ static bool pawn_hits(i32 pawn, i32 square)
 // Whether a placement can occur with white (0) or black (1) to move.
 static bool kpk_can_occur(i32 black_moves, i32 pawn, i32 king, i32 lone)
 {
-    if (pawn == king || pawn == lone || are_neighbours(king, lone))
+    if (pawn == king || pawn == lone || are_neighbours(king, lone)) {
         return false;
+    }
     return black_moves || !pawn_hits(pawn, lone);
 }
 
 static bool kpk_won(i32 black_moves, i32 pawn, i32 king, i32 lone)
 {
     // A new queen wins if it is not taken at once.
-    if (pawn >= 56)
+    if (pawn >= 56) {
         return !are_neighbours(lone, pawn) || are_neighbours(king, pawn);
+    }
     return kpk_table[black_moves][pawn % 8 + 4 * (pawn / 8)][king][lone] == 2;
 }
 
@@ -365,15 +381,18 @@ static bool white_can_win(i32 pawn, i32 king, i32 lone)
 {
     const i32 ahead = pawn + 8;
     const bool open = ahead != king && ahead != lone;
-    if (open && kpk_won(1, ahead, king, lone))
+    if (open && kpk_won(1, ahead, king, lone)) {
         return true;
+    }
     if (open && pawn < 16 && ahead + 8 != king && ahead + 8 != lone
-        && kpk_won(1, ahead + 8, king, lone))
+        && kpk_won(1, ahead + 8, king, lone)) {
         return true;
-    for (i32 to = 0; to < 64; to++) {
+    }
+    for (i32 to = 0; to < 64; ++to) {
         if (to != king && are_neighbours(to, king) && kpk_can_occur(1, pawn, to, lone)
-            && kpk_won(1, pawn, to, lone))
+            && kpk_won(1, pawn, to, lone)) {
             return true;
+        }
     }
     return false;
 }
@@ -381,23 +400,26 @@ static bool white_can_win(i32 pawn, i32 king, i32 lone)
 static bool black_is_lost(i32 pawn, i32 king, i32 lone)
 {
     bool has_move = false;
-    for (i32 to = 0; to < 64; to++) {
+    for (i32 to = 0; to < 64; ++to) {
         if (to == lone || !are_neighbours(to, lone) || are_neighbours(to, king)
-            || pawn_hits(pawn, to))
+            || pawn_hits(pawn, to)) {
             continue;
+        }
         has_move = true;
-        if (to == pawn || !kpk_won(0, pawn, king, to))
+        if (to == pawn || !kpk_won(0, pawn, king, to)) {
             return false;
+        }
     }
     return has_move;
 }
 
 TEST_F(BoardTables, KpkValuesFollowFromTheValuesOneMoveOn)
 {
-    for (i32 pawn = 8; pawn < 56; pawn++) {
-        if (pawn % 8 > 3)
+    for (i32 pawn = 8; pawn < 56; ++pawn) {
+        if (pawn % 8 > 3) {
             continue;
-        for (i32 kings = 0; kings < 4096; kings++) {
+        }
+        for (i32 kings = 0; kings < 4096; ++kings) {
             const i32 king = kings / 64;
             const i32 lone = kings % 64;
             if (kpk_can_occur(0, pawn, king, lone)) {

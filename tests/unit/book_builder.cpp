@@ -52,8 +52,9 @@ static std::string game(const std::string& result, const std::string& moves)
 static std::string repeat(i32 count, const std::string& text)
 {
     std::string all;
-    for (i32 i = 0; i < count; i++)
+    for (i32 i = 0; i < count; ++i) {
         all += text;
+    }
     return all;
 }
 
@@ -62,8 +63,9 @@ static i32 weight_of(const Built& built, const std::string& fen, const std::stri
 {
     const BookEntry wanted = entry_of(fen, move, 0);
     for (const BookEntry& entry : built.entries) {
-        if (entry.key == wanted.key && entry.move == wanted.move)
+        if (entry.key == wanted.key && entry.move == wanted.move) {
             return entry.weight;
+        }
     }
     return -1;
 }
@@ -92,14 +94,15 @@ TEST_F(BookBuilder, FilesGiveTheirExpectedBooks)
     i32 tested = 0;
     for (const auto& file : std::filesystem::directory_iterator(games)) {
         const std::string stem = file.path().stem();
-        if (file.path().extension() != ".pgn" || !exists(games / (stem + ".bin")))
+        if (file.path().extension() != ".pgn" || !exists(games / (stem + ".bin"))) {
             continue;
+        }
         std::filesystem::copy_file(file.path(), stem + ".pgn");
         const Built built = build_from(stem + ".pgn");
         EXPECT_EQ(built.out, read_bytes(games / (stem + ".out"))) << stem;
         EXPECT_EQ(bytes_of(built.entries), read_bytes(games / (stem + ".bin"))) << stem;
         EXPECT_EQ(built.errors, "") << stem;
-        tested++;
+        ++tested;
     }
     EXPECT_EQ(tested, 15);
 }
@@ -111,8 +114,9 @@ TEST_F(BookBuilder, CommentsOfRealGamesChangeNothing)
     bool inside = false;
     for (const char c : games) {
         inside = c == '{' || (inside && c != '}');
-        if (c == '\n' || (!inside && c != '}'))
+        if (c == '\n' || (!inside && c != '}')) {
             bare += c;
+        }
     }
     ASSERT_LT(bare.size(), games.size() / 2);
     const Built with_comments = build(games);
@@ -129,14 +133,14 @@ TEST_F(BookBuilder, RecordsRiseByKeyAndFallByWeight)
     const Built built = build_from("games.pgn");
     ASSERT_GT(built.entries.size(), 100U);
     i32 same_key = 0;
-    for (size_t i = 1; i < built.entries.size(); i++) {
+    for (size_t i = 1; i < built.entries.size(); ++i) {
         const BookEntry& before = built.entries[i - 1];
         const BookEntry& entry = built.entries[i];
         EXPECT_LE(before.key, entry.key);
         if (before.key == entry.key) {
             EXPECT_GE(before.weight, entry.weight);
             EXPECT_NE(before.move, entry.move);
-            same_key++;
+            ++same_key;
         }
         EXPECT_EQ(entry.learn, 0U);
     }
@@ -163,13 +167,14 @@ TEST_F(BookBuilder, MoreNodesThanTheFirstTableHoldsKeepTheirOrder)
     // Random games, each on a line that is read to its end.
     u64 state = 7;
     std::string games;
-    for (i32 i = 0; i < 160; i++) {
+    for (i32 i = 0; i < 160; ++i) {
         Position* pos = set_position(start);
         std::string moves;
-        for (i32 ply = 0; ply < 200; ply++) {
+        for (i32 ply = 0; ply < 200; ++ply) {
             const std::vector<Move> legal = legal_moves(pos);
-            if (legal.empty())
+            if (legal.empty()) {
                 break;
+            }
             const Move move = legal[next_random(&state, static_cast<u32>(legal.size()))];
             moves += text_of(move) + " ";
             make_move(pos, move);
@@ -179,14 +184,17 @@ TEST_F(BookBuilder, MoreNodesThanTheFirstTableHoldsKeepTheirOrder)
     const Built built = build(games);
     EXPECT_GT(std::stoi(built.out.substr(built.out.find("nmoves= ") + 8)), 30000);
     EXPECT_GT(built.entries.size(), 14000U);
-    for (size_t i = 1; i < built.entries.size(); i++)
+    for (size_t i = 1; i < built.entries.size(); ++i) {
         ASSERT_LE(built.entries[i - 1].key, built.entries[i].key);
+    }
     // Twice the games give every record again, with twice its weight.
     std::map<std::pair<u64, u16>, i32> doubled;
-    for (const BookEntry& entry : build(repeat(2, games)).entries)
+    for (const BookEntry& entry : build(repeat(2, games)).entries) {
         doubled[{ entry.key, entry.move }] = entry.weight;
-    for (const BookEntry& entry : built.entries)
+    }
+    for (const BookEntry& entry : built.entries) {
         ASSERT_EQ((doubled[{ entry.key, entry.move }]), 2 * entry.weight);
+    }
 }
 
 // ---- What is kept
@@ -268,12 +276,14 @@ TEST_F(BookBuilder, EqualWeightsKeepTheOrderOfTheirFirstAppearance)
 {
     const std::string order[6] = { "h3", "a3", "e4", "b3", "g3", "d4" };
     std::string games;
-    for (const std::string& move : order)
+    for (const std::string& move : order) {
         games += repeat(3, game("1-0", move));
+    }
     games += repeat(4, game("1-0", "c4"));
     std::string found;
-    for (const BookEntry& entry : build(games).entries)
+    for (const BookEntry& entry : build(games).entries) {
         found += book_text_of(entry.move) + " ";
+    }
     EXPECT_EQ(found, "c2c4 h2h3 a2a3 e2e4 b2b3 g2g3 d2d4 ");
 }
 
@@ -410,8 +420,9 @@ TEST_F(BookBuilder, CarriageReturnsChangeNothing)
 {
     std::string games = repeat(3, game("1-0", "1. e4 e5 {a\ncomment} 2. Nf3"));
     const Built plain = build(games);
-    for (size_t at = 0; (at = games.find('\n', at)) != std::string::npos; at += 2)
+    for (size_t at = 0; (at = games.find('\n', at)) != std::string::npos; at += 2) {
         games.insert(at, "\r");
+    }
     const Built with_returns = build(games);
     EXPECT_EQ(with_returns.out, plain.out);
     EXPECT_EQ(bytes_of(with_returns.entries), bytes_of(plain.entries));
@@ -495,7 +506,7 @@ static std::string long_game(i32 plies)
     Position* pos = set_position(start);
     u64 state = 3;
     std::string moves;
-    for (i32 ply = 0; ply < plies; ply++) {
+    for (i32 ply = 0; ply < plies; ++ply) {
         const std::vector<Move> legal = legal_moves(pos);
         const Move move = legal[next_random(&state, static_cast<u32>(legal.size()))];
         moves += (moves.empty() ? "" : " ") + text_of(move);
@@ -531,10 +542,11 @@ TEST_F(BookBuilder, MarksBehindTheLimitAreNotRead)
 TEST_F(BookBuilder, RandomBytesEndSafely)
 {
     u64 state = 31337;
-    for (i32 round = 0; round < 200; round++) {
+    for (i32 round = 0; round < 200; ++round) {
         std::string bytes;
-        for (u32 size = next_random(&state, 4000); size > 0; size--)
+        for (u32 size = next_random(&state, 4000); size > 0; --size) {
             bytes += static_cast<char>(next_random(&state, 256));
+        }
         bytes.insert(
             next_random(&state, static_cast<u32>(bytes.size()) + 1), "\n[Result \"1-0\"]\n");
         EXPECT_NE(build(bytes).out.find("games= "), std::string::npos);
@@ -547,10 +559,11 @@ TEST_F(BookBuilder, ShuffledPiecesOfGamesEndSafely)
         "\n", ";", "$", "[Result \"1-0\"]\n", "[Result \"0-1\"]\n", "1.", "d4", "d5", "exd5", "ed",
         "e8=Q", "e7e8q", "a=B", "+", "o-o-o", "\t", "\xff", "Nb", "ab", "=", "Q" };
     u64 state = 12;
-    for (i32 round = 0; round < 300; round++) {
+    for (i32 round = 0; round < 300; ++round) {
         std::string text = "[Result \"1-0\"]\n";
-        for (u32 count = next_random(&state, 300); count > 0; count--)
+        for (u32 count = next_random(&state, 300); count > 0; --count) {
             text += pieces[next_random(&state, std::size(pieces))];
+        }
         EXPECT_NE(build(text).out.find("games= "), std::string::npos);
     }
 }
@@ -558,8 +571,9 @@ TEST_F(BookBuilder, ShuffledPiecesOfGamesEndSafely)
 TEST_F(BookBuilder, FileTruncatedAnywhereEndsSafely)
 {
     const std::string games = read_bytes(data_path("pgn/book-comments.pgn"));
-    for (size_t size = 0; size < games.size(); size++)
+    for (size_t size = 0; size < games.size(); ++size) {
         EXPECT_NE(build(games.substr(0, size)).out.find("done\n"), std::string::npos) << size;
+    }
 }
 
 TEST_F(BookBuilder, MissingFileIsNamedOnStandardErrorAndLeavesTheOldBook)
@@ -663,8 +677,9 @@ TEST_F(BookBuilder, FullDiskEndsWithAMessageAndStatus1AndLeavesTheOldBook)
     for (const Move first : legal_moves(set_position(start))) {
         Position* pos = set_position(start);
         make_move(pos, first);
-        for (const Move reply : legal_moves(pos))
+        for (const Move reply : legal_moves(pos)) {
             games += repeat(3, game("0-1", text_of(first) + " " + text_of(reply)));
+        }
     }
     EXPECT_EQ(build(games).entries.size(), 400U);
     EXPECT_EQ(exit_status, 0);

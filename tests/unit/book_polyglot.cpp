@@ -27,8 +27,9 @@ TEST_F(BookPolyglot, ConstantsAreThePublishedOnes)
 {
     const std::vector<std::string> lines = read_lines("random64.txt");
     ASSERT_EQ(lines.size(), static_cast<size_t>(random64_count));
-    for (size_t i = 0; i < lines.size(); i++)
+    for (size_t i = 0; i < lines.size(); ++i) {
         EXPECT_EQ(random64[i], std::stoull(lines[i], nullptr, 16)) << i;
+    }
 }
 
 TEST_F(BookPolyglot, StartPositionHasItsPublishedKey)
@@ -51,11 +52,12 @@ TEST_F(BookPolyglot, DoubleStepWithoutACaptureLeavesTheKeyAlone)
 {
     i32 tested = 0;
     for (const auto& row : read_tsv("polyglot-keys.tsv")) {
-        if (row[2] != "ep-none" && row[2] != "ep-wrap")
+        if (row[2] != "ep-none" && row[2] != "ep-wrap") {
             continue;
+        }
         ASSERT_NE(set_position(row[0])->ep_square, NoSquare) << row[0];
         EXPECT_EQ(key_of(row[0]), key_of(without_ep(row[0]))) << row[0];
-        tested++;
+        ++tested;
     }
     EXPECT_GT(tested, 20);
 
@@ -106,7 +108,7 @@ TEST_F(BookPolyglot, RecordsAreReadHighestByteFirst)
 TEST_F(BookPolyglot, RecordThatIsCutShortIsTheEndOfTheFile)
 {
     const std::string whole = bytes_of({ entry_of(start_position, "e2e4", 1) });
-    for (size_t size = 0; size < 16; size++) {
+    for (size_t size = 0; size < 16; ++size) {
         write_bytes("book", whole.substr(0, size));
         FILE* file = fopen("book", "rb");
         ASSERT_NE(file, nullptr);
@@ -155,7 +157,7 @@ TEST_F(BookPolyglot, MoveCodesCarrySquaresAndPromotion)
 TEST_F(BookPolyglot, UnusedBitsOfAMoveChangeNothing)
 {
     const u16 plain = book_move_of("a7a8");
-    for (i32 promotion = 5; promotion < 8; promotion++) {
+    for (i32 promotion = 5; promotion < 8; ++promotion) {
         const u16 code = static_cast<u16>(plain | promotion << 12);
         EXPECT_EQ(book_move_to_move(code), move_of("a7a8")) << promotion;
     }
@@ -185,10 +187,11 @@ TEST_F(BookPolyglot, MoveOfTwoSquaresFromTheKingsHomeIsWrittenAsCastling)
 TEST_F(BookPolyglot, EveryOtherMoveComesBackAsItWas)
 {
     const std::string castlings = "e1g1 e1c1 e8g8 e8c8 e1h1 e1a1 e8h8 e8a8";
-    for (i32 squares = 0; squares < 4096; squares++) {
+    for (i32 squares = 0; squares < 4096; ++squares) {
         const std::string text = book_text_of(static_cast<u16>(squares));
-        if (castlings.find(text) != std::string::npos)
+        if (castlings.find(text) != std::string::npos) {
             continue;
+        }
         for (const char* promotion : { "", "n", "b", "r", "q" }) {
             const Move move = move_of(text + promotion);
             EXPECT_EQ(book_move_to_move(move_to_book_move(move)), move) << text << promotion;
@@ -208,8 +211,9 @@ TEST_F(BookPolyglot, RecordsSortByUnsignedKeyThenByFallingWeight)
     };
     qsort(entries.data(), entries.size(), sizeof entries[0], book_entry_compare);
     std::string order;
-    for (const BookEntry& entry : entries)
+    for (const BookEntry& entry : entries) {
         order += static_cast<char>('0' + entry.move);
+    }
     EXPECT_EQ(order, "635241");
     EXPECT_EQ(book_entry_compare(&entries[2], &entries[2]), 0);
 }

@@ -30,8 +30,9 @@ static std::string report_of(const std::string& fen, const char* book, Move* mov
     Move found = NoMove;
     const std::string text = capture_output([&] { found = book_probe(pos, book); });
     EXPECT_TRUE(fields_agree(pos)) << fen;
-    if (move != nullptr)
+    if (move != nullptr) {
         *move = found;
+    }
     return text;
 }
 
@@ -56,10 +57,11 @@ static const std::vector<BookEntry> three_moves()
 // A start value of rand() whose first draw is wanted.
 static unsigned seed_for_draw(u32 wanted)
 {
-    for (unsigned seed = 1;; seed++) {
+    for (unsigned seed = 1;; ++seed) {
         srand(seed);
-        if ((static_cast<u32>(rand()) * 98765U + 123456789U) % 1000U == wanted)
+        if ((static_cast<u32>(rand()) * 98765U + 123456789U) % 1000U == wanted) {
             return seed;
+        }
     }
 }
 
@@ -80,8 +82,9 @@ static std::vector<i32> adjusted_of(const std::vector<BookEntry>& entries, i32 v
     const i32 count = static_cast<i32>(entries.size());
     const u32 sum = adjust_book_weights(entries.data(), count, variety, adjusted.data());
     u32 total = 0;
-    for (const u16 value : adjusted)
+    for (const u16 value : adjusted) {
         total += value;
+    }
     EXPECT_EQ(sum, total);
     return { adjusted.begin(), adjusted.end() };
 }
@@ -89,8 +92,9 @@ static std::vector<i32> adjusted_of(const std::vector<BookEntry>& entries, i32 v
 static std::vector<BookEntry> weights(const std::vector<i32>& values)
 {
     std::vector<BookEntry> entries;
-    for (const i32 value : values)
+    for (const i32 value : values) {
         entries.push_back({ 0, 0, static_cast<u16>(value), 0 });
+    }
     return entries;
 }
 
@@ -174,8 +178,9 @@ static std::map<i32, i32> choices_of_all_draws(const std::vector<BookEntry>& ent
     const i32 count = static_cast<i32>(entries.size());
     const u32 sum = adjust_book_weights(entries.data(), count, variety, adjusted.data());
     std::map<i32, i32> choices;
-    for (u32 draw = 0; draw < 1000; draw++)
-        choices[choose_book_entry(entries.data(), count, adjusted.data(), sum, draw)]++;
+    for (u32 draw = 0; draw < 1000; ++draw) {
+        ++choices[choose_book_entry(entries.data(), count, adjusted.data(), sum, draw)];
+    }
     return choices;
 }
 
@@ -216,16 +221,18 @@ static f64 chi_square(i32 variety, const std::vector<std::pair<std::string, i32>
 {
     constexpr i32 trials = 20000;
     std::vector<BookEntry> entries;
-    for (const auto& [move, weight] : moves)
+    for (const auto& [move, weight] : moves) {
         entries.push_back(entry_of(start, move, weight));
+    }
     write_book(entries);
     engine_options.own_book_variety = static_cast<i16>(variety);
 
     std::map<std::string, i32> counts;
     Position* pos = set_position(start);
     srand(20240607);
-    for (i32 i = 0; i < trials; i++)
-        counts[text_of(book_probe(pos, "book"))]++;
+    for (i32 i = 0; i < trials; ++i) {
+        ++counts[text_of(book_probe(pos, "book"))];
+    }
 
     f64 total = 0;
     std::vector<f64> shares;
@@ -236,14 +243,15 @@ static f64 chi_square(i32 variety, const std::vector<std::pair<std::string, i32>
     }
     f64 chi = 0;
     i32 seen = 0;
-    for (size_t i = 0; i < moves.size(); i++) {
+    for (size_t i = 0; i < moves.size(); ++i) {
         const f64 expected = trials * shares[i] / total;
         const i32 found = counts[moves[i].first];
         seen += found;
-        if (expected == 0)
+        if (expected == 0) {
             EXPECT_EQ(found, 0) << moves[i].first;
-        else
+        } else {
             chi += (found - expected) * (found - expected) / expected;
+        }
     }
     EXPECT_EQ(seen, trials);
     return chi;
@@ -271,8 +279,9 @@ TEST_F(BookProbe, WrongSharesWouldBeNoticed)
     Position* pos = set_position(start);
     i32 first = 0;
     engine_options.own_book_variety = 100;
-    for (i32 i = 0; i < 20000; i++)
+    for (i32 i = 0; i < 20000; ++i) {
         first += book_probe(pos, "book") == move_of("e2e4");
+    }
     const f64 expected = 20000 * 400.0 / 700;
     EXPECT_GT((first - expected) * (first - expected) / expected, 16.27);
 }
@@ -287,8 +296,9 @@ static std::vector<std::pair<std::string, i32>> listed_moves(
     std::istringstream words(text);
     std::string move;
     for (i32 weight; words >> move >> weight; words.ignore(1)) {
-        if ((pos->board[square_of(move.c_str())] & 7) == King)
+        if ((pos->board[square_of(move.c_str())] & 7) == King) {
             move = book_text_of(move_to_book_move(move_of(move)));
+        }
         moves.emplace_back(move, weight);
     }
     return moves;
@@ -305,8 +315,9 @@ TEST_F(BookProbe, BookOfManyPositionsGivesItsMovesInTheirOrder)
         for (const auto& [move, weight] : moves) {
             total += weight;
             with_zero += weight == 0;
-            if (weight > 0)
+            if (weight > 0) {
                 uci += move + " ";
+            }
         }
         Move move = NoMove;
         const std::string report = report_of(row[0], book.c_str(), &move);
@@ -379,8 +390,8 @@ TEST_F(BookProbe, BonusOfAnEntryOfWeightZeroCountsInTheShares)
     store(uci_mode, 0);
     engine_options.own_book_variety = 100;
     // 11666, 5000 and 8333: the last entry has what the one of weight 0 cannot take.
-    write_book({ entry_of(start, "e2e4", 100), entry_of(start, "d2d4", 0),
-        entry_of(start, "c2c4", 50) });
+    write_book(
+        { entry_of(start, "e2e4", 100), entry_of(start, "d2d4", 0), entry_of(start, "c2c4", 50) });
     srand(seed_for_draw(467));
     EXPECT_EQ(report_of(start, "book"),
         "  e2e4  cnt=   100, weight= 66.67% -> 46.67%\n"
@@ -476,17 +487,19 @@ TEST_F(BookProbe, EveryPlaceInABookIsFound)
 {
     // Eleven keys of one to four records, the wanted one at each place in turn.
     const u64 key = entry_of(start, "e2e4", 1).key;
-    for (i32 place = 0; place <= 10; place++) {
+    for (i32 place = 0; place <= 10; ++place) {
         std::vector<BookEntry> entries;
-        for (i32 i = 0; i <= 10; i++) {
+        for (i32 i = 0; i <= 10; ++i) {
             const u64 shift = static_cast<u64>(i - place);
-            for (i32 copy = 0; copy <= i % 4; copy++)
+            for (i32 copy = 0; copy <= i % 4; ++copy) {
                 entries.push_back({ key + shift, entry_of(start, "e2e4", 1).move, 1, 0 });
+            }
         }
         write_book(entries);
         std::string report = "info string ( book moves are: ";
-        for (i32 copy = 0; copy <= place % 4; copy++)
+        for (i32 copy = 0; copy <= place % 4; ++copy) {
             report += "e2e4 ";
+        }
         EXPECT_EQ(report_of(start, "book"), report + " )\n") << place;
     }
 }
@@ -506,12 +519,14 @@ TEST_F(BookProbe, PositionOutsideTheBookGivesNothing)
 TEST_F(BookProbe, EntriesBeyondTheLimitAreNotSeen)
 {
     std::vector<BookEntry> entries;
-    for (i32 i = 0; i < book_limit; i++)
+    for (i32 i = 0; i < book_limit; ++i) {
         entries.push_back(entry_of(start, "e2e4", 1));
+    }
     entries.push_back(entry_of(start, "d2d4", 65535));
     write_book(entries);
-    for (const u32 draw : { 0U, 999U })
+    for (const u32 draw : { 0U, 999U }) {
         EXPECT_EQ(probe_with_draw(draw, 25), "e2e4");
+    }
     const std::string report = report_of(start, "book");
     EXPECT_EQ(report.find("d2d4"), std::string::npos);
     EXPECT_EQ(report.size(),
@@ -537,8 +552,10 @@ TEST_F(BookProbe, BookThatIsReplacedIsReadAnew)
 static i32 open_descriptors()
 {
     i32 count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        count++;
+    for ([[maybe_unused]] const auto& entry :
+        std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
     return count;
 }
 
@@ -572,7 +589,7 @@ TEST_F(BookProbe, FilesThatAreNoBookGiveNothing)
     ASSERT_EQ(mkfifo("pipe", 0600), 0);
     expect_nothing("pipe");
     const std::string bytes = bytes_of(three_moves());
-    for (size_t size = 0; size < 16; size++) {
+    for (size_t size = 0; size < 16; ++size) {
         write_bytes("short", bytes.substr(0, size));
         expect_nothing("short");
     }
@@ -582,8 +599,9 @@ TEST_F(BookProbe, UnreadableFileGivesNothing)
 {
     write_book(three_moves());
     ASSERT_EQ(chmod("book", 0), 0);
-    if (access("book", R_OK) == 0)
+    if (access("book", R_OK) == 0) {
         GTEST_SKIP() << "this user may read everything";
+    }
     expect_nothing("book");
 }
 
@@ -600,7 +618,7 @@ TEST_F(BookProbe, OddRestHidesTheLastRecordOnly)
 {
     const BookEntry first = entry_of(start, "e2e4", 1);
     const BookEntry last = { first.key + 1, first.move, 1, 0 };
-    for (size_t rest = 1; rest < 16; rest++) {
+    for (size_t rest = 1; rest < 16; ++rest) {
         write_bytes("book", bytes_of({ first, last }) + std::string(rest, '\x55'));
         EXPECT_EQ(probe(start, "book"), "e2e4") << rest;
         write_bytes(
@@ -612,19 +630,20 @@ TEST_F(BookProbe, OddRestHidesTheLastRecordOnly)
 TEST_F(BookProbe, RandomBytesAndUnsortedRecordsEndSafely)
 {
     u64 state = 4711;
-    for (i32 round = 0; round < 300; round++) {
+    for (i32 round = 0; round < 300; ++round) {
         std::string bytes;
-        for (u32 size = next_random(&state, 700); size > 0; size--)
+        for (u32 size = next_random(&state, 700); size > 0; --size) {
             bytes += static_cast<char>(next_random(&state, 256));
+        }
         write_bytes("book", bytes);
         expect_nothing("book");
     }
     std::vector<BookEntry> entries;
-    for (i32 i = 0; i < 50; i++) {
+    for (i32 i = 0; i < 50; ++i) {
         entries.push_back({ static_cast<u64>(next_random(&state, 0x7fffffff)) << 33, 796, 1, 0 });
         entries.push_back(entry_of(start, "e2e4", static_cast<i32>(next_random(&state, 65536))));
     }
-    for (i32 round = 0; round < 300; round++) {
+    for (i32 round = 0; round < 300; ++round) {
         std::swap(entries[next_random(&state, 100)], entries[next_random(&state, 100)]);
         write_book(entries);
         const std::string move = probe(start, "book");
@@ -635,9 +654,9 @@ TEST_F(BookProbe, RandomBytesAndUnsortedRecordsEndSafely)
 TEST_F(BookProbe, UnsortedWeightsOfOneKeyAreChosenSafely)
 {
     u64 state = 99;
-    for (i32 round = 0; round < 2000; round++) {
+    for (i32 round = 0; round < 2000; ++round) {
         std::vector<i32> values;
-        for (u32 i = next_random(&state, 20); i < 20; i++) {
+        for (u32 i = next_random(&state, 20); i < 20; ++i) {
             const u32 kind = next_random(&state, 3);
             values.push_back(
                 kind == 0 ? 0 : static_cast<i32>(next_random(&state, kind == 1 ? 65536 : 4)));
@@ -647,8 +666,9 @@ TEST_F(BookProbe, UnsortedWeightsOfOneKeyAreChosenSafely)
         const i32 count = static_cast<i32>(entries.size());
         const i32 variety = static_cast<i32>(next_random(&state, 101));
         const u32 sum = adjust_book_weights(entries.data(), count, variety, adjusted.data());
-        if (sum == 0)
+        if (sum == 0) {
             continue;
+        }
         const u32 draw = next_random(&state, 1000);
         const i32 chosen = choose_book_entry(entries.data(), count, adjusted.data(), sum, draw);
         ASSERT_GE(chosen, 0);
@@ -665,8 +685,9 @@ static i64 read_calls()
     std::ifstream file("/proc/self/io");
     std::string name;
     for (i64 value; file >> name >> value;) {
-        if (name == "syscr:")
+        if (name == "syscr:") {
             return value;
+        }
     }
     return -1;
 }
@@ -676,11 +697,13 @@ TEST_F(BookProbe, ProbeReadsLittleAndOpensTheBookOnce)
     constexpr size_t records = 1000000;
     const std::string record = bytes_of({ entry_of(start, "e2e4", 1) });
     std::string bytes;
-    for (size_t i = 0; i < records; i++)
+    for (size_t i = 0; i < records; ++i) {
         bytes += record;
+    }
     write_bytes("book", bytes);
-    if (read_calls() < 0)
+    if (read_calls() < 0) {
         GTEST_SKIP() << "the system does not count reads";
+    }
     const i64 own = read_calls();
     const i64 cost_of_counting = read_calls() - own;
 

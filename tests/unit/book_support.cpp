@@ -41,8 +41,9 @@ BookEntry entry_of(const std::string& fen, const std::string& move, i32 weight)
 
 static void append_number(std::string* bytes, i32 count, u64 value)
 {
-    for (i32 i = count - 1; i >= 0; i--)
+    for (i32 i = count - 1; i >= 0; --i) {
         *bytes += static_cast<char>(value >> (8 * i));
+    }
 }
 
 std::string bytes_of(const std::vector<BookEntry>& entries)
@@ -60,8 +61,9 @@ std::string bytes_of(const std::vector<BookEntry>& entries)
 static u64 number_at(const std::string& bytes, size_t start, size_t count)
 {
     u64 value = 0;
-    for (size_t i = 0; i < count; i++)
+    for (size_t i = 0; i < count; ++i) {
         value = value << 8 | static_cast<u8>(bytes[start + i]);
+    }
     return value;
 }
 

@@ -37,8 +37,8 @@ TEST(EvalEndings, DrawnMaterial)
     const char* const texts[] = {
         "4k3/8/8/8/8/8/8/4K3 w - -",
         "4k3/8/8/8/8/8/8/2B1K3 w - -",
-        "2b1k3/8/8/8/8/8/8/2B1K3 w - -",        // bishops on opposite colours
-        "4kb2/8/8/8/8/8/8/2B1K3 b - -",         // and on the same colour
+        "2b1k3/8/8/8/8/8/8/2B1K3 w - -", // bishops on opposite colours
+        "4kb2/8/8/8/8/8/8/2B1K3 b - -",  // and on the same colour
         "4k3/8/8/8/8/8/8/1N2K1N1 w - -",
         "4k1n1/8/8/8/8/8/8/1N2K1N1 w - -",
         "1n2k1n1/8/8/8/8/8/8/1N2K1N1 b - -",
@@ -73,7 +73,7 @@ TEST(EvalEndings, LonePawnAgainstKing)
     EXPECT_EQ(evaluate_early("k7/8/K7/P7/8/8/8/8 w - -"), 14);
     EXPECT_EQ(evaluate_early("7k/8/7K/7P/8/8/8/8 b - -"), -14);
     EXPECT_EQ(evaluate_early("3k4/3P4/3K4/8/8/8/8/8 w - -"), 0 + 24 - 2 + 800);
-    EXPECT_EQ(evaluate_early("3k4/3P4/3K4/8/8/8/8/8 b - -"), -22);      // stalemate
+    EXPECT_EQ(evaluate_early("3k4/3P4/3K4/8/8/8/8/8 b - -"), -22); // stalemate
     EXPECT_EQ(evaluate_early("8/8/8/8/P7/8/8/K6k w - -"), 7 + 12 - 7 + 800);
 }
 
@@ -166,7 +166,7 @@ TEST(EvalScale, WrongRookPawn)
 
 TEST(EvalScale, WrongRookPawnOfBlack)
 {
-    EXPECT_EQ(scale_of("4kb2/7p/8/8/8/8/8/7K w - -", -100), 0.05f);     // dark bishop, h1 light
+    EXPECT_EQ(scale_of("4kb2/7p/8/8/8/8/8/7K w - -", -100), 0.05f); // dark bishop, h1 light
     EXPECT_NE(scale_of("2b1k3/7p/8/8/8/8/8/7K w - -", -100), 0.05f);
     EXPECT_EQ(scale_of("2b1k3/p7/8/8/8/8/1K6/8 w - -", -100), 0.05f);
     EXPECT_NE(scale_of("4kb2/p7/8/8/8/8/1K6/8 w - -", -100), 0.05f);

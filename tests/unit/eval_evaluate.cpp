@@ -23,8 +23,8 @@ static std::vector<GoldenEval> read_golden_evals()
     std::vector<GoldenEval> evals;
     for (const std::vector<std::string>& row : read_tsv("eval.tsv")) {
         evals.push_back({ row.at(0), std::stoi(row.at(1)),
-            { std::stoi(row.at(2)), std::stoi(row.at(3)) }, row.at(4) == "1",
-            std::stod(row.at(5)), std::stod(row.at(6)), std::stoi(row.at(7)) });
+            { std::stoi(row.at(2)), std::stoi(row.at(3)) }, row.at(4) == "1", std::stod(row.at(5)),
+            std::stod(row.at(6)), std::stoi(row.at(7)) });
     }
     return evals;
 }
@@ -93,10 +93,10 @@ TEST(Evaluate, ColoursExchangedGiveTheSameScoreAndTheExchangedDangers)
 {
     for (const GoldenEval& golden : read_golden_evals()) {
         const Position* pos = set_position(golden.text);
-        const bool many_queens = popcount(pos->bb[White][Queen]) > 1
-            || popcount(pos->bb[Black][Queen]) > 1;
+        const bool many_queens =
+            popcount(pos->bb[White][Queen]) > 1 || popcount(pos->bb[Black][Queen]) > 1;
         if (many_queens) {
-            continue;           // these go by rising square, whatever the colour
+            continue; // these go by rising square, whatever the colour
         }
         const std::string flipped = flip_colours(golden.text);
         u16* danger = set_position(flipped)->thread->ply_rec[1].danger;
@@ -308,8 +308,8 @@ TEST(Evaluate, WingsOfTheKingsChooseMapAndTables)
     struct Case {
         const char* text;
         i32 same_wing;
-        i32 white_index;        // of the knight on b1
-        i32 black_index;        // of the knight on b8
+        i32 white_index; // of the knight on b1
+        i32 black_index; // of the knight on b8
     };
     const Case cases[] = {
         { "1n4k1/7p/8/8/8/8/7P/1N4K1 w - -", 1, 1, 1 },

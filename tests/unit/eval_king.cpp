@@ -24,8 +24,8 @@ TEST(EvalKing, ShieldCountsSquaresInFrontOfTheZone)
     EXPECT_EQ(thousandths("qk6/8/8/5PPP/8/8/8/6K1 w - -", White, pawn_shield), -999);
     EXPECT_EQ(thousandths("6k1/5pp1/7p/8/8/8/8/QK6 w - -", Black, pawn_shield), -111);
     const i32 word = isolated_pair("qk6/8/8/5PPP/8/8/8/6K1 w - -", White, pawn_shield, 27, -9);
-    EXPECT_EQ(score_mg(word), -26);         // -26.97
-    EXPECT_EQ(score_eg(word), 8);           // 8.99
+    EXPECT_EQ(score_mg(word), -26); // -26.97
+    EXPECT_EQ(score_eg(word), 8);   // 8.99
 }
 
 TEST(EvalKing, SafeQueenCheckNextToTheKingIsADanger)

@@ -51,8 +51,8 @@ TEST(EvalPawns, FilesAAndHAreNoNeighbours)
 TEST(EvalPawns, BlockedByAnyPiece)
 {
     const char* const text = "4k3/p7/n1p5/2P5/4p3/4K3/1P4P1/6N1 w - -";
-    EXPECT_EQ(count_uses(text, White, pawn_blocked), 1);    // c5; b2 and g2 are free
-    EXPECT_EQ(count_uses(text, Black, pawn_blocked), 3);    // a7 by the knight, c6, e4 by the king
+    EXPECT_EQ(count_uses(text, White, pawn_blocked), 1); // c5; b2 and g2 are free
+    EXPECT_EQ(count_uses(text, Black, pawn_blocked), 3); // a7 by the knight, c6, e4 by the king
 }
 
 TEST(EvalPawns, ExtraValuesForPawnsBesideAndDefended)
@@ -112,7 +112,7 @@ TEST(EvalPawns, PromotionSquareIsTheTargetOnTheSeventhRank)
     const char* const stuck = "8/1P1n4/8/7k/7p/8/8/K7 w - -";
     EXPECT_EQ(passer_kind(stuck, White, 6), Stuck);
     EXPECT_EQ(thousandths(stuck, White, ppawn_eking_dist), 4800);
-    EXPECT_EQ(thousandths(stuck, White, ppawn_fking_dist), 5599);  // 7 * 0.8 in single precision
+    EXPECT_EQ(thousandths(stuck, White, ppawn_fking_dist), 5599); // 7 * 0.8 in single precision
 }
 
 TEST(EvalPawns, KingDistancesAreTakenTwoRanksAhead)
@@ -121,7 +121,7 @@ TEST(EvalPawns, KingDistancesAreTakenTwoRanksAhead)
     const char* const text = "8/8/1K6/8/1P3k2/7p/8/8 w - -";
     EXPECT_EQ(passer_kind(text, White, 3), Free);
     EXPECT_EQ(thousandths(text, White, ppawn_eking_dist), 1600);
-    EXPECT_EQ(thousandths(text, White, ppawn_fking_dist), 400);    // on the target, but at least 1
+    EXPECT_EQ(thousandths(text, White, ppawn_fking_dist), 400); // on the target, but at least 1
     // h3 can step: factor 0.8, target h1; the white king is six steps away, the black one three.
     EXPECT_EQ(thousandths(text, Black, ppawn_eking_dist), 4800);
     EXPECT_EQ(thousandths(text, Black, ppawn_fking_dist), 2400);
@@ -187,8 +187,8 @@ TEST(EvalPawns, ConnectedPassedPawnByRank)
 {
     // The pawn beside defends the square in front.
     const char* const texts[8] = { nullptr, nullptr, nullptr, "8/8/8/7k/PP5p/8/8/K7 w - -",
-        "8/8/8/PP5k/7p/8/8/K7 w - -", "8/8/PP6/7k/7p/8/8/K7 w - -",
-        "8/PP6/8/7k/7p/8/8/K7 w - -", nullptr };
+        "8/8/8/PP5k/7p/8/8/K7 w - -", "8/8/PP6/7k/7p/8/8/K7 w - -", "8/PP6/8/7k/7p/8/8/K7 w - -",
+        nullptr };
     for (i32 rank = 3; rank < 7; ++rank) {
         const i32 each = static_cast<i32>(1000 * connected_parts[rank] + 0.001);
         EXPECT_EQ(thousandths(texts[rank], White, ppawn_connected), 2 * each) << rank;
@@ -207,8 +207,8 @@ TEST(EvalPawns, DangerOfPassedPawnsGoesToTheEnemy)
         { "8/8/1P6/7k/7p/7P/8/K7 w - -", 600 },
         { "8/1P6/8/7k/7p/7P/8/K7 w - -", 1200 },
         { "8/8/8/7k/7p/1P5P/8/K7 w - -", 0 },
-        { "7r/8/8/7k/1P5p/7P/8/K7 w - -", 75 },         // mobile
-        { "8/8/8/1n5k/1P5p/7P/8/K7 w - -", 37 },        // stuck: 150 / 4
+        { "7r/8/8/7k/1P5p/7P/8/K7 w - -", 75 },  // mobile
+        { "8/8/8/1n5k/1P5p/7P/8/K7 w - -", 37 }, // stuck: 150 / 4
         { "8/1P1n4/8/7k/7p/7P/8/K7 w - -", 300 },
     };
     for (const Case& one : cases) {
@@ -249,10 +249,10 @@ TEST(EvalPawns, CandidateFactorGrowsWithRankAndEnemyKingDistance)
     EXPECT_EQ(thousandths("8/8/3p4/8/3PP2k/8/8/4K3 w - -", White, candidate_passer), 600);
     EXPECT_EQ(thousandths("4k3/3p4/8/3PP3/8/8/8/4K3 w - -", White, candidate_passer), 649);
     EXPECT_EQ(thousandths("4k3/8/8/3pp3/8/3P4/8/4K3 w - -", Black, candidate_passer), 600);
-    const i32 word = isolated_pair(
-        "4k3/8/3p4/8/3PP3/8/8/4K3 w - -", White, candidate_passer, -6, 76);
-    EXPECT_EQ(score_mg(word), -3);          // -3.6
-    EXPECT_EQ(score_eg(word), 45);          // 45.6
+    const i32 word =
+        isolated_pair("4k3/8/3p4/8/3PP3/8/8/4K3 w - -", White, candidate_passer, -6, 76);
+    EXPECT_EQ(score_mg(word), -3); // -3.6
+    EXPECT_EQ(score_eg(word), 45); // 45.6
 }
 
 TEST(EvalPawns, NoPassedPawnIsACandidateAndRanksAreKept)

@@ -5,15 +5,15 @@
 #include "eval_test_support.h"
 
 // Parts of the mobility weights in hundredths, by number of squares.
-static const std::vector<f32> knight_parts
-    = { -0.40f, -0.17f, -0.02f, 0.10f, 0.22f, 0.32f, 0.42f, 0.51f, 0.60f };
-static const std::vector<f32> bishop_parts = { -0.40f, -0.23f, -0.13f, -0.04f, 0.04f, 0.11f,
-    0.18f, 0.25f, 0.31f, 0.37f, 0.43f, 0.49f, 0.55f, 0.60f };
+static const std::vector<f32> knight_parts = { -0.40f, -0.17f, -0.02f, 0.10f, 0.22f, 0.32f, 0.42f,
+    0.51f, 0.60f };
+static const std::vector<f32> bishop_parts = { -0.40f, -0.23f, -0.13f, -0.04f, 0.04f, 0.11f, 0.18f,
+    0.25f, 0.31f, 0.37f, 0.43f, 0.49f, 0.55f, 0.60f };
 static const std::vector<f32> rook_parts = { -0.40f, -0.24f, -0.14f, -0.06f, 0.02f, 0.09f, 0.15f,
     0.22f, 0.28f, 0.33f, 0.39f, 0.44f, 0.50f, 0.55f, 0.60f };
-static const std::vector<f32> queen_parts = { -0.40f, -0.25f, -0.17f, -0.10f, -0.04f, 0.02f,
-    0.07f, 0.12f, 0.17f, 0.22f, 0.26f, 0.30f, 0.34f, 0.38f, 0.42f, 0.46f, 0.49f, 0.52f, 0.55f,
-    0.58f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f };
+static const std::vector<f32> queen_parts = { -0.40f, -0.25f, -0.17f, -0.10f, -0.04f, 0.02f, 0.07f,
+    0.12f, 0.17f, 0.22f, 0.26f, 0.30f, 0.34f, 0.38f, 0.42f, 0.46f, 0.49f, 0.52f, 0.55f, 0.58f,
+    0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f };
 
 static i32 expected_mobility(const std::vector<f32>& parts, u64 squares)
 {
@@ -29,17 +29,13 @@ TEST(EvalPieces, KnightMobilityByNumberOfSquares)
     };
     // The knight on e4 has eight squares; own pawns, then black pawns' guards take them away.
     const Case cases[] = {
-        { "7k/8/8/8/4N3/8/8/K6p w - -", 8 },
-        { "7k/8/3P4/8/4N3/8/8/K6p w - -", 7 },
-        { "7k/8/3P1P2/8/4N3/8/8/K6p w - -", 6 },
-        { "7k/8/3P1P2/2P5/4N3/8/8/K6p w - -", 5 },
-        { "7k/8/3P1P2/2P3P1/4N3/8/8/K6p w - -", 4 },
-        { "7k/8/3P1P2/2P3P1/4N3/2P5/8/K6p w - -", 3 },
+        { "7k/8/8/8/4N3/8/8/K6p w - -", 8 }, { "7k/8/3P4/8/4N3/8/8/K6p w - -", 7 },
+        { "7k/8/3P1P2/8/4N3/8/8/K6p w - -", 6 }, { "7k/8/3P1P2/2P5/4N3/8/8/K6p w - -", 5 },
+        { "7k/8/3P1P2/2P3P1/4N3/8/8/K6p w - -", 4 }, { "7k/8/3P1P2/2P3P1/4N3/2P5/8/K6p w - -", 3 },
         { "7k/8/3P1P2/2P3P1/4N3/2P3P1/8/K6p w - -", 2 },
         { "7k/8/3P1P2/2P3P1/4N3/2P3P1/3P4/K6p w - -", 1 },
-        { "7k/8/3P1P2/2P3P1/4N3/2P3P1/3P1P2/K6p w - -", 0 },
-        { "7k/4p3/8/8/4N3/8/8/K6p w - -", 6 },
-        { "7k/8/3p1p2/8/4N3/8/8/K7 w - -", 6 },             // guarded: c5 and g5
+        { "7k/8/3P1P2/2P3P1/4N3/2P3P1/3P1P2/K6p w - -", 0 }, { "7k/4p3/8/8/4N3/8/8/K6p w - -", 6 },
+        { "7k/8/3p1p2/8/4N3/8/8/K7 w - -", 6 }, // guarded: c5 and g5
     };
     for (const Case& one : cases) {
         const f64 part = static_cast<f64>(knight_parts[one.squares]);
@@ -264,8 +260,8 @@ TEST(EvalPieces, AttackPointsOncePerPiece)
 
 TEST(EvalPieces, UnionsOfAttacks)
 {
-    const EvalWork* work
-        = work_of("r1bqkb1r/pp3ppp/2n1pn2/2pp4/3P4/2N1PN2/PPPB1PPP/R2QKB1R w KQkq -");
+    const EvalWork* work =
+        work_of("r1bqkb1r/pp3ppp/2n1pn2/2pp4/3P4/2N1PN2/PPPB1PPP/R2QKB1R w KQkq -");
     for (i32 side = White; side <= Black; ++side) {
         const u64* attacks = work->attacks[side];
         EXPECT_EQ(work->attacks_pnb[side], attacks[Pawn] | attacks[Knight] | attacks[Bishop]);

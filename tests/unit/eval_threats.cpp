@@ -48,7 +48,7 @@ TEST(EvalThreats, PiecesOfBlack)
 {
     const char* const text = "4k3/8/3p4/4r3/2N5/8/7P/6K1 w - -";
     EXPECT_EQ(count_uses(text, Black, hung_major), 1);
-    EXPECT_EQ(work_of(text)->danger[Black], 256 + 64);      // the pawn on d6 hangs too
+    EXPECT_EQ(work_of(text)->danger[Black], 256 + 64); // the pawn on d6 hangs too
     const char* const attacked = "3qk3/8/8/3b4/8/8/7P/3RK3 w - -";
     EXPECT_EQ(count_uses(attacked, Black, hung_minor), 0);
     EXPECT_EQ(count_uses(attacked, Black, attacked_minor), 1);

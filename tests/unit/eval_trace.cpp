@@ -42,7 +42,7 @@ static std::vector<std::vector<i32>> rows_of(const std::string& text)
 {
     const std::vector<std::string> lines = lines_of(text);
     std::vector<std::vector<i32>> rows;
-    for (size_t i = 1; i <= 8 && i < lines.size(); i++) {
+    for (size_t i = 1; i <= 8 && i < lines.size(); ++i) {
         std::istringstream numbers(lines[i].substr(lines[i].find(':') + 1));
         std::vector<i32> row;
         for (i32 number = 0; numbers >> number;) {
@@ -114,7 +114,7 @@ TEST(EvalTrace, TheColumnsSumToTheScoreUpToTruncation)
         const i32 sign = console_thread->pos.stm == White ? 1 : -1;
         // Eight rows, two sides, less than a centipawn each.
         EXPECT_LT(abs(sum - sign * printed_value(text)), 17) << entry.fen;
-        compared++;
+        ++compared;
     }
     EXPECT_GE(compared, 10);
 }
@@ -123,10 +123,10 @@ TEST(EvalTrace, OnlyPiecesHaveAMaterialDifference)
 {
     const std::vector<std::vector<i32>> rows =
         rows_of(traced("rnbqkbnr/pppppppp/8/8/8/8/PPPP4/4K3 w kq -"));
-    for (size_t i = 0; i < 5; i++) {
+    for (size_t i = 0; i < 5; ++i) {
         EXPECT_LT(rows[i][3], 0) << i;
     }
-    for (size_t i = 5; i < 8; i++) {
+    for (size_t i = 5; i < 8; ++i) {
         EXPECT_EQ(rows[i][3], 0) << i;
     }
 }
@@ -139,7 +139,7 @@ TEST(EvalTrace, RowsStandInTheirOrder)
     };
     ASSERT_GE(lines.size(), 10u);
     EXPECT_EQ(lines[0] + "\n", header);
-    for (size_t i = 0; i < 8; i++) {
+    for (size_t i = 0; i < 8; ++i) {
         EXPECT_EQ(lines[i + 1].rfind(labels[i], 0), 0u) << lines[i + 1];
     }
 }
@@ -249,7 +249,7 @@ TEST(EvalTrace, TheListingHas81WeightsAnd13Tables)
     // Only a level of 1 keeps it away.
     EXPECT_EQ(traced(middle_game, 3), traced(middle_game, 2));
     std::vector<std::string> spare;
-    for (size_t i = 0; i < 81; i++) {
+    for (size_t i = 0; i < 81; ++i) {
         EXPECT_EQ(lines[i].substr(22, 2), "  ") << lines[i];
         EXPECT_EQ(lines[i].substr(28, 3), " , ") << lines[i];
         EXPECT_EQ(lines[i].find("PST_"), std::string::npos);
@@ -260,7 +260,7 @@ TEST(EvalTrace, TheListingHas81WeightsAnd13Tables)
     ASSERT_EQ(spare.size(), 9u);
     EXPECT_EQ(spare.front(), "tmp0 ");
     EXPECT_EQ(spare.back(), "tmp8 ");
-    for (size_t table = 0; table < 13; table++) {
+    for (size_t table = 0; table < 13; ++table) {
         EXPECT_EQ(lines[81 + table * 10], table_labels[table]);
         EXPECT_EQ(lines[81 + table * 10 + 9], "");
     }
@@ -275,7 +275,7 @@ TEST(EvalTrace, WeightsAreListedInTableOrderWithBothHalves)
     const std::vector<std::string> lines = listing_of(middle_game);
     EXPECT_EQ(lines[0], "mtl_pawn                  88 ,   -7");
     EXPECT_EQ(lines[80].substr(22), "  -12345 , 12345");
-    for (i32 i = 0; i < scalar_weight_count; i++) {
+    for (i32 i = 0; i < scalar_weight_count; ++i) {
         const std::string name = eval_params[i].name;
         EXPECT_EQ(lines[static_cast<size_t>(i)].rfind(name, 0), 0u) << name;
     }
@@ -309,11 +309,11 @@ TEST(EvalTrace, EachTableShowsItsOwnEntries)
     set_position(middle_game);
     const i32 tables[] = { PST_P1, PST_CP, PST_DP, PST_N1, PST_B1, PST_R1, PST_Q1, PST_K, PST_P2,
         PST_N2, PST_B2, PST_R2, PST_Q2 };
-    for (i32 i = 0; i < 13; i++) {
+    for (i32 i = 0; i < 13; ++i) {
         set_weight(tables[i] + 56, 500 + i, 0);
     }
     const std::vector<std::string> lines = listing_of(middle_game);
-    for (size_t i = 0; i < 13; i++) {
+    for (size_t i = 0; i < 13; ++i) {
         EXPECT_EQ(lines[81 + i * 10 + 1].substr(0, 4), " " + std::to_string(500 + i));
     }
 }
@@ -322,7 +322,7 @@ TEST(EvalTrace, ExtremeWeightsStayInsideTheLines)
 {
     const WeightsRestored restored;
     set_position(middle_game);
-    for (i32 index = 0; index < weight_count; index++) {
+    for (i32 index = 0; index < weight_count; ++index) {
         set_weight(index, -32768, -32768);
     }
     const std::vector<std::string> lines = listing_of(middle_game);

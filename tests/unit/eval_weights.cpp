@@ -117,7 +117,7 @@ TEST(EvalWeights, ModeOneStopsAtTheUntunedValues)
         }
         EXPECT_EQ(line.name, eval_params[line.index].name);
     }
-    EXPECT_EQ(mg_of(ppawn + 4), 21);        // ten sixteenths of 35, truncated
+    EXPECT_EQ(mg_of(ppawn + 4), 21); // ten sixteenths of 35, truncated
     expect_copies_in_step();
 }
 
@@ -208,14 +208,14 @@ struct OptionChanged {
 TEST(EvalWeights, KnightActivityAtHalf)
 {
     const OptionChanged changed(engine_options.Activity_Knight, 50, 50);
-    EXPECT_EQ(mg_of(knight_mobility), 26);              // 25.5 rounds away from zero
+    EXPECT_EQ(mg_of(knight_mobility), 26); // 25.5 rounds away from zero
     EXPECT_EQ(eg_of(knight_mobility), 24);
-    EXPECT_EQ(eval_params[knight_mobility].mg, 25.5);   // the fraction stays in the real value
+    EXPECT_EQ(eval_params[knight_mobility].mg, 25.5); // the fraction stays in the real value
     EXPECT_EQ(mg_of(knight_outpost), 8);
     EXPECT_EQ(eg_of(knight_outpost), 6);
-    EXPECT_EQ(mg_of(knight_outpost_atk), 4);            // hit twice: a quarter of 16 and 18
+    EXPECT_EQ(mg_of(knight_outpost_atk), 4); // hit twice: a quarter of 16 and 18
     EXPECT_EQ(eg_of(knight_outpost_atk), 5);
-    EXPECT_EQ(mg_of(PST_N1), -22);                      // -43 halved
+    EXPECT_EQ(mg_of(PST_N1), -22); // -43 halved
     EXPECT_EQ(eg_of(PST_N1), -19);
     EXPECT_EQ(eval_params[PST_N2 + 63].mg, -32.0);
     EXPECT_EQ(mg_of(bishop_mobility), 31);
@@ -242,7 +242,7 @@ TEST(EvalWeights, OptionsReachTheirEntriesAndNoOther)
 {
     struct Case {
         WeightScale* option;
-        std::vector<const char*> names;     // hit once
+        std::vector<const char*> names; // hit once
         std::vector<const char*> twice;
     };
     const Case cases[] = {
@@ -252,8 +252,7 @@ TEST(EvalWeights, OptionsReachTheirEntriesAndNoOther)
         { &engine_options.Mtl_Rook, { "mtl_rook" }, {} },
         { &engine_options.Mtl_Queen, { "mtl_queen" }, {} },
         { &engine_options.Activity_Knight,
-            { "knight_mobility", "knight_outpost", "PST_N1", "PST_N2" },
-            { "knight_outpost_atk" } },
+            { "knight_mobility", "knight_outpost", "PST_N1", "PST_N2" }, { "knight_outpost_atk" } },
         { &engine_options.Activity_Bishop,
             { "bishop_mobility", "bishop_mob2", "bishop_outpost", "PST_B1", "PST_B2" },
             { "bishop_outpost_atk" } },
@@ -340,7 +339,7 @@ TEST(EvalWeights, TuneListFreezesAllOtherEntries)
 {
     set_position(start_position);
     snprintf(tune_list[0], sizeof tune_list[0], "PST_N1");
-    snprintf(tune_list[1], sizeof tune_list[1], "rook_mob");        // no exact name
+    snprintf(tune_list[1], sizeof tune_list[1], "rook_mob"); // no exact name
     tune_count = 2;
     init_eval_params(0);
     for (i32 i = 0; i < weight_count; ++i) {
@@ -469,8 +468,8 @@ TEST(EvalWeightsFile, LongLineIsReadInPieces)
 {
     // The first 254 characters end inside of the padding; the rest is a line of its own.
     const std::string head = "fset(\"mtl_pawn\",70,71);";
-    const std::string text = head + std::string(254 - head.size(), ' ')
-        + "fset(\"mtl_knight\",72,73);\n";
+    const std::string text =
+        head + std::string(254 - head.size(), ' ') + "fset(\"mtl_knight\",72,73);\n";
     const ParamsFile file(text);
     EXPECT_EQ(rebuild(), "");
     EXPECT_EQ(mg_of(mtl_pawn), 70);
@@ -482,8 +481,8 @@ TEST(EvalWeightsFile, AbsurdNumbersAreTakenAndTheEvaluationRuns)
     std::string text;
     for (const WeightLine& line : read_weight_lines()) {
         text += "fset(\"" + line.name + "\",";
-        text += line.index % 2 ? "2147483647,-2147483648);\n"
-                               : "-2147483648,99999999999999999999);\n";
+        text +=
+            line.index % 2 ? "2147483647,-2147483648);\n" : "-2147483648,99999999999999999999);\n";
     }
     const ParamsFile file(text);
     EXPECT_EQ(rebuild(), "");

@@ -32,16 +32,18 @@ static i32 mapped_files(const std::string& suffix)
 {
     std::ifstream maps("/proc/self/maps");
     i32 count = 0;
-    for (std::string line; std::getline(maps, line);)
+    for (std::string line; std::getline(maps, line);) {
         count += line.ends_with(suffix);
+    }
     return count;
 }
 
 static i32 count_of(const std::string& text, const std::string& part)
 {
     i32 count = 0;
-    for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size())
-        count++;
+    for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
+        ++count;
+    }
     return count;
 }
 
@@ -137,8 +139,8 @@ TEST_F(TableFiles, MappingThatFailsEndsTheProgram)
     testing::FLAGS_gtest_death_test_style = "fast";
     use_tables(real_tables());
     set_position(queen_wins);
-    EXPECT_EXIT(probe_without_room(), testing::ExitedWithCode(1),
-        "^Could not mmap\\(\\) KQvK\\.\n$");
+    EXPECT_EXIT(
+        probe_without_room(), testing::ExitedWithCode(1), "^Could not mmap\\(\\) KQvK\\.\n$");
 }
 
 // ---- The cache of distance tables
@@ -148,12 +150,14 @@ static std::vector<std::string> piece_groups()
 {
     const std::string letters = "QRBN";
     std::vector<std::string> groups = { "" };
-    for (size_t i = 0; i < groups.size(); i++) {
+    for (size_t i = 0; i < groups.size(); ++i) {
         const std::string group = groups[i];
-        if (group.size() == 4)
+        if (group.size() == 4) {
             continue;
-        for (size_t k = group.empty() ? 0 : letters.find(group.back()); k < 4; k++)
+        }
+        for (size_t k = group.empty() ? 0 : letters.find(group.back()); k < 4; ++k) {
             groups.push_back(group + letters[k]);
+        }
     }
     groups.erase(groups.begin());
     return groups;
@@ -165,11 +169,12 @@ static TbPos position_against_a_king(const std::string& pieces)
 {
     const std::string rank = pieces + std::to_string(8 - pieces.size());
     TbPos pos = tb_pos_of("8/8/8/8/8/" + rank + "/8/K7 w - - 0 1");
-    for (i32 square = 63; square > 31; square--) {
+    for (i32 square = 63; square > 31; --square) {
         pos.black = bit(square);
         pos.kings = 1 | pos.black;
-        if (!tb_in_check(&pos, 0))
+        if (!tb_in_check(&pos, 0)) {
             break;
+        }
     }
     EXPECT_FALSE(tb_in_check(&pos, 0)) << pieces;
     return pos;
@@ -200,8 +205,9 @@ TEST_F(TableFiles, SixtyFifthDistanceTableTakesThePlaceOfTheOneUsedLeastRecently
     }
     ASSERT_GE(wins.size(), 66u);
     use_tables(".");
-    for (size_t i = 0; i < 64; i++)
+    for (size_t i = 0; i < 64; ++i) {
         EXPECT_EQ(dtz_errors(wins[i]), "1") << i;
+    }
     EXPECT_EQ(mapped_files(".rtbz"), 64);
     EXPECT_EQ(dtz_errors(wins[0]), "1") << "used again: the second is the oldest now";
     EXPECT_EQ(dtz_errors(wins[64]), unmapped + "1");
@@ -221,7 +227,7 @@ TEST_F(TableFiles, SixtyFifthDistanceTableTakesThePlaceOfTheOneUsedLeastRecently
 struct RealFile {
     std::string name;
     TbKind kind;
-    size_t length;                      // of the part to be changed
+    size_t length; // of the part to be changed
 };
 
 // The registry's entry of a file's material, alone there, and the file's bytes.
@@ -245,7 +251,8 @@ struct TableInMemory {
     bool is_sound;
 
     TableInMemory(TbEntry* of_material, TbKind kind, const std::string& text)
-        : bytes(text.begin(), text.end()), entry(of_material)
+        : bytes(text.begin(), text.end())
+        , entry(of_material)
     {
         entry->data = bytes.data();
         entry->mapping_size = bytes.size();
@@ -268,9 +275,10 @@ TEST_F(TableFiles, FileCutAtAnyByteIsRefused)
         const std::string bytes = bytes_of_file(file);
         EXPECT_TRUE(TableInMemory(entry, file.kind, bytes).is_sound) << file.name;
         EXPECT_FALSE(TableInMemory(entry, file.kind, bytes + '\0').is_sound) << file.name;
-        for (size_t length = 0; length < bytes.size(); length++)
+        for (size_t length = 0; length < bytes.size(); ++length) {
             EXPECT_FALSE(TableInMemory(entry, file.kind, bytes.substr(0, length)).is_sound)
                 << file.name << " " << length;
+        }
     }
 }
 
@@ -295,11 +303,12 @@ TEST_F(TableFiles, DamagedFileCountsAsMissing)
 static void decode_all(TbEntry* entry, TbKind kind, const std::string& bytes)
 {
     const TableInMemory table(entry, kind, bytes);
-    if (!table.is_sound)
+    if (!table.is_sound) {
         return;
+    }
     const i32 highest = kind == TbWdl ? 4 : 255;
-    for (i32 file = 0; file < (table.entry->has_pawns ? 4 : 1); file++) {
-        for (i32 side = 0; side < 2; side++) {
+    for (i32 file = 0; file < (table.entry->has_pawns ? 4 : 1); ++file) {
+        for (i32 side = 0; side < 2; ++side) {
             const PairsData* pairs = tb_section(table.entry, file, side)->pairs;
             const u64 step = pairs != nullptr ? pairs->table_size / 40 + 1 : 1;
             for (u64 i = 0; pairs != nullptr && i <= pairs->table_size; i += step) {
@@ -317,7 +326,7 @@ TEST_F(TableFiles, ChangedBytesOfAFileDoNoHarm)
     for (const RealFile& file : files) {
         TbEntry* entry = enter_alone(file);
         const std::string bytes = bytes_of_file(file);
-        for (size_t at = 0; at < file.length; at++) {
+        for (size_t at = 0; at < file.length; ++at) {
             for (const i32 value : { 0, 255, bytes[at] ^ 1, bytes[at] ^ 16 }) {
                 std::string changed = bytes;
                 changed[at] = static_cast<char>(value);
@@ -331,10 +340,10 @@ TEST_F(TableFiles, ChangedBytesOfAFileDoNoHarm)
 // sizes and one block follow.
 struct SmallSection {
     u8 bytes[64] = {
-        0, 4, 5, 0, 1, 0, 0, 0, 1, 1,           // blocks of 16 bytes, an entry for 32 values
-        0, 0, 3, 0,                             // first symbol, number of symbols
-        1, 0xf0, 0xff, 3, 0xf0, 0xff,           // two leaves
-        0, 0x10, 0, 0,                          // a pair of both, padding
+        0, 4, 5, 0, 1, 0, 0, 0, 1, 1, // blocks of 16 bytes, an entry for 32 values
+        0, 0, 3, 0,                   // first symbol, number of symbols
+        1, 0xf0, 0xff, 3, 0xf0, 0xff, // two leaves
+        0, 0x10, 0, 0,                // a pair of both, padding
     };
     u64 size[3] = {};
     const u8* next = nullptr;
@@ -375,8 +384,9 @@ TEST_F(TableFiles, SectionIsSetUpFromItsHeader)
     pairs->data = block;
     pairs->end = block + sizeof block;
     EXPECT_TRUE(tb_index_table_is_sound(pairs));
-    for (u64 i = 0; i < 20; i++)
+    for (u64 i = 0; i < 20; ++i) {
         EXPECT_EQ(tb_decompress_pairs(pairs, i), i % 2 == 0 ? 1 : 3) << i;
+    }
     EXPECT_EQ(tb_decompress_pairs(pairs, 20), -1) << "beyond the table";
     free(pairs);
 }
@@ -489,8 +499,9 @@ TEST_F(TableFiles, HeaderOutOfRangeIsRefused)
         section.bytes[row.at] = row.value;
         EXPECT_FALSE(section.is_sound()) << row.what;
     }
-    for (size_t length = 0; length < 24; length++)
+    for (size_t length = 0; length < 24; ++length) {
         EXPECT_FALSE(SmallSection().is_sound(length)) << length;
+    }
     EXPECT_TRUE(SmallSection().is_sound(24));
 }
 
@@ -498,9 +509,9 @@ TEST_F(TableFiles, HeaderOutOfRangeIsRefused)
 TEST_F(TableFiles, SymbolOfTooManyValuesIsRefused)
 {
     for (const i32 doublings : { 8, 9 }) {
-        u8 bytes[64] = { 0, 4, 5, 0, 1, 0, 0, 0, 1, 1, 0, 0,
-            static_cast<u8>(doublings + 2), 0, 1, 0xf0, 0xff, 3, 0xf0, 0xff };
-        for (i32 i = 0; i < doublings; i++) {
+        u8 bytes[64] = { 0, 4, 5, 0, 1, 0, 0, 0, 1, 1, 0, 0, static_cast<u8>(doublings + 2), 0, 1,
+            0xf0, 0xff, 3, 0xf0, 0xff };
+        for (i32 i = 0; i < doublings; ++i) {
             const i32 half = i == 0 ? 0 : i + 1;
             u8* symbol = bytes + 20 + 3 * i;
             symbol[0] = static_cast<u8>(half);

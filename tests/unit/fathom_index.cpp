@@ -44,7 +44,7 @@ static void expect_index(const IndexVector& vector)
     TbSection section = {};
     i32 squares[tb_max_pieces];
     std::istringstream words(vector.squares);
-    for (i32 i = 0; i < entry->num; i++) {
+    for (i32 i = 0; i < entry->num; ++i) {
         section.pieces[i] = static_cast<u8>(code_of(vector.pieces[static_cast<size_t>(i)]));
         words >> squares[i];
     }
@@ -97,11 +97,12 @@ TEST_F(TableIndex, MirroredBoardsHaveOneIndex)
     const IndexVector table = { "KQNvKR", 0, 1, 15, "6c5e2", "", 0, 0 };
     TbEntry* entry = entry_of_table(table);
     TbSection section = {};
-    for (size_t i = 0; i < 5; i++)
+    for (size_t i = 0; i < 5; ++i) {
         section.pieces[i] = static_cast<u8>(code_of(table.pieces[i]));
+    }
     const u64 size = tb_set_groups(entry, &section, 0, 1, 15);
     u64 state = 5;
-    for (i32 round = 0; round < 2000; round++) {
+    for (i32 round = 0; round < 2000; ++round) {
         i32 squares[5];
         u64 used = 0;
         for (i32& square : squares) {
@@ -111,9 +112,9 @@ TEST_F(TableIndex, MirroredBoardsHaveOneIndex)
             used |= bit(square);
         }
         u64 first = 0;
-        for (i32 turn = 0; turn < 8; turn++) {
+        for (i32 turn = 0; turn < 8; ++turn) {
             i32 turned[6];
-            for (i32 i = 0; i < 5; i++) {
+            for (i32 i = 0; i < 5; ++i) {
                 const i32 s = turn & 4 ? ((squares[i] >> 3) | (squares[i] << 3)) & 63 : squares[i];
                 turned[i] = s ^ (turn & 1 ? 7 : 0) ^ (turn & 2 ? 56 : 0);
             }
@@ -138,8 +139,9 @@ static u64 groups_of(const char* name, const std::string& sound, const std::stri
 {
     TbEntry* entry = entry_of_table({ name, 0, 0, 0, sound, "", 0, 0 });
     TbSection section = {};
-    for (size_t i = 0; i < pieces.size(); i++)
+    for (size_t i = 0; i < pieces.size(); ++i) {
         section.pieces[i] = static_cast<u8>(code_of(pieces[i]));
+    }
     return tb_set_groups(entry, &section, 0, order, order2);
 }
 

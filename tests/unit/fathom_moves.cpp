@@ -26,9 +26,10 @@ static std::vector<tb_move> tb_legal_moves(const TbPos* pos)
     const tb_move* end = tb_gen_moves(pos, list);
     std::vector<tb_move> legal;
     TbPos next;
-    for (const tb_move* move = list; move < end; move++) {
-        if (tb_do_move(&next, pos, *move))
+    for (const tb_move* move = list; move < end; ++move) {
+        if (tb_do_move(&next, pos, *move)) {
             legal.push_back(*move);
+        }
     }
     return legal;
 }
@@ -38,12 +39,13 @@ static void for_random_positions(const std::function<void(Position*)>& visit)
 {
     u64 state = 11;
     for (const char* fen : starts) {
-        for (i32 game = 0; game < 8; game++) {
+        for (i32 game = 0; game < 8; ++game) {
             Position* pos = set_position(fen);
             while (pos->thread->undo_count < 80) {
                 visit(pos);
-                if (play_random_moves(pos, &state, 1) == 0)
+                if (play_random_moves(pos, &state, 1) == 0) {
                     break;
+                }
             }
         }
     }
@@ -55,8 +57,9 @@ TEST(TableMoves, AreTheLegalMovesOfTheBoard)
         TbPos tb_pos;
         tb_set_pos(&tb_pos, pos, 0);
         std::vector<Move> found;
-        for (const tb_move move : tb_legal_moves(&tb_pos))
+        for (const tb_move move : tb_legal_moves(&tb_pos)) {
             found.push_back(board_move(move));
+        }
         std::vector<Move> expected = legal_moves(pos);
         std::sort(found.begin(), found.end());
         std::sort(expected.begin(), expected.end());
@@ -82,8 +85,9 @@ TEST(TableMoves, MakeTheBoardThatTheEngineMakes)
             const i32 side = pos->stm;
             if (expected.ep != 0) {
                 EXPECT_EQ(expected.ep, passed);
-                if ((pawn_attacks[side ^ 1][passed] & pos->bb[side][Pawn]) == 0)
+                if ((pawn_attacks[side ^ 1][passed] & pos->bb[side][Pawn]) == 0) {
                     expected.ep = 0;
+                }
             }
             unmake_move(pos);
             EXPECT_EQ(memcmp(&after, &expected, offsetof(TbPos, rule50)), 0) << fen_of(pos);
@@ -97,8 +101,9 @@ TEST(TableMoves, MakeTheBoardThatTheEngineMakes)
 static std::string moves_text_of(const tb_move* move, const tb_move* end)
 {
     std::string text;
-    for (; move < end; move++)
+    for (; move < end; ++move) {
         text += (text.empty() ? "" : " ") + text_of(board_move(*move));
+    }
     return text;
 }
 
@@ -121,7 +126,7 @@ static TbPos after_move(const char* fen, const char* move)
     tb_move list[tb_max_moves];
     const tb_move* end = tb_gen_moves(&pos, list);
     TbPos next = {};
-    for (const tb_move* entry = list; entry < end; entry++) {
+    for (const tb_move* entry = list; entry < end; ++entry) {
         if (text_of(board_move(*entry)) == move) {
             EXPECT_TRUE(tb_do_move(&next, &pos, *entry));
             return next;

@@ -22,9 +22,10 @@ static u32 number_from(const char* variable, u32 otherwise)
 
 static void flip_bits(std::string* bytes, u64* random, size_t limit)
 {
-    for (u32 count = 1 + next_random(random, 4); count > 0; count--)
+    for (u32 count = 1 + next_random(random, 4); count > 0; --count) {
         (*bytes)[next_random(random, static_cast<u32>(limit))] ^=
             static_cast<char>(1 << next_random(random, 8));
+    }
 }
 
 static void overwrite(std::string* bytes, u64* random, size_t limit)
@@ -32,23 +33,25 @@ static void overwrite(std::string* bytes, u64* random, size_t limit)
     static constexpr char values[] = { 0, 1, 2, 31, 32, 33, 63, 127, static_cast<char>(128),
         static_cast<char>(254), static_cast<char>(255) };
     const size_t at = next_random(random, static_cast<u32>(limit));
-    const char value = next_random(random, 2) == 0
-        ? values[next_random(random, sizeof values)]
-        : static_cast<char>(next_random(random, 256));
-    for (size_t i = at; i < at + 1 + next_random(random, 4) && i < bytes->size(); i++)
+    const char value = next_random(random, 2) == 0 ? values[next_random(random, sizeof values)]
+                                                   : static_cast<char>(next_random(random, 256));
+    for (size_t i = at; i < at + 1 + next_random(random, 4) && i < bytes->size(); ++i) {
         (*bytes)[i] = value;
+    }
 }
 
 static void shift_rest(std::string* bytes, u64* random)
 {
     const size_t at = next_random(random, static_cast<u32>(bytes->size()));
-    if (next_random(random, 2) == 0)
+    if (next_random(random, 2) == 0) {
         bytes->insert(at, 1, static_cast<char>(next_random(random, 256)));
-    else
+    } else {
         bytes->erase(at, 1);
+    }
     // The length stays right in half of the cases, so that not the length alone is found wrong.
-    if (next_random(random, 2) == 0)
+    if (next_random(random, 2) == 0) {
         bytes->resize((bytes->size() + 32) / 64 * 64 + 16);
+    }
 }
 
 static void change_length(std::string* bytes, u64* random)
@@ -83,8 +86,8 @@ static std::string damaged(std::string bytes, const std::string& other, u64* ran
     // What leads somewhere stands in front, and changes there are seldom survived: so more of them.
     const size_t whole = bytes.size();
     const size_t limit = next_random(random, 3) == 0 ? whole
-        : next_random(random, 2) == 0               ? std::min<size_t>(whole, 48)
-                                                    : std::min<size_t>(whole, 600);
+        : next_random(random, 2) == 0                ? std::min<size_t>(whole, 48)
+                                                     : std::min<size_t>(whole, 600);
     switch (next_random(random, 12)) {
     case 0:
         change_length(&bytes, random);
@@ -120,8 +123,9 @@ static TbPos random_board(const std::string& name, u64* random)
         &pos.pawns };
     u64* side = &pos.white;
     u64* other = &pos.black;
-    if (next_random(random, 2) == 0)
+    if (next_random(random, 2) == 0) {
         std::swap(side, other);
+    }
     for (const char letter : name) {
         if (letter == 'v') {
             std::swap(side, other);
@@ -129,8 +133,8 @@ static TbPos random_board(const std::string& name, u64* random)
         }
         u64 square;
         do {
-            square = bit(static_cast<i32>(letter == 'P' ? 8 + next_random(random, 48)
-                                                        : next_random(random, 64)));
+            square = bit(static_cast<i32>(
+                letter == 'P' ? 8 + next_random(random, 48) : next_random(random, 64)));
         } while (((pos.white | pos.black) & square) != 0);
         *side |= square;
         *sets[std::string("KQRBNP").find(letter)] |= square;
@@ -152,14 +156,15 @@ static TbPos random_position(const std::string& name, u64* random)
 static std::string fen_of_table_position(const TbPos* pos)
 {
     std::string fen;
-    for (i32 rank = 7; rank >= 0; rank--) {
-        for (i32 square = 8 * rank; square < 8 * rank + 8; square++) {
+    for (i32 rank = 7; rank >= 0; --rank) {
+        for (i32 square = 8 * rank; square < 8 * rank + 8; ++square) {
             char letter = '1';
-            for (i32 type = Pawn; type <= King; type++) {
-                if ((tb_pieces_of(pos, type, 1) & bit(square)) != 0)
+            for (i32 type = Pawn; type <= King; ++type) {
+                if ((tb_pieces_of(pos, type, 1) & bit(square)) != 0) {
                     letter = " PNBRQK"[type];
-                else if ((tb_pieces_of(pos, type, 0) & bit(square)) != 0)
+                } else if ((tb_pieces_of(pos, type, 0) & bit(square)) != 0) {
                     letter = " pnbrqk"[type];
+                }
             }
             fen += letter;
         }
@@ -182,13 +187,13 @@ static void probe_all(const TbPos* pos, Answers* answers)
     const i32 wdl = tb_probe_wdl(pos, &success);
     if (success != 0) {
         EXPECT_TRUE(wdl >= -2 && wdl <= 2) << fen << " wdl " << wdl;
-        answers->wdl++;
+        ++answers->wdl;
     }
     success = 0;
     const i32 dtz = tb_probe_dtz(pos, &success);
     if (success != 0) {
         EXPECT_TRUE(dtz >= -900 && dtz <= 900) << fen << " dtz " << dtz;
-        answers->dtz++;
+        ++answers->dtz;
     }
     Position* board = set_position(fen);
     const i32 found = tb_probe_search(board, 70);
@@ -200,14 +205,14 @@ static void probe_all(const TbPos* pos, Answers* answers)
     if (result != -1) {
         EXPECT_TRUE(result >= 0 && result <= 4) << fen << " class " << result;
         EXPECT_TRUE(is_legal_text(board, text_of(move).c_str())) << fen << " " << text_of(move);
-        answers->root++;
+        ++answers->root;
     }
 }
 
 static Answers probe_material(const std::string& name, u64 seed)
 {
     Answers answers = {};
-    for (i32 i = 0; i < probes_per_file; i++) {
+    for (i32 i = 0; i < probes_per_file; ++i) {
         const TbPos pos = random_position(name, &seed);
         probe_all(&pos, &answers);
     }
@@ -217,7 +222,7 @@ static Answers probe_material(const std::string& name, u64 seed)
 // ---- The campaign
 
 struct MutatedTables : TablesTest {
-    std::vector<std::string> files;     // with their suffixes
+    std::vector<std::string> files; // with their suffixes
     std::vector<std::string> bytes;
 
     void SetUp() override
@@ -225,11 +230,13 @@ struct MutatedTables : TablesTest {
         TablesTest::SetUp();
         guard_mappings(true);
         copy_real_tables();
-        for (const auto& entry : std::filesystem::directory_iterator(real_tables()))
+        for (const auto& entry : std::filesystem::directory_iterator(real_tables())) {
             files.push_back(entry.path().filename());
+        }
         std::sort(files.begin(), files.end());
-        for (const std::string& file : files)
+        for (const std::string& file : files) {
             bytes.push_back(table_bytes(file));
+        }
     }
 
     void TearDown() override
@@ -250,8 +257,9 @@ TEST_F(MutatedTables, SoundFilesAnswerAllProbes)
     for (const std::string& file : files) {
         const std::string name = material_of_file(file);
         const Answers answers = probe_material(name, 1);
-        if (!file_exists(name + ".rtbz"))
+        if (!file_exists(name + ".rtbz")) {
             continue;
+        }
         SCOPED_TRACE(file);
         EXPECT_EQ(answers.wdl, static_cast<u32>(probes_per_file));
         EXPECT_EQ(answers.dtz, static_cast<u32>(probes_per_file));
@@ -264,7 +272,7 @@ TEST_F(MutatedTables, DamagedFilesEndNoProbeAndKeepItInTheFile)
     const u32 first = number_from("VESK_FIRST_MUTATION", 0);
     u32 refused = 0;
     u32 read = 0;
-    for (u32 number = first; number < first + count && !HasFailure(); number++) {
+    for (u32 number = first; number < first + count && !HasFailure(); ++number) {
         SCOPED_TRACE("mutation " + std::to_string(number));
         u64 random = number;
         next_random(&random, 1);
@@ -292,7 +300,7 @@ TEST_F(MutatedTables, AFileCutAnywhereIsRefused)
     const std::string whole = table_bytes("KQvK.rtbw");
     const TbPos pos = tb_pos_of("8/8/8/3k4/8/8/4Q3/4K3 w - -");
     const TbPos other = tb_pos_of("8/8/8/3k4/8/8/4R3/4K3 w - -");
-    for (size_t length = 0; length < whole.size(); length++) {
+    for (size_t length = 0; length < whole.size(); ++length) {
         write_bytes("KQvK.rtbw", whole.substr(0, length));
         use_tables(".");
         i32 success = 1;

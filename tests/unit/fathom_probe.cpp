@@ -44,8 +44,9 @@ TEST_F(TableProbe, EveryListedPositionOfTheMadeUpTablesHasItsValue)
 TEST_F(TableProbe, EveryPositionOfALargerSetHasItsValueAndDistance)
 {
     const char* data = getenv("VESK_TABLE_DATA");
-    if (data == nullptr)
+    if (data == nullptr) {
         GTEST_SKIP() << "VESK_TABLE_DATA names no folder";
+    }
     for (const char* set : { "syzygy", "syzygy-fixture" }) {
         use_tables(std::string(data) + "/syzygy:" + data + "/" + set);
         const std::string list = std::string(data) + "/" + set + "-probes.tsv";
@@ -160,15 +161,33 @@ static void make_distances_of_second_side(const std::string& name)
 TEST_F(TableProbe, DistanceOfACaptureOnEnPassantIsWeighedAgainstTheOthers)
 {
     const struct {
-        i32 stored;                     // class without the right, from the side to move's view
-        i32 after;                      // class after the capture, from the other side's
+        i32 stored; // class without the right, from the side to move's view
+        i32 after;  // class after the capture, from the other side's
         const char* distance;
     } rows[] = {
-        { 1, 4, "-101" }, { 1, 3, "-101" }, { 1, 2, "0" }, { 1, 1, "101" }, { 1, 0, "1" },
-        { 0, 4, "-1" }, { 0, 3, "-101" }, { 0, 2, "0" }, { 0, 1, "101" }, { 0, 0, "1" },
-        { 3, 3, "101" }, { 3, 2, "101" }, { 3, 1, "101" }, { 3, 0, "1" },
-        { 2, 4, "0" }, { 2, 3, "0" }, { 2, 2, "0" }, { 2, 1, "101" }, { 2, 0, "1" },
-        { 4, 4, "1" }, { 4, 2, "1" }, { 4, 1, "1" }, { 4, 0, "1" },
+        { 1, 4, "-101" },
+        { 1, 3, "-101" },
+        { 1, 2, "0" },
+        { 1, 1, "101" },
+        { 1, 0, "1" },
+        { 0, 4, "-1" },
+        { 0, 3, "-101" },
+        { 0, 2, "0" },
+        { 0, 1, "101" },
+        { 0, 0, "1" },
+        { 3, 3, "101" },
+        { 3, 2, "101" },
+        { 3, 1, "101" },
+        { 3, 0, "1" },
+        { 2, 4, "0" },
+        { 2, 3, "0" },
+        { 2, 2, "0" },
+        { 2, 1, "101" },
+        { 2, 0, "1" },
+        { 4, 4, "1" },
+        { 4, 2, "1" },
+        { 4, 1, "1" },
+        { 4, 0, "1" },
     };
     make_distances_of_second_side("KQPvKP");
     for (const auto& row : rows) {
@@ -277,8 +296,9 @@ TEST_F(TableProbe, DepthOptionOfSixPiecesAndOfUpToFive)
 TEST_F(TableProbe, MorePiecesThanTheLargestTableGetNoResultWithoutReading)
 {
     for (const char* name : { "KQvK", "KRvK" }) {
-        for (const char* suffix : { ".rtbw", ".rtbz" })
+        for (const char* suffix : { ".rtbw", ".rtbz" }) {
             write_bytes(name + std::string(suffix), table_bytes(name + std::string(suffix)));
+        }
     }
     EXPECT_EQ(use_tables(folder), 2);
     EXPECT_EQ(tb_largest, 3);
@@ -358,8 +378,9 @@ TEST_F(TableProbe, DrawnRootPlaysTheSameDrawingMoveEveryTime)
     // All moves draw: the material's key chooses one of them in their order.
     const std::string fen = "8/8/8/4k3/8/8/8/K6N w - - 20 1";
     const std::string root = root_of(fen);
-    for (i32 round = 0; round < 5; round++)
+    for (i32 round = 0; round < 5; ++round) {
         EXPECT_EQ(root_of(fen), root);
+    }
     const TbPos pos = tb_pos_of(fen);
     tb_move list[tb_max_moves];
     const u64 count = static_cast<u64>(tb_gen_moves(&pos, list) - list);
@@ -417,21 +438,24 @@ TEST_F(TableProbe, RootOfAnUnsoundBoardHasNoResult)
 
 TEST_F(TableProbe, MissingDistanceTableLeavesTheClassOfTheSearch)
 {
-    for (const char* name : { "KQvK.rtbw", "KRvK.rtbw", "KRvK.rtbz" })
+    for (const char* name : { "KQvK.rtbw", "KRvK.rtbw", "KRvK.rtbz" }) {
         write_bytes(name, table_bytes(name));
+    }
     use_tables(folder);
     EXPECT_EQ(capture_errors([] {
         EXPECT_EQ(root_of("8/8/8/4k3/8/8/8/K6Q w - - 0 1"), "none");
         EXPECT_EQ(search_probe("8/8/8/4k3/8/8/8/K6Q w - -", 70), 4);
         EXPECT_NE(root_of("8/8/8/4k3/8/8/8/K6R w - - 0 1"), "none");
-    }), "");
+    }),
+        "");
 }
 
 // A capture leads into a table that is not there: nothing can be said.
 TEST_F(TableProbe, TableMissingBehindACaptureLeavesNoResult)
 {
-    for (const char* name : { "KQvKR.rtbw", "KQvKR.rtbz", "KQvK.rtbw" })
+    for (const char* name : { "KQvKR.rtbw", "KQvKR.rtbz", "KQvK.rtbw" }) {
         write_bytes(name, table_bytes(name));
+    }
     use_tables(folder);
     EXPECT_EQ(wdl_of("8/8/8/3k4/8/8/8/KQr5 w - - 0 1"), "2") << "the queen takes";
     EXPECT_EQ(wdl_of("8/8/8/3k4/8/8/8/KQr5 b - - 0 1"), "none") << "the rook may take";
@@ -444,22 +468,24 @@ TEST_F(TableProbe, ManyThreadsMayUseTheTablesFirst)
 {
     const auto rows = read_tsv("syzygy-probes.tsv");
     std::vector<TbPos> positions;
-    for (const auto& row : rows)
+    for (const auto& row : rows) {
         positions.push_back(tb_pos_of(row[0]));
+    }
     use_tables(real_tables());
     std::atomic<i32> wrong = 0;
     std::vector<std::thread> threads;
-    for (i32 i = 0; i < 4; i++) {
+    for (i32 i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
-            for (size_t k = 0; k < rows.size(); k++) {
+            for (size_t k = 0; k < rows.size(); ++k) {
                 i32 success = 0;
                 const i32 wdl = tb_probe_wdl(&positions[k], &success);
                 wrong += success == 0 || wdl != std::stoi(rows[k][1]);
             }
         });
     }
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(wrong, 0);
 }
 
@@ -470,15 +496,16 @@ TEST_F(TableProbe, ManyThreadsMayMissATableAtOnce)
     const TbPos pos = tb_pos_of("8/8/8/4k3/8/8/8/K6Q w - - 0 1");
     const std::string errors = capture_errors([&] {
         std::vector<std::thread> threads;
-        for (i32 i = 0; i < 4; i++) {
+        for (i32 i = 0; i < 4; ++i) {
             threads.emplace_back([&] {
                 i32 success = 1;
                 tb_probe_wdl(&pos, &success);
                 EXPECT_EQ(success, 0);
             });
         }
-        for (std::thread& thread : threads)
+        for (std::thread& thread : threads) {
             thread.join();
+        }
     });
     EXPECT_EQ(errors, "Corrupted table.\n") << "said once";
 }
@@ -587,9 +614,10 @@ TEST_F(TableSearch, FirstResultOfALineEndsTheNodeWithoutMoves)
     for (const auto& row : rows) {
         Node node = table_node(row.fen, -1, 0);
         i32 score = 0;
-        EXPECT_EQ(sorted_moves_made([&] {
-            score = run_node(&node, 8, -infinite_score, infinite_score, PvNode);
-        }), "") << row.fen;
+        EXPECT_EQ(sorted_moves_made(
+                      [&] { score = run_node(&node, 8, -infinite_score, infinite_score, PvNode); }),
+            "")
+            << row.fen;
         EXPECT_EQ(score, row.score) << row.fen;
         EXPECT_EQ(node.rec->alpha, row.score);
         EXPECT_EQ(node.rec->beta, row.score);
@@ -623,9 +651,8 @@ TEST_F(TableSearch, MoveThatGaveAwayTwoClassesIsCutWithBeta)
 {
     // The class of the node, seen from the other side, against the class of its parent.
     Node node = table_node(won, 2, 3);
-    EXPECT_EQ(sorted_moves_made([&] {
-        EXPECT_EQ(run_node(&node, 6, -40, -30, CutNode), -30);
-    }), "") << "a drawn parent";
+    EXPECT_EQ(sorted_moves_made([&] { EXPECT_EQ(run_node(&node, 6, -40, -30, CutNode), -30); }), "")
+        << "a drawn parent";
     node = table_node(won, 4, 3);
     EXPECT_EQ(run_node(&node, 6, -40, -30, CutNode), -30) << "a won parent";
     node = table_node(drawn, 4, 3);
@@ -635,8 +662,7 @@ TEST_F(TableSearch, MoveThatGaveAwayTwoClassesIsCutWithBeta)
     EXPECT_NE(sorted_moves_made([&] { run_node(&node, 3, -40, -30, PvNode); }), "")
         << "as good as it was";
     node = table_node(won, 1, 3);
-    EXPECT_NE(sorted_moves_made([&] { run_node(&node, 3, -40, -30, PvNode); }), "")
-        << "one class";
+    EXPECT_NE(sorted_moves_made([&] { run_node(&node, 3, -40, -30, PvNode); }), "") << "one class";
     node = table_node(drawn, 2, 3);
     EXPECT_NE(sorted_moves_made([&] { run_node(&node, 3, -40, -30, PvNode); }), "");
 }

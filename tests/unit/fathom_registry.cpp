@@ -10,8 +10,8 @@ static const char* const queen_wins = "8/8/8/4k3/8/8/8/K6Q w - - 0 1";
 struct TableRegistry : TablesTest {
 };
 
-static void add_file(const std::string& directory, const std::string& name,
-    const std::string& bytes)
+static void add_file(
+    const std::string& directory, const std::string& name, const std::string& bytes)
 {
     std::filesystem::create_directories(directory);
     write_bytes(directory + "/" + name, bytes);
@@ -74,8 +74,9 @@ TEST_F(TableRegistry, PathThatIsTooLongEndsTheSearch)
     EXPECT_EQ(use_tables(std::string(255, 'x') + ":a"), 0);
     // The longest that fits: directory, '/', name and suffix in 255 characters.
     std::string exact = "a";
-    while (exact.size() < 255 - 10)
+    while (exact.size() < 255 - 10) {
         exact += exact.size() + 2 > 255 - 10 ? "/" : "/.";
+    }
     EXPECT_EQ(use_tables(exact), 1);
     EXPECT_EQ(use_tables(exact + "/"), 0);
     EXPECT_EQ(use_tables(exact + "/:a"), 0);
@@ -135,14 +136,16 @@ TEST_F(TableRegistry, NamesOfAPositionHaveTheGivenSideFirst)
 // All nondecreasing groups of letters.
 static std::vector<std::string> groups(size_t size)
 {
-    if (size == 0)
+    if (size == 0) {
         return { "" };
+    }
     std::vector<std::string> all;
     const std::string letters = "QRBNP";
     for (const std::string& group : groups(size - 1)) {
         const size_t first = group.empty() ? 0 : letters.find(group.back());
-        for (size_t i = first; i < letters.size(); i++)
+        for (size_t i = first; i < letters.size(); ++i) {
             all.push_back(group + letters[i]);
+        }
     }
     return all;
 }
@@ -151,17 +154,16 @@ TEST_F(TableRegistry, EveryMaterialOfThreeToSixPiecesIsFoundOnce)
 {
     i32 with_pawns = 0;
     i32 names = 0;
-    for (size_t first = 1; first <= 4; first++) {
-        for (size_t second = 0; second <= first && first + second <= 4; second++) {
+    for (size_t first = 1; first <= 4; ++first) {
+        for (size_t second = 0; second <= first && first + second <= 4; ++second) {
             for (const std::string& a : groups(first)) {
                 for (const std::string& b : groups(second)) {
                     const std::string name = "K" + a + "vK" + b;
                     write_bytes(name + ".rtbw", "");
                     // Both names of a material are there; one is taken.
                     names += first != second || a == b ? 2 : 1;
-                    with_pawns += name.find('P') != std::string::npos
-                        ? first != second || a == b ? 2 : 1
-                        : 0;
+                    with_pawns +=
+                        name.find('P') != std::string::npos ? first != second || a == b ? 2 : 1 : 0;
                 }
             }
         }
@@ -175,8 +177,10 @@ TEST_F(TableRegistry, EveryMaterialOfThreeToSixPiecesIsFoundOnce)
 
 TEST_F(TableRegistry, NamesWithTheSidesExchangedOrSevenPiecesAreNotTried)
 {
-    for (const char* name : { "KRvKQ", "KvKQ", "KPPvKRP", "KQQQQQvK", "KRvKRR", "KRQvK", "KPvKB" })
+    for (const char* name :
+        { "KRvKQ", "KvKQ", "KPPvKRP", "KQQQQQvK", "KRvKRR", "KRQvK", "KPvKB" }) {
         write_bytes(name + std::string(".rtbw"), "");
+    }
     EXPECT_EQ(use_tables(folder), 0);
 }
 
@@ -244,7 +248,7 @@ using TableRegistryDeathTest = TableRegistry;
 // Enters so many materials of one kind of piece.
 static void add_tables(char letter, size_t count)
 {
-    for (size_t i = 0; i < count; i++) {
+    for (size_t i = 0; i < count; ++i) {
         const std::string first(i % 100 + 1, letter);
         const std::string second(i / 100, letter);
         tb_add_table(("K" + first + "vK" + second).c_str());
@@ -254,10 +258,9 @@ static void add_tables(char letter, size_t count)
 TEST_F(TableRegistryDeathTest, FullPoolsAndBucketsEndTheProgram)
 {
     testing::FLAGS_gtest_death_test_style = "fast";
-    EXPECT_EXIT(add_tables('Q', 255), testing::ExitedWithCode(1),
-        "^TBMAX_PIECE limit too low!\n$");
+    EXPECT_EXIT(add_tables('Q', 255), testing::ExitedWithCode(1), "^TBMAX_PIECE limit too low!\n$");
     EXPECT_EXIT(add_tables('P', 257), testing::ExitedWithCode(1), "^TBMAX_PAWN limit too low!\n$");
-    EXPECT_EXIT(for (i32 i = 0; i < 6; i++) tb_add_table("KRvKR"), testing::ExitedWithCode(1),
+    EXPECT_EXIT(for (i32 i = 0; i < 6; ++i) tb_add_table("KRvKR"), testing::ExitedWithCode(1),
         "^HSHMAX too low!\n$");
     tb_add_table("KRvKR");
 }

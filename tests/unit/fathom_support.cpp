@@ -98,8 +98,9 @@ std::string root_of(const std::string& fen)
     u32 dtz = 99;
     u16 move = 99;
     const i32 result = tb_probe_root(pos, &wdl, &dtz, &move);
-    if (result == -1)
+    if (result == -1) {
         return "none";
+    }
     EXPECT_EQ(static_cast<u32>(result), wdl);
     return std::to_string(wdl) + " " + std::to_string(dtz) + " " + text_of(move);
 }
@@ -115,8 +116,9 @@ std::string table_bytes(const std::string& file)
 static std::vector<i32> codes_of(const std::string& letters, i32 side)
 {
     std::vector<i32> codes;
-    for (const char letter : letters)
+    for (const char letter : letters) {
         codes.push_back(static_cast<i32>(std::string(" PNBRQK").find(letter)) + 8 * side);
+    }
     return codes;
 }
 
@@ -132,12 +134,12 @@ static std::vector<i32> table_order(const std::string& name)
     const auto count = [&](i32 code) { return std::count(all.begin(), all.end(), code); };
     const bool black_leads = count(9) > 0 && (count(1) == 0 || count(9) < count(1));
     const auto rank = [&](i32 code) {
-        if ((code & 7) == Pawn)
+        if ((code & 7) == Pawn) {
             return (code == 9) == black_leads ? 0 : 1;
+        }
         return count(code) > 1 ? 30 + code : (code & 7) == King ? 10 : 20;
     };
-    std::stable_sort(codes.begin(), codes.end(),
-        [&](i32 a, i32 b) { return rank(a) < rank(b); });
+    std::stable_sort(codes.begin(), codes.end(), [&](i32 a, i32 b) { return rank(a) < rank(b); });
     return codes;
 }
 
@@ -154,8 +156,8 @@ u64 tb_key_of_name(const std::string& name)
     return tb_material_key(&pos, false);
 }
 
-std::string one_value_table(const std::string& name, const std::string& suffix, i32 first,
-    i32 second)
+std::string one_value_table(
+    const std::string& name, const std::string& suffix, i32 first, i32 second)
 {
     const bool wdl = suffix == ".rtbw";
     const size_t middle = name.find('v');
@@ -164,14 +166,16 @@ std::string one_value_table(const std::string& name, const std::string& suffix, 
     const bool symmetric = name.substr(0, middle) == name.substr(middle + 1);
     std::string bytes = wdl ? "\x71\xe8\x23\x5d" : "\xd7\x66\x0c\xa5";
     bytes += static_cast<char>((wdl && !symmetric ? 1 : 0) | (pawns ? 2 : 0));
-    for (i32 file = 0; file < (pawns ? 4 : 1); file++) {
+    for (i32 file = 0; file < (pawns ? 4 : 1); ++file) {
         bytes += both ? std::string("\x00\x11", 2) : std::string(1, '\0');
-        for (const i32 code : table_order(name))
+        for (const i32 code : table_order(name)) {
             bytes += static_cast<char>(code * 17);
+        }
     }
-    if (bytes.size() % 2 != 0)
+    if (bytes.size() % 2 != 0) {
         bytes += '\0';
-    for (i32 file = 0; file < (pawns ? 4 : 1); file++) {
+    }
+    for (i32 file = 0; file < (pawns ? 4 : 1); ++file) {
         bytes += '\x80';
         bytes += static_cast<char>(first);
         if (wdl && !symmetric) {
@@ -185,6 +189,7 @@ std::string one_value_table(const std::string& name, const std::string& suffix, 
 
 void copy_real_tables()
 {
-    for (const auto& entry : std::filesystem::directory_iterator(real_tables()))
+    for (const auto& entry : std::filesystem::directory_iterator(real_tables())) {
         std::filesystem::copy_file(entry.path(), entry.path().filename());
+    }
 }

@@ -53,8 +53,8 @@ std::string table_bytes(const std::string& file);
 
 // The bytes of a sound file in which each section holds one value: for the two sides to move in
 // tables of the suffix ".rtbw"; ".rtbz" takes none.
-std::string one_value_table(const std::string& name, const std::string& suffix, i32 first = 0,
-    i32 second = 0);
+std::string one_value_table(
+    const std::string& name, const std::string& suffix, i32 first = 0, i32 second = 0);
 
 // Makes files of all 3- to 5-piece tables of tests/data in the current folder.
 void copy_real_tables();

@@ -26,7 +26,7 @@ int __wrap_munmap(void* at, size_t size);
 // What has to be given back for a mapping.
 struct GuardedBlock {
     void* start;
-    size_t size;                // 0 for a block of malloc
+    size_t size; // 0 for a block of malloc
     size_t asked;
 };
 
@@ -40,10 +40,12 @@ static bool read_whole(int file, char* to, size_t size)
 {
     for (size_t done = 0; done < size;) {
         const ssize_t count = pread(file, to + done, size - done, static_cast<off_t>(done));
-        if (count < 0)
+        if (count < 0) {
             return false;
-        if (count == 0)
+        }
+        if (count == 0) {
             break;
+        }
         done += static_cast<size_t>(count);
     }
     return true;
@@ -63,12 +65,12 @@ static void* guarded_copy(int file, size_t size, GuardedBlock* block)
     const size_t room = (size + page - 1) / page * page;
     void* start = __real_mmap(
         nullptr, room + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (start == MAP_FAILED)
+    if (start == MAP_FAILED) {
         return nullptr;
+    }
     *block = { start, room + page, size };
     char* data = static_cast<char*>(start) + (room - (size + 63) / 64 * 64);
-    const bool good = read_whole(file, data, size)
-        && mprotect(start, room, PROT_READ) == 0
+    const bool good = read_whole(file, data, size) && mprotect(start, room, PROT_READ) == 0
         && mprotect(static_cast<char*>(start) + room, page, PROT_NONE) == 0;
     return good ? data : nullptr;
 }
@@ -77,8 +79,9 @@ static void* guarded_copy(int file, size_t size, GuardedBlock* block)
 void* __wrap_mmap(void* at, size_t size, int protection, int flags, int file, off_t start)
 {
     const std::lock_guard lock(mutex);
-    if (!guarding || file < 0 || at != nullptr || start != 0 || size == 0)
+    if (!guarding || file < 0 || at != nullptr || start != 0 || size == 0) {
         return __real_mmap(at, size, protection, flags, file, start);
+    }
     GuardedBlock block;
     void* data = guarded_copy(file, size, &block);
     if (data == nullptr) {
@@ -86,7 +89,7 @@ void* __wrap_mmap(void* at, size_t size, int protection, int flags, int file, of
         return MAP_FAILED;
     }
     blocks[data] = block;
-    made++;
+    ++made;
     return data;
 }
 
@@ -94,8 +97,9 @@ int __wrap_munmap(void* at, size_t size)
 {
     const std::lock_guard lock(mutex);
     const auto found = blocks.find(at);
-    if (found == blocks.end())
+    if (found == blocks.end()) {
         return __real_munmap(at, size);
+    }
     const GuardedBlock block = found->second;
     // What is not given back in the size that it was taken in counts as a failure.
     if (size != block.asked) {
@@ -103,8 +107,9 @@ int __wrap_munmap(void* at, size_t size)
         return -1;
     }
     blocks.erase(found);
-    if (block.size != 0)
+    if (block.size != 0) {
         return __real_munmap(block.start, block.size);
+    }
     free(block.start);
     return 0;
 }

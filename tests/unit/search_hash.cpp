@@ -15,7 +15,7 @@ struct Hash : SearchTest {
     static HashSlot* fill_bucket(const Position* pos, const i32 (&ages)[4], const i32 (&depths)[4])
     {
         HashSlot* bucket = hash_bucket(pos->key);
-        for (i32 i = 0; i < 4; i++) {
+        for (i32 i = 0; i < 4; ++i) {
             HashEntry entry = make_entry(pos, NoMove, 0, depths[i], BoundExact);
             entry.key32 += static_cast<u32>(i) + 1;
             entry.age = static_cast<u8>(ages[i]);
@@ -28,7 +28,7 @@ struct Hash : SearchTest {
     static i32 slot_of(const Position* pos)
     {
         const HashSlot* bucket = hash_bucket(pos->key);
-        for (i32 i = 0; i < 4; i++) {
+        for (i32 i = 0; i < 4; ++i) {
             if (read_slot(&bucket[i]).key32 == static_cast<u32>(pos->key)) {
                 return i;
             }
@@ -87,7 +87,7 @@ TEST_F(Hash, TableWithoutSlotsKeepsProbesInsideItsReserve)
     resize(0);
     EXPECT_EQ(hash_slots, 0u);
     u64 state = 7;
-    for (i32 i = 0; i < 1000; i++) {
+    for (i32 i = 0; i < 1000; ++i) {
         const u64 key = static_cast<u64>(next_random(&state, 0x7fffffff)) << 33 ^ state;
         const HashSlot* bucket = hash_bucket(key);
         ASSERT_GE(bucket, hash_table);
@@ -131,8 +131,8 @@ TEST_F(Hash, BoundTellsWhereTheScoreLiesInItsWindow)
     const struct {
         i32 score;
         HashBound bound;
-    } rows[] = { { -21, BoundUpper }, { -20, BoundUpper }, { -19, BoundExact },
-        { 29, BoundExact }, { 30, BoundLower }, { 31, BoundLower } };
+    } rows[] = { { -21, BoundUpper }, { -20, BoundUpper }, { -19, BoundExact }, { 29, BoundExact },
+        { 30, BoundLower }, { 31, BoundLower } };
     for (const auto& row : rows) {
         store_hash(pos, 1, 5, NoMove, row.score, -20, 30);
         EXPECT_EQ(probe(pos).bound, row.bound) << row.score;
@@ -144,8 +144,8 @@ TEST_F(Hash, MateScoresAreStoredRelativeToThePosition)
     Position* pos = set_position(start_position);
     const struct {
         i32 score, stored;
-    } rows[] = { { 9990, 9995 }, { 9699, 9704 }, { 9698, 9698 }, { -9699, -9699 },
-        { -9700, -9705 }, { -9990, -9995 }, { 9650, 9650 }, { -9650, -9650 } };
+    } rows[] = { { 9990, 9995 }, { 9699, 9704 }, { 9698, 9698 }, { -9699, -9699 }, { -9700, -9705 },
+        { -9990, -9995 }, { 9650, 9650 }, { -9650, -9650 } };
     for (const auto& row : rows) {
         store_hash(pos, 5, 5, NoMove, row.score, -infinite_score, infinite_score);
         EXPECT_EQ(probe(pos).score, row.stored) << row.score;
@@ -157,7 +157,7 @@ TEST_F(Hash, MateScoresAreStoredRelativeToThePosition)
 static i32 score_read_at_ply(const char* fen, i32 ply, i32 stored, i32 lowest)
 {
     i32 score = lowest;
-    for (i32 beta = lowest; beta < 9999 - ply; beta++) {
+    for (i32 beta = lowest; beta < 9999 - ply; ++beta) {
         Node node = make_node(fen, ply);
         put_entry(node.pos, NoMove, stored, 20, BoundLower);
         if (run_node(&node, 1, beta - 1, beta, CutNode) != beta || node_count() != 1) {
@@ -282,8 +282,8 @@ TEST_F(Hash, SlotMixedFromTwoWritersIsRejected)
     write_slot(slot, &second);
     words[1][0] = load(slot->word[0]);
     words[1][1] = load(slot->word[1]);
-    for (i32 low = 0; low < 2; low++) {
-        for (i32 high = 0; high < 2; high++) {
+    for (i32 low = 0; low < 2; ++low) {
+        for (i32 high = 0; high < 2; ++high) {
             store(slot->word[0], words[low][0]);
             store(slot->word[1], words[high][1]);
             const i32 stored = high == 0 ? 5 : 9;
@@ -299,7 +299,7 @@ TEST_F(Hash, EveryDamagedBitOfKeyMoveAndScoreIsNoticed)
     HashSlot* slot = hash_bucket(pos->key);
     write_slot(slot, &whole);
     const u64 words[2] = { load(slot->word[0]), load(slot->word[1]) };
-    for (i32 i = 0; i < 96; i++) {
+    for (i32 i = 0; i < 96; ++i) {
         store(slot->word[0], i < 64 ? words[0] ^ bit(i) : words[0]);
         store(slot->word[1], i < 64 ? words[1] : words[1] ^ bit(i - 64));
         EXPECT_LT(probe(pos).depth, HashUsable) << "bit " << i;
@@ -346,27 +346,25 @@ TEST_F(Hash, MovesThatDoNotFitTheBoardAreRefused)
     } rows[] = {
         { start_position, "e4e5" },                             // nothing to move
         { start_position, "e7e5" },                             // a piece of the other side
-        { start_position, "e2e2" },
-        { start_position, "d1d2" },                             // own piece on the to-square
+        { start_position, "e2e2" }, { start_position, "d1d2" }, // own piece on the to-square
         { "4k3/8/8/8/8/8/8/4RK2 w - -", "e1e8" },               // the king
         { start_position, "b1b3" },                             // no knight's step
         { start_position, "c1e3" },                             // a blocked bishop
-        { start_position, "a1a3" },
-        { start_position, "d1d4" },
-        { "4k3/8/8/8/8/8/8/R3K3 w Q -", "a1b2" },               // no rook's line
-        { "4k3/8/8/8/8/8/8/R3K3 w Q -", "e1e3" },               // no king's step
-        { "4k3/8/8/8/8/8/8/R2NK3 w Q -", "e1c1" },              // castling across a piece
-        { "4k3/8/8/8/8/8/8/R3K3 w Q -", "e1g1" },               // castling without a rook
-        { "4k3/8/8/8/8/8/4P3/4K3 w - -", "e2d3" },              // a pawn's capture of nothing
-        { "4k3/8/8/8/8/4p3/4P3/4K3 w - -", "e2e3" },            // a blocked pawn
+        { start_position, "a1a3" }, { start_position, "d1d4" },
+        { "4k3/8/8/8/8/8/8/R3K3 w Q -", "a1b2" },    // no rook's line
+        { "4k3/8/8/8/8/8/8/R3K3 w Q -", "e1e3" },    // no king's step
+        { "4k3/8/8/8/8/8/8/R2NK3 w Q -", "e1c1" },   // castling across a piece
+        { "4k3/8/8/8/8/8/8/R3K3 w Q -", "e1g1" },    // castling without a rook
+        { "4k3/8/8/8/8/8/4P3/4K3 w - -", "e2d3" },   // a pawn's capture of nothing
+        { "4k3/8/8/8/8/4p3/4P3/4K3 w - -", "e2e3" }, // a blocked pawn
         { "4k3/8/8/8/8/4p3/4P3/4K3 w - -", "e2e4" },
-        { "4k3/8/8/8/8/4P3/8/4K3 w - -", "e3e5" },              // a double step from the third rank
-        { "4k3/8/8/3pP3/8/8/8/4K3 w - -", "e5d6" },             // en passant without its square
-        { "4k3/8/8/4P3/8/8/8/4K3 w - d6", "e5d6" },             // en passant without a victim
-        { "4k3/8/8/8/8/8/4P3/4K3 w - -", "e2e3q" },             // promotion on the third rank
-        { "4k3/8/8/8/8/8/8/R3K3 w Q -", "a1a8q" },              // promotion of a rook
-        { "4k3/4r3/8/8/8/8/4N3/4K3 w - -", "e2c3" },            // a pinned knight
-        { "4k3/8/8/8/8/8/r7/4K3 w - -", "e1e2" },               // into check
+        { "4k3/8/8/8/8/4P3/8/4K3 w - -", "e3e5" },   // a double step from the third rank
+        { "4k3/8/8/3pP3/8/8/8/4K3 w - -", "e5d6" },  // en passant without its square
+        { "4k3/8/8/4P3/8/8/8/4K3 w - d6", "e5d6" },  // en passant without a victim
+        { "4k3/8/8/8/8/8/4P3/4K3 w - -", "e2e3q" },  // promotion on the third rank
+        { "4k3/8/8/8/8/8/8/R3K3 w Q -", "a1a8q" },   // promotion of a rook
+        { "4k3/4r3/8/8/8/8/4N3/4K3 w - -", "e2c3" }, // a pinned knight
+        { "4k3/8/8/8/8/8/r7/4K3 w - -", "e1e2" },    // into check
     };
     for (const auto& row : rows) {
         EXPECT_TRUE(is_refused(row.fen, move_of(row.move))) << row.fen << " " << row.move;
@@ -382,7 +380,7 @@ TEST_F(Hash, MovesThatFitTheBoardAreTaken)
         { start_position, "e2e4" },
         { start_position, "g1f3" },
         { "4k3/8/8/8/8/8/8/R3K2R w KQ -", "e1g1" },
-        { "4k3/8/8/8/8/8/8/R3K2R w - -", "e1c1" },              // the rights are not looked at
+        { "4k3/8/8/8/8/8/8/R3K2R w - -", "e1c1" }, // the rights are not looked at
         { "4k3/8/8/3pP3/8/8/8/4K3 w - d6", "e5d6" },
         { "1n2k3/P7/8/8/8/8/8/4K3 w - -", "a7b8n" },
         { "4k3/4r3/8/8/8/8/4R3/4K3 w - -", "e2e7" },
@@ -395,10 +393,10 @@ TEST_F(Hash, MovesThatFitTheBoardAreTaken)
 TEST_F(Hash, RandomEntriesComeBackAsTheyWereStored)
 {
     u64 state = 20;
-    for (i32 game = 0; game < 20; game++) {
+    for (i32 game = 0; game < 20; ++game) {
         Position* pos = set_position(start_position);
         clear_hash();
-        for (i32 ply = 0; ply < 60; ply++) {
+        for (i32 ply = 0; ply < 60; ++ply) {
             const std::vector<Move> moves = legal_moves(pos);
             if (moves.empty()) {
                 break;
@@ -423,13 +421,13 @@ TEST_F(Hash, RandomEntriesComeBackAsTheyWereStored)
 TEST_F(Hash, ClearingLeavesNoEntryAndNoFill)
 {
     const HashEntry entry = make_entry(set_position(start_position), NoMove, 1, 1, BoundExact);
-    for (u32 i = 0; i < hash_slots + 16; i++) {
+    for (u32 i = 0; i < hash_slots + 16; ++i) {
         write_slot(&hash_table[i], &entry);
     }
     hash_fill = 0.5;
     clear_hash();
     EXPECT_EQ(hash_fill, 0.0);
-    for (u32 i = 0; i < hash_slots + 16; i++) {
+    for (u32 i = 0; i < hash_slots + 16; ++i) {
         ASSERT_EQ(load(hash_table[i].word[0]) | load(hash_table[i].word[1]), 0u) << i;
     }
 }
@@ -460,14 +458,14 @@ TEST_F(Hash, SharesLeaveTheSlotsThatTheDivisionLeavesOver)
     use_records(3);
     const u32 all = hash_slots + 16;
     ASSERT_EQ(all % 3, 2u);
-    for (u32 i = 0; i < all; i++) {
+    for (u32 i = 0; i < all; ++i) {
         store(hash_table[i].word[0], 1);
     }
     store(hash_written, 1);
-    for (i32 i = 0; i < 3; i++) {
+    for (i32 i = 0; i < 3; ++i) {
         clear_hash_share(i);
     }
-    for (u32 i = 0; i < all; i++) {
+    for (u32 i = 0; i < all; ++i) {
         ASSERT_EQ(load(hash_table[i].word[0]), i < all - 2 ? 0u : 1u) << i;
     }
 }
@@ -495,7 +493,7 @@ TEST_F(Hash, FillCountsTheSlotsOfThisSearchAroundTheMiddle)
     hash_age = 3;
     HashEntry entry = make_entry(set_position(start_position), NoMove, 1, 1, BoundExact);
     HashSlot* sample = hash_table + hash_slots / 2 - 500;
-    for (i32 i = 0; i < 250; i++) {
+    for (i32 i = 0; i < 250; ++i) {
         write_slot(&sample[i], &entry);
     }
     entry.age = 2;

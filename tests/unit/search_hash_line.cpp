@@ -24,7 +24,7 @@ struct HashLine : SearchTest {
         EXPECT_EQ(fen_of(pos), before);
         EXPECT_EQ(console_thread->undo_count, count);
         std::string texts;
-        for (i32 i = index; i < ply_count && line[i] != NoMove; i++) {
+        for (i32 i = index; i < ply_count && line[i] != NoMove; ++i) {
             texts += (i > index ? " " : "") + text_of(line[i]);
         }
         return texts;
@@ -100,7 +100,7 @@ TEST_F(HashLine, LineEndsWhereThePositionIsDrawn)
     // The start position comes up for the third time with the last move.
     const char* shuffle[] = { "g1f3", "g8f6", "f3g1", "f6g8" };
     Position* pos = set_position(start_position);
-    for (i32 i = 0; i < 7; i++) {
+    for (i32 i = 0; i < 7; ++i) {
         put_entry(pos, move_of(shuffle[i % 4]), 0, 4, BoundExact);
         make_move(pos, move_of(shuffle[i % 4]));
     }

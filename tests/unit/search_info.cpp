@@ -36,7 +36,7 @@ struct Info : SearchTest {
 
     void set_line(i32 count)
     {
-        for (i32 i = 0; i < count; i++) {
+        for (i32 i = 0; i < count; ++i) {
             line[i + 1] = move_of(i % 4 == 0 ? "g1f3"
                     : i % 4 == 1             ? "g8f6"
                     : i % 4 == 2             ? "f3g1"
@@ -50,7 +50,7 @@ struct Info : SearchTest {
     {
         i32 count = 0;
         for (size_t at = text.find('g'); at != std::string::npos; at = text.find('g', at + 1)) {
-            count++;
+            ++count;
         }
         return count;
     }
@@ -150,7 +150,7 @@ TEST_F(Info, FillIsSampledFromDepthSevenOn)
 {
     hash_age = 1;
     const HashEntry entry = make_entry(set_position(start_position), NoMove, 0, 1, BoundExact);
-    for (i32 i = 0; i < 123; i++) {
+    for (i32 i = 0; i < 123; ++i) {
         write_slot(&hash_table[hash_slots / 2 + static_cast<u32>(i)], &entry);
     }
     EXPECT_NE(printed(31, 6).find(" hashfull 0 "), std::string::npos);
@@ -190,8 +190,8 @@ TEST_F(Info, ConsoleLineOfARunningSearchHoldsEightMovesOnOneLine)
 {
     store(uci_mode, 0);
     set_line(40);
-    EXPECT_EQ(printed(31),
-        "00] 05    2.0       5K    31  g1f3 g8f6 f3g1 f6g8 g1f3 g8f6 f3g1 f6g8\n");
+    EXPECT_EQ(
+        printed(31), "00] 05    2.0       5K    31  g1f3 g8f6 f3g1 f6g8 g1f3 g8f6 f3g1 f6g8\n");
 }
 
 TEST_F(Info, ConsoleLineOfAStoppedSearchHoldsThirtyTwoMovesOnFourLines)
@@ -240,7 +240,8 @@ TEST_F(Info, SilentSearchPrintsNothing)
     EXPECT_EQ(capture_output([] {
         store(noise, silent_noise);
         run_search_to(start_position, 6);
-    }), "");
+    }),
+        "");
 }
 
 // ---- The trace
@@ -257,7 +258,7 @@ TEST_F(Trace, MovesAreWrittenAsATreeUpToTheGivenPly)
 {
     Node node = make_node(start_position, 1);
     store(node.thread->depth, 0);
-    for (i32 ply = 1; ply < 5; ply++) {
+    for (i32 ply = 1; ply < 5; ++ply) {
         node.thread->ply_rec[ply].depth = static_cast<i16>(5 - ply);
     }
     const std::string text = traced(3, [&] {
@@ -273,8 +274,8 @@ TEST_F(Trace, MovesAreWrittenAsATreeUpToTheGivenPly)
         make_move(node.pos, move_of("c7c5"));
     });
     EXPECT_EQ(text.substr(text.find('(')),
-        "( 4)e2e4 ( 3)e7e5 ( 2)null \n" + std::string(18, ' ') + "( 2)g1f3 \n"
-            + std::string(9, ' ') + "( 3)c7c5 ");
+        "( 4)e2e4 ( 3)e7e5 ( 2)null \n" + std::string(18, ' ') + "( 2)g1f3 \n" + std::string(9, ' ')
+            + "( 3)c7c5 ");
 }
 
 TEST_F(Trace, NewIterationIsAnnounced)

@@ -7,7 +7,7 @@
 
 #include "search/node.h"
 
-static constexpr i32 high = 5000;       // an alpha that no ordinary position reaches
+static constexpr i32 high = 5000; // an alpha that no ordinary position reaches
 
 struct MoveLoop : SearchTest {
     static void fill_reductions(u8 (&table)[32][32], u8 value)
@@ -39,8 +39,8 @@ struct MoveLoop : SearchTest {
         make_all_moves_late();
         Node node = make_node(fen, last_moving_ply);
         node.rec->hash_move = move_of(first);
-        const std::string searched
-            = sorted_moves_made([&] { run_moves(&node, 2, high, high + 1, CutNode); });
+        const std::string searched =
+            sorted_moves_made([&] { run_moves(&node, 2, high, high + 1, CutNode); });
         EXPECT_NE(searched.find(first), std::string::npos) << fen;
         return searched.find(move) != std::string::npos;
     }
@@ -53,8 +53,8 @@ struct MoveLoop : SearchTest {
     }
 
     // The reduction that the last move of the node got.
-    static i32 last_reduction_at(const char* fen, i32 depth, i32 base, NodeType type,
-        i32 parent_reduction = 0)
+    static i32 last_reduction_at(
+        const char* fen, i32 depth, i32 base, NodeType type, i32 parent_reduction = 0)
     {
         Node node = make_node(fen, last_moving_ply);
         set_base(&node, base);
@@ -125,17 +125,17 @@ TEST_F(MoveLoop, CheckByACastlingRookIsNotSeen)
 TEST_F(MoveLoop, CheckClassAgreesWithTheBoardAfterTheMove)
 {
     u64 state = 11;
-    for (i32 game = 0; game < 30; game++) {
+    for (i32 game = 0; game < 30; ++game) {
         Position* pos = set_position(start_position);
-        for (i32 ply = 0; ply < 100; ply++) {
+        for (i32 ply = 0; ply < 100; ++ply) {
             const std::vector<Move> moves = legal_moves(pos);
             if (moves.empty()) {
                 break;
             }
             for (const Move move : moves) {
                 const MoveEntry entry = entry_of(pos, text_of(move).c_str());
-                const bool king_jump = (entry.moved & 7) == King
-                    && std::abs(to_square(move) - from_square(move)) == 2;
+                const bool king_jump =
+                    (entry.moved & 7) == King && std::abs(to_square(move) - from_square(move)) == 2;
                 if (king_jump || is_en_passant(pos, &entry)) {
                     continue;
                 }
@@ -192,8 +192,8 @@ TEST_F(MoveLoop, EvasionsBelowTheHorizonAreAllSearchedAndLeaveNoTrace)
     EXPECT_EQ(node.rec->moves_searched, legal);
     EXPECT_EQ(node_count(), legal);
     EXPECT_EQ(probe(node.pos).depth, HashNotFound);
-    for (i32 piece = 0; piece < 16; piece++) {
-        for (i32 to = 0; to < 64; to++) {
+    for (i32 piece = 0; piece < 16; ++piece) {
+        for (i32 to = 0; to < 64; ++to) {
             ASSERT_EQ(node.thread->history[0][piece][to], 2048);
         }
     }
@@ -243,7 +243,7 @@ TEST_F(MoveLoop, QuietMovesAreLateByCountAndScore)
 {
     // Twelve king and bishop moves that threaten nothing; each has base 8, a quarter of it 2.
     const char* fen = "7k/8/p7/P7/8/8/8/1B2K3 w - -";
-    for (i32 depth = 1; depth <= 3; depth++) {
+    for (i32 depth = 1; depth <= 3; ++depth) {
         Node node = make_node(fen, last_moving_ply);
         run_moves(&node, depth, high, high + 1, CutNode);
         EXPECT_EQ(node.rec->moves_searched, lmp_count[depth] + 2) << depth;
@@ -365,7 +365,7 @@ TEST_F(MoveLoop, LosingCaptureThatGivesCheckIsKept)
 
 TEST_F(MoveLoop, TableValueIsTheReductionOfAPoorlyOrderedQuietMove)
 {
-    for (u8 value = 0; value <= 5; value++) {
+    for (u8 value = 0; value <= 5; ++value) {
         fill_reductions(lmr_nonpv, value);
         fill_reductions(lmr_pv, static_cast<u8>(5 - value));
         EXPECT_EQ(last_reduction_at(two_kings, 9, 31, AllNode), value);
@@ -376,7 +376,7 @@ TEST_F(MoveLoop, TableValueIsTheReductionOfAPoorlyOrderedQuietMove)
 TEST_F(MoveLoop, WellOrderedQuietMoveIsReducedLess)
 {
     const i32 expected[6] = { 0, 0, 1, 2, 2, 2 };
-    for (u8 value = 0; value <= 5; value++) {
+    for (u8 value = 0; value <= 5; ++value) {
         fill_reductions(lmr_nonpv, value);
         EXPECT_EQ(last_reduction_at(two_kings, 9, 32, AllNode), expected[value]);
     }
@@ -447,7 +447,7 @@ TEST_F(MoveLoop, MovesWithAClassAreReducedByOneAtMost)
 TEST_F(MoveLoop, MoveCountsBeyondTheTableReadItsLastColumn)
 {
     fill_reductions(lmr_pv, 0);
-    for (i32 depth = 0; depth < 32; depth++) {
+    for (i32 depth = 0; depth < 32; ++depth) {
         lmr_pv[depth][31] = 3;
     }
     Node node = make_node("1k6/8/8/8/3Q4/2B5/8/K6R w - -", last_moving_ply);
@@ -460,7 +460,7 @@ TEST_F(MoveLoop, MoveCountsBeyondTheTableReadItsLastColumn)
 TEST_F(MoveLoop, DepthsBeyondTheTableReadItsLastRow)
 {
     fill_reductions(lmr_pv, 0);
-    for (i32 column = 0; column < 32; column++) {
+    for (i32 column = 0; column < 32; ++column) {
         lmr_pv[31][column] = 2;
     }
     EXPECT_EQ(last_reduction_at(two_kings, 30, 8, PvNode), 0);
@@ -482,7 +482,7 @@ TEST_F(MoveLoop, SecondMoveIsScoutedAndSearchedAgainIfItBeatsAlpha)
     for (const MoveEntry& entry : order) {
         make_move(node.pos, entry.move);
         Node child = node;
-        child.ply++;
+        ++child.ply;
         child.side ^= 1;
         const i32 score = -eval_of(&child);
         unmake_move(node.pos);

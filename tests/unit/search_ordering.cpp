@@ -55,11 +55,12 @@ TEST_F(Ordering, ResetForgetsEverythingLearned)
     for (const PlyRecord& rec : thread->ply_rec) {
         EXPECT_EQ(rec.hash_move | rec.killer[0] | rec.killer[1] | rec.evasion_killer, 0);
     }
-    for (i32 piece = 0; piece < 16; piece++) {
-        for (i32 to = 0; to < 64; to++) {
+    for (i32 piece = 0; piece < 16; ++piece) {
+        for (i32 to = 0; to < 64; ++to) {
             EXPECT_EQ(thread->counter_move[piece][to] | thread->counter_move2[piece][to]
-                    | thread->follow_move[piece][to], 0);
-            for (i32 type = 0; type < 8; type++) {
+                    | thread->follow_move[piece][to],
+                0);
+            for (i32 type = 0; type < 8; ++type) {
                 ASSERT_EQ(thread->history[type][piece][to], start_history);
             }
         }
@@ -69,7 +70,7 @@ TEST_F(Ordering, ResetForgetsEverythingLearned)
 TEST_F(Ordering, CaptureValuesGrowWithTheCapturedPiece)
 {
     const i32 expected[7] = { 210, 220, 230, 230, 240, 250, 0 };
-    for (i32 type = 0; type < 7; type++) {
+    for (i32 type = 0; type < 7; ++type) {
         EXPECT_EQ(mvv_score[type], expected[type]);
         if (type != 0) {
             EXPECT_EQ(mvv_score[type + 8], expected[type]);
@@ -81,7 +82,7 @@ TEST_F(Ordering, HundredSuccessesBringACellJustBelowFull)
 {
     Node node = node_with_moves_before();
     const MoveEntry entry = entry_of(node.pos, "b1c3");
-    for (i32 i = 0; i < 100; i++) {
+    for (i32 i = 0; i < 100; ++i) {
         update_history(node.thread, 4, 8, &entry, true);
     }
     const i32 to = square_of("c3");
@@ -116,7 +117,7 @@ TEST_F(Ordering, LossOfATinyCellRoundsToNothing)
 
 TEST_F(Ordering, CellsMoveByAShareOfTheDistanceThatGrowsWithDepthUpToEight)
 {
-    for (i32 depth = 1; depth <= 12; depth++) {
+    for (i32 depth = 1; depth <= 12; ++depth) {
         Node node = node_with_moves_before();
         const MoveEntry good = entry_of(node.pos, "b1c3");
         const MoveEntry bad = entry_of(node.pos, "b1a3");

@@ -21,7 +21,7 @@ struct Params : SearchTest {
     static void expect_row(const u8 (&table)[32][32], i32 depth, const i32 (&expected)[8])
     {
         static constexpr i32 columns[8] = { 1, 2, 3, 5, 8, 12, 20, 31 };
-        for (i32 i = 0; i < 8; i++) {
+        for (i32 i = 0; i < 8; ++i) {
             EXPECT_EQ(table[depth][columns[i]], expected[i])
                 << "depth " << depth << " moves " << columns[i];
         }
@@ -47,7 +47,7 @@ TEST_F(Params, MarginsGrowByTheirStepWithDepth)
     engine_options.search.SEP_margin = 60;
     engine_options.search.LMP_count = 3;
     set_search_params();
-    for (i32 d = 0; d < 12; d++) {
+    for (i32 d = 0; d < 12; ++d) {
         EXPECT_EQ(fp_margin[d], 50 + 110 * d);
         EXPECT_EQ(sep_margin[d], 60 * d);
         EXPECT_EQ(lmp_count[d], 1 + 3 * d);
@@ -64,8 +64,8 @@ TEST_F(Params, ReductionRowsAtFullSelectivity)
 
 TEST_F(Params, FirstRowsAndColumnDoNotReduce)
 {
-    for (i32 i = 0; i < 32; i++) {
-        for (i32 d = 0; d < 3; d++) {
+    for (i32 i = 0; i < 32; ++i) {
+        for (i32 d = 0; d < 3; ++d) {
             EXPECT_EQ(lmr_pv[d][i] + lmr_nonpv[d][i], 0);
         }
         EXPECT_EQ(lmr_pv[i][0] + lmr_nonpv[i][0], 0);
@@ -74,8 +74,8 @@ TEST_F(Params, FirstRowsAndColumnDoNotReduce)
 
 TEST_F(Params, EveryLaterMoveOfANonPvNodeIsReducedFromDepthThreeOn)
 {
-    for (i32 d = 3; d < 32; d++) {
-        for (i32 m = 1; m < 32; m++) {
+    for (i32 d = 3; d < 32; ++d) {
+        for (i32 m = 1; m < 32; ++m) {
             EXPECT_GE(lmr_nonpv[d][m], 1);
             EXPECT_LE(lmr_nonpv[d][m], std::min(d - 1, 5));
             EXPECT_LE(lmr_pv[d][m], std::min(d - 2, 4));
@@ -125,8 +125,8 @@ TEST_F(Params, NoSelectivityTurnsEverythingThatPrunesOff)
     EXPECT_EQ(SEP_depth, 0);
     EXPECT_EQ(FP_depth, 0);
     EXPECT_EQ(BP_margin, 5000);
-    for (i32 d = 0; d < 32; d++) {
-        for (i32 m = 0; m < 32; m++) {
+    for (i32 d = 0; d < 32; ++d) {
+        for (i32 m = 0; m < 32; ++m) {
             EXPECT_EQ(lmr_pv[d][m] + lmr_nonpv[d][m], 0);
         }
     }
@@ -191,8 +191,9 @@ TEST_F(Params, DepthsBeyondTheTablesAreNotReadOutsideThem)
     engine_options.search.SEP_depth = 40;
     engine_options.search.LMP_depth = 40;
     set_search_params();
-    EXPECT_NE(capture_output([] { print_search_params(); })
-                  .find("LMP_depth= 40, count= 3 5 7 9 11 13 15 17 19 21 23\n"),
+    EXPECT_NE(capture_output([] {
+        print_search_params();
+    }).find("LMP_depth= 40, count= 3 5 7 9 11 13 15 17 19 21 23\n"),
         std::string::npos);
     run_search_to(start_position, 14);
     EXPECT_NE(search_result.result_pv[1], NoMove);

@@ -19,7 +19,7 @@ struct Root : SearchTest {
     static std::string result_line()
     {
         std::string texts;
-        for (i32 i = 1; i < ply_count && search_result.result_pv[i] != NoMove; i++) {
+        for (i32 i = 1; i < ply_count && search_result.result_pv[i] != NoMove; ++i) {
             texts += (i > 1 ? " " : "") + text_of(search_result.result_pv[i]);
         }
         return texts;
@@ -48,7 +48,7 @@ struct Root : SearchTest {
     static void put_behind(Node* root, i32 first)
     {
         MoveEntry* entry = root->rec->list_start + first;
-        for (; entry->move != EndOfList; entry++) {
+        for (; entry->move != EndOfList; ++entry) {
             entry->score = -12000;
         }
     }
@@ -197,7 +197,7 @@ TEST_F(Root, SearchEndsBeforeTheUndoStackIsFull)
 {
     set_position(start_position);
     const char* shuffle[] = { "g1f3", "g8f6", "f3g1", "f6g8" };
-    for (i32 i = 0; i < 872; i++) {
+    for (i32 i = 0; i < 872; ++i) {
         make_game_move(&console_thread->pos, move_of(shuffle[i % 4]));
     }
     EXPECT_EQ(console_thread->undo_count, 872);
@@ -210,7 +210,7 @@ TEST_F(Root, NodesAreNotedPerIteration)
 {
     run_search_to(start_position, 6);
     EXPECT_EQ(nodes_by_depth[6], node_count());
-    for (i32 d = 2; d <= 6; d++) {
+    for (i32 d = 2; d <= 6; ++d) {
         EXPECT_GT(nodes_by_depth[d], nodes_by_depth[d - 1]);
         EXPECT_NE(search_result.move_by_depth[d], NoMove);
         EXPECT_NE(load(search_result.score_by_depth[d]), -10001);
@@ -254,10 +254,10 @@ TEST_F(Root, StoppedSearchKeepsItsReason)
 
 TEST_F(Root, SameSearchTwiceIsTheSame)
 {
-    for (const char* fen : { start_position,
-             "r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -",
-             "8/8/1p1r1k2/p1pPN1p1/P3KnP1/1P6/8/3R4 b - -",
-             "1r3b2/3R2pk/6q1/3Q1p2/p6P/4B2P/1P3P1K/8 w - -" }) {
+    for (const char* fen :
+        { start_position, "r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -",
+            "8/8/1p1r1k2/p1pPN1p1/P3KnP1/1P6/8/3R4 b - -",
+            "1r3b2/3R2pk/6q1/3Q1p2/p6P/4B2P/1P3P1K/8 w - -" }) {
         run_search_to(fen, 9);
         const u64 nodes = node_count();
         const i32 score = load(search_result.result_score);
@@ -273,14 +273,14 @@ TEST_F(Root, SameSearchTwiceIsTheSame)
 TEST_F(Root, LineOfTheResultIsLegal)
 {
     u64 state = 3;
-    for (i32 game = 0; game < 20; game++) {
+    for (i32 game = 0; game < 20; ++game) {
         Position* pos = set_position(start_position);
         play_random_moves(pos, &state, 8 + game);
         run_search_to(fen_of(pos).c_str(), 6);
-        const std::vector<u16> line(search_result.result_pv + 1,
-            search_result.result_pv + ply_count);
+        const std::vector<u16> line(
+            search_result.result_pv + 1, search_result.result_pv + ply_count);
         pos = &console_thread->pos;
-        for (size_t i = 0; i < line.size() && line[i] != NoMove; i++) {
+        for (size_t i = 0; i < line.size() && line[i] != NoMove; ++i) {
             ASSERT_TRUE(is_legal_text(pos, text_of(line[i]).c_str())) << fen_of(pos);
             make_move(pos, line[i]);
         }
@@ -335,7 +335,7 @@ TEST_F(Root, PassSortsTheListByItsScores)
     EXPECT_EQ(list.size(), 48u);
     EXPECT_EQ(list[0].score, best);
     EXPECT_EQ(list[0].move, root.thread->pv[1]);
-    for (size_t i = 1; i < list.size(); i++) {
+    for (size_t i = 1; i < list.size(); ++i) {
         EXPECT_GE(list[i - 1].score, list[i].score);
         EXPECT_GT(list[i].score, -11000) << "every move beat the alpha of the call";
     }
@@ -353,7 +353,7 @@ TEST_F(Root, FailLowKeepsTheOrder)
     EXPECT_LE(best, 5000);
     EXPECT_EQ(load(root.thread->fail_state), 1);
     const std::vector<MoveEntry> after = entries_of(root.rec->list_start);
-    for (size_t i = 0; i < before.size(); i++) {
+    for (size_t i = 0; i < before.size(); ++i) {
         EXPECT_EQ(after[i].move, before[i].move) << i;
         if (i > 0) {
             EXPECT_EQ(after[i].score, -11000 - static_cast<i32>(i)) << i;
@@ -374,7 +374,7 @@ TEST_F(Root, FailHighEndsThePassAndKeepsTheOtherMovesBehind)
     EXPECT_EQ(load(root.thread->fail_state), 2);
     const std::vector<MoveEntry> after = entries_of(root.rec->list_start);
     EXPECT_EQ(after[0].score, best);
-    for (size_t i = 0; i < before.size(); i++) {
+    for (size_t i = 0; i < before.size(); ++i) {
         EXPECT_EQ(after[i].move, before[i].move) << i;
         if (i > 0) {
             EXPECT_EQ(after[i].score, -11000 - static_cast<i32>(i)) << i;
@@ -533,8 +533,8 @@ TEST_F(Root, MovesAreNumberedAndTheFirstLineTellsTheSpeed)
     store(noise, 0.0);
     store(elapsed, 4.0);
     store(root.thread->counters[CountNodes], 8000);
-    const std::string text
-        = capture_output([&] { run_pass(&root, 1, -infinite_score, infinite_score); });
+    const std::string text =
+        capture_output([&] { run_pass(&root, 1, -infinite_score, infinite_score); });
     EXPECT_EQ(text.find("info depth 0 time 4000 nodes 8000 nps 2000 hashfull 0\n"), 0u);
     EXPECT_NE(text.find(" currmovenumber 20\n"), std::string::npos);
     EXPECT_EQ(text.find("info depth", 10), std::string::npos);
@@ -612,7 +612,7 @@ TEST_F(Root, MatesAreFound)
         }
         EXPECT_TRUE(found) << line << " not " << text_of(best_move());
         EXPECT_EQ(load(search_result.result_score), 10000 - 2 * length) << line;
-        positions++;
+        ++positions;
     }
     EXPECT_EQ(positions, 60);
 }

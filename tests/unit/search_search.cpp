@@ -130,8 +130,8 @@ TEST_F(Search, EntryOfTheRecordIsReset)
 {
     Node node = make_node(start_position, 5);
     PlyRecord* rec = node.rec;
-    rec->hash_move = rec->killer[0] = rec[1].killer[0] = rec[1].killer[1] = rec[1].evasion_killer
-        = move_of("a2a3");
+    rec->hash_move = rec->killer[0] = rec[1].killer[0] = rec[1].killer[1] = rec[1].evasion_killer =
+        move_of("a2a3");
     rec->reduction = 3;
     rec->in_iid = rec->extend_hash_move = rec->razored = 1;
     rec->danger[0] = rec->danger[1] = 77;
@@ -275,8 +275,8 @@ TEST_F(Search, HashMoveIsSearchedFirst)
 {
     Node node = make_node(pawn_up, last_moving_ply);
     put_entry(node.pos, move_of("b2b3"), 0, 1, BoundExact);
-    const std::vector<std::string> moves
-        = moves_made([&] { run_node(&node, 2, -1000, 1000, PvNode); });
+    const std::vector<std::string> moves =
+        moves_made([&] { run_node(&node, 2, -1000, 1000, PvNode); });
     ASSERT_FALSE(moves.empty());
     EXPECT_EQ(moves[0], "b2b3");
     EXPECT_EQ(std::count(moves.begin(), moves.end(), "b2b3"), 1);
@@ -288,7 +288,7 @@ TEST_F(Search, NodeFarBelowAlphaDropsIntoQuiescence)
 {
     Node node = make_node(pawn_up, 5);
     const i32 eval = eval_of(&node);
-    for (i32 depth = 1; depth <= 3; depth++) {
+    for (i32 depth = 1; depth <= 3; ++depth) {
         node = make_node(pawn_up, 5);
         const i32 alpha = eval + 50 + 125 * depth;
         EXPECT_EQ(run_node(&node, depth, alpha, alpha + 1, CutNode), alpha);
@@ -330,7 +330,7 @@ TEST_F(Search, StaticPruningReturnsBetaWithoutAMove)
     Node node = make_node(pawn_up, 3);
     const i32 eval = eval_of(&node);
     ASSERT_EQ(node.rec->danger[White], 0);
-    for (i32 depth = 1; depth <= 3; depth++) {
+    for (i32 depth = 1; depth <= 3; ++depth) {
         node = make_node(pawn_up, 3);
         const i32 beta = eval - 75 * depth;
         EXPECT_EQ(run_node(&node, depth, beta - 1, beta, CutNode), beta);
@@ -420,12 +420,12 @@ TEST_F(Search, SideWithoutPawnsNeverPrunesForward)
     // A queen ahead, without a pawn and with one.
     const char* bare = "6k1/5ppp/8/8/8/8/8/3QK3 w - -";
     const char* with_pawn = "6k1/5ppp/8/8/8/8/7P/3QK3 w - -";
-    for (i32 depth = 1; depth <= 6; depth++) {
+    for (i32 depth = 1; depth <= 6; ++depth) {
         Node node = make_node(bare, 5);
         run_node(&node, depth, -1001, -1000, CutNode);
         EXPECT_GT(node.rec->moves_searched, 0u) << depth;
     }
-    for (i32 depth = 1; depth <= 4; depth++) {
+    for (i32 depth = 1; depth <= 4; ++depth) {
         Node node = make_node(with_pawn, 5);
         EXPECT_EQ(run_node(&node, depth, -1001, -1000, CutNode), -1000);
         EXPECT_EQ(node.rec->moves_searched, 0u) << depth;
@@ -444,7 +444,7 @@ TEST_F(Search, WithoutSelectivityOnlyExtensionHashAndInternalDeepeningAct)
 {
     engine_options.selectivity = 0;
     set_search_params();
-    for (i32 depth = 1; depth <= 5; depth++) {
+    for (i32 depth = 1; depth <= 5; ++depth) {
         Node node = make_node(pawn_up, 5);
         run_node(&node, depth, -1001, -1000, CutNode);
         EXPECT_GT(node.rec->moves_searched, 0u) << "the gate, depth " << depth;
@@ -542,8 +542,8 @@ TEST_F(Search, NullMoveThatHoldsReturnsBetaBelowDepthFive)
 {
     Node node = make_node(rook_up, 3);
     SEP_depth = 0;
-    const std::vector<std::string> moves
-        = moves_made([&] { EXPECT_EQ(run_node(&node, 4, -101, -100, CutNode), -100); });
+    const std::vector<std::string> moves =
+        moves_made([&] { EXPECT_EQ(run_node(&node, 4, -101, -100, CutNode), -100); });
     ASSERT_FALSE(moves.empty());
     EXPECT_EQ(moves[0], "null");
     EXPECT_EQ(node.rec->moves_searched, 0u);
@@ -595,8 +595,8 @@ TEST_F(Search, NoNullMoveFollowsANullMove)
         Node node = make_node(rook_up, 3);
         SEP_depth = 0;
         node.rec[-back].list_cursor->move = NoMove;
-        const std::vector<std::string> moves
-            = moves_made([&] { run_node(&node, 4, -101, -100, CutNode); });
+        const std::vector<std::string> moves =
+            moves_made([&] { run_node(&node, 4, -101, -100, CutNode); });
         EXPECT_NE(moves[0], "null") << back;
         EXPECT_GT(node.rec->moves_searched, 0u);
     }
@@ -609,8 +609,8 @@ TEST_F(Search, NullMovesNestToATenthOfTheIteration)
         SEP_depth = 0;
         store(node.thread->depth, iteration);
         node.thread->null_depth = static_cast<i8>(nested);
-        const std::vector<std::string> moves
-            = moves_made([&] { run_node(&node, 4, -101, -100, CutNode); });
+        const std::vector<std::string> moves =
+            moves_made([&] { run_node(&node, 4, -101, -100, CutNode); });
         EXPECT_EQ(node.thread->null_depth, nested);
         return moves[0] == "null";
     };
@@ -628,8 +628,8 @@ TEST_F(Search, ShallowNodesDoNotPass)
     Node node = make_node(rook_up, 3);
     SEP_depth = 0;
     NMP_depth = 5;
-    const std::vector<std::string> moves
-        = moves_made([&] { run_node(&node, 4, -101, -100, CutNode); });
+    const std::vector<std::string> moves =
+        moves_made([&] { run_node(&node, 4, -101, -100, CutNode); });
     EXPECT_NE(moves[0], "null");
 }
 
@@ -671,8 +671,8 @@ TEST_F(Search, InternalDeepeningGivesAMoveBeforeTheNodeIsSearched)
             put_entry(node.pos, NoMove, 0, entry_depth, BoundUpper);
         }
         const u64 legal = legal_moves(node.pos).size();
-        const std::vector<std::string> moves = moves_made(
-            [&] { run_node(&node, depth, alpha, alpha + 1000, type); });
+        const std::vector<std::string> moves =
+            moves_made([&] { run_node(&node, depth, alpha, alpha + 1000, type); });
         EXPECT_EQ(node.rec->in_iid, 0);
         if (moves.size() > legal) {
             EXPECT_NE(node.rec->hash_move, NoMove);
@@ -695,8 +695,8 @@ TEST_F(Search, InternalDeepeningMoveIsSearchedFirst)
 {
     Node node = make_node(pawn_up, last_moving_ply);
     put_entry(node.pos, move_of("d2d3"), 0, 0, BoundUpper);
-    const std::vector<std::string> moves
-        = moves_made([&] { run_node(&node, 6, -1000, 1000, PvNode); });
+    const std::vector<std::string> moves =
+        moves_made([&] { run_node(&node, 6, -1000, 1000, PvNode); });
     const size_t legal = legal_moves(node.pos).size();
     ASSERT_EQ(moves.size(), 2 * legal);
     EXPECT_EQ(moves[0], "d2d3") << "a shallow entry's move leads the deepening";

@@ -14,7 +14,7 @@
 
 static constexpr i32 iteration_depth = 20;
 static constexpr i32 no_score = -10001;
-static constexpr Move any_move = 1;         // of the plies before a node
+static constexpr Move any_move = 1; // of the plies before a node
 static constexpr Move end_of_list = EndOfList;
 
 static void reset_globals()
@@ -32,12 +32,12 @@ static void reset_globals()
 
 void SearchTest::use_records(i32 count)
 {
-    for (i32 i = 0; i < num_threads; i++) {
+    for (i32 i = 0; i < num_threads; ++i) {
         delete load(workers[i]);
         store(workers[i], nullptr);
     }
     num_threads = count;
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         store(workers[i], new_thread_record(i));
         ASSERT_NE(load(workers[i]), nullptr);
     }
@@ -80,11 +80,11 @@ void begin_search(const char* fen)
 {
     set_position(fen);
     // By shares: clear_hash would wait for the threads that several records do not have.
-    for (i32 i = 0; i < num_threads; i++) {
+    for (i32 i = 0; i < num_threads; ++i) {
         clear_hash_share(i);
     }
     hash_age = 0;
-    for (i32 i = 0; i < num_threads; i++) {
+    for (i32 i = 0; i < num_threads; ++i) {
         reset_record(load(workers[i]));
     }
     prepare_search();
@@ -151,8 +151,8 @@ void open_node(Node* node, i32 depth, i32 alpha, i32 beta, NodeType type)
     rec->depth = static_cast<i16>(depth);
     rec->alpha = static_cast<i16>(alpha);
     rec->beta = static_cast<i16>(beta);
-    rec->check_sq = static_cast<u8>(find_checker(
-        pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]));
+    rec->check_sq = static_cast<u8>(
+        find_checker(pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]));
     rec->in_check = rec->check_sq != NoSquare;
     rec->eval = static_cast<i16>(evaluate(node->thread, side, node->ply, rec->in_check, 0));
 }
@@ -160,16 +160,15 @@ void open_node(Node* node, i32 depth, i32 alpha, i32 beta, NodeType type)
 i32 run_moves(Node* node, i32 depth, i32 alpha, i32 beta, NodeType type)
 {
     open_node(node, depth, alpha, beta, type);
-    return search_moves(node->pos, node->side, node->ply, depth, alpha, beta,
-        node->rec->in_check, type, node->pv);
+    return search_moves(
+        node->pos, node->side, node->ply, depth, alpha, beta, node->rec->in_check, type, node->pv);
 }
 
 i32 run_qsearch(Node* node, i32 depth, i32 alpha, i32 beta, i32 eval)
 {
     open_node(node, depth, alpha, beta, CutNode);
     node->rec->eval = static_cast<i16>(eval);
-    return qsearch(
-        node->pos, node->side, node->ply, depth, alpha, beta, CutNode, node->pv);
+    return qsearch(node->pos, node->side, node->ply, depth, alpha, beta, CutNode, node->pv);
 }
 
 u64 node_count()

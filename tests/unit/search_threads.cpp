@@ -31,7 +31,7 @@ struct Records : SearchTest {
     static std::string iterations()
     {
         std::string text;
-        for (i32 d = 1; d < ply_count; d++) {
+        for (i32 d = 1; d < ply_count; ++d) {
             if (nodes_by_depth[d] != 0) {
                 text += (text.empty() ? "" : " ") + std::to_string(d);
             }
@@ -45,7 +45,7 @@ TEST_F(Records, SyncCopiesTheGameAndResetsTheSearch)
     use_records(2);
     Position* pos = set_position(start_position);
     play_moves(pos, "e2e4 e7e5 g1f3");
-    for (i32 i = 0; i < 2; i++) {
+    for (i32 i = 0; i < 2; ++i) {
         SearchThread* thread = load(workers[i]);
         thread->pv[1] = thread->pv[69] = 7;
         thread->completed_depth = thread->seldepth = 5;
@@ -61,7 +61,7 @@ TEST_F(Records, SyncCopiesTheGameAndResetsTheSearch)
     }
     node_limit_total = 0;
     sync_workers();
-    for (i32 i = 0; i < 2; i++) {
+    for (i32 i = 0; i < 2; ++i) {
         SearchThread* thread = load(workers[i]);
         EXPECT_EQ(thread->pos.thread, thread);
         EXPECT_EQ(fen_of(&thread->pos), fen_of(pos));
@@ -72,7 +72,7 @@ TEST_F(Records, SyncCopiesTheGameAndResetsTheSearch)
         EXPECT_EQ(thread->undo[3].move, NoMove);
         EXPECT_EQ(thread->last_move, move_of("g1f3"));
         EXPECT_EQ(thread->ply, 1);
-        for (i32 ply = 0; ply < 2; ply++) {
+        for (i32 ply = 0; ply < 2; ++ply) {
             EXPECT_EQ(thread->ply_rec[ply].list_start, thread->move_store + ply);
             EXPECT_EQ(thread->ply_rec[ply].list_cursor, thread->move_store + ply);
             EXPECT_EQ(thread->ply_rec[ply].list_start->move, EndOfList);
@@ -97,14 +97,14 @@ TEST_F(Records, SyncCopiesTheGameAndResetsTheSearch)
 TEST_F(Records, TotalsAreSummedAnew)
 {
     use_records(3);
-    for (i32 i = 0; i < 3; i++) {
-        for (i32 k = 0; k < CounterCount; k++) {
+    for (i32 i = 0; i < 3; ++i) {
+        for (i32 k = 0; k < CounterCount; ++k) {
             store(load(workers[i])->counters[k], (i + 1) * 100 + k);
         }
     }
     collect_stats();
     collect_stats();
-    for (i32 k = 0; k < CounterCount; k++) {
+    for (i32 k = 0; k < CounterCount; ++k) {
         EXPECT_EQ(total_counters[k], static_cast<u64>(600 + 3 * k));
     }
 }
@@ -214,7 +214,7 @@ TEST_F(Records, SecondaryWorkerShufflesAllMovesButTheFirstInEveryIteration)
     const SearchThread* thread = load(workers[1]);
     const size_t moves = legal_moves(&console_thread->pos).size();
     u32 word = thread->strength_key;
-    for (size_t i = 0; i < 4 * (moves - 1); i++) {
+    for (size_t i = 0; i < 4 * (moves - 1); ++i) {
         word = word * 19375 + 987654321;
     }
     EXPECT_EQ(thread->rand_state, word);
@@ -446,7 +446,7 @@ struct Workers : SearchTest {
 TEST_F(Workers, RecordsArePublishedAndTakenBack)
 {
     start(3);
-    for (i32 i = 0; i < 3; i++) {
+    for (i32 i = 0; i < 3; ++i) {
         const SearchThread* thread = load(workers[i]);
         ASSERT_NE(thread, nullptr);
         EXPECT_EQ(thread->thread_id, i);
@@ -456,7 +456,7 @@ TEST_F(Workers, RecordsArePublishedAndTakenBack)
     EXPECT_EQ(busy_workers(), 0);
     destroy_workers(3);
     EXPECT_EQ(load(stop_code), StopWorkersLeave);
-    for (i32 i = 0; i < 3; i++) {
+    for (i32 i = 0; i < 3; ++i) {
         EXPECT_EQ(load(workers[i]), nullptr);
     }
     num_threads = 0;
@@ -490,15 +490,14 @@ TEST_F(Workers, SeveralWorkersReachTheDepthAndReportTheMoveOfTheFirst)
     EXPECT_EQ(load(stop_code), StopReport);
     EXPECT_EQ(search_result.last_iter_depth, 8);
     EXPECT_EQ(search_result.result_pv[1], load(workers[0])->pv[1]);
-    EXPECT_TRUE(is_legal_text(
-        &console_thread->pos, text_of(search_result.result_pv[1]).c_str()));
+    EXPECT_TRUE(is_legal_text(&console_thread->pos, text_of(search_result.result_pv[1]).c_str()));
     EXPECT_GE(nodes, load(load(workers[0])->counters[CountNodes]));
 }
 
 TEST_F(Workers, WakingReturnsWhenTheGameHasBeenCopied)
 {
     start(2);
-    for (i32 round = 0; round < 20; round++) {
+    for (i32 round = 0; round < 20; ++round) {
         begin_search(start_position);
         store(depth_limit, 4);
         wake_workers();
@@ -531,13 +530,13 @@ TEST_F(Workers, ThreeWorkersClearAllButTheSlotsLeftOverByTheDivision)
     start(3);
     const u32 all = hash_slots + 16;
     ASSERT_EQ(all % 3, 2u);
-    for (u32 i = 0; i < all; i++) {
+    for (u32 i = 0; i < all; ++i) {
         store(hash_table[i].word[1], 1);
     }
     store(hash_written, 1);
     clear_hash();
     EXPECT_EQ(busy_workers(), 0);
-    for (u32 i = 0; i < all; i++) {
+    for (u32 i = 0; i < all; ++i) {
         ASSERT_EQ(load(hash_table[i].word[1]), i < all - 2 ? 0u : 1u) << i;
     }
 }

@@ -203,17 +203,17 @@ TEST_F(ConsoleTest, AStoredMoveThatTheBoardForbidsIsNotRepeated)
 TEST_F(ConsoleTest, LongGamesCanBeTakenBackToTheirOldestMove)
 {
     const char* shuffle[] = { "Nf3", "Nf6", "Ng1", "Ng8" };
-    for (i32 i = 0; i < 1000; i++) {
+    for (i32 i = 0; i < 1000; ++i) {
         ASSERT_NE(say(shuffle[i % 4]), "") << i;
     }
     EXPECT_LT(console_thread->undo_count, 1000);
     const i32 count = console_thread->undo_count;
     EXPECT_EQ(count % 2, 0);
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         ASSERT_NE(say("undo"), "") << i;
     }
     EXPECT_EQ(say("undo"), "");
-    for (i32 i = 0; i < count; i++) {
+    for (i32 i = 0; i < count; ++i) {
         ASSERT_NE(say("]"), "") << i;
     }
     EXPECT_EQ(say("]"), "");
@@ -345,7 +345,7 @@ static void store_line(const std::vector<const char*>& moves)
         store_move(move, 5);
         make_move(pos, move_of(move));
     }
-    for (size_t i = 0; i < moves.size(); i++) {
+    for (size_t i = 0; i < moves.size(); ++i) {
         unmake_move(pos);
     }
 }

@@ -28,7 +28,7 @@ struct ConsoleGameTest : ConsoleTest {
     static std::string game()
     {
         std::string moves;
-        for (i32 i = 0; i < console_thread->undo_count; i++) {
+        for (i32 i = 0; i < console_thread->undo_count; ++i) {
             moves += (i == 0 ? "" : " ") + text_of(console_thread->undo[i].move);
         }
         return moves;
@@ -102,7 +102,7 @@ TEST_F(ConsoleGameTest, SaveAppendsTheGame)
 TEST_F(ConsoleGameTest, SaveBreaksTheLineAfterEachEleventhMove)
 {
     const char* shuffle[] = { "Nf3", "Nf6", "Ng1", "Ng8" };
-    for (i32 i = 0; i < 23; i++) {
+    for (i32 i = 0; i < 23; ++i) {
         say(shuffle[i % 4]);
     }
     say("save");
@@ -169,7 +169,7 @@ TEST_F(ConsoleGameTest, NumbersOutOfRangeMeanTheFirstGame)
         EXPECT_EQ(load_text(three_games, tag), "e2e4 e7e5 g1f3 b8c6") << tag;
     }
     std::string many;
-    for (i32 i = 1; i <= 1001; i++) {
+    for (i32 i = 1; i <= 1001; ++i) {
         many += "[Event \"x\"]\n1. " + std::string(i == 1000 ? "h4" : "a4") + "\n";
     }
     EXPECT_EQ(load_text(many, "1000"), "h2h4");
@@ -329,7 +329,7 @@ TEST_F(ConsoleGameTest, LongLinesAreReadInPiecesOf1022Characters)
 TEST_F(ConsoleGameTest, TextThatWaitsForTheEndOfCommentsIsBounded)
 {
     std::string file = "[Event \"x\"]\n{\n";
-    for (i32 i = 0; i < 3000; i++) {
+    for (i32 i = 0; i < 3000; ++i) {
         file += "} 1. e4 e5 {\n";
     }
     EXPECT_EQ(load_text(file + "}\n").substr(0, 9), "e2e4 e7e5");
@@ -338,9 +338,9 @@ TEST_F(ConsoleGameTest, TextThatWaitsForTheEndOfCommentsIsBounded)
 TEST_F(ConsoleGameTest, BytesOfAnyKindAreReadWithoutHarm)
 {
     u64 state = 5;
-    for (i32 round = 0; round < 50; round++) {
+    for (i32 round = 0; round < 50; ++round) {
         std::string bytes = "[Event \"x\"]\n";
-        for (i32 i = 0; i < 3000; i++) {
+        for (i32 i = 0; i < 3000; ++i) {
             bytes += static_cast<char>(next_random(&state, 256));
         }
         load_text(bytes);
@@ -353,7 +353,7 @@ TEST_F(ConsoleGameTest, BytesOfAnyKindAreReadWithoutHarm)
 TEST_F(ConsoleGameTest, LongGamesAreLoadedToTheirEnd)
 {
     std::string file = "[Event \"x\"]\n";
-    for (i32 i = 0; i < 500; i++) {
+    for (i32 i = 0; i < 500; ++i) {
         file += "Nf3 Nf6 Ng1 Ng8\n";
     }
     load_text(file);
@@ -509,9 +509,9 @@ TEST_F(ConsoleGameTest, WithoutALineFeedTheLastCharacterIsLost)
 TEST_F(ConsoleGameTest, MoreThanSixteenPiecesStayOnTheBoard)
 {
     std::string lines = "#\n";
-    for (char rank = '1'; rank <= '8'; rank++) {
+    for (char rank = '1'; rank <= '8'; ++rank) {
         lines += "w";
-        for (char file = 'a'; file <= 'h'; file++) {
+        for (char file = 'a'; file <= 'h'; ++file) {
             lines += std::string(" Q") + file + rank;
         }
         lines += "\n";
@@ -543,9 +543,9 @@ TEST_F(ConsoleGameTest, RandomLinesKeepTheFieldsInAgreement)
 {
     u64 state = 3;
     const char letters[] = "wb#.PNBRQKpnbrqkx abcdefgh12345678 \n\n";
-    for (i32 round = 0; round < 200; round++) {
+    for (i32 round = 0; round < 200; ++round) {
         std::string lines = "w ";
-        for (i32 i = 0; i < 400; i++) {
+        for (i32 i = 0; i < 400; ++i) {
             lines += letters[next_random(&state, sizeof letters - 1)];
         }
         edit(lines);

@@ -72,7 +72,7 @@ TEST_F(FilesTest, ReasonOfAFailedWriteIsTold)
     fclose(out.file);
     out.file = fopen("/dev/full", "w");
     ASSERT_NE(out.file, nullptr);
-    for (i32 i = 0; i < 100000; i++) {
+    for (i32 i = 0; i < 100000; ++i) {
         fputc('x', out.file);
     }
     errno = 0;

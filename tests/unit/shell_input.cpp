@@ -22,7 +22,7 @@ struct InputTest : ShellTest {
     static std::string polled(i32 times)
     {
         return capture_output([times] {
-            for (i32 i = 0; i < times; i++) {
+            for (i32 i = 0; i < times; ++i) {
                 poll_input();
             }
         });
@@ -144,9 +144,9 @@ TEST_F(InputTest, ManyWaitingCommandsAreKeptInOrderAndNoneIsLost)
 {
     FedInput input;
     std::string wanted;
-    for (i32 round = 0; round < 8; round++) {
+    for (i32 round = 0; round < 8; ++round) {
         std::string line = "uci_unknown";
-        for (i32 i = 0; i < 500; i++) {
+        for (i32 i = 0; i < 500; ++i) {
             line += "@isready";
             wanted += "readyok\n";
         }

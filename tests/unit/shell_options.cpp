@@ -190,7 +190,7 @@ TEST_F(OptionsTest, TextsAreCutToTheirField)
     const struct {
         const char* name;
         char (EngineOptions::*field)[file_option_size];
-        const char* effect;             // printed when the text is not empty
+        const char* effect; // printed when the text is not empty
     } rows[] = {
         { "OwnBook_File", &EngineOptions::own_book_file, "" },
         { "OwnBook2_File", &EngineOptions::own_book2_file, "" },
@@ -373,7 +373,7 @@ TEST_F(OptionsTest, BinaryConfigurationIsHarmless)
 {
     std::string bytes;
     u64 state = 5;
-    for (i32 i = 0; i < 20000; i++) {
+    for (i32 i = 0; i < 20000; ++i) {
         bytes += static_cast<char>(next_random(&state, 256));
     }
     replies(bytes);
@@ -418,8 +418,8 @@ TEST_F(OptionsTest, AFileThatLoadsItselfComesToAnEnd)
 {
     const std::string output = load_config("ConfigFilePath = test.cfg\nContempt = 2\n");
     size_t loads = 0;
-    for (size_t at = 0; (at = output.find("loading", at)) != std::string::npos; at++) {
-        loads++;
+    for (size_t at = 0; (at = output.find("loading", at)) != std::string::npos; ++at) {
+        ++loads;
     }
     EXPECT_EQ(loads, 8u);
     // The next one loads as ever.
@@ -429,13 +429,13 @@ TEST_F(OptionsTest, AFileThatLoadsItselfComesToAnEnd)
 TEST_F(OptionsTest, FilesThatNameEachOtherOnManyLinesComeToAnEnd)
 {
     std::string lines;
-    for (int i = 0; i < 30; i++) {
+    for (int i = 0; i < 30; ++i) {
         lines += "ConfigFilePath = test.cfg\n";
     }
     const std::string output = load_config(lines.c_str());
     size_t loads = 0;
-    for (size_t at = 0; (at = output.find("loading", at)) != std::string::npos; at++) {
-        loads++;
+    for (size_t at = 0; (at = output.find("loading", at)) != std::string::npos; ++at) {
+        ++loads;
     }
     EXPECT_EQ(loads, 64u);
 }

@@ -93,7 +93,7 @@ TEST_F(OutputTest, ASlowReaderGetsEveryByte)
         }
     });
     const std::string line(9000, 'z');
-    for (i32 i = 0; i < 100; i++) {
+    for (i32 i = 0; i < 100; ++i) {
         print_line(line.c_str());
     }
     dup2(kept, STDOUT_FILENO);
@@ -102,7 +102,7 @@ TEST_F(OutputTest, ASlowReaderGetsEveryByte)
     close(ends[0]);
 
     std::string wanted;
-    for (i32 i = 0; i < 100; i++) {
+    for (i32 i = 0; i < 100; ++i) {
         wanted += line + "\n";
     }
     EXPECT_TRUE(received == wanted) << received.size() << " of " << wanted.size() << " bytes";
@@ -112,10 +112,10 @@ TEST_F(OutputTest, LinesOfSeveralThreadsDoNotMix)
 {
     const std::string output = capture_output([] {
         std::vector<std::thread> threads;
-        for (char c = 'a'; c < 'e'; c++) {
+        for (char c = 'a'; c < 'e'; ++c) {
             threads.emplace_back([c] {
                 const std::string line(3000, c);
-                for (i32 i = 0; i < 50; i++) {
+                for (i32 i = 0; i < 50; ++i) {
                     print_line(line.c_str());
                 }
             });
@@ -214,11 +214,11 @@ TEST_F(OutputTest, TheLockLetsOneThreadInAtATime)
     static i32 count;
     count = 0;
     std::vector<std::thread> threads;
-    for (i32 i = 0; i < 4; i++) {
+    for (i32 i = 0; i < 4; ++i) {
         threads.emplace_back([] {
-            for (i32 round = 0; round < 5000; round++) {
+            for (i32 round = 0; round < 5000; ++round) {
                 lock_spin(&lock);
-                count++;
+                ++count;
                 unlock_spin(&lock);
             }
         });

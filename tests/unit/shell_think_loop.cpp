@@ -12,7 +12,7 @@ static const std::string mate_in_one = "position fen 6k1/5ppp/8/8/8/8/8/R5K1 w -
 // Unknown commands for half a second: the loop takes one in a pass of a millisecond.
 static const std::string half_a_second = [] {
     std::string text;
-    for (i32 i = 0; i < 500; i++) {
+    for (i32 i = 0; i < 500; ++i) {
         text += "x@";
     }
     return text + "\n";
@@ -112,7 +112,7 @@ TEST_F(ThinkLoopTest, AHundredQuietHalfMovesAreSearchedAndNoMore)
     store(noise, silent_noise);
     const char* shuffle[] = { " g1f3", " g8f6", " f3g1", " f6g8" };
     std::string position = "position startpos moves";
-    for (i32 i = 0; i < 100; i++) {
+    for (i32 i = 0; i < 100; ++i) {
         position += shuffle[i % 4];
     }
     const std::string search = "go depth 1\n" + half_a_second + "isready\nquit\n";

@@ -170,7 +170,7 @@ TEST_F(TimeControlTest, AllThatASearchWritesIsReset)
 TEST_F(TimeControlTest, HashAgeRunsFromOneToFifteen)
 {
     hash_age = 0;
-    for (i32 age = 1; age <= 15; age++) {
+    for (i32 age = 1; age <= 15; ++age) {
         prepare_search();
         EXPECT_EQ(hash_age, age);
     }

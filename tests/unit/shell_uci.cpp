@@ -178,7 +178,7 @@ TEST_F(UciTest, PromotionLettersAreRead)
 TEST_F(UciTest, AGameLongerThanTheStackKeepsItsEnd)
 {
     std::string line = "position startpos moves";
-    for (i32 i = 0; i < 2500; i++) {
+    for (i32 i = 0; i < 2500; ++i) {
         line += " g1f3 g8f6 f3g1 f6g8";
     }
     say(line + " e2e4");
@@ -238,7 +238,7 @@ TEST_F(UciTest, GoNodesVariesTheLimitByFourPerCent)
 {
     i64 lowest = 1000000;
     i64 highest = 0;
-    for (i32 i = 0; i < 300; i++) {
+    for (i32 i = 0; i < 300; ++i) {
         say("go nodes 100000");
         lowest = std::min(lowest, node_limit_total);
         highest = std::max(highest, node_limit_total);
@@ -296,7 +296,7 @@ TEST_F(UciTest, WordsAtTheEndOfTheLineHaveNoValue)
 
 TEST_F(UciTest, PonderhitActsOnlyOnAPonderingSearch)
 {
-    for (i32 state = 0; state <= 4; state++) {
+    for (i32 state = 0; state <= 4; ++state) {
         store(engine_state, state);
         say("ponderhit");
         EXPECT_EQ(load(engine_state), state == EnginePondering ? EngineThinking : state);
@@ -305,7 +305,7 @@ TEST_F(UciTest, PonderhitActsOnlyOnAPonderingSearch)
 
 TEST_F(UciTest, StopAsksForAReportUnlessIdle)
 {
-    for (i32 state = 0; state <= 4; state++) {
+    for (i32 state = 0; state <= 4; ++state) {
         store(engine_state, state);
         store(stop_code, StopNone);
         say("stop");
@@ -364,10 +364,10 @@ TEST_F(UciTest, AnyBytesAreHarmless)
         "wtime", "setoption", "name", "value", "Contempt", "MultiPV", "e2e4", "a7a8q", "stop",
         "ponder", "k7/8/8/8/8/8/8/K7", "w", "-", "isready", "ucinewgame", "\xff\x80", "  " };
     u64 state = 17;
-    for (i32 i = 0; i < 3000; i++) {
+    for (i32 i = 0; i < 3000; ++i) {
         std::string line;
         const u32 count = next_random(&state, 9);
-        for (u32 k = 0; k < count; k++) {
+        for (u32 k = 0; k < count; ++k) {
             line += words[next_random(&state, std::size(words))];
             line +=
                 next_random(&state, 4) == 0 ? static_cast<char>(1 + next_random(&state, 255)) : ' ';

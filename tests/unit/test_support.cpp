@@ -22,8 +22,9 @@ static void fail_setup(const std::string& reason)
 
 SearchThread* test_thread()
 {
-    if (console_thread != nullptr)
+    if (console_thread != nullptr) {
         return console_thread;
+    }
     init_tables();
     init_zobrist();
     init_run_state();
@@ -31,8 +32,9 @@ SearchThread* test_thread()
     engine_options = saved_options;
     publish_options();
     SearchThread* thread = new_thread_record(-1);
-    if (thread == nullptr)
+    if (thread == nullptr) {
         fail_setup("no memory");
+    }
     console_thread = thread;
     init_eval_params(0);
     set_search_params();
@@ -61,9 +63,10 @@ std::string fen_of(const Position* pos)
 
 i32 square_of(const char* name)
 {
-    for (i32 square = 0; square < 64; square++) {
-        if (strncmp(name, square_name[square], 2) == 0)
+    for (i32 square = 0; square < 64; ++square) {
+        if (strncmp(name, square_name[square], 2) == 0) {
             return square;
+        }
     }
     fail_setup(std::string("no square: ") + name);
     return NoSquare;
@@ -73,15 +76,17 @@ u64 squares_of(const char* names)
 {
     std::istringstream words(names);
     u64 set = 0;
-    for (std::string word; words >> word;)
+    for (std::string word; words >> word;) {
         set |= bit(square_of(word.c_str()));
+    }
     return set;
 }
 
 Move move_of(const std::string& text)
 {
-    if (text.size() < 4)
+    if (text.size() < 4) {
         fail_setup("no move: " + text);
+    }
     const i32 from = square_of(text.c_str());
     const i32 to = square_of(text.c_str() + 2);
     Move flag = 0;
@@ -117,8 +122,9 @@ std::string text_of(Move move)
 void play_moves(Position* pos, const char* moves)
 {
     std::istringstream words(moves);
-    for (std::string word; words >> word;)
+    for (std::string word; words >> word;) {
         make_move(pos, move_of(word));
+    }
 }
 
 std::vector<Move> legal_moves(Position* pos)
@@ -128,9 +134,10 @@ std::vector<Move> legal_moves(Position* pos)
     end = gen_promotions(pos, pos->stm, 1, end);
     end = gen_quiets(pos, pos->stm, end, NoSquare);
     std::vector<Move> moves;
-    for (const MoveEntry* entry = list; entry < end; entry++) {
-        if (is_legal_move(pos, pos->stm, entry->move))
+    for (const MoveEntry* entry = list; entry < end; ++entry) {
+        if (is_legal_move(pos, pos->stm, entry->move)) {
             moves.push_back(entry->move);
+        }
     }
     return moves;
 }
@@ -138,8 +145,9 @@ std::vector<Move> legal_moves(Position* pos)
 bool is_legal_text(Position* pos, const char* move)
 {
     for (const Move legal : legal_moves(pos)) {
-        if (legal == move_of(move))
+        if (legal == move_of(move)) {
             return true;
+        }
     }
     return false;
 }
@@ -147,16 +155,18 @@ bool is_legal_text(Position* pos, const char* move)
 std::vector<MoveEntry> entries_of(const MoveEntry* list)
 {
     std::vector<MoveEntry> entries;
-    for (; list->move != EndOfList; list++)
+    for (; list->move != EndOfList; ++list) {
         entries.push_back(*list);
+    }
     return entries;
 }
 
 std::string texts_of(const MoveEntry* list)
 {
     std::string texts;
-    for (const MoveEntry& entry : entries_of(list))
+    for (const MoveEntry& entry : entries_of(list)) {
         texts += (texts.empty() ? "" : " ") + text_of(entry.move);
+    }
     return texts;
 }
 
@@ -166,8 +176,9 @@ static std::string capture(int descriptor, FILE* stream, const std::function<voi
     fflush(stream);
     FILE* file = tmpfile();
     const int kept = dup(descriptor);
-    if (file == nullptr || kept < 0 || dup2(fileno(file), descriptor) < 0)
+    if (file == nullptr || kept < 0 || dup2(fileno(file), descriptor) < 0) {
         fail_setup("cannot redirect an output");
+    }
     run();
     fflush(stream);
     dup2(kept, descriptor);
@@ -176,8 +187,9 @@ static std::string capture(int descriptor, FILE* stream, const std::function<voi
     std::string text;
     char buffer[4096];
     rewind(file);
-    for (size_t count; (count = fread(buffer, 1, sizeof buffer, file)) > 0;)
+    for (size_t count; (count = fread(buffer, 1, sizeof buffer, file)) > 0;) {
         text.append(buffer, count);
+    }
     fclose(file);
     return text;
 }
@@ -200,12 +212,14 @@ std::string data_path(const char* file)
 std::vector<std::string> read_lines(const char* file)
 {
     std::ifstream input(data_path(file));
-    if (!input)
+    if (!input) {
         fail_setup("cannot read " + data_path(file));
+    }
     std::vector<std::string> lines;
     for (std::string line; std::getline(input, line);) {
-        if (!line.empty() && line[0] != '#')
+        if (!line.empty() && line[0] != '#') {
             lines.push_back(line);
+        }
     }
     return lines;
 }
@@ -216,10 +230,11 @@ std::vector<std::vector<std::string>> read_tsv(const char* file)
     for (const std::string& line : read_lines(file)) {
         std::vector<std::string> cells(1);
         for (const char c : line) {
-            if (c == '\t')
+            if (c == '\t') {
                 cells.emplace_back();
-            else
+            } else {
                 cells.back() += c;
+            }
         }
         rows.push_back(cells);
     }
@@ -234,10 +249,11 @@ u32 next_random(u64* state, u32 limit)
 
 i32 play_random_moves(Position* pos, u64* state, i32 plies)
 {
-    for (i32 ply = 0; ply < plies; ply++) {
+    for (i32 ply = 0; ply < plies; ++ply) {
         const std::vector<Move> moves = legal_moves(pos);
-        if (moves.empty())
+        if (moves.empty()) {
             return ply;
+        }
         make_move(pos, moves[next_random(state, static_cast<u32>(moves.size()))]);
     }
     return plies;

@@ -47,7 +47,7 @@ struct EpdRunnerTest : ToolTest {
     {
         std::istringstream lines(text);
         std::string line;
-        for (i32 i = 0; i <= index; i++) {
+        for (i32 i = 0; i <= index; ++i) {
             std::getline(lines, line);
         }
         return line;
@@ -207,9 +207,9 @@ TEST_F(EpdRunnerTest, MatedAndStalematedSidesAreCountedWithoutAMove)
 TEST_F(EpdRunnerTest, BinaryFileEndsSafely)
 {
     u64 state = 5;
-    for (i32 round = 0; round < 50; round++) {
+    for (i32 round = 0; round < 50; ++round) {
         std::string bytes;
-        for (u32 size = next_random(&state, 5000); size > 0; size--) {
+        for (u32 size = next_random(&state, 5000); size > 0; --size) {
             bytes += static_cast<char>(next_random(&state, 256));
         }
         EXPECT_TRUE(contains(run(bytes).out, " correct best moves\n"));
@@ -220,7 +220,7 @@ TEST_F(EpdRunnerTest, UnclosedQuotesAndOperationsEndSafely)
 {
     const std::string line =
         std::string(mate) + " bm \"Rd8; am \"Kb1; c0 \"Rd8=5, id \"x; ce 12; c9";
-    for (size_t size = 0; size <= line.size(); size++) {
+    for (size_t size = 0; size <= line.size(); ++size) {
         EXPECT_TRUE(contains(run(line.substr(0, size)).out, " correct best moves\n"));
     }
     EXPECT_EQ(line_of(run(line).out, 1), "1 / 1 correct best moves");
@@ -402,7 +402,7 @@ TEST_F(EpdRunnerTest, TableAddsUpThePositions)
     EXPECT_TRUE(contains(out, "\npos= 2\n" + second + "\n"));
     f64 nodes = 0;
     i32 moves = 0;
-    for (size_t at = 0; (at = out.find("\nmove= ", at)) != std::string::npos; at++) {
+    for (size_t at = 0; (at = out.find("\nmove= ", at)) != std::string::npos; ++at) {
         f64 seconds = 0;
         f64 own_nodes = 0;
         f64 rate = 0;
@@ -416,7 +416,7 @@ TEST_F(EpdRunnerTest, TableAddsUpThePositions)
         EXPECT_GE(rate, floor(0.001 * own_nodes / (seconds + 0.0015)));
         EXPECT_LE(rate, ceil(0.001 * own_nodes / (seconds + 0.0005)));
         nodes += own_nodes;
-        moves++;
+        ++moves;
     }
     EXPECT_EQ(moves, 2);
     EXPECT_GT(load(elapsed), 0.0);

@@ -65,7 +65,7 @@ struct PgnScanTest : ToolTest {
         u32 pawn_moves = 0;
         bool white_out = false;
         bool black_out = false;
-        for (i32 i = 0; i < plies; i++) {
+        for (i32 i = 0; i < plies; ++i) {
             const char* move;
             if (i % 20 == 0 && pawn_moves < std::size(pawns)) {
                 move = pawns[pawn_moves++];
@@ -93,7 +93,7 @@ TEST_F(PgnScanTest, FilesGiveTheirExpectedOutput)
             return;
         }
         EXPECT_EQ(read_file((folder_of_games / expected).c_str()), found) << expected;
-        compared++;
+        ++compared;
     };
     for (const auto& file : std::filesystem::directory_iterator(folder_of_games)) {
         const std::string name = file.path().filename();
@@ -101,7 +101,7 @@ TEST_F(PgnScanTest, FilesGiveTheirExpectedOutput)
         if (name != stem + ".pgn") {
             continue;
         }
-        for (i32 form = 1; form <= 4; form++) {
+        for (i32 form = 1; form <= 4; ++form) {
             const ToolRun run = scan_file(form, file.path().c_str());
             const std::string base = stem + ".form" + std::to_string(form);
             compare(base + ".out", run.out);
@@ -127,7 +127,7 @@ TEST_F(PgnScanTest, FormOneCountsTheLinesOfTheSecondFile)
 TEST_F(PgnScanTest, CarriageReturnsChangeNothing)
 {
     std::string games = read_file(data_path("scan/wrapped.pgn").c_str());
-    for (i32 form = 1; form <= 4; form++) {
+    for (i32 form = 1; form <= 4; ++form) {
         std::string with_returns = games;
         for (size_t at = 0; (at = with_returns.find('\n', at)) != std::string::npos; at += 2) {
             with_returns.insert(at, "\r");
@@ -149,7 +149,7 @@ TEST_F(PgnScanTest, ByteOrderMarkChangesNothing)
 
 TEST_F(PgnScanTest, EmptyFileGivesOneLineFeed)
 {
-    for (i32 form = 1; form <= 4; form++) {
+    for (i32 form = 1; form <= 4; ++form) {
         EXPECT_EQ(scan(form, "").out, "games= 0, positions= 0\n");
         EXPECT_EQ(read_file(form == 1 ? "tmp.pgn" : "tmp.epd"), "\n");
         EXPECT_EQ(read_file("tmpX.epd"), "");
@@ -435,7 +435,7 @@ TEST_F(PgnScanTest, FormTwoTakesTheMiddleOfAGame)
     i32 count = 0;
     std::string first;
     std::string last;
-    for (std::string line; std::getline(lines, line) && !line.empty(); count++) {
+    for (std::string line; std::getline(lines, line) && !line.empty(); ++count) {
         first = first.empty() ? line : first;
         last = line;
     }
@@ -500,7 +500,7 @@ TEST_F(PgnScanTest, FormFourGivesTheResultForTheSideToMove)
     const std::string drawn = read_file(data_path("scan/rook-ending.pgn").c_str());
     const auto with_result = [&](const std::string& result) {
         std::string games = drawn;
-        for (size_t at = 0; (at = games.find("[Result ", at)) != std::string::npos; at++) {
+        for (size_t at = 0; (at = games.find("[Result ", at)) != std::string::npos; ++at) {
             games.replace(at, games.find('\n', at) - at, "[Result \"" + result + "\"]");
         }
         EXPECT_EQ(scan(4, games).out, "games= 3, positions= 63\n");
@@ -526,7 +526,7 @@ TEST_F(PgnScanTest, BlunderNeedsThreeRepliesThatGainAndStayUp)
     const auto annotated = [](i32 before, i32 reply, i32 second, i32 fourth, i32 plies) {
         const char* const knights[] = { "Nf3", "Nf6", "Ng1", "Ng8" };
         std::string moves;
-        for (i32 i = 0; i < plies; i++) {
+        for (i32 i = 0; i < plies; ++i) {
             const i32 eval = i == 12 ? before
                 : i == 14            ? reply
                 : i == 16            ? second
@@ -557,7 +557,7 @@ TEST_F(PgnScanTest, EarlyMoveIsNoBlunder)
     const auto blunders = [](i32 index) {
         const char* const knights[] = { "Nf3", "Nf6", "Ng1", "Ng8" };
         std::string moves;
-        for (i32 i = 0; i < 30; i++) {
+        for (i32 i = 0; i < 30; ++i) {
             const bool gains = i > index && i % 2 != index % 2;
             moves += std::string(knights[i % 4]) + (gains ? " {+2.00/1}\n" : " {0.00/1}\n");
         }
@@ -574,7 +574,7 @@ TEST_F(PgnScanTest, BlunderWithoutAReadableReplyIsNotRefutedByTheNextGame)
 {
     const char* const knights[] = { "Nf3", "Nf6", "Ng1", "Ng8" };
     std::string moves;
-    for (i32 i = 0; i < 30; i++) {
+    for (i32 i = 0; i < 30; ++i) {
         moves += std::string(i == 14 ? "xx" : knights[i % 4])
             + (i > 13 && i % 2 == 0 ? " {+2.00/1}\n" : " {0.00/1}\n");
     }
@@ -721,9 +721,9 @@ TEST_F(PgnScanTest, ControlCharactersOfAMoveDoNotReachTheTerminal)
 TEST_F(PgnScanTest, RandomBytesEndSafely)
 {
     u64 state = 99;
-    for (i32 round = 0; round < 100; round++) {
+    for (i32 round = 0; round < 100; ++round) {
         std::string bytes = "[Event \"t\"]\n";
-        for (u32 size = next_random(&state, 4000); size > 0; size--) {
+        for (u32 size = next_random(&state, 4000); size > 0; --size) {
             bytes += static_cast<char>(next_random(&state, 256));
         }
         EXPECT_TRUE(contains(scan(1 + round % 4, bytes).out, "games= "));

@@ -66,7 +66,7 @@ struct ToolTest : ShellTest {
     static std::string repeat(i32 count, const std::string& text)
     {
         std::string all;
-        for (i32 i = 0; i < count; i++) {
+        for (i32 i = 0; i < count; ++i) {
             all += text;
         }
         return all;

@@ -27,8 +27,8 @@ struct TrainEpd : ShellTest {
 
 static const std::string start = start_position;
 static const std::string refused = "4k3/8/8/8/8/8/8/4K3 w K - ce 1; gr 0.5;\n";
-static const std::string refused_output
-    = "Illegal EPD - \n4k3/8/8/8/8/8/8/4K3 w K - ce 1; gr 0.5;\n\ndone.\n";
+static const std::string refused_output =
+    "Illegal EPD - \n4k3/8/8/8/8/8/8/4K3 w K - ce 1; gr 0.5;\n\ndone.\n";
 
 static std::string head_of(const std::string& text, const std::string& name = "t.epd")
 {
@@ -109,10 +109,10 @@ TEST_F(TrainEpd, EachFormOfTheResultGivesItsTarget)
 
 TEST_F(TrainEpd, ScoresOutOfRangeAndBoardsOfNoUseAreSkipped)
 {
-    train(start + " ce 5001; gr 0.5;\n" + start + " ce -5001; gr 0.5;\n"
-            + start + " ce 99999999999999999999; gr 0.5;\n"
-            + "8/8/8/8/8/8/8/4K3 w - - ce 1; gr 0.5;\n"
-            + "nonsense\n\n" + std::string(1000, 'x') + "\n" + refused, 1, 10);
+    train(start + " ce 5001; gr 0.5;\n" + start + " ce -5001; gr 0.5;\n" + start
+            + " ce 99999999999999999999; gr 0.5;\n" + "8/8/8/8/8/8/8/4K3 w - - ce 1; gr 0.5;\n"
+            + "nonsense\n\n" + std::string(1000, 'x') + "\n" + refused,
+        1, 10);
     EXPECT_EQ(samples, 0);
 }
 
@@ -122,8 +122,8 @@ TEST_F(TrainEpd, PassesAreReportedUntilTheLimit)
     const std::string text = line + "; comment\n" + line;
     char average[40];
     snprintf(average, sizeof average, "avg err= %0.5f\n", expected_error(start, 0.95));
-    EXPECT_EQ(train(text, 1, 5), head_of(text) + average
-            + "pass = 2, rewinding EPD file\n" + average
+    EXPECT_EQ(train(text, 1, 5),
+        head_of(text) + average + "pass = 2, rewinding EPD file\n" + average
             + "pass = 3, rewinding EPD file\n\ndone.\n");
     EXPECT_EQ(samples, 5);
 }
@@ -139,8 +139,8 @@ TEST_F(TrainEpd, QuitAndTheEndOfInputEndItBetweenPasses)
     const std::string text = start + " ce 0; gr 1.0;\n";
     store(uci_mode, 0);
     input.feed("quit\n");
-    const std::string once = head_of(text)
-        + "avg err= 0.00000\npass = 2, rewinding EPD file\n\ndone.\n";
+    const std::string once =
+        head_of(text) + "avg err= 0.00000\npass = 2, rewinding EPD file\n\ndone.\n";
     EXPECT_EQ(train(text, 5, 10), once);
     EXPECT_EQ(quit_flag, 1);
     quit_flag = 0;
@@ -210,7 +210,7 @@ TEST_F(TrainEpd, TheWeightsFileHoldsTheTableAsItStood)
 
 TEST_F(TrainEpd, AWeightsFileThatCannotBeWrittenLeavesTheOldOne)
 {
-    signal(SIGXFSZ, SIG_IGN);       // as main has it
+    signal(SIGXFSZ, SIG_IGN); // as main has it
     write_file("params.txt", "an old file");
     rlimit old;
     getrlimit(RLIMIT_FSIZE, &old);
@@ -220,8 +220,8 @@ TEST_F(TrainEpd, AWeightsFileThatCannotBeWrittenLeavesTheOldOne)
     testing::internal::CaptureStderr();
     write_weights();
     setrlimit(RLIMIT_FSIZE, &old);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-        "params.txt: cannot be written: File too large\n");
+    EXPECT_EQ(
+        testing::internal::GetCapturedStderr(), "params.txt: cannot be written: File too large\n");
     EXPECT_EQ(exit_status, 1);
     EXPECT_EQ(read_file("params.txt"), "an old file");
     EXPECT_EQ(access("params.part", F_OK), -1);
@@ -256,7 +256,7 @@ TEST_F(ConsoleTune, NamesAreListedAndTheFileIsWalked)
     EXPECT_EQ(tune_count, 2);
     EXPECT_STREQ(tune_list[1], "PST_K");
     EXPECT_STREQ(epd_file, "tune.epd");
-    EXPECT_EQ(eval_params[mtl_pawn].frozen, 0);     // not before the next rebuild
+    EXPECT_EQ(eval_params[mtl_pawn].frozen, 0); // not before the next rebuild
     init_eval_params(0);
     EXPECT_EQ(eval_params[mtl_pawn].frozen, 1);
     EXPECT_EQ(eval_params[stm_bonus].frozen, 0);

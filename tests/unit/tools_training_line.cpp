@@ -25,7 +25,7 @@ TEST(TrainingLine, GrIsFromTheViewOfTheSideToMove)
         EXPECT_EQ(result_of("p w - - gr 0.25", side), 0.25);
         EXPECT_EQ(result_of("p w - - gr ;", side), 0.0);
     }
-    EXPECT_EQ(result_of("p w - - gr 0.2500000000000001;"), 0.25);   // fifteen characters count
+    EXPECT_EQ(result_of("p w - - gr 0.2500000000000001;"), 0.25); // fifteen characters count
     EXPECT_EQ(result_of("p w - - ce 3;"), no_result);
     EXPECT_EQ(result_of("p w - -gr 1;"), no_result);
 }

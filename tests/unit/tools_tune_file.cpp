@@ -162,8 +162,7 @@ TEST_F(TuneFileTest, CommandsTypedMeanwhileDoNotChangeTheLimits)
     EXPECT_EQ(load(depth_limit), 0);
     EXPECT_EQ(load(tc_moves), 1);
     EXPECT_EQ(tc_seconds, seconds);
-    EXPECT_EQ(read_file("tune_new.epd"),
-        repeat(300, std::string(quiet) + " ce 17; gr 0.5;\n"));
+    EXPECT_EQ(read_file("tune_new.epd"), repeat(300, std::string(quiet) + " ce 17; gr 0.5;\n"));
 }
 
 TEST_F(TuneFileTest, CommandThatSetsUpAPositionDoesNotChangeTheLines)
@@ -217,9 +216,9 @@ TEST_F(TuneFileTest, RestOfALongLineIsLeftOut)
 TEST_F(TuneFileTest, RandomBytesEndSafely)
 {
     u64 state = 17;
-    for (i32 round = 0; round < 50; round++) {
+    for (i32 round = 0; round < 50; ++round) {
         std::string bytes = std::string(quiet) + " ce 17; gr 0.5;";
-        for (u32 count = next_random(&state, 20); count > 0; count--) {
+        for (u32 count = next_random(&state, 20); count > 0; --count) {
             bytes[next_random(&state, static_cast<u32>(bytes.size()))] =
                 static_cast<char>(next_random(&state, 256));
         }

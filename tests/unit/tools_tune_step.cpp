@@ -86,8 +86,8 @@ TEST_F(TuneStep, MovesWeightsAgainstTheErrorByPhase)
 
     // Black is to move, and weights work from white's view.
     const f32 error = -(sigmoid(static_cast<f32>(value)) - target);
-    const f32 mg_error
-        = static_cast<f32>((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
+    const f32 mg_error =
+        static_cast<f32>((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
     const f64 mg = 29.0 - static_cast<f64>(-1.5f * rate * mg_error);
     const f64 eg = 54.0 - static_cast<f64>(-1.5f * rate * (phase * error));
     EXPECT_EQ(eval_params[bishop_pair].mg, mg);
@@ -117,8 +117,8 @@ TEST_F(TuneStep, TheProductsOfAStepAreFloatsButOne)
         const f32 phase = console_thread->eval_work.phase;
         eval_params[bishop_pair].coef = coef;
         tune_step(pos, target, rate);
-        const f32 mg_error
-            = static_cast<f32>((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
+        const f32 mg_error =
+            static_cast<f32>((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
         const f32 mg_step = (coef * rate) * mg_error;
         const f32 eg_step = (coef * rate) * (phase * error);
         EXPECT_EQ(eval_params[bishop_pair].mg, 29.0 - static_cast<f64>(mg_step));
@@ -193,7 +193,7 @@ TEST_F(TuneStep, ALineWithoutMovesIsLost)
     const char mated[] = "7k/6Q1/6K1/8/8/8/8/8 b - -";
     const char stalemated[] = "7k/5Q2/6K1/8/8/8/8/8 b - -";
     EXPECT_EQ(tune_sample(set_position(mated), 1, 1, 1.0f), -9999);
-    EXPECT_EQ(samples, 0);          // in check nothing is evaluated
+    EXPECT_EQ(samples, 0); // in check nothing is evaluated
     EXPECT_EQ(tune_sample(set_position(mated), 1, 0, 1.0f), 0);
     EXPECT_EQ(tune_sample(set_position(stalemated), 1, 1, 1.0f), -9999);
     EXPECT_EQ(samples, 1);
