@@ -82,7 +82,7 @@ fuzz:
 	scripts/run_fuzzers $(FUZZ_SECONDS)
 
 format:
-	clang-format -i Source/*/*.cpp Source/*/*.h tests/*/*.cpp tests/*/*.h fuzz/*.cpp fuzz/*.h \
+	clang-format -i $(shell git ls-files "Source/*.cpp" "Source/*.h") tests/*/*.cpp tests/*/*.h fuzz/*.cpp fuzz/*.h \
 		bench/*.cpp
 
 clean:

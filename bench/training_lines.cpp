@@ -10,7 +10,7 @@
 #include "board/tables.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 #include "tools/training_line.h"
 

@@ -15,7 +15,7 @@
 #include "shell/engine_options.h"
 #include "shell/input.h"
 #include "shell/run_state.h"
-#include "shell/time_control.h"
+#include "search/clock.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

@@ -8,7 +8,7 @@
 #include "board/position.h"
 #include "fuzz_support.h"
 #include "shell/input.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 #include "tools/tools.h"
 

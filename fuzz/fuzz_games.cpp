@@ -5,7 +5,7 @@
 
 #include "book/polyglot.h"
 #include "fuzz_support.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);

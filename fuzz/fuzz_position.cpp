@@ -8,7 +8,7 @@
 #include "fuzz_support.h"
 #include "search/search.h"
 #include "shell/run_state.h"
-#include "shell/time_control.h"
+#include "search/clock.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

@@ -10,7 +10,7 @@
 #include "fuzz_support.h"
 #include "shell/run_state.h"
 #include "tools/tools.h"
-#include "tools/training_gather.h"
+#include "tools/trainer/training_gather.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "board/tables.h"
-#include "search/trace.h"
+#include "board/trace.h"
 #include "shell/run_state.h"
 
 // Castling rights that die when a piece leaves or reaches a square: both of a side with its king's

@@ -7,7 +7,7 @@
 
 #include "board/moves.h"
 #include "board/tables.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 static constexpr char piece_letters[] = " PNBRQK";

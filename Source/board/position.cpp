@@ -10,7 +10,7 @@
 
 #include "board/moves.h"
 #include "board/tables.h"
-#include "shell/output.h"
+#include "base/output.h"
 
 constinit SearchThread* console_thread = nullptr;
 constinit Shared<SearchThread*> workers[max_workers] {};

@@ -2,7 +2,7 @@
 // Every table is written once, before the first worker exists, and only read from then on.
 #include "board/tables.h"
 
-#include "shell/output.h"
+#include "base/output.h"
 
 u64 pawn_attacks[2][64];
 u64 knight_attacks[64];

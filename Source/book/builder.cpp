@@ -10,8 +10,8 @@
 #include "board/moves.h"
 #include "board/notation.h"
 #include "book/polyglot.h"
-#include "shell/files.h"
-#include "shell/output.h"
+#include "base/files.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 static constexpr char book_name[] = "tmp_book.bin";

@@ -7,7 +7,7 @@
 #include "board/moves.h"
 #include "book/polyglot.h"
 #include "shell/engine_options.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 static constexpr i64 record_size = sizeof(BookEntry);

@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "eval/terms.h"
-#include "shell/output.h"
+#include "base/output.h"
 
 // A row shows what the score gained between two points of the evaluation; a group of pieces is
 // shown without its material, which has a column of its own.

@@ -10,8 +10,8 @@
 
 #include "board/position.h"
 #include "eval/pst_defaults.h"
-#include "shell/files.h"
-#include "shell/output.h"
+#include "base/files.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 constinit EvalParam eval_params[weight_count] = {};

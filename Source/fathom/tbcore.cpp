@@ -12,7 +12,7 @@
 #include "fathom/tbfile.h"
 #include "fathom/tbmoves.h"
 #include "fathom/tbtable.h"
-#include "shell/output.h"
+#include "base/output.h"
 
 static constexpr i32 TBMAX_PIECE = 254;
 static constexpr i32 TBMAX_PAWN = 256;

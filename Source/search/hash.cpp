@@ -12,7 +12,7 @@
 #include "board/tables.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 HashSlot* hash_table;

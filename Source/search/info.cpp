@@ -9,7 +9,7 @@
 #include "search/hash.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 static constexpr i32 line_size = 512;

@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "shell/engine_options.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 i16 BP_margin;

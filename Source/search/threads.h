@@ -2,7 +2,7 @@
 #pragma once
 
 #include "board/position.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 extern SpinLock info_lock;               // building of a search line and the shared totals

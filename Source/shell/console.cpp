@@ -19,11 +19,11 @@
 #include "shell/console_game.h"
 #include "shell/engine_options.h"
 #include "shell/input.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/text_values.h"
+#include "base/text.h"
 #include "shell/think_loop.h"
-#include "shell/time_control.h"
+#include "search/clock.h"
 #include "tools/tools.h"
 
 static constexpr i32 most_words = 10;

@@ -11,10 +11,10 @@
 #include "board/moves.h"
 #include "board/notation.h"
 #include "shell/input.h"
-#include "shell/files.h"
-#include "shell/output.h"
+#include "base/files.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/text_values.h"
+#include "base/text.h"
 
 // ---- Walking through the game
 

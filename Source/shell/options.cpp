@@ -11,9 +11,9 @@
 #include "search/hash.h"
 #include "search/threads.h"
 #include "shell/input.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/text_values.h"
+#include "base/text.h"
 #include "shell/think_loop.h"
 
 static constexpr i32 lowest_scale = 20; // per cent

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <sys/select.h>
 
-#include "shell/output.h"
+#include "base/output.h"
 
 static constexpr f64 start_seconds_per_move = 5.0;
 static constexpr f64 start_target_time = 1.0;

@@ -5,9 +5,9 @@
 #include "eval/evaluate.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/time_control.h"
+#include "search/clock.h"
 
 static constexpr f64 calibration_seconds = 0.3;
 static constexpr f64 search_speed_factor = 1.17; // a search's nodes for one of calibration

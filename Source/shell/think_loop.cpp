@@ -16,9 +16,9 @@
 #include "shell/console.h"
 #include "shell/engine_options.h"
 #include "shell/input.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/time_control.h"
+#include "search/clock.h"
 #include "shell/uci.h"
 
 static constexpr i32 pass_microseconds = 1000;

@@ -13,9 +13,9 @@
 #include "search/params.h"
 #include "search/threads.h"
 #include "shell/options.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/text_values.h"
+#include "base/text.h"
 #include "shell/think_loop.h"
 
 static constexpr i32 word_size = 128;

@@ -6,11 +6,11 @@
 #include "search/hash.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 #include "shell/think_loop.h"
-#include "shell/time_control.h"
-#include "tools/tool_search.h"
+#include "search/clock.h"
+#include "tools/search_setup.h"
 
 static constexpr f64 seconds_per_position = 99.0;
 static constexpr i32 deepest_told_limit = 40; // a limit above it means that none was given

@@ -6,9 +6,9 @@
 #include "board/position.h"
 #include "shell/engine_options.h"
 #include "shell/options.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/text_values.h"
+#include "base/text.h"
 #include "tools/pgn_forms.h"
 #include "tools/tools.h"
 

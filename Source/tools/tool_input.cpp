@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 static constexpr i32 shown_refusals = 100; // the others are only counted

@@ -2,7 +2,7 @@
 // output files that end with a message if they cannot be had.
 #pragma once
 
-#include "shell/files.h"
+#include "base/files.h"
 
 // The progress of a long run, shown on standard error if that is a terminal.
 struct Progress {

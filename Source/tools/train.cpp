@@ -11,7 +11,7 @@
 #include "eval/weights.h"
 #include "shell/engine_options.h"
 #include "shell/input.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 #include "shell/think_loop.h"
 #include "tools/tool_input.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "shell/output.h"
+#include "base/output.h"
 
 static constexpr size_t longest_number = 15; // characters of gr
 

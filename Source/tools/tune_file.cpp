@@ -7,13 +7,13 @@
 #include "board/position.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/text_values.h"
+#include "base/text.h"
 #include "shell/think_loop.h"
-#include "shell/time_control.h"
+#include "search/clock.h"
 #include "tools/tool_input.h"
-#include "tools/tool_search.h"
+#include "tools/search_setup.h"
 #include "tools/tools.h"
 
 static constexpr i32 line_size = 255; // of a line, with its NUL

@@ -14,7 +14,7 @@
 #include "eval/evaluate.h"
 #include "shell/run_state.h"
 #include "test_support.h"
-#include "tools/training_data.h"
+#include "tools/trainer/training_data.h"
 
 static const std::string start = start_position;
 static const std::string black = "r1bqkbnr/pppp1ppp/2n5/4p3/2B1P3/5N2/PPPP1PPP/RNBQK2R b KQkq -";

@@ -9,8 +9,8 @@
 
 #include "eval/evaluate.h"
 #include "eval/weights.h"
-#include "search/trace.h"
-#include "shell/time_control.h"
+#include "board/trace.h"
+#include "search/clock.h"
 
 static constexpr i32 iteration_depth = 20;
 static constexpr i32 no_score = -10001;

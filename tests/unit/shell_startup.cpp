@@ -1,7 +1,7 @@
 // Calibration.
 #include "shell/startup.h"
 
-#include "shell/time_control.h"
+#include "search/clock.h"
 #include "shell_test_support.h"
 
 struct StartupTest : ShellTest {

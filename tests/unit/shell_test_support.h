@@ -19,7 +19,7 @@
 #include "shell/console.h"
 #include "shell/engine_options.h"
 #include "shell/input.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/options.h"
 #include "shell/run_state.h"
 #include "test_support.h"

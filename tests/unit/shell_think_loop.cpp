@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "shell/time_control.h"
+#include "search/clock.h"
 #include "shell_test_support.h"
 
 static const std::string mate_in_one = "position fen 6k1/5ppp/8/8/8/8/8/R5K1 w - -\n";

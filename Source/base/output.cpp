@@ -1,7 +1,7 @@
 // Whole lines to standard output and to the log. A line is put together with its line feed first
 // and leaves in one write, so that lines of different threads never mix and a reader never sees
 // half a line; a slow reader is waited for under output_lock.
-#include "shell/output.h"
+#include "base/output.h"
 
 #include <cerrno>
 #include <cstdarg>

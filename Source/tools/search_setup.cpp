@@ -1,5 +1,5 @@
 // Position and limits of a search of the tools, kept while commands are taken.
-#include "tools/tool_search.h"
+#include "tools/search_setup.h"
 
 #include "shell/run_state.h"
 

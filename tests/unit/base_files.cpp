@@ -1,5 +1,5 @@
 // Files read in lines and pieces of lines, and files that replace older ones once complete.
-#include "shell/files.h"
+#include "base/files.h"
 
 #include "shell_test_support.h"
 

@@ -2,7 +2,7 @@
 // A step takes the gradient of one batch; the batch's chunks are summed up in their order, so that
 // the number of threads changes nothing. The error is the mean squared difference of the expected
 // and the wanted result.
-#include "tools/trainer.h"
+#include "tools/trainer/trainer.h"
 
 #include <cmath>
 #include <csignal>
@@ -13,7 +13,7 @@
 
 #include "eval/weights.h"
 #include "shell/engine_options.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 #include "tools/tools.h"
 

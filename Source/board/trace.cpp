@@ -1,6 +1,6 @@
 // The search trace. One file and one set of notes serve all threads, behind a lock of their
 // own; the tree is readable for a search on one thread.
-#include "search/trace.h"
+#include "board/trace.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -8,7 +8,7 @@
 
 #include "board/notation.h"
 #include "board/position.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
 
 static SpinLock trace_lock;

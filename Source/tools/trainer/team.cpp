@@ -1,5 +1,5 @@
 // A job is announced by raising round; members then take parts until there are none.
-#include "tools/team.h"
+#include "tools/trainer/team.h"
 
 static void take_parts(Team* team, i32 worker)
 {

@@ -2,9 +2,9 @@
 #include <cmath>
 
 #include "eval/weights.h"
-#include "shell/files.h"
+#include "base/files.h"
 #include "shell/run_state.h"
-#include "tools/trainer.h"
+#include "tools/trainer/trainer.h"
 
 static constexpr i32 label_size = 40;
 static constexpr char text_name[] = "tune_report.txt";

@@ -1,7 +1,7 @@
 // The options of the command line, as a table that each argument passes through from top to
 // bottom. An option that takes a value puts the value in the argument's place, so the rows below
 // it look at the value's text.
-#include "shell/command_line.h"
+#include "main/command_line.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -9,10 +9,10 @@
 
 #include "board/position.h"
 #include "shell/engine_options.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/text_values.h"
-#include "shell/time_control.h"
+#include "base/text.h"
+#include "search/clock.h"
 #include "tools/tools.h"
 
 static constexpr char scan_option[] = "-scan_pgn";

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "eval/weights.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "tools/tools.h"
 
 constinit TuneOptions tune_options = {

@@ -1,6 +1,6 @@
 // Reading by the block and handing out lines; writing under a second name first, so that an older
 // file stays whole until the new one is.
-#include "shell/files.h"
+#include "base/files.h"
 
 #include <cerrno>
 #include <cstring>
@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "shell/output.h"
+#include "base/output.h"
 
 static constexpr char byte_order_mark[] = "\xef\xbb\xbf";
 

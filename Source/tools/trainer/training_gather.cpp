@@ -1,5 +1,5 @@
 // Reading a training line strictly, and netting the notes of an evaluation into terms.
-#include "tools/training_gather.h"
+#include "tools/trainer/training_gather.h"
 
 #include <cmath>
 #include <cstdlib>

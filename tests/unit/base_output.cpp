@@ -1,5 +1,5 @@
 // Lines on their way out: whole, in one write, to standard output and to the log.
-#include "shell/output.h"
+#include "base/output.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

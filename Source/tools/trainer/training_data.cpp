@@ -1,5 +1,5 @@
 // Reading batches of lines on the calling thread and gathering their positions on all.
-#include "tools/training_data.h"
+#include "tools/trainer/training_data.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,5 @@
 // The command line.
-#include "shell/command_line.h"
+#include "main/command_line.h"
 
 #include <vector>
 

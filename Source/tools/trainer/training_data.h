@@ -3,9 +3,9 @@
 // threads there are, and whether they are kept in memory or made again for every sweep.
 #pragma once
 
-#include "tools/team.h"
+#include "tools/trainer/team.h"
 #include "tools/tool_input.h"
-#include "tools/training_gather.h"
+#include "tools/trainer/training_gather.h"
 
 // Lines that train, and lines that only measure the error of weights trained without them.
 enum Part : i32 { TrainingPart, ValidationPart, PartCount };

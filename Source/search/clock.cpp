@@ -1,7 +1,7 @@
 // What happens before every search: the time for the move, the strength limit, rebuilt tables and
 // a clean record of the search to come. Runs on the main thread while no worker searches, so it
 // may write all that a search only reads.
-#include "shell/time_control.h"
+#include "search/clock.h"
 
 #include <cmath>
 
@@ -10,9 +10,9 @@
 #include "search/params.h"
 #include "search/search.h"
 #include "shell/engine_options.h"
-#include "shell/output.h"
+#include "base/output.h"
 #include "shell/run_state.h"
-#include "shell/text_values.h"
+#include "base/text.h"
 
 // Rules of the allotment.
 static constexpr struct {

@@ -1,5 +1,5 @@
 // The time for a move, the strength limit, and what a search starts from.
-#include "shell/time_control.h"
+#include "search/clock.h"
 
 #include <cmath>
 

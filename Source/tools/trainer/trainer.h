@@ -1,7 +1,7 @@
 // The state of a training, as its report needs it.
 #pragma once
 
-#include "tools/training_data.h"
+#include "tools/trainer/training_data.h"
 
 // What belongs to one weight while it is trained: mg first, then eg.
 struct TrainedWeight {
