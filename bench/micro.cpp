@@ -16,10 +16,12 @@
 #include "fathom/tbmoves.h"
 #include "fathom/tbprobe.h"
 #include "search/hash.h"
-#include "search/params.h"
-#include "shell/engine_options.h"
-#include "shell/options.h"
-#include "shell/run_state.h"
+#include "search/move_lists.h"
+
+// The record that everything here works on.
+static SearchThread* game;
+
+static constexpr i32 mode_without_personality = 2; // of init_eval_params
 
 static const char* const positions[] = {
     "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -",
@@ -42,14 +44,14 @@ static MoveSet move_sets[position_count];
 
 static void fill_move_set(MoveSet* set, const char* text)
 {
-    Position* pos = &console_thread->pos;
+    Position* pos = &game->pos;
     parse_epd(pos, text);
-    console_thread->ply = 1;
-    init_move_lists(console_thread);
+    game->ply = 1;
+    init_move_lists(game);
     gen_all_moves(pos);
     set->pos = *pos;
     set->count = 0;
-    const MoveEntry* entry = console_thread->ply_rec[1].list_start;
+    const MoveEntry* entry = game->ply_rec[1].list_start;
     for (; entry->move != EndOfList && set->count < 256; ++entry) {
         if (is_legal_move(pos, pos->stm, entry->move)) {
             set->moves[set->count++] = entry->move;
@@ -59,19 +61,13 @@ static void fill_move_set(MoveSet* set, const char* text)
 
 static void make_engine()
 {
-    init_run_state();
-    init_tables();
-    init_default_options();
-    engine_options = saved_options;
-    console_thread = new_thread_record(0);
-    hash_mb = 64;
-    if (!console_thread || !alloc_hash()) {
+    init_kpk();
+    game = new_thread_record(0);
+    if (!game || !alloc_hash(64)) {
         fprintf(stderr, "no memory\n");
         exit(1);
     }
-    set_search_params();
-    init_eval_params(0);
-    publish_options();
+    init_eval_params(mode_without_personality, nullptr);
     for (int i = 0; i < position_count; ++i) {
         fill_move_set(&move_sets[i], positions[i]);
     }
@@ -80,11 +76,11 @@ static void make_engine()
 // Puts the console's record on position index of the list, and returns its Position.
 static Position* set_up(int index)
 {
-    console_thread->undo_count = 0;
-    console_thread->pos = move_sets[index].pos;
-    console_thread->ply = 1;
-    init_move_lists(console_thread);
-    return &console_thread->pos;
+    game->undo_count = 0;
+    game->pos = move_sets[index].pos;
+    game->ply = 1;
+    init_move_lists(game);
+    return &game->pos;
 }
 
 // Calls work(pos, side, move) on the legal moves of all positions in turn.
@@ -132,8 +128,8 @@ BENCHMARK(static_exchange);
 static void hash_probe(benchmark::State& state)
 {
     for (const MoveSet& set : move_sets) {
-        console_thread->pos = set.pos;
-        store_hash(&console_thread->pos, 1, 5, set.moves[0], 10, -20, 20);
+        game->pos = set.pos;
+        store_hash(&game->pos, 1, 5, set.moves[0], 10, -20, 20);
     }
     over_moves(state, [](Position* pos, i32, Move) {
         HashEntry entry;
@@ -150,7 +146,7 @@ static void next_move_all(benchmark::State& state)
     i64 moves = 0;
     for (auto _ : state) {
         Position* pos = set_up(index);
-        PlyRecord* record = &console_thread->ply_rec[1];
+        PlyRecord* record = &game->ply_rec[1];
         record->stage = UnreadStageFlag | FullSearch;
         record->hash_move = NoMove;
         record->in_check = 0;
@@ -167,10 +163,11 @@ BENCHMARK(next_move_all);
 // At ply 1 the caches do not answer, so every call is a full evaluation but for the pawns.
 static void full_evaluation(benchmark::State& state)
 {
+    u16 danger[2];
     int index = 0;
     for (auto _ : state) {
         Position* pos = set_up(index);
-        benchmark::DoNotOptimize(evaluate(console_thread, pos->stm, 1, 0, 0));
+        benchmark::DoNotOptimize(evaluate(game, pos, 1, false, danger));
         index = (index + 1) % position_count;
     }
 }
@@ -179,14 +176,14 @@ BENCHMARK(full_evaluation);
 // Leaves of the move tree of depth 3 from each position, as items.
 static void perft_3(benchmark::State& state)
 {
-    const u64 before = load(console_thread->counters[CountNodes]);
+    const u64 before = load(game->counters[CountNodes]);
     int index = 0;
     for (auto _ : state) {
         Position* pos = set_up(index);
-        perft(console_thread, pos->stm, 1, 3);
+        perft(game, pos->stm, 1, 3);
         index = (index + 1) % position_count;
     }
-    state.SetItemsProcessed(static_cast<i64>(load(console_thread->counters[CountNodes]) - before));
+    state.SetItemsProcessed(static_cast<i64>(load(game->counters[CountNodes]) - before));
 }
 BENCHMARK(perft_3)->Unit(benchmark::kMicrosecond);
 

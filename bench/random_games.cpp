@@ -7,7 +7,10 @@
 #include "board/moves.h"
 #include "board/notation.h"
 #include "board/tables.h"
-#include "shell/run_state.h"
+#include "search/thread.h"
+
+// The record that everything here works on.
+static SearchThread* game;
 
 static constexpr i32 opening_plies = 20;
 static constexpr i32 least_plies = 50;
@@ -57,7 +60,7 @@ static bool write_text(Position* pos, Move move, bool is_alone, char* text)
         char copy[17];
         Move read;
         snprintf(copy, sizeof copy, "%s", forms[i]);
-        if (parse_move_on(pos, copy, &read) != 0 && read == move) {
+        if (parse_move(pos, copy, &read) == 1 && read == move) {
             snprintf(text, 16, "%s", forms[i]);
             return true;
         }
@@ -91,7 +94,7 @@ static void write_game(FILE* file, i32 number)
         "[Event \"random\"]\n[Site \"?\"]\n[Date \"2024.01.01\"]\n[Round \"%d\"]\n"
         "[White \"First\"]\n[Black \"Second\"]\n[Result \"%s\"]\n\n",
         number, result);
-    Position* pos = &console_thread->pos;
+    Position* pos = &game->pos;
     parse_epd(pos, start_position);
     const i32 plies = least_plies + static_cast<i32>(next_random(more_plies));
     char text[16];
@@ -112,16 +115,14 @@ int main(int argc, char** argv)
         fprintf(stderr, "usage: random_games COUNT FILE\n");
         return 1;
     }
-    init_tables();
-    init_zobrist();
-    init_run_state();
-    console_thread = new_thread_record(-1);
-    if (console_thread == nullptr) {
+    init_kpk();
+    game = new_thread_record(-1);
+    if (game == nullptr) {
         return 1;
     }
     for (i32 number = 1; number <= count; ++number) {
         write_game(file, number);
     }
-    delete console_thread;
+    delete game;
     return fclose(file) == 0 ? 0 : 1;
 }

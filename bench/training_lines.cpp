@@ -11,8 +11,13 @@
 #include "eval/evaluate.h"
 #include "eval/weights.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 #include "tools/training_line.h"
+#include "search/thread.h"
+
+// The record that everything here works on.
+static SearchThread* game;
+
+static constexpr i32 mode_without_personality = 2; // of init_eval_params
 
 static constexpr i32 longest_game = 160; // half-moves
 static constexpr i32 opening_plies = 12; // drawn freely and not written
@@ -31,7 +36,8 @@ static i32 next_random(i32 limit)
 
 static i32 evaluate_now(Position* pos)
 {
-    return evaluate(pos->thread, pos->stm, 1, 0, 0);
+    u16 danger[2];
+    return evaluate(pos->thread, pos, 1, false, danger);
 }
 
 static bool is_in_check(const Position* pos)
@@ -87,7 +93,7 @@ static bool write_line(FILE* file, Position* pos)
 // Plays a game and returns the number of lines written, at most limit.
 static i32 play_game(FILE* file, i32 limit)
 {
-    Position* pos = &console_thread->pos;
+    Position* pos = &game->pos;
     parse_epd(pos, start_position);
     i32 written = 0;
     for (i32 ply = 0; ply < longest_game && written < limit; ++ply) {
@@ -119,15 +125,12 @@ static bool change_weight(const char* name, i32 mg, i32 eg)
 
 static bool make_engine()
 {
-    init_tables();
-    init_zobrist();
-    init_run_state();
-    console_thread = new_thread_record(-1);
-    if (console_thread == nullptr) {
+    init_kpk();
+    game = new_thread_record(-1);
+    if (game == nullptr) {
         return false;
     }
-    copy_text(params_file, sizeof params_file, ""); // the defaults, whatever lies here
-    init_eval_params(2);                            // without personality options
+    init_eval_params(mode_without_personality, nullptr, ""); // the defaults, whatever lies here
     return true;
 }
 
@@ -142,6 +145,6 @@ int main(int argc, char** argv)
     for (i32 written = 0; written < count;) {
         written += play_game(file, count - written);
     }
-    delete console_thread;
+    delete game;
     return fclose(file) == 0 ? 0 : 1;
 }

@@ -3,11 +3,11 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "base/output.h"
 #include "board/moves.h"
 #include "book/polyglot.h"
 #include "fuzz_support.h"
-#include "shell/engine_options.h"
-#include "shell/run_state.h"
+#include "shell/book_report.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -34,7 +34,10 @@ static void make_records_fit(std::string* book, u64 key)
 
 static void probe(Position* pos)
 {
-    const Move move = book_probe(pos, book_name);
+    BookChoice choice;
+    book_probe(pos, book_name, dialogue.engine_options.own_book_variety, &choice);
+    report_book_choice(&choice);
+    const Move move = choice.move;
     if (!fields_agree(pos) || (move != NoMove && !is_playable(pos, move))) {
         fprintf(stderr, "the book gives the move %04x\n", static_cast<unsigned>(move));
         abort();
@@ -48,10 +51,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     }
     const u8 choice = data[0];
-    engine_options.own_book_variety = static_cast<i16>(choice % 101);
+    dialogue.engine_options.own_book_variety = static_cast<i16>(choice % 101);
     store(uci_mode, choice & 1);
     const std::string given(reinterpret_cast<const char*>(data) + 1, size - 1);
-    Position* pos = &console_thread->pos;
+    Position* pos = &dialogue.game->pos;
     for (const char* position : positions) {
         parse_epd(pos, position);
         std::string book = given;

@@ -2,7 +2,6 @@
 #include <cstdio>
 
 #include "fuzz_support.h"
-#include "shell/engine_options.h"
 #include "shell/options.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -11,8 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     ready_engine();
     write_file("fuzz.cfg", tamed_text(data, size));
-    snprintf(engine_options.config_file_path, file_option_size, "fuzz.cfg");
-    load_config_file();
-    announce_options();
+    snprintf(dialogue.engine_options.config_file_path, file_option_size, "fuzz.cfg");
+    load_config_file(&dialogue);
+    announce_options(&dialogue);
     return 0;
 }

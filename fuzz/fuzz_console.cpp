@@ -7,15 +7,14 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "shell/prepare_search.h"
+#include "base/output.h"
 #include "board/position.h"
 #include "fuzz_support.h"
 #include "search/search.h"
 #include "search/threads.h"
 #include "shell/console.h"
-#include "shell/engine_options.h"
 #include "shell/input.h"
-#include "shell/run_state.h"
-#include "search/clock.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -40,15 +39,15 @@ static bool is_costly(const char* line)
 
 static void search_shortly()
 {
-    engine_options.limit_strength = 0;
+    dialogue.engine_options.limit_strength = 0;
     store(noise, silent_noise);
-    store(tc_moves, 1);
-    tc_seconds = 1000.0;
-    node_limit_total = 20000;
-    store(depth_limit, 2);
-    store(engine_state, EngineThinking);
-    prepare_search();
-    search_sync();
+    store(dialogue.limits.tc_moves, 1);
+    dialogue.limits.tc_seconds = 1000.0;
+    dialogue.limits.node_limit_total = 20000;
+    store(dialogue.limits.depth_limit, 2);
+    store(engine_state, EngineState::Thinking);
+    prepare_search(&dialogue);
+    search_sync(dialogue.game);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -63,16 +62,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (is_costly(line)) {
             continue;
         }
-        console_command(line);
-        if (!fields_agree(&console_thread->pos)) {
+        console_command(&dialogue, line);
+        if (!fields_agree(&dialogue.game->pos)) {
             fprintf(stderr, "the position is unsound\n");
             abort();
         }
     }
     read_from("/dev/null");
-    if (position_defect(&console_thread->pos) == nullptr) {
+    if (position_defect(&dialogue.game->pos) == nullptr) {
         search_shortly();
     }
-    store(engine_state, EngineIdle);
+    store(engine_state, EngineState::Idle);
     return 0;
 }

@@ -9,7 +9,6 @@
 #include "fuzz_support.h"
 #include "shell/input.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 #include "tools/tools.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -27,7 +26,7 @@ static void check_output(const char* name)
     if (access(name, F_OK) != 0) {
         fail("there is no output");
     }
-    if (!fields_agree(&console_thread->pos)) {
+    if (!fields_agree(&dialogue.game->pos)) {
         fail("the position is unsound");
     }
     remove(name);
@@ -41,15 +40,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     close(nothing);
     reset_input();
     write_file(lines_name, std::string(reinterpret_cast<const char*>(data), size));
-    copy_text(epd_file, sizeof epd_file, lines_name);
-    node_limit_total = 300;
-    store(depth_limit, 2);
+    dialogue.limits.node_limit_total = 300;
+    store(dialogue.limits.depth_limit, 2);
     store(noise, size % 2 == 0 ? silent_noise : 0.0);
-    run_epd_test();
+    run_epd_test(&dialogue, lines_name);
     check_output("analysis.epd");
-    store(depth_limit, 0);
+    store(dialogue.limits.depth_limit, 0);
     store(noise, silent_noise);
-    make_tune_file(lines_name);
+    make_tune_file(&dialogue, lines_name);
     check_output("tune_new.epd");
     return 0;
 }

@@ -6,7 +6,6 @@
 #include "book/polyglot.h"
 #include "fuzz_support.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -44,10 +43,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     ready_engine();
     write_file(games_name, std::string(reinterpret_cast<const char*>(data), size));
     remove(book_name);
-    copy_text(tool_file, sizeof tool_file, games_name);
-    build_book();
+    build_book(&dialogue.game->pos, games_name);
     check_book();
-    if (!fields_agree(&console_thread->pos)) {
+    if (!fields_agree(&dialogue.game->pos)) {
         fail("the position is unsound");
     }
     return 0;

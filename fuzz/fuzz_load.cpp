@@ -7,7 +7,6 @@
 #include "board/position.h"
 #include "fuzz_support.h"
 #include "shell/console_game.h"
-#include "shell/run_state.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -26,13 +25,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const size_t end = text.find('\n');
     const std::string tag = text.substr(0, end);
     write_file(games_name, end == std::string::npos ? "" : text.substr(end + 1));
-    load_game(games_name, tag.c_str());
+    load_game(&dialogue, games_name, tag.c_str());
 
-    const SearchThread* thread = console_thread;
+    const SearchThread* thread = dialogue.game;
     const u64 key = thread->pos.key;
     const i32 count = thread->undo_count;
-    jump_to_move(1);
-    while (redo_move()) { }
+    jump_to_move(&dialogue, 1);
+    while (redo_move(&dialogue)) { }
     if (thread->undo_count != count || thread->pos.key != key) {
         fail("the game cannot be gone through again");
     }

@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     }
     std::vector<char> buffer(value.begin(), value.end());
     buffer.push_back('\0');
-    set_option(name.c_str(), buffer.data());
-    announce_options();
+    set_option(&dialogue, name.c_str(), buffer.data());
+    announce_options(&dialogue);
     return 0;
 }

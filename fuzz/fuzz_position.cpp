@@ -4,32 +4,32 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "shell/prepare_search.h"
+#include "base/output.h"
 #include "board/position.h"
 #include "fuzz_support.h"
 #include "search/search.h"
-#include "shell/run_state.h"
-#include "search/clock.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 static void search_shortly()
 {
     store(noise, silent_noise);
-    store(tc_moves, 1);
-    tc_seconds = 1000.0;
-    node_limit_total = 20000;
-    store(depth_limit, 2);
-    store(engine_state, EngineThinking);
-    prepare_search();
-    search_sync();
-    store(engine_state, EngineIdle);
+    store(dialogue.limits.tc_moves, 1);
+    dialogue.limits.tc_seconds = 1000.0;
+    dialogue.limits.node_limit_total = 20000;
+    store(dialogue.limits.depth_limit, 2);
+    store(engine_state, EngineState::Thinking);
+    prepare_search(&dialogue);
+    search_sync(dialogue.game);
+    store(engine_state, EngineState::Idle);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     ready_engine();
     const std::string text(reinterpret_cast<const char*>(data), size);
-    Position* pos = &console_thread->pos;
+    Position* pos = &dialogue.game->pos;
     char first[128];
     char second[128];
     parse_epd(pos, text.c_str());

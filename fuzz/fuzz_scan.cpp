@@ -35,9 +35,9 @@ static void check_positions(const char* name)
         *text = '\0';
         text += strlen(" bm ");
         text[strcspn(text, ";")] = '\0';
-        Position* pos = &console_thread->pos;
+        Position* pos = &dialogue.game->pos;
         Move move;
-        if (parse_epd(pos, line) != 0 || parse_move_on(pos, text, &move) == 0) {
+        if (parse_epd(pos, line) != 0 || parse_move(pos, text, &move) != 1) {
             fail("a move cannot be played");
         }
     }
@@ -50,8 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     ready_engine();
     write_file(games_name, std::string(reinterpret_cast<const char*>(data), size));
     for (i32 form = 1; form <= 4; ++form) {
-        scan_pgn(games_name, form);
-        if (!fields_agree(&console_thread->pos)) {
+        scan_pgn(&dialogue, games_name, form);
+        if (!fields_agree(&dialogue.game->pos)) {
             fail("the position is unsound");
         }
         check_positions("tmpX.epd");

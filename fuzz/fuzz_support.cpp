@@ -9,13 +9,9 @@
 #include <unistd.h>
 
 #include "board/tables.h"
-#include "eval/weights.h"
 #include "search/hash.h"
-#include "search/params.h"
 #include "search/threads.h"
-#include "shell/engine_options.h"
-#include "shell/options.h"
-#include "shell/run_state.h"
+#include "shell/prepare_search.h"
 
 static void check(bool condition, const char* text)
 {
@@ -30,14 +26,12 @@ static void make_engine()
     const int nowhere = open("/dev/null", O_WRONLY);
     check(nowhere >= 0 && dup2(nowhere, STDOUT_FILENO) == STDOUT_FILENO, "no /dev/null");
     close(nowhere);
-    init_run_state();
-    init_tables();
-    console_thread = new_thread_record(-1);
-    check(console_thread != nullptr, "no thread record");
+    init_kpk();
+    dialogue.game = new_thread_record(-1);
+    check(dialogue.game != nullptr, "no thread record");
     num_threads = 1;
     check(create_workers(1) == 0, "no worker");
-    hash_mb = 1;
-    check(alloc_hash() == 1, "no hash table");
+    check(alloc_hash(1), "no hash table");
 }
 
 void ready_engine()
@@ -47,23 +41,20 @@ void ready_engine()
         make_engine();
         made = true;
     }
-    init_run_state();
-    init_default_options();
-    engine_options = saved_options;
-    engine_options.hash = 1;
+    reset_run_state();
+    dialogue.engine_options.hash = 1;
     if (num_threads != 1) {
         destroy_workers(num_threads);
         num_threads = 1;
         check(create_workers(1) == 0, "no worker");
     }
-    if (hash_mb != 1) {
-        hash_mb = 1;
-        check(alloc_hash() == 1, "no hash table");
+    if (hash.megabytes != 1) {
+        check(alloc_hash(1), "no hash table");
     }
-    publish_options();
-    set_search_params();
-    init_eval_params(0);
-    parse_epd(&console_thread->pos, start_position);
+    publish_options(&dialogue);
+    rebuild_search_tables(&dialogue);
+    build_weights(0);
+    parse_epd(&dialogue.game->pos, start_position);
 }
 
 // Cuts every number behind word to a count of digits.

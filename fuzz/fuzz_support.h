@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "run_state.h"
+
 // Makes the engine ready at the first call, with one worker and a hash table of one megabyte,
 // and sends standard output nowhere. Later calls bring options and run state back to that.
 void ready_engine();

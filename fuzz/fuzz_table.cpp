@@ -12,7 +12,6 @@
 #include "fathom/tbprobe.h"
 #include "fuzz_support.h"
 #include "guarded_mmap.h"
-#include "shell/run_state.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -61,7 +60,7 @@ static void fail(const char* position, const char* text, i32 value)
 
 static void probe(const char* text)
 {
-    Position* pos = &console_thread->pos;
+    Position* pos = &dialogue.game->pos;
     parse_epd(pos, text);
     TbPos tb_pos;
     tb_set_pos(&tb_pos, pos, 0);

@@ -8,7 +8,6 @@
 
 #include "eval/weights.h"
 #include "fuzz_support.h"
-#include "shell/run_state.h"
 #include "tools/tools.h"
 #include "tools/trainer/training_gather.h"
 
@@ -43,7 +42,7 @@ static void gather(const std::string& text)
     static u32 out[most_position_words];
     const std::string line = text.substr(0, static_cast<size_t>(training_line_length));
     u32 words = 0;
-    gatherer.thread = console_thread;
+    gatherer.thread = dialogue.game;
     const LineVerdict verdict = gather_line(&gatherer, line.c_str(), true, out, &words);
     check((verdict == LineUsed) == (words > 0), "a line left out has a record");
     if (verdict == LineUsed) {
@@ -61,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     gather(text);
     // Ended by its last line, which is refused.
     write_file(file_name, text + "\n4k3/8/8/8/8/8/8/4K3 w K - ce 1; gr 0.5;\n");
-    train_epd(file_name, 1, 1000, 0.001);
-    check(fields_agree(&console_thread->pos), "the position is unsound");
+    train_epd(&dialogue, file_name, 1, 1000, 0.001);
+    check(fields_agree(&dialogue.game->pos), "the position is unsound");
     return 0;
 }

@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     reset_input();
     const std::string session = tamed_text(data, size) + session_end;
     std::thread feeder(feed_session, ends[1], session);
-    think_loop();
+    think_loop(&dialogue);
     wait_for_workers();
     set_standard_input(open("/dev/null", O_RDONLY));
     feeder.join();

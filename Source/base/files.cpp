@@ -9,9 +9,28 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/output.h"
-
 static constexpr char byte_order_mark[] = "\xef\xbb\xbf";
+
+constinit i32 exit_status = 0;
+
+FILE* open_regular_file(const char* path, bool append)
+{
+    const int mode = append ? O_WRONLY | O_CREAT | O_APPEND : O_RDONLY;
+    const int descriptor = open(path, mode | O_NONBLOCK | O_CLOEXEC, 0666);
+    if (descriptor < 0) {
+        return nullptr;
+    }
+    struct stat status;
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(descriptor);
+        return nullptr;
+    }
+    FILE* file = fdopen(descriptor, append ? "a" : "r");
+    if (file == nullptr) {
+        close(descriptor);
+    }
+    return file;
+}
 
 void start_reading(LineReader* reader, FILE* file)
 {

@@ -4,7 +4,12 @@
 
 #include <cstdio>
 
-#include "board/types.h"
+#include "base/types.h"
+
+// Opens a regular file for reading, or for appending, when it is made if there is none. Returns
+// null if that fails or if path is anything else: a pipe or a device would hold up the main
+// thread, or never end.
+[[nodiscard]] FILE* open_regular_file(const char* path, bool append = false);
 
 // A file being read in lines, or in pieces of lines that are longer than the reader allows.
 struct LineReader {
@@ -25,17 +30,17 @@ void skip_byte_order_mark(LineReader* reader);
 
 // Reads up to size - 1 characters, up to and with the next line feed, closed by NUL. Returns their
 // number, 0 at the end of the file or when it cannot be read any further (see ferror).
-i32 read_line_piece(LineReader* reader, char* line, i32 size);
+[[nodiscard]] i32 read_line_piece(LineReader* reader, char* line, i32 size);
 
 // Opens a regular file for reading, or says on standard error why not and returns null; errno is
 // then the reason, or 0 if what has the name is no regular file.
-FILE* open_or_complain(const char* name);
+[[nodiscard]] FILE* open_or_complain(const char* name);
 
 // Whether an open file is the one of that name.
 bool is_named(FILE* file, const char* name);
 
 // Closes a file that was written. Returns 0, or the error that kept it from taking all.
-int close_written_file(FILE* file);
+[[nodiscard]] int close_written_file(FILE* file);
 
 // A file being written under a name of its own until it is complete.
 struct OutputFile {
@@ -45,15 +50,20 @@ struct OutputFile {
 };
 
 // Opens a file for writing. Returns 0 or the error; EBUSY if another run is writing it just now.
-int open_output(OutputFile* out, const char* name, const char* unfinished);
+[[nodiscard]] int open_output(OutputFile* out, const char* name, const char* unfinished);
 
 // Writes what is left and closes the file, which keeps its unfinished name. Returns 0, or the
 // error that kept the file from taking all of it; the file is gone then.
-int close_output(OutputFile* out);
+[[nodiscard]] int close_output(OutputFile* out);
 
 // Gives a closed file its name, in place of an older one. Returns 0 or the error; the file is gone
 // then and the older one still there.
-int publish_output(OutputFile* out);
+[[nodiscard]] int publish_output(OutputFile* out);
+
+// What the process ends with: 0, or 1 once a run has refused a part of its input or could not write
+// its output. Set by whatever loses something of the user's, read by main at the end: a run goes on
+// behind a refusal, so that an argument would have to go through every routine of the tools.
+extern i32 exit_status;
 
 // Says on standard error what could not be done with a file, and why.
 void complain(const char* file_name, const char* what, int error);

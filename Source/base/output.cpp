@@ -6,47 +6,24 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <ctime>
-#include <fcntl.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include "shell/run_state.h"
+#include "base/lock.h"
 
 static constexpr size_t line_buffer_size = 8192; // longer ones are written where they stand
-static constexpr i32 spins_before_yield = 300;
-static constexpr i32 yields_before_sleep = 50;
-static constexpr i64 lock_sleep_nanoseconds = 100000;
 static constexpr char log_name[] = "vesk.log";
 
-constinit SpinLock output_lock { false };
-constinit FILE* log_file = nullptr;
+constinit Shared<i16> uci_mode { UciMode };
+constinit Shared<f64> noise {};
+
+// Standard output and the log file.
+static constinit SpinLock output_lock { false };
+static constinit FILE* log_file = nullptr; // null while no log is open
+static constinit Shared<u8> logging {};    // lines go to the log too
 
 static constinit Shared<i32> last_output_error {};
-
-void lock_spin(SpinLock* lock)
-{
-    for (i32 tries = 0; lock->taken.exchange(true, std::memory_order_acquire); ++tries) {
-        if (tries < spins_before_yield) {
-#if defined(__x86_64__)
-            __builtin_ia32_pause();
-#endif
-        } else if (tries < spins_before_yield + yields_before_sleep) {
-            sched_yield();
-        } else {
-            const timespec pause = { 0, lock_sleep_nanoseconds };
-            nanosleep(&pause, nullptr);
-        }
-    }
-}
-
-void unlock_spin(SpinLock* lock)
-{
-    lock->taken.store(false, std::memory_order_release);
-}
 
 // Writes all of two pieces to standard output, the first call with both of them, however slow the
 // reader is. A reader that is gone or a descriptor that cannot be written ends the attempt.
@@ -78,9 +55,14 @@ static void write_pieces(const char* text, size_t text_size, const char* tail, s
     }
 }
 
-static bool log_is_on()
+void set_logging(bool on)
 {
-    return load(worker_options.log) != 0;
+    store(logging, on);
+}
+
+bool is_logging()
+{
+    return load(logging) != 0;
 }
 
 // Writes a line to the log if one is open; the caller holds output_lock.
@@ -104,16 +86,15 @@ void print_line(const char* text)
         line[size] = '\n';
     }
 
-    lock_spin(&output_lock);
+    const SpinGuard guard(&output_lock);
     if (fits) {
         write_pieces(line, size + 1, nullptr, 0);
     } else {
         write_pieces(text, size, "\n", 1);
     }
-    if (log_is_on()) {
+    if (is_logging()) {
         write_log_line(text, size);
     }
-    unlock_spin(&output_lock);
 }
 
 void print_line_format(const char* format, ...)
@@ -134,9 +115,8 @@ void print_plain(const char* format, ...)
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
 
-    lock_spin(&output_lock);
+    const SpinGuard guard(&output_lock);
     write_pieces(text, strlen(text), nullptr, 0);
-    unlock_spin(&output_lock);
 }
 
 i32 output_error()
@@ -152,35 +132,8 @@ void log_line(const char* format, ...)
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
 
-    lock_spin(&output_lock);
+    const SpinGuard guard(&output_lock);
     write_log_line(text, strlen(text));
-    unlock_spin(&output_lock);
-}
-
-void copy_text(char* dst, size_t size, const char* src)
-{
-    const size_t count = strnlen(src, size - 1);
-    memmove(dst, src, count);
-    dst[count] = '\0';
-}
-
-FILE* open_regular_file(const char* path, bool append)
-{
-    const int mode = append ? O_WRONLY | O_CREAT | O_APPEND : O_RDONLY;
-    const int descriptor = open(path, mode | O_NONBLOCK | O_CLOEXEC, 0666);
-    if (descriptor < 0) {
-        return nullptr;
-    }
-    struct stat status;
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
-        close(descriptor);
-        return nullptr;
-    }
-    FILE* file = fdopen(descriptor, append ? "a" : "r");
-    if (file == nullptr) {
-        close(descriptor);
-    }
-    return file;
 }
 
 i32 open_log()
@@ -192,18 +145,16 @@ i32 open_log()
         return 0;
     }
     FILE* file = fopen(log_name, "we");
-    lock_spin(&output_lock);
+    const SpinGuard guard(&output_lock);
     log_file = file;
-    unlock_spin(&output_lock);
     return file != nullptr;
 }
 
 void close_log()
 {
-    lock_spin(&output_lock);
+    const SpinGuard guard(&output_lock);
     if (log_file != nullptr) {
         fclose(log_file);
         log_file = nullptr;
     }
-    unlock_spin(&output_lock);
 }

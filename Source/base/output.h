@@ -3,28 +3,31 @@
 
 #include <cstdio>
 
-#include "board/types.h"
+#include "base/types.h"
 
-// A lock that spins for a moment and then yields. Held only while one line is built or written.
-struct SpinLock {
-    std::atomic<bool> taken;
-};
+// The two dialogues.
+enum DialogueMode : i16 { ConsoleMode = 0, UciMode = 1 };
 
-void lock_spin(SpinLock* lock);
-void unlock_spin(SpinLock* lock);
+// How the program speaks to its user. Set by the dialogues and the command line on the main thread,
+// read wherever a line is put together: the workers print while the user may change it.
+extern Shared<i16> uci_mode; // DialogueMode
+extern Shared<f64> noise;    // no info line before this many seconds of a search
 
-extern SpinLock output_lock; // standard output and the log file
-extern FILE* log_file;       // null while no log is open
+// A noise of this many seconds takes all info lines away.
+inline constexpr f64 silent_noise = 9999.0;
 
-// Writes text and a line feed to standard output in one write, and to the log if logging is on,
-// under output_lock.
+// Whether print_line writes to the log too, as long as one is open. Off at the start.
+void set_logging(bool on);
+bool is_logging();
+
+// Writes text and a line feed to standard output in one write, and to the log if logging is on.
 void print_line(const char* text);
 
 // The same with printf's formatting; a line is cut at 8 KB.
 [[gnu::format(printf, 1, 2)]] void print_line_format(const char* format, ...);
 
 // Writes a formatted text as it stands to standard output alone (console diagnostics), in one
-// write, under output_lock; cut at 8 KB.
+// write; cut at 8 KB.
 [[gnu::format(printf, 1, 2)]] void print_plain(const char* format, ...);
 
 // The error that kept a line from standard output, 0 if all of them have left.
@@ -33,14 +36,6 @@ i32 output_error();
 // Writes a formatted line to the log alone, if one is open; whether logging is on is the caller's
 // to ask.
 [[gnu::format(printf, 1, 2)]] void log_line(const char* format, ...);
-
-// Copies src into dst, cut to size - 1 characters, always closed by NUL. size is at least 1.
-void copy_text(char* dst, size_t size, const char* src);
-
-// Opens a regular file for reading, or for appending, when it is made if there is none. Returns
-// null if that fails or if path is anything else: a pipe or a device would hold up the main
-// thread, or never end.
-FILE* open_regular_file(const char* path, bool append = false);
 
 // Opens vesk.log in the current directory, replacing an old one. Returns 1, or 0 if the old
 // file cannot be unlinked or the new one not opened; a second call with an open log returns 1.

@@ -6,7 +6,26 @@
 #include <cstring>
 #include <limits>
 
-#include "board/types.h"
+#include "base/types.h"
+
+// Copies src into dst, cut to size - 1 characters, always closed by NUL. size is at least 1.
+inline void copy_text(char* dst, size_t size, const char* src)
+{
+    const size_t count = strnlen(src, size - 1);
+    memmove(dst, src, count);
+    dst[count] = '\0';
+}
+
+// Whether c is a letter or a digit of ASCII, whatever the locale.
+inline constexpr bool is_letter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+inline constexpr bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
 
 // The decimal number at the start of text, saturated.
 inline i64 read_integer(const char* text)
@@ -44,16 +63,6 @@ inline i16 narrow_to_i16(f64 value)
         return std::numeric_limits<i16>::min();
     }
     return value == value ? static_cast<i16>(value) : static_cast<i16>(0);
-}
-
-inline constexpr i32 deepest_limit = 66; // greatest depth that can be asked for
-
-// A depth as it was typed: its low byte counts, as a signed number, and no depth is above
-// deepest_limit. 300 is thus a limit of 44.
-inline i8 read_depth_limit(const char* text)
-{
-    const i8 depth = static_cast<i8>(read_integer(text));
-    return depth > deepest_limit ? static_cast<i8>(deepest_limit) : depth;
 }
 
 // The text offset characters behind start, or its end if it is shorter.

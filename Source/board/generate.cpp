@@ -186,12 +186,3 @@ MoveEntry* gen_moves_into(const Position* pos, MoveEntry* out)
     out = gen_promotions(pos, pos->stm, 1, out);
     return gen_quiets(pos, pos->stm, out, NoSquare);
 }
-
-void gen_all_moves(Position* pos)
-{
-    SearchThread* thread = pos->thread;
-    debug_check(thread->ply >= 0 && thread->ply < ply_count - 2);
-    PlyRecord* rec = &thread->ply_rec[thread->ply];
-    rec->list_cursor = rec->list_start;
-    publish_list(thread, gen_moves_into(pos, rec->list_start));
-}

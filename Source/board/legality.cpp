@@ -177,9 +177,9 @@ bool is_draw_by_rule(Position* pos, i32 plies)
     }
 
     // After a new game without a new position the clock may reach below the stack.
-    const i32 count = pos->thread->undo_count;
+    const i32 count = pos->stack->undo_count;
     const i32 last = reach < count ? reach : count;
-    const UndoRecord* top = &pos->thread->undo[count];
+    const UndoRecord* top = &pos->stack->undo[count];
     const u64 key = pos->key;
     bool seen_before = false;
     for (i32 back = 4; back <= last; back += 2) {

@@ -6,7 +6,6 @@
 
 #include "board/tables.h"
 #include "board/trace.h"
-#include "shell/run_state.h"
 
 // Castling rights that die when a piece leaves or reaches a square: both of a side with its king's
 // home square, one with each corner.
@@ -52,9 +51,9 @@ static inline u8 next_cnt50(u8 cnt50)
 // Writes the undo record and moves the stack and the ply on. A null move leaves pawn_key alone.
 static inline void push_undo(Position* pos, Move move, i32 captured)
 {
-    SearchThread* thread = pos->thread;
-    debug_check(thread->undo_count >= 0 && thread->undo_count < undo_size);
-    UndoRecord* undo = &thread->undo[thread->undo_count];
+    UndoStack* stack = pos->stack;
+    debug_check(stack->undo_count >= 0 && stack->undo_count < undo_size);
+    UndoRecord* undo = &stack->undo[stack->undo_count];
     undo->key = pos->key;
     if (move != NoMove) {
         undo->pawn_key = pos->pawn_key;
@@ -64,21 +63,21 @@ static inline void push_undo(Position* pos, Move move, i32 captured)
     undo->ep_square = pos->ep_square;
     undo->cnt50 = pos->cnt50;
     undo->castle = pos->castle;
-    ++thread->undo_count;
-    ++thread->ply;
-    thread->last_move = move;
+    ++stack->undo_count;
+    ++stack->ply;
+    stack->last_move = move;
 }
 
 // Takes the top record off the stack, sets last_move to the one below and restores the fields
 // that no piece's way back would tell.
 static inline const UndoRecord* pop_undo(Position* pos)
 {
-    SearchThread* thread = pos->thread;
-    debug_check(thread->undo_count > 0);
-    --thread->ply;
-    --thread->undo_count;
-    const UndoRecord* undo = &thread->undo[thread->undo_count];
-    thread->last_move = thread->undo_count > 0 ? undo[-1].move : static_cast<Move>(NoMove);
+    UndoStack* stack = pos->stack;
+    debug_check(stack->undo_count > 0);
+    --stack->ply;
+    --stack->undo_count;
+    const UndoRecord* undo = &stack->undo[stack->undo_count];
+    stack->last_move = stack->undo_count > 0 ? undo[-1].move : static_cast<Move>(NoMove);
     pos->ep_square = undo->ep_square;
     pos->castle = undo->castle;
     pos->cnt50 = undo->cnt50;
@@ -307,28 +306,18 @@ void unmake_null_move(Position* pos)
     pos->key = pop_undo(pos)->key;
 }
 
-void set_null_list(Position* pos)
-{
-    PlyRecord* rec = &pos->thread->ply_rec[pos->thread->ply];
-    rec->list_cursor = rec->list_start;
-    // Only the move is written: the history reads the piece that the slot held before.
-    rec->list_start->move = NoMove;
-    publish_list(pos->thread, rec->list_start + 1);
-}
-
 void make_game_move(Position* pos, Move move)
 {
-    SearchThread* thread = pos->thread;
-    if (thread->undo_count >= game_limit) {
+    UndoStack* stack = pos->stack;
+    if (stack->undo_count >= game_limit) {
         // An even number goes, so that move numbers keep their side.
-        const i32 dropped = (thread->undo_count - game_keep + 1) & ~1;
-        const i32 kept = thread->undo_count - dropped;
-        memmove(
-            thread->undo, thread->undo + dropped, static_cast<size_t>(kept) * sizeof(UndoRecord));
-        thread->undo_count = static_cast<i16>(kept);
+        const i32 dropped = (stack->undo_count - game_keep + 1) & ~1;
+        const i32 kept = stack->undo_count - dropped;
+        memmove(stack->undo, stack->undo + dropped, static_cast<size_t>(kept) * sizeof(UndoRecord));
+        stack->undo_count = static_cast<i16>(kept);
     }
     make_move(pos, move);
-    thread->undo[thread->undo_count].move = NoMove;
+    stack->undo[stack->undo_count].move = NoMove;
 }
 
 static bool is_makeable_king_move(const Position* pos, i32 from, i32 to)

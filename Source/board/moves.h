@@ -1,8 +1,17 @@
-// Making, generating, selecting and judging moves. All routines work on one thread's own
+// Making, generating and judging moves. All routines work on one thread's own
 // Position; moves in lists are pseudo-legal until is_legal_move has been asked.
 #pragma once
 
 #include "board/position.h"
+
+// One entry of a move list.
+struct MoveEntry {
+    u16 move;    // EndOfList closes the list
+    i16 score;   // for ordering; generators leave it as it was
+    u8 moved;    // piece code on the from-square
+    u8 captured; // piece code on the to-square; 0 for en passant
+};
+static_assert(sizeof(MoveEntry) == 6);
 
 // ---- make_move.cpp
 
@@ -15,9 +24,6 @@ void unmake_move(Position* pos);
 // The side to move passes; taken back by unmake_null_move only.
 void make_null_move(Position* pos);
 void unmake_null_move(Position* pos);
-
-// Publishes a list of one null entry at the current ply, so that children see a previous move 0.
-void set_null_list(Position* pos);
 
 // Plays a move of the game, as make_move, after dropping the oldest undo entries if the stack
 // has reached game_limit, and clears the move field of the next free entry.
@@ -43,36 +49,6 @@ MoveEntry* gen_quiets(const Position* pos, i32 side, MoveEntry* out, i32 check_s
 // All moves of the side to move in the order of gen_all_moves. out holds max_list_moves entries.
 inline constexpr i32 max_list_moves = 1128;
 MoveEntry* gen_moves_into(const Position* pos, MoveEntry* out);
-
-// All moves of the side to move at the current ply, closed and published.
-void gen_all_moves(Position* pos);
-
-// ---- next_move.cpp
-
-// Flags in bits 4 to 7 of PlyRecord.stage; the low four bits are the stage, 0 at the start.
-enum StageFlag : u16 {
-    TryHashMove = 16,
-    UnreadStageFlag = 32,
-    FullSearch = 64,
-    GenChecks = 128,
-};
-
-// Ordering value of a capture by the captured piece code.
-extern const i16 mvv_score[16];
-
-// Hands out the next move of the current ply, generating and scoring as late as it can.
-// Returns null when the list is finished.
-MoveEntry* next_move(Position* pos);
-
-// Closes a list at end and publishes the list starts of the next two plies.
-void publish_list(SearchThread* thread, MoveEntry* end);
-
-// Swaps the entry of highest score (the earliest of equals) between cursor and the closing
-// entry to the cursor.
-void pick_best(MoveEntry* cursor);
-
-// The base of a quiet move's score from the two history values, 0 to 64.
-i32 history_base(i32 h1, i32 h2);
 
 // ---- exchange.cpp
 
@@ -108,11 +84,5 @@ bool is_playable(Position* pos, Move move);
 bool move_fits_board(const Position* pos, Move move);
 
 // Draw by repetition or the fifty-move rule. plies counts from the search's root (1 there);
-// 0 judges the game itself and may overwrite the current ply's list.
+// 0 judges the game itself.
 bool is_draw_by_rule(Position* pos, i32 plies);
-
-// ---- perft.cpp
-
-// Adds the number of leaves of the legal move tree of the given depth (1 and up) to the
-// thread's node counter.
-void perft(SearchThread* thread, i32 side, i32 ply_index, i32 depth);

@@ -8,7 +8,7 @@
 #include "board/moves.h"
 #include "board/tables.h"
 #include "base/output.h"
-#include "shell/run_state.h"
+#include "base/text.h"
 
 static constexpr char piece_letters[] = " PNBRQK";
 static constexpr char promotion_letters[] = "qnbr";
@@ -273,7 +273,7 @@ static bool move_has_text(const Position* pos, Move move, const char* text)
     return false;
 }
 
-// Stores the last legal move of a closed list that has this text. Returns 1 if it is the only one.
+// Stores the last legal move of a closed list that has this text. Returns how many have it.
 static i32 pick_named_move(Position* pos, const MoveEntry* list, const char* text, Move* move)
 {
     i32 matches = 0;
@@ -284,25 +284,7 @@ static i32 pick_named_move(Position* pos, const MoveEntry* list, const char* tex
             *move = list->move;
         }
     }
-    if (matches == 2) {
-        print_plain("ambiguous move\n");
-    }
-    return matches == 1;
-}
-
-i32 parse_move(char* text, Move* move)
-{
-    SearchThread* thread = console_thread;
-    Position* pos = &thread->pos;
-    *move = NoMove;
-    normalise_move_text(text);
-
-    // The game may stand at a ply that has no list; the first always has one.
-    const i16 ply = thread->ply;
-    thread->ply = 1;
-    gen_all_moves(pos);
-    thread->ply = ply;
-    return pick_named_move(pos, thread->ply_rec[1].list_start, text, move);
+    return matches;
 }
 
 // The square in whose name a text ends, or NoSquare.
@@ -405,7 +387,7 @@ static MoveEntry* list_candidates(const Position* pos, const char* text, MoveEnt
     return out;
 }
 
-i32 parse_move_on(Position* pos, char* text, Move* move)
+i32 parse_move(Position* pos, char* text, Move* move)
 {
     MoveEntry candidates[max_list_moves + 1];
     *move = NoMove;
@@ -415,14 +397,6 @@ i32 parse_move_on(Position* pos, char* text, Move* move)
 }
 
 // ---- EPD operations
-
-static const char* skip_blanks(const char* text)
-{
-    while (*text == ' ') {
-        ++text;
-    }
-    return text;
-}
 
 // The four fields of the position, up to the fourth blank.
 static const char* read_position_fields(const char* line, char* pos_text)

@@ -15,14 +15,10 @@ char* move_text_or_null(Move move, char* out);
 // forms carry it.
 void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, char* san_rank);
 
-// Finds the legal move of the console's position that text stands for. Changes text, which
-// must have room for one more character. Returns 1 and stores the move, or 0; prints
-// "ambiguous move" if exactly two moves fit.
-i32 parse_move(char* text, Move* move);
-
-// The same result and the same output on any position, for readers of many games: it looks only
-// at the moves that text can name, and leaves the lists of pos->thread alone.
-i32 parse_move_on(Position* pos, char* text, Move* move);
+// Finds the legal move of pos that text stands for. Changes text, which must have room for one more
+// character. Returns the number of moves that fit: at 1 the move is stored. Leaves the lists of
+// pos->thread alone.
+[[nodiscard]] i32 parse_move(Position* pos, char* text, Move* move);
 
 // Sizes of the buffers of read_epd_ops, with their NUL.
 inline constexpr i32 epd_pos_size = 512;

@@ -6,14 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "board/moves.h"
 #include "board/tables.h"
-#include "base/output.h"
-
-constinit SearchThread* console_thread = nullptr;
-constinit Shared<SearchThread*> workers[max_workers] {};
+#include "base/text.h"
 
 // clang-format off
 const char square_name[64][3] = {
@@ -50,7 +46,6 @@ static constexpr CastleHome castle_homes[4] = {
 
 static constexpr i32 max_side_pieces = 16;
 static constexpr u64 outer_ranks = 0xff000000000000ffULL;
-static constexpr i32 fen_size = 128;
 
 // ---- Setting up
 
@@ -90,7 +85,7 @@ void remove_piece(Position* pos, i32 square)
 
 void clear_board(Position* pos)
 {
-    SearchThread* thread = pos->thread;
+    UndoStack* stack = pos->stack;
     pos->castle = 15;
     pos->ep_square = NoSquare;
     pos->cnt50 = 0;
@@ -103,9 +98,9 @@ void clear_board(Position* pos)
             pos->bb[side][type] = 0;
         }
     }
-    thread->undo_count = 0;
-    thread->ply = 1;
-    thread->last_move = 0;
+    stack->undo_count = 0;
+    stack->ply = 1;
+    stack->last_move = 0;
 }
 
 // Reads the piece field and returns the character that ends it, a blank or the NUL.
@@ -159,14 +154,6 @@ static const char* read_ep_square(Position* pos, const char* text)
     return text;
 }
 
-static const char* skip_blanks(const char* text)
-{
-    while (*text == ' ') {
-        ++text;
-    }
-    return text;
-}
-
 static u8 false_castling(const Position* pos)
 {
     u8 rights = 0;
@@ -206,29 +193,21 @@ static const char* read_fields(Position* pos, const char* text, i32* dropped)
     text = read_castling(pos, skip_blanks(text));
     text = read_ep_square(pos, skip_blanks(text));
 
-    pos->thread->undo[0] = {};
-    pos->thread->undo[1] = {};
+    pos->stack->undo[0] = {};
+    pos->stack->undo[1] = {};
     *dropped = drop_false_castling(pos);
     pos->key = compute_key(pos);
     pos->pawn_key = compute_pawn_key(pos);
     return text;
 }
 
-i32 parse_epd(Position* pos, const char* text)
+i32 parse_epd(Position* pos, const char* text, const char** rest)
 {
     i32 dropped = 0;
     text = read_fields(pos, text, &dropped);
-    if (dropped == 0) {
-        return 0;
+    if (rest != nullptr) {
+        *rest = text;
     }
-    print_line_format("Illegal EPD - %s", text);
-    return -1;
-}
-
-i32 parse_epd_silently(Position* pos, const char* text)
-{
-    i32 dropped = 0;
-    read_fields(pos, text, &dropped);
     return dropped == 0 ? 0 : -1;
 }
 
@@ -303,12 +282,8 @@ void make_fen(const Position* pos, char* out)
     copy_text(out, 3, pos->ep_square < 64 ? square_name[pos->ep_square] : "-");
 }
 
-void print_board(const Position* pos)
+void make_board_view(const Position* pos, char* out)
 {
-    char fen[fen_size];
-    char view[8 * 18 + 1];
-    make_fen(pos, fen);
-    char* out = view;
     for (i32 rank = 7; rank >= 0; --rank) {
         *out++ = ' ';
         for (i32 file = 0; file < 8; ++file) {
@@ -320,35 +295,6 @@ void print_board(const Position* pos)
         *out++ = '\n';
     }
     *out = '\0';
-    print_line_format("%s\n%s%s\n", fen, view, pos->stm == White ? "white" : "black");
-}
-
-// ---- The record of a thread
-
-SearchThread* new_thread_record(i32 thread_id)
-{
-    SearchThread* thread = new (std::nothrow) SearchThread();
-    if (thread == nullptr) {
-        return nullptr;
-    }
-    thread->thread_id = static_cast<i8>(thread_id);
-    thread->ply = 1;
-    thread->move_store_base = thread->move_store;
-    thread->pos.thread = thread;
-    thread->pos.ep_square = NoSquare;
-    thread->eval_work.pos = &thread->pos;
-    thread->eval_work.thread = thread;
-    init_move_lists(thread);
-    return thread;
-}
-
-void init_move_lists(SearchThread* thread)
-{
-    for (i32 ply = 0; ply < 2; ++ply) {
-        thread->move_store[ply].move = EndOfList;
-        thread->ply_rec[ply].list_start = &thread->move_store[ply];
-        thread->ply_rec[ply].list_cursor = &thread->move_store[ply];
-    }
 }
 
 // ---- Checks

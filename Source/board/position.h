@@ -1,12 +1,13 @@
-// The position, the records of a search thread, and the position's text form.
+// The position, the stack of the moves that led to it, and the position's text form.
 // A Position is changed only by parse_epd, by make and unmake, and by the board editor, so its
 // derived fields (bb, piece_count, phase_mtl, king_sq, the keys) always agree with board.
 #pragma once
 
 #include "board/types.h"
-#include "eval/eval_work.h"
 
-inline constexpr i32 max_workers = 128;
+// The record of the thread that searches the position: the search's own, only named here.
+struct SearchThread;
+
 inline constexpr i32 ply_count = 70; // plies of a search; nodes make moves below 66
 
 // The undo stack holds the game and the search path. The search stops deepening when the game
@@ -15,19 +16,6 @@ inline constexpr i32 ply_count = 70; // plies of a search; nodes make moves belo
 inline constexpr i32 undo_size = 960;
 inline constexpr i32 game_limit = 880;
 inline constexpr i32 game_keep = 600; // entries kept when the oldest are dropped
-
-// Room for the move lists of all plies. A square is entered from at most eight directions and
-// by eight knights, promotions count fourfold, so no board has 1126 pseudo-legal moves.
-inline constexpr i32 move_store_size = ply_count * 1128;
-
-// One entry of a move list.
-struct MoveEntry {
-    u16 move;    // EndOfList closes the list
-    i16 score;   // for ordering; generators leave it as it was
-    u8 moved;    // piece code on the from-square
-    u8 captured; // piece code on the to-square; 0 for en passant
-};
-static_assert(sizeof(MoveEntry) == 6);
 
 // One entry of the undo stack; the values are those before the move.
 struct UndoRecord {
@@ -41,10 +29,21 @@ struct UndoRecord {
 };
 static_assert(sizeof(UndoRecord) == 24);
 
-// A board with what is derived from it. Plain data, copied whole; a copy must have its thread
-// pointer put right.
+// The game and the search path that led to a position, and how deep the search stands in it.
+struct UndoStack {
+    UndoRecord undo[undo_size]; // undo_count is the next free entry
+    i16 undo_count;
+    i16 ply;                   // 1 at the root of a search and in the game
+    u16 last_move;             // 0 after a null move or at an empty stack
+    Shared<u8> depth;          // iteration that runs, 0 outside of a search; read by other workers
+    i16 node_depth[ply_count]; // remaining depth of each ply's node, after the check extension
+};
+
+// A board with what is derived from it. Plain data, copied whole; a copy must have its two owner
+// pointers put right.
 struct Position {
-    SearchThread* thread; // the owner
+    UndoStack* stack;     // of the owner: make and unmake work on it
+    SearchThread* thread; // the owner; null for a board that nobody searches
     u8 board[65];         // piece codes; the 65th byte is never a square
     u64 bb[2][8];         // per side: [0] all, [1] pawns ... [6] king, [7] unused
     u64 spare;
@@ -59,109 +58,43 @@ struct Position {
     u8 king_sq[2];
 };
 
-// The state of one ply of a search: one cache line.
-struct alignas(64) PlyRecord {
-    i16 node_type; // 0 PV, 1 expected cut, -1 expected all
-    i16 depth;     // remaining depth, after the check extension
-    i16 eval;      // static evaluation, -10001 in check
-    i16 alpha;
-    i16 beta;
-    i16 in_check;
-    i8 reduction; // of the move being searched
-    u8 in_iid;
-    u8 extend_hash_move; // never set; read by the move loop
-    u16 move_flags;      // class of the move being searched
-    u8 razored;
-    u16 danger[2]; // what is at stake, per side, centipawns
-    u16 moves_searched;
-    i32 tb_result; // 0 to 4 from the side to move's view, -1 none
-    u16 hash_move;
-    u16 killer[2];
-    u16 evasion_killer;
-    u8 check_sq; // square of the checking piece, NoSquare if none
-    u16 stage;   // of next_move
-    MoveEntry* list_start;
-    MoveEntry* list_cursor; // the move being searched
-};
-static_assert(sizeof(PlyRecord) == 64);
-
-// The eight counters of a thread, summed over threads for the output.
-enum Counter : i32 {
-    CountNodes,
-    CountTbHits,
-    CountEvals,
-    CountEvalHits,
-    CountHashProbes,
-    CountHashHits,
-    CountPawnProbes,
-    CountPawnHits,
-    CounterCount,
-};
-
-// Worker command words. Any value from 91 up ends the worker.
-enum WorkerCommand : u8 {
-    CommandIdle = 0,
-    CommandSearch = 1,
-    CommandClearHash = 2,
-    CommandQuit = 99,
-    CommandHasQuit = 100,
-};
-
-// Everything private to one search thread, in one zero-initialised block.
-struct SearchThread {
-    UndoRecord undo[undo_size]; // game and search path; undo_count is the next free entry
-    PlyRecord ply_rec[ply_count];
-    MoveEntry move_store[move_store_size];
-    MoveEntry* move_store_base;
-    i16 history[8][16][64];   // [type of the previous move's piece][moved code][to]
-    u16 counter_move[16][64]; // [previous moved code][previous to]
-    u16 counter_move2[16][64];
-    u16 follow_move[16][64]; // [own moved code two plies back][its to]
-    EvalCacheEntry eval_cache[eval_cache_size];
-    PawnCacheEntry pawn_cache[pawn_cache_size];
-    EvalWork eval_work;
-    Position pos;
-    u16 pv[ply_count]; // indexed by ply from 1, closed by 0
-    i16 undo_count;
-    i16 ply;               // 1 at the root
-    u16 last_move;         // 0 after a null move or at an empty stack
-    i8 thread_id;          // -1 in the console's record
-    Shared<u8> command;    // read by: main and its worker
-    Shared<u8> depth;      // read by: other workers
-    Shared<u8> fail_state; // read by: check_time
-    u8 completed_depth;
-    u8 seldepth;
-    u32 rand_state;
-    u32 strength_key; // seed of the strength limit's choice of nodes
-    i16 score;
-    i16 prev_score;
-    u64 node_limit;
-    Shared<u64> counters[CounterCount]; // read by: collect_stats
-    u8 root_phase[2];
-    i8 null_depth; // null moves on the current path
-};
-
-extern SearchThread* console_thread;               // the game; parse_epd and the shell work on it
-extern Shared<SearchThread*> workers[max_workers]; // published by each worker; null if none
-
 // Steps of piece_count and weights of phase_mtl, by piece type.
 inline constexpr u32 count_step[8] = { 0, 1, 16, 256, 4096, 65536, 0, 0 };
 inline constexpr i16 phase_weight[8] = { 0, 0, 3, 3, 5, 10, 0, 0 };
+
+// ---- Words of the board
+
+// All pieces of both sides, and those of one.
+inline u64 occupied(const Position* pos)
+{
+    return pos->bb[White][0] | pos->bb[Black][0];
+}
+
+inline u64 pieces_of(const Position* pos, i32 side)
+{
+    return pos->bb[side][0];
+}
+
+// How many pieces of a type, pawns to queens, side has: a nibble of piece_count, 0 to 15.
+inline i32 count_of(const Position* pos, i32 side, i32 type)
+{
+    return static_cast<i32>(pos->piece_count[side] >> (4 * (type - Pawn)) & 15);
+}
+
+// The start position of chess.
+inline constexpr char start_position[] = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
 
 // Names of the squares, "a1" to "h8".
 extern const char square_name[64][3];
 
 // Sets pos from a FEN or EPD text (only its first four fields are read) and empties the undo
-// stack of pos->thread. Returns 0, or -1 after printing "Illegal EPD - ..." if a castling right
-// had to be dropped. The position is usable in both cases; nothing else is checked: pieces beyond
-// the board are left out, a second piece on a square replaces the first, and an en-passant field
-// that names no square counts as none.
-i32 parse_epd(Position* pos, const char* text);
+// stack. Returns 0, or -1 if a castling right had to be dropped; *rest, where asked for, becomes
+// what stands behind the fields. The position is usable in both cases; nothing else is checked:
+// pieces beyond the board are left out, a second piece on a square replaces the first, and an
+// en-passant field that names no square counts as none.
+i32 parse_epd(Position* pos, const char* text, const char** rest = nullptr);
 
-// The same without the message.
-i32 parse_epd_silently(Position* pos, const char* text);
-
-// Empties the board and the undo stack of pos->thread: all castling rights, no en-passant square,
+// Empties the board and the undo stack: all castling rights, no en-passant square,
 // half-move clock 0. The side to move, the king squares and the keys stay as they are.
 void clear_board(Position* pos);
 
@@ -171,11 +104,14 @@ void clear_board(Position* pos);
 void put_piece(Position* pos, i32 square, i32 code);
 void remove_piece(Position* pos, i32 square);
 
-// Writes the four fields of the position text into out, which holds at least 128 bytes.
+// Writes the four fields of the position text into out, which holds at least fen_size bytes.
+inline constexpr i32 fen_size = 128;
 void make_fen(const Position* pos, char* out);
 
-// Prints position text, board and side to move to standard output and the log.
-void print_board(const Position* pos);
+// Writes the board for a person to look at into out, which holds at least board_view_size bytes:
+// eight lines, rank 8 first.
+inline constexpr i32 board_view_size = 8 * 18 + 1;
+void make_board_view(const Position* pos, char* out);
 
 // The Zobrist key of pos computed from its fields, and the key of its pawns alone.
 u64 compute_key(const Position* pos);
@@ -184,13 +120,6 @@ u64 compute_pawn_key(const Position* pos);
 // Drops the castling rights whose king or rook is not at home. Returns how many were dropped.
 // The key is left as it is.
 i32 drop_false_castling(Position* pos);
-
-// Allocates a zeroed record and makes it ready (thread id, pointers, two empty move lists).
-// Returns null if there is no memory. The owner gives it back by delete.
-SearchThread* new_thread_record(i32 thread_id);
-
-// Makes the two empty lists at the start of move_store, for plies 0 and 1.
-void init_move_lists(SearchThread* thread);
 
 // Whether bb, piece_count, phase_mtl and both keys are what board, stm, castle and ep_square
 // make them, and king_sq too for a side of one king.

@@ -1,36 +1,60 @@
-// Read-only tables of the board, built once before any thread exists, and slider attacks.
+// Read-only tables of the board, made by the compiler, and slider attacks.
 #pragma once
 
 #include "board/types.h"
 
-extern u64 pawn_attacks[2][64]; // squares attacked by a pawn of that side
-extern u64 knight_attacks[64];
-extern u64 king_attacks[64];
-extern u64 ray_n[64], ray_e[64], ray_nw[64], ray_ne[64]; // towards higher squares
-extern u64 ray_s[64], ray_w[64], ray_sw[64], ray_se[64]; // towards lower squares
-extern u64 bishop_rays[64];                              // a bishop's moves on an empty board
-extern u64 rook_rays[64];
-extern u64 between[64][64];    // squares strictly between two squares of one line
-extern u64 passed_mask[2][64]; // own and neighbouring files in front of the square
-extern u64 adjacent_files[8];
-extern u64 ranks_above[8];
-extern u64 ranks_below[8];
-extern u64 zobrist[16][64]; // row 0: en-passant squares and castling values
+// All of them in one block, so that one base address serves for a routine that reads several.
+struct ConstantTables {
+    u64 pawn_attacks[2][64]; // squares attacked by a pawn of that side
+    u64 knight_attacks[64];
+    u64 king_attacks[64];
+    u64 ray_n[64], ray_e[64], ray_nw[64], ray_ne[64]; // towards higher squares
+    u64 ray_s[64], ray_w[64], ray_sw[64], ray_se[64]; // towards lower squares
+    u64 bishop_rays[64];                              // a bishop's moves on an empty board
+    u64 rook_rays[64];
+    u64 between[64][64];    // squares strictly between two squares of one line
+    u64 passed_mask[2][64]; // own and neighbouring files in front of the square
+    u64 adjacent_files[8];
+    u64 ranks_above[8];
+    u64 ranks_below[8];
+    u64 zobrist[16][64]; // row 0: en-passant squares and castling values
+    u8 map_identity[64]; // square maps of the evaluation: s, 63 - s, s ^ 7, s ^ 56
+    u8 map_rotate[64];
+    u8 map_mirror_file[64];
+    u8 map_mirror_rank[64];
+};
+extern const ConstantTables board_tables;
+
+// The names by which the program knows them.
+inline constexpr const auto& pawn_attacks = board_tables.pawn_attacks;
+inline constexpr const auto& knight_attacks = board_tables.knight_attacks;
+inline constexpr const auto& king_attacks = board_tables.king_attacks;
+inline constexpr const auto& ray_n = board_tables.ray_n;
+inline constexpr const auto& ray_e = board_tables.ray_e;
+inline constexpr const auto& ray_nw = board_tables.ray_nw;
+inline constexpr const auto& ray_ne = board_tables.ray_ne;
+inline constexpr const auto& ray_s = board_tables.ray_s;
+inline constexpr const auto& ray_w = board_tables.ray_w;
+inline constexpr const auto& ray_sw = board_tables.ray_sw;
+inline constexpr const auto& ray_se = board_tables.ray_se;
+inline constexpr const auto& bishop_rays = board_tables.bishop_rays;
+inline constexpr const auto& rook_rays = board_tables.rook_rays;
+inline constexpr const auto& between = board_tables.between;
+inline constexpr const auto& passed_mask = board_tables.passed_mask;
+inline constexpr const auto& adjacent_files = board_tables.adjacent_files;
+inline constexpr const auto& ranks_above = board_tables.ranks_above;
+inline constexpr const auto& ranks_below = board_tables.ranks_below;
+inline constexpr const auto& zobrist = board_tables.zobrist;
+inline constexpr const auto& map_identity = board_tables.map_identity;
+inline constexpr const auto& map_rotate = board_tables.map_rotate;
+inline constexpr const auto& map_mirror_file = board_tables.map_mirror_file;
+inline constexpr const auto& map_mirror_rank = board_tables.map_mirror_rank;
+
+// King and pawn against king. Written once by init_kpk, which main calls before any thread exists:
+// the compiler would take minutes for it.
 // [lone side to move][file + 4 * rank of the pawn, files a to d][pawn side's king][lone king]
 extern u8 kpk_table[2][32][64][64];
-
-// Square maps of the evaluation: identity, 63 - s, s ^ 7, s ^ 56.
-extern const u8 map_identity[64], map_rotate[64], map_mirror_file[64], map_mirror_rank[64];
-
-// Builds every table of this file except zobrist.
-void init_tables();
-
-// Builds kpk_table; called by init_tables, which has built king_attacks before.
 void init_kpk();
-
-// Fills zobrist at the first call, from Marsaglia's multiply-with-carry generator with fixed
-// seeds; later calls do nothing.
-void init_zobrist();
 
 // Attack sets including the first blocker in each direction, whatever its colour.
 // The guard bits 63 and 0 stand for "no blocker": their rays are empty.

@@ -6,32 +6,32 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include "base/files.h"
+#include "base/lock.h"
 #include "board/notation.h"
-#include "board/position.h"
-#include "base/output.h"
-#include "shell/run_state.h"
+
+constinit Shared<u8> trace_level {};
 
 static SpinLock trace_lock;
 static FILE* trace_file;
 static i32 noted_ply;
 static i32 noted_depth;
 
-static void write_move(const SearchThread* thread, Move move)
+static void write_move(const UndoStack* stack, Move move)
 {
-    const i32 depth = load(thread->depth);
+    const i32 depth = load(stack->depth);
     if (depth > noted_depth) {
         fprintf(trace_file, "\n\nSEARCH DEPTH= %d\n", depth);
     }
-    if (thread->ply <= noted_ply) {
+    if (stack->ply <= noted_ply) {
         fputc('\n', trace_file);
-        for (i32 i = 1; i < thread->ply; ++i) {
+        for (i32 i = 1; i < stack->ply; ++i) {
             fputs("         ", trace_file);
         }
     }
     char text[8];
-    fprintf(
-        trace_file, "(%2d)%s ", thread->ply_rec[thread->ply].depth, move_text_or_null(move, text));
-    noted_ply = thread->ply;
+    fprintf(trace_file, "(%2d)%s ", stack->node_depth[stack->ply], move_text_or_null(move, text));
+    noted_ply = stack->ply;
     noted_depth = depth;
 }
 
@@ -46,9 +46,9 @@ static FILE* open_trace()
     return file;
 }
 
-void trace_move(Position* pos, Move move)
+void trace_move(const Position* pos, Move move)
 {
-    lock_spin(&trace_lock);
+    const SpinGuard guard(&trace_lock);
     if (trace_file == nullptr) {
         trace_file = open_trace();
         if (trace_file == nullptr) {
@@ -56,9 +56,8 @@ void trace_move(Position* pos, Move move)
         }
     }
     // Moves of a long game at the console may stand beyond the records of a search.
-    const i32 ply = pos->thread->ply;
+    const i32 ply = pos->stack->ply;
     if (ply >= 0 && ply < ply_count && ply <= load(trace_level)) {
-        write_move(pos->thread, move);
+        write_move(pos->stack, move);
     }
-    unlock_spin(&trace_lock);
 }

@@ -14,14 +14,29 @@ struct BookEntry {
 };
 static_assert(sizeof(BookEntry) == 16);
 
-// A move for pos from a book file, chosen at random by the weights and OwnBook_Variety. Returns 0
-// if there is no file name, no readable book, no playable entry for the position, or if the
-// chosen move is not legal here. Reports the book's moves to the user once any has been found.
-// Opens the file once and holds nothing of it afterwards.
-Move book_probe(Position* pos, const char* file_name);
+// More records of one key than these are not looked at.
+inline constexpr i32 max_book_entries = 128;
 
-// Builds tmp_book.bin in the current directory from the games of tool_file, playing them on the
-// console's position. An old file of that name is replaced only by a complete new one. If the
-// input cannot be read, nothing is written; if the book cannot be written for want of space,
-// exit_status becomes 1. Reasons go to standard error.
-void build_book();
+// What a book knows of a position, and the move chosen from it.
+struct BookChoice {
+    Move move; // 0 if there is none, or if the chosen one is not legal here
+    i32 count; // of the entries; 0 if the book has nothing playable here
+    BookEntry entries[max_book_entries]; // in the order of the file
+    u16 adjusted[max_book_entries];      // weights by which the choice was made, ten-thousandths
+    u32 sum;                             // of adjusted
+};
+
+// Chooses a move for pos from a book file at random by the weights and variety (0 to 100, the
+// option OwnBook_Variety). Without a file name, a readable book or a playable entry the choice is
+// empty. Opens the file once and holds nothing of it afterwards.
+void book_probe(Position* pos, const char* file_name, i32 variety, BookChoice* choice);
+
+// The squares of a book's move as it holds them, so castling is the king's move onto its rook. out
+// holds 5 bytes.
+void write_book_move(u16 book_move, char* out);
+
+// Builds tmp_book.bin in the current directory from the games of a file, playing them on pos. An
+// old file of that name is replaced only by a complete new one. If the input cannot be read,
+// nothing is written; if the book cannot be written for want of space, exit_status becomes 1.
+// Reasons go to standard error.
+void build_book(Position* pos, const char* file_name);

@@ -7,12 +7,12 @@
 #include <cstring>
 #include <new>
 
+#include "base/files.h"
+#include "base/output.h"
+#include "base/text.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "book/polyglot.h"
-#include "base/files.h"
-#include "base/output.h"
-#include "shell/run_state.h"
 
 static constexpr char book_name[] = "tmp_book.bin";
 static constexpr char unfinished_name[] = "tmp_book.part"; // renamed once it is complete
@@ -72,6 +72,8 @@ struct PlayedMove {
 
 // What is known of the game being read.
 struct BookReader {
+    Position* pos; // the games are played here
+    const char* file_name;
     NodeTable table;
     PlayedMove line_moves[line_length]; // of the line being read, in their order
     i32 line_move_count;
@@ -187,7 +189,7 @@ static bool holds(const char* line, i32 length, const char* text)
 
 static void start_game(BookReader* reader, const char* line, i32 length)
 {
-    parse_epd(&console_thread->pos, start_position);
+    parse_epd(reader->pos, start_position);
     if (holds(line, length, "1-0")) {
         reader->result = WhiteWon;
     } else if (holds(line, length, "0-1")) {
@@ -248,22 +250,21 @@ static void count_line_moves(BookReader* reader)
 // Plays a move of the game; its text has room for one character more.
 static void play_move(BookReader* reader, char* text)
 {
-    Position* pos = &console_thread->pos;
+    Position* pos = reader->pos;
     PlayedMove* played = &reader->line_moves[reader->line_move_count];
     played->key = book_key(pos);
     played->side = pos->stm;
-    if (parse_move_on(pos, text, &played->move) == 0) {
+    const i32 matches = parse_move(pos, text, &played->move);
+    if (matches == 2) {
+        print_plain("ambiguous move\n");
+    }
+    if (matches != 1) {
         reader->skips = true;
         return;
     }
     make_move(pos, played->move);
     ++reader->plies;
     ++reader->line_move_count;
-}
-
-static bool is_letter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
 // Where the move begins in a word such as "12.Nf3" or "4.0-0"; null if there is none, as in a
@@ -498,14 +499,14 @@ static FILE* open_games(const char* file_name)
 
 static void make_book(BookReader* reader, FILE* games)
 {
-    print_line_format(" Creating file %s from games in %s", book_name, tool_file);
+    print_line_format(" Creating file %s from games in %s", book_name, reader->file_name);
     const int read_error = read_games(reader, games);
     if (reader->out_of_memory) {
-        fprintf(stderr, "no memory for the positions of %s\n", tool_file);
+        fprintf(stderr, "no memory for the positions of %s\n", reader->file_name);
         return;
     }
     if (read_error != 0) {
-        complain(tool_file, "cannot be read to its end", read_error);
+        complain(reader->file_name, "cannot be read to its end", read_error);
         exit_status = 1;
         return;
     }
@@ -519,13 +520,15 @@ static void make_book(BookReader* reader, FILE* games)
     print_plain("done\n");
 }
 
-void build_book()
+void build_book(Position* pos, const char* file_name)
 {
-    FILE* games = open_games(tool_file);
+    FILE* games = open_games(file_name);
     if (games == nullptr) {
         return;
     }
     BookReader reader = {};
+    reader.pos = pos;
+    reader.file_name = file_name;
     reader.result = Drawn;
     if (make_table(&reader.table)) {
         make_book(&reader, games);

@@ -9,9 +9,6 @@
 inline constexpr i32 random64_count = 781;
 extern const u64 random64[random64_count];
 
-// More records of one key than these are not looked at.
-inline constexpr i32 max_book_entries = 128;
-
 // The Polyglot key of pos. An en-passant square counts only if a pawn of the side to move attacks
 // it, whether or not the capture would be legal.
 u64 book_key(const Position* pos);

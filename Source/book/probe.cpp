@@ -4,11 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/files.h"
+#include "base/text.h"
 #include "board/moves.h"
 #include "book/polyglot.h"
-#include "shell/engine_options.h"
-#include "base/output.h"
-#include "shell/run_state.h"
 
 static constexpr i64 record_size = sizeof(BookEntry);
 static constexpr i32 neutral_variety = 25; // the book's own proportions
@@ -16,7 +15,6 @@ static constexpr i32 weight_scale = 10000;
 static constexpr u32 draw_factor = 98765;
 static constexpr u32 draw_offset = 123456789;
 static constexpr u32 draw_limit = 1000;
-static constexpr size_t report_size = 1024; // holds a word of five letters for every entry
 
 // ---- Reading
 
@@ -122,76 +120,34 @@ static u32 draw_number()
     return (static_cast<u32>(rand()) * draw_factor + draw_offset) % draw_limit;
 }
 
-// ---- Reporting: one line in UCI mode, a line for each move at the console
+// ---- The probe
 
-// The squares as the book holds them, so castling is the king's move onto its rook.
-static void write_book_move(u16 book_move, char* out)
+void write_book_move(u16 book_move, char* out)
 {
     copy_text(out, 3, square_name[book_move >> 6 & 63]);
     copy_text(out + 2, 3, square_name[book_move & 63]);
 }
 
-static void report_uci(const BookEntry* entries, i32 count)
+void book_probe(Position* pos, const char* file_name, i32 variety, BookChoice* choice)
 {
-    char text[report_size] = "info string ( book moves are: ";
-    size_t length = strlen(text);
-    for (i32 i = 0; i < count; ++i) {
-        if (entries[i].weight == 0) {
-            continue;
-        }
-        write_book_move(entries[i].move, text + length);
-        length += 4;
-        text[length++] = ' ';
-    }
-    copy_text(text + length, report_size - length, " )");
-    print_line(text);
-}
-
-static void report_console(const BookEntry* entries, i32 count, const u16* adjusted, u32 sum)
-{
-    i32 total = 0;
-    for (i32 i = 0; i < count; ++i) {
-        total += entries[i].weight;
-    }
-    for (i32 i = 0; i < count; ++i) {
-        const i32 weight = entries[i].weight;
-        if (weight == 0) {
-            continue;
-        }
-        char move[5];
-        write_book_move(entries[i].move, move);
-        print_line_format("  %s  cnt= %5d, weight= %5.2f%% -> %5.2f%%", move, weight,
-            weight * 100.0 / total, adjusted[i] * 100.0 / sum);
-    }
-}
-
-Move book_probe(Position* pos, const char* file_name)
-{
+    choice->move = NoMove;
+    choice->count = 0;
     if (file_name[0] == '\0') {
-        return NoMove;
+        return;
     }
-    BookEntry entries[max_book_entries];
-    u16 adjusted[max_book_entries];
-    const i32 count = read_entries(file_name, book_key(pos), entries);
+    const i32 count = read_entries(file_name, book_key(pos), choice->entries);
     if (count == 0) {
-        return NoMove;
+        return;
     }
-    const u32 sum = adjust_book_weights(entries, count, engine_options.own_book_variety, adjusted);
-    if (sum == 0) {
-        return NoMove;
+    choice->sum = adjust_book_weights(choice->entries, count, variety, choice->adjusted);
+    if (choice->sum == 0) {
+        return;
     }
-
-    const i32 chosen = choose_book_entry(entries, count, adjusted, sum, draw_number());
-    Move move = book_move_to_move(entries[chosen].move);
-    if (!is_playable(pos, move)) {
-        move = NoMove;
+    choice->count = count;
+    const i32 chosen =
+        choose_book_entry(choice->entries, count, choice->adjusted, choice->sum, draw_number());
+    const Move move = book_move_to_move(choice->entries[chosen].move);
+    if (is_playable(pos, move)) {
+        choice->move = move;
     }
-    if (load(uci_mode) != 0) {
-        report_uci(entries, count);
-    } else if (load(noise) < silent_noise) {
-        report_console(entries, count, adjusted, sum);
-        print_line_format(
-            "selecting %s%s", square_name[from_square(move)], square_name[to_square(move)]);
-    }
-    return move;
 }

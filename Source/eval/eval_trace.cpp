@@ -72,7 +72,7 @@ static i32 material_of(const EvalWork* work, const TraceRow& row, i32 side)
     if (row.type == NoPiece) {
         return 0;
     }
-    const u32 count = (work->pos->piece_count[side] >> (4 * (row.type - Pawn))) & 15;
+    const u32 count = static_cast<u32>(count_of(work->pos, side, row.type));
     const u32 word = count * static_cast<u32>(eval_params[row.material].packed);
     return taper(static_cast<i32>(word), work->phase);
 }
@@ -143,16 +143,25 @@ static void print_weights()
     }
 }
 
-void print_eval_trace(const EvalWork* work, i32 tapered, f32 scale)
+bool has_eval_trace(const EvalState* state)
 {
+    return state->eval_work.is_complete;
+}
+
+void print_eval_trace(const EvalState* state, bool with_weights)
+{
+    const EvalWork* work = &state->eval_work;
+    if (!work->is_complete) {
+        return;
+    }
     print_rows(work);
     print_hung(work->hung);
     // The side to move's view of the score without contempt.
-    const i32 white_view = static_cast<i32>(static_cast<f32>(tapered) * scale);
+    const i32 white_view = static_cast<i32>(static_cast<f32>(work->tapered) * work->scale);
     const i32 value = work->pos->stm == White ? white_view : -white_view;
     print_plain("eval= %d,  phase= %0.2f, sf= %0.2f\n\n", value, static_cast<f64>(work->phase),
-        static_cast<f64>(scale));
-    if (work->trace != 1) {
+        static_cast<f64>(work->scale));
+    if (with_weights) {
         print_weights();
     }
 }

@@ -4,16 +4,15 @@
 #include "eval/evaluate.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "board/tables.h"
 #include "eval/terms.h"
-#include "shell/run_state.h"
+
+constinit ContemptRule contempt_rule = {};
 
 // Files b to g, where rammed pawns count.
 static constexpr u64 rammed_files = 0x7e7e7e7e7e7e7e7eULL;
-
-// A search that aims at more seconds than this has no limit and plays without contempt.
-static constexpr f64 contempt_time_limit = 90000;
 
 i32 taper(i32 word, f32 phase)
 {
@@ -100,10 +99,11 @@ static void eval_closing_terms(EvalWork* work)
 // material of the side that should avoid the draw: the root's own for a positive option.
 static i32 contempt_bonus(const Position* pos)
 {
-    const i32 contempt = load(worker_options.contempt);
-    if (contempt == 0 || target_time > contempt_time_limit) {
+    const i32 contempt = load(contempt_rule.contempt);
+    if (contempt == 0 || contempt_rule.off) {
         return 0;
     }
+    const i32 root_side = contempt_rule.root_side;
     const i32 measured = contempt > 0 ? root_side : root_side ^ 1;
     const i32 pieces = pos->phase_mtl[measured] - 3;
     const i32 pawns = static_cast<i32>(pos->piece_count[measured] & 15);
@@ -131,26 +131,32 @@ static void run_terms(EvalWork* work)
     eval_closing_terms(work);
 }
 
-static void publish_danger(SearchThread* thread, i32 ply, const u16* danger)
+static void publish_danger(u16* out, const u16* danger)
 {
-    thread->ply_rec[ply].danger[White] = danger[White];
-    thread->ply_rec[ply].danger[Black] = danger[Black];
+    out[White] = danger[White];
+    out[Black] = danger[Black];
 }
 
-i32 evaluate(SearchThread* thread, i32 side, i32 ply, i32 in_check, i32 trace)
+void clear_eval_caches(EvalState* state)
 {
-    EvalWork* work = &thread->eval_work;
-    Position* pos = &thread->pos;
+    memset(state->eval_cache, 0, sizeof state->eval_cache);
+    memset(state->pawn_cache, 0, sizeof state->pawn_cache);
+}
+
+i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 danger[2])
+{
+    EvalWork* work = &state->eval_work;
+    const i32 side = pos->stm;
     work->pos = pos;
-    work->thread = thread;
+    work->state = state;
     work->ply = static_cast<u8>(ply);
-    work->trace = static_cast<u8>(trace);
-    work->occupied = pos->bb[White][0] | pos->bb[Black][0];
-    add(thread->counters[CountEvals], 1);
+    work->is_complete = false;
+    work->occupied = occupied(pos);
+    add(state->eval_counters[CountEvals], 1);
     if constexpr (tuning) {
         clear_notes(work);
     }
-    if (in_check != 0) {
+    if (in_check) {
         return no_eval;
     }
     if (is_drawn_material(pos)) {
@@ -160,20 +166,21 @@ i32 evaluate(SearchThread* thread, i32 side, i32 ply, i32 in_check, i32 trace)
     if (eval_lone_king(pos, side, &score)) {
         return score;
     }
-    EvalCacheEntry* slot = &thread->eval_cache[pos->key & (eval_cache_size - 1)];
+    EvalCacheEntry* slot = &state->eval_cache[pos->key & (eval_cache_size - 1)];
     if (slot->key == pos->key && ply > 1) {
-        add(thread->counters[CountEvalHits], 1);
-        publish_danger(thread, ply, slot->danger);
+        add(state->eval_counters[CountEvalHits], 1);
+        publish_danger(danger, slot->danger);
         return slot->score;
     }
 
     run_terms(work);
     const i32 difference = static_cast<i32>(
         static_cast<u32>(work->score[White]) - static_cast<u32>(work->score[Black]));
-    const i32 tapered = taper(difference, work->phase);
-    const i32 value = tapered + contempt_bonus(pos);
-    const f32 scale = scale_factor(work, value);
-    score = static_cast<i32>(static_cast<f32>(value) * scale);
+    work->tapered = taper(difference, work->phase);
+    const i32 value = work->tapered + contempt_bonus(pos);
+    work->scale = scale_factor(work, value);
+    work->is_complete = true;
+    score = static_cast<i32>(static_cast<f32>(value) * work->scale);
     if (side == Black) {
         score = -score;
     }
@@ -181,12 +188,9 @@ i32 evaluate(SearchThread* thread, i32 side, i32 ply, i32 in_check, i32 trace)
     slot->danger[White] = work->danger[White];
     slot->danger[Black] = work->danger[Black];
     slot->score = static_cast<i16>(score);
-    publish_danger(thread, ply, work->danger);
+    publish_danger(danger, work->danger);
     if constexpr (tuning) {
-        publish_notes(work, scale);
-    }
-    if (trace != 0) {
-        print_eval_trace(work, tapered, scale);
+        publish_notes(work, work->scale);
     }
     return score;
 }

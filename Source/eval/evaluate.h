@@ -1,21 +1,35 @@
 // The static evaluation.
 #pragma once
 
-#include "board/position.h"
+#include "eval/eval_state.h"
 
 // Returned for a side to move in check: no score.
 inline constexpr i32 no_eval = -10001;
 
-// Evaluates thread->pos in centipawns, positive when side stands better; every caller passes the
-// side to move. ply (1 to ply_count - 1): where danger is written; the caches answer only from
-// ply 2 on. in_check nonzero returns no_eval and touches nothing but the call counter. trace 1
-// prints the score table, 2 also all weights. Plain material (drawn, or a lone king with a rule
-// of its own) is judged without touching danger or the caches.
-i32 evaluate(SearchThread* thread, i32 side, i32 ply, i32 in_check, i32 trace);
+// By how much a draw is shunned. Written by the main thread: contempt when the option changes, the
+// rest before each search; read by every evaluation of every thread, whose caches it lives in.
+struct ContemptRule {
+    Shared<i16> contempt; // centipawns; positive for a side that wants to play on
+    u8 root_side;         // the side to move at the root, whose contempt it is
+    bool off;             // the search has no limit of time: an analysis, not a game
+};
+extern ContemptRule contempt_rule;
 
-// Prints how the score of the evaluation just made came about. tapered is the score from white's
-// view before contempt, scale the scale factor.
-void print_eval_trace(const EvalWork* work, i32 tapered, f32 scale);
+// Evaluates pos in centipawns, positive when the side to move stands better. ply (1 to
+// ply_count - 1): the caches answer only from ply 2 on. in_check returns no_eval and touches
+// nothing but the call counter. danger gets what is at stake for each side, in centipawns, but
+// for plain material (drawn, or a lone king with a rule of its own), which leaves it alone.
+i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 danger[2]);
+
+// Empties both caches: no score made with other weights may survive their change.
+void clear_eval_caches(EvalState* state);
+
+// Whether the call of evaluate before has judged pos by its terms, not by a cache or a plain rule.
+bool has_eval_trace(const EvalState* state);
+
+// Prints how the score of the evaluation just made came about, if it has_eval_trace; with_weights
+// adds all weights.
+void print_eval_trace(const EvalState* state, bool with_weights);
 
 // Blends the halves of a score pair by phase (0 middle game, 1 end game), truncated toward zero.
 i32 taper(i32 word, f32 phase);

@@ -122,17 +122,17 @@ static void eval_structure(EvalWork* work)
 void eval_pawns(EvalWork* work)
 {
     const Position* pos = work->pos;
-    SearchThread* thread = work->thread;
+    EvalState* state = work->state;
     u64 key = pos->pawn_key;
     for (i32 side = White; side <= Black; ++side) {
         if ((pos->king_sq[side] & 7) < 4) {
             key ^= wing_key[side];
         }
     }
-    PawnCacheEntry* slot = &thread->pawn_cache[key & (pawn_cache_size - 1)];
-    add(thread->counters[CountPawnProbes], 1);
+    PawnCacheEntry* slot = &state->pawn_cache[key & (pawn_cache_size - 1)];
+    add(state->eval_counters[CountPawnProbes], 1);
     if (slot->key == key && work->ply >= 2) {
-        add(thread->counters[CountPawnHits], 1);
+        add(state->eval_counters[CountPawnHits], 1);
         work->score[White] = slot->score[White];
         work->score[Black] = slot->score[Black];
     } else {
@@ -146,11 +146,6 @@ void eval_pawns(EvalWork* work)
     const u64 black_blocked = (pos->bb[Black][Pawn] >> 8) & work->occupied;
     add_weight(work, White, pawn_blocked, popcount(white_blocked));
     add_weight(work, Black, pawn_blocked, popcount(black_blocked));
-}
-
-static i32 relative_rank(i32 side, i32 square)
-{
-    return side == White ? square >> 3 : 7 - (square >> 3);
 }
 
 void eval_candidates(EvalWork* work)

@@ -2,13 +2,12 @@
 // A root of a worker's search is noted as well but not published: coef belongs to the main thread.
 #include "eval/term_notes.h"
 
-#include "board/position.h"
 #include "eval/terms.h"
 #include "eval/weights.h"
 
 static bool is_published(const EvalWork* work)
 {
-    return work->thread == console_thread && work->ply < first_cached_ply;
+    return work->state->fills_coef && work->ply < first_cached_ply;
 }
 
 void clear_notes(EvalWork* work)

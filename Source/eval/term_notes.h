@@ -2,7 +2,7 @@
 // All of it is nothing in the normal build.
 #pragma once
 
-#include "eval/eval_work.h"
+#include "eval/eval_state.h"
 
 // From this ply on the caches answer, so that an evaluation may not run all of its terms.
 inline constexpr i32 first_cached_ply = 2;

@@ -8,19 +8,17 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "board/position.h"
 #include "eval/pst_defaults.h"
 #include "base/files.h"
 #include "base/output.h"
-#include "shell/run_state.h"
+#include "base/text.h"
 
 constinit EvalParam eval_params[weight_count] = {};
 constinit i32 eval_param_count = 0;
 constinit i32 param_cursor = 0;
 alignas(64) constinit i32 eval_words[weight_count] = {};
 alignas(64) constinit RealPair eval_reals[scalar_weight_count] = {};
-constinit char tune_list[tune_list_size][128] = {};
-constinit i32 tune_count = 0;
+constinit TuneNames tune_names = {};
 
 static_assert(weight_count == scalar_weight_count + 64 * pst_count);
 
@@ -55,57 +53,57 @@ static constexpr const char* table_names[pst_count] = {
 
 // One personality option and a text that the names of its weights contain.
 struct PersonalityRule {
-    const WeightScale* option;
+    WeightScale WeightScales::*option;
     const char* needle;
 };
 
 // In the order of application. The search for a text in the names makes "knight_outpost" hit
 // knight_outpost_atk too, which is then scaled twice, and "ppawn" the whole passed pawn family.
 static constexpr PersonalityRule personality_rules[] = {
-    { &engine_options.Mtl_Pawn, "mtl_pawn" },
-    { &engine_options.Mtl_Knight, "mtl_knight" },
-    { &engine_options.Mtl_Bishop, "mtl_bishop" },
-    { &engine_options.Mtl_Rook, "mtl_rook" },
-    { &engine_options.Mtl_Queen, "mtl_queen" },
-    { &engine_options.Activity_Knight, "knight_mobility" },
-    { &engine_options.Activity_Knight, "knight_outpost" },
-    { &engine_options.Activity_Knight, "knight_outpost_atk" },
-    { &engine_options.Activity_Bishop, "bishop_mobility" },
-    { &engine_options.Activity_Bishop, "bishop_mob2" },
-    { &engine_options.Activity_Bishop, "bishop_outpost" },
-    { &engine_options.Activity_Bishop, "bishop_outpost_atk" },
-    { &engine_options.Activity_Rook, "rook_mobility" },
-    { &engine_options.Activity_Rook, "rook_mob2" },
-    { &engine_options.Activity_Queen, "queen_mobility" },
-    { &engine_options.Activity_Knight, "PST_N1" },
-    { &engine_options.Activity_Knight, "PST_N2" },
-    { &engine_options.Activity_Bishop, "PST_B1" },
-    { &engine_options.Activity_Bishop, "PST_B2" },
-    { &engine_options.Activity_Rook, "PST_R1" },
-    { &engine_options.Activity_Rook, "PST_R2" },
-    { &engine_options.Activity_Queen, "PST_Q1" },
-    { &engine_options.Activity_Queen, "PST_Q2" },
-    { &engine_options.Pawn_Structure, "PST_P1" },
-    { &engine_options.Pawn_Structure, "PST_P2" },
-    { &engine_options.Pawn_Structure, "PST_CP" },
-    { &engine_options.Pawn_Structure, "PST_DP" },
-    { &engine_options.Passed_Pawns, "ppawn" },
-    { &engine_options.Passed_Pawns, "candidate_passer" },
-    { &engine_options.King_Safety, "king_danger1" },
-    { &engine_options.King_Safety, "king_danger2" },
-    { &engine_options.King_Safety, "enemy_checks" },
-    { &engine_options.Threats, "hung_pawn" },
-    { &engine_options.Threats, "hung_minor" },
-    { &engine_options.Threats, "hung_major" },
-    { &engine_options.Threats, "attacked_pawn" },
-    { &engine_options.Threats, "attacked_minor" },
-    { &engine_options.Threats, "attacked_major" },
-    { &engine_options.Threats, "knight_trapped" },
-    { &engine_options.Threats, "bishop_trapped" },
-    { &engine_options.Threats, "rook_trapped" },
-    { &engine_options.Threats, "queen_trapped" },
-    { &engine_options.Threats, "pinned_pawn" },
-    { &engine_options.Threats, "pinned_piece" },
+    { &WeightScales::Mtl_Pawn, "mtl_pawn" },
+    { &WeightScales::Mtl_Knight, "mtl_knight" },
+    { &WeightScales::Mtl_Bishop, "mtl_bishop" },
+    { &WeightScales::Mtl_Rook, "mtl_rook" },
+    { &WeightScales::Mtl_Queen, "mtl_queen" },
+    { &WeightScales::Activity_Knight, "knight_mobility" },
+    { &WeightScales::Activity_Knight, "knight_outpost" },
+    { &WeightScales::Activity_Knight, "knight_outpost_atk" },
+    { &WeightScales::Activity_Bishop, "bishop_mobility" },
+    { &WeightScales::Activity_Bishop, "bishop_mob2" },
+    { &WeightScales::Activity_Bishop, "bishop_outpost" },
+    { &WeightScales::Activity_Bishop, "bishop_outpost_atk" },
+    { &WeightScales::Activity_Rook, "rook_mobility" },
+    { &WeightScales::Activity_Rook, "rook_mob2" },
+    { &WeightScales::Activity_Queen, "queen_mobility" },
+    { &WeightScales::Activity_Knight, "PST_N1" },
+    { &WeightScales::Activity_Knight, "PST_N2" },
+    { &WeightScales::Activity_Bishop, "PST_B1" },
+    { &WeightScales::Activity_Bishop, "PST_B2" },
+    { &WeightScales::Activity_Rook, "PST_R1" },
+    { &WeightScales::Activity_Rook, "PST_R2" },
+    { &WeightScales::Activity_Queen, "PST_Q1" },
+    { &WeightScales::Activity_Queen, "PST_Q2" },
+    { &WeightScales::Pawn_Structure, "PST_P1" },
+    { &WeightScales::Pawn_Structure, "PST_P2" },
+    { &WeightScales::Pawn_Structure, "PST_CP" },
+    { &WeightScales::Pawn_Structure, "PST_DP" },
+    { &WeightScales::Passed_Pawns, "ppawn" },
+    { &WeightScales::Passed_Pawns, "candidate_passer" },
+    { &WeightScales::King_Safety, "king_danger1" },
+    { &WeightScales::King_Safety, "king_danger2" },
+    { &WeightScales::King_Safety, "enemy_checks" },
+    { &WeightScales::Threats, "hung_pawn" },
+    { &WeightScales::Threats, "hung_minor" },
+    { &WeightScales::Threats, "hung_major" },
+    { &WeightScales::Threats, "attacked_pawn" },
+    { &WeightScales::Threats, "attacked_minor" },
+    { &WeightScales::Threats, "attacked_major" },
+    { &WeightScales::Threats, "knight_trapped" },
+    { &WeightScales::Threats, "bishop_trapped" },
+    { &WeightScales::Threats, "rook_trapped" },
+    { &WeightScales::Threats, "queen_trapped" },
+    { &WeightScales::Threats, "pinned_pawn" },
+    { &WeightScales::Threats, "pinned_piece" },
 };
 
 void set_weight(i32 index, f64 mg, f64 eg)
@@ -118,13 +116,6 @@ void set_weight(i32 index, f64 mg, f64 eg)
     if (index < scalar_weight_count) {
         eval_reals[index] = { mg, eg };
     }
-}
-
-// No score made with other weights may survive a rebuild.
-static void clear_eval_caches(SearchThread* thread)
-{
-    memset(thread->eval_cache, 0, sizeof thread->eval_cache);
-    memset(thread->pawn_cache, 0, sizeof thread->pawn_cache);
 }
 
 static void append_entry(const char* name, i32 mg, i32 eg)
@@ -164,8 +155,8 @@ static void freeze_unlisted()
 {
     for (EvalParam& entry : eval_params) {
         entry.frozen = 1;
-        for (i32 i = 0; i < tune_count && i < tune_list_size; ++i) {
-            if (strcmp(entry.name, tune_list[i]) == 0) {
+        for (i32 i = 0; i < tune_names.count; ++i) {
+            if (strcmp(entry.name, tune_names.name[i]) == 0) {
                 entry.frozen = 0;
             }
         }
@@ -184,19 +175,10 @@ static void load_defaults()
     }
 }
 
-void init_eval_params(i32 mode)
+void init_eval_params(i32 mode, const WeightScales* scales, const char* file_name)
 {
-    for (const Shared<SearchThread*>& worker : workers) {
-        SearchThread* const thread = load_acquire(worker);
-        if (thread != nullptr) {
-            clear_eval_caches(thread);
-        }
-    }
-    if (console_thread != nullptr) {
-        clear_eval_caches(console_thread);
-    }
     build_base_table();
-    if (tune_count > 0) {
+    if (tune_names.count > 0) {
         freeze_unlisted();
     }
     if (mode == 1) {
@@ -205,10 +187,10 @@ void init_eval_params(i32 mode)
     load_defaults();
     if (mode == 0) {
         for (const PersonalityRule& rule : personality_rules) {
-            scale_params(rule.needle, *rule.option);
+            scale_params(rule.needle, scales->*rule.option);
         }
     }
-    load_params_file();
+    load_params_file(file_name);
 }
 
 void fset(const char* name, i32 mg, i32 eg)
@@ -237,10 +219,10 @@ static bool read_integer(const char* text, i32* value)
     return end != text;
 }
 
-void load_params_file()
+void load_params_file(const char* file_name)
 {
     static constexpr char delimiters[] = "(),\"\n";
-    FILE* const file = open_regular_file(params_file);
+    FILE* const file = open_regular_file(file_name);
     if (file == nullptr) {
         return;
     }
@@ -262,10 +244,10 @@ void load_params_file()
     fclose(file);
 }
 
-int save_params_file()
+int save_params_file(const char* name)
 {
     OutputFile out;
-    int error = open_output(&out, params_file, unfinished_params);
+    int error = open_output(&out, name, unfinished_params);
     if (error != 0) {
         return error;
     }

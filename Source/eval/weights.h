@@ -3,8 +3,7 @@
 // written by set_weight alone, which keeps the dense copies that the evaluation reads in step.
 #pragma once
 
-#include "board/types.h"
-#include "shell/engine_options.h"
+#include "base/types.h"
 
 // A score pair is one word, (eg << 16) + mg, in centipawns: pairs add and subtract as plain
 // words. A negative mg borrows from the upper half; the readers below undo that.
@@ -70,36 +69,53 @@ extern i32 param_cursor;     // the entry that the next fset or file line sets
 extern i32 eval_words[weight_count];             // packed of every entry
 extern RealPair eval_reals[scalar_weight_count]; // mg and eg of the scalar entries
 
-// Names that the tuner may change; with an empty list it may change all.
+// Names that the tuner may change; with an empty list it may change all. Written by the console's
+// word and the trainer's command line, read when the table is built anew.
 inline constexpr i32 tune_list_size = 9;
-extern char tune_list[tune_list_size][128];
-extern i32 tune_count;
+struct TuneNames {
+    char name[tune_list_size][128];
+    i32 count;
+};
+extern TuneNames tune_names;
+
+// A pair of percentages that scale weights: middle game, end game.
+using WeightScale = i16[2];
+
+// The personality of the evaluation: what each option makes of the weights that it stands for.
+struct WeightScales {
+    WeightScale Mtl_Pawn, Mtl_Knight, Mtl_Bishop, Mtl_Rook, Mtl_Queen;
+    WeightScale Activity_Knight, Activity_Bishop, Activity_Rook, Activity_Queen;
+    WeightScale Pawn_Structure, Passed_Pawns, King_Safety, Threats;
+};
+
+// The weights file, looked for in the working directory.
+inline constexpr char params_file[] = "params.txt";
 
 // Sets the values of the entry index (0 to weight_count - 1); packed takes them rounded, halves
 // away from zero. The only writer of values.
 void set_weight(i32 index, f64 mg, f64 eg);
 
-// Builds the whole table: base values, defaults, personality options, params.txt. Clears the
-// evaluation caches of all threads, so no worker may be searching. mode 0 is the normal one;
-// 1 stops after the base values; others skip the personality options.
-void init_eval_params(i32 mode);
+// Builds the whole table: base values, defaults, personality options, weights file. No worker may
+// be searching, and all evaluation caches must be cleared. mode 0 is the normal one; 1 stops after
+// the base values; others skip the personality options, and scales may be null.
+void init_eval_params(i32 mode, const WeightScales* scales, const char* file_name = params_file);
 
 // Sets the entry at param_cursor and moves the cursor on; the name "mtl_pawn" puts the cursor
 // to 0 first. A name that is not the entry's is complained of on standard output, but the values
 // are taken. Behind the end of the table nothing is stored.
 void fset(const char* name, i32 mg, i32 eg);
 
-// Reads params_file in the working directory, if it is there, line by line as fset. Lines
+// Reads a file of weights, if it is there, line by line as fset. Lines
 // without a name and two integers are passed over.
-void load_params_file();
+void load_params_file(const char* file_name);
 
 // The name that the weights file has until it is complete.
 inline constexpr char unfinished_params[] = "params.part";
 
-// Writes all entries to params_file in the working directory, in the form that load_params_file
-// reads. The old file stays until the new one is complete. Returns 0, or the error that kept the
-// file from being written.
-int save_params_file();
+// Writes all entries to a file of that name, in the form that load_params_file reads. The old file
+// stays until the new one is complete. Returns 0, or the error that kept the file from being
+// written.
+[[nodiscard]] int save_params_file(const char* name);
 
 // Scales every entry whose name contains needle by the two percentages. Returns 1 if there was
 // none, else 0.

@@ -12,7 +12,6 @@
 #include "fathom/tbfile.h"
 #include "fathom/tbmoves.h"
 #include "fathom/tbtable.h"
-#include "base/output.h"
 
 static constexpr i32 TBMAX_PIECE = 254;
 static constexpr i32 TBMAX_PAWN = 256;
@@ -349,14 +348,14 @@ static void add_tables(i32 first_size, i32 second_size)
     } while (next_group(first, first_size));
 }
 
-void tb_init(const char* path)
+i32 tb_init(const char* path)
 {
     clear_registry();
     if (path[0] == '\0' || strcmp(path, "<empty>") == 0 || !set_paths(path)) {
-        return;
+        return -1;
     }
     for (const auto& sizes : group_sizes) {
         add_tables(sizes[0], sizes[1]);
     }
-    print_plain("info string found %d tablebases\n", tb_piece_count + tb_pawn_count);
+    return tb_piece_count + tb_pawn_count;
 }

@@ -10,9 +10,9 @@ struct TbEntry;
 extern i32 tb_largest; // greatest piece count of any table found, 0 without tables
 
 // Registers the tables in the directories of path (separated by ':') in place of those registered
-// before, and prints how many. Empty or "<empty>" means none, and prints nothing. No worker may be
-// searching. Ends the program with status 1 if a limit of the registry is passed.
-void tb_init(const char* path);
+// before. Returns how many there are, or -1 if path names no directories: it is empty or "<empty>".
+// No worker may be searching. Ends the program with status 1 if a limit of the registry is passed.
+i32 tb_init(const char* path);
 
 // The material key, with white or, if mirror is set, black as the first side. 0 for bare kings.
 u64 tb_material_key(const TbPos* pos, bool mirror);

@@ -16,16 +16,6 @@ static constexpr i32 third_case = second_case + 4 * 28 * 62;
 static constexpr i32 fourth_case = third_case + 4 * 7 * 28;
 static_assert(fourth_case + 4 * 7 * 6 == lead_single);
 
-static constexpr i32 file_of(i32 square)
-{
-    return square & 7;
-}
-
-static constexpr i32 rank_of(i32 square)
-{
-    return square >> 3;
-}
-
 // 0 on the diagonal a1-h8, negative below it, positive above.
 static constexpr i32 off(i32 square)
 {

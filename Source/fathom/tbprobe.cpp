@@ -9,8 +9,6 @@
 #include "fathom/tbmoves.h"
 #include "fathom/tbread.h"
 #include "fathom/tbtable.h"
-#include "shell/engine_options.h"
-#include "shell/run_state.h"
 
 static constexpr i32 loss = -2;
 static constexpr i32 cursed_win = 1; // spoiled by the fifty-move rule
@@ -259,9 +257,9 @@ static i32 piece_total(const Position* pos)
     return popcount(pos->bb[White][0] | pos->bb[Black][0]);
 }
 
-i32 tb_probe_search(Position* pos, i32 depth)
+i32 tb_probe_search(const Position* pos, i32 depth, const TbDepths* least)
 {
-    if (depth < load(worker_options.syzygy_probe_depth5)) {
+    if (depth < load(least->five)) {
         return -1;
     }
     const i32 pieces = piece_total(pos);
@@ -269,8 +267,7 @@ i32 tb_probe_search(Position* pos, i32 depth)
         return -1;
     }
     if (pieces > pieces_always_small) {
-        const i32 needed =
-            pieces == tb_max_pieces ? load(worker_options.syzygy_probe_depth6) : depth_never;
+        const i32 needed = pieces == tb_max_pieces ? load(least->six) : depth_never;
         if (depth < needed) {
             return -1;
         }
@@ -374,7 +371,7 @@ static i32 class_of(i32 distance, i32 rule50)
     return 2;
 }
 
-i32 tb_probe_root(Position* pos, u32* wdl, u32* dtz, u16* move)
+i32 tb_probe_root(const Position* pos, u32* wdl, u32* dtz, u16* move)
 {
     TbPos root;
     tb_set_pos(&root, pos, pos->cnt50);

@@ -6,13 +6,39 @@
 
 struct TbPos;
 
+// What a table says for the side to move, on the scale of the search: 0 to 4, for arithmetic.
+enum TbResult : i32 {
+    TbNone = -1, // no answer
+    TbLoss = 0,
+    TbSavedLoss = 1, // saved by the fifty-move rule
+    TbDraw = 2,
+    TbSpoiltWin = 3, // spoiled by the fifty-move rule
+    TbWin = 4,
+};
+
+// The same on the scale of the Syzygy format: TbResult less TbDraw.
+enum TbWdl : i32 {
+    WdlLoss = -2,
+    WdlSavedLoss = -1,
+    WdlDraw = 0,
+    WdlSpoiltWin = 1,
+    WdlWin = 2,
+};
+
+// The least remaining depth at which tables are asked, by their number of pieces.
+struct TbDepths {
+    Shared<i16> five; // and less
+    Shared<i16> six;
+};
+
 // Result for the side to move: 0 loss, 1 loss saved by the fifty-move rule, 2 draw, 3 win
-// spoiled by it, 4 win; -1 if there is no answer. Applies the piece and depth limits itself.
-i32 tb_probe_search(Position* pos, i32 depth);
+// spoiled by it, 4 win; -1 if there is no answer, also where depth is below the least of its
+// pieces.
+i32 tb_probe_search(const Position* pos, i32 depth, const TbDepths* least);
 
 // The root's probe: result as above, also stored in wdl, with distance and a move; -1 if none.
 // Worker 0 only.
-i32 tb_probe_root(Position* pos, u32* wdl, u32* dtz, u16* move);
+i32 tb_probe_root(const Position* pos, u32* wdl, u32* dtz, u16* move);
 
 // The WDL value of a sound position. *success becomes 0 if there is no answer.
 i32 tb_probe_wdl(const TbPos* pos, i32* success);

@@ -7,13 +7,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "board/position.h"
-#include "shell/engine_options.h"
+#include "base/files.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 #include "base/text.h"
-#include "search/clock.h"
-#include "tools/tools.h"
+#include "search/strength.h"
+#include "search/threads.h"
+#include "tools/trainer/trainer.h"
 
 static constexpr char scan_option[] = "-scan_pgn";
 static constexpr f64 depth_limited_seconds = 10000.0;
@@ -22,99 +21,98 @@ static constexpr i32 largest_hash = 16384;
 static constexpr i32 least_tune_arguments = 3;
 static constexpr char example_table_path[] = "C:\\Chess\\Syzygy;C:\\Chess\\Syzygy\\6-Piece";
 
-static RunMode run_mode;
-static i32 argument_count;
-
-static void use_uci(const char*)
+static void use_uci(CommandLine*, const char*)
 {
     store(uci_mode, 1);
 }
 
-static void use_console(const char*)
+static void use_console(CommandLine*, const char*)
 {
     store(uci_mode, 0);
 }
 
-static void switch_log_on(const char*)
+static void switch_log_on(CommandLine* line, const char*)
 {
-    engine_options.log = 1;
+    line->dialogue->engine_options.log = 1;
 }
 
-static void set_numa(const char*)
+static void set_numa(CommandLine* line, const char*)
 {
-    numa = 1;
+    line->dialogue->numa = 1;
 }
 
-static void set_noise(const char* value)
+static void set_noise(CommandLine*, const char* value)
 {
     store(noise, read_real(value));
 }
 
-static void be_quiet(const char*)
+static void be_quiet(CommandLine* line, const char*)
 {
-    engine_options.log = 0;
+    line->dialogue->engine_options.log = 0;
     store(noise, silent_noise);
 }
 
-static void set_config_file(const char* value)
+static void set_config_file(CommandLine* line, const char* value)
 {
-    copy_text(engine_options.config_file_path, file_option_size, value);
+    copy_text(line->dialogue->engine_options.config_file_path, file_option_size, value);
 }
 
-static void set_depth(const char* value)
+static void set_depth(CommandLine* line, const char* value)
 {
-    store(tc_moves, 1);
-    tc_seconds = depth_limited_seconds;
-    store(depth_limit, read_depth_limit(value));
+    store(line->dialogue->limits.tc_moves, 1);
+    line->dialogue->limits.tc_seconds = depth_limited_seconds;
+    store(line->dialogue->limits.depth_limit, read_depth_limit(value));
 }
 
-static void set_seconds(const char* value)
+static void set_seconds(CommandLine* line, const char* value)
 {
-    store(tc_moves, 1);
-    tc_seconds = read_real(value);
+    store(line->dialogue->limits.tc_moves, 1);
+    line->dialogue->limits.tc_seconds = read_real(value);
 }
 
-static void set_nodes(const char* value)
+static void set_nodes(CommandLine* line, const char* value)
 {
-    store(tc_moves, 1);
-    tc_seconds = node_limited_seconds;
-    node_limit_total = read_integer(value);
+    store(line->dialogue->limits.tc_moves, 1);
+    line->dialogue->limits.tc_seconds = node_limited_seconds;
+    line->dialogue->limits.node_limit_total = read_integer(value);
 }
 
-static void set_node_rate(const char* value)
+static void set_node_rate(CommandLine* line, const char* value)
 {
     const f64 rate = read_real(value);
-    store(target_nps, std::max(rate, 0.0)); // below it no search would end before its time
-    engine_options.limit_strength = 1;
-    engine_options.elo = narrow_to_i16(elo_of_nps(rate));
-    print_plain("Elo= %d\n", engine_options.elo);
+    store(strength.target_nps, std::max(rate, 0.0)); // below it no search would end before its time
+    line->dialogue->engine_options.limit_strength = 1;
+    line->dialogue->engine_options.elo = narrow_to_i16(elo_of_nps(rate));
+    print_plain("Elo= %d\n", line->dialogue->engine_options.elo);
 }
 
-static void set_hash(const char* value)
+static void set_hash(CommandLine* line, const char* value)
 {
-    engine_options.hash = static_cast<i16>(std::clamp(read_i32(value), 0, largest_hash));
+    line->dialogue->engine_options.hash =
+        static_cast<i16>(std::clamp(read_i32(value), 0, largest_hash));
 }
 
-static void set_threads(const char* value)
+static void set_threads(CommandLine* line, const char* value)
 {
     const i16 count = static_cast<i16>(read_i32(value));
-    engine_options.threads = std::clamp(count, static_cast<i16>(1), static_cast<i16>(max_workers));
+    line->dialogue->engine_options.threads =
+        std::clamp(count, static_cast<i16>(1), static_cast<i16>(max_workers));
 }
 
-static void set_book(const char* value)
+static void set_book(CommandLine* line, const char* value)
 {
-    copy_text(engine_options.own_book_file, file_option_size, value);
+    copy_text(line->dialogue->engine_options.own_book_file, file_option_size, value);
 }
 
-static void set_table_path(const char* value)
+static void set_table_path(CommandLine* line, const char* value)
 {
-    copy_text(engine_options.syzygy_path, file_option_size, value);
+    copy_text(line->dialogue->engine_options.syzygy_path, file_option_size, value);
 }
 
-static void set_example_table_path(const char*)
+static void set_example_table_path(CommandLine* line, const char*)
 {
-    memset(engine_options.syzygy_path, 0, file_option_size);
-    copy_text(engine_options.syzygy_path, file_option_size, example_table_path);
+    memset(line->dialogue->engine_options.syzygy_path, 0, file_option_size);
+    copy_text(line->dialogue->engine_options.syzygy_path, file_option_size, example_table_path);
 }
 
 // A name that is cut may be that of another file, so the run must not pass for a good one.
@@ -127,68 +125,69 @@ static void set_file_name(char* name, size_t size, const char* value)
     }
 }
 
-static void set_epd_test(const char* value)
+static void set_epd_test(CommandLine* line, const char* value)
 {
-    set_file_name(epd_file, sizeof epd_file, value);
-    run_mode = ModeEpdTest;
+    set_file_name(line->epd_file, sizeof line->epd_file, value);
+    line->mode = ModeEpdTest;
 }
 
-static void set_tool_file(const char* value)
+static void set_tool_file(CommandLine* line, const char* value)
 {
-    set_file_name(tool_file, sizeof tool_file, value);
+    set_file_name(line->tool_file, sizeof line->tool_file, value);
 }
 
-static void set_match(const char* value)
+static void set_match(CommandLine* line, const char* value)
 {
-    set_tool_file(value);
-    run_mode = ModeMatch;
+    set_tool_file(line, value);
+    line->mode = ModeMatch;
 }
 
-static void set_bench(const char*)
+static void set_bench(CommandLine* line, const char*)
 {
-    run_mode = ModeBench;
+    line->mode = ModeBench;
 }
 
-static void set_bench2(const char*)
+static void set_bench2(CommandLine* line, const char*)
 {
-    run_mode = ModeBench2;
+    line->mode = ModeBench2;
 }
 
-static void set_bench_single(const char*)
+static void set_bench_single(CommandLine* line, const char*)
 {
-    run_mode = ModeBenchSingle;
+    line->mode = ModeBenchSingle;
 }
 
-static void set_make_config(const char*)
+static void set_make_config(CommandLine* line, const char*)
 {
-    run_mode = ModeMakeConfig;
+    line->mode = ModeMakeConfig;
 }
 
-static void set_make_book(const char* value)
+static void set_make_book(CommandLine* line, const char* value)
 {
-    set_tool_file(value);
-    run_mode = ModeMakeBook;
+    set_tool_file(line, value);
+    line->mode = ModeMakeBook;
 }
 
-static void set_make_tune(const char* value)
+static void set_make_tune(CommandLine* line, const char* value)
 {
-    set_file_name(epd_file, sizeof epd_file, value);
-    run_mode = ModeMakeTune;
+    set_file_name(line->epd_file, sizeof line->epd_file, value);
+    line->mode = ModeMakeTune;
 }
 
 // Training needs a build of its own, in which evaluate keeps track of its terms.
-static void refuse_tune(const char*)
+static void refuse_tune(CommandLine* line, const char*)
 {
-    if (argument_count >= least_tune_arguments) {
+    if (line->argument_count >= least_tune_arguments) {
         print_plain("Need to compile with 'make ttune'\n");
     }
-    run_mode = ModeEnd;
+    line->mode = ModeEnd;
 }
 
 struct CommandLineOption {
     const char* name;
     bool takes_value;
-    void (*apply)(const char* value); // value is the option itself if it takes none
+    void (*apply)(
+        CommandLine* line, const char* value); // value is the option itself if it takes none
 };
 
 static constexpr CommandLineOption command_line_options[] = {
@@ -222,7 +221,7 @@ static constexpr CommandLineOption command_line_options[] = {
 
 // Whether text is this option. The scanner's is looked for anywhere in the text; its four exact
 // forms choose the mode too, any other leaves the mode as it is.
-static bool is_option(const CommandLineOption& option, const char* text)
+static bool is_option(CommandLine* line, const CommandLineOption& option, const char* text)
 {
     if (option.name != scan_option) {
         return strcmp(text, option.name) == 0;
@@ -233,45 +232,49 @@ static bool is_option(const CommandLineOption& option, const char* text)
     const char* form = text + strlen(scan_option);
     if (strncmp(text, scan_option, strlen(scan_option)) == 0 && form[0] >= '1' && form[0] <= '4'
         && form[1] == '\0') {
-        run_mode = static_cast<RunMode>(ModeScanPgn1 + (form[0] - '1'));
+        line->mode = static_cast<RunMode>(ModeScanPgn1 + (form[0] - '1'));
     }
     return true;
 }
 
-RunMode read_command_line(i32 argc, char* const* argv)
+void read_command_line(Dialogue* dialogue, i32 argc, char* const* argv, CommandLine* line)
 {
-    run_mode = ModeThink;
-    argument_count = argc - 1;
+    line->dialogue = dialogue;
+    line->mode = ModeThink;
+    line->argument_count = argc - 1;
+    line->epd_file[0] = '\0';
+    line->tool_file[0] = '\0';
     for (i32 i = 1; i < argc; ++i) {
         if constexpr (tuning) {
             const i32 taken = take_tune_arguments(argv + i, argc - i);
             if (taken < 0) {
-                return ModeEnd;
+                line->mode = ModeEnd;
+                return;
             }
             if (taken > 0) {
-                run_mode = tune_options.file != nullptr ? ModeTune : run_mode;
+                line->mode = tune_options.file != nullptr ? ModeTune : line->mode;
                 i += taken - 1;
                 continue;
             }
         }
         const char* text = argv[i];
         for (const CommandLineOption& option : command_line_options) {
-            if (!is_option(option, text)) {
+            if (!is_option(line, option, text)) {
                 continue;
             }
             if (option.takes_value) {
                 if (i + 1 >= argc) {
                     fprintf(stderr, "option %s needs a value\n", text);
-                    return ModeEnd;
+                    line->mode = ModeEnd;
+                    return;
                 }
                 text = argv[++i];
             }
-            option.apply(text);
-            if (run_mode == ModeEnd) {
-                return ModeEnd;
+            option.apply(line, text);
+            if (line->mode == ModeEnd) {
+                return;
             }
         }
     }
-    publish_options();
-    return run_mode;
+    publish_options(dialogue);
 }

@@ -1,7 +1,7 @@
 // The options of the command line.
 #pragma once
 
-#include "board/types.h"
+#include "shell/dialogue.h"
 
 // What main runs after start-up.
 enum RunMode : i32 {
@@ -20,7 +20,15 @@ enum RunMode : i32 {
     ModeTune = 14, // in the tuning build alone
 };
 
-// Applies the arguments from argv[1] on to engine_options and the run state. An argument that is
-// no option is ignored; an option whose value is missing is named on standard error and gives
-// ModeEnd. Returns the mode.
-RunMode read_command_line(i32 argc, char* const* argv);
+// What the command line asks for.
+struct CommandLine {
+    Dialogue* dialogue; // gets the options and the limits
+    RunMode mode;
+    i32 argument_count;
+    char epd_file[140];  // of -anepd and -mktune
+    char tool_file[144]; // of -scan_pgn, -match and -mkbook
+};
+
+// Applies the arguments from argv[1] on to the dialogue and fills line. An argument that is no
+// option is ignored; an option whose value is missing is named on standard error and gives ModeEnd.
+void read_command_line(Dialogue* dialogue, i32 argc, char* const* argv, CommandLine* line);

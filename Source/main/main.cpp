@@ -11,20 +11,17 @@
 #include "board/position.h"
 #include "board/tables.h"
 #include "book/book.h"
-#include "eval/weights.h"
-#include "fathom/tbcore.h"
-#include "search/hash.h"
-#include "search/params.h"
-#include "search/threads.h"
 #include "main/command_line.h"
-#include "shell/engine_options.h"
 #include "base/files.h"
+#include "search/hash.h"
+#include "search/threads.h"
 #include "shell/options.h"
+#include "shell/prepare_search.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 #include "shell/startup.h"
 #include "shell/think_loop.h"
 #include "tools/tools.h"
+#include "tools/trainer/trainer.h"
 
 static constexpr i32 bench_positions = 20;
 static constexpr i32 bench_single_positions = 10;
@@ -61,99 +58,94 @@ static void seed_random_generator()
     srand(static_cast<unsigned>(now.tv_usec / 1000 + now.tv_sec * 1000));
 }
 
-static bool init_records()
+static bool init_records(Dialogue* dialogue)
 {
-    for (Shared<SearchThread*>& worker : workers) {
-        store(worker, nullptr);
-    }
-    console_thread = new_thread_record(-1);
-    if (console_thread == nullptr) {
+    dialogue->game = new_thread_record(-1);
+    if (dialogue->game == nullptr) {
         return false;
     }
-    init_tables();
-    init_run_state();
-    init_default_options();
-    engine_options = saved_options;
-    publish_options();
+    init_kpk();
+    init_dialogue(dialogue);
+    dialogue->tool_words = console_tool_words();
     return true;
 }
 
 // Makes what the command line has asked for. Returns false after a message if it cannot be had.
-static bool init_resources()
+static bool init_resources(Dialogue* dialogue)
 {
-    num_threads = engine_options.threads;
+    num_threads = dialogue->engine_options.threads;
     if (const i32 error = create_workers(num_threads); error != 0) {
         complain("threads", "cannot be started", error);
         return false;
     }
-    hash_mb = engine_options.hash;
-    if (!alloc_hash()) {
-        fprintf(stderr, "no memory for a hash table of %d megabytes\n", hash_mb);
+    const i32 megabytes = dialogue->engine_options.hash;
+    if (!make_hash_table(megabytes)) {
+        fprintf(stderr, "no memory for a hash table of %d megabytes\n", megabytes);
         return false;
     }
-    if (engine_options.log != 0 && !open_log()) {
+    if (dialogue->engine_options.log != 0 && !open_log()) {
         print_line("log file in use.");
-        engine_options.log = 0;
-        publish_options();
+        dialogue->engine_options.log = 0;
+        publish_options(dialogue);
     }
-    saved_options = engine_options;
-    if (engine_options.config_file_path[0] != '\0') {
-        load_config_file();
+    dialogue->saved_options = dialogue->engine_options;
+    if (dialogue->engine_options.config_file_path[0] != '\0') {
+        load_config_file(dialogue);
     }
-    set_search_params();
-    init_eval_params(0);
-    engine_options.params_changed = 0;
+    rebuild_search_tables(dialogue);
+    rebuild_weights(dialogue);
+    dialogue->engine_options.params_changed = 0;
     return true;
 }
 
-static void run_think_mode()
+static void run_think_mode(Dialogue* dialogue)
 {
-    calibrate();
-    set_search_params();
-    tb_init(engine_options.syzygy_path);
-    think_loop();
+    calibrate(dialogue);
+    rebuild_search_tables(dialogue);
+    register_tables(dialogue->engine_options.syzygy_path);
+    think_loop(dialogue);
 }
 
-static void run_tune_mode()
+static void run_tune_mode(Dialogue* dialogue, const char* file_name)
 {
-    if (load(depth_limit) > deepest_tune_limit) {
-        store(depth_limit, 0);
+    if (load(dialogue->limits.depth_limit) > deepest_tune_limit) {
+        store(dialogue->limits.depth_limit, 0);
     }
     store(noise, silent_noise);
-    make_tune_file(epd_file);
+    make_tune_file(dialogue, file_name);
 }
 
-static void run(RunMode mode)
+static void run(const CommandLine* line)
 {
-    switch (mode) {
+    Dialogue* dialogue = line->dialogue;
+    switch (line->mode) {
     case ModeThink:
-        run_think_mode();
+        run_think_mode(dialogue);
         break;
     case ModeEpdTest:
-        run_epd_test();
+        run_epd_test(dialogue, line->epd_file);
         break;
     case ModeBench:
     case ModeBench2:
-        run_benchmark(bench_positions);
+        run_benchmark(dialogue, bench_positions, false);
         break;
     case ModeBenchSingle:
-        bench_single = 1;
-        run_benchmark(bench_single_positions);
+        run_benchmark(dialogue, bench_single_positions, true);
         break;
     case ModeMakeBook:
-        build_book();
+        build_book(&dialogue->game->pos, line->tool_file);
         break;
     case ModeMakeTune:
-        run_tune_mode();
+        run_tune_mode(dialogue, line->epd_file);
         break;
     case ModeTune:
         if constexpr (tuning) {
-            run_trainer();
+            run_trainer(dialogue);
         }
         break;
     default:
-        if (mode >= ModeScanPgn1 && mode <= ModeScanPgn4) {
-            scan_pgn(tool_file, mode - ModeScanPgn1 + 1);
+        if (line->mode >= ModeScanPgn1 && line->mode <= ModeScanPgn4) {
+            scan_pgn(dialogue, line->tool_file, line->mode - ModeScanPgn1 + 1);
         }
         break; // nothing is to be run for the other modes
     }
@@ -168,29 +160,34 @@ static void report_lost_output()
     }
 }
 
-static void tear_down()
+static void tear_down(Dialogue* dialogue)
 {
     destroy_workers(num_threads);
     free_hash();
-    delete console_thread;
+    delete dialogue->game;
     close_log();
 }
 
+// Too large for a stack, and needed to the end.
+static constinit Dialogue the_dialogue {};
+
 int main(int argc, char** argv)
 {
+    Dialogue* dialogue = &the_dialogue;
     init_streams();
     seed_random_generator();
-    if (!init_records()) {
+    if (!init_records(dialogue)) {
         return 1;
     }
-    const RunMode mode = read_command_line(argc, argv);
-    if (mode == ModeEnd || !init_resources()) {
+    CommandLine line;
+    read_command_line(dialogue, argc, argv, &line);
+    if (line.mode == ModeEnd || !init_resources(dialogue)) {
         return 1;
     }
-    run(mode);
-    if (mode != ModeThink) {
+    run(&line);
+    if (line.mode != ModeThink) {
         report_lost_output();
     }
-    tear_down();
+    tear_down(dialogue);
     return exit_status;
 }

@@ -1,18 +1,17 @@
-// What happens before every search: the time for the move, the strength limit, rebuilt tables and
-// a clean record of the search to come. Runs on the main thread while no worker searches, so it
-// may write all that a search only reads.
+// The two halves of the clock: before a search the time that the move may take, during it the
+// decision that it has taken enough.
 #include "search/clock.h"
 
-#include <cmath>
+#include <algorithm>
+#include <cstdlib>
 
-#include "board/position.h"
-#include "eval/weights.h"
-#include "search/params.h"
+#include "base/clock.h"
+#include "eval/evaluate.h"
+#include "search/control.h"
 #include "search/search.h"
-#include "shell/engine_options.h"
-#include "base/output.h"
-#include "shell/run_state.h"
-#include "base/text.h"
+#include "search/threads.h"
+
+constinit SearchClock search_clock {};
 
 // Rules of the allotment.
 static constexpr struct {
@@ -27,146 +26,67 @@ static constexpr struct {
     f64 floor = 0.002; // seconds
 } time_rules;
 
-// The search of a node rate by its Elo.
+// A search that aims at more seconds than this has no limit: it analyses and plays without
+// contempt.
+static constexpr f64 contempt_time_limit = 90000;
+
+// Rules of the clock, in seconds or as shares of the time left.
 static constexpr struct {
-    f64 lowest_nps = 10.0;
-    f64 highest_nps = 10000000.0;
-    f64 tolerance = 0.5;    // Elo
-    f64 unreachable = 30.0; // nodes a second below the machine's own rate
-    i32 most_steps = 100;   // an Elo outside the bounds never comes within tolerance
-} strength_rules;
+    f64 no_stop_before = 0.015; // a search runs at least this long
+    f64 largest_margin = 0.025; // of the overhead, taken off the limit
+    f64 fail_low_share = 0.25;  // of the time left, while the root fails low
+    f64 fail_high_share = 0.1;
+    f64 score_drop_share = 0.03; // for each of two depths that the score fell behind
+    f64 stable_share = 0.25;     // of the target, given back when the best move is stable
+    i32 stable_depths = 4;
+    i32 small_score_fall = 20; // centipawns that count as a fall
+    i32 large_score = 336;     // from here on a sixteenth of the score counts
+    i32 single_reply_depth = 6;
+    f64 flag_guard = 5.0; // margins that must be left on the clock
+} clock_rules;
 
-static constexpr i32 oldest_hash_age = 15;
-static constexpr i32 first_score = -10000; // result_score before the first result
-static constexpr i32 fifty_moves = 100;    // half-moves; above it no search starts
-static constexpr i32 fen_size = 256;
+// ---- Before the search
 
-f64 elo_of_nps(f64 nps)
+void start_clock(const SearchLimits* limits, f64 overhead_seconds)
 {
-    return 144.0 * log(nps) + 1014.0 - 3000.0 / (nps + 1.0);
+    search_clock.limits = limits;
+    search_clock.overhead_seconds = overhead_seconds;
+    search_clock.start_time = monotonic_seconds();
+    store(search_clock.elapsed, 0.0);
 }
 
-// The node rate whose Elo is elo, as near as the bounds allow.
-static f64 nps_of_elo(i32 elo)
+// The number of moves that the clock must last for, this one not counted. Where the control is told
+// with each move, what was told last stands.
+static i16 count_moves_to_go(const SearchLimits* limits, const MoveTerms* terms)
 {
-    f64 low = strength_rules.lowest_nps;
-    f64 high = strength_rules.highest_nps;
-    f64 nps = (low + high) / 2;
-    for (i32 step = 0; step < strength_rules.most_steps; ++step) {
-        nps = (low + high) / 2;
-        const f64 difference = elo_of_nps(nps) - elo;
-        if (fabs(difference) < strength_rules.tolerance) {
-            break;
-        }
-        if (difference < 0) {
-            low = nps;
-        } else {
-            high = nps;
-        }
-    }
-    return nps;
-}
-
-// Without a limit UCI_Elo stands at the machine's own estimate, and its rate is the target.
-static void lift_strength_limit()
-{
-    engine_options.elo = narrow_to_i16(estimated_elo);
-    store(target_nps, calibration_nps);
-}
-
-static void apply_strength_limit()
-{
-    if (engine_options.limit_strength == 0) {
-        lift_strength_limit();
-    } else if (engine_options.elo >= 1) {
-        const f64 nps = nps_of_elo(engine_options.elo);
-        store(target_nps, nps);
-        if (nps > calibration_nps - strength_rules.unreachable) {
-            engine_options.limit_strength = 0;
-            lift_strength_limit();
-        }
-    }
-    publish_options();
-}
-
-// A best or ponder move of an earlier search must not be reported for this one.
-static void reset_result()
-{
-    const bool drawn = console_thread->pos.cnt50 > fifty_moves;
-    store(search_result.result_score, drawn ? 0 : first_score);
-    search_result.result_depth = 0;
-    search_result.result_pv[1] = NoMove;
-    search_result.result_pv[2] = NoMove;
-    for (i32 depth = 0; depth < ply_count; ++depth) {
-        store(search_result.score_by_depth[depth], -ScoreInfinite);
-        search_result.move_by_depth[depth] = NoMove;
-        nodes_by_depth[depth] = 0;
-    }
-    search_result.last_iter_depth = 0;
-    store(search_result.last_change_depth, 0);
-    store(search_result.single_reply, 0);
-}
-
-static void reset_search_state()
-{
-    store(stop_code, StopNone);
-    reset_result();
-    store(iter_depth, 0);
-    search_ponder = engine_options.ponder;
-    search_multi_pv = static_cast<u8>(engine_options.multi_pv);
-    hash_age = static_cast<i16>(hash_age < oldest_hash_age ? hash_age + 1 : 1);
-    for (i32& counter : debug_counters) {
-        counter = 0;
-    }
-    console_thread->ply = 1;
-    console_thread->pv[1] = NoMove;
-    overhead_seconds = engine_options.move_overhead * 0.001;
-    if (hash_mb < 1) {
-        store(hash_mode, 0);
-    }
-}
-
-static void rebuild_tables()
-{
-    print_line("info string setting search and eval params...");
-    set_search_params();
-    init_eval_params(0);
-    engine_options.params_changed = 0;
-}
-
-// The number of moves that the clock must last for, this one not counted; written to moves_to_go.
-static void count_moves_to_go()
-{
-    const i32 plies = console_thread->undo_count;
-    const i32 per_control = load(tc_moves);
+    const i32 per_control = load(limits->tc_moves);
     if (per_control > 1) {
-        if (load(uci_mode) == 0) {
-            moves_to_go = static_cast<i16>(per_control - plies / 2 % per_control);
-        }
-    } else if (plies < time_rules.opening_plies) {
-        moves_to_go = static_cast<i16>(time_rules.first_moves - plies / 2);
-    } else {
-        moves_to_go = static_cast<i16>(time_rules.later_moves);
+        return terms->counts ? static_cast<i16>(per_control - terms->plies / 2 % per_control)
+                             : limits->moves_to_go;
     }
+    if (terms->plies < time_rules.opening_plies) {
+        return static_cast<i16>(time_rules.first_moves - terms->plies / 2);
+    }
+    return static_cast<i16>(time_rules.later_moves);
 }
 
 // Seconds for a move of a side that has left on its clock.
-static f64 allotment(f64 left)
+static f64 allotment(const SearchLimits* limits, const MoveTerms* terms, f64 left)
 {
-    count_moves_to_go();
-    const bool room = load(tc_moves) == 0 || moves_to_go > 2;
-    f64 seconds = left / (moves_to_go + 1);
-    if (search_ponder != 0 && room) {
+    const bool room = load(limits->tc_moves) == 0 || limits->moves_to_go > 2;
+    f64 seconds = left / (limits->moves_to_go + 1);
+    if (terms->ponder && room) {
         seconds *= time_rules.ponder_factor;
     }
-    if (engine_options.elo < time_rules.hurried_elo) {
+    if (terms->elo < time_rules.hurried_elo) {
         seconds *= time_rules.hurried_factor;
     }
-    if (tc_increment > 0) {
-        seconds += tc_increment * left / (left + 2 * tc_increment);
+    const f64 increment = limits->tc_increment;
+    if (increment > 0) {
+        seconds += increment * left / (left + 2 * increment);
     }
-    const f64 ceiling =
-        time_rules.ceiling_share * left - time_rules.ceiling_overheads * overhead_seconds;
+    const f64 ceiling = time_rules.ceiling_share * left
+        - time_rules.ceiling_overheads * search_clock.overhead_seconds;
     if (seconds > ceiling) {
         seconds = ceiling;
     }
@@ -174,48 +94,76 @@ static f64 allotment(f64 left)
     return seconds >= time_rules.floor ? seconds : time_rules.floor;
 }
 
-static void set_target_time()
+void set_target_time(SearchLimits* limits, const MoveTerms* terms)
 {
-    const i32 side = console_thread->pos.stm;
-    if (load(tc_moves) == 1) {
-        target_time = tc_seconds;
-        store(clock_left[side], tc_seconds);
+    if (load(limits->tc_moves) == 1) {
+        search_clock.target_time = limits->tc_seconds;
+        store(limits->clock_left[terms->side], limits->tc_seconds);
     } else {
-        target_time = allotment(load(clock_left[side]));
+        limits->moves_to_go = count_moves_to_go(limits, terms);
+        search_clock.target_time = allotment(limits, terms, load(limits->clock_left[terms->side]));
     }
+    contempt_rule.off = search_clock.target_time > contempt_time_limit;
 }
 
-static void report_allotment()
+// ---- During the search
+
+void update_elapsed()
 {
-    const Position* pos = &console_thread->pos;
-    const i32 plies = console_thread->undo_count;
-    char fen[fen_size];
-    make_fen(pos, fen);
-    if (load(uci_mode) == 1) {
-        if (engine_options.log != 0) {
-            log_line("info string fen %s", fen);
-            log_line("info string ply= %d, trg_time= %0.3f sec", plies, target_time);
+    store(search_clock.elapsed, monotonic_seconds() - search_clock.start_time);
+}
+
+// Seconds to add to the target, from what the root of worker 0 and the last iterations say.
+// left: seconds on the clock, limit: the target, d: the iteration that runs.
+static f64 extra_time(f64 left, f64 limit, i32 d)
+{
+    const SearchThread* master = load(workers[0]);
+    const u8 fail_state = master != nullptr ? load(master->fail_state) : 0;
+    if (fail_state == 1) {
+        return left * clock_rules.fail_low_share;
+    }
+    if (fail_state == 2) {
+        return left * clock_rules.fail_high_share;
+    }
+    f64 extra = 0.0;
+    if (d > 3) {
+        const i32 score = load(search_result.result_score);
+        const i32 size = abs(score);
+        const i32 fall = size >= clock_rules.large_score ? size / 16 : clock_rules.small_score_fall;
+        for (i32 back = 1; back <= 2; ++back) {
+            if (score <= load(search_result.score_by_depth[d - back]) - fall) {
+                extra += left * clock_rules.score_drop_share;
+            }
         }
-    } else {
-        print_line_format("fen %s", fen);
-        print_line_format("Ply= %d, cnt50= %d, Clock= %0.2fs, Target time= %0.2fs", plies,
-            pos->cnt50, load(clock_left[pos->stm]), target_time);
+        if (d - load(search_result.last_change_depth) > clock_rules.stable_depths) {
+            extra -= limit * clock_rules.stable_share;
+        }
     }
+    return extra;
 }
 
-void prepare_search()
+void check_time()
 {
-    start_time = monotonic_seconds();
-    store(elapsed, 0.0);
-    root_side = console_thread->pos.stm;
-    store(clock_side, root_side);
-    apply_strength_limit();
-    reset_search_state();
-    if (engine_options.params_changed != 0) {
-        rebuild_tables();
+    update_elapsed();
+    const f64 now = load(search_clock.elapsed);
+    const i32 d = load(iter_depth);
+    if (load(stop_code) != StopCode::None || load(engine_state) != EngineState::Thinking || d < 2
+        || now < clock_rules.no_stop_before) {
+        return;
     }
-    set_target_time();
-    if (load(noise) < silent_noise) {
-        report_allotment();
+    const SearchLimits* limits = search_clock.limits;
+    const u8 side = load(search_clock.clock_side);
+    const f64 left = std::max(0.0, load(limits->clock_left[side]) - now);
+    f64 limit = search_clock.target_time;
+    f64 margin = 0.0;
+    if (load(limits->tc_moves) != 1) {
+        margin = std::min(search_clock.overhead_seconds, clock_rules.largest_margin);
+        limit += extra_time(left, limit, d);
+    }
+    limit -= margin;
+    const bool forced =
+        load(search_result.single_reply) != 0 && d >= clock_rules.single_reply_depth;
+    if (forced || clock_rules.flag_guard * margin > left || now >= limit) {
+        end_search(StopCode::Report);
     }
 }

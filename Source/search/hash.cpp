@@ -5,23 +5,14 @@
 #include <sys/mman.h>
 
 #include <bit>
-#include <cstdio>
 #include <cstring>
 
 #include "board/moves.h"
 #include "board/tables.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "base/output.h"
-#include "shell/run_state.h"
 
-HashSlot* hash_table;
-u32 hash_slots;
-u64 hash_mask;
-HashSlot* hash_low;
-HashSlot* hash_high;
-f64 hash_fill;
-Shared<u8> hash_written;
+constinit HashTable hash {};
 
 static constexpr u32 reserve_slots = 16; // keep the last bucket inside the block
 static constexpr i32 bucket_slots = 4;
@@ -81,7 +72,7 @@ static HashSlot* choose_slot(const Position* pos, i32 depth)
     }
     i32 shallowest = 0;
     for (i32 i = 0; i < bucket_slots; ++i) {
-        if (entries[i].age != hash_age) {
+        if (entries[i].age != hash.age) {
             return &bucket[i];
         }
         if (entries[i].depth < entries[shallowest].depth) {
@@ -93,7 +84,7 @@ static HashSlot* choose_slot(const Position* pos, i32 depth)
 
 void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alpha, i32 beta)
 {
-    if (load(hash_mode) == 0) {
+    if (load(hash.mode) == 0) {
         return;
     }
     HashEntry entry;
@@ -113,12 +104,12 @@ void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alp
     entry.check = check_of(pos->key, move, entry.score);
     entry.move = move;
     entry.depth = static_cast<i8>(depth);
-    entry.age = static_cast<u8>(hash_age);
+    entry.age = static_cast<u8>(hash.age);
     entry.cnt50 = pos->cnt50;
     u64 words[2];
     memcpy(words, &entry, sizeof words);
-    if (load(hash_written) == 0) {
-        store(hash_written, 1);
+    if (load(hash.written) == 0) {
+        store(hash.written, 1);
     }
     store(slot->word[0], words[0]);
     store(slot->word[1], words[1]);
@@ -130,9 +121,9 @@ void free_hash()
         munmap(hash_mapping, hash_mapping_size);
     }
     hash_mapping = nullptr;
-    hash_table = hash_low = hash_high = nullptr;
-    hash_slots = 0;
-    hash_mask = 0;
+    hash.table = hash.low = hash.high = nullptr;
+    hash.slots = 0;
+    hash.mask = 0;
 }
 
 // Maps memory for the slots, on a huge page boundary. A new mapping reads as zeros, so the table
@@ -152,41 +143,40 @@ static bool map_slots(u64 slots)
         start = (start + huge_page - 1) & ~(huge_page - 1);
         madvise(reinterpret_cast<void*>(start), bytes, MADV_HUGEPAGE);
     }
-    hash_table = reinterpret_cast<HashSlot*>(start);
+    hash.table = reinterpret_cast<HashSlot*>(start);
     return true;
 }
 
-i32 alloc_hash()
+bool alloc_hash(i32 megabytes)
 {
     free_hash();
-    init_zobrist();
-    const u64 slots = (static_cast<u64>(hash_mb) << 20) >> 4;
+    hash.megabytes = megabytes;
+    const u64 slots = (static_cast<u64>(megabytes) << 20) >> 4;
     if (!map_slots(slots + reserve_slots)) {
-        return 0;
+        return false;
     }
-    hash_slots = static_cast<u32>(slots);
+    hash.slots = static_cast<u32>(slots);
     // Without slots every key falls on the reserve, so that no probe can leave the block.
-    hash_mask = hash_slots != 0 ? std::bit_floor(slots) - 1 : 0;
-    hash_low = hash_table;
-    hash_high = hash_table + hash_slots;
-    hash_fill = 0.0;
-    store(hash_written, 0);
-    print_line_format("info string allocated %d Mbytes for hash table\n", hash_mb);
-    return 1;
+    hash.mask = hash.slots != 0 ? std::bit_floor(slots) - 1 : 0;
+    hash.low = hash.table;
+    hash.high = hash.table + hash.slots;
+    hash.fill = 0.0;
+    store(hash.written, 0);
+    return true;
 }
 
 static void clear_slots(u64 first, u64 count)
 {
     for (u64 i = first; i < first + count; ++i) {
-        store(hash_table[i].word[0], 0);
-        store(hash_table[i].word[1], 0);
+        store(hash.table[i].word[0], 0);
+        store(hash.table[i].word[1], 0);
     }
 }
 
 // Slots of the block, the reserve included.
 static u64 slot_count()
 {
-    return static_cast<u64>(hash_slots) + reserve_slots;
+    return static_cast<u64>(hash.slots) + reserve_slots;
 }
 
 void clear_hash_share(i32 thread_id)
@@ -197,13 +187,13 @@ void clear_hash_share(i32 thread_id)
 
 void clear_hash()
 {
-    hash_fill = 0.0;
-    if (load(hash_written) == 0) {
+    hash.fill = 0.0;
+    if (load(hash.written) == 0) {
         return;
     }
     if (num_threads == 1) {
         clear_slots(0, slot_count());
-        store(hash_written, 0);
+        store(hash.written, 0);
         return;
     }
     for (i32 i = 0; i < num_threads; ++i) {
@@ -212,13 +202,13 @@ void clear_hash()
     wait_for_workers();
     // The slots that the division leaves over stay as they were.
     if (num_threads > 0 && slot_count() % static_cast<u64>(num_threads) == 0) {
-        store(hash_written, 0);
+        store(hash.written, 0);
     }
 }
 
 void clear_hash_if_idle()
 {
-    if (load(hash_mode) != 0 && hash_table != nullptr && busy_workers() == 0) {
+    if (load(hash.mode) != 0 && hash.table != nullptr && busy_workers() == 0) {
         clear_hash();
     }
 }
@@ -226,15 +216,15 @@ void clear_hash_if_idle()
 void estimate_hash_fill()
 {
     static constexpr u32 sample = 1000;
-    hash_fill = 0.0;
-    if (hash_slots < 3 * sample) {
+    hash.fill = 0.0;
+    if (hash.slots < 3 * sample) {
         return;
     }
     i32 used = 0;
-    const u32 first = hash_slots / 2 - sample / 2;
+    const u32 first = hash.slots / 2 - sample / 2;
     for (u32 i = first; i < first + sample; ++i) {
-        const u64 word1 = load(hash_table[i].word[1]);
-        used += entry_of_words(0, word1).age == hash_age;
+        const u64 word1 = load(hash.table[i].word[1]);
+        used += entry_of_words(0, word1).age == hash.age;
     }
-    hash_fill = used * 0.001;
+    hash.fill = used * 0.001;
 }

@@ -3,7 +3,7 @@
 // consecutive slots.
 #pragma once
 
-#include "board/position.h"
+#include "search/thread.h"
 
 // A private copy of a slot. Word 0 holds key32 and check, word 1 the rest.
 struct HashEntry {
@@ -13,7 +13,7 @@ struct HashEntry {
     i16 score; // mate scores independent of ply
     i8 depth;
     u8 bound; // HashBound
-    u8 age;   // hash_age of the search that wrote it
+    u8 age;   // hash.age of the search that wrote it
     u8 cnt50;
 };
 static_assert(sizeof(HashEntry) == 16);
@@ -33,22 +33,29 @@ struct HashSlot {
 };
 static_assert(sizeof(HashSlot) == 16);
 
-extern HashSlot* hash_table; // hash_slots + 16 slots, null if not allocated
-extern u32 hash_slots;
-extern u64 hash_mask;
-extern HashSlot* hash_low;
-extern HashSlot* hash_high;
-extern f64 hash_fill; // share of sampled slots written by this search; under info_lock
-
-// Whether a slot may have been written since the table was mapped or cleared as a whole. Clearing
-// a table that nobody has written would only make all of its memory resident.
-extern Shared<u8> hash_written;
+// The one table. Its block changes between searches only, by the main thread; the slots are every
+// worker's.
+struct HashTable {
+    HashSlot* table; // slots + 16 slots, null if not allocated
+    u32 slots;
+    u64 mask;
+    HashSlot* low;
+    HashSlot* high;
+    i32 megabytes;           // size as allocated
+    f64 fill;                // share of sampled slots written by this search; under info_lock
+    i16 age;                 // 1 to 15, 0 after a new game; constant in a search
+    Shared<u8> mode = { 1 }; // 0 table unused, 1 used, 2 and up kept between searches
+    Shared<u8> written;      // whether a slot may have been written since the table was mapped or
+                        // cleared as a whole: clearing one that nobody has written would only make
+                        // all of its memory resident
+};
+extern HashTable hash;
 
 // The start of the bucket of a key.
 inline HashSlot* hash_bucket(u64 key)
 {
-    const u64 index = key & hash_mask;
-    return (key & 1) ? hash_high - index : hash_low + index;
+    const u64 index = key & hash.mask;
+    return (key & 1) ? hash.high - index : hash.low + index;
 }
 
 // Fetches a bucket ahead of its probe. Buckets are not aligned: most lie on two cache lines.
@@ -63,13 +70,13 @@ inline void prefetch_bucket(u64 key)
 // of the marks above if it cannot be used.
 void probe_hash(Position* pos, HashEntry* out);
 
-// Stores a result of pos at ply; does nothing while hash_mode is 0. alpha and beta are those of
+// Stores a result of pos at ply; does nothing while hash.mode is 0. alpha and beta are those of
 // the call that gave score.
 void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alpha, i32 beta);
 
-// Frees any old table and allocates hash_mb megabytes; makes the Zobrist keys the first time.
-// Returns 1, or 0 without memory. No worker may be searching.
-i32 alloc_hash();
+// Frees any old table and allocates one of so many megabytes. Returns whether there was the memory.
+// No worker may be searching.
+[[nodiscard]] bool alloc_hash(i32 megabytes);
 
 // Frees the table and sets its size to 0.
 void free_hash();
@@ -83,7 +90,7 @@ void clear_hash_share(i32 thread_id);
 // clear_hash, if the table is in use and no worker is busy.
 void clear_hash_if_idle();
 
-// Sets hash_fill from a sample of 1000 slots; 0 in tables of less than 3000.
+// Sets hash.fill from a sample of 1000 slots; 0 in tables of less than 3000.
 void estimate_hash_fill();
 
 // Completes line from position index on by following the table, up to index 67, closed by 0.

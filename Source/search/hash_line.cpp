@@ -1,7 +1,6 @@
 // Follows the transposition table from a position, to complete a line for display.
 #include "board/moves.h"
 #include "search/hash.h"
-#include "shell/run_state.h"
 
 static constexpr i32 last_line_index = 67; // lines end before this index
 
@@ -9,7 +8,7 @@ static constexpr i32 last_line_index = 67; // lines end before this index
 // depth 0 or more stands.
 static Move table_move(Position* pos, i32 index, u16* line)
 {
-    if (load(hash_mode) == 0) {
+    if (load(hash.mode) == 0) {
         return NoMove;
     }
     HashEntry entry;

@@ -5,12 +5,15 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/lock.h"
+#include "base/output.h"
+#include "base/text.h"
 #include "board/notation.h"
+#include "search/clock.h"
 #include "search/hash.h"
 #include "search/search.h"
 #include "search/threads.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 
 static constexpr i32 line_size = 512;
 static constexpr i32 line_moves = 66;     // most moves of a UCI line
@@ -67,10 +70,10 @@ static void moves_text(const u16* pv, i32 count, bool console, char* out)
 
 static void uci_line(i32 pv_index, i32 depth, i32 score, const u16* pv, char* line)
 {
-    const f64 seconds = load(elapsed);
-    const f64 nodes = static_cast<f64>(total_counters[CountNodes]);
+    const f64 seconds = load(search_clock.elapsed);
+    const f64 nodes = static_cast<f64>(search_totals.counters[CountNodes]);
     char prefix[24] = "";
-    if (load(worker_options.multi_pv) > 1) {
+    if (load(search_settings.multi_pv) > 1) {
         snprintf(prefix, sizeof prefix, "multipv %d ", pv_index);
     }
     char score_part[24];
@@ -83,7 +86,7 @@ static void uci_line(i32 pv_index, i32 depth, i32 score, const u16* pv, char* li
         " hashfull %.0f pv ",
         prefix, depth, (master != nullptr ? master->seldepth : 0) - 1, score_part, seconds * 1000,
         nodes, seconds > 0.001 ? nodes / seconds : 0.0,
-        static_cast<f64>(total_counters[CountTbHits]), 1000 * hash_fill);
+        static_cast<f64>(search_totals.counters[CountTbHits]), 1000 * hash.fill);
     append(line, moves);
 }
 
@@ -91,21 +94,21 @@ static void console_line(
     i32 thread_id, i32 pv_index, i32 depth, i32 score, const u16* pv, char* line)
 {
     char moves[line_size];
-    moves_text(pv, load(stop_code) == StopNone ? 8 : 32, true, moves);
+    moves_text(pv, load(stop_code) == StopCode::None ? 8 : 32, true, moves);
     snprintf(line, line_size, "%02d] %02d%c %5.1f %7.0fK %5d  ", thread_id, depth,
-        pv_index == 0 ? ' ' : '.', load(elapsed),
-        static_cast<f64>(total_counters[CountNodes]) * 0.001, score);
+        pv_index == 0 ? ' ' : '.', load(search_clock.elapsed),
+        static_cast<f64>(search_totals.counters[CountNodes]) * 0.001, score);
     append(line, moves);
-    if (thread_id == 0 && pv_index == load(worker_options.multi_pv)) {
+    if (thread_id == 0 && pv_index == load(search_settings.multi_pv)) {
         append(line, "\n");
     }
 }
 
 void print_info(i32 thread_id, i32 pv_index, i32 depth, i32 score, const u16* pv)
 {
-    lock_spin(&info_lock);
+    const SpinGuard guard(&info_lock);
     collect_stats();
-    hash_fill = 0.0;
+    hash.fill = 0.0;
     if (depth >= hash_fill_depth) {
         estimate_hash_fill();
     }
@@ -117,14 +120,13 @@ void print_info(i32 thread_id, i32 pv_index, i32 depth, i32 score, const u16* pv
         console_line(thread_id, pv_index, depth, score, pv, line);
     }
     print_line(line);
-    unlock_spin(&info_lock);
 }
 
 void print_final_info(i32 thread_id, i32 pv_index, i32 depth, i32 score, const u16* pv)
 {
     const f64 threshold = load(noise);
-    if ((load(stop_code) == StopNone && threshold > load(elapsed)) || threshold == silent_noise
-        || depth == 0 || pv[1] == NoMove) {
+    if ((load(stop_code) == StopCode::None && threshold > load(search_clock.elapsed))
+        || threshold == silent_noise || depth == 0 || pv[1] == NoMove) {
         return;
     }
     print_info(thread_id, pv_index, depth, score, pv);

@@ -5,7 +5,6 @@
 #include "search/node.h"
 #include "search/params.h"
 #include "search/search.h"
-#include "shell/run_state.h"
 
 static constexpr i32 last_reduction = 31;   // last row and column of the reduction tables
 static constexpr i32 good_quiet_score = 31; // ordering scores above it are reduced less
@@ -55,7 +54,8 @@ static bool is_dropped(
     Position* pos, i32 side, i32 depth, i32 searched, u16 flags, const MoveEntry* entry)
 {
     if ((flags & FlagClasses) == 0) {
-        const bool late = searched >= lmp_count[std::min(depth, last_margin)] + entry->score / 4;
+        const bool late =
+            searched >= pruning.lmp_count[std::min(depth, last_margin)] + entry->score / 4;
         return (late && !late_move_attacks(pos, side, entry)) || loses(pos, entry);
     }
     const bool checking_capture = (flags & (FlagCapture | FlagCheck)) == (FlagCapture | FlagCheck);
@@ -68,7 +68,7 @@ static i32 reduction_of(const Position* pos, const PlyRecord* rec, i32 depth, i3
 {
     const i32 row = std::clamp(depth, 0, last_reduction);
     const i32 column = std::min(searched, last_reduction);
-    i32 r = rec->node_type != 0 ? lmr_nonpv[row][column] : lmr_pv[row][column];
+    i32 r = rec->node_type != 0 ? pruning.lmr_nonpv[row][column] : pruning.lmr_pv[row][column];
     bool well_ordered = false;
     if (r >= 2 && (flags & FlagClasses) != 0) {
         r = entry->score <= good_quiet_score;
@@ -93,8 +93,8 @@ i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 bet
     PlyRecord* rec = &thread->ply_rec[ply];
     const i32 own = static_cast<i32>(side);
     pv[ply] = NoMove;
-    const bool prune_ok =
-        depth <= LMP_depth && in_check == 0 && rec->in_iid == 0 && depth >= 1 && node_type != 0;
+    const bool prune_ok = depth <= pruning.LMP_depth && in_check == 0 && rec->in_iid == 0
+        && depth >= 1 && node_type != 0;
     rec->moves_searched = 0;
     rec->stage = TryHashMove | UnreadStageFlag | FullSearch;
     i32 alpha0 = alpha;
@@ -125,7 +125,7 @@ i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 bet
             if (prune_ok && is_dropped(pos, own, depth, searched, flags, entry)) {
                 continue;
             }
-            if (depth >= LMR_depth) {
+            if (depth >= pruning.LMR_depth) {
                 r = reduction_of(pos, rec, depth, searched, flags, entry);
                 rec->reduction = static_cast<i8>(r);
             }
@@ -145,7 +145,7 @@ i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 bet
             s = -search(pos, side ^ 1, ply + 1, d - 1, -beta, -alpha, -node_type, child_pv);
         }
         unmake_move(pos);
-        if (load(stop_code) != StopNone) {
+        if (load(stop_code) != StopCode::None) {
             return 0;
         }
         rec->moves_searched = static_cast<u16>(++searched);

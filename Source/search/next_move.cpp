@@ -2,7 +2,8 @@
 // The list of a ply always ends in a closing entry, and the list of the next ply starts behind it.
 // A slot that gets only a move keeps the score and pieces of its last use; the history reads them
 // behind a null move, so they must not be cleared.
-#include "board/moves.h"
+#include "search/move_lists.h"
+
 #include "board/tables.h"
 
 // Stages in the low four bits of PlyRecord.stage.
@@ -51,6 +52,24 @@ void publish_list(SearchThread* thread, MoveEntry* end)
     end->move = EndOfList;
     rec[1].list_start = end + 1;
     rec[2].list_start = end + 2;
+}
+
+void set_null_list(Position* pos)
+{
+    PlyRecord* rec = &pos->thread->ply_rec[pos->stack->ply];
+    rec->list_cursor = rec->list_start;
+    // Only the move is written: the history reads the piece that the slot held before.
+    rec->list_start->move = NoMove;
+    publish_list(pos->thread, rec->list_start + 1);
+}
+
+void gen_all_moves(Position* pos)
+{
+    SearchThread* thread = pos->thread;
+    debug_check(thread->ply >= 0 && thread->ply < ply_count - 2);
+    PlyRecord* rec = &thread->ply_rec[thread->ply];
+    rec->list_cursor = rec->list_start;
+    publish_list(thread, gen_moves_into(pos, rec->list_start));
 }
 
 void pick_best(MoveEntry* cursor)

@@ -1,9 +1,9 @@
 // Private helpers of the node routines: tests of a move before it is made, and line copies.
 #pragma once
 
-#include "board/moves.h"
 #include "board/tables.h"
 #include "search/hash.h"
+#include "search/move_lists.h"
 
 // Worth of a piece to the test of a possibly losing move, by type.
 inline constexpr u8 piece_value[8] = { 0, 1, 3, 3, 5, 10, 99, 0 };

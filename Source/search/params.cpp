@@ -6,17 +6,10 @@
 #include <cmath>
 #include <cstdio>
 
-#include "shell/engine_options.h"
 #include "base/output.h"
-#include "shell/run_state.h"
+#include "search/strength.h"
 
-i16 BP_margin;
-i16 FP_depth, SEP_depth, NMP_depth, ProbCut_depth, LMP_depth, LMR_depth;
-i16 ProbCut_reduction, ProbCut_margin;
-i16 fp_margin[12], sep_margin[12], lmp_count[12];
-u8 lmr_pv[32][32], lmr_nonpv[32][32];
-u32 strength_level;
-Shared<u8> nps_limited;
+constinit PruningTables pruning {};
 
 static constexpr i32 margin_entries = 12;
 
@@ -47,12 +40,12 @@ static void fill_reductions(u8 table[32][32], const ReductionRule* rule, f64 sca
 
 // How often nodes are searched shallower under a strength limit: 0 without one, at most 150,
 // the more the slower the engine is set.
-static u32 level_of_limit()
+static u32 level_of_limit(i32 elo)
 {
-    if (engine_options.elo < 1 || engine_options.elo > 2199) {
+    if (elo < 1 || elo > 2199) {
         return 0;
     }
-    const f64 level = std::trunc(3000.0 / (load(target_nps) + 1.0));
+    const f64 level = std::trunc(3000.0 / (load(strength.target_nps) + 1.0));
     return static_cast<u32>(std::clamp(level, 0.0, 150.0));
 }
 
@@ -60,39 +53,37 @@ static u32 level_of_limit()
 static void fill_margins(const SearchParams* params)
 {
     for (i32 d = 0; d < margin_entries; ++d) {
-        fp_margin[d] = static_cast<i16>(50 + params->FP_margin * d);
-        sep_margin[d] = static_cast<i16>(params->SEP_margin * d);
-        lmp_count[d] = static_cast<i16>(1 + params->LMP_count * d);
+        pruning.fp_margin[d] = static_cast<i16>(50 + params->FP_margin * d);
+        pruning.sep_margin[d] = static_cast<i16>(params->SEP_margin * d);
+        pruning.lmp_count[d] = static_cast<i16>(1 + params->LMP_count * d);
     }
 }
 
-void set_search_params()
+void set_search_params(const SearchParams* params, i32 selectivity, i32 elo)
 {
-    const SearchParams* params = &engine_options.search;
-    const i32 selectivity = engine_options.selectivity;
-    strength_level = level_of_limit();
-    store(nps_limited, calibration_nps - 20 > load(target_nps));
+    strength.strength_level = level_of_limit(elo);
+    store(strength.nps_limited, strength.calibration_nps - 20 > load(strength.target_nps));
     fill_margins(params);
-    FP_depth = params->FP_depth;
-    SEP_depth = params->SEP_depth;
-    NMP_depth = params->NMP_depth;
-    ProbCut_depth = params->ProbCut_depth;
-    LMP_depth = params->LMP_depth;
-    LMR_depth = params->LMR_depth;
-    ProbCut_reduction = params->ProbCut_reduction;
-    ProbCut_margin = params->ProbCut_margin;
-    BP_margin = 15;
+    pruning.FP_depth = params->FP_depth;
+    pruning.SEP_depth = params->SEP_depth;
+    pruning.NMP_depth = params->NMP_depth;
+    pruning.ProbCut_depth = params->ProbCut_depth;
+    pruning.LMP_depth = params->LMP_depth;
+    pruning.LMR_depth = params->LMR_depth;
+    pruning.ProbCut_reduction = params->ProbCut_reduction;
+    pruning.ProbCut_margin = params->ProbCut_margin;
+    pruning.BP_margin = 15;
     if (selectivity < 100) {
-        BP_margin = static_cast<i16>(15 + ((100 - selectivity) >> 1));
+        pruning.BP_margin = static_cast<i16>(15 + ((100 - selectivity) >> 1));
     }
     if (selectivity == 0) {
-        ProbCut_depth = LMR_depth = NMP_depth = 100;
-        LMP_depth = SEP_depth = FP_depth = 0;
-        BP_margin = 5000;
+        pruning.ProbCut_depth = pruning.LMR_depth = pruning.NMP_depth = 100;
+        pruning.LMP_depth = pruning.SEP_depth = pruning.FP_depth = 0;
+        pruning.BP_margin = 5000;
     }
     const f64 scale = selectivity * 0.01;
-    fill_reductions(lmr_pv, &pv_rule, scale);
-    fill_reductions(lmr_nonpv, &nonpv_rule, scale);
+    fill_reductions(pruning.lmr_pv, &pv_rule, scale);
+    fill_reductions(pruning.lmr_nonpv, &nonpv_rule, scale);
 }
 
 // Prints a depth and the table entries from 1 up to it as one line. format takes the depth.
@@ -121,16 +112,16 @@ static void print_reductions(const u8 table[32][32])
 
 void print_search_params()
 {
-    print_plain("BP_margin= %d\n", BP_margin);
-    print_margins("FP_depth", FP_depth, "margins", fp_margin);
-    print_margins("SEP_depth", SEP_depth, "margins", sep_margin);
-    print_plain(
-        "PC: depth= %d, Red= %d, Margin= %d\n", ProbCut_depth, ProbCut_reduction, ProbCut_margin);
-    print_plain("NMP_depth= %d\n", NMP_depth);
-    print_margins("LMP_depth", LMP_depth, "count", lmp_count);
-    print_plain("LMR_depth= %d\n", LMR_depth);
+    print_plain("BP_margin= %d\n", pruning.BP_margin);
+    print_margins("FP_depth", pruning.FP_depth, "margins", pruning.fp_margin);
+    print_margins("SEP_depth", pruning.SEP_depth, "margins", pruning.sep_margin);
+    print_plain("PC: depth= %d, Red= %d, Margin= %d\n", pruning.ProbCut_depth,
+        pruning.ProbCut_reduction, pruning.ProbCut_margin);
+    print_plain("NMP_depth= %d\n", pruning.NMP_depth);
+    print_margins("LMP_depth", pruning.LMP_depth, "count", pruning.lmp_count);
+    print_plain("LMR_depth= %d\n", pruning.LMR_depth);
     print_plain("LMR table:\n");
-    print_reductions(lmr_pv);
+    print_reductions(pruning.lmr_pv);
     print_plain("\n\n");
-    print_reductions(lmr_nonpv);
+    print_reductions(pruning.lmr_nonpv);
 }

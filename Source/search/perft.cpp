@@ -1,6 +1,6 @@
 // Counts the leaves of the legal move tree, with the search's own staged selection: so the count
 // checks selection, generators, make and unmake together.
-#include "board/moves.h"
+#include "search/move_lists.h"
 
 static constexpr u16 perft_stage = UnreadStageFlag | FullSearch;
 

@@ -4,7 +4,6 @@
 
 #include "search/node.h"
 #include "search/search.h"
-#include "shell/run_state.h"
 
 // What a capture promises, and what it takes off phase_mtl, by captured type.
 static constexpr i32 delta_value[8] = { 0, 100, 335, 335, 535, 1035, 10000, 0 };
@@ -86,7 +85,7 @@ i32 qsearch(
         const i32 s =
             -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -best, -node_type, child_pv);
         unmake_move(pos);
-        if (load(stop_code) != StopNone) {
+        if (load(stop_code) != StopCode::None) {
             return 0;
         }
         ++rec->moves_searched;

@@ -8,19 +8,20 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/clock.h"
+#include "base/lock.h"
+#include "base/output.h"
 #include "board/notation.h"
 #include "eval/evaluate.h"
 #include "fathom/tbprobe.h"
+#include "search/clock.h"
 #include "search/hash.h"
 #include "search/info.h"
 #include "search/node.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "shell/run_state.h"
 
 constinit SearchResult search_result = {};
-Shared<i32> iter_depth;
-u64 nodes_by_depth[ply_count];
 
 static constexpr struct {
     i32 last_depth = 68;              // deepest iteration
@@ -32,6 +33,7 @@ static constexpr struct {
     i32 noise_range = 24;             // ordering noise of the secondary workers
     i32 skip_above_depth = 5;         // secondary workers may skip a depth from here on
     i32 table_move_cnt50 = 9;         // above it the table's move is played at once
+    i32 table_probe_depth = 70;       // deeper than any least depth of the options
     i32 table_depth = 99;             // depth shown for it
     f64 currmove_after = 3.5;         // seconds
 } root_rule;
@@ -69,6 +71,7 @@ static void reset_root_record(SearchThread* thread)
     PlyRecord* rec = &thread->ply_rec[1];
     MoveEntry* list = rec->list_start;
     *rec = {};
+    thread->node_depth[1] = 0;
     rec->alpha = -ScoreInfinite;
     rec->beta = ScoreInfinite;
     rec->check_sq = NoSquare;
@@ -87,7 +90,11 @@ static void prepare_root(SearchThread* thread, bool master)
     thread->rand_state = thread->strength_key = next_random(now);
     PlyRecord* rec = &thread->ply_rec[1];
     rec->in_check = is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1);
-    const i32 eval = evaluate(thread, pos->stm, 1, rec->in_check, load(debug_flag));
+    const i32 eval = evaluate(thread, pos, 1, rec->in_check != 0, rec->danger);
+    const i32 debug = load(search_settings.debug_flag);
+    if (debug != 0) {
+        print_eval_trace(thread, debug != 1);
+    }
     thread->score = thread->prev_score = static_cast<i16>(eval);
     rec->eval = static_cast<i16>(eval);
     rec[-1].eval = static_cast<i16>(-eval);
@@ -112,9 +119,9 @@ void publish_result(SearchThread* thread, bool print)
         result->move_by_depth[thread->completed_depth] = move;
     }
     const f64 threshold = load(noise);
-    if (print && thread->completed_depth >= 2 && search_multi_pv == 1
-        && (load(stop_code) != StopNone || threshold <= load(elapsed)) && threshold != silent_noise
-        && move != NoMove) {
+    if (print && thread->completed_depth >= 2 && search_settings.lines == 1
+        && (load(stop_code) != StopCode::None || threshold <= load(search_clock.elapsed))
+        && threshold != silent_noise && move != NoMove) {
         print_info(thread->thread_id, 0, thread->completed_depth, thread->score, thread->pv);
     }
 }
@@ -129,7 +136,7 @@ static void finish_without_moves(SearchThread* thread, bool master)
     if (master) {
         publish_result(thread, false);
     }
-    end_search(StopReportGame);
+    end_search(StopCode::ReportGame);
 }
 
 // Asks the tables about the root. Returns true if their move ends the search here.
@@ -143,7 +150,7 @@ static bool probe_root_tables(SearchThread* thread)
     i32 tb_result = tb_probe_root(pos, &wdl, &dtz, &move);
     if (tb_result == -1) {
         move = NoMove;
-        tb_result = tb_probe_search(pos, 70);
+        tb_result = tb_probe_search(pos, root_rule.table_probe_depth, &search_settings.tb_depths);
     }
     const i32 side = pos->stm;
     const i16 won[2] = { 9799, -9799 };
@@ -166,7 +173,7 @@ static bool probe_root_tables(SearchThread* thread)
     thread->completed_depth = thread->seldepth = static_cast<u8>(root_rule.table_depth);
     thread->score = scores[0];
     publish_result(thread, true);
-    end_search(StopReport);
+    end_search(StopCode::Report);
     return true;
 }
 
@@ -174,34 +181,33 @@ static bool probe_root_tables(SearchThread* thread)
 static void search_without_depth(SearchThread* thread, bool master)
 {
     Position* pos = &thread->pos;
-    if (load(depth_limit) == 0 && !thread->ply_rec[1].in_check && master) {
+    if (load(search_clock.limits->depth_limit) == 0 && !thread->ply_rec[1].in_check && master) {
         const i32 score =
             qsearch(pos, pos->stm, 1, 0, -ScoreInfinite, ScoreInfinite, 0, thread->pv);
         thread->score = static_cast<i16>(score);
         store(search_result.result_score, score);
         memcpy(search_result.result_pv, thread->pv, sizeof thread->pv);
     }
-    end_search(StopReport);
+    end_search(StopCode::Report);
 }
 
 // The periodical line of a long search, and the move that is about to be searched.
 static void print_current_move(const SearchThread* thread, Move move, i32 moves_searched)
 {
-    const f64 seconds = load(elapsed);
-    lock_spin(&info_lock);
+    const f64 seconds = load(search_clock.elapsed);
+    const SpinGuard guard(&info_lock);
     collect_stats();
     if (moves_searched == 0) {
         estimate_hash_fill();
-        const f64 nodes = static_cast<f64>(total_counters[CountNodes]);
+        const f64 nodes = static_cast<f64>(search_totals.counters[CountNodes]);
         print_line_format("info depth %d time %.0f nodes %.0f nps %.0f hashfull %.0f",
             load(iter_depth), seconds * 1000, nodes, seconds > 0.001 ? nodes / seconds : 0.0,
-            1000 * hash_fill);
+            1000 * hash.fill);
     }
-    if (load(worker_options.multi_pv) == 1) {
+    if (load(search_settings.multi_pv) == 1) {
         print_line_format("info currmove %s%s currmovenumber %d", square_name[from_square(move)],
             square_name[to_square(move)], thread->ply_rec[1].moves_searched + 1);
     }
-    unlock_spin(&info_lock);
 }
 
 // The root's only late-move rule: one ply off for late quiet moves while the score holds.
@@ -227,7 +233,7 @@ static i32 search_root_move(Position* pos, i32 side, i32 depth, i32 alpha, i32 b
         return s;
     }
     s = -search(pos, other, 2, depth - rec->reduction - 1, -ralpha - 1, -ralpha, 1, child_pv);
-    if (s > ralpha && load(stop_code) == StopNone) {
+    if (s > ralpha && load(stop_code) == StopCode::None) {
         rec->reduction = 0;
         store(search_result.last_change_depth, depth);
         // The whole window of the pass again, not only what lies above ralpha.
@@ -261,7 +267,7 @@ i32 root_search(Position* pos, i32 side, i32 depth, i32 alpha, i32 beta, i32 pv_
         find_checker(pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]));
     rec->in_check = rec->check_sq != NoSquare;
     rec->moves_searched = 0;
-    rec->depth = static_cast<i16>(depth);
+    thread->node_depth[1] = static_cast<i16>(depth);
     i32 best = -ScoreInfinite;
     i32 ralpha = alpha;
     const i32 prev = thread->score;
@@ -275,8 +281,9 @@ i32 root_search(Position* pos, i32 side, i32 depth, i32 alpha, i32 beta, i32 pv_
         const Move move = entry->move;
         rec->move_flags = class_of_move(pos, side, entry);
         entry->score = static_cast<i16>(root_rule.order_of_unsearched - rec->moves_searched);
-        if (main_line && load(uci_mode) == 1 && load(elapsed) > root_rule.currmove_after
-            && load(elapsed) > load(noise)) {
+        if (main_line && load(uci_mode) == 1
+            && load(search_clock.elapsed) > root_rule.currmove_after
+            && load(search_clock.elapsed) > load(noise)) {
             print_current_move(thread, move, rec->moves_searched);
         }
         rec->reduction = static_cast<i8>(root_reduction(pos, rec, side, depth, prev, best));
@@ -284,7 +291,7 @@ i32 root_search(Position* pos, i32 side, i32 depth, i32 alpha, i32 beta, i32 pv_
         make_move(pos, move);
         const i32 s = search_root_move(pos, side, depth, alpha, beta, ralpha, entry, child_pv);
         unmake_move(pos);
-        if (load(stop_code) != StopNone) {
+        if (load(stop_code) != StopCode::None) {
             return 0;
         }
         ++rec->moves_searched;
@@ -312,7 +319,8 @@ i32 root_search(Position* pos, i32 side, i32 depth, i32 alpha, i32 beta, i32 pv_
 static i32 depth_of_worker(SearchThread* thread, i32 d)
 {
     store(thread->depth, d);
-    if (d <= root_rule.skip_above_depth || d >= load(depth_limit) || search_multi_pv != 1) {
+    if (d <= root_rule.skip_above_depth || d >= load(search_clock.limits->depth_limit)
+        || search_settings.lines != 1) {
         return d;
     }
     i32 ahead = 0;
@@ -347,7 +355,7 @@ static void search_line(SearchThread* thread, i32 d, i32 pv_index)
     }
     i32 low = d == 1 ? -ScoreInfinite : thread->score - width;
     i32 high = d == 1 ? ScoreInfinite : thread->score + width;
-    while (load(stop_code) == StopNone) {
+    while (load(stop_code) == StopCode::None) {
         const i32 a = low < -root_rule.open_window ? -ScoreInfinite : low;
         const i32 b = high <= root_rule.open_window ? high : ScoreInfinite;
         const i32 s = root_search(pos, pos->stm, d, a, b, pv_index);
@@ -364,13 +372,13 @@ static void search_line(SearchThread* thread, i32 d, i32 pv_index)
 static void search_lines(SearchThread* thread, i32 d, bool master)
 {
     const PlyRecord* rec = &thread->ply_rec[1];
-    for (i32 k = 0; k < search_multi_pv && rec->list_start[k].move != EndOfList; ++k) {
+    for (i32 k = 0; k < search_settings.lines && rec->list_start[k].move != EndOfList; ++k) {
         search_line(thread, d, k);
-        if (load(stop_code) != StopNone) {
+        if (load(stop_code) != StopCode::None) {
             return;
         }
         const f64 threshold = load(noise);
-        if (search_multi_pv >= 2 && master && threshold <= load(elapsed)
+        if (search_settings.lines >= 2 && master && threshold <= load(search_clock.elapsed)
             && threshold != silent_noise && thread->pv[1] != NoMove) {
             print_info(0, k + 1, d, thread->score, thread->pv);
         }
@@ -379,16 +387,16 @@ static void search_lines(SearchThread* thread, i32 d, bool master)
 
 static void note_nodes(const SearchThread* thread, i32 d)
 {
-    lock_spin(&stats_lock);
-    nodes_by_depth[d] += load(thread->counters[CountNodes]);
-    unlock_spin(&stats_lock);
+    const SpinGuard guard(&stats_lock);
+    search_totals.nodes_by_depth[d] += load(thread->counters[CountNodes]);
 }
 
 // Whether nothing is left to do after depth d: a mate that this depth proves, the depth limit,
 // or no room on the undo stack.
 static bool is_last_depth(const SearchThread* thread, i32 d)
 {
-    return thread->score >= 9999 - d || thread->score < d - 9999 || d >= load(depth_limit)
+    return thread->score >= 9999 - d || thread->score < d - 9999
+        || d >= load(search_clock.limits->depth_limit)
         || thread->undo_count + d > root_rule.undo_limit;
 }
 
@@ -404,11 +412,11 @@ static void iterate(SearchThread* thread, bool master)
         store(thread->depth, d);
         search_lines(thread, d, master);
         note_nodes(thread, d);
-        if (load(stop_code) != StopNone) {
+        if (load(stop_code) != StopCode::None) {
             return;
         }
         if (master) {
-            search_result.last_iter_time = load(elapsed);
+            search_result.last_iter_time = load(search_clock.elapsed);
             search_result.last_iter_depth = static_cast<i8>(d);
         }
         if (is_last_depth(thread, d)) {
@@ -422,7 +430,7 @@ static void iterate(SearchThread* thread, bool master)
 static bool wait_for_master()
 {
     while (load_acquire(iter_depth) <= 1) {
-        if (load(stop_code) != StopNone) {
+        if (load(stop_code) != StopCode::None) {
             return false;
         }
         sleep_microseconds(1000);
@@ -430,12 +438,11 @@ static bool wait_for_master()
     return true;
 }
 
-void run_search(SearchThread* thread, bool sync)
+void run_search(SearchThread* thread, const SearchThread* game)
 {
-    const bool master = sync || thread->thread_id == 0;
+    const bool master = game != nullptr;
     if (master) {
-        sync_workers();
-        store_release(records_synced, 1);
+        sync_workers(game);
     } else if (!wait_for_master()) {
         return;
     }
@@ -446,7 +453,7 @@ void run_search(SearchThread* thread, bool sync)
         finish_without_moves(thread, master);
         return;
     }
-    if (load(depth_limit) <= 0) {
+    if (load(search_clock.limits->depth_limit) <= 0) {
         search_without_depth(thread, master);
         return;
     }
@@ -462,14 +469,14 @@ void run_search(SearchThread* thread, bool sync)
     }
     iterate(thread, master);
     if (master) {
-        end_search(StopReport);
+        end_search(StopCode::Report);
     }
 }
 
-void search_sync()
+void search_sync(const SearchThread* game)
 {
     SearchThread* thread = load(workers[0]);
     if (thread != nullptr) {
-        run_search(thread, true);
+        run_search(thread, game);
     }
 }

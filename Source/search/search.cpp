@@ -4,12 +4,14 @@
 
 #include <algorithm>
 
+#include "base/clock.h"
 #include "eval/evaluate.h"
 #include "fathom/tbprobe.h"
+#include "search/clock.h"
 #include "search/node.h"
 #include "search/params.h"
+#include "search/strength.h"
 #include "search/threads.h"
-#include "shell/run_state.h"
 
 static constexpr struct {
     i32 extension_plies = 7;    // checks are extended to this far beyond the iteration
@@ -24,9 +26,10 @@ static constexpr struct {
 // too, since nobody else may be awake.
 static void hold_speed(SearchThread* thread)
 {
-    while (load(nps_limited) && load(iter_depth) >= 2 && load(stop_code) == StopNone) {
+    while (
+        load(strength.nps_limited) && load(iter_depth) >= 2 && load(stop_code) == StopCode::None) {
         const f64 nodes = static_cast<f64>(load(thread->counters[CountNodes]));
-        if (!(nodes / load(elapsed) > load(target_nps))) {
+        if (!(nodes / load(search_clock.elapsed) > load(strength.target_nps))) {
             return;
         }
         sleep_microseconds(1000);
@@ -66,7 +69,7 @@ static bool probe_node(Position* pos, PlyRecord* rec, i32 ply, HashHints* hints,
 {
     SearchThread* thread = pos->thread;
     add(thread->counters[CountHashProbes], 1);
-    if (load(hash_mode) == 0) {
+    if (load(hash.mode) == 0) {
         return false;
     }
     HashEntry entry;
@@ -86,7 +89,7 @@ static bool probe_node(Position* pos, PlyRecord* rec, i32 ply, HashHints* hints,
     }
     hints->low = value <= rec->alpha && entry.bound != BoundLower;
     hints->high = value >= rec->beta && entry.bound != BoundUpper;
-    if (rec->depth > hints->depth) {
+    if (pos->stack->node_depth[ply] > hints->depth) {
         return false;
     }
     if (entry.bound == BoundExact && ply >= node_rule.hash_mate_ply
@@ -109,7 +112,7 @@ static bool probe_tables(Position* pos, PlyRecord* rec, i32 ply, i32 depth, i32*
     if (pos->cnt50 != 0 && parent == -1) {
         return false;
     }
-    rec->tb_result = tb_probe_search(pos, depth);
+    rec->tb_result = tb_probe_search(pos, depth, &search_settings.tb_depths);
     if (rec->tb_result == -1) {
         return false;
     }
@@ -141,7 +144,7 @@ static bool probe_tables(Position* pos, PlyRecord* rec, i32 ply, i32 depth, i32*
 static i32 weakened_depth(const Position* pos, i32 depth)
 {
     const u32 draw = (static_cast<u32>(pos->key) ^ pos->thread->strength_key) & 511;
-    if (draw >= strength_level * 3 / 2) {
+    if (draw >= strength.strength_level * 3 / 2) {
         return depth;
     }
     return depth - 2 > depth / 2 ? depth / 2 : depth - 3;
@@ -150,7 +153,7 @@ static i32 weakened_depth(const Position* pos, i32 depth)
 // Whether the static pruning, ProbCut and the null move may run at all.
 static bool may_prune(const Position* pos, const PlyRecord* rec, i32 side, i32 beta, bool hint_low)
 {
-    return rec->eval >= beta + BP_margin && rec->eval >= rec[-2].eval - node_rule.eval_fall
+    return rec->eval >= beta + pruning.BP_margin && rec->eval >= rec[-2].eval - node_rule.eval_fall
         && !hint_low && rec->node_type == 1 && pos->phase_mtl[side] >= 1
         && (pos->piece_count[side] & 15) != 0 && beta >= -ScoreProbeLimit;
 }
@@ -174,7 +177,7 @@ static i32 null_move_score(
 static bool null_move_allowed(const SearchThread* thread, const PlyRecord* rec, i32 depth)
 {
     const i32 nesting = static_cast<u16>(load(thread->depth) * 205) >> 11;
-    return depth >= NMP_depth && thread->null_depth <= nesting
+    return depth >= pruning.NMP_depth && thread->null_depth <= nesting
         && rec[-1].list_cursor->move != NoMove && rec[-2].list_cursor->move != NoMove;
 }
 
@@ -198,8 +201,8 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
     SearchThread* thread = pos->thread;
     PlyRecord* rec = &thread->ply_rec[ply];
     const i32 side = pos->stm;
-    const i32 raised_beta = beta + ProbCut_margin;
-    const i32 reduced_depth = std::max(depth - ProbCut_reduction, 1);
+    const i32 raised_beta = beta + pruning.ProbCut_margin;
+    const i32 reduced_depth = std::max(depth - pruning.ProbCut_reduction, 1);
     MoveEntry* end = gen_captures(pos, side, rec->list_start, NoSquare);
     end = gen_promotions(pos, side, 1, end);
     publish_list(thread, end);
@@ -221,7 +224,7 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
         const i32 score = -search(pos, static_cast<u32>(side ^ 1), ply + 1, reduced_depth - 1,
             -raised_beta, 1 - raised_beta, -1, line);
         unmake_move(pos);
-        if (load(stop_code) != StopNone) {
+        if (load(stop_code) != StopCode::None) {
             return false;
         }
         if (score >= raised_beta) {
@@ -240,13 +243,13 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
     // 1. Limits. A line that ends here is empty, not that of a sibling.
     pv[ply] = NoMove;
     add(thread->counters[CountNodes], 1);
-    if (load(nps_limited)) {
+    if (load(strength.nps_limited)) {
         hold_speed(thread);
     }
     if (load(thread->counters[CountNodes]) > thread->node_limit && thread->completed_depth >= 2) {
-        end_search(StopReport);
+        end_search(StopCode::Report);
     }
-    if (load(stop_code) != StopNone) {
+    if (load(stop_code) != StopCode::None) {
         return 0;
     }
     if (thread->seldepth < ply) {
@@ -278,7 +281,7 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
     if (rec->in_check && ply <= load(thread->depth) + node_rule.extension_plies) {
         ++depth;
     }
-    rec->depth = static_cast<i16>(depth);
+    thread->node_depth[ply] = static_cast<i16>(depth);
 
     // 5. Hash table and tablebases.
     HashHints hints = { 0, false, false };
@@ -291,13 +294,13 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
     }
 
     // 6. Static evaluation, the ply limit, and the strength limit.
-    const i32 eval = evaluate(thread, own, ply, rec->in_check, 0);
+    const i32 eval = evaluate(thread, pos, ply, rec->in_check != 0, rec->danger);
     rec->eval = static_cast<i16>(eval);
     if (ply >= max_search_ply) {
         return rec->in_check ? ScoreDraw : eval;
     }
-    if (strength_level != 0 && !rec->in_check && node_type != 0 && alpha >= -ScoreProbeLimit
-        && beta < ScoreProbeLimit) {
+    if (strength.strength_level != 0 && !rec->in_check && node_type != 0
+        && alpha >= -ScoreProbeLimit && beta < ScoreProbeLimit) {
         depth = weakened_depth(pos, depth);
     }
     if (rec->in_check) {
@@ -308,8 +311,8 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
     if (depth < 1) {
         return qsearch(pos, side, ply, depth, alpha, beta, node_type, pv);
     }
-    if (depth <= FP_depth && eval <= alpha - fp_margin[std::min(depth, last_margin)] && !hints.high
-        && alpha < ScoreProbeLimit && node_type != 0) {
+    if (depth <= pruning.FP_depth && eval <= alpha - pruning.fp_margin[std::min(depth, last_margin)]
+        && !hints.high && alpha < ScoreProbeLimit && node_type != 0) {
         rec->razored = 1;
         return qsearch(pos, side, ply, depth, alpha, beta, node_type, pv);
     }
@@ -317,21 +320,22 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
     // 8. Forward pruning. danger is what the opponent may win next: the surplus must cover it.
     if (may_prune(pos, rec, own, beta, hints.low)) {
         if (eval >= beta + rec->danger[side]) {
-            if (depth <= SEP_depth && eval >= beta + sep_margin[std::min(depth, last_margin)]) {
+            if (depth <= pruning.SEP_depth
+                && eval >= beta + pruning.sep_margin[std::min(depth, last_margin)]) {
                 return beta;
             }
             if (depth < 3 && threats_harmless(pos, side, eval, beta)) {
                 return beta;
             }
         }
-        if (depth >= ProbCut_depth && ply >= 4 && probcut(pos, ply, depth, beta)) {
+        if (depth >= pruning.ProbCut_depth && ply >= 4 && probcut(pos, ply, depth, beta)) {
             return beta;
         }
         if (null_move_allowed(thread, rec, depth)) {
             const i32 reduction = depth > 9 && pos->phase_mtl[side] >= 4 ? 4 : 3;
             const i32 reply_depth = std::max(depth - reduction, 1) - 1;
             score = null_move_score(pos, own, ply, reply_depth, alpha, beta, pv);
-            if (load(stop_code) != StopNone) {
+            if (load(stop_code) != StopCode::None) {
                 return 0;
             }
             if (score >= beta) {

@@ -1,7 +1,8 @@
 // The search from the iteration loop down to a leaf, and the record of its result.
 #pragma once
 
-#include "board/position.h"
+#include "search/control.h"
+#include "search/move_lists.h"
 
 // The score scale. Scores are from the side to move's view.
 enum Score : i32 {
@@ -35,9 +36,6 @@ struct SearchResult {
     i16 tb_root_score[2];
 };
 extern SearchResult search_result;
-
-extern Shared<i32> iter_depth;        // iteration of worker 0
-extern u64 nodes_by_depth[ply_count]; // under stats_lock
 
 // The search node: everything before the first move. side is pos->stm. pv is indexed by ply.
 // Returns the score from side's view, or 0 at once when stop_code is set.
@@ -75,9 +73,10 @@ i32 root_search(Position* pos, i32 side, i32 depth, i32 alpha, i32 beta, i32 pv_
 // Writes the thread's line, score and depth into search_result, and prints them when due.
 void publish_result(SearchThread* thread, bool print);
 
-// The whole search of one thread: preparation and iteration loop. sync: on the calling thread,
-// for the offline tools; otherwise as a worker, in which only worker 0 publishes.
-void run_search(SearchThread* thread, bool sync);
+// The whole search of one thread: preparation and iteration loop. game: the record whose game
+// worker 0 copies into all workers first; null in the other workers, which publish nothing.
+void run_search(SearchThread* thread, const SearchThread* game);
 
-// The whole search on the calling thread, on worker 0's record.
-void search_sync();
+// The whole search of a game on the calling thread, on worker 0's record, for the offline tools.
+// Does nothing without workers.
+void search_sync(const SearchThread* game);

@@ -1,6 +1,6 @@
-// The worker threads: their life, what they copy at the start of a search, and the decision to
-// stop a timed search. Between searches a worker touches nothing but its command word; command
-// hands the plain data over (see the release and acquire calls).
+// The worker threads: their life, and what they copy at the start of a search. Between searches a
+// worker touches nothing but its command word; command hands the plain data over (see the release
+// and acquire calls).
 #include "search/threads.h"
 
 #include <pthread.h>
@@ -9,30 +9,20 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "board/position.h"
+#include "base/clock.h"
+#include "search/clock.h"
 #include "search/hash.h"
 #include "search/search.h"
-#include "shell/run_state.h"
 
-SpinLock info_lock;
-SpinLock stats_lock;
-u64 total_counters[CounterCount];
-Shared<u8> records_synced;
+constinit Shared<SearchThread*> workers[max_workers] {};
+constinit i32 num_threads = 0;
+constinit SpinLock info_lock {};
+constinit SpinLock stats_lock {};
+constinit SearchTotals search_totals {};
 
-// Rules of the clock, in seconds or as shares of the time left.
-static constexpr struct {
-    f64 no_stop_before = 0.015; // a search runs at least this long
-    f64 largest_margin = 0.025; // of the overhead, taken off the limit
-    f64 fail_low_share = 0.25;  // of the time left, while the root fails low
-    f64 fail_high_share = 0.1;
-    f64 score_drop_share = 0.03; // for each of two depths that the score fell behind
-    f64 stable_share = 0.25;     // of the target, given back when the best move is stable
-    i32 stable_depths = 4;
-    i32 small_score_fall = 20; // centipawns that count as a fall
-    i32 large_score = 336;     // from here on a sixteenth of the score counts
-    i32 single_reply_depth = 6;
-    f64 flag_guard = 5.0; // margins that must be left on the clock
-} clock_rules;
+// The game that worker 0 is to copy, and whether it has done so.
+static constinit const SearchThread* game_to_sync = nullptr;
+static constinit Shared<u8> records_synced {};
 
 static i32 worker_index[max_workers];
 
@@ -61,7 +51,7 @@ static void* worker_main(void* arg)
             return nullptr;
         }
         if (command == CommandSearch) {
-            run_search(thread, false);
+            run_search(thread, index == 0 ? game_to_sync : nullptr);
         } else if (command == CommandClearHash) {
             clear_hash_share(index);
         }
@@ -103,7 +93,7 @@ i32 create_workers(i32 count)
 
 void destroy_workers(i32 count)
 {
-    store(stop_code, StopWorkersLeave);
+    store(stop_code, StopCode::WorkersLeave);
     wait_for_workers();
     for (i32 i = 0; i < count; ++i) {
         SearchThread* thread = load(workers[i]);
@@ -118,27 +108,22 @@ void destroy_workers(i32 count)
     }
 }
 
-void wake_workers()
+void wake_workers(const SearchThread* game)
 {
     if (num_threads < 1) {
         return;
     }
+    game_to_sync = game;
     store(records_synced, 0);
     post_command(load(workers[0]), CommandSearch);
-    // Worker 0 copies the console's record into all records; nobody else may run or change the
-    // console's record before that is done.
+    // Worker 0 copies the game into all records; nobody else may run or change the game before
+    // that is done.
     while (load_acquire(records_synced) == 0) {
         sleep_microseconds(50);
     }
     for (i32 i = 1; i < num_threads; ++i) {
         post_command(load(workers[i]), CommandSearch);
     }
-}
-
-void end_search(StopCode code)
-{
-    u8 running = StopNone;
-    stop_code.value.compare_exchange_strong(running, code, std::memory_order_relaxed);
 }
 
 i32 busy_workers()
@@ -173,18 +158,22 @@ static void reset_search_state(SearchThread* thread)
     for (Shared<u64>& counter : thread->counters) {
         store(counter, 0);
     }
+    for (Shared<u64>& counter : thread->eval_counters) {
+        store(counter, 0);
+    }
 }
 
-// Copies the game of the console's record into one worker's record.
-static void sync_worker(SearchThread* thread, const SearchThread* console)
+// Copies a game into one worker's record.
+static void sync_worker(SearchThread* thread, const SearchThread* game)
 {
-    thread->pos = console->pos;
+    thread->pos = game->pos;
     thread->pos.thread = thread;
-    const i32 count = console->undo_count;
-    memcpy(thread->undo, console->undo, sizeof(UndoRecord) * static_cast<size_t>(count));
+    thread->pos.stack = thread;
+    const i32 count = game->undo_count;
+    memcpy(thread->undo, game->undo, sizeof(UndoRecord) * static_cast<size_t>(count));
     thread->undo[count].move = 0;
-    thread->undo_count = console->undo_count;
-    thread->last_move = console->last_move;
+    thread->undo_count = game->undo_count;
+    thread->last_move = game->last_move;
     thread->ply = 1;
     init_move_lists(thread);
     for (i32 ply = 0; ply < 2; ++ply) {
@@ -192,83 +181,36 @@ static void sync_worker(SearchThread* thread, const SearchThread* console)
         ply_rec->list_cursor = ply_rec->list_start;
         ply_rec->node_type = 0;
     }
-    thread->node_limit = node_limit_total != 0 ? static_cast<u64>(node_limit_total) : 1ULL << 62;
+    const i64 node_limit = search_clock.limits->node_limit_total;
+    thread->node_limit = node_limit != 0 ? static_cast<u64>(node_limit) : 1ULL << 62;
     reset_search_state(thread);
     for (i32 side = White; side <= Black; ++side) {
         thread->root_phase[side] = static_cast<u8>(thread->pos.phase_mtl[side]);
     }
 }
 
-void sync_workers()
+void sync_workers(const SearchThread* game)
 {
     for (i32 i = 0; i < num_threads; ++i) {
-        sync_worker(load(workers[i]), console_thread);
+        sync_worker(load(workers[i]), game);
     }
+    store_release(records_synced, 1);
 }
 
 void collect_stats()
 {
-    memset(total_counters, 0, sizeof total_counters);
+    memset(search_totals.counters, 0, sizeof search_totals.counters);
+    memset(search_totals.eval_counters, 0, sizeof search_totals.eval_counters);
     for (i32 i = 0; i < num_threads; ++i) {
         const SearchThread* thread = load(workers[i]);
         if (thread == nullptr) {
             continue;
         }
         for (i32 k = 0; k < CounterCount; ++k) {
-            total_counters[k] += load(thread->counters[k]);
+            search_totals.counters[k] += load(thread->counters[k]);
         }
-    }
-}
-
-// Seconds to add to the target, from what the root of worker 0 and the last iterations say.
-// left: seconds on the clock, limit: the target, d: the iteration that runs.
-static f64 extra_time(f64 left, f64 limit, i32 d)
-{
-    const SearchThread* master = load(workers[0]);
-    const u8 fail_state = master != nullptr ? load(master->fail_state) : 0;
-    if (fail_state == 1) {
-        return left * clock_rules.fail_low_share;
-    }
-    if (fail_state == 2) {
-        return left * clock_rules.fail_high_share;
-    }
-    f64 extra = 0.0;
-    if (d > 3) {
-        const i32 score = load(search_result.result_score);
-        const i32 size = abs(score);
-        const i32 fall = size >= clock_rules.large_score ? size / 16 : clock_rules.small_score_fall;
-        for (i32 back = 1; back <= 2; ++back) {
-            if (score <= load(search_result.score_by_depth[d - back]) - fall) {
-                extra += left * clock_rules.score_drop_share;
-            }
+        for (i32 k = 0; k < EvalCounterCount; ++k) {
+            search_totals.eval_counters[k] += load(thread->eval_counters[k]);
         }
-        if (d - load(search_result.last_change_depth) > clock_rules.stable_depths) {
-            extra -= limit * clock_rules.stable_share;
-        }
-    }
-    return extra;
-}
-
-void check_time()
-{
-    update_elapsed();
-    const f64 now = load(elapsed);
-    const i32 d = load(iter_depth);
-    if (load(stop_code) != StopNone || load(engine_state) != EngineThinking || d < 2
-        || now < clock_rules.no_stop_before) {
-        return;
-    }
-    const f64 left = std::max(0.0, load(clock_left[load(clock_side)]) - now);
-    f64 limit = target_time;
-    f64 margin = 0.0;
-    if (load(tc_moves) != 1) {
-        margin = std::min(overhead_seconds, clock_rules.largest_margin);
-        limit += extra_time(left, limit, d);
-    }
-    limit -= margin;
-    const bool forced =
-        load(search_result.single_reply) != 0 && d >= clock_rules.single_reply_depth;
-    if (forced || clock_rules.flag_guard * margin > left || now >= limit) {
-        end_search(StopReport);
     }
 }

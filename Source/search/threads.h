@@ -1,18 +1,29 @@
-// The worker threads, what they share with the main thread, and the clock's decision to stop.
+// The worker threads and what they share with the main thread.
 #pragma once
 
-#include "board/position.h"
-#include "base/output.h"
-#include "shell/run_state.h"
+#include "base/lock.h"
+#include "search/control.h"
 
-extern SpinLock info_lock;               // building of a search line and the shared totals
-extern SpinLock stats_lock;              // nodes_by_depth
-extern u64 total_counters[CounterCount]; // filled by collect_stats, under info_lock
-extern Shared<u8> records_synced;        // worker 0 has copied the console's record
+// The workers' records; null where there is none. Each worker publishes its own, destroy_workers
+// takes them back. num_threads is how many exist; the main thread sets it while none searches.
+extern Shared<SearchThread*> workers[max_workers];
+extern i32 num_threads;
+
+extern SpinLock info_lock;  // the making of a search line, and the sums that it shows
+extern SpinLock stats_lock; // nodes_by_depth
+
+// What the search has counted, summed over the workers.
+struct SearchTotals {
+    u64 counters[CounterCount];          // filled by collect_stats, under info_lock
+    u64 eval_counters[EvalCounterCount]; // the same
+    u64 nodes_by_depth[ply_count];       // each worker adds its own, under stats_lock
+    i32 debug_counters[4];               // free for a developer's counting, printed when not all 0
+};
+extern SearchTotals search_totals;
 
 // Starts count workers and waits until all records exist. Returns 0, or the error number of the
 // call that failed; workers made before a failure stay.
-i32 create_workers(i32 count);
+[[nodiscard]] i32 create_workers(i32 count);
 
 // Stops and ends the workers and frees their records.
 void destroy_workers(i32 count);
@@ -20,9 +31,9 @@ void destroy_workers(i32 count);
 // Gives an idle worker a command and wakes it.
 void post_command(SearchThread* thread, WorkerCommand command);
 
-// Wakes all workers for a search: worker 0 first, the others when it has copied the console's
-// record. Returns after that; does nothing without workers.
-void wake_workers();
+// Wakes all workers for a search of a game: worker 0 first, the others when it has copied the game
+// into all records. Returns after that; does nothing without workers.
+void wake_workers(const SearchThread* game);
 
 // The number of workers that have a command.
 i32 busy_workers();
@@ -30,15 +41,8 @@ i32 busy_workers();
 // Waits until no worker is busy, asleep between looks.
 void wait_for_workers();
 
-// Copies the console's position and undo stack into all workers and resets their search state.
-void sync_workers();
+// Copies the position and the undo stack of a game into all workers and resets their search state.
+void sync_workers(const SearchThread* game);
 
-// Sums the counters of all workers into total_counters.
+// Sums the counters of all workers into search_totals.
 void collect_stats();
-
-// Sets stop_code while the search runs. A code that is set already stands, so that a silent end
-// never turns into a report.
-void end_search(StopCode code);
-
-// Refreshes elapsed and sets stop_code when the time for this move is used up.
-void check_time();

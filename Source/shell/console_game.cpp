@@ -8,20 +8,21 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "board/moves.h"
-#include "board/notation.h"
-#include "shell/input.h"
 #include "base/files.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 #include "base/text.h"
+#include "board/moves.h"
+#include "board/notation.h"
+#include "search/control.h"
+#include "shell/input.h"
+#include "shell/board_text.h"
 
 // ---- Walking through the game
 
-bool redo_move()
+bool redo_move(Dialogue* dialogue)
 {
-    const SearchThread* thread = console_thread;
-    Position* pos = &console_thread->pos;
+    const SearchThread* thread = dialogue->game;
+    Position* pos = &dialogue->game->pos;
     const Move move = thread->undo[thread->undo_count].move;
     if (move == NoMove || thread->undo_count >= game_limit
         || !is_makeable(
@@ -32,19 +33,19 @@ bool redo_move()
     return true;
 }
 
-static void go_to_start()
+static void go_to_start(Dialogue* dialogue)
 {
-    while (console_thread->undo_count > 0) {
-        unmake_move(&console_thread->pos);
+    while (dialogue->game->undo_count > 0) {
+        unmake_move(&dialogue->game->pos);
     }
 }
 
-void jump_to_move(i32 number)
+void jump_to_move(Dialogue* dialogue, i32 number)
 {
     const i32 plies = 2 * std::clamp(number, 1, game_limit) - 2;
-    go_to_start();
-    while (console_thread->undo_count < plies && redo_move()) { }
-    print_board(&console_thread->pos);
+    go_to_start(dialogue);
+    while (dialogue->game->undo_count < plies && redo_move(dialogue)) { }
+    print_board(&dialogue->game->pos);
 }
 
 // ---- Saving
@@ -53,13 +54,13 @@ static constexpr char saved_games[] = "tmp.pgn";
 static constexpr i32 moves_per_line = 11;
 
 // The moves are taken back and made again, since a move's text needs the position before it.
-static void write_moves(FILE* file)
+static void write_moves(Dialogue* dialogue, FILE* file)
 {
-    Position* pos = &console_thread->pos;
-    const i32 count = console_thread->undo_count;
-    go_to_start();
+    Position* pos = &dialogue->game->pos;
+    const i32 count = dialogue->game->undo_count;
+    go_to_start(dialogue);
     for (i32 i = 0; i < count; ++i) {
-        const Move move = console_thread->undo[i].move;
+        const Move move = dialogue->game->undo[i].move;
         char forms[4][16];
         make_san(pos, move, forms[0], forms[1], forms[2], forms[3]);
         fprintf(file, "%s %s", forms[1], (i + 1) % moves_per_line == 0 ? "\n" : "");
@@ -69,7 +70,7 @@ static void write_moves(FILE* file)
 
 // A game that does not fit on the disk is taken back as a whole: half of one would be taken for
 // the game.
-void save_game()
+void save_game(Dialogue* dialogue)
 {
     FILE* file = open_regular_file(saved_games, true);
     if (file == nullptr) {
@@ -78,7 +79,7 @@ void save_game()
     errno = 0;
     const off_t length = lseek(fileno(file), 0, SEEK_END);
     fputs("[Event \"Unknown\"]\n", file);
-    write_moves(file);
+    write_moves(dialogue, file);
     fputs("\n\n", file);
     const int error = close_written_file(file);
     if (error == 0) {
@@ -106,16 +107,6 @@ struct GameReader {
     size_t used;
     char text[game_text_size]; // what stands outside comments and is not played yet
 };
-
-static bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-static bool is_letter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
 
 static void choose_game(GameReader* reader, const char* tag)
 {
@@ -173,7 +164,7 @@ static void add_text(GameReader* reader, const char* line)
 }
 
 // Plays a word from its first letter on; a word without one is a move number or a result.
-static bool play_word(const char* word, size_t length)
+static bool play_word(Dialogue* dialogue, const char* word, size_t length)
 {
     while (length > 0 && !is_letter(*word)) {
         ++word;
@@ -184,9 +175,9 @@ static bool play_word(const char* word, size_t length)
     }
     char text[game_text_size + 4]; // reading a move may add a character
     copy_text(text, length + 1, word);
-    Position* pos = &console_thread->pos;
+    Position* pos = &dialogue->game->pos;
     Move move = NoMove;
-    if (!parse_move(text, &move)) {
+    if (!read_move(pos, text, &move)) {
         print_line_format("can't parse move '%s'", text);
         return false;
     }
@@ -195,12 +186,12 @@ static bool play_word(const char* word, size_t length)
 }
 
 // Plays what has been collected. Returns whether all of it could be read.
-static bool play_text(GameReader* reader)
+static bool play_text(Dialogue* dialogue, GameReader* reader)
 {
     reader->used = 0;
     for (const char* word = skip_blanks(reader->text); *word != '\0'; word = skip_blanks(word)) {
         const size_t length = strcspn(word, " ");
-        if (!play_word(word, length)) {
+        if (!play_word(dialogue, word, length)) {
             return false;
         }
         word += length;
@@ -209,17 +200,17 @@ static bool play_text(GameReader* reader)
 }
 
 // Returns whether the reading may go on.
-static bool read_game_line(GameReader* reader, char* line)
+static bool read_game_line(Dialogue* dialogue, GameReader* reader, char* line)
 {
     if (!is_in_game(reader, line) || (line[0] == '[' && reader->open_braces == 0)) {
         return true;
     }
     cut_line_end(line);
     add_text(reader, line);
-    return reader->open_braces != 0 || play_text(reader);
+    return reader->open_braces != 0 || play_text(dialogue, reader);
 }
 
-static void read_game(FILE* file, const char* tag)
+static void read_game(Dialogue* dialogue, FILE* file, const char* tag)
 {
     GameReader reader = {};
     choose_game(&reader, tag);
@@ -229,27 +220,27 @@ static void read_game(FILE* file, const char* tag)
         const size_t mark = sizeof byte_order_mark - 1;
         const bool marked = first && strncmp(line, byte_order_mark, mark) == 0;
         first = false;
-        if (!read_game_line(&reader, marked ? line + mark : line)) {
+        if (!read_game_line(dialogue, &reader, marked ? line + mark : line)) {
             return;
         }
     }
 }
 
-void load_game(const char* path, const char* tag)
+void load_game(Dialogue* dialogue, const char* path, const char* tag)
 {
     print_line_format("loading %s, tag %s\n", path, tag);
     FILE* file = open_regular_file(path);
     if (file != nullptr) {
-        SearchThread* thread = console_thread;
-        store(stop_code, StopReportGame);
-        parse_epd(&thread->pos, start_position);
-        read_game(file, tag);
+        SearchThread* thread = dialogue->game;
+        store(stop_code, StopCode::ReportGame);
+        read_position(&thread->pos, start_position);
+        read_game(dialogue, file, tag);
         fclose(file);
         thread->undo[thread->undo_count].move = NoMove;
         print_board(&thread->pos);
     }
-    store(clock_left[White], tc_seconds);
-    store(clock_left[Black], tc_seconds);
+    store(dialogue->limits.clock_left[White], dialogue->limits.tc_seconds);
+    store(dialogue->limits.clock_left[Black], dialogue->limits.tc_seconds);
 }
 
 // ---- The board editor
@@ -299,14 +290,14 @@ static void complete_position(Position* pos)
     pos->thread->undo_count = 0;
 }
 
-void edit_board()
+void edit_board(Dialogue* dialogue)
 {
     print_line("\n\n");
     print_line(".                    end edit");
     print_line("#                    clear board");
     print_line("w  Pa2 Pb2 Kc2       white, pieces");
     print_line("b  Pa7 Pb7 Kc7       black, pieces");
-    Position* pos = &console_thread->pos;
+    Position* pos = &dialogue->game->pos;
     char line[edit_line_size];
     while (read_input(line, sizeof line, true) != 0 && line[0] != '.') {
         line[line[0] != '\0' ? strlen(line) - 1 : 0] = '\0';

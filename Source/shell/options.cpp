@@ -7,14 +7,15 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "fathom/tbcore.h"
+#include "base/files.h"
+#include "base/output.h"
+#include "base/text.h"
 #include "search/hash.h"
 #include "search/threads.h"
 #include "shell/input.h"
-#include "base/output.h"
-#include "shell/run_state.h"
-#include "base/text.h"
+#include "shell/startup.h"
 #include "shell/think_loop.h"
+#include "search/strength.h"
 
 static constexpr i32 lowest_scale = 20; // per cent
 static constexpr i32 highest_scale = 200;
@@ -33,24 +34,24 @@ struct OptionRow {
     OptionKind kind;
     i16 EngineOptions::*number;
     char (EngineOptions::*text)[file_option_size];
-    WeightScale EngineOptions::*scale;
+    WeightScale WeightScales::*scale;
     i32 announced_min;
     i32 announced_max; // machine_elo: the estimate of this machine
     i32 lowest;
     i32 highest;
-    void (*apply)(); // what the new value calls for, or null
+    void (*apply)(Dialogue* dialogue); // what the new value calls for, or null
 };
 
 static constexpr i32 machine_elo = -1;
 
-static constexpr OptionRow text_row(
-    const char* name, char (EngineOptions::*text)[file_option_size], void (*apply)() = nullptr)
+static constexpr OptionRow text_row(const char* name, char (EngineOptions::*text)[file_option_size],
+    void (*apply)(Dialogue*) = nullptr)
 {
     return { name, TextOption, nullptr, text, nullptr, 0, 0, 0, 0, apply };
 }
 
 static constexpr OptionRow spin_row(const char* name, i16 EngineOptions::*number, i32 lowest,
-    i32 highest, void (*apply)() = nullptr)
+    i32 highest, void (*apply)(Dialogue*) = nullptr)
 {
     return { name, SpinOption, number, nullptr, nullptr, lowest, highest, lowest, highest, apply };
 }
@@ -60,40 +61,39 @@ static constexpr OptionRow check_row(const char* name, OptionKind kind, i16 Engi
     return { name, kind, number, nullptr, nullptr, 0, 0, 0, 0, nullptr };
 }
 
-static constexpr OptionRow scale_row(const char* name, WeightScale EngineOptions::*scale)
+static constexpr OptionRow scale_row(const char* name, WeightScale WeightScales::*scale)
 {
     return { name, ScaleOption, nullptr, nullptr, scale, 0, 0, 0, 0, nullptr };
 }
 
-static void load_named_config()
+static void load_named_config(Dialogue* dialogue)
 {
-    load_config_file();
+    load_config_file(dialogue);
 }
 
 // A running search uses the table, so it ends first.
-static void resize_hash()
+static void resize_hash(Dialogue* dialogue)
 {
-    if (engine_options.hash == hash_mb) {
+    if (dialogue->engine_options.hash == hash.megabytes) {
         return;
     }
     end_search_silently();
-    hash_mb = engine_options.hash;
-    if (!alloc_hash()) {
+    if (!make_hash_table(dialogue->engine_options.hash)) {
         exit(-1);
     }
 }
 
 // Ending the workers leaves a stop code of its own behind; the result of a search that is over
 // but not reported yet must not get lost by it.
-static void restart_workers()
+static void restart_workers(Dialogue* dialogue)
 {
-    if (engine_options.threads == num_threads) {
+    if (dialogue->engine_options.threads == num_threads) {
         return;
     }
     end_search_silently();
-    const u8 stop = load(stop_code);
+    const StopCode stop = load(stop_code);
     destroy_workers(num_threads);
-    num_threads = engine_options.threads;
+    num_threads = dialogue->engine_options.threads;
     if (create_workers(num_threads) != 0) {
         print_line("error!");
         exit(-1);
@@ -101,10 +101,10 @@ static void restart_workers()
     store(stop_code, stop);
 }
 
-static void register_tables()
+static void find_tables(Dialogue* dialogue)
 {
     end_search_silently();
-    tb_init(engine_options.syzygy_path);
+    register_tables(dialogue->engine_options.syzygy_path);
 }
 
 static constexpr OptionRow option_rows[] = {
@@ -119,7 +119,7 @@ static constexpr OptionRow option_rows[] = {
     text_row("OwnBook2_File", &EngineOptions::own_book2_file),
     spin_row("OwnBook2_Depth", &EngineOptions::own_book2_depth, 0, 60),
     spin_row("OwnBook_Variety", &EngineOptions::own_book_variety, 0, 100),
-    text_row("SyzygyPath", &EngineOptions::syzygy_path, register_tables),
+    text_row("SyzygyPath", &EngineOptions::syzygy_path, find_tables),
     spin_row("SyzygyProbeDepth5", &EngineOptions::syzygy_probe_depth5, -5, 100),
     spin_row("SyzygyProbeDepth6", &EngineOptions::syzygy_probe_depth6, -5, 100),
     check_row("Log", LogOption, &EngineOptions::log),
@@ -131,19 +131,19 @@ static constexpr OptionRow option_rows[] = {
         nullptr },
     spin_row("Contempt", &EngineOptions::contempt, -150, 150),
     spin_row("Selectivity", &EngineOptions::selectivity, 0, 200),
-    scale_row("Mtl_Pawn", &EngineOptions::Mtl_Pawn),
-    scale_row("Mtl_Knight", &EngineOptions::Mtl_Knight),
-    scale_row("Mtl_Bishop", &EngineOptions::Mtl_Bishop),
-    scale_row("Mtl_Rook", &EngineOptions::Mtl_Rook),
-    scale_row("Mtl_Queen", &EngineOptions::Mtl_Queen),
-    scale_row("Activity_Knight", &EngineOptions::Activity_Knight),
-    scale_row("Activity_Bishop", &EngineOptions::Activity_Bishop),
-    scale_row("Activity_Rook", &EngineOptions::Activity_Rook),
-    scale_row("Activity_Queen", &EngineOptions::Activity_Queen),
-    scale_row("Pawn_Structure", &EngineOptions::Pawn_Structure),
-    scale_row("Passed_Pawns", &EngineOptions::Passed_Pawns),
-    scale_row("King_Safety", &EngineOptions::King_Safety),
-    scale_row("Threats", &EngineOptions::Threats),
+    scale_row("Mtl_Pawn", &WeightScales::Mtl_Pawn),
+    scale_row("Mtl_Knight", &WeightScales::Mtl_Knight),
+    scale_row("Mtl_Bishop", &WeightScales::Mtl_Bishop),
+    scale_row("Mtl_Rook", &WeightScales::Mtl_Rook),
+    scale_row("Mtl_Queen", &WeightScales::Mtl_Queen),
+    scale_row("Activity_Knight", &WeightScales::Activity_Knight),
+    scale_row("Activity_Bishop", &WeightScales::Activity_Bishop),
+    scale_row("Activity_Rook", &WeightScales::Activity_Rook),
+    scale_row("Activity_Queen", &WeightScales::Activity_Queen),
+    scale_row("Pawn_Structure", &WeightScales::Pawn_Structure),
+    scale_row("Passed_Pawns", &WeightScales::Passed_Pawns),
+    scale_row("King_Safety", &WeightScales::King_Safety),
+    scale_row("Threats", &WeightScales::Threats),
 };
 
 // ---- Setting
@@ -184,54 +184,55 @@ static void set_weight_pair(i16* field, const char* name, const char* text)
 
 // Switches the log on or off. The file stays open when it is switched off, and a later switch on
 // goes on writing to it.
-static void set_log(bool on)
+static void set_log(Dialogue* dialogue, bool on)
 {
     print_line_format("info string Log set to %d", on ? 1 : 0);
-    engine_options.log = on ? 1 : 0;
+    dialogue->engine_options.log = on ? 1 : 0;
     if (on && !open_log()) {
         print_line("log file in use.");
-        engine_options.log = 0;
+        dialogue->engine_options.log = 0;
     }
 }
 
-static void set_row(const OptionRow& row, const char* value)
+static void set_row(Dialogue* dialogue, const OptionRow& row, const char* value)
 {
     const bool is_true = strstr(value, "true") != nullptr;
     switch (row.kind) {
     case TextOption:
-        copy_text(engine_options.*row.text, file_option_size, value);
-        print_line_format("info string %s set to '%s'", row.name, engine_options.*row.text);
+        copy_text(dialogue->engine_options.*row.text, file_option_size, value);
+        print_line_format(
+            "info string %s set to '%s'", row.name, dialogue->engine_options.*row.text);
         break;
     case SpinOption:
-        engine_options.*row.number =
+        dialogue->engine_options.*row.number =
             static_cast<i16>(set_spin_option(row.name, value, row.lowest, row.highest));
         break;
     case CheckOption:
         print_line_format("info string %s set to %d", row.name, is_true ? 1 : 0);
-        engine_options.*row.number = is_true ? 1 : 0;
+        dialogue->engine_options.*row.number = is_true ? 1 : 0;
         break;
     case ButtonOption:
         clear_hash_if_idle();
         print_line("info string Hash table cleared");
         break;
     case LogOption:
-        set_log(is_true);
+        set_log(dialogue, is_true);
         break;
     case ScaleOption:
-        set_weight_pair(engine_options.*row.scale, row.name, value);
+        set_weight_pair(dialogue->engine_options.scales.*row.scale, row.name, value);
         break;
     }
-    publish_options();
+    publish_options(dialogue);
     if (row.apply != nullptr) {
-        row.apply();
+        row.apply(dialogue);
     }
 }
 
-void set_option(const char* name, char* value)
+void set_option(Dialogue* dialogue, const char* name, char* value)
 {
     for (const OptionRow& row : option_rows) {
         if (strcmp(name, row.name) == 0) {
-            set_row(row, value);
+            set_row(dialogue, row, value);
             return;
         }
     }
@@ -239,41 +240,42 @@ void set_option(const char* name, char* value)
 
 // ---- Announcing
 
-static void announce_spin(const OptionRow& row)
+static void announce_spin(Dialogue* dialogue, const OptionRow& row)
 {
     i32 highest = row.announced_max;
     if (highest == machine_elo) {
-        highest = narrow_to_i16(estimated_elo);
-        if (saved_options.*row.number == 0) {
-            saved_options.*row.number = static_cast<i16>(highest);
+        highest = narrow_to_i16(strength.estimated_elo);
+        if (dialogue->saved_options.*row.number == 0) {
+            dialogue->saved_options.*row.number = static_cast<i16>(highest);
         }
     }
     print_line_format("option name %s type spin default %d min %d max %d", row.name,
-        saved_options.*row.number, row.announced_min, highest);
+        dialogue->saved_options.*row.number, row.announced_min, highest);
 }
 
-void announce_options()
+void announce_options(Dialogue* dialogue)
 {
     for (const OptionRow& row : option_rows) {
         switch (row.kind) {
         case TextOption:
-            print_line_format(
-                "option name %s type string default %s", row.name, saved_options.*row.text);
+            print_line_format("option name %s type string default %s", row.name,
+                dialogue->saved_options.*row.text);
             break;
         case SpinOption:
-            announce_spin(row);
+            announce_spin(dialogue, row);
             break;
         case CheckOption:
         case LogOption:
             print_line_format("option name %s type check default %s", row.name,
-                saved_options.*row.number != 0 ? "true" : "false");
+                dialogue->saved_options.*row.number != 0 ? "true" : "false");
             break;
         case ButtonOption:
             print_line_format("option name %s type button", row.name);
             break;
         case ScaleOption:
             print_line_format("option name %s type string default %d,%d", row.name,
-                (saved_options.*row.scale)[0], (saved_options.*row.scale)[1]);
+                (dialogue->saved_options.scales.*row.scale)[0],
+                (dialogue->saved_options.scales.*row.scale)[1]);
             break;
         }
     }
@@ -282,7 +284,7 @@ void announce_options()
 // ---- The configuration file
 
 // One line of the file, "name = value # comment"; line is changed.
-static void read_config_line(char* line)
+static void read_config_line(Dialogue* dialogue, char* line)
 {
     const size_t length = strlen(line);
     if (length < shortest_config_line) {
@@ -304,10 +306,10 @@ static void read_config_line(char* line)
     char value[value_size];
     copy_text(name, sizeof name, line);
     copy_text(value, sizeof value, skip_blanks(equals + 1));
-    set_option(name, value);
+    set_option(dialogue, name, value);
 }
 
-i32 load_config_file()
+i32 load_config_file(Dialogue* dialogue)
 {
     static i32 open_files = 0;
     static i32 loaded_files = 0;
@@ -315,22 +317,23 @@ i32 load_config_file()
         loaded_files = 0;
     }
     const bool allowed = open_files < deepest_config_file && loaded_files < most_config_files;
-    FILE* file = allowed ? open_regular_file(engine_options.config_file_path) : nullptr;
+    FILE* file = allowed ? open_regular_file(dialogue->engine_options.config_file_path) : nullptr;
     if (file == nullptr) {
         return 0;
     }
     ++open_files;
     ++loaded_files;
-    print_line_format("info string loading parameters from %s", engine_options.config_file_path);
+    print_line_format(
+        "info string loading parameters from %s", dialogue->engine_options.config_file_path);
     char line[config_line_size];
     while (fgets(line, sizeof line, file) != nullptr) {
-        read_config_line(line);
+        read_config_line(dialogue, line);
     }
     fclose(file);
     --open_files;
 
-    engine_options.params_changed = 1;
-    saved_options = engine_options;
-    publish_options();
+    dialogue->engine_options.params_changed = 1;
+    dialogue->saved_options = dialogue->engine_options;
+    publish_options(dialogue);
     return 1;
 }

@@ -1,13 +1,16 @@
 // Calibration: the node rate of this machine, by which a wanted Elo becomes a node rate.
 #include "shell/startup.h"
 
+#include "base/output.h"
 #include "board/moves.h"
 #include "eval/evaluate.h"
+#include "fathom/tbcore.h"
+#include "search/hash.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "base/output.h"
-#include "shell/run_state.h"
 #include "search/clock.h"
+#include "shell/board_text.h"
+#include "search/strength.h"
 
 static constexpr f64 calibration_seconds = 0.3;
 static constexpr f64 search_speed_factor = 1.17; // a search's nodes for one of calibration
@@ -20,6 +23,7 @@ static void init_root_ply(SearchThread* thread)
     PlyRecord* ply_rec = &thread->ply_rec[1];
     MoveEntry* list_start = ply_rec->list_start;
     *ply_rec = PlyRecord {};
+    thread->node_depth[1] = 0;
     ply_rec->list_start = list_start;
     ply_rec->list_cursor = list_start;
     ply_rec->alpha = -ScoreInfinite;
@@ -39,7 +43,7 @@ static void visit_calibration_node(SearchThread* thread)
         find_checker(pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]);
     ply_rec->check_sq = static_cast<u8>(checker);
     ply_rec->in_check = checker != NoSquare;
-    evaluate(thread, side, 1, ply_rec->in_check, 0);
+    evaluate(thread, pos, 1, ply_rec->in_check != 0, ply_rec->danger);
     gen_all_moves(pos);
     i32 made = 0;
     for (const MoveEntry* entry = ply_rec->list_start;
@@ -52,23 +56,40 @@ static void visit_calibration_node(SearchThread* thread)
     }
 }
 
-void calibrate()
+void calibrate(Dialogue* dialogue)
 {
-    parse_epd(&console_thread->pos, start_position);
-    start_time = monotonic_seconds();
-    store(elapsed, 0.0);
-    sync_workers();
+    read_position(&dialogue->game->pos, start_position);
+    start_clock(&dialogue->limits, 0.0);
+    sync_workers(dialogue->game);
     // The configuration file may have asked for no workers at all.
-    SearchThread* thread = num_threads > 0 ? load(workers[0]) : console_thread;
+    SearchThread* thread = num_threads > 0 ? load(workers[0]) : dialogue->game;
     init_root_ply(thread);
-    while (load(elapsed) < calibration_seconds) {
+    while (load(search_clock.elapsed) < calibration_seconds) {
         visit_calibration_node(thread);
         update_elapsed();
     }
     update_elapsed();
     const f64 nodes = static_cast<f64>(load(thread->counters[CountNodes]));
-    calibration_nps = nodes * search_speed_factor / (load(elapsed) + least_seconds);
-    estimated_elo = elo_of_nps(calibration_nps);
-    print_line_format(
-        "info string et= %.3f, calibration nps= %0.0f", load(elapsed), calibration_nps);
+    strength.calibration_nps =
+        nodes * search_speed_factor / (load(search_clock.elapsed) + least_seconds);
+    strength.estimated_elo = elo_of_nps(strength.calibration_nps);
+    print_line_format("info string et= %.3f, calibration nps= %0.0f", load(search_clock.elapsed),
+        strength.calibration_nps);
+}
+
+bool make_hash_table(i32 megabytes)
+{
+    if (!alloc_hash(megabytes)) {
+        return false;
+    }
+    print_line_format("info string allocated %d Mbytes for hash table\n", megabytes);
+    return true;
+}
+
+void register_tables(const char* path)
+{
+    const i32 count = tb_init(path);
+    if (count >= 0) {
+        print_plain("info string found %d tablebases\n", count);
+    }
 }

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "base/output.h"
+#include "base/text.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "book/book.h"
@@ -14,12 +16,12 @@
 #include "search/search.h"
 #include "search/threads.h"
 #include "shell/console.h"
-#include "shell/engine_options.h"
 #include "shell/input.h"
-#include "base/output.h"
-#include "shell/run_state.h"
 #include "search/clock.h"
 #include "shell/uci.h"
+#include "shell/board_text.h"
+#include "shell/prepare_search.h"
+#include "shell/book_report.h"
 
 static constexpr i32 pass_microseconds = 1000;
 static constexpr i32 waiting_pass_microseconds = 50000; // only a command can change anything
@@ -27,14 +29,10 @@ static constexpr i32 last_searched_cnt50 = 100;         // half-moves; above it 
 static constexpr i32 branching_depths = 4;
 static constexpr i32 least_branching_depth = 6;
 static constexpr char line_mark = '@';
-static constexpr i32 pending_size = 4 * (longest_input + 1);
 
-// Commands that have arrived and wait for their pass, each closed by a line mark.
-static char pending_input[pending_size];
-
-void tick_clock()
+void tick_clock(Dialogue* dialogue)
 {
-    store(clock_side, console_thread->pos.stm);
+    store(search_clock.clock_side, dialogue->game->pos.stm);
     check_time();
 }
 
@@ -43,20 +41,20 @@ void end_search_silently()
     if (busy_workers() == 0) {
         return;
     }
-    store(stop_code, StopSilent);
+    store(stop_code, StopCode::Silent);
     wait_for_workers();
-    store(engine_state, EngineIdle);
+    store(engine_state, EngineState::Idle);
 }
 
 f64 effective_branching()
 {
     const i32 depth = search_result.last_iter_depth;
-    if (depth < least_branching_depth || nodes_by_depth[depth] == 0
-        || nodes_by_depth[depth - branching_depths] == 0) {
+    if (depth < least_branching_depth || search_totals.nodes_by_depth[depth] == 0
+        || search_totals.nodes_by_depth[depth - branching_depths] == 0) {
         return 2.0;
     }
-    const f64 growth = static_cast<f64>(nodes_by_depth[depth])
-        / static_cast<f64>(nodes_by_depth[depth - branching_depths]);
+    const f64 growth = static_cast<f64>(search_totals.nodes_by_depth[depth])
+        / static_cast<f64>(search_totals.nodes_by_depth[depth - branching_depths]);
     return pow(growth, 1.0 / branching_depths);
 }
 
@@ -64,10 +62,10 @@ f64 effective_branching()
 
 // Moves one line of input to the pending ones, as long as there is room for the longest.
 // What follows a NUL or a carriage return in a line is lost; empty lines are not kept.
-static void append_input()
+static void append_input(char* pending_input)
 {
     const size_t used = strlen(pending_input);
-    if (used + longest_input + 2 > sizeof pending_input) {
+    if (used + longest_input + 2 > pending_size) {
         return;
     }
     char line[longest_input + 2];
@@ -80,12 +78,12 @@ static void append_input()
     }
     line[length] = line_mark;
     line[length + 1] = '\0';
-    copy_text(pending_input + used, sizeof pending_input - used, line);
+    copy_text(pending_input + used, pending_size - used, line);
 }
 
 // Takes the first pending command into out, which holds pending_size bytes. Empty ones are passed
 // over at once: a line full of marks must not hold up the commands behind it.
-static bool take_command(char* out)
+static bool take_command(char* pending_input, char* out)
 {
     const char* start = pending_input + strspn(pending_input, "@");
     const size_t length = strcspn(start, "@");
@@ -98,41 +96,51 @@ static bool take_command(char* out)
     return complete;
 }
 
-void poll_input()
+void poll_input(Dialogue* dialogue)
 {
-    append_input();
+    append_input(dialogue->pending_input);
     char command[pending_size];
-    if (!take_command(command)) {
+    if (!take_command(dialogue->pending_input, command)) {
         return;
     }
     if (load(uci_mode) == 0 && strcmp(command, "uci") != 0) {
-        console_command(command);
+        console_command(dialogue, command);
     } else {
-        uci_command(command);
+        uci_command(dialogue, command);
     }
 }
 
 // ---- Starting a search
 
-// A move of the books that does not draw at once, or 0.
-static Move book_move()
+// The move that one book chooses, or 0; the user is shown what it knows.
+static Move ask_book(Position* pos, const char* file_name, i32 variety)
 {
-    if (load(engine_state) != EngineStart || engine_options.own_book == 0) {
+    BookChoice choice;
+    book_probe(pos, file_name, variety, &choice);
+    report_book_choice(&choice);
+    return choice.move;
+}
+
+// A move of the books that does not draw at once, or 0.
+static Move book_move(Dialogue* dialogue)
+{
+    const EngineOptions* options = &dialogue->engine_options;
+    if (load(engine_state) != EngineState::Start || options->own_book == 0) {
         return NoMove;
     }
-    Position* pos = &console_thread->pos;
+    Position* pos = &dialogue->game->pos;
     Move move = NoMove;
-    if (console_thread->undo_count < engine_options.own_book_depth) {
-        move = book_probe(pos, engine_options.own_book_file);
+    if (dialogue->game->undo_count < options->own_book_depth) {
+        move = ask_book(pos, options->own_book_file, options->own_book_variety);
     }
-    if (move == NoMove && console_thread->undo_count < engine_options.own_book2_depth) {
-        move = book_probe(pos, engine_options.own_book2_file);
+    if (move == NoMove && dialogue->game->undo_count < options->own_book2_depth) {
+        move = ask_book(pos, options->own_book2_file, options->own_book_variety);
     }
     if (move == NoMove) {
         return NoMove;
     }
     // A move that the user has taken back stays where it can be repeated.
-    Move* redo = &console_thread->undo[console_thread->undo_count].move;
+    Move* redo = &dialogue->game->undo[dialogue->game->undo_count].move;
     const Move taken_back = *redo;
     make_move(pos, move);
     const bool draws = is_draw_by_rule(pos, 0);
@@ -147,12 +155,12 @@ static void publish_book_move(Move move)
     print_line_format("%s book move is %s%s", load(uci_mode) == 1 ? "info string" : "",
         square_name[from_square(move)], square_name[to_square(move)]);
     store(search_result.result_score, 0);
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     search_result.result_pv[1] = move;
 }
 
 // A position that cannot be searched is answered at once.
-static void refuse_search(const char* reason)
+static void refuse_search(Dialogue* dialogue, const char* reason)
 {
     if (load(uci_mode) == 1) {
         print_line_format("info string %s", reason);
@@ -160,52 +168,56 @@ static void refuse_search(const char* reason)
     } else {
         print_line(reason);
     }
-    self_play = 0;
-    store(engine_state, EngineIdle);
+    dialogue->self_play = false;
+    store(engine_state, EngineState::Idle);
 }
 
-static void start_search()
+static void start_search(Dialogue* dialogue)
 {
-    const char* defect = position_defect(&console_thread->pos);
+    const char* defect = position_defect(&dialogue->game->pos);
     if (defect != nullptr) {
-        refuse_search(defect);
+        refuse_search(dialogue, defect);
         return;
     }
-    prepare_search();
-    const Move move = book_move();
+    prepare_search(dialogue);
+    const Move move = book_move(dialogue);
     if (move != NoMove) {
         publish_book_move(move);
     }
-    store(engine_state, load(engine_state) == EngineStart ? EngineThinking : EnginePondering);
-    if (console_thread->pos.cnt50 <= last_searched_cnt50 && move == NoMove) {
-        wake_workers();
+    store(engine_state,
+        load(engine_state) == EngineState::Start ? EngineState::Thinking : EngineState::Pondering);
+    if (dialogue->game->pos.cnt50 <= last_searched_cnt50 && move == NoMove) {
+        wake_workers(dialogue->game);
     }
 }
 
 // ---- Reporting a result
 
-static f64 hit_rate(Counter hits, Counter probes)
+// Hits of a table in per cent of what was asked of it. The one keeps an empty count from dividing.
+static f64 hit_rate(u64 hits, u64 probes)
 {
-    return 100.0 * static_cast<f64>(total_counters[hits])
-        / (static_cast<f64>(total_counters[probes]) + 1.0);
+    return 100.0 * static_cast<f64>(hits) / (static_cast<f64>(probes) + 1.0);
 }
 
 // The console's lines after a search.
 static void print_statistics(Move best_move)
 {
     char text[8];
-    const f64 nodes = static_cast<f64>(total_counters[CountNodes]);
-    const f64 seconds = load(elapsed);
+    const f64 nodes = static_cast<f64>(search_totals.counters[CountNodes]);
+    const f64 seconds = load(search_clock.elapsed);
     print_line_format("move= %s, time= %0.3f, score= %d, nodes= %0.0f, nps= %0.0fK ebf= %0.2f",
         move_text_or_null(best_move, text), seconds, load(search_result.result_score), nodes,
         0.001 * nodes / (seconds + 0.001), effective_branching());
     estimate_hash_fill();
+    const u64* nodes_of = search_totals.counters;
+    const u64* evals_of = search_totals.eval_counters;
     print_line_format("Hash fill= %.1f%%, Hash hits: main= %0.1f%%, pawn= %0.1f%%, eval= %0.1f%%,"
                       " TB=%0.0fK",
-        100.0 * hash_fill, hit_rate(CountHashHits, CountHashProbes),
-        hit_rate(CountPawnHits, CountPawnProbes), hit_rate(CountEvalHits, CountEvals),
-        static_cast<f64>(total_counters[CountTbHits]) * 0.001);
-    const i32* counts = debug_counters;
+        100.0 * hash.fill, hit_rate(nodes_of[CountHashHits], nodes_of[CountHashProbes]),
+        hit_rate(evals_of[CountPawnHits], evals_of[CountPawnProbes]),
+        hit_rate(evals_of[CountEvalHits], evals_of[CountEvals]),
+        static_cast<f64>(nodes_of[CountTbHits]) * 0.001);
+    const i32* counts = search_totals.debug_counters;
     if (counts[0] + counts[1] + counts[2] + counts[3] != 0) {
         print_line_format("ncnt1= %d, ncnt2= %d, ncnt3= %d, ncnt4= %d", counts[0], counts[1],
             counts[2], counts[3]);
@@ -228,88 +240,89 @@ static void print_best_move(Move best_move, Move ponder_move)
 
 // The engine plays both sides: charges the clock, makes the move and asks for the next one. The
 // user may have changed the board meanwhile: where the move is none, the playing ends.
-static void continue_self_play(Move best_move)
+static void continue_self_play(Dialogue* dialogue, Move best_move)
 {
-    if (self_play == 0) {
+    if (dialogue->self_play == 0) {
         return;
     }
-    Position* pos = &console_thread->pos;
-    Shared<f64>& clock = clock_left[pos->stm];
-    store(clock, load(clock) - load(elapsed) + tc_increment);
+    Position* pos = &dialogue->game->pos;
+    Shared<f64>& clock = dialogue->limits.clock_left[pos->stm];
+    store(clock, load(clock) - load(search_clock.elapsed) + dialogue->limits.tc_increment);
     if (!is_playable(pos, best_move)) {
-        self_play = 0;
+        dialogue->self_play = false;
         return;
     }
     make_game_move(pos, best_move);
     print_board(pos);
-    store(engine_state, EngineStart);
+    store(engine_state, EngineState::Start);
 }
 
-static void report_result()
+static void report_result(Dialogue* dialogue)
 {
     const Move best_move = search_result.result_pv[1];
     collect_stats();
     // The last line repeats the best one of several, so it carries that line's number.
-    print_final_info(0, load(worker_options.multi_pv) > 1 ? 1 : 0, search_result.result_depth,
+    print_final_info(0, load(search_settings.multi_pv) > 1 ? 1 : 0, search_result.result_depth,
         load(search_result.result_score), search_result.result_pv);
     if (load(uci_mode) == 1) {
         print_best_move(best_move, search_result.result_pv[2]);
     } else {
         print_statistics(best_move);
     }
-    store(engine_state, EngineIdle);
-    continue_self_play(best_move);
+    store(engine_state, EngineState::Idle);
+    continue_self_play(dialogue, best_move);
 }
 
 static bool result_is_due()
 {
-    const u8 stop = load(stop_code);
-    return load(engine_state) == EngineThinking && (stop == StopReport || stop == StopReportGame)
-        && busy_workers() == 0;
+    const StopCode stop = load(stop_code);
+    return load(engine_state) == EngineState::Thinking
+        && (stop == StopCode::Report || stop == StopCode::ReportGame) && busy_workers() == 0;
 }
 
 // ---- The loop
 
 static bool search_is_due()
 {
-    const u8 state = load(engine_state);
-    return state == EngineStart || state == EngineStartPonder;
+    const EngineState state = load(engine_state);
+    return state == EngineState::Start || state == EngineState::StartPonder;
 }
 
 // Whether nothing can happen before a command comes: no search runs or is due, no result waits,
 // and no line is left. The clock need not be looked at then. The workers are asked first: one may
 // finish at any moment, and its result must not wait for a command.
-static bool is_waiting()
+static bool is_waiting(const Dialogue* dialogue)
 {
-    return busy_workers() == 0 && !result_is_due() && !search_is_due() && pending_input[0] == '\0';
+    return busy_workers() == 0 && !result_is_due() && !search_is_due()
+        && dialogue->pending_input[0] == '\0';
 }
 
-static void run_pass()
+static void run_pass(Dialogue* dialogue)
 {
-    wait_for_input(is_waiting() ? waiting_pass_microseconds : pass_microseconds);
-    tick_clock();
+    wait_for_input(is_waiting(dialogue) ? waiting_pass_microseconds : pass_microseconds);
+    tick_clock(dialogue);
     if (search_is_due()) {
-        start_search();
+        start_search(dialogue);
     } else {
-        poll_input();
-        if (quit_flag != 0) {
+        poll_input(dialogue);
+        if (dialogue->quit_flag) {
             return;
         }
     }
     if (result_is_due()) {
-        report_result();
+        report_result(dialogue);
     }
 }
 
-void think_loop()
+void think_loop(Dialogue* dialogue)
 {
-    parse_epd(&console_thread->pos, start_position);
+    read_position(&dialogue->game->pos, start_position);
     if (load(uci_mode) == 0) {
-        print_board(&console_thread->pos);
+        print_board(&dialogue->game->pos);
     }
-    store(engine_state, EngineIdle);
-    quit_flag = 0;
-    while (quit_flag == 0) {
-        run_pass();
+    store(engine_state, EngineState::Idle);
+    dialogue->quit_flag = false;
+    while (!dialogue->quit_flag) {
+        run_pass(dialogue);
     }
 }

@@ -7,16 +7,19 @@
 #include <cstdlib>
 #include <sched.h>
 
+#include "base/clock.h"
+#include "base/output.h"
+#include "base/text.h"
+#include "base/version.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "search/hash.h"
 #include "search/params.h"
 #include "search/threads.h"
 #include "shell/options.h"
-#include "base/output.h"
-#include "shell/run_state.h"
-#include "base/text.h"
 #include "shell/think_loop.h"
+#include "search/clock.h"
+#include "shell/board_text.h"
 
 static constexpr i32 word_size = 128;
 static constexpr i32 name_size = 101; // an option's name and value, with their NUL
@@ -24,7 +27,8 @@ static constexpr i32 value_size = 201;
 static constexpr size_t move_text_length = 4; // a shorter word is no move
 static constexpr f64 unlimited_seconds = 10000000.0;
 static constexpr f64 new_game_seconds = 60.0;
-static constexpr i32 moves_per_control = 40; // any value above 1: the real count is moves_to_go
+static constexpr i32 moves_per_control =
+    40; // any value above 1: the real count is dialogue->limits.moves_to_go
 static constexpr f64 seconds_per_millisecond = 0.001;
 static constexpr i32 yields_before_sleep = 1000;
 static constexpr i32 short_sleep_microseconds = 50;
@@ -41,33 +45,33 @@ static void spin_for_workers()
     }
 }
 
-static void identify(char*)
+static void identify(Dialogue* dialogue, char*)
 {
     store(uci_mode, 1);
     print_line_format("id name %s", version_string);
     print_line("id author Brin Tolvey");
-    announce_options();
+    announce_options(dialogue);
     print_line("uciok");
 }
 
-static void confirm_ready(char*)
+static void confirm_ready(Dialogue*, char*)
 {
     print_line("readyok");
 }
 
-static void log_commands(char*)
+static void log_commands(Dialogue* dialogue, char*)
 {
-    log_cmd = 1;
+    dialogue->log_cmd = 1;
 }
 
-static void show_params(char*)
+static void show_params(Dialogue*, char*)
 {
     print_search_params();
 }
 
 // ---- setoption
 
-static void apply_option(char* args)
+static void apply_option(Dialogue* dialogue, char* args)
 {
     char name[name_size] = "";
     char value[value_size] = "";
@@ -80,26 +84,26 @@ static void apply_option(char* args)
         copy_text(name, sizeof name, skip_blanks(text_behind(name_word, sizeof "name")));
         copy_text(value, sizeof value, skip_blanks(text_behind(value_word, sizeof "value")));
     }
-    set_option(name, value);
-    saved_options = engine_options;
-    engine_options.params_changed = 1;
-    publish_options();
+    set_option(dialogue, name, value);
+    dialogue->saved_options = dialogue->engine_options;
+    dialogue->engine_options.params_changed = 1;
+    publish_options(dialogue);
 }
 
 // ---- ucinewgame and position
 
-static void start_new_game(char*)
+static void start_new_game(Dialogue* dialogue, char*)
 {
-    store(stop_code, StopSilent);
+    store(stop_code, StopCode::Silent);
     wait_for_workers();
-    store(tc_moves, 0);
-    tc_seconds = new_game_seconds;
-    tc_increment = 0.0;
-    store(clock_left[White], new_game_seconds);
-    store(clock_left[Black], new_game_seconds);
-    console_thread->undo_count = 0;
+    store(dialogue->limits.tc_moves, 0);
+    dialogue->limits.tc_seconds = new_game_seconds;
+    dialogue->limits.tc_increment = 0.0;
+    store(dialogue->limits.clock_left[White], new_game_seconds);
+    store(dialogue->limits.clock_left[Black], new_game_seconds);
+    dialogue->game->undo_count = 0;
     clear_hash_if_idle();
-    hash_age = 0;
+    hash.age = 0;
 }
 
 static Move promotion_of_letter(char letter)
@@ -145,7 +149,7 @@ static void play_words(Position* pos, const char* text)
     thread->undo[thread->undo_count].move = NoMove;
 }
 
-static void set_up_position(char* args)
+static void set_up_position(Dialogue* dialogue, char* args)
 {
     char* moves = strstr(args, "moves");
     if (moves != nullptr && moves > args) {
@@ -160,93 +164,94 @@ static void set_up_position(char* args)
     if (text == nullptr) {
         return;
     }
-    Position* pos = &console_thread->pos;
-    parse_epd(pos, text);
+    Position* pos = &dialogue->game->pos;
+    read_position(pos, text);
     if (moves != nullptr) {
         play_words(pos, text_behind(moves, sizeof "moves"));
     }
-    store(clock_side, pos->stm);
+    store(search_clock.clock_side, pos->stm);
 }
 
 // ---- go
 
 // The words of "go" that have a value, in the order in which they are applied.
-static void read_white_clock(const char* value)
+static void read_white_clock(Dialogue* dialogue, const char* value)
 {
     const f64 seconds = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
-    store(clock_left[White], seconds < 0 ? 0.0 : seconds);
+    store(dialogue->limits.clock_left[White], seconds < 0 ? 0.0 : seconds);
 }
 
-static void read_black_clock(const char* value)
+static void read_black_clock(Dialogue* dialogue, const char* value)
 {
     const f64 seconds = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
-    store(clock_left[Black], seconds < 0 ? 0.0 : seconds);
+    store(dialogue->limits.clock_left[Black], seconds < 0 ? 0.0 : seconds);
 }
 
-static void read_increment(i32 side, const char* value)
+static void read_increment(Dialogue* dialogue, i32 side, const char* value)
 {
-    if (console_thread->pos.stm == side) {
-        tc_increment = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
+    if (dialogue->game->pos.stm == side) {
+        dialogue->limits.tc_increment =
+            static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
     }
 }
 
-static void read_white_increment(const char* value)
+static void read_white_increment(Dialogue* dialogue, const char* value)
 {
-    read_increment(White, value);
+    read_increment(dialogue, White, value);
 }
 
-static void read_black_increment(const char* value)
+static void read_black_increment(Dialogue* dialogue, const char* value)
 {
-    read_increment(Black, value);
+    read_increment(dialogue, Black, value);
 }
 
-static void read_moves_to_go(const char* value)
+static void read_moves_to_go(Dialogue* dialogue, const char* value)
 {
-    store(tc_moves, moves_per_control);
-    store(depth_limit, deepest_limit);
-    moves_to_go = static_cast<i16>(read_integer(value));
-    node_limit_total = 0;
+    store(dialogue->limits.tc_moves, moves_per_control);
+    store(dialogue->limits.depth_limit, deepest_limit);
+    dialogue->limits.moves_to_go = static_cast<i16>(read_integer(value));
+    dialogue->limits.node_limit_total = 0;
 }
 
-static void read_depth(const char* value)
+static void read_depth(Dialogue* dialogue, const char* value)
 {
-    store(tc_moves, 1);
-    store(depth_limit, read_depth_limit(value));
-    tc_seconds = unlimited_seconds;
+    store(dialogue->limits.tc_moves, 1);
+    store(dialogue->limits.depth_limit, read_depth_limit(value));
+    dialogue->limits.tc_seconds = unlimited_seconds;
 }
 
 // The limit is varied by up to four per cent, so that two games do not run alike. The arithmetic
 // is that of 32-bit words, which wrap.
-static void read_nodes(const char* value)
+static void read_nodes(Dialogue* dialogue, const char* value)
 {
-    store(tc_moves, 1);
-    tc_seconds = unlimited_seconds;
+    store(dialogue->limits.tc_moves, 1);
+    dialogue->limits.tc_seconds = unlimited_seconds;
     const u32 nodes = static_cast<u32>(read_i32(value));
     const u32 permille = static_cast<u32>(40 - rand() % 80);
     const i32 change = static_cast<i32>(permille * nodes) / 1000;
-    node_limit_total = static_cast<i32>(nodes + static_cast<u32>(change));
+    dialogue->limits.node_limit_total = static_cast<i32>(nodes + static_cast<u32>(change));
 }
 
-static void read_move_time(const char* value)
+static void read_move_time(Dialogue* dialogue, const char* value)
 {
-    store(tc_moves, 1);
-    tc_increment = 0.0;
-    tc_seconds = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
+    store(dialogue->limits.tc_moves, 1);
+    dialogue->limits.tc_increment = 0.0;
+    dialogue->limits.tc_seconds = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
 }
 
-static void read_infinite(const char*)
+static void read_infinite(Dialogue* dialogue, const char*)
 {
-    tc_increment = 0.0;
-    node_limit_total = 0;
-    tc_seconds = unlimited_seconds;
-    store(depth_limit, deepest_limit);
-    store(tc_moves, 1);
+    dialogue->limits.tc_increment = 0.0;
+    dialogue->limits.node_limit_total = 0;
+    dialogue->limits.tc_seconds = unlimited_seconds;
+    store(dialogue->limits.depth_limit, deepest_limit);
+    store(dialogue->limits.tc_moves, 1);
 }
 
 struct GoWord {
     const char* word;
     size_t value_offset; // of the value behind the start of the word
-    void (*read)(const char* value);
+    void (*read)(Dialogue* dialogue, const char* value);
 };
 
 static constexpr GoWord go_words[] = {
@@ -263,49 +268,50 @@ static constexpr GoWord go_words[] = {
 
 // What an earlier "go" left of depth limit, node limit, increment and clocks stands, as far as the
 // words do not replace it.
-static void start_thinking(char* args)
+static void start_thinking(Dialogue* dialogue, char* args)
 {
-    store(stop_code, StopSilent);
+    store(stop_code, StopCode::Silent);
     wait_for_workers();
-    store(tc_moves, 0);
+    store(dialogue->limits.tc_moves, 0);
     for (const GoWord& row : go_words) {
         const char* found = strstr(args, row.word);
         if (found != nullptr) {
-            row.read(next_word(text_behind(found, row.value_offset)));
+            row.read(dialogue, next_word(text_behind(found, row.value_offset)));
         }
     }
-    store(engine_state, strstr(args, "ponder") != nullptr ? EngineStartPonder : EngineStart);
+    store(engine_state,
+        strstr(args, "ponder") != nullptr ? EngineState::StartPonder : EngineState::Start);
 }
 
 // The search goes on as a normal one, with the clock of its own start.
-static void ponder_hit(char*)
+static void ponder_hit(Dialogue*, char*)
 {
-    if (load(engine_state) == EnginePondering) {
-        store(engine_state, EngineThinking);
+    if (load(engine_state) == EngineState::Pondering) {
+        store(engine_state, EngineState::Thinking);
     }
 }
 
-static void stop_thinking(char*)
+static void stop_thinking(Dialogue*, char*)
 {
-    if (load(engine_state) != EngineIdle) {
-        store(engine_state, EngineThinking);
+    if (load(engine_state) != EngineState::Idle) {
+        store(engine_state, EngineState::Thinking);
     }
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     spin_for_workers();
 }
 
-static void quit(char*)
+static void quit(Dialogue* dialogue, char*)
 {
-    store(stop_code, StopSilent);
+    store(stop_code, StopCode::Silent);
     spin_for_workers();
-    quit_flag = 1;
+    dialogue->quit_flag = 1;
 }
 
 // ---- The table
 
 struct UciWord {
     const char* word;
-    void (*run)(char* args);
+    void (*run)(Dialogue* dialogue, char* args);
 };
 
 static constexpr UciWord uci_words[] = {
@@ -322,13 +328,13 @@ static constexpr UciWord uci_words[] = {
     { "quit", quit },
 };
 
-void uci_command(char* command)
+void uci_command(Dialogue* dialogue, char* command)
 {
     command[strcspn(command, "\r\n")] = '\0';
     if (*command == '\0') {
         return;
     }
-    if (log_cmd != 0) {
+    if (dialogue->log_cmd != 0) {
         log_line("CMD: %s", command);
     }
     const char* start = skip_blanks(command);
@@ -340,7 +346,7 @@ void uci_command(char* command)
     char* args = command + strnlen(command, length + 1);
     for (const UciWord& row : uci_words) {
         if (strlen(row.word) == length && strncmp(start, row.word, length) == 0) {
-            row.run(args);
+            row.run(dialogue, args);
             return;
         }
     }

@@ -2,15 +2,19 @@
 // time of each and the total of nodes, so that two builds or two machines can be compared.
 #include "tools/tools.h"
 
+#include "base/version.h"
 #include "board/position.h"
 #include "search/hash.h"
 #include "search/search.h"
 #include "search/threads.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 #include "shell/think_loop.h"
 #include "search/clock.h"
 #include "tools/search_setup.h"
+#include "base/clock.h"
+#include "shell/board_text.h"
+#include "shell/prepare_search.h"
+#include "search/control.h"
 
 static constexpr f64 seconds_per_position = 99.0;
 static constexpr i32 deepest_told_limit = 40; // a limit above it means that none was given
@@ -45,50 +49,50 @@ static constexpr const char* bench_texts[position_count] = {
 
 // Searches the console's position to its end. Input is read meanwhile: a stop ends this position,
 // and no command changes the limits of the others.
-static void search_position()
+static void search_position(Dialogue* dialogue, bool single)
 {
-    store(engine_state, EngineThinking); // so that check_time minds the limits
-    if (bench_single != 0) {
-        store(depth_limit, default_depth);
+    store(engine_state, EngineState::Thinking); // so that check_time minds the limits
+    if (single) {
+        store(dialogue->limits.depth_limit, default_depth);
         if (num_threads > 0) {
-            search_sync();
+            search_sync(dialogue->game);
         }
     } else {
-        const SearchSetup setup = keep_setup();
-        wake_workers();
+        const SearchSetup setup = keep_setup(dialogue);
+        wake_workers(dialogue->game);
         while (busy_workers() != 0) {
-            tick_clock();
-            poll_input();
+            tick_clock(dialogue);
+            poll_input(dialogue);
             sleep_microseconds(pass_microseconds);
         }
-        restore_setup(&setup);
+        restore_setup(dialogue, &setup);
     }
-    store(engine_state, EngineIdle);
+    store(engine_state, EngineState::Idle);
     update_elapsed();
     collect_stats();
 }
 
-void run_benchmark(i32 count)
+void run_benchmark(Dialogue* dialogue, i32 count, bool single)
 {
-    tc_seconds = seconds_per_position;
+    dialogue->limits.tc_seconds = seconds_per_position;
     store(noise, silent_noise);
-    if (load(depth_limit) > deepest_told_limit) {
-        store(depth_limit, default_depth);
+    if (load(dialogue->limits.depth_limit) > deepest_told_limit) {
+        store(dialogue->limits.depth_limit, default_depth);
     }
     print_line_format("%s running benchmark using %d threads", version_string, num_threads);
 
     f64 total_nodes = 0.0;
     f64 total_seconds = least_total_seconds;
     for (i32 i = 0; i < count && i < position_count; ++i) {
-        parse_epd(&console_thread->pos, bench_texts[i]);
+        read_position(&dialogue->game->pos, bench_texts[i]);
         clear_hash_if_idle();
-        prepare_search();
-        search_position();
-        total_nodes += static_cast<f64>(total_counters[CountNodes]);
-        total_seconds += load(elapsed);
-        print_line_format("pos %2d: %6.2f seconds", i, load(elapsed));
+        prepare_search(dialogue);
+        search_position(dialogue, single);
+        total_nodes += static_cast<f64>(search_totals.counters[CountNodes]);
+        total_seconds += load(search_clock.elapsed);
+        print_line_format("pos %2d: %6.2f seconds", i, load(search_clock.elapsed));
     }
     print_line_format("total time= %0.2f seconds, nodes= %.0f, nps= %.0f", total_seconds,
         total_nodes, total_nodes / total_seconds);
-    quit_flag = 1;
+    dialogue->quit_flag = true;
 }

@@ -9,9 +9,10 @@
 #include "board/moves.h"
 #include "board/notation.h"
 #include "board/position.h"
-#include "shell/run_state.h"
+#include "search/hash.h"
+#include "base/output.h"
+#include "shell/board_text.h"
 
-static constexpr i32 fen_size = 128;
 static constexpr i32 comment_size = 512;
 static constexpr i32 position_line_size = fen_size + 64;
 
@@ -68,7 +69,7 @@ static bool read_scanned_move(ReplayedGame* replay, i32 i)
     const ScannedMove* scanned = &replay->game->moves[i];
     char text[sizeof scanned->text + 1];
     memcpy(text, scanned->text, sizeof scanned->text);
-    if (parse_move_on(replay->pos, text, &replay->move) != 0) {
+    if (read_move(replay->pos, text, &replay->move)) {
         return true;
     }
     refuse(replay->input, scanned->line_number, "move '%s' cannot be read, the game ends there",
@@ -256,14 +257,14 @@ static void write_rook_endings(ReplayedGame* replay)
     }
 }
 
-i32 write_scanned_game(
-    i32 form, const ScannedGame* game, ToolInput* input, FILE* out, FILE* refutations)
+i32 write_scanned_game(Dialogue* dialogue, i32 form, const ScannedGame* game, ToolInput* input,
+    FILE* out, FILE* refutations)
 {
-    ReplayedGame replay = { game, input, &console_thread->pos, out, refutations, NoMove, 0, "" };
-    parse_epd(replay.pos, start_position);
-    store(depth_limit, form == 2 ? 1 : 0);
+    ReplayedGame replay = { game, input, &dialogue->game->pos, out, refutations, NoMove, 0, "" };
+    read_position(replay.pos, start_position);
+    store(dialogue->limits.depth_limit, form == 2 ? 1 : 0);
     store(noise, silent_noise);
-    store(hash_mode, 0);
+    store(hash.mode, 0);
     switch (form) {
     case 1:
         write_annotated_game(&replay);

@@ -1,6 +1,7 @@
 // A game as the PGN scanner has read it, and the forms in which it is written.
 #pragma once
 
+#include "shell/dialogue.h"
 #include <cstdio>
 
 #include "board/types.h"
@@ -32,5 +33,5 @@ struct ScannedGame {
 // Plays a game on the console's position and writes it to out in one of the forms 1 to 4; form 1
 // writes the refutations of blunders to a second file. A move that cannot be read is refused and
 // ends the game. Returns the number of positions written.
-i32 write_scanned_game(
-    i32 form, const ScannedGame* game, ToolInput* input, FILE* out, FILE* refutations);
+i32 write_scanned_game(Dialogue* dialogue, i32 form, const ScannedGame* game, ToolInput* input,
+    FILE* out, FILE* refutations);

@@ -4,13 +4,13 @@
 #include <cstring>
 
 #include "board/position.h"
-#include "shell/engine_options.h"
 #include "shell/options.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 #include "base/text.h"
 #include "tools/pgn_forms.h"
 #include "tools/tools.h"
+#include "base/files.h"
+#include "shell/board_text.h"
 
 static constexpr i32 line_size = 255;     // of a line or a piece of one, with its NUL
 static constexpr i32 comment_size = 4001; // what stands behind it is lost
@@ -109,11 +109,6 @@ static void add_to_comment(PgnScan* scan, char c)
 
 // ---- Moves
 
-static bool is_letter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
 // Stores the move that text begins with and returns its length, the whole word's.
 static size_t read_move(PgnScan* scan, const char* text)
 {
@@ -163,13 +158,13 @@ static void read_moves(PgnScan* scan, const char* line)
 
 // ---- Games
 
-static void end_game(PgnScan* scan)
+static void end_game(Dialogue* dialogue, PgnScan* scan)
 {
     if (scan->game.count == 0) {
         return;
     }
     scan->positions += write_scanned_game(
-        scan->form, &scan->game, &scan->input, scan->out.file, scan->refutations.file);
+        dialogue, scan->form, &scan->game, &scan->input, scan->out.file, scan->refutations.file);
     reset_comment(scan);
 }
 
@@ -215,9 +210,9 @@ static void judge_tag(PgnScan* scan, char* line)
 }
 
 // The first tag behind the moves of a game tells that it is over.
-static void read_tag(PgnScan* scan, char* line)
+static void read_tag(Dialogue* dialogue, PgnScan* scan, char* line)
 {
-    end_game(scan);
+    end_game(dialogue, scan);
     if (scan->form == 1) {
         fputs(line, scan->out.file);
         if (holds(line, "Round ")) {
@@ -228,10 +223,10 @@ static void read_tag(PgnScan* scan, char* line)
 }
 
 // Clock times and the like of a comment that goes on over several lines look like tags: "[%clk".
-static void read_scan_line(PgnScan* scan, char* line)
+static void read_scan_line(Dialogue* dialogue, PgnScan* scan, char* line)
 {
     if (line[0] == '[' && line[1] != '%') {
-        read_tag(scan, line);
+        read_tag(dialogue, scan, line);
     } else if (!scan->skips && line[0] != '\0' && line[0] != '\n') {
         read_moves(scan, line);
     }
@@ -246,14 +241,14 @@ static void cut_carriage_return(char* line, i32 length)
     }
 }
 
-static void scan_games(PgnScan* scan)
+static void scan_games(Dialogue* dialogue, PgnScan* scan)
 {
     char line[line_size];
     for (i32 length; (length = read_line_piece(&scan->input.lines, line, sizeof line)) > 0;) {
         cut_carriage_return(line, length);
-        read_scan_line(scan, line);
+        read_scan_line(dialogue, scan, line);
     }
-    end_game(scan);
+    end_game(dialogue, scan);
     fputc('\n', scan->out.file);
 }
 
@@ -278,7 +273,7 @@ static bool open_outputs(PgnScan* scan)
     return true;
 }
 
-void scan_pgn(const char* file_name, i32 form)
+void scan_pgn(Dialogue* dialogue, const char* file_name, i32 form)
 {
     PgnScan scan;
     scan.form = form;
@@ -294,10 +289,10 @@ void scan_pgn(const char* file_name, i32 form)
         return;
     }
     if (open_outputs(&scan)) {
-        engine_options.log = 0;
-        publish_options();
+        dialogue->engine_options.log = 0;
+        publish_options(dialogue);
         start_progress(&scan.input, is_event_tag);
-        scan_games(&scan);
+        scan_games(dialogue, &scan);
         hide_progress(&scan.input);
         OutputFile* const files[] = { &scan.out, &scan.refutations };
         finish_outputs(&scan.input, files, 2);

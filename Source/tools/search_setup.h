@@ -2,7 +2,7 @@
 // that runs must not change those that follow.
 #pragma once
 
-#include "board/position.h"
+#include "shell/dialogue.h"
 
 // What a command may replace and the run needs again: the console's position and the limits.
 struct SearchSetup {
@@ -15,7 +15,7 @@ struct SearchSetup {
 };
 
 // The position and the limits as they are now.
-SearchSetup keep_setup();
+SearchSetup keep_setup(const Dialogue* dialogue);
 
 // Puts them back. The position stands at the start of a game then. No worker may be searching.
-void restore_setup(const SearchSetup* setup);
+void restore_setup(Dialogue* dialogue, const SearchSetup* setup);

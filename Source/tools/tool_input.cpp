@@ -10,7 +10,9 @@
 #include <unistd.h>
 
 #include "base/output.h"
-#include "shell/run_state.h"
+#include "base/clock.h"
+#include "base/files.h"
+#include "search/clock.h"
 
 static constexpr i32 shown_refusals = 100; // the others are only counted
 static constexpr i32 message_size = 1024;
@@ -157,8 +159,9 @@ void show_progress(ToolInput* input, const char* what, i64 number)
     if (localtime_r(&end, &parts) != nullptr) {
         strftime(clock, sizeof clock, "%H:%M:%S", &parts);
     }
-    fprintf(stderr, "\r%s %lld of %lld, %.0f s elapsed, end expected at %s\x1b[K\r", what,
-        static_cast<long long>(number), static_cast<long long>(progress->count), passed, clock);
+    fprintf(stderr, "\r%s %lld of %lld, %.0f s search_clock.elapsed, end expected at %s\x1b[K\r",
+        what, static_cast<long long>(number), static_cast<long long>(progress->count), passed,
+        clock);
 }
 
 void hide_progress(ToolInput* input)

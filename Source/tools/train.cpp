@@ -9,14 +9,17 @@
 #include "board/notation.h"
 #include "board/position.h"
 #include "eval/weights.h"
-#include "shell/engine_options.h"
 #include "shell/input.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 #include "shell/think_loop.h"
 #include "tools/tool_input.h"
 #include "tools/tools.h"
 #include "tools/training_line.h"
+#include "base/files.h"
+#include "base/text.h"
+#include "shell/board_text.h"
+#include "search/control.h"
+#include "shell/console.h"
 
 static constexpr i32 training_method = 1;
 static constexpr i64 samples_per_poll = 8000;
@@ -39,11 +42,11 @@ struct Training {
 
 static constinit bool training_runs = false;
 
-bool write_weights()
+bool write_weights(const char* file_name)
 {
-    const int error = save_params_file();
+    const int error = save_params_file(file_name);
     if (error != 0) {
-        complain(params_file, "cannot be written", error);
+        complain(file_name, "cannot be written", error);
         exit_status = 1;
     }
     return error == 0;
@@ -57,7 +60,7 @@ static bool read_line(Training* training, char* line)
 // Ends a pass and begins the next one with its first line. Returns false if there is none, or if
 // the user has asked for the end: input is looked at here too, as without samples nothing else
 // would end the loop.
-static bool start_next_pass(Training* training, char* line)
+static bool start_next_pass(Dialogue* dialogue, Training* training, char* line)
 {
     const f64 growth = err_sum - training->pass_start;
     const f64 lines = static_cast<f64>(training->lines);
@@ -69,9 +72,9 @@ static bool start_next_pass(Training* training, char* line)
     if (!sought) {
         print_line("error setting file position");
     }
-    store(stop_code, StopNone);
-    poll_input();
-    if (quit_flag != 0 || load(stop_code) == StopReportGame || input_is_over()
+    store(stop_code, StopCode::None);
+    poll_input(dialogue);
+    if (dialogue->quit_flag || load(stop_code) == StopCode::ReportGame || input_is_over()
         || !read_line(training, line)) {
         return false;
     }
@@ -80,9 +83,9 @@ static bool start_next_pass(Training* training, char* line)
 }
 
 // The target of the line from the view of the side to move, out of its score and its result.
-static f32 target_of(const Training* training, const char* line, i64 score)
+static f32 target_of(Dialogue* dialogue, const Training* training, const char* line, i64 score)
 {
-    const i32 side = console_thread->pos.stm;
+    const i32 side = dialogue->game->pos.stm;
     f64 result = read_result(line, side);
     f32 target = sigmoid(static_cast<f32>(score));
     if (read_bracket_result(line, side, &result)) {
@@ -105,16 +108,16 @@ static void report_average(Training* training)
 }
 
 // What is due after certain numbers of samples. Returns false if the user has asked for the end.
-static bool do_periodic_work(Training* training)
+static bool do_periodic_work(Dialogue* dialogue, Training* training)
 {
     if (samples % samples_per_poll == samples_per_poll - 1) {
-        poll_input();
-        if (load(stop_code) == StopReportGame) {
+        poll_input(dialogue);
+        if (load(stop_code) == StopCode::ReportGame) {
             return false;
         }
     }
     if (samples % samples_per_save == samples_per_save - 1) {
-        write_weights();
+        write_weights(params_file);
     }
     if (samples % samples_per_report == samples_per_report - 1) {
         report_average(training);
@@ -123,50 +126,50 @@ static bool do_periodic_work(Training* training)
 }
 
 // Works on one line. Returns false if the loop is to end there.
-static bool use_line(Training* training, char* line)
+static bool use_line(Dialogue* dialogue, Training* training, char* line)
 {
     char position[epd_pos_size];
     char score_text[epd_operand_size];
     char other[4][epd_operand_size];
     read_epd_ops(line, position, other[0], other[1], other[2], score_text, other[3]);
-    Position* pos = &console_thread->pos;
-    if (parse_epd(pos, position) != 0) {
+    Position* pos = &dialogue->game->pos;
+    if (read_position(pos, position) != 0) {
         line[strcspn(line, "\r\n")] = '\0';
         print_plain("%s\n", line);
         return false;
     }
-    store(stop_code, StopNone);
+    store(stop_code, StopCode::None);
     const i64 score = strtoll(score_text, nullptr, 10);
     // A board that cannot be evaluated is passed over like a score out of range.
     if (score < -largest_training_score || score > largest_training_score
         || position_defect(pos) != nullptr) {
         return true;
     }
-    const f32 target = target_of(training, line, score);
+    const f32 target = target_of(dialogue, training, line, score);
     if (training->method == training_method) {
         tune_sampled_step(pos, target, static_cast<f32>(training->rate));
     }
-    if (!do_periodic_work(training)) {
+    if (!do_periodic_work(dialogue, training)) {
         return false;
     }
     ++training->lines;
     return training->limit > samples;
 }
 
-static void walk_file(Training* training)
+static void walk_file(Dialogue* dialogue, Training* training)
 {
     char line[training_line_length + 1];
-    while (quit_flag == 0) {
-        if (!read_line(training, line) && !start_next_pass(training, line)) {
+    while (!dialogue->quit_flag) {
+        if (!read_line(training, line) && !start_next_pass(dialogue, training, line)) {
             return;
         }
-        if (!is_epd_comment(line) && !use_line(training, line)) {
+        if (!is_epd_comment(line) && !use_line(dialogue, training, line)) {
             return;
         }
     }
 }
 
-static void train_on(Training* training, const char* path)
+static void train_on(Dialogue* dialogue, Training* training, const char* path)
 {
     FILE* file = training->input.lines.file;
     if (fseek(file, 0, SEEK_END) != 0) {
@@ -175,12 +178,12 @@ static void train_on(Training* training, const char* path)
     print_plain("Training using %s, %0.0f bytes ...\n", path, static_cast<f64>(ftell(file)));
     rewind_input(&training->input);
     training_runs = true;
-    walk_file(training);
+    walk_file(dialogue, training);
     training_runs = false;
     print_plain("\ndone.\n");
 }
 
-void train_epd(const char* path, i32 method, i64 limit, f64 rate)
+void train_epd(Dialogue* dialogue, const char* path, i32 method, i64 limit, f64 rate)
 {
     if (training_runs) {
         return; // asked for by a command that came in the middle of it
@@ -188,9 +191,9 @@ void train_epd(const char* path, i32 method, i64 limit, f64 rate)
     samples = 0;
     err_sum = 0.0;
     srand(static_cast<unsigned>(time(nullptr)));
-    store(depth_limit, 1);
-    engine_options.hash = 0;
-    publish_options();
+    store(dialogue->limits.depth_limit, 1);
+    dialogue->engine_options.hash = 0;
+    publish_options(dialogue);
     store(noise, silent_noise);
     FILE* file = open_regular_file(path);
     if (file == nullptr) {
@@ -206,6 +209,42 @@ void train_epd(const char* path, i32 method, i64 limit, f64 rate)
     training.report_start = 0.0;
     training.best = worst_average;
     training.input.lines.file = file;
-    train_on(&training, path);
+    train_on(dialogue, &training, path);
     fclose(file);
+}
+
+// ---- The console's word
+
+static constexpr char console_file[] = "tune.epd";
+static constexpr i32 console_method = 5;        // one that takes no samples
+static constexpr i64 console_limit = 500000000; // samples
+static constexpr f64 console_rate = 0.001;
+
+// Takes one step at the position and walks the training file by a method that takes no samples:
+// only a tuning build is made for more. Names restrict what the tuner may change from the next
+// rebuild of the weights on.
+static void tune(Dialogue* dialogue, Words* words, const char*)
+{
+    static_assert(tune_list_size == most_words - 1);
+    if (words->text[1][0] == '\0') {
+        return;
+    }
+    end_search_silently();
+    if (is_refused(&dialogue->game->pos)) {
+        return;
+    }
+    tune_names.count = 0;
+    for (i32 i = 1; i < most_words && words->text[i][0] != '\0'; ++i) {
+        copy_text(tune_names.name[tune_names.count++], sizeof tune_names.name[0], words->text[i]);
+    }
+    tune_step(&dialogue->game->pos, 0.0f, -1.0f);
+    train_epd(dialogue, console_file, console_method, console_limit, console_rate);
+    print_plain("done!\n");
+}
+
+static constexpr ConsoleWord words_of_tools[] = { { "tune", tune } };
+
+std::span<const ConsoleWord> console_tool_words()
+{
+    return words_of_tools;
 }

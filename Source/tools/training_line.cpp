@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/output.h"
+#include "base/text.h"
 
 static constexpr size_t longest_number = 15; // characters of gr
 

@@ -5,19 +5,22 @@
 #include "board/moves.h"
 #include "board/notation.h"
 #include "board/position.h"
+#include "search/hash.h"
 #include "search/search.h"
 #include "search/threads.h"
 #include "base/output.h"
-#include "shell/run_state.h"
 #include "base/text.h"
 #include "shell/think_loop.h"
 #include "search/clock.h"
 #include "tools/tool_input.h"
 #include "tools/search_setup.h"
 #include "tools/tools.h"
+#include "base/files.h"
+#include "shell/board_text.h"
+#include "shell/prepare_search.h"
+#include "search/control.h"
 
-static constexpr i32 line_size = 255; // of a line, with its NUL
-static constexpr i32 fen_size = 128;
+static constexpr i32 line_size = 255;     // of a line, with its NUL
 static constexpr size_t result_size = 16; // of the text of a result, with its NUL
 static constexpr i32 positions_between_looks = 256;
 static constexpr u32 written_between_lines = 4096;
@@ -89,22 +92,22 @@ static bool is_usable(const Sample* sample)
 // Searches the console's position on this thread. A command that comes meanwhile may set up
 // another one or other limits, so they are put back afterwards: nothing but its limits ends the
 // next search. Returns the score of worker 0.
-static i32 search_sample(TuneFile* file)
+static i32 search_sample(Dialogue* dialogue, TuneFile* file)
 {
-    const SearchSetup setup = keep_setup();
-    prepare_search();
-    store(engine_state, EngineThinking);
-    search_sync();
+    const SearchSetup setup = keep_setup(dialogue);
+    prepare_search(dialogue);
+    store(engine_state, EngineState::Thinking);
+    search_sync(dialogue->game);
     collect_stats();
     const SearchThread* worker = load(workers[0]);
     const i32 score = worker != nullptr ? worker->score : -ScoreInfinite;
     if (file->seen % positions_between_looks == positions_between_looks - 1) {
-        tick_clock();
-        poll_input();
+        tick_clock(dialogue);
+        poll_input(dialogue);
     }
-    file->quit = quit_flag != 0;
-    store(engine_state, EngineIdle);
-    restore_setup(&setup);
+    file->quit = dialogue->quit_flag;
+    store(engine_state, EngineState::Idle);
+    restore_setup(dialogue, &setup);
     return score;
 }
 
@@ -116,9 +119,9 @@ static bool is_quiet_result(i32 score)
 }
 
 // Writes the position at the end of the best line with the score and the result of the source.
-static void write_leaf(TuneFile* file, const Sample* sample)
+static void write_leaf(Dialogue* dialogue, TuneFile* file, const Sample* sample)
 {
-    Position* pos = &console_thread->pos;
+    Position* pos = &dialogue->game->pos;
     i32 plies = 0;
     for (const u16* move = search_result.result_pv + 1; *move != NoMove; ++move) {
         make_move(pos, *move);
@@ -138,13 +141,13 @@ static void write_leaf(TuneFile* file, const Sample* sample)
 
 // Uses one line. Returns whether the reading may go on: a castling right without its king or rook
 // makes the whole file suspect.
-static bool use_line(TuneFile* file, const char* line)
+static bool use_line(Dialogue* dialogue, TuneFile* file, const char* line)
 {
     Sample sample;
     read_sample(line, &sample);
     const i32 line_number = file->input.lines.line_number;
-    Position* pos = &console_thread->pos;
-    if (parse_epd(pos, sample.pos_text) != 0) {
+    Position* pos = &dialogue->game->pos;
+    if (read_position(pos, sample.pos_text) != 0) {
         print_plain("%s\n", line);
         refuse(&file->input, line_number,
             "a castling right has no king or rook at home, the file"
@@ -159,9 +162,9 @@ static bool use_line(TuneFile* file, const char* line)
         return true;
     }
     ++file->seen;
-    const i32 score = search_sample(file);
+    const i32 score = search_sample(dialogue, file);
     if (is_quiet_result(score)) {
-        write_leaf(file, &sample);
+        write_leaf(dialogue, file, &sample);
     }
     return !file->quit;
 }
@@ -171,7 +174,7 @@ static bool is_sample_line(const char* line)
     return !is_epd_comment(line);
 }
 
-static void use_lines(TuneFile* file)
+static void use_lines(Dialogue* dialogue, TuneFile* file)
 {
     char line[line_size];
     for (i64 number = 1; read_input_line(&file->input, line, sizeof line) >= 0;) {
@@ -179,13 +182,13 @@ static void use_lines(TuneFile* file)
             continue;
         }
         show_progress(&file->input, "line", number++);
-        if (!use_line(file, line)) {
+        if (!use_line(dialogue, file, line)) {
             return;
         }
     }
 }
 
-void make_tune_file(const char* path)
+void make_tune_file(Dialogue* dialogue, const char* path)
 {
     TuneFile file;
     file.seen = 0;
@@ -196,9 +199,9 @@ void make_tune_file(const char* path)
     }
     if (open_tool_output(&file.input, &file.out, "tune_new.epd", "tune_new.epd.part")) {
         print_line("Creating file tune_new.epd");
-        store(hash_mode, 0);
+        store(hash.mode, 0);
         start_progress(&file.input, is_sample_line);
-        use_lines(&file);
+        use_lines(dialogue, &file);
         OutputFile* const files[] = { &file.out };
         hide_progress(&file.input);
         finish_outputs(&file.input, files, 1);

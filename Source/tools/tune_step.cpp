@@ -9,6 +9,7 @@
 #include "eval/weights.h"
 #include "tools/tools.h"
 #include "tools/training_line.h"
+#include "search/move_lists.h"
 
 static constexpr i32 uncached_ply = 1;     // no cache of the evaluation answers there
 static constexpr i32 largest_deficit = 10; // of material, in points of phase_mtl
@@ -40,7 +41,8 @@ static void move_weights(f32 phase, f32 error, f32 rate)
 i32 tune_step(Position* pos, f32 target, f32 rate)
 {
     SearchThread* thread = pos->thread;
-    const i32 score = evaluate(thread, pos->stm, uncached_ply, 0, 0);
+    u16 danger[2];
+    const i32 score = evaluate(thread, pos, uncached_ply, false, danger);
     f32 error = sigmoid(static_cast<f32>(score)) - target;
     if (pos->stm == Black) {
         error = -error;
@@ -62,7 +64,8 @@ i32 tune_sampled_step(Position* pos, f32 target, f32 rate)
 // Trains on the position's own evaluation, which only a changing table can miss. Returns it.
 static i32 sample_position(Position* pos, f32 rate)
 {
-    const i32 value = evaluate(pos->thread, pos->stm, uncached_ply, 0, 0);
+    u16 danger[2];
+    const i32 value = evaluate(pos->thread, pos, uncached_ply, false, danger);
     tune_sampled_step(pos, sigmoid(static_cast<f32>(value)), rate);
     return value;
 }

@@ -20,13 +20,13 @@ struct TuneCoefs : testing::Test {
     void SetUp() override
     {
         set_position(start_fen);
-        init_eval_params(2);
+        build_weights(2);
     }
 
     void TearDown() override
     {
-        tune_count = 0;
-        init_eval_params(2);
+        tune_names.count = 0;
+        build_weights(2);
     }
 
     static constexpr char start_fen[] = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
@@ -34,12 +34,12 @@ struct TuneCoefs : testing::Test {
 
 static const TermNotes* notes()
 {
-    return &console_thread->eval_work.notes;
+    return &dialogue.game->eval_work.notes;
 }
 
 static i32 evaluate_for_white()
 {
-    return evaluate(console_thread, White, 1, 0, 0);
+    return evaluate_at(dialogue.game, White, 1, 0);
 }
 
 static std::vector<f32> coefs()
@@ -222,7 +222,7 @@ TEST_F(TuneCoefs, EveryWeightAgreesWithFiniteDifferencesInBothPhases)
             continue;
         }
         const std::vector<f32> derivatives = coefs();
-        const f64 phase = static_cast<f64>(console_thread->eval_work.phase);
+        const f64 phase = static_cast<f64>(dialogue.game->eval_work.phase);
         for (i32 weight = 0; weight < weight_count; ++weight) {
             const f64 coef = static_cast<f64>(derivatives[static_cast<size_t>(weight)]);
             if (coef == 0.0) {
@@ -248,7 +248,7 @@ TEST_F(TuneCoefs, EveryWeightAgreesWithFiniteDifferencesInBothPhases)
 // The score without any cutting off, and how far that may lie from the evaluation.
 static f64 rebuilt_score(f64* bound)
 {
-    const f64 phase = static_cast<f64>(console_thread->eval_work.phase);
+    const f64 phase = static_cast<f64>(dialogue.game->eval_work.phase);
     f64 sum = 0.0;
     for (const EvalParam& entry : eval_params) {
         sum += static_cast<f64>(entry.coef) * ((1.0 - phase) * entry.mg + phase * entry.eg);
@@ -299,7 +299,7 @@ TEST_F(TuneCoefs, CachesLoseNothing)
     evaluate_for_white();
     const std::vector<f32> fresh = coefs();
     for (i32 i = 0; i < 2; ++i) {
-        evaluate(console_thread, White, 5, 0, 0);
+        evaluate_at(dialogue.game, White, 5, 0);
         EXPECT_EQ(coefs(), fresh); // from ply 2 on nothing is filled or emptied
     }
     evaluate_for_white();
@@ -348,9 +348,9 @@ TEST_F(TuneCoefs, AStepMovesTheScoreTowardsTheTarget)
 
 TEST_F(TuneCoefs, AStepLeavesFrozenWeights)
 {
-    snprintf(tune_list[0], sizeof tune_list[0], "stm_bonus");
-    tune_count = 1;
-    init_eval_params(2);
+    snprintf(tune_names.name[0], sizeof tune_names.name[0], "stm_bonus");
+    tune_names.count = 1;
+    build_weights(2);
     Position* pos = set_position("r1bq1rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP3PPP/R1BQ1RK1 b - -");
     tune_step(pos, 1.0f, 100.0f);
     for (i32 weight = 0; weight < weight_count; ++weight) {

@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "eval/evaluate.h"
-#include "shell/run_state.h"
 #include "test_support.h"
 #include "tools/trainer/training_data.h"
+#include "base/files.h"
 
 static const std::string start = start_position;
 static const std::string black = "r1bqkbnr/pppp1ppp/2n5/4p3/2B1P3/5N2/PPPP1PPP/RNBQK2R b KQkq -";
@@ -30,15 +30,15 @@ struct TuneGather : testing::Test {
     void SetUp() override
     {
         set_position(start_position);
-        init_eval_params(2);
+        build_weights(2);
         gatherer = {};
-        gatherer.thread = console_thread;
+        gatherer.thread = dialogue.game;
     }
 
     void TearDown() override
     {
-        tune_count = 0;
-        init_eval_params(2);
+        tune_names.count = 0;
+        build_weights(2);
         exit_status = 0;
     }
 
@@ -150,12 +150,12 @@ TEST_F(TuneGather, RecordsGiveTheScoreWhateverIsTrained)
     const std::string endgame = "8/5pk1/4b1p1/7p/7P/3B2P1/5PK1/8 w - -";
     for (const std::string& fen : { start, black, endgame }) {
         set_position(fen);
-        const i32 score = evaluate(console_thread, White, 1, 0, 0);
+        const i32 score = evaluate_at(dialogue.game, White, 1, 0);
         for (i32 names = 0; names < 3; ++names) {
-            snprintf(tune_list[0], sizeof tune_list[0], "mtl_bishop");
-            snprintf(tune_list[1], sizeof tune_list[1], "PST_P1");
-            tune_count = names;
-            init_eval_params(2);
+            snprintf(tune_names.name[0], sizeof tune_names.name[0], "mtl_bishop");
+            snprintf(tune_names.name[1], sizeof tune_names.name[1], "PST_P1");
+            tune_names.count = names;
+            build_weights(2);
             const Gathered gathered = gather(fen + " gr 1;");
             EXPECT_NEAR(score_of(gathered), score, 20) << fen;
             for (const u32 term : gathered.terms) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "shell_test_support.h"
+#include "base/text.h"
 
 struct OutputTest : ShellTest {
 };
@@ -149,14 +150,14 @@ TEST_F(OutputTest, TheLogGetsPrintedLinesOnlyWhileItIsOnAndItsOwnWheneverItIsOpe
     capture_output([] {
         print_line("before");
         log_line("own before");
-        engine_options.log = 1;
-        publish_options();
+        dialogue.engine_options.log = 1;
+        publish_options(&dialogue);
         print_line("first");
         log_line("own %d", 1);
         print_plain("plain\n");
         print_line_format("second %d", 2);
-        engine_options.log = 0;
-        publish_options();
+        dialogue.engine_options.log = 0;
+        publish_options(&dialogue);
         print_line("after");
         log_line("own after");
     });
@@ -166,8 +167,8 @@ TEST_F(OutputTest, TheLogGetsPrintedLinesOnlyWhileItIsOnAndItsOwnWheneverItIsOpe
 TEST_F(OutputTest, LogOnlyLinesStayOffStandardOutput)
 {
     ASSERT_EQ(open_log(), 1);
-    engine_options.log = 1;
-    publish_options();
+    dialogue.engine_options.log = 1;
+    publish_options(&dialogue);
     EXPECT_EQ(capture_output([] { log_line("quiet"); }), "");
     EXPECT_EQ(read_file("vesk.log"), "quiet\n");
 }
@@ -177,8 +178,8 @@ TEST_F(OutputTest, OpeningReplacesAnOldLogButNotAnOpenOne)
     write_file("vesk.log", "old\n");
     EXPECT_EQ(open_log(), 1);
     EXPECT_EQ(read_file("vesk.log"), "");
-    engine_options.log = 1;
-    publish_options();
+    dialogue.engine_options.log = 1;
+    publish_options(&dialogue);
     log_line("new");
     EXPECT_EQ(open_log(), 1);
     EXPECT_EQ(read_file("vesk.log"), "new\n");
@@ -192,7 +193,8 @@ TEST_F(OutputTest, ALogThatCannotBeReplacedIsReported)
 {
     ASSERT_EQ(system("mkdir vesk.log"), 0);
     EXPECT_EQ(open_log(), 0);
-    EXPECT_EQ(log_file, nullptr);
+    log_line("goes nowhere");
+    EXPECT_EQ(capture_errors([] { log_line("nor does this"); }), "");
 }
 
 TEST_F(OutputTest, CopyTextCutsAndCloses)

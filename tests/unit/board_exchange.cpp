@@ -146,7 +146,7 @@ static void for_random_positions(i32 games, i32 scattered, Check check)
     for (const char* start : game_starts) {
         for (i32 game = 0; game < games; ++game) {
             Position* pos = set_position(start);
-            while (play_random_moves(pos, &state, 7) == 7 && console_thread->undo_count < 60) {
+            while (play_random_moves(pos, &state, 7) == 7 && dialogue.game->undo_count < 60) {
                 check(pos);
             }
         }

@@ -3,6 +3,8 @@
 #include <algorithm>
 
 #include "board_support.h"
+#include "search/move_lists.h"
+#include "search/thread.h"
 
 static constexpr char start_text[] = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
 static constexpr i32 list_room = 1200;

@@ -203,7 +203,7 @@ TEST(BoardLegality, AgreesWithMakingTheMoveInRandomGames)
                         << fen_of(pos) << ' ' << text_of(entry->move);
                     ++count[expected];
                 }
-            } while (console_thread->undo_count < 100 && play_random_moves(pos, &state, 1) == 1);
+            } while (dialogue.game->undo_count < 100 && play_random_moves(pos, &state, 1) == 1);
         }
     }
     EXPECT_GT(count[0], 2000);
@@ -407,7 +407,7 @@ TEST(BoardLegality, FittingCodesInRandomGames)
     u64 state = 9;
     for (const char* start : game_starts) {
         Position* pos = set_position(start);
-        while (play_random_moves(pos, &state, 9) == 9 && console_thread->undo_count < 120) {
+        while (play_random_moves(pos, &state, 9) == 9 && dialogue.game->undo_count < 120) {
             expect_fitting_codes(pos);
         }
     }
@@ -448,9 +448,9 @@ static Position* aged_position(const char* fen, i32 plies, i32 clock)
 {
     Position* pos = set_position(fen);
     for (i32 i = 0; i < plies; ++i) {
-        console_thread->undo[i].key = ~pos->key - 2 * static_cast<u64>(i);
+        dialogue.game->undo[i].key = ~pos->key - 2 * static_cast<u64>(i);
     }
-    console_thread->undo_count = static_cast<i16>(plies);
+    dialogue.game->undo_count = static_cast<i16>(plies);
     pos->cnt50 = static_cast<u8>(clock);
     return pos;
 }
@@ -458,7 +458,7 @@ static Position* aged_position(const char* fen, i32 plies, i32 clock)
 // The same position stood on the board so many plies ago.
 static void occurred(const Position* pos, i32 back)
 {
-    console_thread->undo[console_thread->undo_count - back].key = pos->key;
+    dialogue.game->undo[dialogue.game->undo_count - back].key = pos->key;
 }
 
 TEST(BoardLegality, ClockBelowFourIsNoDraw)

@@ -3,6 +3,8 @@
 #include <cstring>
 
 #include "board_support.h"
+#include "search/move_lists.h"
+#include "search/thread.h"
 
 static constexpr char start_text[] = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
 

@@ -1,11 +1,13 @@
 // The position's text form, its keys and derived fields, and the checks that guard a search.
+#include <filesystem>
+#include <fstream>
 #include <cstring>
 #include <memory>
 
 #include "board_support.h"
-#include "shell/engine_options.h"
 #include "base/output.h"
-#include "shell/run_state.h"
+#include "search/move_lists.h"
+#include "search/thread.h"
 
 static constexpr char start_text[] = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
 static constexpr char all_castling[] = "r3k2r/8/8/8/8/8/8/R3K2R";
@@ -15,7 +17,7 @@ static Position* set_clean(const std::string& text)
 {
     Position* pos = &test_thread()->pos;
     i32 result = -1;
-    EXPECT_EQ(capture_output([&]() { result = parse_epd(pos, text.c_str()); }), "") << text;
+    EXPECT_EQ(capture_output([&]() { result = read_position(pos, text.c_str()); }), "") << text;
     EXPECT_EQ(result, 0) << text;
     return pos;
 }
@@ -95,7 +97,7 @@ TEST(BoardPosition, LostRookDropsTheRightAndReports)
     Position* pos = &test_thread()->pos;
     i32 result = 0;
     const std::string output = capture_output([&]() {
-        result = parse_epd(pos, "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBN1 w KQkq - 3 17");
+        result = read_position(pos, "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBN1 w KQkq - 3 17");
     });
     EXPECT_EQ(result, -1);
     EXPECT_EQ(output, "Illegal EPD -  3 17\n");
@@ -125,8 +127,8 @@ TEST(BoardPosition, EachRightNeedsItsKingAndRookAtHome)
     for (const Row& row : rows) {
         i32 result = 0;
         const std::string text = std::string(row.board) + " w KQkq -";
-        EXPECT_EQ(
-            capture_output([&]() { result = parse_epd(pos, text.c_str()); }), "Illegal EPD - \n")
+        EXPECT_EQ(capture_output([&]() { result = read_position(pos, text.c_str()); }),
+            "Illegal EPD - \n")
             << text;
         EXPECT_EQ(result, -1) << text;
         EXPECT_EQ(pos->castle, row.castle) << text;
@@ -242,7 +244,7 @@ TEST(BoardPosition, ATextStartsTheGameAnew)
         pos->spare = 5;
         const SearchThread* thread = pos->thread;
         EXPECT_EQ(thread->undo_count, 4);
-        capture_output([&]() { parse_epd(pos, text); });
+        capture_output([&]() { read_position(pos, text); });
         EXPECT_EQ(thread->ply, 1);
         EXPECT_EQ(thread->undo_count, 0);
         EXPECT_EQ(thread->last_move, 0);
@@ -329,19 +331,21 @@ TEST(BoardPosition, BoardViewShowsBlackPawnsAsO)
 
 TEST(BoardPosition, BoardViewTellsTheSideAndReachesTheLog)
 {
+    char folder[] = "/tmp/vesk_test_XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder);
     const Position* pos = set_clean("4k3/8/8/8/8/8/8/4K3 b - -");
-    FILE* const kept = log_file;
-    const auto logs = load(worker_options.log);
-    log_file = tmpfile();
-    ASSERT_NE(log_file, nullptr);
-    store(worker_options.log, 1);
+    const bool logs = is_logging();
+    ASSERT_EQ(open_log(), 1);
+    set_logging(true);
     const std::string shown = capture_output([&]() { print_board(pos); });
-    store(worker_options.log, logs);
-    std::string logged(shown.size() + 10, '\0');
-    rewind(log_file);
-    logged.resize(fread(logged.data(), 1, logged.size(), log_file));
-    fclose(log_file);
-    log_file = kept;
+    set_logging(logs);
+    close_log();
+    std::ifstream file("vesk.log", std::ios::binary);
+    const std::string logged { std::istreambuf_iterator<char>(file), {} };
+    std::filesystem::current_path(before);
+    std::filesystem::remove_all(folder);
     EXPECT_EQ(shown.substr(shown.size() - 7), "black\n\n");
     EXPECT_EQ(logged, shown);
 }
@@ -602,11 +606,11 @@ TEST(BoardPosition, VeryLongTextsAreReadToTheirEnd)
     const std::string digits(20000, '8');
     for (const std::string& text : { pieces, ranks + "k", digits + "k", "/" + pieces + " w",
              "4k3/8 w " + pieces, "4k3/8 w - " + digits, "4k3/8 w - e" + digits }) {
-        capture_output([&]() { parse_epd(pos, text.c_str()); });
+        capture_output([&]() { read_position(pos, text.c_str()); });
         EXPECT_TRUE(fields_agree(pos));
     }
     std::string rest = " " + std::string(19000, 'z');
     const std::string output =
-        capture_output([&]() { parse_epd(pos, ("4k3/8 w K -" + rest).c_str()); });
+        capture_output([&]() { read_position(pos, ("4k3/8 w K -" + rest).c_str()); });
     EXPECT_EQ(output.substr(0, 20), "Illegal EPD -  zzzzz");
 }

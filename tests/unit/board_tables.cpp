@@ -300,15 +300,6 @@ TEST_F(BoardTables, KeysAreDenseAndFarApart)
     }
 }
 
-TEST_F(BoardTables, KeysAreMadeOnlyOnce)
-{
-    zobrist[15][63] ^= 1;
-    const u64 changed = zobrist[15][63];
-    EXPECT_EQ(capture_output(init_zobrist), "");
-    EXPECT_EQ(zobrist[15][63], changed);
-    zobrist[15][63] ^= 1;
-}
-
 // The entry for a white pawn, its king and the lone king by their squares' names.
 static i32 kpk_value(i32 black_moves, const char* pawn, const char* king, const char* lone)
 {

@@ -7,6 +7,8 @@
 #include <map>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include "base/files.h"
+#include "base/output.h"
 
 struct Built {
     std::string out;
@@ -18,9 +20,10 @@ struct BookBuilder : BookTest {
     // Builds from a file of the current folder.
     static Built build_from(const std::string& name)
     {
-        copy_name(name);
         Built built;
-        built.errors = capture_errors([&] { built.out = capture_output([] { build_book(); }); });
+        built.errors = capture_errors([&] {
+            built.out = capture_output([&] { build_book(&dialogue.game->pos, name.c_str()); });
+        });
         built.entries = entries_of_bytes(read_bytes("tmp_book.bin"));
         return built;
     }
@@ -29,11 +32,6 @@ struct BookBuilder : BookTest {
     {
         write_bytes("games.pgn", games);
         return build_from("games.pgn");
-    }
-
-    static void copy_name(const std::string& name)
-    {
-        snprintf(tool_file, sizeof tool_file, "%s", name.c_str());
     }
 };
 
@@ -707,9 +705,9 @@ TEST_F(BookBuilder, BuiltBookIsPlayedFrom)
 {
     build(repeat(5, game("1-0", "1. e4 e5")) + repeat(3, game("1-0", "1. d4")));
     store(uci_mode, 0);
-    engine_options.own_book_variety = 0;
+    dialogue.engine_options.own_book_variety = 0;
     Position* pos = set_position(start);
-    const std::string report = capture_output([&] { book_probe(pos, "tmp_book.bin"); });
+    const std::string report = capture_output([&] { ask_book(pos, "tmp_book.bin"); });
     EXPECT_EQ(report.substr(0, report.find("selecting")),
         "  e2e4  cnt=    20, weight= 62.50% -> 68.18%\n"
         "  d2d4  cnt=    12, weight= 37.50% -> 31.82%\n");

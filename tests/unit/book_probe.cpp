@@ -11,6 +11,7 @@
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include "base/output.h"
 
 struct BookProbe : BookTest {
     // Chooses without a word.
@@ -28,7 +29,7 @@ static std::string report_of(const std::string& fen, const char* book, Move* mov
 {
     Position* pos = set_position(fen);
     Move found = NoMove;
-    const std::string text = capture_output([&] { found = book_probe(pos, book); });
+    const std::string text = capture_output([&] { found = ask_book(pos, book); });
     EXPECT_TRUE(fields_agree(pos)) << fen;
     if (move != nullptr) {
         *move = found;
@@ -67,7 +68,7 @@ static unsigned seed_for_draw(u32 wanted)
 
 static std::string probe_with_draw(u32 draw, i32 variety)
 {
-    engine_options.own_book_variety = static_cast<i16>(variety);
+    dialogue.engine_options.own_book_variety = static_cast<i16>(variety);
     const unsigned seed = seed_for_draw(draw);
     set_position(start);
     srand(seed);
@@ -225,13 +226,13 @@ static f64 chi_square(i32 variety, const std::vector<std::pair<std::string, i32>
         entries.push_back(entry_of(start, move, weight));
     }
     write_book(entries);
-    engine_options.own_book_variety = static_cast<i16>(variety);
+    dialogue.engine_options.own_book_variety = static_cast<i16>(variety);
 
     std::map<std::string, i32> counts;
     Position* pos = set_position(start);
     srand(20240607);
     for (i32 i = 0; i < trials; ++i) {
-        ++counts[text_of(book_probe(pos, "book"))];
+        ++counts[text_of(ask_book(pos, "book"))];
     }
 
     f64 total = 0;
@@ -274,13 +275,13 @@ TEST_F(BookProbe, WrongSharesWouldBeNoticed)
     use_silent_console();
     // What one setting promises, judged by the measure of another.
     const std::vector<std::pair<std::string, i32>> moves = { { "e2e4", 400 }, { "d2d4", 300 } };
-    engine_options.own_book_variety = 25;
+    dialogue.engine_options.own_book_variety = 25;
     EXPECT_LT(chi_square(25, moves), 10.83);
     Position* pos = set_position(start);
     i32 first = 0;
-    engine_options.own_book_variety = 100;
+    dialogue.engine_options.own_book_variety = 100;
     for (i32 i = 0; i < 20000; ++i) {
-        first += book_probe(pos, "book") == move_of("e2e4");
+        first += ask_book(pos, "book") == move_of("e2e4");
     }
     const f64 expected = 20000 * 400.0 / 700;
     EXPECT_GT((first - expected) * (first - expected) / expected, 16.27);
@@ -342,14 +343,14 @@ TEST_F(BookProbe, ConsoleShowsCountsAndSharesBeforeAndAfterVariety)
     const std::string head = "  e2e4  cnt=   100, weight= 50.00% -> ";
     EXPECT_EQ(report_of(start, "book").substr(0, head.size()), head);
 
-    engine_options.own_book_variety = 0;
+    dialogue.engine_options.own_book_variety = 0;
     srand(seed_for_draw(0));
     EXPECT_EQ(report_of(start, "book"),
         "  e2e4  cnt=   100, weight= 50.00% -> 60.00%\n"
         "  d2d4  cnt=    50, weight= 25.00% -> 20.00%\n"
         "  c2c4  cnt=    50, weight= 25.00% -> 20.00%\n"
         "selecting e2e4\n");
-    engine_options.own_book_variety = 100;
+    dialogue.engine_options.own_book_variety = 100;
     srand(seed_for_draw(999));
     EXPECT_EQ(report_of(start, "book"),
         "  e2e4  cnt=   100, weight= 50.00% -> 41.18%\n"
@@ -388,7 +389,7 @@ TEST_F(BookProbe, EntryOfWeightZeroIsNotReported)
 TEST_F(BookProbe, BonusOfAnEntryOfWeightZeroCountsInTheShares)
 {
     store(uci_mode, 0);
-    engine_options.own_book_variety = 100;
+    dialogue.engine_options.own_book_variety = 100;
     // 11666, 5000 and 8333: the last entry has what the one of weight 0 cannot take.
     write_book(
         { entry_of(start, "e2e4", 100), entry_of(start, "d2d4", 0), entry_of(start, "c2c4", 50) });
@@ -402,7 +403,7 @@ TEST_F(BookProbe, BonusOfAnEntryOfWeightZeroCountsInTheShares)
 TEST_F(BookProbe, EntryCutOffByVarietyIsReported)
 {
     store(uci_mode, 0);
-    engine_options.own_book_variety = 0;
+    dialogue.engine_options.own_book_variety = 0;
     write_book({ entry_of(start, "e2e4", 100), entry_of(start, "d2d4", 20) });
     EXPECT_EQ(report_of(start, "book"),
         "  e2e4  cnt=   100, weight= 83.33% -> 100.00%\n"
@@ -572,9 +573,9 @@ TEST_F(BookProbe, EmptyNameIsNotOpened)
 {
     Position* pos = set_position(start);
     errno = 0;
-    EXPECT_EQ(book_probe(pos, ""), NoMove);
+    EXPECT_EQ(ask_book(pos, ""), NoMove);
     EXPECT_EQ(errno, 0);
-    EXPECT_EQ(book_probe(pos, "missing"), NoMove);
+    EXPECT_EQ(ask_book(pos, "missing"), NoMove);
     EXPECT_EQ(errno, ENOENT);
 }
 
@@ -609,7 +610,7 @@ TEST_F(BookProbe, SumOfZeroCountsAsNotFound)
 {
     write_book({ entry_of(start, "e2e4", 0), entry_of(start, "d2d4", 0) });
     for (const i32 variety : { 0, 25, 100 }) {
-        engine_options.own_book_variety = static_cast<i16>(variety);
+        dialogue.engine_options.own_book_variety = static_cast<i16>(variety);
         expect_nothing("book");
     }
 }
@@ -712,7 +713,7 @@ TEST_F(BookProbe, ProbeReadsLittleAndOpensTheBookOnce)
     use_silent_console();
     Position* pos = set_position(start);
     const i64 before = read_calls();
-    EXPECT_EQ(book_probe(pos, "book"), move_of("e2e4"));
+    EXPECT_EQ(ask_book(pos, "book"), move_of("e2e4"));
     const i64 reads = read_calls() - before - cost_of_counting;
     EXPECT_GT(reads, 0);
     EXPECT_LE(reads, static_cast<i64>(2 * std::log2(records)) + 130);

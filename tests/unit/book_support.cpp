@@ -7,6 +7,16 @@
 #include <sstream>
 #include <unistd.h>
 
+#include "shell/book_report.h"
+
+Move ask_book(Position* pos, const char* file_name)
+{
+    BookChoice choice;
+    book_probe(pos, file_name, dialogue.engine_options.own_book_variety, &choice);
+    report_book_choice(&choice);
+    return choice.move;
+}
+
 void BookTest::SetUp()
 {
     test_thread();
@@ -15,9 +25,7 @@ void BookTest::SetUp()
     old_folder = std::filesystem::current_path();
     folder = old_folder + "/" + name;
     std::filesystem::current_path(folder);
-    init_run_state();
-    init_default_options();
-    engine_options = saved_options;
+    reset_run_state();
 }
 
 void BookTest::TearDown()
@@ -25,8 +33,7 @@ void BookTest::TearDown()
     std::filesystem::current_path(old_folder);
     std::error_code ignored;
     std::filesystem::remove_all(folder, ignored);
-    init_run_state();
-    engine_options = saved_options;
+    reset_run_state();
 }
 
 BookEntry entry_of(const std::string& fen, const std::string& move, i32 weight)

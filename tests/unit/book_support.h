@@ -8,9 +8,10 @@
 #include <vector>
 
 #include "book/polyglot.h"
-#include "shell/engine_options.h"
-#include "shell/run_state.h"
 #include "test_support.h"
+
+// The move that a book gives for pos, as in the game: chosen by OwnBook_Variety and reported.
+Move ask_book(Position* pos, const char* file_name);
 
 // Runs in an empty folder, in UCI mode, with the options' defaults. Leaves them as they were.
 struct BookTest : testing::Test {

@@ -2,7 +2,7 @@
 #include <string>
 
 #include "eval_test_support.h"
-#include "shell/run_state.h"
+#include "search/thread.h"
 
 // A rule of its own leaves danger and the cache alone.
 static i32 evaluate_early(const char* text)
@@ -13,7 +13,7 @@ static i32 evaluate_early(const char* text)
     slot->key = 5;
     thread->ply_rec[2].danger[White] = 21;
     thread->ply_rec[2].danger[Black] = 22;
-    const i32 score = evaluate(thread, pos->stm, 2, 0, 0);
+    const i32 score = evaluate_at(thread, pos->stm, 2, 0);
     EXPECT_EQ(slot->key, 5u) << text;
     EXPECT_EQ(thread->ply_rec[2].danger[White], 21) << text;
     EXPECT_EQ(thread->ply_rec[2].danger[Black], 22) << text;

@@ -3,7 +3,9 @@
 #include <vector>
 
 #include "eval_test_support.h"
-#include "shell/run_state.h"
+#include "search/clock.h"
+#include "eval/evaluate.h"
+#include "search/thread.h"
 
 static constexpr char open_game[] = "r1bqkbnr/pppp1ppp/2n5/4p3/2B1P3/5N2/PPPP1PPP/RNBQK2R b KQkq -";
 
@@ -29,25 +31,32 @@ static std::vector<GoldenEval> read_golden_evals()
     return evals;
 }
 
-// Changes contempt, target_time and root_side for one test.
+// Sets contempt, a fixed time for the move and the side at the root for one test.
 struct SearchState {
     SearchState(i32 contempt, f64 seconds, i32 root)
     {
         set_position(start_position);
-        store(worker_options.contempt, contempt);
-        target_time = seconds;
-        root_side = static_cast<u8>(root);
+        store(contempt_rule.contempt, contempt);
+        store(limits.tc_moves, 1);
+        limits.tc_seconds = seconds;
+        start_clock(&limits, 0.0);
+        const MoveTerms terms = {
+            .side = root, .plies = 0, .elo = 0, .ponder = false, .counts = false
+        };
+        set_target_time(&limits, &terms);
+        contempt_rule.root_side = static_cast<u8>(root);
     }
 
     ~SearchState()
     {
-        store(worker_options.contempt, 0);
-        target_time = old_target_time;
-        root_side = old_root_side;
+        store(contempt_rule.contempt, 0);
+        contempt_rule.off = false;
+        search_clock.limits = &dialogue.limits;
+        contempt_rule.root_side = old_root_side;
     }
 
-    f64 old_target_time = target_time;
-    u8 old_root_side = root_side;
+    SearchLimits limits {};
+    u8 old_root_side = contempt_rule.root_side;
 };
 
 static EvalCacheEntry* eval_slot(Position* pos)
@@ -59,12 +68,12 @@ static EvalCacheEntry* eval_slot(Position* pos)
 static i32 white_value(const char* text)
 {
     const i32 value = evaluate_text(text);
-    return console_thread->pos.stm == White ? value : -value;
+    return dialogue.game->pos.stm == White ? value : -value;
 }
 
-static u64 counter(Counter which)
+static u64 counter(EvalCounter number)
 {
-    return load(console_thread->counters[which]);
+    return load(dialogue.game->eval_counters[number]);
 }
 
 TEST(Evaluate, GoldenScoresAndDangers)
@@ -111,7 +120,7 @@ TEST(Evaluate, ColoursExchangedGiveTheSameScoreAndTheExchangedDangers)
 TEST(Evaluate, CachesGiveTheSameScoresAsAFreshComputation)
 {
     set_position(start_position);
-    init_eval_params(0);
+    build_weights(0);
     for (i32 pass = 0; pass < 2; ++pass) {
         for (const GoldenEval& golden : read_golden_evals()) {
             if (golden.score == no_eval || !golden.full) {
@@ -119,7 +128,7 @@ TEST(Evaluate, CachesGiveTheSameScoresAsAFreshComputation)
             }
             Position* pos = set_position(golden.text);
             const u16* danger = pos->thread->ply_rec[2].danger;
-            EXPECT_EQ(evaluate(pos->thread, pos->stm, 2, 0, 0), golden.score) << golden.text;
+            EXPECT_EQ(evaluate_at(pos->thread, pos->stm, 2, 0), golden.score) << golden.text;
             EXPECT_EQ(danger[White], golden.danger[White]) << golden.text;
             EXPECT_EQ(danger[Black], golden.danger[Black]) << golden.text;
         }
@@ -135,7 +144,7 @@ TEST(Evaluate, InCheckGivesNoScoreAndTouchesNothing)
     thread->ply_rec[3].danger[White] = 11;
     thread->ply_rec[3].danger[Black] = 12;
     const u64 calls = counter(CountEvals);
-    EXPECT_EQ(evaluate(thread, White, 3, 1, 0), no_eval);
+    EXPECT_EQ(evaluate_at(thread, White, 3, 1), no_eval);
     EXPECT_EQ(counter(CountEvals), calls + 1);
     EXPECT_EQ(slot->key, 77u);
     EXPECT_EQ(thread->ply_rec[3].danger[White], 11);
@@ -143,14 +152,12 @@ TEST(Evaluate, InCheckGivesNoScoreAndTouchesNothing)
     slot->key = 0;
 }
 
-TEST(Evaluate, BothSidesGiveOppositeSignsAndTheLastCallWritesTheCache)
+TEST(Evaluate, TheScoreIsTheMoversAndGoesIntoTheCache)
 {
     Position* pos = set_position(open_game);
-    const i32 white = evaluate(pos->thread, White, 1, 0, 0);
-    EXPECT_NE(white, 0);
-    EXPECT_EQ(eval_slot(pos)->score, white);
-    EXPECT_EQ(evaluate(pos->thread, Black, 1, 0, 0), -white);
-    EXPECT_EQ(eval_slot(pos)->score, -white);
+    const i32 score = evaluate_at(pos->thread, pos->stm, 1, 0);
+    EXPECT_NE(score, 0);
+    EXPECT_EQ(eval_slot(pos)->score, score);
     EXPECT_EQ(eval_slot(pos)->key, pos->key);
 }
 
@@ -158,17 +165,17 @@ TEST(Evaluate, EvalCacheAnswersFromPlyTwoOn)
 {
     Position* pos = set_position(open_game);
     SearchThread* thread = pos->thread;
-    const i32 score = evaluate(thread, pos->stm, 1, 0, 0);
+    const i32 score = evaluate_at(thread, pos->stm, 1, 0);
     EvalCacheEntry* slot = eval_slot(pos);
     slot->score = 1234;
     slot->danger[White] = 7;
     slot->danger[Black] = 9;
     const u64 hits = counter(CountEvalHits);
-    EXPECT_EQ(evaluate(thread, pos->stm, 2, 0, 0), 1234);
+    EXPECT_EQ(evaluate_at(thread, pos->stm, 2, 0), 1234);
     EXPECT_EQ(thread->ply_rec[2].danger[White], 7);
     EXPECT_EQ(thread->ply_rec[2].danger[Black], 9);
     EXPECT_EQ(counter(CountEvalHits), hits + 1);
-    EXPECT_EQ(evaluate(thread, pos->stm, 1, 0, 0), score);
+    EXPECT_EQ(evaluate_at(thread, pos->stm, 1, 0), score);
     EXPECT_EQ(counter(CountEvalHits), hits + 1);
     EXPECT_EQ(slot->score, score);
 }
@@ -176,10 +183,10 @@ TEST(Evaluate, EvalCacheAnswersFromPlyTwoOn)
 TEST(Evaluate, EvalCacheIsPassedOverWhenItHoldsAnotherKey)
 {
     Position* pos = set_position(open_game);
-    const i32 score = evaluate(pos->thread, pos->stm, 1, 0, 0);
+    const i32 score = evaluate_at(pos->thread, pos->stm, 1, 0);
     eval_slot(pos)->key ^= 1ULL << 40;
     eval_slot(pos)->score = 1234;
-    EXPECT_EQ(evaluate(pos->thread, pos->stm, 2, 0, 0), score);
+    EXPECT_EQ(evaluate_at(pos->thread, pos->stm, 2, 0), score);
     EXPECT_EQ(eval_slot(pos)->key, pos->key);
 }
 
@@ -257,14 +264,14 @@ TEST(Evaluate, NegativeContemptMeasuresTheOtherSide)
     EXPECT_EQ(white_value(no_black_queen), plain_without - 13);
 }
 
-TEST(Evaluate, MoveBonusGoesToTheSideToMoveNotToTheSideAsked)
+TEST(Evaluate, MoveBonusGoesToTheSideToMove)
 {
     const WeightsRestored restored;
     Position* pos = set_position(open_game);
     clear_weights();
     set_weight(stm_bonus, 10, 10);
-    EXPECT_EQ(evaluate(pos->thread, White, 1, 0, 0), -10);
-    EXPECT_EQ(evaluate(pos->thread, Black, 1, 0, 0), 10);
+    ASSERT_EQ(pos->stm, Black);
+    EXPECT_EQ(evaluate_at(pos->thread, Black, 1, 0), 10);
 }
 
 TEST(Evaluate, BishopPairNeedsTwoBishopsOfAnyColour)
@@ -366,7 +373,7 @@ TEST(Evaluate, KingZoneHasNineSquaresEverywhere)
             text += board.substr(static_cast<size_t>(rank) * 8, 8) + (rank > 0 ? "/" : " w - -");
         }
         pos = set_position(text);
-        evaluate(pos->thread, White, 1, 0, 0);
+        evaluate_at(pos->thread, White, 1, 0);
         const u64 zone = last_work()->king_zone[White];
         EXPECT_EQ(popcount(zone), 9) << text;
         EXPECT_NE(zone & bit(square), 0u) << text;

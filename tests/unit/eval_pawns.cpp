@@ -293,21 +293,21 @@ static PawnCacheEntry* pawn_slot(Position* pos, bool white_mirrored, bool black_
 TEST(EvalPawns, CacheKeyTellsTheWingsOfTheKings)
 {
     set_position("6k1/pp3ppp/8/3p4/3P4/8/PP3PPP/6K1 w - -");
-    init_eval_params(0);
+    build_weights(0);
     Position* pos = set_position("6k1/pp3ppp/8/3p4/3P4/8/PP3PPP/6K1 w - -");
-    evaluate(pos->thread, White, 1, 0, 0);
+    evaluate_at(pos->thread, White, 1, 0);
     ASSERT_NE(pawn_slot(pos, false, false), nullptr);
     EXPECT_EQ(pawn_slot(pos, true, false), nullptr);
     const i32 same_wing_score = pawn_slot(pos, false, false)->score[White];
     pos = set_position("6k1/pp3ppp/8/3p4/3P4/8/PP3PPP/2K5 w - -");
-    evaluate(pos->thread, White, 1, 0, 0);
+    evaluate_at(pos->thread, White, 1, 0);
     ASSERT_NE(pawn_slot(pos, true, false), nullptr);
     EXPECT_NE(pawn_slot(pos, true, false)->score[White], same_wing_score);
     pos = set_position("2k5/pp3ppp/8/3p4/3P4/8/PP3PPP/6K1 w - -");
-    evaluate(pos->thread, White, 1, 0, 0);
+    evaluate_at(pos->thread, White, 1, 0);
     EXPECT_NE(pawn_slot(pos, false, true), nullptr);
     pos = set_position("2k5/pp3ppp/8/3p4/3P4/8/PP3PPP/2K5 w - -");
-    evaluate(pos->thread, White, 1, 0, 0);
+    evaluate_at(pos->thread, White, 1, 0);
     EXPECT_NE(pawn_slot(pos, true, true), nullptr);
 }
 
@@ -315,20 +315,20 @@ TEST(EvalPawns, PawnCacheAnswersFromPlyTwoOnAndIsWrittenAtPlyOne)
 {
     Position* pos = set_position("6k1/pp3ppp/8/3p4/3P4/8/PP3PPP/6K1 w - -");
     SearchThread* thread = pos->thread;
-    const i32 score = evaluate(thread, White, 1, 0, 0);
+    const i32 score = evaluate_at(thread, White, 1, 0);
     PawnCacheEntry* slot = pawn_slot(pos, false, false);
     ASSERT_NE(slot, nullptr);
     const i32 kept = slot->score[White];
     slot->score[White] += pair(40, 40);
-    const u64 probes = load(thread->counters[CountPawnProbes]);
-    const u64 hits = load(thread->counters[CountPawnHits]);
+    const u64 probes = load(thread->eval_counters[CountPawnProbes]);
+    const u64 hits = load(thread->eval_counters[CountPawnHits]);
     thread->eval_cache[pos->key & (eval_cache_size - 1)].key = 0;
-    EXPECT_EQ(evaluate(thread, White, 2, 0, 0), score + 40);
-    EXPECT_EQ(load(thread->counters[CountPawnProbes]), probes + 1);
-    EXPECT_EQ(load(thread->counters[CountPawnHits]), hits + 1);
-    EXPECT_EQ(evaluate(thread, White, 1, 0, 0), score);
-    EXPECT_EQ(load(thread->counters[CountPawnProbes]), probes + 2);
-    EXPECT_EQ(load(thread->counters[CountPawnHits]), hits + 1);
+    EXPECT_EQ(evaluate_at(thread, White, 2, 0), score + 40);
+    EXPECT_EQ(load(thread->eval_counters[CountPawnProbes]), probes + 1);
+    EXPECT_EQ(load(thread->eval_counters[CountPawnHits]), hits + 1);
+    EXPECT_EQ(evaluate_at(thread, White, 1, 0), score);
+    EXPECT_EQ(load(thread->eval_counters[CountPawnProbes]), probes + 2);
+    EXPECT_EQ(load(thread->eval_counters[CountPawnHits]), hits + 1);
     EXPECT_EQ(slot->score[White], kept);
 }
 

@@ -18,7 +18,7 @@
 struct WeightsRestored {
     ~WeightsRestored()
     {
-        init_eval_params(0);
+        build_weights(0);
     }
 };
 
@@ -27,13 +27,13 @@ inline i32 evaluate_text(const char* text)
 {
     Position* pos = set_position(text);
     const bool in_check = is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1);
-    return evaluate(pos->thread, pos->stm, 1, in_check, 0);
+    return evaluate_at(pos->thread, pos->stm, 1, in_check);
 }
 
 // The working record of the last evaluation on the console's record.
 inline const EvalWork* last_work()
 {
-    return &console_thread->eval_work;
+    return &dialogue.game->eval_work;
 }
 
 inline const EvalWork* work_of(const char* text)

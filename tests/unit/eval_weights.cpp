@@ -9,8 +9,6 @@
 #include <vector>
 
 #include "eval_test_support.h"
-#include "shell/engine_options.h"
-#include "shell/run_state.h"
 
 // Works in a directory of its own, with the given text as the weights file.
 struct ParamsFile {
@@ -29,7 +27,7 @@ struct ParamsFile {
         unlink(params_file);
         EXPECT_EQ(chdir(old_directory), 0);
         rmdir(directory.c_str());
-        init_eval_params(0);
+        build_weights(0);
     }
 
     char old_directory[4096];
@@ -39,7 +37,7 @@ struct ParamsFile {
 // Rebuilds the table and returns what was printed meanwhile.
 static std::string rebuild()
 {
-    return capture_output([] { init_eval_params(0); });
+    return capture_output([] { build_weights(0); });
 }
 
 static i32 mg_of(i32 weight)
@@ -86,7 +84,7 @@ static std::vector<WeightLine> read_weight_lines()
 TEST(EvalWeights, EveryEntryHasItsNameAndDefaultValues)
 {
     set_position(start_position);
-    init_eval_params(0);
+    build_weights(0);
     const std::vector<WeightLine> lines = read_weight_lines();
     ASSERT_EQ(lines.size(), 913u);
     EXPECT_EQ(eval_param_count, 913);
@@ -108,7 +106,7 @@ TEST(EvalWeights, ModeOneStopsAtTheUntunedValues)
 {
     const WeightsRestored restored;
     set_position(start_position);
-    init_eval_params(1);
+    build_weights(1);
     EXPECT_EQ(eval_param_count, 913);
     for (const WeightLine& line : read_weight_lines()) {
         if (line.base_mg != "-") {
@@ -192,14 +190,14 @@ struct OptionChanged {
         set_position(start_position);
         option[0] = static_cast<i16>(mg);
         option[1] = static_cast<i16>(eg);
-        init_eval_params(0);
+        build_weights(0);
     }
 
     ~OptionChanged()
     {
         option[0] = 100;
         option[1] = 100;
-        init_eval_params(0);
+        build_weights(0);
     }
 
     WeightScale& option;
@@ -207,7 +205,7 @@ struct OptionChanged {
 
 TEST(EvalWeights, KnightActivityAtHalf)
 {
-    const OptionChanged changed(engine_options.Activity_Knight, 50, 50);
+    const OptionChanged changed(dialogue.engine_options.scales.Activity_Knight, 50, 50);
     EXPECT_EQ(mg_of(knight_mobility), 26); // 25.5 rounds away from zero
     EXPECT_EQ(eg_of(knight_mobility), 24);
     EXPECT_EQ(eval_params[knight_mobility].mg, 25.5); // the fraction stays in the real value
@@ -225,7 +223,7 @@ TEST(EvalWeights, KnightActivityAtHalf)
 
 TEST(EvalWeights, PassedPawnsReachTheWholeFamily)
 {
-    const OptionChanged changed(engine_options.Passed_Pawns, 200, 0);
+    const OptionChanged changed(dialogue.engine_options.scales.Passed_Pawns, 200, 0);
     EXPECT_EQ(mg_of(ppawn + 6), 174);
     EXPECT_EQ(eg_of(ppawn + 6), 0);
     EXPECT_EQ(mg_of(ppawn_mobile + 6), 226);
@@ -246,25 +244,29 @@ TEST(EvalWeights, OptionsReachTheirEntriesAndNoOther)
         std::vector<const char*> twice;
     };
     const Case cases[] = {
-        { &engine_options.Mtl_Pawn, { "mtl_pawn" }, {} },
-        { &engine_options.Mtl_Knight, { "mtl_knight" }, {} },
-        { &engine_options.Mtl_Bishop, { "mtl_bishop" }, {} },
-        { &engine_options.Mtl_Rook, { "mtl_rook" }, {} },
-        { &engine_options.Mtl_Queen, { "mtl_queen" }, {} },
-        { &engine_options.Activity_Knight,
+        { &dialogue.engine_options.scales.Mtl_Pawn, { "mtl_pawn" }, {} },
+        { &dialogue.engine_options.scales.Mtl_Knight, { "mtl_knight" }, {} },
+        { &dialogue.engine_options.scales.Mtl_Bishop, { "mtl_bishop" }, {} },
+        { &dialogue.engine_options.scales.Mtl_Rook, { "mtl_rook" }, {} },
+        { &dialogue.engine_options.scales.Mtl_Queen, { "mtl_queen" }, {} },
+        { &dialogue.engine_options.scales.Activity_Knight,
             { "knight_mobility", "knight_outpost", "PST_N1", "PST_N2" }, { "knight_outpost_atk" } },
-        { &engine_options.Activity_Bishop,
+        { &dialogue.engine_options.scales.Activity_Bishop,
             { "bishop_mobility", "bishop_mob2", "bishop_outpost", "PST_B1", "PST_B2" },
             { "bishop_outpost_atk" } },
-        { &engine_options.Activity_Rook, { "rook_mobility", "rook_mob2", "PST_R1", "PST_R2" }, {} },
-        { &engine_options.Activity_Queen, { "queen_mobility", "PST_Q1", "PST_Q2" }, {} },
-        { &engine_options.Pawn_Structure, { "PST_P1", "PST_P2", "PST_CP", "PST_DP" }, {} },
-        { &engine_options.Passed_Pawns,
+        { &dialogue.engine_options.scales.Activity_Rook,
+            { "rook_mobility", "rook_mob2", "PST_R1", "PST_R2" }, {} },
+        { &dialogue.engine_options.scales.Activity_Queen, { "queen_mobility", "PST_Q1", "PST_Q2" },
+            {} },
+        { &dialogue.engine_options.scales.Pawn_Structure,
+            { "PST_P1", "PST_P2", "PST_CP", "PST_DP" }, {} },
+        { &dialogue.engine_options.scales.Passed_Pawns,
             { "ppawn", "ppawn_mobile", "ppawn_free", "ppawn_fking_dist", "ppawn_eking_dist",
                 "ppawn_connected", "candidate_passer" },
             {} },
-        { &engine_options.King_Safety, { "king_danger1", "king_danger2", "enemy_checks" }, {} },
-        { &engine_options.Threats,
+        { &dialogue.engine_options.scales.King_Safety,
+            { "king_danger1", "king_danger2", "enemy_checks" }, {} },
+        { &dialogue.engine_options.scales.Threats,
             { "hung_pawn", "hung_minor", "hung_major", "attacked_pawn", "attacked_minor",
                 "attacked_major", "knight_trapped", "bishop_trapped", "rook_trapped",
                 "queen_trapped", "pinned_pawn", "pinned_piece" },
@@ -293,7 +295,7 @@ TEST(EvalWeights, OptionsReachTheirEntriesAndNoOther)
 
 TEST(EvalWeights, ScalingNarrowsTheRealValueToSingle)
 {
-    const OptionChanged changed(engine_options.Threats, 33, 100);
+    const OptionChanged changed(dialogue.engine_options.scales.Threats, 33, 100);
     EXPECT_EQ(eval_params[hung_minor].mg, static_cast<f64>(static_cast<f32>(33 * 0.01 * -66)));
     EXPECT_EQ(mg_of(hung_minor), -22);
 }
@@ -311,21 +313,21 @@ TEST(EvalWeights, ScaleParamsTellsWhetherAnEntryMatched)
 
 TEST(EvalWeights, OtherModesSkipThePersonalityOptions)
 {
-    const OptionChanged changed(engine_options.Mtl_Queen, 50, 50);
+    const OptionChanged changed(dialogue.engine_options.scales.Mtl_Queen, 50, 50);
     EXPECT_EQ(mg_of(mtl_queen), 566);
-    init_eval_params(2);
+    build_weights(2);
     EXPECT_EQ(mg_of(mtl_queen), 1131);
 }
 
 TEST(EvalWeights, RebuildsDoNotCompoundAndEmptyBothCaches)
 {
-    const OptionChanged changed(engine_options.King_Safety, 70, 80);
+    const OptionChanged changed(dialogue.engine_options.scales.King_Safety, 70, 80);
     std::vector<i32> first(eval_words, eval_words + weight_count);
     Position* pos = set_position("r1bqkbnr/pppp1ppp/2n5/4p3/2B1P3/5N2/PPPP1PPP/RNBQK2R b KQkq -");
     SearchThread* thread = pos->thread;
-    evaluate(thread, pos->stm, 2, 0, 0);
+    evaluate_at(thread, pos->stm, 2, 0);
     EXPECT_EQ(thread->eval_cache[pos->key & (eval_cache_size - 1)].key, pos->key);
-    init_eval_params(0);
+    build_weights(0);
     EXPECT_EQ(first, std::vector<i32>(eval_words, eval_words + weight_count));
     for (const EvalCacheEntry& slot : thread->eval_cache) {
         ASSERT_EQ(slot.key, 0u);
@@ -338,15 +340,15 @@ TEST(EvalWeights, RebuildsDoNotCompoundAndEmptyBothCaches)
 TEST(EvalWeights, TuneListFreezesAllOtherEntries)
 {
     set_position(start_position);
-    snprintf(tune_list[0], sizeof tune_list[0], "PST_N1");
-    snprintf(tune_list[1], sizeof tune_list[1], "rook_mob"); // no exact name
-    tune_count = 2;
-    init_eval_params(0);
+    snprintf(tune_names.name[0], sizeof tune_names.name[0], "PST_N1");
+    snprintf(tune_names.name[1], sizeof tune_names.name[1], "rook_mob"); // no exact name
+    tune_names.count = 2;
+    build_weights(0);
     for (i32 i = 0; i < weight_count; ++i) {
         EXPECT_EQ(eval_params[i].frozen, strcmp(eval_params[i].name, "PST_N1") != 0) << i;
     }
-    tune_count = 0;
-    init_eval_params(0);
+    tune_names.count = 0;
+    build_weights(0);
     EXPECT_EQ(eval_params[mtl_pawn].frozen, 0);
 }
 
@@ -386,7 +388,7 @@ TEST(EvalWeightsFile, ShortFileLeavesTheRestAtTheDefaults)
 TEST(EvalWeightsFile, ValuesReplaceTheScaledOnesAndAreNotScaled)
 {
     const ParamsFile file("fset(\"mtl_pawn\",80,90);\nfset(\"mtl_knight\",300,310);\n");
-    const OptionChanged changed(engine_options.Mtl_Knight, 50, 50);
+    const OptionChanged changed(dialogue.engine_options.scales.Mtl_Knight, 50, 50);
     EXPECT_EQ(mg_of(mtl_pawn), 80);
     EXPECT_EQ(mg_of(mtl_knight), 300);
     EXPECT_EQ(eg_of(mtl_knight), 310);

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "guarded_mmap.h"
+#include "search/control.h"
 
 static constexpr u32 usual_mutations = 300;
 static constexpr i32 probes_per_file = 24;
@@ -196,7 +197,7 @@ static void probe_all(const TbPos* pos, Answers* answers)
         ++answers->dtz;
     }
     Position* board = set_position(fen);
-    const i32 found = tb_probe_search(board, 70);
+    const i32 found = tb_probe_search(board, 70, &search_settings.tb_depths);
     EXPECT_TRUE(found >= -1 && found <= 4) << fen << " class " << found;
     u32 root_wdl = 0;
     u32 root_dtz = 0;

@@ -10,6 +10,7 @@
 
 #include "search/search.h"
 #include "search_support.h"
+#include "search/control.h"
 
 struct TableProbe : TablesTest {
 };
@@ -242,14 +243,14 @@ TEST_F(TableProbe, CaptureAsGoodAsTheStoredWinNeedsNoDistance)
 // tb_probe_search in a position, with the counted clock and all else as the board has it.
 static i32 search_probe(const char* fen, i32 depth)
 {
-    return tb_probe_search(set_position(fen), depth);
+    return tb_probe_search(set_position(fen), depth, &search_settings.tb_depths);
 }
 
 static void set_probe_depths(i32 depth5, i32 depth6)
 {
-    engine_options.syzygy_probe_depth5 = static_cast<i16>(depth5);
-    engine_options.syzygy_probe_depth6 = static_cast<i16>(depth6);
-    publish_options();
+    dialogue.engine_options.syzygy_probe_depth5 = static_cast<i16>(depth5);
+    dialogue.engine_options.syzygy_probe_depth6 = static_cast<i16>(depth6);
+    publish_options(&dialogue);
 }
 
 TEST_F(TableProbe, ClassIsTheValueRaisedByTwo)
@@ -314,7 +315,7 @@ TEST_F(TableProbe, HalfMoveClockDoesNotMatterToTheSearch)
     use_tables(real_tables());
     Position* pos = set_position("8/8/8/4k3/8/8/8/K6Q w - -");
     pos->cnt50 = 99;
-    EXPECT_EQ(tb_probe_search(pos, 0), 4);
+    EXPECT_EQ(tb_probe_search(pos, 0, &search_settings.tb_depths), 4);
 }
 
 // ---- The root's probe
@@ -534,9 +535,9 @@ static u64 table_hits()
 static void search_with_clock(const char* fen, i32 clock, i32 depth)
 {
     begin_search(fen);
-    console_thread->pos.cnt50 = static_cast<u8>(clock);
-    store(depth_limit, depth);
-    search_sync();
+    dialogue.game->pos.cnt50 = static_cast<u8>(clock);
+    store(dialogue.limits.depth_limit, depth);
+    search_sync(dialogue.game);
 }
 
 TEST_F(TableSearch, WonRootPlaysTheTablesMoveFromTheTenthHalfMoveOn)
@@ -550,7 +551,7 @@ TEST_F(TableSearch, WonRootPlaysTheTablesMoveFromTheTenthHalfMoveOn)
     EXPECT_EQ(search_result.result_depth, 99);
     EXPECT_EQ(load(search_result.result_score), 9799);
     EXPECT_EQ(table_hits(), 1u);
-    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
 
     search_with_clock(fen, 9, 4);
     EXPECT_GT(node_count(), 0u);

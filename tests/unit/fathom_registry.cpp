@@ -1,9 +1,11 @@
 // The registry: which tables a path has, and where they are entered.
+#include "shell/startup.h"
 #include "fathom_support.h"
 
 #include <cstring>
 #include <filesystem>
 #include <sys/stat.h>
+#include "search/control.h"
 
 static const char* const queen_wins = "8/8/8/4k3/8/8/8/K6Q w - - 0 1";
 
@@ -27,8 +29,8 @@ static const TbEntry* entered(const char* name)
 
 TEST_F(TableRegistry, EmptyPathsGiveNoTablesAndNoLine)
 {
-    EXPECT_EQ(capture_output([] { tb_init(""); }), "");
-    EXPECT_EQ(capture_output([] { tb_init("<empty>"); }), "");
+    EXPECT_EQ(capture_output([] { register_tables(""); }), "");
+    EXPECT_EQ(capture_output([] { register_tables("<empty>"); }), "");
     EXPECT_EQ(tb_largest, 0);
 }
 
@@ -37,7 +39,8 @@ TEST_F(TableRegistry, PathsWithoutTablesCountNone)
     write_bytes("plain", "");
     for (const char* path : { "missing", "plain", ":", "/", "missing:plain",
              "C:\\Chess\\Syzygy;C:\\Chess\\Syzygy\\6-Piece" }) {
-        EXPECT_EQ(capture_output([&] { tb_init(path); }), "info string found 0 tablebases\n")
+        EXPECT_EQ(
+            capture_output([&] { register_tables(path); }), "info string found 0 tablebases\n")
             << path;
         EXPECT_EQ(tb_largest, 0);
     }
@@ -238,7 +241,7 @@ TEST_F(TableRegistry, NothingFreedIsProbedAfterAnEmptyPath)
         EXPECT_EQ(tb_largest, 0);
         EXPECT_EQ(wdl_errors(queen_wins), "none");
         EXPECT_EQ(dtz_errors(queen_wins), "none");
-        EXPECT_EQ(tb_probe_search(set_position(queen_wins), 70), -1);
+        EXPECT_EQ(tb_probe_search(set_position(queen_wins), 70, &search_settings.tb_depths), -1);
         EXPECT_EQ(root_of(queen_wins), "none");
     }
 }

@@ -4,11 +4,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include "shell/startup.h"
 
 void TablesTest::SetUp()
 {
     BookTest::SetUp();
-    publish_options();
+    publish_options(&dialogue);
     use_tables("");
 }
 
@@ -31,7 +32,7 @@ std::string made_up_tables()
 i32 use_tables(const std::string& path)
 {
     std::string output;
-    capture_errors([&] { output = capture_output([&] { tb_init(path.c_str()); }); });
+    capture_errors([&] { output = capture_output([&] { register_tables(path.c_str()); }); });
     i32 count = -1;
     sscanf(output.c_str(), "info string found %d tablebases\n", &count);
     return count;

@@ -1,29 +1,35 @@
 // The time for a move, the strength limit, and what a search starts from.
-#include "search/clock.h"
 
 #include <cmath>
 
 #include "shell/uci.h"
 #include "shell_test_support.h"
+#include "search/clock.h"
+#include "shell/prepare_search.h"
+#include "search/strength.h"
+#include "base/output.h"
+#include "search/control.h"
+#include "eval/evaluate.h"
+#include "search/hash.h"
 
 struct TimeControlTest : ShellTest {
     void SetUp() override
     {
         ShellTest::SetUp();
-        estimated_elo = 2800.0;
-        calibration_nps = 1000000.0;
-        engine_options.ponder = 0;
+        strength.estimated_elo = 2800.0;
+        strength.calibration_nps = 1000000.0;
+        dialogue.engine_options.ponder = 0;
     }
 
     // Target time for a UCI "go" in the start position with so many plies played.
     static f64 target(const std::string& go, i16 plies = 0)
     {
         std::string text = go;
-        uci_command(text.data());
-        console_thread->undo_count = plies;
-        prepare_search();
-        store(engine_state, EngineIdle);
-        return target_time;
+        uci_command(&dialogue, text.data());
+        dialogue.game->undo_count = plies;
+        prepare_search(&dialogue);
+        store(engine_state, EngineState::Idle);
+        return search_clock.target_time;
     }
 };
 
@@ -32,7 +38,7 @@ static const std::string minute = "go wtime 60000 btime 60000";
 TEST_F(TimeControlTest, SuddenDeathSharesTheClock)
 {
     EXPECT_NEAR(target(minute), 60.0 / 33, 1e-9);
-    engine_options.ponder = 1;
+    dialogue.engine_options.ponder = 1;
     EXPECT_NEAR(target(minute), 60.0 / 33 * 1.3, 1e-9);
 }
 
@@ -41,17 +47,17 @@ TEST_F(TimeControlTest, TheShareGrowsUntilTheTenthMove)
     EXPECT_NEAR(target(minute, 1), 60.0 / 33, 1e-9);
     EXPECT_NEAR(target(minute, 2), 60.0 / 32, 1e-9);
     EXPECT_NEAR(target(minute, 19), 60.0 / 24, 1e-9);
-    EXPECT_EQ(moves_to_go, 23);
+    EXPECT_EQ(dialogue.limits.moves_to_go, 23);
     EXPECT_NEAR(target(minute, 20), 60.0 / 24, 1e-9);
     EXPECT_NEAR(target(minute, 200), 60.0 / 24, 1e-9);
-    engine_options.ponder = 1;
+    dialogue.engine_options.ponder = 1;
     EXPECT_NEAR(target(minute, 20), 60.0 / 24 * 1.3, 1e-9);
 }
 
 TEST_F(TimeControlTest, TheIncrementIsAddedByTheClock)
 {
     EXPECT_NEAR(target(minute + " winc 1000 binc 1000"), 60.0 / 33 + 60.0 / 62, 1e-9);
-    EXPECT_NEAR(target_time, 2.7859, 1e-4);
+    EXPECT_NEAR(search_clock.target_time, 2.7859, 1e-4);
 }
 
 TEST_F(TimeControlTest, MovesToGoDivideTheClock)
@@ -59,7 +65,7 @@ TEST_F(TimeControlTest, MovesToGoDivideTheClock)
     EXPECT_NEAR(target(minute + " movestogo 1"), 30.0, 1e-9);
     EXPECT_NEAR(target(minute + " movestogo 2"), 20.0, 1e-9);
     EXPECT_NEAR(target(minute + " movestogo 3"), 15.0, 1e-9);
-    engine_options.ponder = 1;
+    dialogue.engine_options.ponder = 1;
     EXPECT_NEAR(target(minute + " movestogo 1"), 30.0, 1e-9);
     EXPECT_NEAR(target(minute + " movestogo 2"), 20.0, 1e-9);
     EXPECT_NEAR(target(minute + " movestogo 3"), 15.0 * 1.3, 1e-9);
@@ -68,8 +74,8 @@ TEST_F(TimeControlTest, MovesToGoDivideTheClock)
 TEST_F(TimeControlTest, AFixedTimeIsTakenAsItStands)
 {
     EXPECT_EQ(target("go movetime 5000"), 5.0);
-    EXPECT_EQ(load(clock_left[White]), 5.0);
-    engine_options.ponder = 1;
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 5.0);
+    dialogue.engine_options.ponder = 1;
     EXPECT_EQ(target("go movetime 1"), 0.001);
     EXPECT_EQ(target("go movetime 0"), 0.0);
 }
@@ -85,50 +91,50 @@ TEST_F(TimeControlTest, ALowClockEndsAtTheFloor)
 TEST_F(TimeControlTest, TheCeilingIsAShareOfTheClockLessFiveOverheads)
 {
     EXPECT_NEAR(target("go wtime 60000 btime 60000 movestogo 0"), 0.65 * 60 - 0.25, 1e-9);
-    engine_options.move_overhead = 1000;
+    dialogue.engine_options.move_overhead = 1000;
     EXPECT_NEAR(target("go wtime 60000 btime 60000 movestogo 0"), 0.65 * 60 - 5.0, 1e-9);
-    EXPECT_EQ(overhead_seconds, 1.0);
+    EXPECT_EQ(search_clock.overhead_seconds, 1.0);
 }
 
 TEST_F(TimeControlTest, AWeakSettingHurries)
 {
-    estimated_elo = 2399.9;
+    strength.estimated_elo = 2399.9;
     EXPECT_NEAR(target(minute), 60.0 / 33 * 0.85, 1e-9);
-    estimated_elo = 2400.0;
+    strength.estimated_elo = 2400.0;
     EXPECT_NEAR(target(minute), 60.0 / 33, 1e-9);
 }
 
 TEST_F(TimeControlTest, TheClockIsThatOfTheSideToMove)
 {
     std::string line = "position startpos moves e2e4";
-    uci_command(line.data());
+    uci_command(&dialogue, line.data());
     EXPECT_NEAR(target("go wtime 60000 btime 33000", 1), 1.0, 1e-9);
-    EXPECT_EQ(root_side, Black);
-    EXPECT_EQ(load(clock_side), Black);
+    EXPECT_EQ(contempt_rule.root_side, Black);
+    EXPECT_EQ(load(search_clock.clock_side), Black);
 }
 
 TEST_F(TimeControlTest, TheConsoleCountsMovesPerControlByTheGame)
 {
     store(uci_mode, 0);
     store(noise, silent_noise);
-    store(tc_moves, 40);
-    store(clock_left[White], 82.0);
-    console_thread->undo_count = 0;
-    prepare_search();
-    EXPECT_EQ(moves_to_go, 40);
-    EXPECT_NEAR(target_time, 2.0, 1e-9);
-    console_thread->undo_count = 78;
-    prepare_search();
-    EXPECT_EQ(moves_to_go, 1);
-    EXPECT_NEAR(target_time, 41.0, 1e-9);
-    console_thread->undo_count = 80;
-    prepare_search();
-    EXPECT_EQ(moves_to_go, 40);
+    store(dialogue.limits.tc_moves, 40);
+    store(dialogue.limits.clock_left[White], 82.0);
+    dialogue.game->undo_count = 0;
+    prepare_search(&dialogue);
+    EXPECT_EQ(dialogue.limits.moves_to_go, 40);
+    EXPECT_NEAR(search_clock.target_time, 2.0, 1e-9);
+    dialogue.game->undo_count = 78;
+    prepare_search(&dialogue);
+    EXPECT_EQ(dialogue.limits.moves_to_go, 1);
+    EXPECT_NEAR(search_clock.target_time, 41.0, 1e-9);
+    dialogue.game->undo_count = 80;
+    prepare_search(&dialogue);
+    EXPECT_EQ(dialogue.limits.moves_to_go, 40);
 }
 
 TEST_F(TimeControlTest, AllThatASearchWritesIsReset)
 {
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     store(iter_depth, 9);
     search_result.result_depth = 5;
     search_result.result_pv[1] = move_of("e2e4");
@@ -138,12 +144,12 @@ TEST_F(TimeControlTest, AllThatASearchWritesIsReset)
     store(search_result.single_reply, 1);
     store(search_result.score_by_depth[69], 5);
     search_result.move_by_depth[69] = 5;
-    nodes_by_depth[69] = 5;
-    debug_counters[0] = 5;
-    engine_options.ponder = 1;
-    engine_options.multi_pv = 255;
-    prepare_search();
-    EXPECT_EQ(load(stop_code), StopNone);
+    search_totals.nodes_by_depth[69] = 5;
+    search_totals.debug_counters[0] = 5;
+    dialogue.engine_options.ponder = 1;
+    dialogue.engine_options.multi_pv = 255;
+    prepare_search(&dialogue);
+    EXPECT_EQ(load(stop_code), StopCode::None);
     EXPECT_EQ(load(iter_depth), 0);
     EXPECT_EQ(load(search_result.result_score), -10000);
     EXPECT_EQ(search_result.result_depth, 0);
@@ -154,67 +160,67 @@ TEST_F(TimeControlTest, AllThatASearchWritesIsReset)
     EXPECT_EQ(load(search_result.single_reply), 0);
     EXPECT_EQ(load(search_result.score_by_depth[69]), -10001);
     EXPECT_EQ(search_result.move_by_depth[69], 0);
-    EXPECT_EQ(nodes_by_depth[69], 0u);
-    EXPECT_EQ(debug_counters[0], 0);
-    EXPECT_EQ(search_ponder, 1);
-    EXPECT_EQ(search_multi_pv, 255);
-    EXPECT_EQ(console_thread->ply, 1);
-    console_thread->pos.cnt50 = 100;
-    prepare_search();
+    EXPECT_EQ(search_totals.nodes_by_depth[69], 0u);
+    EXPECT_EQ(search_totals.debug_counters[0], 0);
+    EXPECT_EQ(search_settings.ponder, 1);
+    EXPECT_EQ(search_settings.lines, 255);
+    EXPECT_EQ(dialogue.game->ply, 1);
+    dialogue.game->pos.cnt50 = 100;
+    prepare_search(&dialogue);
     EXPECT_EQ(load(search_result.result_score), -10000);
-    console_thread->pos.cnt50 = 101;
-    prepare_search();
+    dialogue.game->pos.cnt50 = 101;
+    prepare_search(&dialogue);
     EXPECT_EQ(load(search_result.result_score), 0);
 }
 
 TEST_F(TimeControlTest, HashAgeRunsFromOneToFifteen)
 {
-    hash_age = 0;
+    hash.age = 0;
     for (i32 age = 1; age <= 15; ++age) {
-        prepare_search();
-        EXPECT_EQ(hash_age, age);
+        prepare_search(&dialogue);
+        EXPECT_EQ(hash.age, age);
     }
-    prepare_search();
-    EXPECT_EQ(hash_age, 1);
+    prepare_search(&dialogue);
+    EXPECT_EQ(hash.age, 1);
 }
 
 TEST_F(TimeControlTest, WithoutATableTheHashIsOffForGood)
 {
-    hash_mb = 0;
-    prepare_search();
-    EXPECT_EQ(load(hash_mode), 0);
-    hash_mb = 1;
-    prepare_search();
-    EXPECT_EQ(load(hash_mode), 0);
+    hash.megabytes = 0;
+    prepare_search(&dialogue);
+    EXPECT_EQ(load(hash.mode), 0);
+    hash.megabytes = 1;
+    prepare_search(&dialogue);
+    EXPECT_EQ(load(hash.mode), 0);
 }
 
 TEST_F(TimeControlTest, ChangedOptionsRebuildTheTablesOnce)
 {
-    engine_options.params_changed = 1;
-    engine_options.selectivity = 50;
-    EXPECT_EQ(capture_output([] { prepare_search(); }),
+    dialogue.engine_options.params_changed = 1;
+    dialogue.engine_options.selectivity = 50;
+    EXPECT_EQ(capture_output([] { prepare_search(&dialogue); }),
         "info string setting search and eval params...\n");
-    EXPECT_EQ(BP_margin, 40);
-    EXPECT_EQ(engine_options.params_changed, 0);
-    EXPECT_EQ(capture_output([] { prepare_search(); }), "");
+    EXPECT_EQ(pruning.BP_margin, 40);
+    EXPECT_EQ(dialogue.engine_options.params_changed, 0);
+    EXPECT_EQ(capture_output([] { prepare_search(&dialogue); }), "");
 }
 
 TEST_F(TimeControlTest, TheConsoleReportsTheAllotment)
 {
     store(uci_mode, 0);
-    EXPECT_EQ(capture_output([] { prepare_search(); }),
+    EXPECT_EQ(capture_output([] { prepare_search(&dialogue); }),
         "fen rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -\n"
         "Ply= 0, cnt50= 0, Clock= 5.00s, Target time= 5.00s\n");
     store(noise, silent_noise);
-    EXPECT_EQ(capture_output([] { prepare_search(); }), "");
+    EXPECT_EQ(capture_output([] { prepare_search(&dialogue); }), "");
 }
 
 TEST_F(TimeControlTest, UciReportsTheAllotmentToTheLogAlone)
 {
-    engine_options.log = 1;
-    publish_options();
+    dialogue.engine_options.log = 1;
+    publish_options(&dialogue);
     ASSERT_EQ(open_log(), 1);
-    EXPECT_EQ(capture_output([] { prepare_search(); }), "");
+    EXPECT_EQ(capture_output([] { prepare_search(&dialogue); }), "");
     EXPECT_EQ(read_file("vesk.log"),
         "info string fen rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -\n"
         "info string ply= 0, trg_time= 5.000 sec\n");
@@ -229,60 +235,60 @@ TEST_F(TimeControlTest, TheEloCurve)
 
 TEST_F(TimeControlTest, WithoutALimitTheMachinesEstimateStands)
 {
-    engine_options.elo = 1600;
-    prepare_search();
-    EXPECT_EQ(engine_options.elo, 2800);
-    EXPECT_EQ(load(target_nps), 1000000.0);
+    dialogue.engine_options.elo = 1600;
+    prepare_search(&dialogue);
+    EXPECT_EQ(dialogue.engine_options.elo, 2800);
+    EXPECT_EQ(load(strength.target_nps), 1000000.0);
 }
 
 TEST_F(TimeControlTest, ALimitGivesTheRateOfItsElo)
 {
     for (const i16 elo : { 1500, 1800, 2100, 2199, 2200, 2500, 2700 }) {
-        engine_options.limit_strength = 1;
-        engine_options.elo = elo;
-        prepare_search();
-        EXPECT_EQ(engine_options.limit_strength, 1) << elo;
-        EXPECT_EQ(engine_options.elo, elo);
-        EXPECT_NEAR(elo_of_nps(load(target_nps)), elo, 0.5) << elo;
+        dialogue.engine_options.limit_strength = 1;
+        dialogue.engine_options.elo = elo;
+        prepare_search(&dialogue);
+        EXPECT_EQ(dialogue.engine_options.limit_strength, 1) << elo;
+        EXPECT_EQ(dialogue.engine_options.elo, elo);
+        EXPECT_NEAR(elo_of_nps(load(strength.target_nps)), elo, 0.5) << elo;
     }
 }
 
 TEST_F(TimeControlTest, ALimitOutOfReachLiftsItself)
 {
-    engine_options.limit_strength = 1;
-    engine_options.elo = 3300;
-    prepare_search();
-    EXPECT_EQ(engine_options.limit_strength, 0);
-    EXPECT_EQ(engine_options.elo, 2800);
-    EXPECT_EQ(load(target_nps), 1000000.0);
+    dialogue.engine_options.limit_strength = 1;
+    dialogue.engine_options.elo = 3300;
+    prepare_search(&dialogue);
+    EXPECT_EQ(dialogue.engine_options.limit_strength, 0);
+    EXPECT_EQ(dialogue.engine_options.elo, 2800);
+    EXPECT_EQ(load(strength.target_nps), 1000000.0);
 }
 
 TEST_F(TimeControlTest, ALimitWithoutAnEloChangesNothing)
 {
-    engine_options.limit_strength = 1;
-    engine_options.elo = 0;
-    store(target_nps, 123.0);
-    prepare_search();
-    EXPECT_EQ(engine_options.limit_strength, 1);
-    EXPECT_EQ(engine_options.elo, 0);
-    EXPECT_EQ(load(target_nps), 123.0);
+    dialogue.engine_options.limit_strength = 1;
+    dialogue.engine_options.elo = 0;
+    store(strength.target_nps, 123.0);
+    prepare_search(&dialogue);
+    EXPECT_EQ(dialogue.engine_options.limit_strength, 1);
+    EXPECT_EQ(dialogue.engine_options.elo, 0);
+    EXPECT_EQ(load(strength.target_nps), 123.0);
 }
 
 TEST_F(TimeControlTest, AnEloOutsideTheCurveComesToAnEnd)
 {
-    engine_options.limit_strength = 1;
-    engine_options.elo = 1;
-    prepare_search();
-    EXPECT_NEAR(load(target_nps), 10.0, 1e-6);
-    engine_options.elo = 32767;
-    prepare_search();
-    EXPECT_EQ(engine_options.limit_strength, 0);
+    dialogue.engine_options.limit_strength = 1;
+    dialogue.engine_options.elo = 1;
+    prepare_search(&dialogue);
+    EXPECT_NEAR(load(strength.target_nps), 10.0, 1e-6);
+    dialogue.engine_options.elo = 32767;
+    prepare_search(&dialogue);
+    EXPECT_EQ(dialogue.engine_options.limit_strength, 0);
 }
 
 TEST_F(TimeControlTest, TheRateOfTheCommandLineComesBackFromItsElo)
 {
-    engine_options.limit_strength = 1;
-    engine_options.elo = static_cast<i16>(elo_of_nps(50000.0));
-    prepare_search();
-    EXPECT_NEAR(load(target_nps), 50000.0, 700.0);
+    dialogue.engine_options.limit_strength = 1;
+    dialogue.engine_options.elo = static_cast<i16>(elo_of_nps(50000.0));
+    prepare_search(&dialogue);
+    EXPECT_NEAR(load(strength.target_nps), 50000.0, 700.0);
 }

@@ -2,13 +2,14 @@
 #include "search_support.h"
 
 #include <set>
+#include "search/hash.h"
+#include "shell/startup.h"
 
 struct Hash : SearchTest {
     // A table of another size for one test.
     static std::string resize(i32 megabytes)
     {
-        hash_mb = megabytes;
-        return capture_output([] { EXPECT_EQ(alloc_hash(), 1); });
+        return capture_output([=] { EXPECT_TRUE(make_hash_table(megabytes)); });
     }
 
     // Fills the bucket of pos with entries of other positions, of the ages and depths given.
@@ -53,45 +54,45 @@ struct Hash : SearchTest {
 TEST_F(Hash, SixtyFourMegabytesAreAddressedWholeFromBothEnds)
 {
     resize(64);
-    EXPECT_EQ(hash_slots, 4194304u);
-    EXPECT_EQ(hash_mask, 4194303u);
-    EXPECT_EQ(hash_low, hash_table);
-    EXPECT_EQ(hash_high, hash_table + 4194304);
-    EXPECT_EQ(hash_bucket(0), hash_table);
-    EXPECT_EQ(hash_bucket(4194302), hash_table + 4194302);
-    EXPECT_EQ(hash_bucket(1), hash_table + 4194303);
-    EXPECT_EQ(hash_bucket(4194303), hash_table + 1);
+    EXPECT_EQ(hash.slots, 4194304u);
+    EXPECT_EQ(hash.mask, 4194303u);
+    EXPECT_EQ(hash.low, hash.table);
+    EXPECT_EQ(hash.high, hash.table + 4194304);
+    EXPECT_EQ(hash_bucket(0), hash.table);
+    EXPECT_EQ(hash_bucket(4194302), hash.table + 4194302);
+    EXPECT_EQ(hash_bucket(1), hash.table + 4194303);
+    EXPECT_EQ(hash_bucket(4194303), hash.table + 1);
 }
 
 TEST_F(Hash, NinetySixMegabytesOverlapInTheMiddleThird)
 {
     resize(96);
-    EXPECT_EQ(hash_slots, 6291456u);
-    EXPECT_EQ(hash_mask, 4194303u);
-    EXPECT_EQ(hash_bucket(4194302) - hash_table, 4194302);
-    EXPECT_EQ(hash_bucket(1) - hash_table, 6291455);
-    EXPECT_EQ(hash_bucket(4194303) - hash_table, 6291456 - 4194303);
+    EXPECT_EQ(hash.slots, 6291456u);
+    EXPECT_EQ(hash.mask, 4194303u);
+    EXPECT_EQ(hash_bucket(4194302) - hash.table, 4194302);
+    EXPECT_EQ(hash_bucket(1) - hash.table, 6291455);
+    EXPECT_EQ(hash_bucket(4194303) - hash.table, 6291456 - 4194303);
 }
 
 TEST_F(Hash, OneMegabyteHoldsSlotsOfSixteenBytesAndAReserve)
 {
-    EXPECT_EQ(hash_slots, 65536u);
-    EXPECT_EQ(hash_mask, 65535u);
+    EXPECT_EQ(hash.slots, 65536u);
+    EXPECT_EQ(hash.mask, 65535u);
     // The last bucket of either side lies inside the block.
-    EXPECT_EQ(hash_bucket(65534) + 3, hash_table + 65537);
-    EXPECT_EQ(hash_bucket(~0ULL) - hash_table, 1);
+    EXPECT_EQ(hash_bucket(65534) + 3, hash.table + 65537);
+    EXPECT_EQ(hash_bucket(~0ULL) - hash.table, 1);
 }
 
 TEST_F(Hash, TableWithoutSlotsKeepsProbesInsideItsReserve)
 {
     resize(0);
-    EXPECT_EQ(hash_slots, 0u);
+    EXPECT_EQ(hash.slots, 0u);
     u64 state = 7;
     for (i32 i = 0; i < 1000; ++i) {
         const u64 key = static_cast<u64>(next_random(&state, 0x7fffffff)) << 33 ^ state;
         const HashSlot* bucket = hash_bucket(key);
-        ASSERT_GE(bucket, hash_table);
-        ASSERT_LE(bucket + 4, hash_table + 16);
+        ASSERT_GE(bucket, hash.table);
+        ASSERT_LE(bucket + 4, hash.table + 16);
     }
 }
 
@@ -105,7 +106,7 @@ TEST_F(Hash, SecondAllocationReplacesTheFirst)
     Position* pos = set_position(start_position);
     store_plain(pos, 5);
     resize(2);
-    EXPECT_EQ(hash_slots, 131072u);
+    EXPECT_EQ(hash.slots, 131072u);
     EXPECT_EQ(probe(pos).depth, HashNotFound);
 }
 
@@ -113,7 +114,7 @@ TEST_F(Hash, StoredEntryIsFoundWithAllItsFields)
 {
     Position* pos = set_position(start_position);
     pos->cnt50 = 7;
-    hash_age = 11;
+    hash.age = 11;
     store_hash(pos, 3, 9, move_of("e2e4"), -55, -100, 100);
     const HashEntry entry = probe(pos);
     EXPECT_EQ(entry.move, move_of("e2e4"));
@@ -207,7 +208,7 @@ TEST_F(Hash, DeeperEntryOfThePositionIsKeptWhileItsFiftyMoveCountStands)
 TEST_F(Hash, OwnSlotIsTakenBeforeAnOlderOne)
 {
     Position* pos = set_position(start_position);
-    hash_age = 2;
+    hash.age = 2;
     HashSlot* bucket = fill_bucket(pos, { 1, 2, 2, 2 }, { 5, 5, 5, 5 });
     const HashEntry own = make_entry(pos, NoMove, 10, 5, BoundExact);
     write_slot(&bucket[2], &own);
@@ -219,7 +220,7 @@ TEST_F(Hash, OwnSlotIsTakenBeforeAnOlderOne)
 TEST_F(Hash, FirstEntryOfAnOlderSearchIsOverwrittenWhateverItsDepth)
 {
     Position* pos = set_position(start_position);
-    hash_age = 2;
+    hash.age = 2;
     fill_bucket(pos, { 2, 1, 15, 2 }, { 0, 60, 1, 3 });
     store_plain(pos, 0);
     EXPECT_EQ(slot_of(pos), 1);
@@ -228,7 +229,7 @@ TEST_F(Hash, FirstEntryOfAnOlderSearchIsOverwrittenWhateverItsDepth)
 TEST_F(Hash, ShallowestEntryOfThisSearchIsOverwrittenUnlessMuchDeeper)
 {
     Position* pos = set_position(start_position);
-    hash_age = 2;
+    hash.age = 2;
     fill_bucket(pos, { 2, 2, 2, 2 }, { 12, 12, 13, 14 });
     store_plain(pos, 4);
     EXPECT_EQ(slot_of(pos), -1);
@@ -243,7 +244,7 @@ TEST_F(Hash, ShallowestEntryOfThisSearchIsOverwrittenUnlessMuchDeeper)
 TEST_F(Hash, NothingIsStoredWhileTheTableIsOff)
 {
     Position* pos = set_position(start_position);
-    store(hash_mode, 0);
+    store(hash.mode, 0);
     store_plain(pos, 5);
     EXPECT_EQ(probe(pos).depth, HashNotFound);
 }
@@ -406,7 +407,7 @@ TEST_F(Hash, RandomEntriesComeBackAsTheyWereStored)
             const i32 depth = static_cast<i32>(next_random(&state, 67));
             const i32 reading_ply = static_cast<i32>(next_random(&state, 60));
             // A new age makes room for it, whatever stands there.
-            hash_age = static_cast<i16>(hash_age % 15 + 1);
+            hash.age = static_cast<i16>(hash.age % 15 + 1);
             store_hash(pos, reading_ply, depth, move, score, -infinite_score, infinite_score);
             const HashEntry entry = probe(pos);
             ASSERT_EQ(entry.move, move) << fen_of(pos);
@@ -421,52 +422,52 @@ TEST_F(Hash, RandomEntriesComeBackAsTheyWereStored)
 TEST_F(Hash, ClearingLeavesNoEntryAndNoFill)
 {
     const HashEntry entry = make_entry(set_position(start_position), NoMove, 1, 1, BoundExact);
-    for (u32 i = 0; i < hash_slots + 16; ++i) {
-        write_slot(&hash_table[i], &entry);
+    for (u32 i = 0; i < hash.slots + 16; ++i) {
+        write_slot(&hash.table[i], &entry);
     }
-    hash_fill = 0.5;
+    hash.fill = 0.5;
     clear_hash();
-    EXPECT_EQ(hash_fill, 0.0);
-    for (u32 i = 0; i < hash_slots + 16; ++i) {
-        ASSERT_EQ(load(hash_table[i].word[0]) | load(hash_table[i].word[1]), 0u) << i;
+    EXPECT_EQ(hash.fill, 0.0);
+    for (u32 i = 0; i < hash.slots + 16; ++i) {
+        ASSERT_EQ(load(hash.table[i].word[0]) | load(hash.table[i].word[1]), 0u) << i;
     }
 }
 
 TEST_F(Hash, ClearingWithoutAWorkerClearsNothing)
 {
     const HashEntry entry = make_entry(set_position(start_position), NoMove, 1, 1, BoundExact);
-    write_slot(hash_table, &entry);
-    hash_fill = 0.5;
+    write_slot(hash.table, &entry);
+    hash.fill = 0.5;
     use_records(0);
     clear_hash();
-    EXPECT_NE(load(hash_table->word[0]), 0u);
-    EXPECT_EQ(hash_fill, 0.0);
+    EXPECT_NE(load(hash.table->word[0]), 0u);
+    EXPECT_EQ(hash.fill, 0.0);
 }
 
 TEST_F(Hash, StoringMarksTheTableAsWrittenAndClearingAllOfItAsClean)
 {
     clear_hash();
-    EXPECT_EQ(load(hash_written), 0);
+    EXPECT_EQ(load(hash.written), 0);
     store_plain(set_position(start_position), 5);
-    EXPECT_EQ(load(hash_written), 1);
+    EXPECT_EQ(load(hash.written), 1);
     clear_hash();
-    EXPECT_EQ(load(hash_written), 0);
+    EXPECT_EQ(load(hash.written), 0);
 }
 
 TEST_F(Hash, SharesLeaveTheSlotsThatTheDivisionLeavesOver)
 {
     use_records(3);
-    const u32 all = hash_slots + 16;
+    const u32 all = hash.slots + 16;
     ASSERT_EQ(all % 3, 2u);
     for (u32 i = 0; i < all; ++i) {
-        store(hash_table[i].word[0], 1);
+        store(hash.table[i].word[0], 1);
     }
-    store(hash_written, 1);
+    store(hash.written, 1);
     for (i32 i = 0; i < 3; ++i) {
         clear_hash_share(i);
     }
     for (u32 i = 0; i < all; ++i) {
-        ASSERT_EQ(load(hash_table[i].word[0]), i < all - 2 ? 0u : 1u) << i;
+        ASSERT_EQ(load(hash.table[i].word[0]), i < all - 2 ? 0u : 1u) << i;
     }
 }
 
@@ -474,11 +475,11 @@ TEST_F(Hash, ClearIfIdleDoesNothingWhileTheTableIsOffOrAWorkerBusy)
 {
     Position* pos = set_position(start_position);
     store_plain(pos, 5);
-    store(hash_mode, 0);
+    store(hash.mode, 0);
     clear_hash_if_idle();
     EXPECT_EQ(probe(pos).depth, 5);
 
-    store(hash_mode, 1);
+    store(hash.mode, 1);
     store(record()->command, CommandSearch);
     clear_hash_if_idle();
     EXPECT_EQ(probe(pos).depth, 5);
@@ -490,9 +491,9 @@ TEST_F(Hash, ClearIfIdleDoesNothingWhileTheTableIsOffOrAWorkerBusy)
 
 TEST_F(Hash, FillCountsTheSlotsOfThisSearchAroundTheMiddle)
 {
-    hash_age = 3;
+    hash.age = 3;
     HashEntry entry = make_entry(set_position(start_position), NoMove, 1, 1, BoundExact);
-    HashSlot* sample = hash_table + hash_slots / 2 - 500;
+    HashSlot* sample = hash.table + hash.slots / 2 - 500;
     for (i32 i = 0; i < 250; ++i) {
         write_slot(&sample[i], &entry);
     }
@@ -503,13 +504,13 @@ TEST_F(Hash, FillCountsTheSlotsOfThisSearchAroundTheMiddle)
     write_slot(&sample[1000], &entry);
     write_slot(&sample[999], &entry);
     estimate_hash_fill();
-    EXPECT_EQ(hash_fill, 251 * 0.001);
+    EXPECT_EQ(hash.fill, 251 * 0.001);
 }
 
 TEST_F(Hash, FillOfATableWithoutSlotsIsZero)
 {
     resize(0);
-    hash_fill = 0.5;
+    hash.fill = 0.5;
     estimate_hash_fill();
-    EXPECT_EQ(hash_fill, 0.0);
+    EXPECT_EQ(hash.fill, 0.0);
 }

@@ -1,5 +1,7 @@
 // Lines completed from the transposition table.
 #include "search_support.h"
+#include "search/hash.h"
+#include "search/thread.h"
 
 struct HashLine : SearchTest {
     u16 line[ply_count] = {};
@@ -17,12 +19,12 @@ struct HashLine : SearchTest {
 
     std::string extended(i32 index = 1)
     {
-        Position* pos = &console_thread->pos;
+        Position* pos = &dialogue.game->pos;
         const std::string before = fen_of(pos);
-        const i32 count = console_thread->undo_count;
+        const i32 count = dialogue.game->undo_count;
         extend_line_from_hash(pos, index, line);
         EXPECT_EQ(fen_of(pos), before);
-        EXPECT_EQ(console_thread->undo_count, count);
+        EXPECT_EQ(dialogue.game->undo_count, count);
         std::string texts;
         for (i32 i = index; i < ply_count && line[i] != NoMove; ++i) {
             texts += (i > index ? " " : "") + text_of(line[i]);
@@ -55,7 +57,7 @@ TEST_F(HashLine, MoveOfTheLineGoesBeforeTheTablesMove)
 TEST_F(HashLine, NothingIsAddedWhileTheTableIsOff)
 {
     store_line({ "d2d4", "d7d5" }, 4);
-    store(hash_mode, 0);
+    store(hash.mode, 0);
     EXPECT_EQ(extended(), "");
 }
 

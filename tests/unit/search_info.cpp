@@ -2,6 +2,12 @@
 #include "search_support.h"
 
 #include "search/info.h"
+#include "search/clock.h"
+#include "base/output.h"
+#include "search/control.h"
+#include "board/trace.h"
+#include "search/hash.h"
+#include "search/thread.h"
 
 struct Info : SearchTest {
     u16 line[ply_count] = { 0, move_of("e2e4"), move_of("e7e5") };
@@ -10,7 +16,7 @@ struct Info : SearchTest {
     {
         SearchTest::SetUp();
         store(noise, 0.0);
-        store(elapsed, 2.0);
+        store(search_clock.elapsed, 2.0);
         record()->seldepth = 9;
         store(record()->counters[CountNodes], 5000);
         store(record()->counters[CountTbHits], 3);
@@ -66,7 +72,7 @@ TEST_F(Info, LineHoldsAllFieldsInOrder)
 TEST_F(Info, PrefixNamesTheLineOnlyWithSeveralLines)
 {
     EXPECT_EQ(printed(31, 5, 2).find("multipv"), std::string::npos);
-    store(worker_options.multi_pv, 3);
+    store(search_settings.multi_pv, 3);
     EXPECT_EQ(printed(31, 5, 2).substr(0, 22), "info multipv 2 depth 5");
 }
 
@@ -132,9 +138,9 @@ TEST_F(Info, RootTableResultCorrectsTheScore)
 
 TEST_F(Info, SpeedIsZeroInTheFirstMillisecond)
 {
-    store(elapsed, 0.001);
+    store(search_clock.elapsed, 0.001);
     EXPECT_NE(printed(31).find(" time 1 nodes 5000 nps 0 "), std::string::npos);
-    store(elapsed, 0.002);
+    store(search_clock.elapsed, 0.002);
     EXPECT_NE(printed(31).find(" nps 2500000 "), std::string::npos);
 }
 
@@ -148,10 +154,10 @@ TEST_F(Info, TotalsAreThoseOfAllWorkers)
 
 TEST_F(Info, FillIsSampledFromDepthSevenOn)
 {
-    hash_age = 1;
+    hash.age = 1;
     const HashEntry entry = make_entry(set_position(start_position), NoMove, 0, 1, BoundExact);
     for (i32 i = 0; i < 123; ++i) {
-        write_slot(&hash_table[hash_slots / 2 + static_cast<u32>(i)], &entry);
+        write_slot(&hash.table[hash.slots / 2 + static_cast<u32>(i)], &entry);
     }
     EXPECT_NE(printed(31, 6).find(" hashfull 0 "), std::string::npos);
     EXPECT_NE(printed(31, 7).find(" hashfull 123 "), std::string::npos);
@@ -181,7 +187,7 @@ TEST_F(Info, ConsoleLineHoldsItsFields)
 TEST_F(Info, ConsoleLineIsFollowedByAnEmptyOneAfterTheLastOfSeveral)
 {
     store(uci_mode, 0);
-    store(worker_options.multi_pv, 2);
+    store(search_settings.multi_pv, 2);
     EXPECT_EQ(printed(31, 5, 1), "00] 05.   2.0       5K    31  e2e4 e7e5\n");
     EXPECT_EQ(printed(31, 5, 2), "00] 05.   2.0       5K    31  e2e4 e7e5\n\n");
 }
@@ -197,7 +203,7 @@ TEST_F(Info, ConsoleLineOfARunningSearchHoldsEightMovesOnOneLine)
 TEST_F(Info, ConsoleLineOfAStoppedSearchHoldsThirtyTwoMovesOnFourLines)
 {
     store(uci_mode, 0);
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     set_line(40);
     const std::string eight = "g1f3 g8f6 f3g1 f6g8 g1f3 g8f6 f3g1 f6g8";
     const std::string next = "\n" + std::string(30, ' ') + eight;
@@ -209,7 +215,7 @@ TEST_F(Info, FinalLineWaitsForNoiseUnlessTheSearchWasStopped)
     EXPECT_NE(final_line(), "");
     store(noise, 3.0);
     EXPECT_EQ(final_line(), "");
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     EXPECT_NE(final_line(), "");
     store(noise, silent_noise);
     EXPECT_EQ(final_line(), "");
@@ -227,8 +233,8 @@ TEST_F(Info, SearchPrintsEachNewBestLineFromDepthTwoOn)
     const std::string text = capture_output([] {
         begin_search(start_position);
         store(noise, 0.0);
-        store(depth_limit, 4);
-        search_sync();
+        store(dialogue.limits.depth_limit, 4);
+        search_sync(dialogue.game);
     });
     EXPECT_EQ(text.find("info depth 1 "), std::string::npos);
     EXPECT_NE(text.find("info depth 2 "), std::string::npos);
@@ -259,7 +265,7 @@ TEST_F(Trace, MovesAreWrittenAsATreeUpToTheGivenPly)
     Node node = make_node(start_position, 1);
     store(node.thread->depth, 0);
     for (i32 ply = 1; ply < 5; ++ply) {
-        node.thread->ply_rec[ply].depth = static_cast<i16>(5 - ply);
+        node.thread->node_depth[ply] = static_cast<i16>(5 - ply);
     }
     const std::string text = traced(3, [&] {
         make_move(node.pos, move_of("e2e4"));
@@ -281,8 +287,8 @@ TEST_F(Trace, MovesAreWrittenAsATreeUpToTheGivenPly)
 TEST_F(Trace, NewIterationIsAnnounced)
 {
     Node node = make_node(start_position, 1);
-    node.rec[0].depth = 7;
-    node.rec[1].depth = 6;
+    node.thread->node_depth[node.ply] = 7;
+    node.thread->node_depth[node.ply + 1] = 6;
     const std::string text = traced(3, [&] {
         store(node.thread->depth, 0);
         make_move(node.pos, move_of("e2e4"));

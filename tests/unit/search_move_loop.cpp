@@ -6,6 +6,8 @@
 #include <algorithm>
 
 #include "search/node.h"
+#include "search/control.h"
+#include "search/thread.h"
 
 static constexpr i32 high = 5000; // an alpha that no ordinary position reaches
 
@@ -17,7 +19,7 @@ struct MoveLoop : SearchTest {
 
     static void make_all_moves_late()
     {
-        std::fill_n(lmp_count, 12, static_cast<i16>(-1000));
+        std::fill_n(pruning.lmp_count, 12, static_cast<i16>(-1000));
     }
 
     // The ordering score that every quiet move of the node gets from its history.
@@ -60,7 +62,7 @@ struct MoveLoop : SearchTest {
         set_base(&node, base);
         node.rec[-1].reduction = static_cast<i8>(parent_reduction);
         run_moves(&node, depth, high, high + 1, type);
-        EXPECT_EQ(node.rec[1].depth, depth - 1 - node.rec->reduction) << fen;
+        EXPECT_EQ(node.thread->node_depth[node.ply + 1], depth - 1 - node.rec->reduction) << fen;
         return node.rec->reduction;
     }
 };
@@ -216,19 +218,19 @@ TEST_F(MoveLoop, HashMoveIsSearchedFirstAndOnce)
 TEST_F(MoveLoop, FirstLegalMoveIsNeverDroppedOrReduced)
 {
     make_all_moves_late();
-    fill_reductions(lmr_nonpv, 3);
+    fill_reductions(pruning.lmr_nonpv, 3);
     Node node = make_node("7k/8/8/8/8/8/8/K7 w - -", last_moving_ply);
     run_moves(&node, 6, high, high + 1, CutNode);
     EXPECT_EQ(node.rec->moves_searched, 1u) << "a late king move is always dropped";
     EXPECT_EQ(node.rec->reduction, 0);
-    EXPECT_EQ(node.rec[1].depth, 5);
+    EXPECT_EQ(node.thread->node_depth[node.ply + 1], 5);
 }
 
 TEST_F(MoveLoop, NothingIsDroppedWhileTheBestScoreIsAMate)
 {
     // Every move is answered by mate at once; the children are cut to that score by their window.
     make_all_moves_late();
-    fill_reductions(lmr_nonpv, 3);
+    fill_reductions(pruning.lmr_nonpv, 3);
     Node node = make_node(quiet_kings, last_moving_ply);
     for (const Move move : legal_moves(node.pos)) {
         make_move(node.pos, move);
@@ -246,7 +248,7 @@ TEST_F(MoveLoop, QuietMovesAreLateByCountAndScore)
     for (i32 depth = 1; depth <= 3; ++depth) {
         Node node = make_node(fen, last_moving_ply);
         run_moves(&node, depth, high, high + 1, CutNode);
-        EXPECT_EQ(node.rec->moves_searched, lmp_count[depth] + 2) << depth;
+        EXPECT_EQ(node.rec->moves_searched, pruning.lmp_count[depth] + 2) << depth;
     }
     Node node = make_node(fen, last_moving_ply);
     set_base(&node, 15);
@@ -263,7 +265,7 @@ TEST_F(MoveLoop, PvNodesEvasionsDeepNodesAndIidPassesDropNothing)
     EXPECT_EQ(node.rec->moves_searched, legal);
 
     node = make_node(quiet_kings, last_moving_ply);
-    run_moves(&node, LMP_depth + 1, high, high + 1, CutNode);
+    run_moves(&node, pruning.LMP_depth + 1, high, high + 1, CutNode);
     EXPECT_EQ(node.rec->moves_searched, legal);
 
     node = make_node(quiet_kings, last_moving_ply);
@@ -339,7 +341,7 @@ TEST_F(MoveLoop, LateSliderMovesStayIfTheyJoinAnAttackBesideTheKing)
 TEST_F(MoveLoop, QuietMoveThatLosesIsDroppedThoughItIsNotLate)
 {
     // The knight moves into a pawn's attack on d5; few moves have been searched.
-    std::fill_n(lmp_count, 12, static_cast<i16>(1000));
+    std::fill_n(pruning.lmp_count, 12, static_cast<i16>(1000));
     const char* fen = "7k/8/2p5/8/5N2/8/8/K7 w - -";
     const std::string searched = searched_at(fen, 2);
     EXPECT_EQ(searched.find("f4d5"), std::string::npos);
@@ -366,8 +368,8 @@ TEST_F(MoveLoop, LosingCaptureThatGivesCheckIsKept)
 TEST_F(MoveLoop, TableValueIsTheReductionOfAPoorlyOrderedQuietMove)
 {
     for (u8 value = 0; value <= 5; ++value) {
-        fill_reductions(lmr_nonpv, value);
-        fill_reductions(lmr_pv, static_cast<u8>(5 - value));
+        fill_reductions(pruning.lmr_nonpv, value);
+        fill_reductions(pruning.lmr_pv, static_cast<u8>(5 - value));
         EXPECT_EQ(last_reduction_at(two_kings, 9, 31, AllNode), value);
         EXPECT_EQ(last_reduction_at(two_kings, 9, 31, PvNode), 5 - value);
     }
@@ -377,26 +379,26 @@ TEST_F(MoveLoop, WellOrderedQuietMoveIsReducedLess)
 {
     const i32 expected[6] = { 0, 0, 1, 2, 2, 2 };
     for (u8 value = 0; value <= 5; ++value) {
-        fill_reductions(lmr_nonpv, value);
+        fill_reductions(pruning.lmr_nonpv, value);
         EXPECT_EQ(last_reduction_at(two_kings, 9, 32, AllNode), expected[value]);
     }
 }
 
 TEST_F(MoveLoop, LineThatWasReducedByThreeAlreadyIsReducedLess)
 {
-    fill_reductions(lmr_nonpv, 3);
+    fill_reductions(pruning.lmr_nonpv, 3);
     EXPECT_EQ(last_reduction_at(two_kings, 9, 8, AllNode, 2), 3);
     EXPECT_EQ(last_reduction_at(two_kings, 9, 8, AllNode, 3), 2);
     EXPECT_EQ(last_reduction_at(two_kings, 9, 32, AllNode, 3), 1);
-    fill_reductions(lmr_nonpv, 1);
+    fill_reductions(pruning.lmr_nonpv, 1);
     EXPECT_EQ(last_reduction_at(two_kings, 9, 32, AllNode, 3), 0);
-    fill_reductions(lmr_nonpv, 0);
+    fill_reductions(pruning.lmr_nonpv, 0);
     EXPECT_EQ(last_reduction_at(two_kings, 9, 8, AllNode, 3), 0);
 }
 
 TEST_F(MoveLoop, ReductionLeavesADepthOfOne)
 {
-    fill_reductions(lmr_nonpv, 5);
+    fill_reductions(pruning.lmr_nonpv, 5);
     EXPECT_EQ(last_reduction_at(two_kings, 5, 8, AllNode), 4);
     EXPECT_EQ(last_reduction_at(two_kings, 3, 8, AllNode), 2);
     EXPECT_EQ(last_reduction_at(two_kings, 6, 8, AllNode), 5);
@@ -404,22 +406,22 @@ TEST_F(MoveLoop, ReductionLeavesADepthOfOne)
 
 TEST_F(MoveLoop, ShallowNodesDoNotReduce)
 {
-    fill_reductions(lmr_pv, 2);
+    fill_reductions(pruning.lmr_pv, 2);
     EXPECT_EQ(last_reduction_at(two_kings, 2, 8, PvNode), 0);
-    LMR_depth = 4;
+    pruning.LMR_depth = 4;
     EXPECT_EQ(last_reduction_at(two_kings, 3, 8, PvNode), 0);
     EXPECT_EQ(last_reduction_at(two_kings, 4, 8, PvNode), 2);
 }
 
 TEST_F(MoveLoop, MoveThatLosesIsReducedOneMore)
 {
-    fill_reductions(lmr_pv, 0);
+    fill_reductions(pruning.lmr_pv, 0);
     Node node = make_node("7k/8/2p5/3p4/1N6/1p6/1P6/1K6 w - -", last_moving_ply);
     run_moves(&node, 5, high, high + 1, PvNode);
     // In stored order the knight's losing capture is worth 5, behind the quiet moves with 8.
     EXPECT_EQ(node.rec->list_cursor[-1].move, move_of("b4d5"));
     EXPECT_EQ(node.rec->reduction, 1) << "a table value of 0 is raised too";
-    fill_reductions(lmr_pv, 1);
+    fill_reductions(pruning.lmr_pv, 1);
     run_moves(&node, 5, high, high + 1, PvNode);
     EXPECT_EQ(node.rec->reduction, 2);
 }
@@ -427,7 +429,7 @@ TEST_F(MoveLoop, MoveThatLosesIsReducedOneMore)
 TEST_F(MoveLoop, MovesWithAClassAreReducedByOneAtMost)
 {
     // The knight's losing capture again: an ordering score of 5, and one more since it loses.
-    fill_reductions(lmr_pv, 4);
+    fill_reductions(pruning.lmr_pv, 4);
     Node node = make_node("7k/8/2p5/3p4/1N6/1p6/1P6/1K6 w - -", last_moving_ply);
     run_moves(&node, 9, high, high + 1, PvNode);
     EXPECT_EQ(node.rec->list_cursor[-1].move, move_of("b4d5"));
@@ -439,16 +441,16 @@ TEST_F(MoveLoop, MovesWithAClassAreReducedByOneAtMost)
     run_moves(&node, 9, high, high + 1, PvNode);
     EXPECT_EQ(node.rec->moves_searched, 2u) << "the king cannot move";
     EXPECT_EQ(node.rec->reduction, 0);
-    fill_reductions(lmr_pv, 1);
+    fill_reductions(pruning.lmr_pv, 1);
     run_moves(&node, 9, high, high + 1, PvNode);
     EXPECT_EQ(node.rec->reduction, 0) << "a value of 1 goes the way of quiet moves";
 }
 
 TEST_F(MoveLoop, MoveCountsBeyondTheTableReadItsLastColumn)
 {
-    fill_reductions(lmr_pv, 0);
+    fill_reductions(pruning.lmr_pv, 0);
     for (i32 depth = 0; depth < 32; ++depth) {
-        lmr_pv[depth][31] = 3;
+        pruning.lmr_pv[depth][31] = 3;
     }
     Node node = make_node("1k6/8/8/8/3Q4/2B5/8/K6R w - -", last_moving_ply);
     run_moves(&node, 9, high, high + 1, PvNode);
@@ -459,9 +461,9 @@ TEST_F(MoveLoop, MoveCountsBeyondTheTableReadItsLastColumn)
 
 TEST_F(MoveLoop, DepthsBeyondTheTableReadItsLastRow)
 {
-    fill_reductions(lmr_pv, 0);
+    fill_reductions(pruning.lmr_pv, 0);
     for (i32 column = 0; column < 32; ++column) {
-        lmr_pv[31][column] = 2;
+        pruning.lmr_pv[31][column] = 2;
     }
     EXPECT_EQ(last_reduction_at(two_kings, 30, 8, PvNode), 0);
     EXPECT_EQ(last_reduction_at(two_kings, 31, 8, PvNode), 2);
@@ -491,7 +493,7 @@ TEST_F(MoveLoop, SecondMoveIsScoutedAndSearchedAgainIfItBeatsAlpha)
     }
     EXPECT_EQ(nodes, expected);
     EXPECT_GT(nodes, order.size()) << "at least one is better than the first";
-    EXPECT_EQ(node.rec[1].depth, 1);
+    EXPECT_EQ(node.thread->node_depth[node.ply + 1], 1);
 }
 
 TEST_F(MoveLoop, FirstMovePassesTheNodesTypeOnNegated)
@@ -602,7 +604,7 @@ TEST_F(MoveLoop, EnPassantAndPromotionsToAnEmptySquareTakePart)
 TEST_F(MoveLoop, StoppedLoopReturnsZeroAndStoresNothing)
 {
     Node node = make_node(quiet_kings, last_moving_ply);
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     EXPECT_EQ(run_moves(&node, 3, -high, high, PvNode), 0);
     EXPECT_EQ(node_count(), 1u);
     EXPECT_EQ(probe(node.pos).depth, HashNotFound);

@@ -2,6 +2,8 @@
 #include "search_support.h"
 
 #include <map>
+#include "search/move_lists.h"
+#include "search/thread.h"
 
 static constexpr i32 full_history = 16384;
 static constexpr i32 start_history = 2048;

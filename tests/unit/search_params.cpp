@@ -2,20 +2,22 @@
 #include "search_support.h"
 
 #include <sstream>
+#include "shell/prepare_search.h"
+#include "search/strength.h"
 
 struct Params : SearchTest {
     static void set_with_selectivity(i32 selectivity)
     {
-        engine_options.selectivity = static_cast<i16>(selectivity);
-        set_search_params();
+        dialogue.engine_options.selectivity = static_cast<i16>(selectivity);
+        rebuild_search_tables(&dialogue);
     }
 
     static u32 level_at(i32 elo, f64 nps)
     {
-        engine_options.elo = static_cast<i16>(elo);
-        store(target_nps, nps);
-        set_search_params();
-        return strength_level;
+        dialogue.engine_options.elo = static_cast<i16>(elo);
+        store(strength.target_nps, nps);
+        rebuild_search_tables(&dialogue);
+        return strength.strength_level;
     }
 
     static void expect_row(const u8 (&table)[32][32], i32 depth, const i32 (&expected)[8])
@@ -30,45 +32,45 @@ struct Params : SearchTest {
 
 TEST_F(Params, DefaultsAreCopied)
 {
-    EXPECT_EQ(BP_margin, 15);
-    EXPECT_EQ(FP_depth, 3);
-    EXPECT_EQ(SEP_depth, 3);
-    EXPECT_EQ(NMP_depth, 3);
-    EXPECT_EQ(ProbCut_depth, 3);
-    EXPECT_EQ(ProbCut_reduction, 3);
-    EXPECT_EQ(ProbCut_margin, 100);
-    EXPECT_EQ(LMP_depth, 6);
-    EXPECT_EQ(LMR_depth, 3);
+    EXPECT_EQ(pruning.BP_margin, 15);
+    EXPECT_EQ(pruning.FP_depth, 3);
+    EXPECT_EQ(pruning.SEP_depth, 3);
+    EXPECT_EQ(pruning.NMP_depth, 3);
+    EXPECT_EQ(pruning.ProbCut_depth, 3);
+    EXPECT_EQ(pruning.ProbCut_reduction, 3);
+    EXPECT_EQ(pruning.ProbCut_margin, 100);
+    EXPECT_EQ(pruning.LMP_depth, 6);
+    EXPECT_EQ(pruning.LMR_depth, 3);
 }
 
 TEST_F(Params, MarginsGrowByTheirStepWithDepth)
 {
-    engine_options.search.FP_margin = 110;
-    engine_options.search.SEP_margin = 60;
-    engine_options.search.LMP_count = 3;
-    set_search_params();
+    dialogue.engine_options.search.FP_margin = 110;
+    dialogue.engine_options.search.SEP_margin = 60;
+    dialogue.engine_options.search.LMP_count = 3;
+    rebuild_search_tables(&dialogue);
     for (i32 d = 0; d < 12; ++d) {
-        EXPECT_EQ(fp_margin[d], 50 + 110 * d);
-        EXPECT_EQ(sep_margin[d], 60 * d);
-        EXPECT_EQ(lmp_count[d], 1 + 3 * d);
+        EXPECT_EQ(pruning.fp_margin[d], 50 + 110 * d);
+        EXPECT_EQ(pruning.sep_margin[d], 60 * d);
+        EXPECT_EQ(pruning.lmp_count[d], 1 + 3 * d);
     }
 }
 
 TEST_F(Params, ReductionRowsAtFullSelectivity)
 {
-    expect_row(lmr_pv, 8, { 0, 0, 0, 1, 1, 2, 2, 3 });
-    expect_row(lmr_nonpv, 8, { 1, 1, 2, 2, 3, 3, 3, 4 });
-    expect_row(lmr_pv, 31, { 0, 0, 1, 2, 3, 3, 4, 4 });
-    expect_row(lmr_nonpv, 31, { 1, 2, 2, 3, 4, 5, 5, 5 });
+    expect_row(pruning.lmr_pv, 8, { 0, 0, 0, 1, 1, 2, 2, 3 });
+    expect_row(pruning.lmr_nonpv, 8, { 1, 1, 2, 2, 3, 3, 3, 4 });
+    expect_row(pruning.lmr_pv, 31, { 0, 0, 1, 2, 3, 3, 4, 4 });
+    expect_row(pruning.lmr_nonpv, 31, { 1, 2, 2, 3, 4, 5, 5, 5 });
 }
 
 TEST_F(Params, FirstRowsAndColumnDoNotReduce)
 {
     for (i32 i = 0; i < 32; ++i) {
         for (i32 d = 0; d < 3; ++d) {
-            EXPECT_EQ(lmr_pv[d][i] + lmr_nonpv[d][i], 0);
+            EXPECT_EQ(pruning.lmr_pv[d][i] + pruning.lmr_nonpv[d][i], 0);
         }
-        EXPECT_EQ(lmr_pv[i][0] + lmr_nonpv[i][0], 0);
+        EXPECT_EQ(pruning.lmr_pv[i][0] + pruning.lmr_nonpv[i][0], 0);
     }
 }
 
@@ -76,58 +78,58 @@ TEST_F(Params, EveryLaterMoveOfANonPvNodeIsReducedFromDepthThreeOn)
 {
     for (i32 d = 3; d < 32; ++d) {
         for (i32 m = 1; m < 32; ++m) {
-            EXPECT_GE(lmr_nonpv[d][m], 1);
-            EXPECT_LE(lmr_nonpv[d][m], std::min(d - 1, 5));
-            EXPECT_LE(lmr_pv[d][m], std::min(d - 2, 4));
+            EXPECT_GE(pruning.lmr_nonpv[d][m], 1);
+            EXPECT_LE(pruning.lmr_nonpv[d][m], std::min(d - 1, 5));
+            EXPECT_LE(pruning.lmr_pv[d][m], std::min(d - 2, 4));
         }
     }
-    EXPECT_EQ(lmr_pv[3][31], 1) << "at most depth - 2";
-    EXPECT_EQ(lmr_nonpv[3][31], 2) << "at most depth - 1";
+    EXPECT_EQ(pruning.lmr_pv[3][31], 1) << "at most depth - 2";
+    EXPECT_EQ(pruning.lmr_nonpv[3][31], 2) << "at most depth - 1";
 }
 
 TEST_F(Params, HalfSelectivityHalvesReductionsAndWidensTheGateAlone)
 {
     set_with_selectivity(50);
-    EXPECT_EQ(BP_margin, 40);
-    EXPECT_EQ(fp_margin[2], 300);
-    EXPECT_EQ(sep_margin[2], 150);
-    EXPECT_EQ(lmp_count[2], 5);
-    EXPECT_EQ(NMP_depth, 3);
-    expect_row(lmr_pv, 8, { 0, 0, 0, 0, 1, 1, 1, 1 });
-    expect_row(lmr_nonpv, 8, { 0, 1, 1, 1, 1, 1, 2, 2 });
+    EXPECT_EQ(pruning.BP_margin, 40);
+    EXPECT_EQ(pruning.fp_margin[2], 300);
+    EXPECT_EQ(pruning.sep_margin[2], 150);
+    EXPECT_EQ(pruning.lmp_count[2], 5);
+    EXPECT_EQ(pruning.NMP_depth, 3);
+    expect_row(pruning.lmr_pv, 8, { 0, 0, 0, 0, 1, 1, 1, 1 });
+    expect_row(pruning.lmr_nonpv, 8, { 0, 1, 1, 1, 1, 1, 2, 2 });
 }
 
 TEST_F(Params, DoubleSelectivityDoublesReductionsUpToTheirLimits)
 {
     set_with_selectivity(200);
-    EXPECT_EQ(BP_margin, 15);
-    expect_row(lmr_pv, 8, { 0, 0, 1, 2, 3, 3, 4, 4 });
-    expect_row(lmr_nonpv, 8, { 1, 3, 3, 4, 5, 5, 5, 5 });
+    EXPECT_EQ(pruning.BP_margin, 15);
+    expect_row(pruning.lmr_pv, 8, { 0, 0, 1, 2, 3, 3, 4, 4 });
+    expect_row(pruning.lmr_nonpv, 8, { 1, 3, 3, 4, 5, 5, 5, 5 });
 }
 
 TEST_F(Params, GateMarginIsRoundedDown)
 {
     set_with_selectivity(99);
-    EXPECT_EQ(BP_margin, 15);
+    EXPECT_EQ(pruning.BP_margin, 15);
     set_with_selectivity(97);
-    EXPECT_EQ(BP_margin, 16);
+    EXPECT_EQ(pruning.BP_margin, 16);
     set_with_selectivity(150);
-    EXPECT_EQ(BP_margin, 15);
+    EXPECT_EQ(pruning.BP_margin, 15);
 }
 
 TEST_F(Params, NoSelectivityTurnsEverythingThatPrunesOff)
 {
     set_with_selectivity(0);
-    EXPECT_EQ(ProbCut_depth, 100);
-    EXPECT_EQ(LMR_depth, 100);
-    EXPECT_EQ(NMP_depth, 100);
-    EXPECT_EQ(LMP_depth, 0);
-    EXPECT_EQ(SEP_depth, 0);
-    EXPECT_EQ(FP_depth, 0);
-    EXPECT_EQ(BP_margin, 5000);
+    EXPECT_EQ(pruning.ProbCut_depth, 100);
+    EXPECT_EQ(pruning.LMR_depth, 100);
+    EXPECT_EQ(pruning.NMP_depth, 100);
+    EXPECT_EQ(pruning.LMP_depth, 0);
+    EXPECT_EQ(pruning.SEP_depth, 0);
+    EXPECT_EQ(pruning.FP_depth, 0);
+    EXPECT_EQ(pruning.BP_margin, 5000);
     for (i32 d = 0; d < 32; ++d) {
         for (i32 m = 0; m < 32; ++m) {
-            EXPECT_EQ(lmr_pv[d][m] + lmr_nonpv[d][m], 0);
+            EXPECT_EQ(pruning.lmr_pv[d][m] + pruning.lmr_nonpv[d][m], 0);
         }
     }
 }
@@ -151,13 +153,13 @@ TEST_F(Params, NoStrengthLevelWithoutALimit)
 
 TEST_F(Params, SpeedIsHeldOnlyBelowTheMachinesOwn)
 {
-    calibration_nps = 100000.0;
-    store(target_nps, 99980.0);
-    set_search_params();
-    EXPECT_FALSE(load(nps_limited));
-    store(target_nps, 99979.0);
-    set_search_params();
-    EXPECT_TRUE(load(nps_limited));
+    strength.calibration_nps = 100000.0;
+    store(strength.target_nps, 99980.0);
+    rebuild_search_tables(&dialogue);
+    EXPECT_FALSE(load(strength.nps_limited));
+    store(strength.target_nps, 99979.0);
+    rebuild_search_tables(&dialogue);
+    EXPECT_TRUE(load(strength.nps_limited));
 }
 
 TEST_F(Params, PrintedFormShowsMarginsUpToTheirDepth)
@@ -187,10 +189,10 @@ TEST_F(Params, PrintedFormShowsMarginsUpToTheirDepth)
 
 TEST_F(Params, DepthsBeyondTheTablesAreNotReadOutsideThem)
 {
-    engine_options.search.FP_depth = 40;
-    engine_options.search.SEP_depth = 40;
-    engine_options.search.LMP_depth = 40;
-    set_search_params();
+    dialogue.engine_options.search.FP_depth = 40;
+    dialogue.engine_options.search.SEP_depth = 40;
+    dialogue.engine_options.search.LMP_depth = 40;
+    rebuild_search_tables(&dialogue);
     EXPECT_NE(capture_output([] {
         print_search_params();
     }).find("LMP_depth= 40, count= 3 5 7 9 11 13 15 17 19 21 23\n"),

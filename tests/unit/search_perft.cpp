@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "test_support.h"
+#include "search/move_lists.h"
 
 static constexpr u64 most_leaves = 2000000; // of one count, so that the whole file stays quick
 
@@ -63,14 +64,14 @@ TEST(BoardPerft, LeavesThePositionAsItWas)
     memcpy(before, static_cast<const void*>(pos), sizeof before);
     count_leaves(pos, 3);
     EXPECT_EQ(memcmp(before, static_cast<const void*>(pos), sizeof before), 0);
-    EXPECT_EQ(console_thread->ply, 1);
-    EXPECT_EQ(console_thread->undo_count, 0);
+    EXPECT_EQ(dialogue.game->ply, 1);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
 }
 
 TEST(BoardPerft, KeepsStateOfThePly)
 {
     Position* pos = set_position("4k3/8/8/8/8/5n2/8/4K3 w - -");
-    PlyRecord* rec = &console_thread->ply_rec[1];
+    PlyRecord* rec = &dialogue.game->ply_rec[1];
     rec->hash_move = move_of("e1e2");
     EXPECT_EQ(count_leaves(pos, 1), 4u);
     EXPECT_EQ(rec->check_sq, square_of("f3"));

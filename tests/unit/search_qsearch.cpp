@@ -1,6 +1,7 @@
 // The quiescence search: standing pat, the filters in front of a move, and what is stored.
 // Nodes stand at the last ply that makes moves, so that each searched move is one node.
 #include "search_support.h"
+#include "search/control.h"
 
 // A window that no position here reaches.
 static constexpr i32 alpha = 2500;
@@ -213,7 +214,7 @@ TEST_F(Quiescence, BestLineIsCopiedFromTheChild)
 TEST_F(Quiescence, StoppedNodeReturnsZeroAndStoresNothing)
 {
     Node node = make_node("4k3/8/8/p2q4/R3P3/8/P7/4K3 w - -", 5);
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     EXPECT_EQ(run_qsearch(&node, 0, -100, 100, -100), 0);
     EXPECT_EQ(node_count(), 1u);
     EXPECT_EQ(fen_of(node.pos), "4k3/8/8/p2q4/R3P3/8/P7/4K3 w - -");

@@ -5,6 +5,11 @@
 #include <ctime>
 
 #include "eval/evaluate.h"
+#include "search/clock.h"
+#include "base/output.h"
+#include "search/move_lists.h"
+#include "search/control.h"
+#include "search/thread.h"
 
 static const char* const mated = "7k/8/8/8/8/8/r7/1r5K w - -";
 static const char* const stalemated = "7k/8/8/8/8/1q6/8/K7 w - -";
@@ -61,13 +66,13 @@ struct Root : SearchTest {
     // What a search prints without silence and with a number of lines.
     static std::string printed(const char* fen, i32 depth, i32 lines)
     {
-        engine_options.multi_pv = static_cast<i16>(lines);
-        publish_options();
+        dialogue.engine_options.multi_pv = static_cast<i16>(lines);
+        publish_options(&dialogue);
         return capture_output([&] {
             begin_search(fen);
             store(noise, 0.0);
-            store(depth_limit, depth);
-            search_sync();
+            store(dialogue.limits.depth_limit, depth);
+            search_sync(dialogue.game);
         });
     }
 };
@@ -80,7 +85,7 @@ TEST_F(Root, MatedRootEndsAtOnceWithoutAMove)
     EXPECT_EQ(load(search_result.result_score), -9999);
     EXPECT_EQ(search_result.result_depth, 1);
     EXPECT_EQ(best_move(), NoMove);
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
     EXPECT_EQ(record()->score, -9999);
     EXPECT_EQ(load(record()->depth), 1);
     EXPECT_EQ(record()->completed_depth, 1);
@@ -95,7 +100,7 @@ TEST_F(Root, StalematedRootScoresZero)
     EXPECT_EQ(load(search_result.result_score), 0);
     EXPECT_EQ(search_result.result_depth, 1);
     EXPECT_EQ(best_move(), NoMove);
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
 }
 
 TEST_F(Root, OnlyMoveIsNotedAsASingleReply)
@@ -112,7 +117,7 @@ TEST_F(Root, DepthZeroGivesTheQuiescenceScoreAndItsLine)
     EXPECT_EQ(result_line(), "e4d5");
     EXPECT_GT(load(search_result.result_score), -100);
     EXPECT_EQ(load(search_result.result_score), record()->score);
-    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
     EXPECT_GT(node_count(), 0u);
 
     run_search_to(start_position, 0);
@@ -124,7 +129,7 @@ TEST_F(Root, DepthZeroInCheckGivesNoMove)
 {
     run_search_to("4k3/8/8/8/8/8/4r3/4K3 w - -", 0);
     EXPECT_EQ(best_move(), NoMove);
-    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
     EXPECT_EQ(node_count(), 0u);
 }
 
@@ -168,8 +173,8 @@ TEST_F(Root, SearchEndsAtItsDepthLimit)
     EXPECT_EQ(search_result.last_iter_depth, 7);
     EXPECT_EQ(load(iter_depth), 7);
     EXPECT_EQ(load(record()->depth), 7);
-    EXPECT_EQ(load(stop_code), StopReport);
-    EXPECT_TRUE(is_legal_text(&console_thread->pos, text_of(best_move()).c_str()));
+    EXPECT_EQ(load(stop_code), StopCode::Report);
+    EXPECT_TRUE(is_legal_text(&dialogue.game->pos, text_of(best_move()).c_str()));
 }
 
 TEST_F(Root, SearchEndsWhenItsDepthProvesTheMate)
@@ -188,7 +193,7 @@ TEST_F(Root, SearchEndsWhenItsDepthProvesTheMate)
         EXPECT_EQ(load(search_result.result_score), row.score) << row.fen;
         EXPECT_EQ(load(search_result.score_by_depth[row.depth]), row.score) << row.fen;
         EXPECT_EQ(search_result.last_iter_depth, row.depth) << row.fen;
-        EXPECT_EQ(load(stop_code), StopReport);
+        EXPECT_EQ(load(stop_code), StopCode::Report);
     }
     EXPECT_EQ(load(search_result.score_by_depth[4]), -9995) << "seen before it was proved";
 }
@@ -198,35 +203,35 @@ TEST_F(Root, SearchEndsBeforeTheUndoStackIsFull)
     set_position(start_position);
     const char* shuffle[] = { "g1f3", "g8f6", "f3g1", "f6g8" };
     for (i32 i = 0; i < 872; ++i) {
-        make_game_move(&console_thread->pos, move_of(shuffle[i % 4]));
+        make_game_move(&dialogue.game->pos, move_of(shuffle[i % 4]));
     }
-    EXPECT_EQ(console_thread->undo_count, 872);
+    EXPECT_EQ(dialogue.game->undo_count, 872);
     repeat_search(40);
     EXPECT_EQ(search_result.last_iter_depth, 12) << "872 + 12 is above 883";
-    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
 }
 
 TEST_F(Root, NodesAreNotedPerIteration)
 {
     run_search_to(start_position, 6);
-    EXPECT_EQ(nodes_by_depth[6], node_count());
+    EXPECT_EQ(search_totals.nodes_by_depth[6], node_count());
     for (i32 d = 2; d <= 6; ++d) {
-        EXPECT_GT(nodes_by_depth[d], nodes_by_depth[d - 1]);
+        EXPECT_GT(search_totals.nodes_by_depth[d], search_totals.nodes_by_depth[d - 1]);
         EXPECT_NE(search_result.move_by_depth[d], NoMove);
         EXPECT_NE(load(search_result.score_by_depth[d]), -10001);
     }
-    EXPECT_EQ(nodes_by_depth[7], 0u);
+    EXPECT_EQ(search_totals.nodes_by_depth[7], 0u);
     EXPECT_EQ(load(search_result.score_by_depth[7]), -10001);
 }
 
 TEST_F(Root, NodeLimitLeavesDepthOneWhole)
 {
     begin_search(start_position);
-    node_limit_total = 1;
-    store(depth_limit, 20);
-    search_sync();
-    node_limit_total = 0;
-    EXPECT_EQ(load(stop_code), StopReport);
+    dialogue.limits.node_limit_total = 1;
+    store(dialogue.limits.depth_limit, 20);
+    search_sync(dialogue.game);
+    dialogue.limits.node_limit_total = 0;
+    EXPECT_EQ(load(stop_code), StopCode::Report);
     EXPECT_EQ(search_result.result_depth, 2);
     EXPECT_EQ(search_result.last_iter_depth, 1);
     EXPECT_NE(best_move(), NoMove);
@@ -235,21 +240,21 @@ TEST_F(Root, NodeLimitLeavesDepthOneWhole)
 TEST_F(Root, StopAtDepthOneMayLeaveNoMove)
 {
     begin_search(start_position);
-    store(depth_limit, 20);
-    store(stop_code, StopReport);
-    search_sync();
+    store(dialogue.limits.depth_limit, 20);
+    store(stop_code, StopCode::Report);
+    search_sync(dialogue.game);
     EXPECT_EQ(best_move(), NoMove);
     EXPECT_EQ(search_result.last_iter_depth, 0);
-    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
 }
 
 TEST_F(Root, StoppedSearchKeepsItsReason)
 {
     begin_search(start_position);
-    store(depth_limit, 20);
-    store(stop_code, StopSilent);
-    search_sync();
-    EXPECT_EQ(load(stop_code), StopSilent);
+    store(dialogue.limits.depth_limit, 20);
+    store(stop_code, StopCode::Silent);
+    search_sync(dialogue.game);
+    EXPECT_EQ(load(stop_code), StopCode::Silent);
 }
 
 TEST_F(Root, SameSearchTwiceIsTheSame)
@@ -279,7 +284,7 @@ TEST_F(Root, LineOfTheResultIsLegal)
         run_search_to(fen_of(pos).c_str(), 6);
         const std::vector<u16> line(
             search_result.result_pv + 1, search_result.result_pv + ply_count);
-        pos = &console_thread->pos;
+        pos = &dialogue.game->pos;
         for (size_t i = 0; i < line.size() && line[i] != NoMove; ++i) {
             ASSERT_TRUE(is_legal_text(pos, text_of(line[i]).c_str())) << fen_of(pos);
             make_move(pos, line[i]);
@@ -457,7 +462,7 @@ TEST_F(Root, OtherWorkersPublishNothing)
 {
     use_records(2);
     begin_search(start_position);
-    sync_workers();
+    sync_workers(dialogue.game);
     SearchThread* other = load(workers[1]);
     reset_ordering(other);
     other->ply_rec[1].tb_result = -1;
@@ -471,7 +476,7 @@ TEST_F(Root, OtherWorkersPublishNothing)
 TEST_F(Root, StoppedPassReturnsZeroAndPublishesNothing)
 {
     Node root = make_root(start_position);
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     EXPECT_EQ(run_pass(&root, 2, -infinite_score, infinite_score), 0);
     EXPECT_EQ(best_move(), NoMove);
     EXPECT_EQ(root.thread->pv[1], NoMove);
@@ -487,7 +492,7 @@ TEST_F(Root, LateQuietMovesAreReducedByOnePly)
         root.thread->score = static_cast<i16>(previous_score);
         run_pass(&root, depth, 5000, 5100);
         EXPECT_EQ(root.rec->check_sq == NoSquare, root.rec->in_check == 0);
-        return i32 { root.thread->ply_rec[2].depth };
+        return i32 { root.thread->node_depth[2] };
     };
     const char* fen = "6k1/5p1p/6p1/8/8/8/5PPP/R5K1 w - -";
     EXPECT_EQ(last_child_depth(fen, 6, -9000), 4);
@@ -505,9 +510,9 @@ TEST_F(Root, LongSearchTellsTheMoveItSearches)
 {
     const auto pass = [](f64 seconds, i32 lines, i32 pv_index) {
         Node root = make_root("8/P6k/8/8/8/8/8/K7 w - -");
-        store(worker_options.multi_pv, lines);
+        store(search_settings.multi_pv, lines);
         store(noise, 0.0);
-        store(elapsed, seconds);
+        store(search_clock.elapsed, seconds);
         store(iter_depth, 9);
         return capture_output([&] { run_pass(&root, 1, -5100, -5000, pv_index); });
     };
@@ -520,7 +525,7 @@ TEST_F(Root, LongSearchTellsTheMoveItSearches)
     store(noise, 5.0);
     Node root = make_root(start_position);
     store(noise, 5.0);
-    store(elapsed, 4.0);
+    store(search_clock.elapsed, 4.0);
     EXPECT_EQ(capture_output([&] { run_pass(&root, 1, -5100, -5000); }), "");
     store(uci_mode, 0);
     store(noise, 0.0);
@@ -531,7 +536,7 @@ TEST_F(Root, MovesAreNumberedAndTheFirstLineTellsTheSpeed)
 {
     Node root = make_root(start_position);
     store(noise, 0.0);
-    store(elapsed, 4.0);
+    store(search_clock.elapsed, 4.0);
     store(root.thread->counters[CountNodes], 8000);
     const std::string text =
         capture_output([&] { run_pass(&root, 1, -infinite_score, infinite_score); });
@@ -554,13 +559,13 @@ TEST_F(Root, ResultIsPrintedFromDepthTwoOnWithOneLineAndAMove)
     thread->completed_depth = 1;
     EXPECT_EQ(print(), "");
     thread->completed_depth = 2;
-    search_multi_pv = 2;
+    search_settings.lines = 2;
     EXPECT_EQ(print(), "");
-    search_multi_pv = 1;
-    store(elapsed, 1.0);
+    search_settings.lines = 1;
+    store(search_clock.elapsed, 1.0);
     store(noise, 2.0);
     EXPECT_EQ(print(), "");
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     EXPECT_NE(print(), "") << "a stopped search speaks";
     store(noise, silent_noise);
     EXPECT_EQ(print(), "");
@@ -589,7 +594,7 @@ static std::vector<Move> best_moves(const std::string& operand)
         char text[64];
         snprintf(text, sizeof text, "%s", rest.substr(0, end).c_str());
         Move move = NoMove;
-        EXPECT_EQ(parse_move(text, &move), 1) << operand;
+        EXPECT_EQ(parse_move(&dialogue.game->pos, text, &move), 1) << operand;
         moves.push_back(move);
         rest = end == std::string::npos ? "" : rest.substr(end + 1);
     }

@@ -4,6 +4,12 @@
 #include <algorithm>
 
 #include "search/node.h"
+#include "search/clock.h"
+#include "shell/prepare_search.h"
+#include "search/strength.h"
+#include "search/control.h"
+#include "base/clock.h"
+#include "search/thread.h"
 
 // A pawn up with nothing hanging; static evaluation between 0 and 1000.
 static const char* const pawn_up = "4k1n1/ppp5/8/8/8/8/PPPP4/4K1N1 w - -";
@@ -17,7 +23,7 @@ struct Search : SearchTest {
 
     static void close_gate()
     {
-        BP_margin = 20000;
+        pruning.BP_margin = 20000;
     }
 };
 
@@ -27,7 +33,7 @@ TEST_F(Search, StoppedNodeReturnsZeroWithAnEmptyLine)
 {
     Node node = make_node(start_position, 3);
     node.pv[3] = node.pv[4] = move_of("e2e4");
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     EXPECT_EQ(run_node(&node, 3, -50, -40, CutNode), 0);
     EXPECT_EQ(node_count(), 1u);
     EXPECT_EQ(node.pv[3], NoMove);
@@ -41,13 +47,13 @@ TEST_F(Search, NodeLimitStopsTheSearchOnceDepthTwoHasAResult)
     node.thread->completed_depth = 1;
     run_node(&node, 2, -50, 50, PvNode);
     EXPECT_GT(node_count(), 6u);
-    EXPECT_EQ(load(stop_code), StopNone);
+    EXPECT_EQ(load(stop_code), StopCode::None);
 
     node = make_node(start_position, 3);
     node.thread->node_limit = 5;
     node.thread->completed_depth = 2;
     run_node(&node, 2, -50, 50, PvNode);
-    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
     EXPECT_LE(node_count(), 10u) << "only calls that return at once follow the sixth node";
 }
 
@@ -66,26 +72,26 @@ TEST_F(Search, SelectiveDepthIsTheHighestPly)
 TEST_F(Search, SpeedLimitSleepsWhileTheThreadIsTooFast)
 {
     Node node = make_node(start_position, max_search_ply);
-    store(nps_limited, 1);
+    store(strength.nps_limited, 1);
     store(iter_depth, 2);
-    store(target_nps, 1000.0);
-    start_time = monotonic_seconds();
+    store(strength.target_nps, 1000.0);
+    search_clock.start_time = monotonic_seconds();
     store(node.thread->counters[CountNodes], 30);
     run_node(&node, 0, -50, 50, PvNode);
-    EXPECT_GE(monotonic_seconds() - start_time, 31 / 1000.0);
-    EXPECT_GE(load(elapsed), 31 / 1000.0);
+    EXPECT_GE(monotonic_seconds() - search_clock.start_time, 31 / 1000.0);
+    EXPECT_GE(load(search_clock.elapsed), 31 / 1000.0);
 }
 
 TEST_F(Search, SpeedLimitWaitsForTheSecondIterationAndEndsWithAStop)
 {
     Node node = make_node(start_position, max_search_ply);
-    store(nps_limited, 1);
-    store(target_nps, 0.001);
+    store(strength.nps_limited, 1);
+    store(strength.target_nps, 0.001);
     store(iter_depth, 1);
-    start_time = monotonic_seconds();
+    search_clock.start_time = monotonic_seconds();
     EXPECT_NE(run_node(&node, 0, -50, 50, PvNode), 12345);
     store(iter_depth, 2);
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     EXPECT_EQ(run_node(&node, 0, -50, 50, PvNode), 0);
     EXPECT_EQ(node_count(), 2u);
 }
@@ -123,7 +129,7 @@ TEST_F(Search, DrawComesBeforeTheHashTable)
     node.pos->cnt50 = 101;
     EXPECT_EQ(run_node(&node, 5, -50, -49, CutNode), 0);
     EXPECT_EQ(load(node.thread->counters[CountHashProbes]), 0u);
-    EXPECT_EQ(load(node.thread->counters[CountEvals]), 0u);
+    EXPECT_EQ(load(node.thread->eval_counters[CountEvals]), 0u);
 }
 
 TEST_F(Search, EntryOfTheRecordIsReset)
@@ -160,13 +166,13 @@ TEST_F(Search, CheckExtendsByOnePlyWithinSevenPliesOfTheIteration)
     Node node = make_node(fen, 12);
     store(node.thread->depth, 5);
     run_node(&node, 3, -50, 50, PvNode);
-    EXPECT_EQ(node.rec->depth, 4);
+    EXPECT_EQ(node.thread->node_depth[node.ply], 4);
     EXPECT_EQ(node.rec->check_sq, square_of("e2"));
 
     node = make_node(fen, 13);
     store(node.thread->depth, 5);
     run_node(&node, 3, -50, 50, PvNode);
-    EXPECT_EQ(node.rec->depth, 3);
+    EXPECT_EQ(node.thread->node_depth[node.ply], 3);
 }
 
 TEST_F(Search, CheckAtDepthMinusOneReadsTheHashTable)
@@ -346,7 +352,7 @@ TEST_F(Search, StaticPruningNeedsASurplusThatCoversTheDanger)
 {
     // A pawn attacks a knight.
     const char* fen = "4k1n1/ppp5/8/3p1p2/4N3/8/PPPPP3/4K2R w - -";
-    NMP_depth = 100;
+    pruning.NMP_depth = 100;
     Node node = make_node(fen, 3);
     const i32 eval = eval_of(&node);
     const i32 danger = node.rec->danger[White];
@@ -363,7 +369,7 @@ TEST_F(Search, HarmlessThreatsPruneShallowNodes)
 {
     // Above beta by the gate's margin only: no SEP at depth 2, but nothing can be taken.
     Node node = make_node(pawn_up, 3);
-    const i32 beta = eval_of(&node) - BP_margin;
+    const i32 beta = eval_of(&node) - pruning.BP_margin;
     node = make_node(pawn_up, 3);
     EXPECT_EQ(run_node(&node, 2, beta - 1, beta, CutNode), beta);
     EXPECT_EQ(node_count(), 1u);
@@ -442,8 +448,8 @@ TEST_F(Search, SideWithPawnsAloneNeverPrunesForward)
 
 TEST_F(Search, WithoutSelectivityOnlyExtensionHashAndInternalDeepeningAct)
 {
-    engine_options.selectivity = 0;
-    set_search_params();
+    dialogue.engine_options.selectivity = 0;
+    rebuild_search_tables(&dialogue);
     for (i32 depth = 1; depth <= 5; ++depth) {
         Node node = make_node(pawn_up, 5);
         run_node(&node, depth, -1001, -1000, CutNode);
@@ -496,10 +502,10 @@ TEST_F(Search, ProbCutChildIsAnExpectedAllNodeWithARaisedWindow)
     EXPECT_EQ(node.rec[1].node_type, AllNode);
     EXPECT_EQ(node.rec[1].alpha, -150);
     EXPECT_EQ(node.rec[1].beta, -149);
-    EXPECT_EQ(node.rec[1].depth, 3);
+    EXPECT_EQ(node.thread->node_depth[node.ply + 1], 3);
 
     probcut(node.pos, 5, 3, 50);
-    EXPECT_EQ(node.rec[1].depth, 0) << "at least depth one before the move";
+    EXPECT_EQ(node.thread->node_depth[node.ply + 1], 0) << "at least depth one before the move";
 }
 
 TEST_F(Search, ProbCutTriesNoCaptureOfLessThanAPawn)
@@ -528,7 +534,7 @@ TEST_F(Search, ProbCutSkipsIllegalCapturesAndEndsOnAStop)
     EXPECT_EQ(node_count(), 0u);
     node = make_node("6k1/ppp5/8/3q4/4B3/8/PPP5/4K3 w - -", 5);
     open_node(&node, 5, -5001, -5000, CutNode);
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     EXPECT_FALSE(probcut(node.pos, 5, 5, -5000));
     EXPECT_EQ(node_count(), 1u);
 }
@@ -541,7 +547,7 @@ static const char* const rook_up = "6k1/5ppp/8/8/8/8/5PPP/R5K1 w - -";
 TEST_F(Search, NullMoveThatHoldsReturnsBetaBelowDepthFive)
 {
     Node node = make_node(rook_up, 3);
-    SEP_depth = 0;
+    pruning.SEP_depth = 0;
     const std::vector<std::string> moves =
         moves_made([&] { EXPECT_EQ(run_node(&node, 4, -101, -100, CutNode), -100); });
     ASSERT_FALSE(moves.empty());
@@ -579,13 +585,13 @@ TEST_F(Search, NullMoveKeepsTheWindowOfTheNode)
 {
     // At the last ply but one the reply is searched at ply 66 and returns at once.
     Node node = make_node(rook_up, last_moving_ply);
-    SEP_depth = 0;
-    ProbCut_depth = 100;
+    pruning.SEP_depth = 0;
+    pruning.ProbCut_depth = 100;
     EXPECT_EQ(run_node(&node, 4, -500, -100, CutNode), -100);
     EXPECT_EQ(node.rec[1].alpha, 100);
     EXPECT_EQ(node.rec[1].beta, 500);
     EXPECT_EQ(node.rec[1].node_type, CutNode);
-    EXPECT_EQ(node.rec[1].depth, 0);
+    EXPECT_EQ(node.thread->node_depth[node.ply + 1], 0);
     EXPECT_EQ(node.rec->list_cursor->move, NoMove);
 }
 
@@ -593,7 +599,7 @@ TEST_F(Search, NoNullMoveFollowsANullMove)
 {
     for (const i32 back : { 1, 2 }) {
         Node node = make_node(rook_up, 3);
-        SEP_depth = 0;
+        pruning.SEP_depth = 0;
         node.rec[-back].list_cursor->move = NoMove;
         const std::vector<std::string> moves =
             moves_made([&] { run_node(&node, 4, -101, -100, CutNode); });
@@ -606,7 +612,7 @@ TEST_F(Search, NullMovesNestToATenthOfTheIteration)
 {
     const auto passes = [](i32 iteration, i32 nested) {
         Node node = make_node(rook_up, 3);
-        SEP_depth = 0;
+        pruning.SEP_depth = 0;
         store(node.thread->depth, iteration);
         node.thread->null_depth = static_cast<i8>(nested);
         const std::vector<std::string> moves =
@@ -626,8 +632,8 @@ TEST_F(Search, NullMovesNestToATenthOfTheIteration)
 TEST_F(Search, ShallowNodesDoNotPass)
 {
     Node node = make_node(rook_up, 3);
-    SEP_depth = 0;
-    NMP_depth = 5;
+    pruning.SEP_depth = 0;
+    pruning.NMP_depth = 5;
     const std::vector<std::string> moves =
         moves_made([&] { run_node(&node, 4, -101, -100, CutNode); });
     EXPECT_NE(moves[0], "null");
@@ -638,14 +644,14 @@ TEST_F(Search, ShallowNodesDoNotPass)
 TEST_F(Search, StrengthLimitShortensTheNodesThatItsKeyPicks)
 {
     close_gate();
-    FP_depth = 0;
+    pruning.FP_depth = 0;
     const auto searched_depth = [](i32 depth, u32 offset, NodeType type, i32 alpha, i32 beta) {
         Node node = make_node(pawn_up, 5);
         node.thread->strength_key = static_cast<u32>(node.pos->key) ^ offset;
         run_node(&node, depth, alpha, beta, type);
         return stored_depth(&node);
     };
-    strength_level = 10;
+    strength.strength_level = 10;
     EXPECT_EQ(searched_depth(4, 14, CutNode, -1, 0), 1);
     EXPECT_EQ(searched_depth(4, 15, CutNode, -1, 0), 4) << "not below 10 * 3 / 2";
     EXPECT_EQ(searched_depth(5, 0, CutNode, -1, 0), 2) << "half";
@@ -654,7 +660,7 @@ TEST_F(Search, StrengthLimitShortensTheNodesThatItsKeyPicks)
     EXPECT_EQ(searched_depth(4, 0, PvNode, -1, 0), 4);
     EXPECT_EQ(searched_depth(4, 0, CutNode, -9600, -9599), 4);
     EXPECT_EQ(searched_depth(4, 0, CutNode, 9598, 9599), 4);
-    strength_level = 0;
+    strength.strength_level = 0;
     EXPECT_EQ(searched_depth(4, 0, CutNode, -1, 0), 4);
 }
 

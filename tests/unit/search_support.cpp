@@ -10,7 +10,10 @@
 #include "eval/evaluate.h"
 #include "eval/weights.h"
 #include "board/trace.h"
-#include "search/clock.h"
+#include "shell/prepare_search.h"
+#include "base/output.h"
+#include "search/hash.h"
+#include "search/thread.h"
 
 static constexpr i32 iteration_depth = 20;
 static constexpr i32 no_score = -10001;
@@ -19,13 +22,12 @@ static constexpr Move end_of_list = EndOfList;
 
 static void reset_globals()
 {
-    init_run_state();
-    init_default_options();
-    saved_options.params_changed = 0;
-    engine_options = saved_options;
-    publish_options();
+    reset_run_state();
+    dialogue.saved_options.params_changed = 0;
+    dialogue.engine_options = dialogue.saved_options;
+    publish_options(&dialogue);
     store(noise, silent_noise);
-    set_search_params();
+    rebuild_search_tables(&dialogue);
     search_result.tb_root_result = -1;
     search_result.tb_root_move = NoMove;
 }
@@ -49,8 +51,8 @@ void SearchTest::SetUp()
     reset_globals();
     ASSERT_EQ(num_threads, 0);
     use_records(1);
-    hash_mb = 1;
-    capture_output([] { ASSERT_EQ(alloc_hash(), 1); });
+    hash.megabytes = 1;
+    capture_output([] { ASSERT_TRUE(alloc_hash(hash.megabytes)); });
     set_position(start_position);
 }
 
@@ -58,7 +60,7 @@ void SearchTest::TearDown()
 {
     use_records(0);
     free_hash();
-    hash_mb = 0;
+    hash.megabytes = 0;
     reset_globals();
     store(noise, 0.0);
     set_position(start_position);
@@ -83,31 +85,31 @@ void begin_search(const char* fen)
     for (i32 i = 0; i < num_threads; ++i) {
         clear_hash_share(i);
     }
-    hash_age = 0;
+    hash.age = 0;
     for (i32 i = 0; i < num_threads; ++i) {
         reset_record(load(workers[i]));
     }
-    prepare_search();
+    prepare_search(&dialogue);
 }
 
 void run_search_to(const char* fen, i32 depth)
 {
     begin_search(fen);
-    store(depth_limit, depth);
-    search_sync();
+    store(dialogue.limits.depth_limit, depth);
+    search_sync(dialogue.game);
 }
 
 void repeat_search(i32 depth)
 {
-    prepare_search();
-    store(depth_limit, depth);
-    search_sync();
+    prepare_search(&dialogue);
+    store(dialogue.limits.depth_limit, depth);
+    search_sync(dialogue.game);
 }
 
 Node make_node(const char* fen, i32 ply)
 {
     begin_search(fen);
-    sync_workers();
+    sync_workers(dialogue.game);
     SearchThread* thread = record();
     reset_ordering(thread);
     thread->ply = static_cast<i16>(ply);
@@ -139,7 +141,7 @@ i32 run_node(Node* node, i32 depth, i32 alpha, i32 beta, NodeType type)
 
 i32 eval_of(Node* node)
 {
-    return evaluate(node->thread, static_cast<i32>(node->side), node->ply, 0, 0);
+    return evaluate_at(node->thread, static_cast<i32>(node->side), node->ply, 0);
 }
 
 void open_node(Node* node, i32 depth, i32 alpha, i32 beta, NodeType type)
@@ -148,13 +150,13 @@ void open_node(Node* node, i32 depth, i32 alpha, i32 beta, NodeType type)
     const Position* pos = node->pos;
     const i32 side = static_cast<i32>(node->side);
     rec->node_type = static_cast<i16>(type);
-    rec->depth = static_cast<i16>(depth);
+    node->thread->node_depth[node->ply] = static_cast<i16>(depth);
     rec->alpha = static_cast<i16>(alpha);
     rec->beta = static_cast<i16>(beta);
     rec->check_sq = static_cast<u8>(
         find_checker(pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]));
     rec->in_check = rec->check_sq != NoSquare;
-    rec->eval = static_cast<i16>(evaluate(node->thread, side, node->ply, rec->in_check, 0));
+    rec->eval = static_cast<i16>(evaluate_at(node->thread, side, node->ply, rec->in_check));
 }
 
 i32 run_moves(Node* node, i32 depth, i32 alpha, i32 beta, NodeType type)
@@ -237,7 +239,7 @@ void write_slot(HashSlot* slot, const HashEntry* entry)
     memcpy(words, entry, sizeof words);
     store(slot->word[0], words[0]);
     store(slot->word[1], words[1]);
-    store(hash_written, 1);
+    store(hash.written, 1);
 }
 
 HashEntry make_entry(const Position* pos, Move move, i32 score, i32 depth, HashBound bound)
@@ -250,7 +252,7 @@ HashEntry make_entry(const Position* pos, Move move, i32 score, i32 depth, HashB
     entry.score = static_cast<i16>(score);
     entry.depth = static_cast<i8>(depth);
     entry.bound = bound;
-    entry.age = static_cast<u8>(hash_age);
+    entry.age = static_cast<u8>(hash.age);
     entry.cnt50 = pos->cnt50;
     return entry;
 }

@@ -12,8 +12,6 @@
 #include "search/params.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "shell/engine_options.h"
-#include "shell/run_state.h"
 #include "test_support.h"
 
 inline constexpr i32 infinite_score = ScoreInfinite;
@@ -30,9 +28,6 @@ struct SearchTest : testing::Test {
     // The number of records that a search sees. They have no threads.
     void use_records(i32 count);
 };
-
-// Node types, and the bounds of a window.
-enum NodeType : i32 { PvNode = 0, CutNode = 1, AllNode = -1 };
 
 // One node on worker 0's record.
 struct Node {

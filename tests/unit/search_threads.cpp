@@ -1,5 +1,11 @@
 // The workers, what they copy and share, the rules of the secondary ones, and the clock.
 #include "search_support.h"
+#include "search/clock.h"
+#include "base/output.h"
+#include "search/control.h"
+#include "base/clock.h"
+#include "search/hash.h"
+#include "search/thread.h"
 
 // ---- Records without threads
 
@@ -8,23 +14,23 @@ struct Records : SearchTest {
     static void run_secondary(i32 limit)
     {
         begin_search("4k3/ppp5/8/8/8/8/PPP5/4K3 w - -");
-        store(depth_limit, limit);
-        sync_workers();
+        store(dialogue.limits.depth_limit, limit);
+        sync_workers(dialogue.game);
         store(iter_depth, 2);
-        run_search(load(workers[1]), false);
+        run_search(load(workers[1]), nullptr);
     }
 
     // The same with three other workers that stand at the depths given.
     static void run_secondary_among(i32 limit, const i32 (&depths)[3])
     {
         begin_search("4k3/ppp5/8/8/8/8/PPP5/4K3 w - -");
-        store(depth_limit, limit);
-        sync_workers();
+        store(dialogue.limits.depth_limit, limit);
+        sync_workers(dialogue.game);
         store(load(workers[0])->depth, depths[0]);
         store(load(workers[2])->depth, depths[1]);
         store(load(workers[3])->depth, depths[2]);
         store(iter_depth, 2);
-        run_search(load(workers[1]), false);
+        run_search(load(workers[1]), nullptr);
     }
 
     // The iterations that were searched, as digits apart by blanks.
@@ -32,7 +38,7 @@ struct Records : SearchTest {
     {
         std::string text;
         for (i32 d = 1; d < ply_count; ++d) {
-            if (nodes_by_depth[d] != 0) {
+            if (search_totals.nodes_by_depth[d] != 0) {
                 text += (text.empty() ? "" : " ") + std::to_string(d);
             }
         }
@@ -59,8 +65,8 @@ TEST_F(Records, SyncCopiesTheGameAndResetsTheSearch)
             store(counter, 5);
         }
     }
-    node_limit_total = 0;
-    sync_workers();
+    dialogue.limits.node_limit_total = 0;
+    sync_workers(dialogue.game);
     for (i32 i = 0; i < 2; ++i) {
         SearchThread* thread = load(workers[i]);
         EXPECT_EQ(thread->pos.thread, thread);
@@ -68,7 +74,7 @@ TEST_F(Records, SyncCopiesTheGameAndResetsTheSearch)
         EXPECT_EQ(thread->pos.key, pos->key);
         EXPECT_EQ(thread->undo_count, 3);
         EXPECT_EQ(thread->undo[1].move, move_of("e7e5"));
-        EXPECT_EQ(thread->undo[1].key, console_thread->undo[1].key);
+        EXPECT_EQ(thread->undo[1].key, dialogue.game->undo[1].key);
         EXPECT_EQ(thread->undo[3].move, NoMove);
         EXPECT_EQ(thread->last_move, move_of("g1f3"));
         EXPECT_EQ(thread->ply, 1);
@@ -89,8 +95,8 @@ TEST_F(Records, SyncCopiesTheGameAndResetsTheSearch)
         EXPECT_EQ(thread->root_phase[White], 32);
         EXPECT_EQ(thread->root_phase[Black], 32);
     }
-    node_limit_total = 1234;
-    sync_workers();
+    dialogue.limits.node_limit_total = 1234;
+    sync_workers(dialogue.game);
     EXPECT_EQ(record()->node_limit, 1234u);
 }
 
@@ -105,7 +111,7 @@ TEST_F(Records, TotalsAreSummedAnew)
     collect_stats();
     collect_stats();
     for (i32 k = 0; k < CounterCount; ++k) {
-        EXPECT_EQ(total_counters[k], static_cast<u64>(600 + 3 * k));
+        EXPECT_EQ(search_totals.counters[k], static_cast<u64>(600 + 3 * k));
     }
 }
 
@@ -121,13 +127,13 @@ TEST_F(Records, WorkersWithACommandAreBusy)
 TEST_F(Records, WithoutWorkersNothingIsWokenOrBusy)
 {
     use_records(0);
-    wake_workers();
+    wake_workers(dialogue.game);
     EXPECT_EQ(busy_workers(), 0);
     wait_for_workers();
-    sync_workers();
-    search_sync();
+    sync_workers(dialogue.game);
+    search_sync(dialogue.game);
     collect_stats();
-    EXPECT_EQ(total_counters[CountNodes], 0u);
+    EXPECT_EQ(search_totals.counters[CountNodes], 0u);
 }
 
 TEST_F(Records, SecondaryWorkerSearchesFromDepthOneAndPublishesNothing)
@@ -140,7 +146,7 @@ TEST_F(Records, SecondaryWorkerSearchesFromDepthOneAndPublishesNothing)
     EXPECT_EQ(load(search_result.result_score), -10000);
     EXPECT_EQ(search_result.last_iter_depth, 0);
     EXPECT_EQ(load(iter_depth), 2);
-    EXPECT_EQ(load(stop_code), StopNone) << "worker 0 goes on alone";
+    EXPECT_EQ(load(stop_code), StopCode::None) << "worker 0 goes on alone";
     EXPECT_NE(load(workers[1])->pv[1], NoMove);
     EXPECT_EQ(load(workers[1])->completed_depth, 6);
 }
@@ -150,22 +156,22 @@ TEST_F(Records, SecondaryWorkerPrintsNothing)
     use_records(2);
     begin_search("4k3/ppp5/8/8/8/8/PPP5/4K3 w - -");
     store(noise, 0.0);
-    store(elapsed, 5.0);
-    store(depth_limit, 5);
-    sync_workers();
+    store(search_clock.elapsed, 5.0);
+    store(dialogue.limits.depth_limit, 5);
+    sync_workers(dialogue.game);
     store(iter_depth, 2);
-    EXPECT_EQ(capture_output([] { run_search(load(workers[1]), false); }), "");
+    EXPECT_EQ(capture_output([] { run_search(load(workers[1]), nullptr); }), "");
 }
 
 TEST_F(Records, SecondaryWorkerLeavesIfTheSearchEndsWithinDepthOne)
 {
     use_records(2);
     begin_search(start_position);
-    sync_workers();
+    sync_workers(dialogue.game);
     store(iter_depth, 1);
-    store(stop_code, StopReport);
-    run_search(load(workers[1]), false);
-    EXPECT_EQ(load(load(workers[1])->counters[CountEvals]), 0u);
+    store(stop_code, StopCode::Report);
+    run_search(load(workers[1]), nullptr);
+    EXPECT_EQ(load(load(workers[1])->eval_counters[CountEvals]), 0u);
 }
 
 TEST_F(Records, SecondaryWorkerLeavesATableRootAtOnce)
@@ -174,7 +180,7 @@ TEST_F(Records, SecondaryWorkerLeavesATableRootAtOnce)
     search_result.tb_root_result = 2;
     run_secondary(6);
     EXPECT_EQ(iterations(), "");
-    EXPECT_EQ(load(stop_code), StopNone);
+    EXPECT_EQ(load(stop_code), StopCode::None);
 }
 
 TEST_F(Records, SecondaryWorkerSkipsADepthThatMoreThanHalfHaveReached)
@@ -201,8 +207,8 @@ TEST_F(Records, SecondaryWorkerSkipsNothingBelowDepthSixOrAtTheLimit)
 TEST_F(Records, SecondaryWorkerSkipsNothingWithSeveralLines)
 {
     use_records(4);
-    engine_options.multi_pv = 2;
-    publish_options();
+    dialogue.engine_options.multi_pv = 2;
+    publish_options(&dialogue);
     run_secondary_among(7, { 60, 60, 60 });
     EXPECT_EQ(iterations(), "1 2 3 4 5 6 7");
 }
@@ -212,7 +218,7 @@ TEST_F(Records, SecondaryWorkerShufflesAllMovesButTheFirstInEveryIteration)
     use_records(2);
     run_secondary(4);
     const SearchThread* thread = load(workers[1]);
-    const size_t moves = legal_moves(&console_thread->pos).size();
+    const size_t moves = legal_moves(&dialogue.game->pos).size();
     u32 word = thread->strength_key;
     for (size_t i = 0; i < 4 * (moves - 1); ++i) {
         word = word * 19375 + 987654321;
@@ -224,8 +230,8 @@ TEST_F(Records, WorkerZeroHasNoNoise)
 {
     use_records(2);
     begin_search(start_position);
-    store(depth_limit, 4);
-    search_sync();
+    store(dialogue.limits.depth_limit, 4);
+    search_sync(dialogue.game);
     EXPECT_EQ(record()->rand_state, record()->strength_key);
 }
 
@@ -239,9 +245,9 @@ struct Clock : SearchTest {
     {
         SearchTest::SetUp();
         begin_search(start_position);
-        store(engine_state, EngineThinking);
-        store(tc_moves, 0);
-        overhead_seconds = 0.05;
+        store(engine_state, EngineState::Thinking);
+        store(dialogue.limits.tc_moves, 0);
+        search_clock.overhead_seconds = 0.05;
         set_iteration(2, 2);
     }
 
@@ -254,14 +260,14 @@ struct Clock : SearchTest {
     // Whether the search is stopped so many seconds after its start, with left on the clock then.
     bool stops_after(f64 seconds)
     {
-        store(stop_code, StopNone);
-        target_time = target;
-        store(clock_side, White);
-        store(clock_left[White], left + seconds);
-        store(clock_left[Black], 0.0);
-        start_time = monotonic_seconds() - seconds;
+        store(stop_code, StopCode::None);
+        search_clock.target_time = target;
+        store(search_clock.clock_side, White);
+        store(dialogue.limits.clock_left[White], left + seconds);
+        store(dialogue.limits.clock_left[Black], 0.0);
+        search_clock.start_time = monotonic_seconds() - seconds;
         check_time();
-        return load(stop_code) == StopReport;
+        return load(stop_code) == StopCode::Report;
     }
 
     // Whether the limit lies at the given time, within what a slow machine may take to ask.
@@ -274,17 +280,17 @@ struct Clock : SearchTest {
 
 TEST_F(Clock, ElapsedIsRefreshedWhateverHappens)
 {
-    store(engine_state, EngineIdle);
-    start_time = monotonic_seconds() - 3.0;
+    store(engine_state, EngineState::Idle);
+    search_clock.start_time = monotonic_seconds() - 3.0;
     check_time();
-    EXPECT_GE(load(elapsed), 3.0);
-    EXPECT_LT(load(elapsed), 5.0);
+    EXPECT_GE(load(search_clock.elapsed), 3.0);
+    EXPECT_LT(load(search_clock.elapsed), 5.0);
 }
 
 TEST_F(Clock, TargetLessTheMarginIsTheLimit)
 {
     expect_limit(10.0 - 0.025);
-    overhead_seconds = 0.01;
+    search_clock.overhead_seconds = 0.01;
     EXPECT_FALSE(stops_after(10.0 - 0.7));
     EXPECT_TRUE(stops_after(10.0 - 0.009));
 }
@@ -302,24 +308,24 @@ TEST_F(Clock, OnlyAThinkingSearchBeyondDepthOneIsStopped)
     set_iteration(1, 1);
     EXPECT_FALSE(stops_after(50.0));
     set_iteration(2, 1);
-    store(engine_state, EnginePondering);
+    store(engine_state, EngineState::Pondering);
     EXPECT_FALSE(stops_after(50.0));
-    store(engine_state, EngineThinking);
+    store(engine_state, EngineState::Thinking);
     EXPECT_TRUE(stops_after(50.0));
 }
 
 TEST_F(Clock, StopThatWasGivenStands)
 {
-    target_time = 0.002;
-    store(stop_code, StopSilent);
-    start_time = monotonic_seconds() - 50.0;
+    search_clock.target_time = 0.002;
+    store(stop_code, StopCode::Silent);
+    search_clock.start_time = monotonic_seconds() - 50.0;
     check_time();
-    EXPECT_EQ(load(stop_code), StopSilent);
+    EXPECT_EQ(load(stop_code), StopCode::Silent);
 }
 
 TEST_F(Clock, FixedTimeHasNeitherMarginNorExtension)
 {
-    store(tc_moves, 1);
+    store(dialogue.limits.tc_moves, 1);
     store(record()->fail_state, 1);
     expect_limit(10.0);
 }
@@ -414,14 +420,14 @@ struct Workers : SearchTest {
         use_records(0);
         num_threads = count;
         ASSERT_EQ(create_workers(count), 0);
-        store(stop_code, StopNone);
+        store(stop_code, StopCode::None);
     }
 
     void end()
     {
         destroy_workers(num_threads);
         num_threads = 0;
-        store(stop_code, StopNone);
+        store(stop_code, StopCode::None);
     }
 
     void TearDown() override
@@ -435,11 +441,11 @@ struct Workers : SearchTest {
     static u64 search_with_workers(const char* fen, i32 depth)
     {
         begin_search(fen);
-        store(depth_limit, depth);
-        wake_workers();
+        store(dialogue.limits.depth_limit, depth);
+        wake_workers(dialogue.game);
         wait_for_workers();
         collect_stats();
-        return total_counters[CountNodes];
+        return search_totals.counters[CountNodes];
     }
 };
 
@@ -455,7 +461,7 @@ TEST_F(Workers, RecordsArePublishedAndTakenBack)
     }
     EXPECT_EQ(busy_workers(), 0);
     destroy_workers(3);
-    EXPECT_EQ(load(stop_code), StopWorkersLeave);
+    EXPECT_EQ(load(stop_code), StopCode::WorkersLeave);
     for (i32 i = 0; i < 3; ++i) {
         EXPECT_EQ(load(workers[i]), nullptr);
     }
@@ -467,7 +473,7 @@ TEST_F(Workers, CountOfNoneIsCreatedAndDestroyed)
     use_records(0);
     EXPECT_EQ(create_workers(0), 0);
     destroy_workers(0);
-    EXPECT_EQ(load(stop_code), StopWorkersLeave);
+    EXPECT_EQ(load(stop_code), StopCode::WorkersLeave);
 }
 
 TEST_F(Workers, OneWorkerSearchesAsTheCallingThreadDoes)
@@ -487,10 +493,10 @@ TEST_F(Workers, SeveralWorkersReachTheDepthAndReportTheMoveOfTheFirst)
     start(4);
     const u64 nodes = search_with_workers(start_position, 8);
     EXPECT_EQ(busy_workers(), 0);
-    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
     EXPECT_EQ(search_result.last_iter_depth, 8);
     EXPECT_EQ(search_result.result_pv[1], load(workers[0])->pv[1]);
-    EXPECT_TRUE(is_legal_text(&console_thread->pos, text_of(search_result.result_pv[1]).c_str()));
+    EXPECT_TRUE(is_legal_text(&dialogue.game->pos, text_of(search_result.result_pv[1]).c_str()));
     EXPECT_GE(nodes, load(load(workers[0])->counters[CountNodes]));
 }
 
@@ -499,8 +505,8 @@ TEST_F(Workers, WakingReturnsWhenTheGameHasBeenCopied)
     start(2);
     for (i32 round = 0; round < 20; ++round) {
         begin_search(start_position);
-        store(depth_limit, 4);
-        wake_workers();
+        store(dialogue.limits.depth_limit, 4);
+        wake_workers(dialogue.game);
         // The console's record may change at once.
         set_position("4k3/8/8/8/8/8/8/4K3 w - -");
         wait_for_workers();
@@ -513,30 +519,30 @@ TEST_F(Workers, StopEndsALongSearch)
 {
     start(2);
     begin_search(start_position);
-    store(depth_limit, 66);
-    wake_workers();
+    store(dialogue.limits.depth_limit, 66);
+    wake_workers(dialogue.game);
     EXPECT_GE(busy_workers(), 1);
     while (load(iter_depth) < 3) {
         sleep_microseconds(1000);
     }
-    store(stop_code, StopReport);
+    store(stop_code, StopCode::Report);
     wait_for_workers();
-    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
     EXPECT_NE(search_result.result_pv[1], NoMove);
 }
 
 TEST_F(Workers, ThreeWorkersClearAllButTheSlotsLeftOverByTheDivision)
 {
     start(3);
-    const u32 all = hash_slots + 16;
+    const u32 all = hash.slots + 16;
     ASSERT_EQ(all % 3, 2u);
     for (u32 i = 0; i < all; ++i) {
-        store(hash_table[i].word[1], 1);
+        store(hash.table[i].word[1], 1);
     }
-    store(hash_written, 1);
+    store(hash.written, 1);
     clear_hash();
     EXPECT_EQ(busy_workers(), 0);
     for (u32 i = 0; i < all; ++i) {
-        ASSERT_EQ(load(hash_table[i].word[1]), i < all - 2 ? 0u : 1u) << i;
+        ASSERT_EQ(load(hash.table[i].word[1]), i < all - 2 ? 0u : 1u) << i;
     }
 }

@@ -4,6 +4,11 @@
 #include <sys/stat.h>
 
 #include "shell_test_support.h"
+#include "search/strength.h"
+#include "base/output.h"
+#include "search/control.h"
+#include "board/trace.h"
+#include "search/hash.h"
 
 TEST_F(ConsoleTest, AMoveIsMadeAndShown)
 {
@@ -12,11 +17,11 @@ TEST_F(ConsoleTest, AMoveIsMadeAndShown)
         output.rfind("1. move e2e4\nrnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq e3\n", 0),
         0u)
         << output;
-    EXPECT_EQ(load(stop_code), StopSilent);
+    EXPECT_EQ(load(stop_code), StopCode::Silent);
     EXPECT_EQ(say("move e7e5").rfind("1. move e7e5\n", 0), 0u);
     EXPECT_EQ(say("  Nf3  ").rfind("2. move Nf3\n", 0), 0u);
-    EXPECT_EQ(console_thread->undo_count, 3);
-    EXPECT_EQ(load(engine_state), EngineIdle);
+    EXPECT_EQ(dialogue.game->undo_count, 3);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
 }
 
 TEST_F(ConsoleTest, WhatIsNoMoveIsDropped)
@@ -25,7 +30,7 @@ TEST_F(ConsoleTest, WhatIsNoMoveIsDropped)
         { "", " ", "hello", "e2e5", "move", "move x", "isready", "stop", "+", "e4 e5 x", "O-O" }) {
         say("fen rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR b KQkq -");
         EXPECT_EQ(say(line), "") << line;
-        EXPECT_EQ(console_thread->undo_count, 0) << line;
+        EXPECT_EQ(dialogue.game->undo_count, 0) << line;
     }
     EXPECT_EQ(say(std::string(4999, 'e')), "");
 }
@@ -34,15 +39,15 @@ TEST_F(ConsoleTest, TheBoardAndAFen)
 {
     EXPECT_EQ(say("bd").rfind(std::string(start_position) + "\n", 0), 0u);
     EXPECT_EQ(say("fen k7/8/8/8/8/8/8/7K b - -").rfind("k7/8/8/8/8/8/8/7K b - -\n", 0), 0u);
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
     EXPECT_EQ(say("fen").rfind("8/8/8/8/8/8/8/8 ", 0), 0u);
 }
 
 TEST_F(ConsoleTest, QuitDoesNotWait)
 {
     EXPECT_EQ(say("quit"), "");
-    EXPECT_EQ(quit_flag, 1);
-    EXPECT_EQ(load(stop_code), StopSilent);
+    EXPECT_EQ(dialogue.quit_flag, 1);
+    EXPECT_EQ(load(stop_code), StopCode::Silent);
 }
 
 TEST_F(ConsoleTest, PerftCountsOnTheFirstWorker)
@@ -50,8 +55,8 @@ TEST_F(ConsoleTest, PerftCountsOnTheFirstWorker)
     set_workers(1);
     store(noise, silent_noise);
     EXPECT_EQ(say("perft 3").rfind("visited 8902 nodes in ", 0), 0u);
-    EXPECT_EQ(load(engine_state), EngineThinking);
-    EXPECT_EQ(load(stop_code), StopNone);
+    EXPECT_EQ(load(engine_state), EngineState::Thinking);
+    EXPECT_EQ(load(stop_code), StopCode::None);
     EXPECT_EQ(say("perft 4").rfind("visited 197281 nodes in ", 0), 0u);
     EXPECT_EQ(say("perft").rfind("visited 0 nodes in ", 0), 0u);
     EXPECT_EQ(say("perft -3").rfind("visited 0 nodes in ", 0), 0u);
@@ -91,7 +96,7 @@ TEST_F(ConsoleTest, TheFirstWordCountsAsAWhole)
     for (const char* line : { "newx", "New", "und", "undoo", "[]", "]]", "..", "setx", "evx" }) {
         EXPECT_EQ(say(line), "") << line;
     }
-    EXPECT_EQ(load(stop_code), StopNone);
+    EXPECT_EQ(load(stop_code), StopCode::None);
 }
 
 TEST_F(ConsoleTest, LongWordsAndManyWordsAreCut)
@@ -105,14 +110,14 @@ TEST_F(ConsoleTest, LongWordsAndManyWordsAreCut)
 
 TEST_F(ConsoleTest, NewSetsTheBoardAndTheClocks)
 {
-    tc_seconds = 77.5;
+    dialogue.limits.tc_seconds = 77.5;
     say_all("e2e4;e7e5");
     expect_board(say("new"));
     EXPECT_EQ(fen(), start_position);
-    EXPECT_EQ(console_thread->undo_count, 0);
-    EXPECT_EQ(load(clock_left[White]), 77.5);
-    EXPECT_EQ(load(clock_left[Black]), 77.5);
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 77.5);
+    EXPECT_EQ(load(dialogue.limits.clock_left[Black]), 77.5);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
     EXPECT_EQ(say("]"), "");
 }
 
@@ -147,7 +152,7 @@ TEST_F(ConsoleTest, AnAmbiguousMoveIsNamedSo)
 {
     say("fen 4k3/8/8/8/8/8/3N4/4K1N1 w - -");
     EXPECT_EQ(say("Nf3"), "ambiguous move\n");
-    EXPECT_EQ(console_thread->undo_count, 0);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
     EXPECT_TRUE(begins(say("Ngf3"), "1. move Ngf3\n"));
 }
 
@@ -156,7 +161,7 @@ TEST_F(ConsoleTest, AnAmbiguousMoveIsNamedSo)
 TEST_F(ConsoleTest, UndoAtTheStartOnlySetsTheStopCode)
 {
     EXPECT_EQ(say("undo"), "");
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
     EXPECT_EQ(fen(), start_position);
     EXPECT_EQ(say("["), "");
 }
@@ -166,14 +171,14 @@ TEST_F(ConsoleTest, AMoveTakenBackCanBeRepeated)
     say_all("e2e4;e7e5");
     const std::string after = board();
     expect_board(say("undo"));
-    EXPECT_EQ(console_thread->undo_count, 1);
+    EXPECT_EQ(dialogue.game->undo_count, 1);
     expect_board(say("["));
     EXPECT_EQ(fen(), start_position);
     EXPECT_TRUE(begins(say("]"), "1. move e2e4\nrnbqkbnr/pppppppp/8/8/4P3"));
     EXPECT_EQ(say("]"), "1... move e7e5\n" + after);
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
     EXPECT_EQ(say("]"), "");
-    EXPECT_EQ(console_thread->undo_count, 2);
+    EXPECT_EQ(dialogue.game->undo_count, 2);
 }
 
 TEST_F(ConsoleTest, ANewMoveDropsTheOnesTakenBack)
@@ -192,7 +197,7 @@ TEST_F(ConsoleTest, APromotionIsRepeatedAsOne)
 
 TEST_F(ConsoleTest, AStoredMoveThatTheBoardForbidsIsNotRepeated)
 {
-    UndoRecord& record = console_thread->undo[0];
+    UndoRecord& record = dialogue.game->undo[0];
     for (const i32 move : { 0x3f3f, 0x2020, 0xffff, 0x0c40 | 0x1c, 0x0005 }) {
         record.move = static_cast<Move>(move);
         EXPECT_EQ(say("]"), "") << move;
@@ -206,8 +211,8 @@ TEST_F(ConsoleTest, LongGamesCanBeTakenBackToTheirOldestMove)
     for (i32 i = 0; i < 1000; ++i) {
         ASSERT_NE(say(shuffle[i % 4]), "") << i;
     }
-    EXPECT_LT(console_thread->undo_count, 1000);
-    const i32 count = console_thread->undo_count;
+    EXPECT_LT(dialogue.game->undo_count, 1000);
+    const i32 count = dialogue.game->undo_count;
     EXPECT_EQ(count % 2, 0);
     for (i32 i = 0; i < count; ++i) {
         ASSERT_NE(say("undo"), "") << i;
@@ -217,7 +222,7 @@ TEST_F(ConsoleTest, LongGamesCanBeTakenBackToTheirOldestMove)
         ASSERT_NE(say("]"), "") << i;
     }
     EXPECT_EQ(say("]"), "");
-    EXPECT_EQ(console_thread->undo_count, count);
+    EXPECT_EQ(dialogue.game->undo_count, count);
 }
 
 // ---- Showing
@@ -248,7 +253,7 @@ TEST_F(ConsoleTest, TheEvaluationIsShownInCheckToo)
 TEST_F(ConsoleTest, TheEvaluationDoesNotReachTheLog)
 {
     ASSERT_EQ(open_log(), 1);
-    store(worker_options.log, 1);
+    set_logging(true);
     say_all("e2e4;ev;swap;pv;bd");
     const std::string log = read_file("vesk.log");
     EXPECT_NE(log.find("1. move e2e4\n"), std::string::npos);
@@ -271,7 +276,7 @@ TEST_F(ConsoleTest, ABoardThatCannotBeSearchedIsNotEvaluated)
 TEST_F(ConsoleTest, WithTheDebugFlagEveryBoardComesWithItsEvaluation)
 {
     EXPECT_EQ(say("set debug 1"), "");
-    EXPECT_EQ(load(debug_flag), 1);
+    EXPECT_EQ(load(search_settings.debug_flag), 1);
     EXPECT_TRUE(begins(say("bd"), "           white  black"));
     const std::string output = say("e2e4");
     EXPECT_TRUE(begins(output, "1. move e2e4\nlast move was 1. e2e4\n           white"));
@@ -300,20 +305,20 @@ TEST_F(ConsoleTest, TheSearchParametersAreRebuiltAndShown)
     const std::string output = say("lmr");
     EXPECT_TRUE(begins(output, "BP_margin= 15\n"));
     EXPECT_NE(output.find("SEP_depth= 2, margins= 75 150\n"), std::string::npos) << output;
-    EXPECT_EQ(engine_options.params_changed, 1);
+    EXPECT_EQ(dialogue.engine_options.params_changed, 1);
 }
 
 TEST_F(ConsoleTest, TagStoresTheKey)
 {
-    tagged_key = 0;
+    dialogue.tagged_key = 0;
     EXPECT_EQ(say("tag"), "");
-    EXPECT_EQ(tagged_key, console_thread->pos.key);
+    EXPECT_EQ(dialogue.tagged_key, dialogue.game->pos.key);
 }
 
 TEST_F(ConsoleTest, TuneWithoutANameDoesNothing)
 {
     EXPECT_EQ(say("tune"), "");
-    EXPECT_EQ(tune_count, 0);
+    EXPECT_EQ(tune_names.count, 0);
 }
 
 TEST_F(ConsoleTest, BookShowsTwoEmptyLinesWithoutBooks)
@@ -334,13 +339,13 @@ TEST_F(ConsoleTest, TraceSetsTheLevel)
 // Puts a move of the present position into the table.
 static void store_move(const char* move, i32 depth)
 {
-    store_hash(&console_thread->pos, 1, depth, move_of(move), 10, -100, 100);
+    store_hash(&dialogue.game->pos, 1, depth, move_of(move), 10, -100, 100);
 }
 
 // Stores a line from the start position on, and comes back to it.
 static void store_line(const std::vector<const char*>& moves)
 {
-    Position* pos = &console_thread->pos;
+    Position* pos = &dialogue.game->pos;
     for (const char* move : moves) {
         store_move(move, 5);
         make_move(pos, move_of(move));
@@ -359,8 +364,8 @@ TEST_F(ConsoleTest, PvShowsTheLineOfTheHashTable)
         "PV: e4 d5 exd5 Nf6 Bb5+ \n\nrnbqkb1r/ppp1pppp/5n2/1B1P4/8/8/PPPP1PPP/RNBQK1NR b KQkq -\n"))
         << output;
     EXPECT_EQ(fen(), start_position);
-    EXPECT_EQ(console_thread->undo_count, 0);
-    EXPECT_EQ(console_thread->ply, 1);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
+    EXPECT_EQ(dialogue.game->ply, 1);
 }
 
 TEST_F(ConsoleTest, PvNeedsAnEntryOfDepthZeroOrMore)
@@ -376,7 +381,7 @@ TEST_F(ConsoleTest, PvIsEmptyWithoutATable)
 {
     store_line({ "e2e4" });
     say("set hash 0");
-    EXPECT_EQ(load(hash_mode), 0);
+    EXPECT_EQ(load(hash.mode), 0);
     EXPECT_TRUE(begins(say("pv"), "PV: \n\n"));
     say("set hash 1");
     EXPECT_TRUE(begins(say("pv"), "PV: e4 \n\n"));
@@ -406,19 +411,19 @@ TEST_F(ConsoleTest, PvLeavesTheMovesTakenBackAsTheyWere)
 TEST_F(ConsoleTest, PvHasRoomAtAnyPlyOfAGame)
 {
     store_line({ "e2e4", "e7e5", "g1f3", "b8c6" });
-    console_thread->ply = 64;
+    dialogue.game->ply = 64;
     EXPECT_TRUE(begins(say("pv"), "PV: e4 e5 Nf3 \n\n"));
-    console_thread->ply = 66;
+    dialogue.game->ply = 66;
     EXPECT_TRUE(begins(say("pv"), "PV: e4 \n\n"));
     for (const i32 ply : { 67, 70, 900, 32000 }) {
-        console_thread->ply = static_cast<i16>(ply);
+        dialogue.game->ply = static_cast<i16>(ply);
         EXPECT_TRUE(begins(say("pv"), "PV: \n\n")) << ply;
-        EXPECT_EQ(console_thread->ply, ply);
+        EXPECT_EQ(dialogue.game->ply, ply);
     }
     for (const i32 ply : { 0, -1, -900 }) {
-        console_thread->ply = static_cast<i16>(ply);
+        dialogue.game->ply = static_cast<i16>(ply);
         EXPECT_TRUE(begins(say("pv"), "PV: e4 e5 Nf3 Nc6 \n\n")) << ply;
-        EXPECT_EQ(console_thread->ply, ply);
+        EXPECT_EQ(dialogue.game->ply, ply);
     }
 }
 
@@ -441,15 +446,15 @@ TEST_F(ConsoleTest, GoSetsTheDepthAndNoTimeLimit)
     for (const Case& c : { Case { "go 7", 7 }, { "an 1", 1 }, { "go 65", 65 }, { "go 66", 66 },
              { "go 0", 66 }, { "go", 66 }, { "an", 66 }, { "go -3", 66 }, { "go 1000", 66 },
              { "go x", 66 }, { "go 300", 66 } }) {
-        store(depth_limit, 3);
-        store(tc_moves, 40);
-        tc_seconds = 1.0;
-        store(engine_state, EngineIdle);
+        store(dialogue.limits.depth_limit, 3);
+        store(dialogue.limits.tc_moves, 40);
+        dialogue.limits.tc_seconds = 1.0;
+        store(engine_state, EngineState::Idle);
         EXPECT_EQ(say(c.line), "") << c.line;
-        EXPECT_EQ(load(depth_limit), c.depth) << c.line;
-        EXPECT_EQ(tc_seconds, 99999.0);
-        EXPECT_EQ(load(tc_moves), 1);
-        EXPECT_EQ(load(engine_state), EngineStart);
+        EXPECT_EQ(load(dialogue.limits.depth_limit), c.depth) << c.line;
+        EXPECT_EQ(dialogue.limits.tc_seconds, 99999.0);
+        EXPECT_EQ(load(dialogue.limits.tc_moves), 1);
+        EXPECT_EQ(load(engine_state), EngineState::Start);
     }
 }
 
@@ -468,25 +473,25 @@ TEST_F(ConsoleTest, MvKeepsTheTimeControl)
 {
     say("set level 40 5:00 2");
     EXPECT_EQ(say("mv"), "");
-    EXPECT_EQ(load(engine_state), EngineStart);
-    EXPECT_EQ(load(tc_moves), 40);
-    EXPECT_EQ(tc_seconds, 300.0);
+    EXPECT_EQ(load(engine_state), EngineState::Start);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 40);
+    EXPECT_EQ(dialogue.limits.tc_seconds, 300.0);
 }
 
 TEST_F(ConsoleTest, SelfSwitchesPonderingOff)
 {
-    ASSERT_EQ(engine_options.ponder, 1);
+    ASSERT_EQ(dialogue.engine_options.ponder, 1);
     EXPECT_EQ(say("self"), "");
-    EXPECT_EQ(engine_options.ponder, 0);
-    EXPECT_EQ(self_play, 1);
-    EXPECT_EQ(load(engine_state), EngineStart);
+    EXPECT_EQ(dialogue.engine_options.ponder, 0);
+    EXPECT_EQ(dialogue.self_play, 1);
+    EXPECT_EQ(load(engine_state), EngineState::Start);
 }
 
 TEST_F(ConsoleTest, ADotAsksForTheResult)
 {
     EXPECT_EQ(say("."), "");
-    EXPECT_EQ(load(stop_code), StopReportGame);
-    EXPECT_EQ(load(engine_state), EngineIdle);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
 }
 
 // ---- Test positions
@@ -503,7 +508,7 @@ TEST_F(ConsoleTest, GetFindsAPositionByItsId)
     write_file("test.epd", tests);
     EXPECT_TRUE(
         begins(say("get two"), "7k/8/8/8/8/8/8/1K6 b - - id \"two\";\n7k/8/8/8/8/8/8/1K6 b - -\n"));
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
     EXPECT_TRUE(begins(
         say("get three"), "7k/8/8/8/8/8/8/2K5 b - - id \"three\";\r\n7k/8/8/8/8/8/8/2K5 b - -\n"));
 }
@@ -557,10 +562,10 @@ TEST_F(ConsoleTest, GetClearsTheTable)
 TEST_F(ConsoleTest, EverySettingAsksForARebuild)
 {
     for (const char* line : { "set nosuchkey 1", "set", "set hash 1", "set level 1 5 0", "set ss 1",
-             "set multipv 2", "set LMR_depth 3" }) {
-        engine_options.params_changed = 0;
+             "set multipv 2", "set pruning.LMR_depth 3" }) {
+        dialogue.engine_options.params_changed = 0;
         say(line);
-        EXPECT_EQ(engine_options.params_changed, 1) << line;
+        EXPECT_EQ(dialogue.engine_options.params_changed, 1) << line;
     }
     EXPECT_EQ(say("set nosuchkey 1"), "");
     EXPECT_EQ(say("set"), "");
@@ -569,7 +574,7 @@ TEST_F(ConsoleTest, EverySettingAsksForARebuild)
 TEST_F(ConsoleTest, SetHashAndNoise)
 {
     EXPECT_EQ(say("set hash 2"), "");
-    EXPECT_EQ(load(hash_mode), 2);
+    EXPECT_EQ(load(hash.mode), 2);
     EXPECT_EQ(say("set noise 1.25"), "");
     EXPECT_EQ(load(noise), 1.25);
     EXPECT_EQ(say("set noise"), "");
@@ -579,45 +584,45 @@ TEST_F(ConsoleTest, SetHashAndNoise)
 TEST_F(ConsoleTest, SetMultipvByAnyKeyThatContainsIt)
 {
     for (const char* key : { "multipv", "xmultipvx", "multipv=" }) {
-        engine_options.multi_pv = 1;
+        dialogue.engine_options.multi_pv = 1;
         EXPECT_EQ(say(std::string("set ") + key + " 3"), "") << key;
-        EXPECT_EQ(engine_options.multi_pv, 3) << key;
-        EXPECT_EQ(load(worker_options.multi_pv), 3) << key;
+        EXPECT_EQ(dialogue.engine_options.multi_pv, 3) << key;
+        EXPECT_EQ(load(search_settings.multi_pv), 3) << key;
     }
     EXPECT_EQ(say("set MultiPV 5"), "");
-    EXPECT_EQ(engine_options.multi_pv, 3);
+    EXPECT_EQ(dialogue.engine_options.multi_pv, 3);
     say("set multipv 0");
-    EXPECT_EQ(engine_options.multi_pv, 1);
+    EXPECT_EQ(dialogue.engine_options.multi_pv, 1);
     say("set multipv -7");
-    EXPECT_EQ(engine_options.multi_pv, 1);
+    EXPECT_EQ(dialogue.engine_options.multi_pv, 1);
     say("set multipv 256");
-    EXPECT_EQ(engine_options.multi_pv, 255);
+    EXPECT_EQ(dialogue.engine_options.multi_pv, 255);
     say("set multipv 99999999999999");
-    EXPECT_EQ(engine_options.multi_pv, 255);
+    EXPECT_EQ(dialogue.engine_options.multi_pv, 255);
 }
 
 TEST_F(ConsoleTest, OnlyTheFirst31CharactersOfAKeyCount)
 {
     say("set " + std::string(24, 'x') + "multipv 4");
-    EXPECT_EQ(engine_options.multi_pv, 4);
+    EXPECT_EQ(dialogue.engine_options.multi_pv, 4);
     say("set " + std::string(25, 'x') + "multipv 5");
-    EXPECT_EQ(engine_options.multi_pv, 4);
+    EXPECT_EQ(dialogue.engine_options.multi_pv, 4);
 }
 
 TEST_F(ConsoleTest, SetLevel)
 {
     EXPECT_EQ(say("set level 40 5:00 2"), "set level to 40 moves in 300.00 seconds, inc 2.00\n");
-    EXPECT_EQ(load(tc_moves), 40);
-    EXPECT_EQ(tc_seconds, 300.0);
-    EXPECT_EQ(tc_increment, 2.0);
-    EXPECT_EQ(load(clock_left[White]), 300.0);
-    EXPECT_EQ(load(clock_left[Black]), 300.0);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 40);
+    EXPECT_EQ(dialogue.limits.tc_seconds, 300.0);
+    EXPECT_EQ(dialogue.limits.tc_increment, 2.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 300.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[Black]), 300.0);
     EXPECT_EQ(say("set level 0 90 0.25"), "set level to 0 moves in 90.00 seconds, inc 0.25\n");
     EXPECT_EQ(say("set level 1 1:30 0"), "set level to 1 moves in 90.00 seconds, inc 0.00\n");
     EXPECT_EQ(say("set level 1 5 nan"), "set level to 1 moves in 5.00 seconds, inc 0.00\n");
     EXPECT_EQ(say("set level 1 :7"), "set level to 1 moves in 7.00 seconds, inc 0.00\n");
     EXPECT_EQ(say("set level"), "set level to 0 moves in 0.00 seconds, inc 0.00\n");
-    EXPECT_EQ(load(clock_left[White]), 0.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 0.0);
     EXPECT_NE(say("set level 99999999999 99999999999:99999999999 1e999"), "");
     EXPECT_NE(say("set level -1 -5:x nan"), "");
 }
@@ -631,32 +636,32 @@ TEST_F(ConsoleTest, SetDepth)
     for (const Case& c : { Case { "5", 5 }, { "66", 66 }, { "67", 66 }, { "300", 66 }, { "0", 0 },
              { "-5", -5 }, { "-1000", -128 }, { "", 0 } }) {
         EXPECT_EQ(say(std::string("set depth ") + c.value), "");
-        EXPECT_EQ(load(depth_limit), c.depth) << c.value;
+        EXPECT_EQ(load(dialogue.limits.depth_limit), c.depth) << c.value;
     }
 }
 
 TEST_F(ConsoleTest, SetTargetNps)
 {
     EXPECT_EQ(say("set target_nps 25000"), "target_nps set to 25000\n");
-    EXPECT_EQ(load(target_nps), 25000.0);
-    EXPECT_EQ(engine_options.limit_strength, 1);
+    EXPECT_EQ(load(strength.target_nps), 25000.0);
+    EXPECT_EQ(dialogue.engine_options.limit_strength, 1);
 }
 
 TEST_F(ConsoleTest, SetSsSwitchesSelectivityOffAndOn)
 {
-    engine_options.contempt = 17;
+    dialogue.engine_options.contempt = 17;
     EXPECT_EQ(say("set ss 0"), "selectivity set to OFF\n");
-    EXPECT_EQ(engine_options.search.NMP_depth, 99);
-    EXPECT_EQ(engine_options.search.SEP_depth, 0);
-    EXPECT_EQ(engine_options.search.LMP_depth, 0);
-    EXPECT_EQ(engine_options.search.LMR_depth, 99);
-    EXPECT_EQ(engine_options.search.FP_depth, 3);
-    EXPECT_EQ(engine_options.contempt, 17);
+    EXPECT_EQ(dialogue.engine_options.search.NMP_depth, 99);
+    EXPECT_EQ(dialogue.engine_options.search.SEP_depth, 0);
+    EXPECT_EQ(dialogue.engine_options.search.LMP_depth, 0);
+    EXPECT_EQ(dialogue.engine_options.search.LMR_depth, 99);
+    EXPECT_EQ(dialogue.engine_options.search.FP_depth, 3);
+    EXPECT_EQ(dialogue.engine_options.contempt, 17);
     EXPECT_EQ(say("set ss 1"), "set default personality\n");
-    EXPECT_EQ(engine_options.search.NMP_depth, 3);
-    EXPECT_EQ(engine_options.search.LMR_depth, 3);
-    EXPECT_EQ(engine_options.contempt, 0);
-    EXPECT_EQ(engine_options.params_changed, 1);
+    EXPECT_EQ(dialogue.engine_options.search.NMP_depth, 3);
+    EXPECT_EQ(dialogue.engine_options.search.LMR_depth, 3);
+    EXPECT_EQ(dialogue.engine_options.contempt, 0);
+    EXPECT_EQ(dialogue.engine_options.params_changed, 1);
     EXPECT_EQ(say("set ss"), "selectivity set to OFF\n");
     EXPECT_EQ(say("set ss 2"), "selectivity set to OFF\n");
 }
@@ -667,14 +672,14 @@ TEST_F(ConsoleTest, SetWritesTheNumberedFields)
         const char* key;
         i16* field;
     };
-    for (const Case& c : { Case { "NMP_depth", &engine_options.search.NMP_depth },
-             { "SEP_depth", &engine_options.search.SEP_depth },
-             { "FP_depth", &engine_options.search.FP_depth },
-             { "ProbCut_depth", &engine_options.search.ProbCut_depth },
-             { "LMP_depth", &engine_options.search.LMP_depth },
-             { "LMR_depth", &engine_options.search.LMR_depth },
-             { "Selectivity", &engine_options.selectivity },
-             { "ponder", &engine_options.ponder } }) {
+    for (const Case& c : { Case { "NMP_depth", &dialogue.engine_options.search.NMP_depth },
+             { "SEP_depth", &dialogue.engine_options.search.SEP_depth },
+             { "FP_depth", &dialogue.engine_options.search.FP_depth },
+             { "ProbCut_depth", &dialogue.engine_options.search.ProbCut_depth },
+             { "LMP_depth", &dialogue.engine_options.search.LMP_depth },
+             { "LMR_depth", &dialogue.engine_options.search.LMR_depth },
+             { "Selectivity", &dialogue.engine_options.selectivity },
+             { "ponder", &dialogue.engine_options.ponder } }) {
         const std::string key = c.key;
         EXPECT_EQ(say("set " + key + " 12"), key + " set to 12\n");
         EXPECT_EQ(*c.field, 12) << key;

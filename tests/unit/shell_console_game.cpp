@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "shell_test_support.h"
+#include "search/control.h"
 
 struct ConsoleGameTest : ConsoleTest {
     // What load says, without the board behind it.
@@ -28,8 +29,8 @@ struct ConsoleGameTest : ConsoleTest {
     static std::string game()
     {
         std::string moves;
-        for (i32 i = 0; i < console_thread->undo_count; ++i) {
-            moves += (i == 0 ? "" : " ") + text_of(console_thread->undo[i].move);
+        for (i32 i = 0; i < dialogue.game->undo_count; ++i) {
+            moves += (i == 0 ? "" : " ") + text_of(dialogue.game->undo[i].move);
         }
         return moves;
     }
@@ -51,8 +52,8 @@ TEST_F(ConsoleGameTest, JumpOneGoesToTheStart)
     say_all("e2e4;e7e5;g1f3");
     expect_board(say("jump 1"));
     EXPECT_EQ(fen(), start_position);
-    EXPECT_EQ(console_thread->undo_count, 0);
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
 }
 
 TEST_F(ConsoleGameTest, JumpEndsBehindTheLastStoredMove)
@@ -75,12 +76,12 @@ TEST_F(ConsoleGameTest, JumpTakesAnyNumber)
     for (const char* number : { "", "0", "-1", "x", "-99999999999999" }) {
         say("jump 9");
         say(std::string("jump ") + number);
-        EXPECT_EQ(console_thread->undo_count, 0) << number;
+        EXPECT_EQ(dialogue.game->undo_count, 0) << number;
     }
     for (const char* number : { "2", "1000", "2147483647", "99999999999999" }) {
         say("jump 1");
         say(std::string("jump ") + number);
-        EXPECT_EQ(console_thread->undo_count, 2) << number;
+        EXPECT_EQ(dialogue.game->undo_count, 2) << number;
     }
 }
 
@@ -96,7 +97,7 @@ TEST_F(ConsoleGameTest, SaveAppendsTheGame)
     EXPECT_EQ(read_file("tmp.pgn"),
         "[Event \"Unknown\"]\n\n\n[Event \"Unknown\"]\ne4 d5 exd5 Nf6 Bb5+ \n\n");
     EXPECT_EQ(board(), before);
-    EXPECT_EQ(console_thread->undo_count, 5);
+    EXPECT_EQ(dialogue.game->undo_count, 5);
 }
 
 TEST_F(ConsoleGameTest, SaveBreaksTheLineAfterEachEleventhMove)
@@ -140,7 +141,7 @@ TEST_F(ConsoleGameTest, ASavedGameCanBeLoaded)
     say_all("e2e4;e7e5;Nf3;Nc6;Bb5;a6;O-O;Nf6;d4;exd4;Bxc6;dxc6;e5;d3;exf6;d2;fxg7;dxc1=Q;gxh8=N");
     const std::string moves = game();
     const std::string end = fen();
-    EXPECT_EQ(console_thread->undo_count, 19);
+    EXPECT_EQ(dialogue.game->undo_count, 19);
     say_all("save;new");
     expect_board(say("load tmp.pgn"), "loading tmp.pgn, tag \n\n");
     EXPECT_EQ(game(), moves);
@@ -203,12 +204,12 @@ TEST_F(ConsoleGameTest, WithoutAHeaderThereIsNoFirstGame)
 
 TEST_F(ConsoleGameTest, LoadSetsTheClocks)
 {
-    tc_seconds = 12.5;
-    store(clock_left[White], 1.0);
+    dialogue.limits.tc_seconds = 12.5;
+    store(dialogue.limits.clock_left[White], 1.0);
     load_text(three_games);
-    EXPECT_EQ(load(clock_left[White]), 12.5);
-    EXPECT_EQ(load(clock_left[Black]), 12.5);
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 12.5);
+    EXPECT_EQ(load(dialogue.limits.clock_left[Black]), 12.5);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
 }
 
 TEST_F(ConsoleGameTest, WithoutAFileOnlyTheClocksChange)
@@ -217,17 +218,17 @@ TEST_F(ConsoleGameTest, WithoutAFileOnlyTheClocksChange)
     const std::string before = board();
     ASSERT_EQ(mkdir("folder", 0777), 0);
     ASSERT_EQ(mkfifo("pipe", 0666), 0);
-    tc_seconds = 33.0;
-    store(stop_code, StopNone);
+    dialogue.limits.tc_seconds = 33.0;
+    store(stop_code, StopCode::None);
     for (const char* name : { "nothing.pgn", "folder", "pipe", "/dev/zero", "" }) {
-        store(clock_left[White], 1.0);
+        store(dialogue.limits.clock_left[White], 1.0);
         EXPECT_EQ(say(std::string("load ") + name), std::string("loading ") + name + ", tag \n\n");
-        EXPECT_EQ(load(clock_left[White]), 33.0) << name;
-        EXPECT_EQ(load(clock_left[Black]), 33.0) << name;
+        EXPECT_EQ(load(dialogue.limits.clock_left[White]), 33.0) << name;
+        EXPECT_EQ(load(dialogue.limits.clock_left[Black]), 33.0) << name;
         EXPECT_EQ(board(), before) << name;
-        EXPECT_EQ(console_thread->undo_count, 2);
+        EXPECT_EQ(dialogue.game->undo_count, 2);
     }
-    EXPECT_EQ(load(stop_code), StopNone);
+    EXPECT_EQ(load(stop_code), StopCode::None);
 }
 
 TEST_F(ConsoleGameTest, CommentsNestAndSpanLines)
@@ -358,8 +359,8 @@ TEST_F(ConsoleGameTest, LongGamesAreLoadedToTheirEnd)
     }
     load_text(file);
     EXPECT_EQ(fen(), start_position);
-    EXPECT_LE(console_thread->undo_count, game_limit);
-    EXPECT_GE(console_thread->undo_count, game_keep);
+    EXPECT_LE(dialogue.game->undo_count, game_limit);
+    EXPECT_GE(dialogue.game->undo_count, game_keep);
 }
 
 TEST_F(ConsoleGameTest, AnythingLoadedReplacesTheOldGame)
@@ -383,7 +384,7 @@ TEST_F(ConsoleGameTest, TheEditorShowsItsHelpAndThenTheBoard)
 {
     expect_board(edit(".\n"), help);
     EXPECT_EQ(fen(), start_position);
-    EXPECT_EQ(load(stop_code), StopReportGame);
+    EXPECT_EQ(load(stop_code), StopCode::ReportGame);
     expect_board(edit(""), help);
 }
 
@@ -391,8 +392,8 @@ TEST_F(ConsoleGameTest, PiecesAreSetOnAClearedBoard)
 {
     expect_board(edit("#\nw Ke1 Qd1 Pa2\nb Ke8 Ra8\n.\n"), help);
     EXPECT_EQ(fen(), "r3k3/8/8/8/8/8/P7/3QK3 b q -");
-    EXPECT_TRUE(fields_agree(&console_thread->pos));
-    EXPECT_EQ(position_defect(&console_thread->pos), nullptr);
+    EXPECT_TRUE(fields_agree(&dialogue.game->pos));
+    EXPECT_EQ(position_defect(&dialogue.game->pos), nullptr);
 }
 
 TEST_F(ConsoleGameTest, TheLastLineTellsWhoMoves)
@@ -411,7 +412,7 @@ TEST_F(ConsoleGameTest, LettersCountInEitherCaseAndOthersEmptyASquare)
     EXPECT_EQ(fen(), "3nbrqk/2p5/8/8/8/8/5P2/KQRBN3 b - -");
     edit("w xc7 .d8 ?e8 -f8 0g8\n.\n");
     EXPECT_EQ(fen(), "7k/8/8/8/8/8/5P2/KQRBN3 w - -");
-    EXPECT_TRUE(fields_agree(&console_thread->pos));
+    EXPECT_TRUE(fields_agree(&dialogue.game->pos));
 }
 
 TEST_F(ConsoleGameTest, OtherLinesAreDropped)
@@ -442,7 +443,7 @@ TEST_F(ConsoleGameTest, APieceReplacesAnother)
 {
     edit("w Qe8 Pe7\n.\n");
     EXPECT_EQ(fen(), "rnbqQbnr/ppppPppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQ -");
-    const Position* pos = &console_thread->pos;
+    const Position* pos = &dialogue.game->pos;
     EXPECT_EQ(pos->piece_count[White] & 15, 9u);
     EXPECT_EQ(pos->piece_count[Black] & 15, 7u);
     EXPECT_TRUE(fields_agree(pos));
@@ -452,7 +453,7 @@ TEST_F(ConsoleGameTest, FalseCastlingRightsAreDropped)
 {
     edit("w xa1\nb xe8 Ke7\nw\n.\n");
     EXPECT_EQ(fen(), "rnbq1bnr/ppppkppp/8/8/8/8/PPPPPPPP/1NBQKBNR w K -");
-    EXPECT_TRUE(fields_agree(&console_thread->pos));
+    EXPECT_TRUE(fields_agree(&dialogue.game->pos));
     // A cleared board has all rights again.
     edit("#\nw Ke1 Ra1 Rh1\nb Ke8 Ra8 Rh8\nw\n.\n");
     EXPECT_EQ(fen(), "r3k2r/8/8/8/8/8/8/R3K2R w KQkq -");
@@ -463,7 +464,7 @@ TEST_F(ConsoleGameTest, TheGameBeginsAnewBehindTheEditor)
     say_all("e2e4;e7e5;[");
     edit(".\n");
     EXPECT_EQ(fen(), "rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq e3");
-    EXPECT_EQ(console_thread->undo_count, 0);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
     EXPECT_EQ(say("]"), "");
     EXPECT_EQ(say("undo"), "");
     EXPECT_TRUE(begins(say("d7d5"), "1. move d7d5\n"));
@@ -476,12 +477,12 @@ TEST_F(ConsoleGameTest, TheGameBeginsAnewBehindTheEditor)
 TEST_F(ConsoleGameTest, ClearingResetsTheClockOfTheDrawRule)
 {
     say_all("Nf3;Nf6;Ng1");
-    EXPECT_EQ(console_thread->pos.cnt50, 3);
+    EXPECT_EQ(dialogue.game->pos.cnt50, 3);
     edit("#\nw Ke1\nb Ke8\n.\n");
-    EXPECT_EQ(console_thread->pos.cnt50, 0);
-    EXPECT_EQ(console_thread->pos.ep_square, NoSquare);
-    EXPECT_EQ(console_thread->ply, 1);
-    EXPECT_EQ(console_thread->last_move, 0);
+    EXPECT_EQ(dialogue.game->pos.cnt50, 0);
+    EXPECT_EQ(dialogue.game->pos.ep_square, NoSquare);
+    EXPECT_EQ(dialogue.game->ply, 1);
+    EXPECT_EQ(dialogue.game->last_move, 0);
 }
 
 TEST_F(ConsoleGameTest, LinesOfTheEditorHaveAtMost77Characters)
@@ -519,18 +520,18 @@ TEST_F(ConsoleGameTest, MoreThanSixteenPiecesStayOnTheBoard)
     edit(lines + ".\n");
     EXPECT_EQ(
         fen(), "QQQQQQQQ/QQQQQQQQ/QQQQQQQQ/QQQQQQQQ/QQQQQQQQ/QQQQQQQQ/QQQQQQQQ/QQQQQQQQ w - -");
-    EXPECT_TRUE(fields_agree(&console_thread->pos));
-    EXPECT_NE(position_defect(&console_thread->pos), nullptr);
+    EXPECT_TRUE(fields_agree(&dialogue.game->pos));
+    EXPECT_NE(position_defect(&dialogue.game->pos), nullptr);
     EXPECT_EQ(say("a1a2"), "");
 }
 
 TEST_F(ConsoleGameTest, AKingThatGoesLeavesTheOther)
 {
     edit("w Kc4 xe1\n.\n");
-    EXPECT_EQ(console_thread->pos.king_sq[White], square_of("c4"));
-    EXPECT_EQ(position_defect(&console_thread->pos), nullptr);
+    EXPECT_EQ(dialogue.game->pos.king_sq[White], square_of("c4"));
+    EXPECT_EQ(position_defect(&dialogue.game->pos), nullptr);
     edit("w xc4\n.\n");
-    EXPECT_NE(position_defect(&console_thread->pos), nullptr);
+    EXPECT_NE(position_defect(&dialogue.game->pos), nullptr);
 }
 
 TEST_F(ConsoleGameTest, ManyPiecesFitOnALine)
@@ -549,7 +550,7 @@ TEST_F(ConsoleGameTest, RandomLinesKeepTheFieldsInAgreement)
             lines += letters[next_random(&state, sizeof letters - 1)];
         }
         edit(lines);
-        EXPECT_TRUE(fields_agree(&console_thread->pos)) << lines;
+        EXPECT_TRUE(fields_agree(&dialogue.game->pos)) << lines;
         say_all("ev;swap;pv;bd;e2e4;e7e5;undo;]");
     }
 }

@@ -7,6 +7,8 @@
 
 #include "shell/think_loop.h"
 #include "shell_test_support.h"
+#include "base/files.h"
+#include "base/output.h"
 
 struct InputTest : ShellTest {
     // The next piece, or "-" for nothing.
@@ -23,7 +25,7 @@ struct InputTest : ShellTest {
     {
         return capture_output([times] {
             for (i32 i = 0; i < times; ++i) {
-                poll_input();
+                poll_input(&dialogue);
             }
         });
     }

@@ -2,19 +2,26 @@
 #include "shell/options.h"
 
 #include "shell_test_support.h"
+#include "search/strength.h"
+#include "search/control.h"
+#include "base/text.h"
+#include "eval/evaluate.h"
+#include "search/hash.h"
+#include "search/thread.h"
+#include "base/output.h"
 
 struct OptionsTest : ShellTest {
     static std::string set(const char* name, const std::string& value)
     {
         std::string text = value;
-        return capture_output([&] { set_option(name, text.data()); });
+        return capture_output([&] { set_option(&dialogue, name, text.data()); });
     }
 
     static std::string load_config(const std::string& text)
     {
         write_file("test.cfg", text);
-        copy_text(engine_options.config_file_path, file_option_size, "test.cfg");
-        return capture_output([] { EXPECT_EQ(load_config_file(), 1); });
+        copy_text(dialogue.engine_options.config_file_path, file_option_size, "test.cfg");
+        return capture_output([] { EXPECT_EQ(load_config_file(&dialogue), 1); });
     }
 
     // The reply to loading a file, without its first line.
@@ -49,7 +56,7 @@ TEST_F(OptionsTest, SpinOptionsAreHeldToTheirRange)
             EXPECT_EQ(set(row.name, value),
                 std::string("info string ") + row.name + " set to " + std::to_string(wanted)
                     + "\n");
-            EXPECT_EQ(engine_options.*row.field, wanted) << row.name << " " << value;
+            EXPECT_EQ(dialogue.engine_options.*row.field, wanted) << row.name << " " << value;
         };
         check(std::to_string(row.lowest), row.lowest);
         check(std::to_string(row.lowest - 1), row.lowest);
@@ -69,12 +76,12 @@ TEST_F(OptionsTest, HashIsHeldToItsRangeAndReallocates)
 {
     EXPECT_EQ(set("Hash", "2"),
         "info string Hash set to 2\ninfo string allocated 2 Mbytes for hash table\n\n");
-    EXPECT_EQ(hash_mb, 2);
+    EXPECT_EQ(hash.megabytes, 2);
     EXPECT_EQ(set("Hash", "2"), "info string Hash set to 2\n");
     EXPECT_EQ(set("Hash", "-7"),
         "info string Hash set to 0\ninfo string allocated 0 Mbytes for hash table\n\n");
-    EXPECT_EQ(hash_slots, 0u);
-    EXPECT_NE(hash_table, nullptr);
+    EXPECT_EQ(hash.slots, 0u);
+    EXPECT_NE(hash.table, nullptr);
 }
 
 TEST_F(OptionsTest, ThreadsTakesZeroAndRestartsTheWorkers)
@@ -84,7 +91,7 @@ TEST_F(OptionsTest, ThreadsTakesZeroAndRestartsTheWorkers)
     EXPECT_NE(load_acquire(workers[2]), nullptr);
     EXPECT_EQ(set("Threads", "0"), "info string Threads set to 0\n");
     EXPECT_EQ(num_threads, 0);
-    EXPECT_EQ(engine_options.threads, 0);
+    EXPECT_EQ(dialogue.engine_options.threads, 0);
     EXPECT_EQ(set("Threads", "-3"), "info string Threads set to 0\n");
     EXPECT_EQ(set("Threads", "500"), "info string Threads set to 128\n");
     EXPECT_EQ(num_threads, 128);
@@ -93,11 +100,11 @@ TEST_F(OptionsTest, ThreadsTakesZeroAndRestartsTheWorkers)
 TEST_F(OptionsTest, RestartingWorkersKeepsAResultThatIsNotReportedYet)
 {
     set_workers(1);
-    store(engine_state, EngineThinking);
-    store(stop_code, StopReport);
+    store(engine_state, EngineState::Thinking);
+    store(stop_code, StopCode::Report);
     set("Threads", "2");
-    EXPECT_EQ(load(stop_code), StopReport);
-    EXPECT_EQ(load(engine_state), EngineThinking);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
+    EXPECT_EQ(load(engine_state), EngineState::Thinking);
 }
 
 TEST_F(OptionsTest, ChecksLookForTrueAnywhereInLowerCase)
@@ -113,14 +120,14 @@ TEST_F(OptionsTest, ChecksLookForTrueAnywhereInLowerCase)
     for (const auto& row : rows) {
         const std::string reply = std::string("info string ") + row.name + " set to ";
         EXPECT_EQ(set(row.name, "true"), reply + "1\n");
-        EXPECT_EQ(engine_options.*row.field, 1);
+        EXPECT_EQ(dialogue.engine_options.*row.field, 1);
         EXPECT_EQ(set(row.name, "TRUE"), reply + "0\n");
-        EXPECT_EQ(engine_options.*row.field, 0);
+        EXPECT_EQ(dialogue.engine_options.*row.field, 0);
         EXPECT_EQ(set(row.name, "untrue"), reply + "1\n");
-        EXPECT_EQ(engine_options.*row.field, 1);
+        EXPECT_EQ(dialogue.engine_options.*row.field, 1);
         EXPECT_EQ(set(row.name, ""), reply + "0\n");
         EXPECT_EQ(set(row.name, "1"), reply + "0\n");
-        EXPECT_EQ(engine_options.*row.field, 0);
+        EXPECT_EQ(dialogue.engine_options.*row.field, 0);
     }
 }
 
@@ -151,8 +158,8 @@ TEST_F(OptionsTest, WeightPairsKeepTheNumberThatIsMissing)
             "info string Mtl_Pawn set to " + std::to_string(row.first) + ","
                 + std::to_string(row.second) + "\n")
             << row.text;
-        EXPECT_EQ(engine_options.Mtl_Pawn[0], row.first) << row.text;
-        EXPECT_EQ(engine_options.Mtl_Pawn[1], row.second) << row.text;
+        EXPECT_EQ(dialogue.engine_options.scales.Mtl_Pawn[0], row.first) << row.text;
+        EXPECT_EQ(dialogue.engine_options.scales.Mtl_Pawn[1], row.second) << row.text;
     }
 }
 
@@ -160,27 +167,27 @@ TEST_F(OptionsTest, EveryWeightPairHasItsField)
 {
     const struct {
         const char* name;
-        WeightScale EngineOptions::*field;
+        WeightScale WeightScales::*field;
     } rows[] = {
-        { "Mtl_Pawn", &EngineOptions::Mtl_Pawn },
-        { "Mtl_Knight", &EngineOptions::Mtl_Knight },
-        { "Mtl_Bishop", &EngineOptions::Mtl_Bishop },
-        { "Mtl_Rook", &EngineOptions::Mtl_Rook },
-        { "Mtl_Queen", &EngineOptions::Mtl_Queen },
-        { "Activity_Knight", &EngineOptions::Activity_Knight },
-        { "Activity_Bishop", &EngineOptions::Activity_Bishop },
-        { "Activity_Rook", &EngineOptions::Activity_Rook },
-        { "Activity_Queen", &EngineOptions::Activity_Queen },
-        { "Pawn_Structure", &EngineOptions::Pawn_Structure },
-        { "Passed_Pawns", &EngineOptions::Passed_Pawns },
-        { "King_Safety", &EngineOptions::King_Safety },
-        { "Threats", &EngineOptions::Threats },
+        { "Mtl_Pawn", &WeightScales::Mtl_Pawn },
+        { "Mtl_Knight", &WeightScales::Mtl_Knight },
+        { "Mtl_Bishop", &WeightScales::Mtl_Bishop },
+        { "Mtl_Rook", &WeightScales::Mtl_Rook },
+        { "Mtl_Queen", &WeightScales::Mtl_Queen },
+        { "Activity_Knight", &WeightScales::Activity_Knight },
+        { "Activity_Bishop", &WeightScales::Activity_Bishop },
+        { "Activity_Rook", &WeightScales::Activity_Rook },
+        { "Activity_Queen", &WeightScales::Activity_Queen },
+        { "Pawn_Structure", &WeightScales::Pawn_Structure },
+        { "Passed_Pawns", &WeightScales::Passed_Pawns },
+        { "King_Safety", &WeightScales::King_Safety },
+        { "Threats", &WeightScales::Threats },
     };
     i32 value = 30;
     for (const auto& row : rows) {
         set(row.name, std::to_string(value) + "," + std::to_string(value + 1));
-        EXPECT_EQ((engine_options.*row.field)[0], value) << row.name;
-        EXPECT_EQ((engine_options.*row.field)[1], value + 1) << row.name;
+        EXPECT_EQ((dialogue.engine_options.scales.*row.field)[0], value) << row.name;
+        EXPECT_EQ((dialogue.engine_options.scales.*row.field)[1], value + 1) << row.name;
         value += 2;
     }
 }
@@ -204,20 +211,20 @@ TEST_F(OptionsTest, TextsAreCutToTheirField)
             EXPECT_EQ(set(row.name, value),
                 std::string("info string ") + row.name + " set to '" + kept + "'\n"
                     + (length > 0 ? row.effect : ""));
-            EXPECT_EQ(engine_options.*row.field, kept);
+            EXPECT_EQ(dialogue.engine_options.*row.field, kept);
         }
     }
-    EXPECT_EQ(engine_options.syzygy_probe_depth5, 0);
+    EXPECT_EQ(dialogue.engine_options.syzygy_probe_depth5, 0);
 }
 
 TEST_F(OptionsTest, UnknownNamesDoNothing)
 {
-    const EngineOptions before = engine_options;
+    const EngineOptions before = dialogue.engine_options;
     for (const char* name : { "", "hash", "HASH", "Hash ", " Hash", "Has", "Hashs", "Clear Hash",
              "value", "NMP_depth" }) {
         EXPECT_EQ(set(name, "7"), "") << name;
     }
-    EXPECT_EQ(memcmp(&before, &engine_options, sizeof before), 0);
+    EXPECT_EQ(memcmp(&before, &dialogue.engine_options, sizeof before), 0);
 }
 
 TEST_F(OptionsTest, ClearHashEmptiesTheTable)
@@ -236,24 +243,24 @@ TEST_F(OptionsTest, LogOpensOnceAndStaysOpen)
 {
     write_file("vesk.log", "old\n");
     EXPECT_EQ(set("Log", "true"), "info string Log set to 1\n");
-    EXPECT_EQ(engine_options.log, 1);
+    EXPECT_EQ(dialogue.engine_options.log, 1);
     EXPECT_EQ(set("Contempt", "3"), "info string Contempt set to 3\n");
     EXPECT_EQ(set("Log", "no"), "info string Log set to 0\n");
-    EXPECT_NE(log_file, nullptr);
+    log_line("it is still open");
     set("Contempt", "4");
     set("Log", "true");
     set("Contempt", "5");
     EXPECT_EQ(read_file("vesk.log"),
         "info string Contempt set to 3\ninfo string Log set to 0\n"
-        "info string Contempt set to 5\n");
+        "it is still open\ninfo string Contempt set to 5\n");
 }
 
 TEST_F(OptionsTest, ALogThatCannotBeReplacedSwitchesLoggingOff)
 {
     ASSERT_EQ(system("mkdir vesk.log"), 0);
     EXPECT_EQ(set("Log", "true"), "info string Log set to 1\nlog file in use.\n");
-    EXPECT_EQ(engine_options.log, 0);
-    EXPECT_EQ(load(worker_options.log), 0);
+    EXPECT_EQ(dialogue.engine_options.log, 0);
+    EXPECT_FALSE(is_logging());
 }
 
 TEST_F(OptionsTest, WorkersSeeWhatWasSet)
@@ -261,9 +268,9 @@ TEST_F(OptionsTest, WorkersSeeWhatWasSet)
     set("Contempt", "33");
     set("MultiPV", "4");
     set("SyzygyProbeDepth6", "9");
-    EXPECT_EQ(load(worker_options.contempt), 33);
-    EXPECT_EQ(load(worker_options.multi_pv), 4);
-    EXPECT_EQ(load(worker_options.syzygy_probe_depth6), 9);
+    EXPECT_EQ(load(contempt_rule.contempt), 33);
+    EXPECT_EQ(load(search_settings.multi_pv), 4);
+    EXPECT_EQ(load(search_settings.tb_depths.six), 9);
 }
 
 TEST_F(OptionsTest, ARunningSearchKeepsWhatItStartedWithButLogsAtOnce)
@@ -277,15 +284,15 @@ TEST_F(OptionsTest, ARunningSearchKeepsWhatItStartedWithButLogsAtOnce)
     store(workers[0], busy);
     num_threads = 1;
     set("Contempt", "44");
-    engine_options.log = 1;
-    publish_options();
-    EXPECT_EQ(load(worker_options.contempt), 33);
-    EXPECT_EQ(load(worker_options.log), 1);
+    dialogue.engine_options.log = 1;
+    publish_options(&dialogue);
+    EXPECT_EQ(load(contempt_rule.contempt), 33);
+    EXPECT_TRUE(is_logging());
 
     store(busy->command, CommandIdle);
-    engine_options.log = 0;
-    publish_options();
-    EXPECT_EQ(load(worker_options.contempt), 44);
+    dialogue.engine_options.log = 0;
+    publish_options(&dialogue);
+    EXPECT_EQ(load(contempt_rule.contempt), 44);
     store(workers[0], old_worker);
     num_threads = old_count;
     delete busy;
@@ -293,12 +300,12 @@ TEST_F(OptionsTest, ARunningSearchKeepsWhatItStartedWithButLogsAtOnce)
 
 TEST_F(OptionsTest, AnnouncementShowsTheSavedValues)
 {
-    saved_options.hash = 77;
-    saved_options.ponder = 0;
-    saved_options.Threats[1] = 55;
-    copy_text(saved_options.own_book2_file, file_option_size, "b.bin");
-    estimated_elo = 2789.9;
-    const std::string output = capture_output([] { announce_options(); });
+    dialogue.saved_options.hash = 77;
+    dialogue.saved_options.ponder = 0;
+    dialogue.saved_options.scales.Threats[1] = 55;
+    copy_text(dialogue.saved_options.own_book2_file, file_option_size, "b.bin");
+    strength.estimated_elo = 2789.9;
+    const std::string output = capture_output([] { announce_options(&dialogue); });
     for (const char* line : { "option name Hash type spin default 77 min 0 max 16384\n",
              "option name Ponder type check default false\n",
              "option name Threats type string default 100,55\n",
@@ -309,10 +316,10 @@ TEST_F(OptionsTest, AnnouncementShowsTheSavedValues)
         EXPECT_NE(output.find(line), std::string::npos) << line;
     }
     EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 34);
-    EXPECT_EQ(saved_options.elo, 2789);
-    estimated_elo = 2900.0;
+    EXPECT_EQ(dialogue.saved_options.elo, 2789);
+    strength.estimated_elo = 2900.0;
     EXPECT_NE(capture_output([] {
-        announce_options();
+        announce_options(&dialogue);
     }).find("UCI_Elo type spin default 2789 min 1500 max 2900\n"),
         std::string::npos);
 }
@@ -383,22 +390,22 @@ TEST_F(OptionsTest, BinaryConfigurationIsHarmless)
 
 TEST_F(OptionsTest, LoadingAFileSavesAndAsksForNewTables)
 {
-    engine_options.params_changed = 0;
+    dialogue.engine_options.params_changed = 0;
     EXPECT_EQ(load_config("Contempt = 21\n"),
         "info string loading parameters from test.cfg\ninfo string Contempt set to 21\n");
-    EXPECT_EQ(engine_options.params_changed, 1);
-    EXPECT_EQ(saved_options.contempt, 21);
-    EXPECT_EQ(saved_options.params_changed, 1);
-    EXPECT_STREQ(saved_options.config_file_path, "test.cfg");
+    EXPECT_EQ(dialogue.engine_options.params_changed, 1);
+    EXPECT_EQ(dialogue.saved_options.contempt, 21);
+    EXPECT_EQ(dialogue.saved_options.params_changed, 1);
+    EXPECT_STREQ(dialogue.saved_options.config_file_path, "test.cfg");
 }
 
 TEST_F(OptionsTest, AFileThatCannotBeReadIsPassedOver)
 {
     EXPECT_EQ(set("ConfigFilePath", "no/such/file"),
         "info string ConfigFilePath set to 'no/such/file'\n");
-    EXPECT_STREQ(engine_options.config_file_path, "no/such/file");
-    EXPECT_EQ(engine_options.params_changed, 0);
-    EXPECT_EQ(load_config_file(), 0);
+    EXPECT_STREQ(dialogue.engine_options.config_file_path, "no/such/file");
+    EXPECT_EQ(dialogue.engine_options.params_changed, 0);
+    EXPECT_EQ(load_config_file(&dialogue), 0);
     ASSERT_EQ(system("mkfifo pipe.cfg"), 0);
     EXPECT_EQ(set("ConfigFilePath", "pipe.cfg"), "info string ConfigFilePath set to 'pipe.cfg'\n");
     EXPECT_EQ(set("ConfigFilePath", "."), "info string ConfigFilePath set to '.'\n");

@@ -1,7 +1,14 @@
 // Start values of the run state and of the options, and the clock.
-#include "shell/run_state.h"
 
 #include "shell_test_support.h"
+#include "search/clock.h"
+#include "search/strength.h"
+#include "base/output.h"
+#include "search/control.h"
+#include "board/trace.h"
+#include "base/clock.h"
+#include "eval/evaluate.h"
+#include "search/hash.h"
 
 struct RunStateTest : ShellTest {
 };
@@ -9,42 +16,39 @@ struct RunStateTest : ShellTest {
 TEST_F(RunStateTest, StartValuesAreThoseOfTheDefaultDialogue)
 {
     store(uci_mode, 0);
-    quit_flag = 1;
-    tc_seconds = 77.0;
-    epd_file[0] = 'x';
-    debug_counters[3] = 9;
-    init_run_state();
+    dialogue.quit_flag = true;
+    dialogue.limits.tc_seconds = 77.0;
+    search_totals.debug_counters[3] = 9;
+    reset_run_state();
     EXPECT_EQ(load(uci_mode), 1);
-    EXPECT_EQ(quit_flag, 0);
+    EXPECT_FALSE(dialogue.quit_flag);
     EXPECT_EQ(load(noise), 0.0);
-    EXPECT_EQ(load(hash_mode), 1);
-    EXPECT_EQ(hash_age, 0);
-    EXPECT_EQ(load(engine_state), EngineIdle);
-    EXPECT_EQ(load(stop_code), StopNone);
-    EXPECT_EQ(load(tc_moves), 1);
-    EXPECT_EQ(tc_seconds, 5.0);
-    EXPECT_EQ(tc_increment, 0.0);
-    EXPECT_EQ(load(clock_left[White]), 5.0);
-    EXPECT_EQ(load(clock_left[Black]), 5.0);
-    EXPECT_EQ(target_time, 1.0);
-    EXPECT_EQ(load(depth_limit), 66);
-    EXPECT_EQ(node_limit_total, 0);
-    EXPECT_EQ(calibration_nps, 0.0);
-    EXPECT_EQ(load(target_nps), 0.0);
-    EXPECT_EQ(load(debug_flag), 0);
+    EXPECT_EQ(load(hash.mode), 1);
+    EXPECT_EQ(hash.age, 0);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
+    EXPECT_EQ(load(stop_code), StopCode::None);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 1);
+    EXPECT_EQ(dialogue.limits.tc_seconds, 5.0);
+    EXPECT_EQ(dialogue.limits.tc_increment, 0.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 5.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[Black]), 5.0);
+    EXPECT_EQ(search_clock.target_time, 1.0);
+    EXPECT_EQ(load(dialogue.limits.depth_limit), 66);
+    EXPECT_EQ(dialogue.limits.node_limit_total, 0);
+    EXPECT_EQ(strength.calibration_nps, 0.0);
+    EXPECT_EQ(load(strength.target_nps), 0.0);
+    EXPECT_EQ(load(search_settings.debug_flag), 0);
     EXPECT_EQ(load(trace_level), 0);
-    EXPECT_EQ(numa, 0);
-    EXPECT_EQ(log_cmd, 1u);
-    EXPECT_EQ(debug_counters[3], 0);
+    EXPECT_EQ(dialogue.numa, 0);
+    EXPECT_TRUE(dialogue.log_cmd);
+    EXPECT_EQ(search_totals.debug_counters[3], 0);
     EXPECT_STREQ(params_file, "params.txt");
-    EXPECT_STREQ(epd_file, "");
-    EXPECT_STREQ(tool_file, "");
 }
 
 TEST_F(RunStateTest, OptionsStartAtTheirDefaults)
 {
-    init_default_options();
-    const EngineOptions& o = saved_options;
+    init_dialogue(&dialogue);
+    const EngineOptions& o = dialogue.saved_options;
     EXPECT_EQ(o.params_changed, 1);
     EXPECT_EQ(o.hash, 64);
     EXPECT_EQ(o.threads, 1);
@@ -68,9 +72,11 @@ TEST_F(RunStateTest, OptionsStartAtTheirDefaults)
     EXPECT_EQ(o.selectivity, 100);
     const i16 search[11] = { 3, 75, 3, 3, 125, 3, 3, 100, 6, 2, 3 };
     EXPECT_EQ(memcmp(&o.search, search, sizeof search), 0);
-    for (const WeightScale* scale : { &o.Mtl_Pawn, &o.Mtl_Knight, &o.Mtl_Bishop, &o.Mtl_Rook,
-             &o.Mtl_Queen, &o.Activity_Knight, &o.Activity_Bishop, &o.Activity_Rook,
-             &o.Activity_Queen, &o.Pawn_Structure, &o.Passed_Pawns, &o.King_Safety, &o.Threats }) {
+    for (const WeightScale* scale :
+        { &o.scales.Mtl_Pawn, &o.scales.Mtl_Knight, &o.scales.Mtl_Bishop, &o.scales.Mtl_Rook,
+            &o.scales.Mtl_Queen, &o.scales.Activity_Knight, &o.scales.Activity_Bishop,
+            &o.scales.Activity_Rook, &o.scales.Activity_Queen, &o.scales.Pawn_Structure,
+            &o.scales.Passed_Pawns, &o.scales.King_Safety, &o.scales.Threats }) {
         EXPECT_EQ((*scale)[0], 100);
         EXPECT_EQ((*scale)[1], 100);
     }
@@ -78,23 +84,23 @@ TEST_F(RunStateTest, OptionsStartAtTheirDefaults)
 
 TEST_F(RunStateTest, ElapsedCountsFromTheStartTime)
 {
-    start_time = monotonic_seconds() - 2.5;
+    search_clock.start_time = monotonic_seconds() - 2.5;
     update_elapsed();
-    EXPECT_GE(load(elapsed), 2.5);
-    EXPECT_LT(load(elapsed), 3.5);
+    EXPECT_GE(load(search_clock.elapsed), 2.5);
+    EXPECT_LT(load(search_clock.elapsed), 3.5);
 }
 
 TEST_F(RunStateTest, PublishingHandsTheWorkersTheirCopies)
 {
-    engine_options.contempt = 11;
-    engine_options.multi_pv = 12;
-    engine_options.log = 1;
-    engine_options.syzygy_probe_depth5 = -4;
-    engine_options.syzygy_probe_depth6 = 15;
-    publish_options();
-    EXPECT_EQ(load(worker_options.contempt), 11);
-    EXPECT_EQ(load(worker_options.multi_pv), 12);
-    EXPECT_EQ(load(worker_options.log), 1);
-    EXPECT_EQ(load(worker_options.syzygy_probe_depth5), -4);
-    EXPECT_EQ(load(worker_options.syzygy_probe_depth6), 15);
+    dialogue.engine_options.contempt = 11;
+    dialogue.engine_options.multi_pv = 12;
+    dialogue.engine_options.log = 1;
+    dialogue.engine_options.syzygy_probe_depth5 = -4;
+    dialogue.engine_options.syzygy_probe_depth6 = 15;
+    publish_options(&dialogue);
+    EXPECT_EQ(load(contempt_rule.contempt), 11);
+    EXPECT_EQ(load(search_settings.multi_pv), 12);
+    EXPECT_TRUE(is_logging());
+    EXPECT_EQ(load(search_settings.tb_depths.five), -4);
+    EXPECT_EQ(load(search_settings.tb_depths.six), 15);
 }

@@ -1,8 +1,9 @@
 // Calibration.
 #include "shell/startup.h"
 
-#include "search/clock.h"
 #include "shell_test_support.h"
+#include "search/clock.h"
+#include "search/strength.h"
 
 struct StartupTest : ShellTest {
 };
@@ -10,7 +11,7 @@ struct StartupTest : ShellTest {
 TEST_F(StartupTest, CalibrationMeasuresForThreeTenthsOfASecond)
 {
     set_workers(1);
-    const std::string line = capture_output([] { calibrate(); });
+    const std::string line = capture_output([] { calibrate(&dialogue); });
     f64 seconds = 0;
     f64 rate = 0;
     ASSERT_EQ(
@@ -18,16 +19,16 @@ TEST_F(StartupTest, CalibrationMeasuresForThreeTenthsOfASecond)
         << line;
     EXPECT_GE(seconds, 0.3);
     EXPECT_GT(rate, 0.0);
-    EXPECT_NEAR(rate, calibration_nps, 0.5001);
-    EXPECT_EQ(estimated_elo, elo_of_nps(calibration_nps));
+    EXPECT_NEAR(rate, strength.calibration_nps, 0.5001);
+    EXPECT_EQ(strength.estimated_elo, elo_of_nps(strength.calibration_nps));
     const f64 nodes = static_cast<f64>(load(load(workers[0])->counters[CountNodes]));
-    EXPECT_EQ(calibration_nps, nodes * 1.17 / (load(elapsed) + 0.001));
+    EXPECT_EQ(strength.calibration_nps, nodes * 1.17 / (load(search_clock.elapsed) + 0.001));
     EXPECT_EQ(fen_of(&load(workers[0])->pos), start_position);
 }
 
 TEST_F(StartupTest, CalibrationNeedsNoWorker)
 {
-    capture_output([] { calibrate(); });
-    EXPECT_GT(calibration_nps, 0.0);
-    EXPECT_EQ(fen_of(&console_thread->pos), start_position);
+    capture_output([] { calibrate(&dialogue); });
+    EXPECT_GT(strength.calibration_nps, 0.0);
+    EXPECT_EQ(fen_of(&dialogue.game->pos), start_position);
 }

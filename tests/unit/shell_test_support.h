@@ -17,24 +17,24 @@
 #include "search/threads.h"
 #include "eval/weights.h"
 #include "shell/console.h"
-#include "shell/engine_options.h"
 #include "shell/input.h"
 #include "base/output.h"
 #include "shell/options.h"
-#include "shell/run_state.h"
 #include "test_support.h"
+#include "shell/prepare_search.h"
+#include "search/control.h"
 
 struct ShellTest : testing::Test {
     void SetUp() override
     {
         test_thread();
         found_threads = num_threads;
-        found_hash = hash_mb;
-        had_table = hash_table != nullptr;
+        found_hash = hash.megabytes;
+        had_table = hash.table != nullptr;
         reset_globals();
         set_workers(0);
-        hash_mb = 1;
-        capture_output([] { alloc_hash(); });
+        hash.megabytes = 1;
+        capture_output([] { EXPECT_TRUE(alloc_hash(hash.megabytes)); });
         set_position(start_position);
         ASSERT_NE(getcwd(found_folder, sizeof found_folder), nullptr);
         ASSERT_NE(mkdtemp(folder), nullptr);
@@ -49,22 +49,21 @@ struct ShellTest : testing::Test {
         reset_globals();
         set_workers(found_threads);
         free_hash();
-        hash_mb = found_hash;
+        hash.megabytes = found_hash;
         if (had_table) {
-            capture_output([] { alloc_hash(); });
+            capture_output([] { EXPECT_TRUE(alloc_hash(hash.megabytes)); });
         }
-        set_search_params();
-        init_eval_params(0);
+        rebuild_search_tables(&dialogue);
+        build_weights(0);
         set_position(start_position);
     }
 
     static void reset_globals()
     {
-        init_run_state();
-        init_default_options();
-        saved_options.params_changed = 0;
-        engine_options = saved_options;
-        publish_options();
+        reset_run_state();
+        dialogue.saved_options.params_changed = 0;
+        dialogue.engine_options = dialogue.saved_options;
+        publish_options(&dialogue);
     }
 
     // Ends all workers and starts count new ones.
@@ -74,9 +73,9 @@ struct ShellTest : testing::Test {
             destroy_workers(num_threads);
         }
         num_threads = count;
-        engine_options.threads = static_cast<i16>(count);
+        dialogue.engine_options.threads = static_cast<i16>(count);
         ASSERT_EQ(create_workers(count), 0);
-        store(stop_code, StopNone);
+        store(stop_code, StopCode::None);
     }
 
     static void write_file(const char* name, const std::string& text)
@@ -108,7 +107,7 @@ struct ConsoleTest : ShellTest {
     static std::string say(const std::string& line)
     {
         std::string text = line;
-        return capture_output([&] { console_command(text.data()); });
+        return capture_output([&] { console_command(&dialogue, text.data()); });
     }
 
     // Several lines, apart by semicolons; the output of the last one.
@@ -124,7 +123,7 @@ struct ConsoleTest : ShellTest {
 
     static std::string fen()
     {
-        return fen_of(&console_thread->pos);
+        return fen_of(&dialogue.game->pos);
     }
 
     static bool begins(const std::string& text, const std::string& start)
@@ -135,7 +134,7 @@ struct ConsoleTest : ShellTest {
     // The board as "bd" shows it.
     static std::string board()
     {
-        return capture_output([] { print_board(&console_thread->pos); });
+        return capture_output([] { print_board(&dialogue.game->pos); });
     }
 
     // What was printed is head and the board as it stands now.

@@ -4,8 +4,13 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "search/clock.h"
 #include "shell_test_support.h"
+#include "search/clock.h"
+#include "shell/prepare_search.h"
+#include "base/output.h"
+#include "search/control.h"
+#include "base/clock.h"
+#include "search/hash.h"
 
 static const std::string mate_in_one = "position fen 6k1/5ppp/8/8/8/8/8/R5K1 w - -\n";
 
@@ -24,42 +29,42 @@ struct ThinkLoopTest : ShellTest {
     {
         FedInput input;
         input.feed(lines);
-        return capture_output([] { think_loop(); });
+        return capture_output([] { think_loop(&dialogue); });
     }
 };
 
 TEST_F(ThinkLoopTest, BranchingIsTheFourthRootOfFourDepths)
 {
     search_result.last_iter_depth = 8;
-    nodes_by_depth[8] = 81000;
-    nodes_by_depth[4] = 1000;
+    search_totals.nodes_by_depth[8] = 81000;
+    search_totals.nodes_by_depth[4] = 1000;
     EXPECT_NEAR(effective_branching(), 3.0, 1e-12);
-    nodes_by_depth[4] = 0;
+    search_totals.nodes_by_depth[4] = 0;
     EXPECT_EQ(effective_branching(), 2.0);
-    nodes_by_depth[4] = 1000;
-    nodes_by_depth[8] = 0;
+    search_totals.nodes_by_depth[4] = 1000;
+    search_totals.nodes_by_depth[8] = 0;
     EXPECT_EQ(effective_branching(), 2.0);
-    nodes_by_depth[8] = 81000;
+    search_totals.nodes_by_depth[8] = 81000;
     search_result.last_iter_depth = 5;
-    nodes_by_depth[5] = 16;
-    nodes_by_depth[1] = 1;
+    search_totals.nodes_by_depth[5] = 16;
+    search_totals.nodes_by_depth[1] = 1;
     EXPECT_EQ(effective_branching(), 2.0);
     search_result.last_iter_depth = 6;
-    nodes_by_depth[6] = 16;
-    nodes_by_depth[2] = 1;
+    search_totals.nodes_by_depth[6] = 16;
+    search_totals.nodes_by_depth[2] = 1;
     EXPECT_NEAR(effective_branching(), 2.0, 1e-12);
-    nodes_by_depth[6] = 256;
+    search_totals.nodes_by_depth[6] = 256;
     EXPECT_NEAR(effective_branching(), 4.0, 1e-12);
 }
 
 TEST_F(ThinkLoopTest, TheLoopStartsFromTheStartPosition)
 {
     set_position("k7/8/8/8/8/8/8/K7 w - -");
-    store(engine_state, EngineThinking);
+    store(engine_state, EngineState::Thinking);
     EXPECT_EQ(run("quit\n"), "");
-    EXPECT_EQ(fen_of(&console_thread->pos), start_position);
-    EXPECT_EQ(load(engine_state), EngineIdle);
-    EXPECT_EQ(quit_flag, 1);
+    EXPECT_EQ(fen_of(&dialogue.game->pos), start_position);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
+    EXPECT_EQ(dialogue.quit_flag, 1);
 }
 
 TEST_F(ThinkLoopTest, TheConsoleShowsTheBoardFirst)
@@ -75,7 +80,7 @@ TEST_F(ThinkLoopTest, AGoIsAnswered)
     set_workers(1);
     const std::string output = run(mate_in_one + "go depth 2\n" + half_a_second + "quit\n");
     EXPECT_NE(output.find("bestmove a1a8\n"), std::string::npos) << output;
-    EXPECT_EQ(load(engine_state), EngineIdle);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
 }
 
 TEST_F(ThinkLoopTest, APonderingSearchIsNotAnswered)
@@ -84,7 +89,7 @@ TEST_F(ThinkLoopTest, APonderingSearchIsNotAnswered)
     store(noise, silent_noise);
     EXPECT_EQ(
         run(mate_in_one + "go ponder depth 2\n" + half_a_second + "isready\nquit\n"), "readyok\n");
-    EXPECT_EQ(load(engine_state), EnginePondering);
+    EXPECT_EQ(load(engine_state), EngineState::Pondering);
     EXPECT_EQ(
         run(mate_in_one + "go ponder depth 2\n" + half_a_second + "ponderhit\nisready\nquit\n"),
         "bestmove a1a8\nreadyok\n");
@@ -136,9 +141,12 @@ TEST_F(ThinkLoopTest, TheStatisticsTellTheRatesOfTheCounters)
     char expected[256];
     snprintf(expected, sizeof expected,
         "\nHash fill= %.1f%%, Hash hits: main= %0.1f%%, pawn= %0.1f%%, eval= %0.1f%%, TB=0K\n\n",
-        100.0 * hash_fill, percent(total_counters[CountHashHits], total_counters[CountHashProbes]),
-        percent(total_counters[CountPawnHits], total_counters[CountPawnProbes]),
-        percent(total_counters[CountEvalHits], total_counters[CountEvals]));
+        100.0 * hash.fill,
+        percent(search_totals.counters[CountHashHits], search_totals.counters[CountHashProbes]),
+        percent(search_totals.eval_counters[CountPawnHits],
+            search_totals.eval_counters[CountPawnProbes]),
+        percent(
+            search_totals.eval_counters[CountEvalHits], search_totals.eval_counters[CountEvals]));
     EXPECT_NE(output.find(expected), std::string::npos) << expected << output;
 }
 
@@ -166,44 +174,44 @@ TEST_F(ThinkLoopTest, EndingASearchSilentlyWaitsForTheWorkers)
     set_workers(1);
     Position* pos = set_position(start_position);
     store(noise, silent_noise);
-    prepare_search();
-    store(engine_state, EngineThinking);
-    wake_workers();
+    prepare_search(&dialogue);
+    store(engine_state, EngineState::Thinking);
+    wake_workers(dialogue.game);
     EXPECT_EQ(busy_workers(), 1);
     end_search_silently();
     EXPECT_EQ(busy_workers(), 0);
-    EXPECT_EQ(load(engine_state), EngineIdle);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
     // Without a search the state stays.
-    store(engine_state, EnginePondering);
-    store(stop_code, StopReport);
+    store(engine_state, EngineState::Pondering);
+    store(stop_code, StopCode::Report);
     end_search_silently();
-    EXPECT_EQ(load(engine_state), EnginePondering);
-    EXPECT_EQ(load(stop_code), StopReport);
+    EXPECT_EQ(load(engine_state), EngineState::Pondering);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
     EXPECT_EQ(pos->stm, White);
 }
 
 TEST_F(ThinkLoopTest, SelfPlayChargesTheClockAndEndsWithTheGame)
 {
     set_workers(1);
-    self_play = 1;
-    tc_increment = 2.0;
+    dialogue.self_play = 1;
+    dialogue.limits.tc_increment = 2.0;
     store(noise, silent_noise);
     const std::string output = run(mate_in_one + "go depth 3\n" + half_a_second + "quit\n");
     EXPECT_EQ(output.rfind("bestmove a1a8\nR5k1/5ppp/8/8/8/8/8/6K1 b - -\n", 0), 0u) << output;
     EXPECT_NE(output.find("\nblack\n\nbestmove null\n"), std::string::npos) << output;
-    EXPECT_EQ(self_play, 0);
+    EXPECT_EQ(dialogue.self_play, 0);
     // Both sides had the limit of a fixed depth, spent next to nothing and got the increment.
-    EXPECT_GT(load(clock_left[White]), 10000001.0);
-    EXPECT_LE(load(clock_left[White]), 10000002.0);
-    EXPECT_GT(load(clock_left[Black]), 10000001.0);
-    EXPECT_LE(load(clock_left[Black]), 10000002.0);
+    EXPECT_GT(load(dialogue.limits.clock_left[White]), 10000001.0);
+    EXPECT_LE(load(dialogue.limits.clock_left[White]), 10000002.0);
+    EXPECT_GT(load(dialogue.limits.clock_left[Black]), 10000001.0);
+    EXPECT_LE(load(dialogue.limits.clock_left[Black]), 10000002.0);
 }
 
 TEST_F(ThinkLoopTest, TickingTellsWhoseClockRuns)
 {
     set_position("k7/8/8/8/8/8/8/K7 b - -");
-    start_time = monotonic_seconds() - 1.0;
-    tick_clock();
-    EXPECT_EQ(load(clock_side), Black);
-    EXPECT_GE(load(elapsed), 1.0);
+    search_clock.start_time = monotonic_seconds() - 1.0;
+    tick_clock(&dialogue);
+    EXPECT_EQ(load(search_clock.clock_side), Black);
+    EXPECT_GE(load(search_clock.elapsed), 1.0);
 }

@@ -3,17 +3,21 @@
 
 #include "shell/think_loop.h"
 #include "shell_test_support.h"
+#include "search/clock.h"
+#include "base/output.h"
+#include "search/control.h"
+#include "search/hash.h"
 
 struct UciTest : ShellTest {
     static std::string say(const std::string& line)
     {
         std::string text = line;
-        return capture_output([&] { uci_command(text.data()); });
+        return capture_output([&] { uci_command(&dialogue, text.data()); });
     }
 
     static std::string fen()
     {
-        return fen_of(&console_thread->pos);
+        return fen_of(&dialogue.game->pos);
     }
 };
 
@@ -25,7 +29,7 @@ TEST_F(UciTest, BlankAndUnknownLinesDoNothing)
     }
     EXPECT_EQ(say(std::string(4999, 'g')), "");
     EXPECT_EQ(say("isready" + std::string(200, 'x')), "");
-    EXPECT_EQ(load(engine_state), EngineIdle);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
 }
 
 TEST_F(UciTest, ACommandEndsAtItsLineFeed)
@@ -37,26 +41,26 @@ TEST_F(UciTest, ACommandEndsAtItsLineFeed)
 
 TEST_F(UciTest, CommandsAreLoggedAsTheyCame)
 {
-    engine_options.log = 1;
-    publish_options();
+    dialogue.engine_options.log = 1;
+    publish_options(&dialogue);
     ASSERT_EQ(open_log(), 1);
     say("  foo bar ");
-    log_cmd = 0;
+    dialogue.log_cmd = 0;
     say("not logged");
     say("debug off");
     say("isready");
-    EXPECT_EQ(log_cmd, 1u);
+    EXPECT_EQ(dialogue.log_cmd, 1u);
     EXPECT_EQ(read_file("vesk.log"), "CMD:   foo bar \nCMD: isready\nreadyok\n");
 }
 
 TEST_F(UciTest, SetoptionSavesAndAsksForNewTables)
 {
-    engine_options.params_changed = 0;
+    dialogue.engine_options.params_changed = 0;
     EXPECT_EQ(say("setoption name Contempt value 12"), "info string Contempt set to 12\n");
-    EXPECT_EQ(engine_options.contempt, 12);
-    EXPECT_EQ(saved_options.contempt, 12);
-    EXPECT_EQ(engine_options.params_changed, 1);
-    EXPECT_EQ(saved_options.params_changed, 0);
+    EXPECT_EQ(dialogue.engine_options.contempt, 12);
+    EXPECT_EQ(dialogue.saved_options.contempt, 12);
+    EXPECT_EQ(dialogue.engine_options.params_changed, 1);
+    EXPECT_EQ(dialogue.saved_options.params_changed, 0);
 }
 
 TEST_F(UciTest, SetoptionWithoutItsWordsChangesNothingButTheFlag)
@@ -65,11 +69,11 @@ TEST_F(UciTest, SetoptionWithoutItsWordsChangesNothingButTheFlag)
         { "setoption", "setoption name", "setoption value", "setoption name Contempt",
             "setoption value 5 name Contempt", "setoption Contempt value 5",
             "setoption name value 5", "setoption namevalue", "setoption name Contemptvalue 5" }) {
-        engine_options.params_changed = 0;
+        dialogue.engine_options.params_changed = 0;
         EXPECT_EQ(say(line), "") << line;
-        EXPECT_EQ(engine_options.params_changed, 1) << line;
+        EXPECT_EQ(dialogue.engine_options.params_changed, 1) << line;
     }
-    EXPECT_EQ(engine_options.contempt, 0);
+    EXPECT_EQ(dialogue.engine_options.contempt, 0);
 }
 
 TEST_F(UciTest, SetoptionTakesBlanksAroundNameAndValue)
@@ -95,15 +99,15 @@ TEST_F(UciTest, PositionSetsTheGame)
 {
     say("position startpos moves e2e4 e7e5");
     EXPECT_EQ(fen(), "rnbqkbnr/pppp1ppp/8/4p3/4P3/8/PPPP1PPP/RNBQKBNR w KQkq e6");
-    EXPECT_EQ(console_thread->undo_count, 2);
-    EXPECT_EQ(console_thread->undo[2].move, 0);
-    EXPECT_EQ(load(clock_side), White);
+    EXPECT_EQ(dialogue.game->undo_count, 2);
+    EXPECT_EQ(dialogue.game->undo[2].move, 0);
+    EXPECT_EQ(load(search_clock.clock_side), White);
     say("position startpos moves e2e4");
-    EXPECT_EQ(load(clock_side), Black);
-    EXPECT_EQ(console_thread->undo[1].move, 0);
+    EXPECT_EQ(load(search_clock.clock_side), Black);
+    EXPECT_EQ(dialogue.game->undo[1].move, 0);
     say("position startpos");
     EXPECT_EQ(fen(), start_position);
-    EXPECT_EQ(console_thread->undo_count, 0);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
 }
 
 TEST_F(UciTest, PositionTakesAFen)
@@ -126,7 +130,7 @@ TEST_F(UciTest, PositionNeedsItsWords)
         say(line);
         EXPECT_EQ(fen(), before) << line;
     }
-    EXPECT_EQ(console_thread->undo_count, 1);
+    EXPECT_EQ(dialogue.game->undo_count, 1);
 }
 
 TEST_F(UciTest, StartposMayStandAnywhereInTheArguments)
@@ -134,9 +138,9 @@ TEST_F(UciTest, StartposMayStandAnywhereInTheArguments)
     say("position fen 8/8/8/8/8/8/8/K1k5 w - - startpos");
     EXPECT_EQ(fen(), start_position);
     say("  position   startpos   moves   e2e4   ");
-    EXPECT_EQ(console_thread->undo_count, 1);
+    EXPECT_EQ(dialogue.game->undo_count, 1);
     say("position moves startpos e2e4");
-    EXPECT_EQ(console_thread->undo_count, 1);
+    EXPECT_EQ(dialogue.game->undo_count, 1);
 }
 
 TEST_F(UciTest, ALeadingBlankMovesTheStartOfThePositionText)
@@ -151,14 +155,14 @@ TEST_F(UciTest, ALeadingBlankMovesTheStartOfThePositionText)
 TEST_F(UciTest, WordsThatTheBoardCannotTakeArePassedOver)
 {
     say("position startpos moves e9e4 e2e4 x a1 e7 abcd e7e5 i2i4 a3a4 e8e1 g1f3 0000 b8c6");
-    EXPECT_EQ(console_thread->undo_count, 4);
+    EXPECT_EQ(dialogue.game->undo_count, 4);
     EXPECT_EQ(fen(), "r1bqkbnr/pppp1ppp/2n5/4p3/4P3/5N2/PPPP1PPP/RNBQKB1R w KQkq -");
 }
 
 TEST_F(UciTest, MovesOfAPieceThatCouldNotMakeThemAreMadeAllTheSame)
 {
     say("position startpos moves a1a5");
-    EXPECT_EQ(console_thread->undo_count, 1);
+    EXPECT_EQ(dialogue.game->undo_count, 1);
     EXPECT_EQ(fen(), "rnbqkbnr/pppppppp/8/R7/8/8/PPPPPPPP/1NBQKBNR b Kkq -");
 }
 
@@ -182,41 +186,41 @@ TEST_F(UciTest, AGameLongerThanTheStackKeepsItsEnd)
         line += " g1f3 g8f6 f3g1 f6g8";
     }
     say(line + " e2e4");
-    EXPECT_LE(console_thread->undo_count, game_limit);
-    EXPECT_GE(console_thread->undo_count, 100);
-    EXPECT_EQ(console_thread->undo[console_thread->undo_count].move, 0);
+    EXPECT_LE(dialogue.game->undo_count, game_limit);
+    EXPECT_GE(dialogue.game->undo_count, 100);
+    EXPECT_EQ(dialogue.game->undo[dialogue.game->undo_count].move, 0);
     EXPECT_EQ(fen(), "rnbqkbnr/pppppppp/8/8/4P3/8/PPPP1PPP/RNBQKBNR b KQkq e3");
 }
 
 TEST_F(UciTest, GoReadsItsWords)
 {
-    tc_increment = 0.5;
+    dialogue.limits.tc_increment = 0.5;
     say("go wtime 61000 btime 62000 winc 1000 binc 2000");
-    EXPECT_EQ(load(clock_left[White]), 61.0);
-    EXPECT_EQ(load(clock_left[Black]), 62.0);
-    EXPECT_EQ(tc_increment, 1.0);
-    EXPECT_EQ(load(tc_moves), 0);
-    EXPECT_EQ(load(engine_state), EngineStart);
-    EXPECT_EQ(load(stop_code), StopSilent);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 61.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[Black]), 62.0);
+    EXPECT_EQ(dialogue.limits.tc_increment, 1.0);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 0);
+    EXPECT_EQ(load(engine_state), EngineState::Start);
+    EXPECT_EQ(load(stop_code), StopCode::Silent);
     say("position startpos moves e2e4");
     say("go binc 3000 winc 4000 ponder");
-    EXPECT_EQ(tc_increment, 3.0);
-    EXPECT_EQ(load(engine_state), EngineStartPonder);
+    EXPECT_EQ(dialogue.limits.tc_increment, 3.0);
+    EXPECT_EQ(load(engine_state), EngineState::StartPonder);
     say("go wtime -5 btime -5");
-    EXPECT_EQ(load(clock_left[White]), 0.0);
-    EXPECT_EQ(load(clock_left[Black]), 0.0);
-    EXPECT_EQ(tc_increment, 3.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 0.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[Black]), 0.0);
+    EXPECT_EQ(dialogue.limits.tc_increment, 3.0);
 }
 
 TEST_F(UciTest, GoMovestogoLiftsTheLimits)
 {
-    store(depth_limit, 5);
-    node_limit_total = 77;
+    store(dialogue.limits.depth_limit, 5);
+    dialogue.limits.node_limit_total = 77;
     say("go movestogo 12");
-    EXPECT_EQ(load(tc_moves), 40);
-    EXPECT_EQ(moves_to_go, 12);
-    EXPECT_EQ(load(depth_limit), 66);
-    EXPECT_EQ(node_limit_total, 0);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 40);
+    EXPECT_EQ(dialogue.limits.moves_to_go, 12);
+    EXPECT_EQ(load(dialogue.limits.depth_limit), 66);
+    EXPECT_EQ(dialogue.limits.node_limit_total, 0);
 }
 
 TEST_F(UciTest, GoDepth)
@@ -228,9 +232,9 @@ TEST_F(UciTest, GoDepth)
         { "128", -128 }, { "", 0 }, { "x", 0 } };
     for (const auto& row : rows) {
         say(std::string("go depth ") + row.text);
-        EXPECT_EQ(load(depth_limit), row.depth) << row.text;
-        EXPECT_EQ(load(tc_moves), 1);
-        EXPECT_EQ(tc_seconds, 10000000.0);
+        EXPECT_EQ(load(dialogue.limits.depth_limit), row.depth) << row.text;
+        EXPECT_EQ(load(dialogue.limits.tc_moves), 1);
+        EXPECT_EQ(dialogue.limits.tc_seconds, 10000000.0);
     }
 }
 
@@ -240,16 +244,16 @@ TEST_F(UciTest, GoNodesVariesTheLimitByFourPerCent)
     i64 highest = 0;
     for (i32 i = 0; i < 300; ++i) {
         say("go nodes 100000");
-        lowest = std::min(lowest, node_limit_total);
-        highest = std::max(highest, node_limit_total);
-        EXPECT_EQ(node_limit_total % 100, 0);
+        lowest = std::min(lowest, dialogue.limits.node_limit_total);
+        highest = std::max(highest, dialogue.limits.node_limit_total);
+        EXPECT_EQ(dialogue.limits.node_limit_total % 100, 0);
     }
     EXPECT_GE(lowest, 96100);
     EXPECT_LE(highest, 104000);
     EXPECT_LT(lowest, 98000);
     EXPECT_GT(highest, 102000);
-    EXPECT_EQ(load(tc_moves), 1);
-    EXPECT_EQ(tc_seconds, 10000000.0);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 1);
+    EXPECT_EQ(dialogue.limits.tc_seconds, 10000000.0);
     for (const char* text : { "0", "-1", "2147483647", "-2147483648", "99999999999999" }) {
         say(std::string("go nodes ") + text);
     }
@@ -257,31 +261,31 @@ TEST_F(UciTest, GoNodesVariesTheLimitByFourPerCent)
 
 TEST_F(UciTest, GoMovetimeAndInfinite)
 {
-    tc_increment = 2.0;
+    dialogue.limits.tc_increment = 2.0;
     say("go movetime 1500");
-    EXPECT_EQ(load(tc_moves), 1);
-    EXPECT_EQ(tc_increment, 0.0);
-    EXPECT_EQ(tc_seconds, 1.5);
-    tc_increment = 2.0;
-    store(depth_limit, 4);
-    node_limit_total = 5;
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 1);
+    EXPECT_EQ(dialogue.limits.tc_increment, 0.0);
+    EXPECT_EQ(dialogue.limits.tc_seconds, 1.5);
+    dialogue.limits.tc_increment = 2.0;
+    store(dialogue.limits.depth_limit, 4);
+    dialogue.limits.node_limit_total = 5;
     say("go infinite");
-    EXPECT_EQ(load(tc_moves), 1);
-    EXPECT_EQ(tc_increment, 0.0);
-    EXPECT_EQ(tc_seconds, 10000000.0);
-    EXPECT_EQ(load(depth_limit), 66);
-    EXPECT_EQ(node_limit_total, 0);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 1);
+    EXPECT_EQ(dialogue.limits.tc_increment, 0.0);
+    EXPECT_EQ(dialogue.limits.tc_seconds, 10000000.0);
+    EXPECT_EQ(load(dialogue.limits.depth_limit), 66);
+    EXPECT_EQ(dialogue.limits.node_limit_total, 0);
 }
 
 TEST_F(UciTest, GoKeepsWhatItsWordsDoNotChange)
 {
     say("go depth 5");
     say("go wtime 9000 btime 8000");
-    EXPECT_EQ(load(depth_limit), 5);
-    EXPECT_EQ(load(tc_moves), 0);
+    EXPECT_EQ(load(dialogue.limits.depth_limit), 5);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 0);
     say("go");
-    EXPECT_EQ(load(clock_left[White]), 9.0);
-    EXPECT_EQ(load(clock_left[Black]), 8.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 9.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[Black]), 8.0);
 }
 
 TEST_F(UciTest, WordsAtTheEndOfTheLineHaveNoValue)
@@ -291,34 +295,39 @@ TEST_F(UciTest, WordsAtTheEndOfTheLineHaveNoValue)
         say(std::string("go ") + word);
         say(std::string("  go ") + word + " ");
     }
-    EXPECT_EQ(load(clock_left[White]), 0.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 0.0);
 }
+
+static constexpr EngineState all_states[] = { EngineState::Idle, EngineState::Start,
+    EngineState::StartPonder, EngineState::Thinking, EngineState::Pondering };
 
 TEST_F(UciTest, PonderhitActsOnlyOnAPonderingSearch)
 {
-    for (i32 state = 0; state <= 4; ++state) {
+    for (const EngineState state : all_states) {
         store(engine_state, state);
         say("ponderhit");
-        EXPECT_EQ(load(engine_state), state == EnginePondering ? EngineThinking : state);
+        EXPECT_EQ(
+            load(engine_state), state == EngineState::Pondering ? EngineState::Thinking : state);
     }
 }
 
 TEST_F(UciTest, StopAsksForAReportUnlessIdle)
 {
-    for (i32 state = 0; state <= 4; ++state) {
+    for (const EngineState state : all_states) {
         store(engine_state, state);
-        store(stop_code, StopNone);
+        store(stop_code, StopCode::None);
         say("stop");
-        EXPECT_EQ(load(engine_state), state == EngineIdle ? EngineIdle : EngineThinking);
-        EXPECT_EQ(load(stop_code), StopReport);
+        EXPECT_EQ(load(engine_state),
+            state == EngineState::Idle ? EngineState::Idle : EngineState::Thinking);
+        EXPECT_EQ(load(stop_code), StopCode::Report);
     }
 }
 
 TEST_F(UciTest, QuitEndsTheLoop)
 {
     EXPECT_EQ(say("quit"), "");
-    EXPECT_EQ(quit_flag, 1);
-    EXPECT_EQ(load(stop_code), StopSilent);
+    EXPECT_EQ(dialogue.quit_flag, 1);
+    EXPECT_EQ(load(stop_code), StopCode::Silent);
 }
 
 TEST_F(UciTest, ANewGameResetsTheClocksAndTheTable)
@@ -327,18 +336,18 @@ TEST_F(UciTest, ANewGameResetsTheClocksAndTheTable)
     Position* pos = set_position(start_position);
     store_hash(pos, 1, 5, move_of("e2e4"), 10, -100, 100);
     say("position startpos moves e2e4");
-    tc_increment = 3.0;
-    hash_age = 9;
+    dialogue.limits.tc_increment = 3.0;
+    hash.age = 9;
     const std::string before = fen();
     EXPECT_EQ(say("ucinewgame"), "");
-    EXPECT_EQ(load(stop_code), StopSilent);
-    EXPECT_EQ(load(tc_moves), 0);
-    EXPECT_EQ(tc_seconds, 60.0);
-    EXPECT_EQ(tc_increment, 0.0);
-    EXPECT_EQ(load(clock_left[White]), 60.0);
-    EXPECT_EQ(load(clock_left[Black]), 60.0);
-    EXPECT_EQ(console_thread->undo_count, 0);
-    EXPECT_EQ(hash_age, 0);
+    EXPECT_EQ(load(stop_code), StopCode::Silent);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 0);
+    EXPECT_EQ(dialogue.limits.tc_seconds, 60.0);
+    EXPECT_EQ(dialogue.limits.tc_increment, 0.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[White]), 60.0);
+    EXPECT_EQ(load(dialogue.limits.clock_left[Black]), 60.0);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
+    EXPECT_EQ(hash.age, 0);
     EXPECT_EQ(fen(), before);
     set_position(start_position);
     HashEntry entry {};
@@ -373,6 +382,6 @@ TEST_F(UciTest, AnyBytesAreHarmless)
                 next_random(&state, 4) == 0 ? static_cast<char>(1 + next_random(&state, 255)) : ' ';
         }
         say(line);
-        store(engine_state, EngineIdle);
+        store(engine_state, EngineState::Idle);
     }
 }

@@ -8,11 +8,18 @@
 #include <sstream>
 #include <unistd.h>
 
-#include "eval/weights.h"
-#include "search/params.h"
-#include "shell/engine_options.h"
-#include "shell/options.h"
-#include "shell/run_state.h"
+#include "base/files.h"
+#include "base/output.h"
+#include "board/trace.h"
+#include "eval/evaluate.h"
+#include "search/clock.h"
+#include "search/hash.h"
+#include "search/strength.h"
+#include "search/threads.h"
+#include "shell/prepare_search.h"
+#include "tools/tools.h"
+#include "search/control.h"
+#include "search/thread.h"
 
 static void fail_setup(const std::string& reason)
 {
@@ -22,22 +29,18 @@ static void fail_setup(const std::string& reason)
 
 SearchThread* test_thread()
 {
-    if (console_thread != nullptr) {
-        return console_thread;
+    if (dialogue.game != nullptr) {
+        return dialogue.game;
     }
-    init_tables();
-    init_zobrist();
-    init_run_state();
-    init_default_options();
-    engine_options = saved_options;
-    publish_options();
+    init_kpk();
+    reset_run_state();
     SearchThread* thread = new_thread_record(-1);
     if (thread == nullptr) {
         fail_setup("no memory");
     }
-    console_thread = thread;
-    init_eval_params(0);
-    set_search_params();
+    dialogue.game = thread;
+    build_weights(0);
+    rebuild_search_tables(&dialogue);
     return thread;
 }
 

@@ -11,8 +11,12 @@
 #include "board/notation.h"
 #include "board/position.h"
 #include "board/tables.h"
+#include "shell/board_text.h"
+#include "run_state.h"
+#include "shell/dialogue.h"
+#include "search/move_lists.h"
 
-// The record that console_thread points to, made ready on first use.
+// The record that dialogue.game points to, made ready on first use.
 SearchThread* test_thread();
 
 // Sets the console's position from a FEN or EPD text, with an empty game, ply 1 and the two empty

@@ -2,27 +2,29 @@
 #include "tools/tools.h"
 
 #include "shell_test_support.h"
+#include "base/output.h"
+#include "search/control.h"
 
 struct BenchTest : ShellTest {
     void SetUp() override
     {
         ShellTest::SetUp();
         set_workers(1);
-        node_limit_total = 200;
+        dialogue.limits.node_limit_total = 200;
     }
 
-    static std::string run(i32 count)
+    static std::string run(i32 count, bool single = false)
     {
         const FedInput input;
-        return capture_output([count] { run_benchmark(count); });
+        return capture_output([=] { run_benchmark(&dialogue, count, single); });
     }
 
     // The depth limit in force after a run that was given depth.
-    static i32 depth_after(i32 depth)
+    static i32 depth_after(i32 depth, bool single = false)
     {
-        store(depth_limit, depth);
-        run(1);
-        return load(depth_limit);
+        store(dialogue.limits.depth_limit, depth);
+        run(1, single);
+        return load(dialogue.limits.depth_limit);
     }
 };
 
@@ -33,9 +35,9 @@ TEST_F(BenchTest, PrintsALineForEachPositionAndATotal)
     EXPECT_NE(output.find("\npos 19:   0."), std::string::npos);
     EXPECT_NE(output.find("\ntotal time= "), std::string::npos);
     EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 22);
-    EXPECT_EQ(quit_flag, 1);
-    EXPECT_EQ(load(engine_state), EngineIdle);
-    EXPECT_EQ(tc_seconds, 99.0);
+    EXPECT_EQ(dialogue.quit_flag, 1);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
+    EXPECT_EQ(dialogue.limits.tc_seconds, 99.0);
     EXPECT_EQ(load(noise), 9999.0);
 }
 
@@ -50,16 +52,15 @@ TEST_F(BenchTest, ADepthAboveFortyBecomesSeventeen)
 
 TEST_F(BenchTest, TheSingleFormSearchesToSeventeenInAnyCase)
 {
-    bench_single = 1;
-    EXPECT_EQ(depth_after(12), 17);
-    const std::string output = run(10);
+    EXPECT_EQ(depth_after(12, true), 17);
+    const std::string output = run(10, true);
     EXPECT_NE(output.find("\npos  9: "), std::string::npos);
     EXPECT_EQ(output.find("\npos 10: "), std::string::npos);
 }
 
 TEST_F(BenchTest, NodeLimitsHold)
 {
-    node_limit_total = 5000;
+    dialogue.limits.node_limit_total = 5000;
     const std::string output = run(20);
     f64 seconds = 0;
     f64 nodes = 0;
@@ -72,20 +73,20 @@ TEST_F(BenchTest, NodeLimitsHold)
 
 TEST_F(BenchTest, CommandsTypedMeanwhileDoNotChangeTheLimits)
 {
-    node_limit_total = 100000;
+    dialogue.limits.node_limit_total = 100000;
     const FedInput input;
     input.feed("go depth 1 nodes 1\nucinewgame\n");
-    capture_output([] { run_benchmark(3); });
-    EXPECT_EQ(load(depth_limit), 17);
-    EXPECT_EQ(node_limit_total, 100000);
-    EXPECT_EQ(load(tc_moves), 1);
-    EXPECT_EQ(tc_seconds, 99.0);
+    capture_output([] { run_benchmark(&dialogue, 3, false); });
+    EXPECT_EQ(load(dialogue.limits.depth_limit), 17);
+    EXPECT_EQ(dialogue.limits.node_limit_total, 100000);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 1);
+    EXPECT_EQ(dialogue.limits.tc_seconds, 99.0);
 }
 
 TEST_F(BenchTest, SearchesTheFirstPositionsFromAnEmptyTable)
 {
-    node_limit_total = 0;
-    store(depth_limit, 6);
+    dialogue.limits.node_limit_total = 0;
+    store(dialogue.limits.depth_limit, 6);
     const std::string once = run(3);
     const std::string again = run(3);
     const auto nodes = [](const std::string& output) {
@@ -99,6 +100,5 @@ TEST_F(BenchTest, WithoutWorkersItRunsThroughEmpty)
 {
     set_workers(0);
     EXPECT_NE(run(3).find("nodes= 0, "), std::string::npos);
-    bench_single = 1;
-    EXPECT_NE(run(3).find("nodes= 0, "), std::string::npos);
+    EXPECT_NE(run(3, true).find("nodes= 0, "), std::string::npos);
 }

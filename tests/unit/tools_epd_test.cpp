@@ -3,6 +3,12 @@
 #include "tools_support.h"
 
 #include <cmath>
+#include "search/clock.h"
+#include "base/files.h"
+#include "base/output.h"
+#include "search/control.h"
+#include "base/text.h"
+#include "search/hash.h"
 
 // Takes a while even at little depth; the best move mates.
 static const char* const busy = "1k1r4/pp1b1R2/3q2pp/4p3/2B5/4Q3/PPP2B2/2K5 b - - bm Qd1+;";
@@ -16,13 +22,12 @@ struct EpdRunnerTest : ToolTest {
         ToolTest::SetUp();
         set_workers(1);
         store(noise, silent_noise);
-        store(depth_limit, 3);
+        store(dialogue.limits.depth_limit, 3);
     }
 
     static ToolRun run_file(const std::string& name)
     {
-        copy_text(epd_file, sizeof epd_file, name.c_str());
-        return run_tool([] { run_epd_test(); });
+        return run_tool([&] { run_epd_test(&dialogue, name.c_str()); });
     }
 
     static ToolRun run(const std::string& text)
@@ -58,15 +63,14 @@ struct EpdRunnerTest : ToolTest {
     static i32 positions_before_quit()
     {
         write_file("suite.epd", repeat(20, std::string(busy) + "\n"));
-        copy_text(epd_file, sizeof epd_file, "suite.epd");
         const FedInput input;
         input.feed("quit\n");
-        quit_flag = 0;
-        const std::string out = capture_output([] { run_epd_test(); });
+        dialogue.quit_flag = false;
+        const std::string out = capture_output([] { run_epd_test(&dialogue, "suite.epd"); });
         i32 correct = -1;
         i32 count = -1;
         sscanf(line_of(out, 1).c_str(), "%d / %d", &correct, &count);
-        quit_flag = 0;
+        dialogue.quit_flag = false;
         return count;
     }
 };
@@ -230,51 +234,50 @@ TEST_F(EpdRunnerTest, UnclosedQuotesAndOperationsEndSafely)
 
 TEST_F(EpdRunnerTest, DepthOfSixRunsOnTheWorkersAndFiveDoesNot)
 {
-    store(depth_limit, 5);
+    store(dialogue.limits.depth_limit, 5);
     EXPECT_EQ(positions_before_quit(), 20); // input is not read between these
-    store(depth_limit, 6);
+    store(dialogue.limits.depth_limit, 6);
     EXPECT_LT(positions_before_quit(), 20);
 }
 
 TEST_F(EpdRunnerTest, FewNodesRunWithoutTheWorkers)
 {
-    store(depth_limit, 7);
-    node_limit_total = 1;
+    store(dialogue.limits.depth_limit, 7);
+    dialogue.limits.node_limit_total = 1;
     EXPECT_EQ(positions_before_quit(), 20);
-    node_limit_total = 99999;
+    dialogue.limits.node_limit_total = 99999;
     EXPECT_EQ(positions_before_quit(), 20);
-    node_limit_total = 100000;
+    dialogue.limits.node_limit_total = 100000;
     EXPECT_LT(positions_before_quit(), 20);
-    node_limit_total = 0;
+    dialogue.limits.node_limit_total = 0;
     EXPECT_LT(positions_before_quit(), 20);
 }
 
 TEST_F(EpdRunnerTest, ShortSearchesLookAtTheInputEvery256thPosition)
 {
-    store(depth_limit, 1);
+    store(dialogue.limits.depth_limit, 1);
     write_file("suite.epd", repeat(300, std::string(mate) + " bm Rd8;\n"));
-    copy_text(epd_file, sizeof epd_file, "suite.epd");
     const FedInput input;
     input.feed("quit\n");
-    const std::string out = capture_output([] { run_epd_test(); });
+    const std::string out = capture_output([] { run_epd_test(&dialogue, "suite.epd"); });
     EXPECT_EQ(line_of(out, 1), "255 / 255 correct best moves");
 }
 
 TEST_F(EpdRunnerTest, DepthOfTwoSwitchesTheHashTableOff)
 {
-    store(depth_limit, 3);
+    store(dialogue.limits.depth_limit, 3);
     run(std::string(mate) + "\n");
-    EXPECT_EQ(load(hash_mode), 1);
-    store(depth_limit, 2);
+    EXPECT_EQ(load(hash.mode), 1);
+    store(dialogue.limits.depth_limit, 2);
     run("");
-    EXPECT_EQ(load(hash_mode), 0);
+    EXPECT_EQ(load(hash.mode), 0);
 }
 
 TEST_F(EpdRunnerTest, EachPositionStartsFromAnEmptyHashTable)
 {
     const std::string line = std::string(busy) + "\n";
     for (const i8 depth : { i8 { 5 }, i8 { 8 } }) {
-        store(depth_limit, depth);
+        store(dialogue.limits.depth_limit, depth);
         const std::string once = line_of(run(line).out, 2);
         const std::string twice = line_of(run(line + line).out, 2);
         i64 nodes = 0;
@@ -287,11 +290,11 @@ TEST_F(EpdRunnerTest, ShortSearchOfSeveralLinesTellsTheScoreOfTheLastOne)
 {
     // The calling thread's last score counts, and that is the last line's. The workers' result is
     // that of the best line.
-    engine_options.multi_pv = 2;
-    publish_options();
+    dialogue.engine_options.multi_pv = 2;
+    publish_options(&dialogue);
     store(noise, 0.0);
     const auto scores = [](i32 line, const std::string& out) {
-        i32 depth = load(depth_limit);
+        i32 depth = load(dialogue.limits.depth_limit);
         i32 score = -1;
         i32 told = -2;
         const std::string start =
@@ -306,18 +309,18 @@ TEST_F(EpdRunnerTest, ShortSearchOfSeveralLinesTellsTheScoreOfTheLastOne)
     };
     const std::string line =
         "r1bq1rk1/2p1bppp/p1np1n2/1p2p3/4P3/1BP2N2/PP1P1PPP/RNBQR1K1 w - - bm a4;\n";
-    store(depth_limit, 4);
+    store(dialogue.limits.depth_limit, 4);
     scores(2, run(line).out);
-    store(depth_limit, 6);
+    store(dialogue.limits.depth_limit, 6);
     scores(1, run(line).out);
-    engine_options.multi_pv = 1;
-    publish_options();
+    dialogue.engine_options.multi_pv = 1;
+    publish_options(&dialogue);
 }
 
 TEST_F(EpdRunnerTest, DepthThatIsReachedCounts)
 {
     // A mate that is proven ends the search before the limit.
-    store(depth_limit, 5);
+    store(dialogue.limits.depth_limit, 5);
     const std::string out = run(std::string(mate) + "\n").out;
     EXPECT_GT(search_result.result_depth, 0);
     EXPECT_LT(search_result.result_depth, 5);
@@ -326,44 +329,42 @@ TEST_F(EpdRunnerTest, DepthThatIsReachedCounts)
 
 TEST_F(EpdRunnerTest, TimeOfAPositionIsItsLimit)
 {
-    store(depth_limit, 66);
-    tc_seconds = 0.2;
+    store(dialogue.limits.depth_limit, 66);
+    dialogue.limits.tc_seconds = 0.2;
     const ToolRun run_with =
         run("r1bq1rk1/2p1bppp/p1np1n2/1p2p3/4P3/1BP2N2/PP1P1PPP/RNBQR1K1 w - -\n");
     f64 seconds = 0.0;
     ASSERT_EQ(sscanf(line_of(run_with.out, 3).c_str(), "total time= %lf", &seconds), 1);
     EXPECT_GE(seconds, 0.2);
     EXPECT_LT(seconds, 2.0);
-    EXPECT_EQ(load(engine_state), EngineIdle);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
 }
 
 TEST_F(EpdRunnerTest, CommandsDuringASearchDoNotChangeTheJudgement)
 {
-    store(depth_limit, 6);
+    store(dialogue.limits.depth_limit, 6);
     write_file("suite.epd", repeat(3, std::string(busy) + " c0 \"Qd1=2\";\n"));
-    copy_text(epd_file, sizeof epd_file, "suite.epd");
     const FedInput input;
     input.feed("position startpos\nposition startpos moves e2e4\nisready\n");
-    const std::string out = capture_output([] { run_epd_test(); });
+    const std::string out = capture_output([] { run_epd_test(&dialogue, "suite.epd"); });
     EXPECT_TRUE(contains(out, "3 / 3 correct best moves\n")) << out;
     EXPECT_TRUE(contains(out, "score= 6 / 6\n")) << out;
 }
 
 TEST_F(EpdRunnerTest, CommandsDuringASearchChangeTheLimitsOfNoOtherPosition)
 {
-    store(depth_limit, 7);
-    node_limit_total = 200000;
-    const f64 seconds = tc_seconds;
+    store(dialogue.limits.depth_limit, 7);
+    dialogue.limits.node_limit_total = 200000;
+    const f64 seconds = dialogue.limits.tc_seconds;
     write_file("suite.epd", repeat(3, std::string(busy) + "\n"));
-    copy_text(epd_file, sizeof epd_file, "suite.epd");
     const FedInput input;
     input.feed("go infinite winc 1000\nucinewgame\n");
-    capture_output([] { run_epd_test(); });
-    EXPECT_EQ(load(depth_limit), 7);
-    EXPECT_EQ(node_limit_total, 200000);
-    EXPECT_EQ(load(tc_moves), 1);
-    EXPECT_EQ(tc_seconds, seconds);
-    EXPECT_EQ(tc_increment, 0.0);
+    capture_output([] { run_epd_test(&dialogue, "suite.epd"); });
+    EXPECT_EQ(load(dialogue.limits.depth_limit), 7);
+    EXPECT_EQ(dialogue.limits.node_limit_total, 200000);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 1);
+    EXPECT_EQ(dialogue.limits.tc_seconds, seconds);
+    EXPECT_EQ(dialogue.limits.tc_increment, 0.0);
 }
 
 // ---- Output
@@ -392,7 +393,7 @@ TEST_F(EpdRunnerTest, TableAddsUpThePositions)
 {
     // Without an output threshold each position tells its own figures.
     store(noise, 0.0);
-    store(depth_limit, 4);
+    store(dialogue.limits.depth_limit, 4);
     const std::string line =
         "r1bq1rk1/2p1bppp/p1np1n2/1p2p3/4P3/1BP2N2/PP1P1PPP/RNBQR1K1 w - - bm a4;";
     const std::string second = busy;
@@ -419,7 +420,7 @@ TEST_F(EpdRunnerTest, TableAddsUpThePositions)
         ++moves;
     }
     EXPECT_EQ(moves, 2);
-    EXPECT_GT(load(elapsed), 0.0);
+    EXPECT_GT(load(search_clock.elapsed), 0.0);
     char expected[64];
     snprintf(expected, sizeof expected, "\ntotal nodes= %0.0f\n", nodes);
     EXPECT_TRUE(contains(out, expected)) << expected;
@@ -433,12 +434,12 @@ TEST_F(EpdRunnerTest, TableAddsUpThePositions)
 
 TEST_F(EpdRunnerTest, SuitesRunToTheirEnd)
 {
-    store(depth_limit, 5);
+    store(dialogue.limits.depth_limit, 5);
     const ToolRun bratko = run_file(data_path("bk.epd"));
     EXPECT_TRUE(contains(line_of(bratko.out, 1), " / 24 correct best moves")) << bratko.out;
     EXPECT_EQ(bratko.errors, "");
     EXPECT_EQ(count_lines(read_file("analysis.epd")), 24);
-    store(depth_limit, 6);
+    store(dialogue.limits.depth_limit, 6);
     const ToolRun mates = run_file(data_path("mates.epd"));
     EXPECT_EQ(line_of(mates.out, 1), "60 / 60 correct best moves");
     EXPECT_EQ(mates.errors, "");
@@ -475,9 +476,8 @@ TEST_F(EpdRunnerTest, FullDiskStillPrintsTheTable)
 {
     write_file("analysis.epd", "old");
     write_file("suite.epd", repeat(120, std::string(mate) + "\n"));
-    copy_text(epd_file, sizeof epd_file, "suite.epd");
-    store(depth_limit, 1);
-    const ToolRun full = run_on_full_disk([] { run_epd_test(); });
+    store(dialogue.limits.depth_limit, 1);
+    const ToolRun full = run_on_full_disk([] { run_epd_test(&dialogue, "suite.epd"); });
     EXPECT_EQ(line_of(full.out, 1), "0 / 120 correct best moves");
     EXPECT_EQ(full.errors, "analysis.epd: cannot be written: File too large\n");
     EXPECT_EQ(exit_status, 1);

@@ -3,6 +3,8 @@
 #include "tools/tool_input.h"
 
 #include "tools_support.h"
+#include "base/files.h"
+#include "base/output.h"
 
 static const char* const start_fen = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
 
@@ -16,7 +18,7 @@ struct PgnScanTest : ToolTest {
 
     static ToolRun scan_file(i32 form, const char* name)
     {
-        return run_tool([&] { scan_pgn(name, form); });
+        return run_tool([&] { scan_pgn(&dialogue, name, form); });
     }
 
     static std::string game(const std::string& moves, const std::string& result = "1-0")
@@ -164,11 +166,11 @@ TEST_F(PgnScanTest, EveryHundredthGameIsTold)
 
 TEST_F(PgnScanTest, LogIsSwitchedOff)
 {
-    engine_options.log = 1;
-    publish_options();
+    dialogue.engine_options.log = 1;
+    publish_options(&dialogue);
     scan(3, "");
-    EXPECT_EQ(engine_options.log, 0);
-    EXPECT_EQ(load(worker_options.log), 0);
+    EXPECT_EQ(dialogue.engine_options.log, 0);
+    EXPECT_FALSE(is_logging());
 }
 
 // ---- Comments
@@ -681,7 +683,7 @@ TEST_F(PgnScanTest, FullDiskLeavesTheOldFilesAndGivesStatus1)
     write_file("tmp.epd", "old");
     write_file("tmpX.epd", "old too");
     write_file("games.pgn", repeat(20, game(long_game(40))));
-    const ToolRun run = run_on_full_disk([] { scan_pgn("games.pgn", 3); });
+    const ToolRun run = run_on_full_disk([] { scan_pgn(&dialogue, "games.pgn", 3); });
     EXPECT_EQ(run.out, "games= 20, positions= 800\n");
     EXPECT_EQ(run.errors, "tmp.epd: cannot be written: File too large\n");
     EXPECT_EQ(exit_status, 1);

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <sys/resource.h>
+#include "base/files.h"
 
 // What a tool has printed.
 struct ToolRun {

@@ -7,19 +7,21 @@
 #include "eval/evaluate.h"
 #include "shell_test_support.h"
 #include "tools/training_line.h"
+#include "base/files.h"
+#include "base/output.h"
 
 struct TrainEpd : ShellTest {
     void SetUp() override
     {
         ShellTest::SetUp();
-        init_eval_params(0);
+        build_weights(0);
     }
 
     // Training with the given method; input stays open and empty.
     std::string train(const std::string& text, i32 method, i64 limit)
     {
         write_file("t.epd", text);
-        return capture_output([&] { train_epd("t.epd", method, limit, 0.001); });
+        return capture_output([&] { train_epd(&dialogue, "t.epd", method, limit, 0.001); });
     }
 
     FedInput input;
@@ -38,20 +40,20 @@ static std::string head_of(const std::string& text, const std::string& name = "t
 static f64 expected_error(const std::string& fen, f64 target)
 {
     Position* pos = set_position(fen);
-    const i32 value = evaluate(pos->thread, pos->stm, 1, 0, 0);
+    const i32 value = evaluate_at(pos->thread, pos->stm, 1, 0);
     return std::fabs(static_cast<f64>(sigmoid(static_cast<f32>(value))) - target);
 }
 
 TEST_F(TrainEpd, AMissingFileEndsItWithoutAWord)
 {
     samples = 5;
-    EXPECT_EQ(capture_output([] { train_epd("none.epd", 1, 10, 0.1); }), "");
+    EXPECT_EQ(capture_output([] { train_epd(&dialogue, "none.epd", 1, 10, 0.1); }), "");
     EXPECT_EQ(samples, 0);
-    EXPECT_EQ(load(depth_limit), 1);
+    EXPECT_EQ(load(dialogue.limits.depth_limit), 1);
     EXPECT_EQ(load(noise), 9999.0);
-    EXPECT_EQ(engine_options.hash, 0);
+    EXPECT_EQ(dialogue.engine_options.hash, 0);
     ASSERT_EQ(system("mkdir folder"), 0);
-    EXPECT_EQ(capture_output([] { train_epd("folder", 1, 10, 0.1); }), "");
+    EXPECT_EQ(capture_output([] { train_epd(&dialogue, "folder", 1, 10, 0.1); }), "");
 }
 
 TEST_F(TrainEpd, AnEmptyFileEndsItAfterItsPass)
@@ -142,8 +144,8 @@ TEST_F(TrainEpd, QuitAndTheEndOfInputEndItBetweenPasses)
     const std::string once =
         head_of(text) + "avg err= 0.00000\npass = 2, rewinding EPD file\n\ndone.\n";
     EXPECT_EQ(train(text, 5, 10), once);
-    EXPECT_EQ(quit_flag, 1);
-    quit_flag = 0;
+    EXPECT_EQ(dialogue.quit_flag, 1);
+    dialogue.quit_flag = 0;
     input.feed(".\n");
     EXPECT_EQ(train(text, 5, 10), once);
     // The second training, asked for in the middle of the first, is not begun.
@@ -153,8 +155,8 @@ TEST_F(TrainEpd, QuitAndTheEndOfInputEndItBetweenPasses)
     const std::string output = train(text, 5, 10);
     EXPECT_EQ(output.substr(0, once.size() - 7), once.substr(0, once.size() - 7));
     EXPECT_EQ(output.find("tune.epd"), std::string::npos);
-    tune_count = 0;
-    init_eval_params(0);
+    tune_names.count = 0;
+    build_weights(0);
 }
 
 // A quiet position with an even result, so many times.
@@ -177,7 +179,7 @@ TEST_F(TrainEpd, InputIsLookedAtEvery8000Samples)
     input.feed("quit\n");
     EXPECT_EQ(train(text, 1, 20000), head_of(text) + "\ndone.\n");
     EXPECT_EQ(samples, 7999);
-    quit_flag = 0;
+    dialogue.quit_flag = 0;
     EXPECT_EQ(train(text, 1, 15999), head_of(text) + "\ndone.\n");
     EXPECT_EQ(samples, 15999);
 }
@@ -202,9 +204,9 @@ TEST_F(TrainEpd, TheWeightsFileHoldsTheTableAsItStood)
     EXPECT_EQ(exit_status, 0);
 
     const i32 packed = eval_params[bishop_pair].packed;
-    EXPECT_EQ(capture_output([] { init_eval_params(0); }), "");
+    EXPECT_EQ(capture_output([] { build_weights(0); }), "");
     EXPECT_EQ(eval_params[bishop_pair].packed, packed);
-    EXPECT_EQ(save_params_file(), 0);
+    EXPECT_EQ(save_params_file(params_file), 0);
     EXPECT_EQ(read_file("params.txt"), expected);
 }
 
@@ -218,7 +220,7 @@ TEST_F(TrainEpd, AWeightsFileThatCannotBeWrittenLeavesTheOldOne)
     small.rlim_cur = 1000;
     setrlimit(RLIMIT_FSIZE, &small);
     testing::internal::CaptureStderr();
-    write_weights();
+    write_weights(params_file);
     setrlimit(RLIMIT_FSIZE, &old);
     EXPECT_EQ(
         testing::internal::GetCapturedStderr(), "params.txt: cannot be written: File too large\n");
@@ -227,7 +229,7 @@ TEST_F(TrainEpd, AWeightsFileThatCannotBeWrittenLeavesTheOldOne)
     EXPECT_EQ(access("params.part", F_OK), -1);
     ASSERT_EQ(system("rm params.txt && mkdir params.txt"), 0);
     testing::internal::CaptureStderr();
-    write_weights();
+    write_weights(params_file);
     EXPECT_NE(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(access("params.part", F_OK), -1);
 }
@@ -237,7 +239,7 @@ TEST_F(TrainEpd, AWeightsFileThatCannotBeWrittenLeavesTheOldOne)
 struct ConsoleTune : ConsoleTest {
     void TearDown() override
     {
-        tune_count = 0;
+        tune_names.count = 0;
         ConsoleTest::TearDown();
     }
 };
@@ -245,19 +247,17 @@ struct ConsoleTune : ConsoleTest {
 TEST_F(ConsoleTune, WithoutANameNothingHappens)
 {
     EXPECT_EQ(say("tune"), "");
-    EXPECT_EQ(tune_count, 0);
-    EXPECT_STREQ(epd_file, "");
+    EXPECT_EQ(tune_names.count, 0);
     EXPECT_EQ(load(noise), 0.0);
 }
 
 TEST_F(ConsoleTune, NamesAreListedAndTheFileIsWalked)
 {
     EXPECT_EQ(say("tune stm_bonus PST_K"), "done!\n");
-    EXPECT_EQ(tune_count, 2);
-    EXPECT_STREQ(tune_list[1], "PST_K");
-    EXPECT_STREQ(epd_file, "tune.epd");
+    EXPECT_EQ(tune_names.count, 2);
+    EXPECT_STREQ(tune_names.name[1], "PST_K");
     EXPECT_EQ(eval_params[mtl_pawn].frozen, 0); // not before the next rebuild
-    init_eval_params(0);
+    build_weights(0);
     EXPECT_EQ(eval_params[mtl_pawn].frozen, 1);
     EXPECT_EQ(eval_params[stm_bonus].frozen, 0);
     EXPECT_EQ(eval_params[PST_K + 63].frozen, 0);
@@ -265,13 +265,13 @@ TEST_F(ConsoleTune, NamesAreListedAndTheFileIsWalked)
     write_file("tune.epd", refused);
     EXPECT_EQ(say("tune a b c d e f g h i j k"),
         head_of(refused, "tune.epd") + refused_output + "done!\n");
-    EXPECT_EQ(tune_count, 9);
-    EXPECT_STREQ(tune_list[8], "i");
+    EXPECT_EQ(tune_names.count, 9);
+    EXPECT_STREQ(tune_names.name[8], "i");
 }
 
 TEST_F(ConsoleTune, ABoardThatCannotBeEvaluatedIsRefused)
 {
     set_position("8/8/8/8/8/8/8/8 w - -");
     EXPECT_NE(say("tune stm_bonus"), "done!\n");
-    EXPECT_EQ(tune_count, 0);
+    EXPECT_EQ(tune_names.count, 0);
 }

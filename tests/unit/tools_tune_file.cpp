@@ -1,5 +1,9 @@
 // Making a training file: which lines are used, what is written for them, and damaged input.
 #include "tools_support.h"
+#include "base/files.h"
+#include "base/output.h"
+#include "search/control.h"
+#include "search/hash.h"
 
 struct TuneFileTest : ToolTest {
     void SetUp() override
@@ -7,13 +11,13 @@ struct TuneFileTest : ToolTest {
         ToolTest::SetUp();
         set_workers(1);
         store(noise, silent_noise);
-        store(depth_limit, 0); // the quiescence search alone
+        store(dialogue.limits.depth_limit, 0); // the quiescence search alone
     }
 
     static ToolRun make_file(const std::string& text)
     {
         write_file("games.epd", text);
-        return run_tool([] { make_tune_file("games.epd"); });
+        return run_tool([] { make_tune_file(&dialogue, "games.epd"); });
     }
 
     static std::string written(const std::string& text)
@@ -103,7 +107,7 @@ TEST_F(TuneFileTest, LineOfTwoMovesKeepsScoreAndResult)
 
 TEST_F(TuneFileTest, MateScoresAreNotWritten)
 {
-    store(depth_limit, 3);
+    store(dialogue.limits.depth_limit, 3);
     EXPECT_EQ(written("6k1/5ppp/8/8/8/8/8/K2R4 w - - ce 10; gr 1.0;\n"), "");
     EXPECT_EQ(written("7k/5KQ1/8/8/8/8/8/8 b - - ce 10; gr 0.0;\n"), ""); // mated already
 }
@@ -111,7 +115,7 @@ TEST_F(TuneFileTest, MateScoresAreNotWritten)
 TEST_F(TuneFileTest, PositionInCheckIsNotWrittenWithoutDepth)
 {
     EXPECT_EQ(written("4k3/4r3/8/8/8/8/8/4K2R w - - ce 10; gr 0.5;\n"), "");
-    store(depth_limit, 1);
+    store(dialogue.limits.depth_limit, 1);
     EXPECT_NE(written("4k3/4r3/8/8/8/8/8/4K2R w - - ce 10; gr 0.5;\n"), "");
 }
 
@@ -123,8 +127,8 @@ TEST_F(TuneFileTest, LostSearchScoresAreNotWritten)
 TEST_F(TuneFileTest, HashTableIsNotUsed)
 {
     make_file("");
-    EXPECT_EQ(load(hash_mode), 0);
-    EXPECT_EQ(load(engine_state), EngineIdle);
+    EXPECT_EQ(load(hash.mode), 0);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
 }
 
 TEST_F(TuneFileTest, CommentsAreSkipped)
@@ -148,7 +152,7 @@ TEST_F(TuneFileTest, QuitIsReadEvery256Positions)
     write_file("games.epd", repeat(300, line));
     const FedInput input;
     input.feed("quit\n");
-    capture_output([] { make_tune_file("games.epd"); });
+    capture_output([] { make_tune_file(&dialogue, "games.epd"); });
     EXPECT_EQ(count_lines(read_file("tune_new.epd")), 255);
 }
 
@@ -157,11 +161,11 @@ TEST_F(TuneFileTest, CommandsTypedMeanwhileDoNotChangeTheLimits)
     write_file("games.epd", repeat(300, std::string(quiet) + " ce 17; gr 0.5;\n"));
     const FedInput input;
     input.feed("go depth 4\n");
-    const f64 seconds = tc_seconds;
-    capture_output([] { make_tune_file("games.epd"); });
-    EXPECT_EQ(load(depth_limit), 0);
-    EXPECT_EQ(load(tc_moves), 1);
-    EXPECT_EQ(tc_seconds, seconds);
+    const f64 seconds = dialogue.limits.tc_seconds;
+    capture_output([] { make_tune_file(&dialogue, "games.epd"); });
+    EXPECT_EQ(load(dialogue.limits.depth_limit), 0);
+    EXPECT_EQ(load(dialogue.limits.tc_moves), 1);
+    EXPECT_EQ(dialogue.limits.tc_seconds, seconds);
     EXPECT_EQ(read_file("tune_new.epd"), repeat(300, std::string(quiet) + " ce 17; gr 0.5;\n"));
 }
 
@@ -171,7 +175,7 @@ TEST_F(TuneFileTest, CommandThatSetsUpAPositionDoesNotChangeTheLines)
     write_file("games.epd", repeat(300, line));
     const FedInput input;
     input.feed("position startpos\n");
-    capture_output([] { make_tune_file("games.epd"); });
+    capture_output([] { make_tune_file(&dialogue, "games.epd"); });
     EXPECT_EQ(
         read_file("tune_new.epd"), repeat(300, "k7/7p/8/3P4/8/8/7P/K7 b - - ce -30; gr 0.0;\n"));
 }
@@ -230,7 +234,7 @@ TEST_F(TuneFileTest, RandomBytesEndSafely)
 
 TEST_F(TuneFileTest, MissingFileEndsWithStatusZero)
 {
-    const ToolRun run = run_tool([] { make_tune_file("missing.epd"); });
+    const ToolRun run = run_tool([] { make_tune_file(&dialogue, "missing.epd"); });
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.errors, "missing.epd: cannot be opened: No such file or directory\n");
     EXPECT_EQ(exit_status, 0);
@@ -250,7 +254,7 @@ TEST_F(TuneFileTest, FullDiskLeavesTheOldFile)
 {
     write_file("tune_new.epd", "old");
     write_file("games.epd", repeat(100, std::string(quiet) + " ce 17; gr 0.5;\n"));
-    const ToolRun run = run_on_full_disk([] { make_tune_file("games.epd"); });
+    const ToolRun run = run_on_full_disk([] { make_tune_file(&dialogue, "games.epd"); });
     EXPECT_EQ(run.errors, "tune_new.epd: cannot be written: File too large\n");
     EXPECT_EQ(exit_status, 1);
     EXPECT_EQ(read_file("tune_new.epd"), "old");

@@ -13,21 +13,21 @@ struct TuneStep : ShellTest {
     void SetUp() override
     {
         ShellTest::SetUp();
-        init_eval_params(0);
+        build_weights(0);
         samples = 0;
         err_sum = 0.0;
     }
 
     void TearDown() override
     {
-        tune_count = 0;
+        tune_names.count = 0;
         ShellTest::TearDown();
     }
 
     static i32 evaluate_now()
     {
-        Position* pos = &console_thread->pos;
-        return evaluate(pos->thread, pos->stm, 1, 0, 0);
+        Position* pos = &dialogue.game->pos;
+        return evaluate_at(pos->thread, pos->stm, 1, 0);
     }
 };
 
@@ -76,7 +76,7 @@ TEST_F(TuneStep, MovesWeightsAgainstTheErrorByPhase)
 {
     Position* pos = set_position(end_game);
     const i32 value = evaluate_now();
-    const f32 phase = console_thread->eval_work.phase;
+    const f32 phase = dialogue.game->eval_work.phase;
     ASSERT_GT(phase, 0.5f);
     eval_params[mtl_pawn].coef = 2.0f;
     eval_params[bishop_pair].coef = -1.5f;
@@ -109,12 +109,12 @@ TEST_F(TuneStep, TheProductsOfAStepAreFloatsButOne)
 {
     for (i32 i = 1; i <= 20; ++i) {
         Position* pos = set_position(middle_game);
-        init_eval_params(0);
+        build_weights(0);
         const f32 coef = 0.37f * static_cast<f32>(i);
         const f32 rate = 0.7f + static_cast<f32>(i);
         const f32 target = 0.047f * static_cast<f32>(i);
         const f32 error = sigmoid(static_cast<f32>(evaluate_now())) - target;
-        const f32 phase = console_thread->eval_work.phase;
+        const f32 phase = dialogue.game->eval_work.phase;
         eval_params[bishop_pair].coef = coef;
         tune_step(pos, target, rate);
         const f32 mg_error =
@@ -135,9 +135,9 @@ TEST_F(TuneStep, RoundsHalvesAwayFromZero)
 
 TEST_F(TuneStep, FrozenEntriesStay)
 {
-    snprintf(tune_list[0], sizeof tune_list[0], "knight_outpost");
-    tune_count = 1;
-    init_eval_params(0);
+    snprintf(tune_names.name[0], sizeof tune_names.name[0], "knight_outpost");
+    tune_names.count = 1;
+    build_weights(0);
     EXPECT_EQ(eval_params[knight_outpost].frozen, 0);
     EXPECT_EQ(eval_params[knight_outpost_atk].frozen, 1);
     Position* pos = set_position(middle_game);
@@ -208,13 +208,13 @@ TEST_F(TuneStep, ALineTakesOneMoveAtEachPlyAndGoesBack)
     EXPECT_GE(samples, 4);
     EXPECT_LE(samples, 7);
     EXPECT_EQ(fen_of(pos), before);
-    EXPECT_EQ(console_thread->undo_count, 0);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
     EXPECT_TRUE(fields_agree(pos));
     EXPECT_GE(score, -9999);
     // No deeper than the records of a line go.
     set_position("4k3/4p3/8/8/8/8/4P3/4K3 w - -");
     tune_sample(pos, 1, 100000, 1.0f);
-    EXPECT_EQ(console_thread->undo_count, 0);
+    EXPECT_EQ(dialogue.game->undo_count, 0);
 }
 
 TEST_F(TuneStep, ALineOfOneMoveIsOneDrawnByChance)

@@ -11,10 +11,12 @@
 #include <new>
 #include <unistd.h>
 
-#include "eval/weights.h"
-#include "shell/engine_options.h"
+#include "base/clock.h"
+#include "base/files.h"
 #include "base/output.h"
-#include "shell/run_state.h"
+#include "eval/evaluate.h"
+#include "eval/weights.h"
+#include "search/threads.h"
 #include "tools/tools.h"
 
 // Of the steps. The last one slows down weights that count less than once in a batch.
@@ -22,8 +24,7 @@ static constexpr f64 mean_decay = 0.9;
 static constexpr f64 square_decay = 0.999;
 static constexpr f64 least_gradient = 1e-4;
 
-static constexpr f64 largest_weight = 9999.0;     // centipawns; keeps sums within 16 bits
-static constexpr f64 unlimited_seconds = 99999.0; // of a search that plays without contempt
+static constexpr f64 largest_weight = 9999.0; // centipawns; keeps sums within 16 bits
 static constexpr f64 seconds_per_progress = 0.5;
 static constexpr i32 mode_without_personality = 2; // of init_eval_params
 
@@ -57,8 +58,9 @@ struct Trainer {
     const Chunk* batch;
     Part part;
     bool learns;
-    bool failed;   // a sweep lacked positions
-    bool has_file; // the weights file is this training's to replace
+    bool failed;              // a sweep lacked positions
+    bool has_file;            // the weights file is this training's to replace
+    const char* weights_name; // of the file that the weights go to
 };
 
 // Set by a signal; looked at between batches.
@@ -262,7 +264,7 @@ static void give_way(Trainer* trainer)
     if (!trainer->has_file && access(params_file, F_OK) == 0) {
         fprintf(stderr, "%s: has come meanwhile, the weights go to %s\n", params_file, second_name);
         exit_status = 1;
-        copy_text(params_file, sizeof params_file, second_name);
+        trainer->weights_name = second_name;
     }
     trainer->has_file = true;
 }
@@ -276,7 +278,7 @@ static bool write_values(Trainer* trainer)
     hide_progress(&trainer->data.input);
     trainer->unsaved = 0;
     give_way(trainer);
-    return write_weights();
+    return write_weights(trainer->weights_name);
 }
 
 static bool reject(const char* text, const char* name)
@@ -412,16 +414,16 @@ static void run_passes(Trainer* trainer)
 
 static bool names_are_known()
 {
-    for (i32 i = 0; i < tune_count; ++i) {
+    for (i32 i = 0; i < tune_names.count; ++i) {
         bool found = false;
         for (const EvalParam& entry : eval_params) {
-            found = found || strcmp(entry.name, tune_list[i]) == 0;
+            found = found || strcmp(entry.name, tune_names.name[i]) == 0;
         }
         if (!found) {
-            return reject("no weight has this name", tune_list[i]);
+            return reject("no weight has this name", tune_names.name[i]);
         }
-        if (strcmp(tune_list[i], eval_params[mtl_pawn].name) == 0) {
-            return reject("anchors the scale and is not trained", tune_list[i]);
+        if (strcmp(tune_names.name[i], eval_params[mtl_pawn].name) == 0) {
+            return reject("anchors the scale and is not trained", tune_names.name[i]);
         }
     }
     return true;
@@ -437,7 +439,7 @@ static bool can_resume()
     }
     fclose(file);
     param_cursor = 0;
-    load_params_file();
+    load_params_file(params_file);
     return param_cursor > 0 || reject("holds no weights to go on from", params_file);
 }
 
@@ -471,7 +473,8 @@ static bool init_weights(Trainer* trainer)
         return reject("is not there to go on from", params_file);
     }
     trainer->has_file = has_file;
-    init_eval_params(mode_without_personality);
+    // No cache is asked where the training evaluates, so none is cleared.
+    init_eval_params(mode_without_personality, nullptr);
     if (has_file && !can_resume()) {
         return false;
     }
@@ -535,7 +538,7 @@ static bool collect_gathered(Trainer* trainer)
     return !all.failed || reject("scores cannot be rebuilt from these weights", "evaluation");
 }
 
-static bool load_data(Trainer* trainer)
+static bool load_data(Dialogue* dialogue, Trainer* trainer)
 {
     TrainingData* data = &trainer->data;
     data->seed = tune_options.seed;
@@ -550,7 +553,7 @@ static bool load_data(Trainer* trainer)
     // A configuration file may have taken all workers away; the team has one member then.
     for (i32 worker = 0; worker < trainer->team.size; ++worker) {
         SearchThread* thread = load_acquire(workers[worker]);
-        data->gatherers[worker].thread = thread != nullptr ? thread : console_thread;
+        data->gatherers[worker].thread = thread != nullptr ? thread : dialogue->game;
     }
     print_plain("Training using %s ...\n", tune_options.file);
     const bool loaded = load_training_data(data, tune_options.file, show_reading);
@@ -562,9 +565,9 @@ static bool load_data(Trainer* trainer)
     return collect_gathered(trainer);
 }
 
-static void train(Trainer* trainer)
+static void train(Dialogue* dialogue, Trainer* trainer)
 {
-    if (!init_weights(trainer) || !outputs_can_be_written() || !load_data(trainer)) {
+    if (!init_weights(trainer) || !outputs_can_be_written() || !load_data(dialogue, trainer)) {
         return;
     }
     if (interrupted != 0) {
@@ -573,12 +576,12 @@ static void train(Trainer* trainer)
     }
     run_passes(trainer);
     if (write_values(trainer)) {
-        print_plain("%s written\n", params_file);
+        print_plain("%s written\n", trainer->weights_name);
     }
     write_tune_reports(trainer->weights, trainer->counts);
 }
 
-void run_trainer()
+void run_trainer(Dialogue* dialogue)
 {
     Trainer* trainer = new (std::nothrow) Trainer {};
     if (trainer == nullptr) {
@@ -586,10 +589,11 @@ void run_trainer()
         return;
     }
     interrupted = 0;
-    target_time = unlimited_seconds;
+    trainer->weights_name = params_file;
+    contempt_rule.off = true;
     catch_interrupts();
     start_team(&trainer->team, num_threads > 0 ? num_threads : 1);
-    train(trainer);
+    train(dialogue, trainer);
     end_team(&trainer->team);
     free_training_data(&trainer->data);
     free(trainer->data.gatherers);

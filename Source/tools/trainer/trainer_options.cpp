@@ -5,7 +5,8 @@
 
 #include "eval/weights.h"
 #include "base/output.h"
-#include "tools/tools.h"
+#include "tools/trainer/trainer.h"
+#include "base/text.h"
 
 constinit TuneOptions tune_options = {
     .file = nullptr,
@@ -72,11 +73,11 @@ static i32 take_file_and_names(char* const* arguments, i32 count)
     tune_options.file = arguments[1];
     i32 taken = 2;
     for (; taken < count && arguments[taken][0] != '-'; ++taken) {
-        if (tune_count >= tune_list_size) {
+        if (tune_names.count >= tune_list_size) {
             fprintf(stderr, "option -tune takes at most %d names of weights\n", tune_list_size);
             return refused;
         }
-        copy_text(tune_list[tune_count++], sizeof tune_list[0], arguments[taken]);
+        copy_text(tune_names.name[tune_names.count++], sizeof tune_names.name[0], arguments[taken]);
     }
     return taken;
 }

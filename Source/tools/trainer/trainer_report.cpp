@@ -3,7 +3,6 @@
 
 #include "eval/weights.h"
 #include "base/files.h"
-#include "shell/run_state.h"
 #include "tools/trainer/trainer.h"
 
 static constexpr i32 label_size = 40;

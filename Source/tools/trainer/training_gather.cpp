@@ -9,6 +9,7 @@
 #include "board/notation.h"
 #include "eval/evaluate.h"
 #include "tools/tool_input.h"
+#include "search/thread.h"
 
 static constexpr i32 uncached_ply = 1;
 static constexpr f32 largest_coef = 127.0f;
@@ -57,7 +58,7 @@ static LineVerdict judge_board(Position* pos, const char* text)
     if (!has_position_fields(text)) {
         return LineBadFields;
     }
-    if (parse_epd_silently(pos, text) != 0) {
+    if (parse_epd(pos, text) != 0) {
         return LineBadCastling;
     }
     if (position_defect(pos) != nullptr) {
@@ -227,7 +228,9 @@ LineVerdict gather_line(Gatherer* gatherer, const char* line, bool check, u32* o
     if (judged != LineUsed || board != LineUsed) {
         return judged != LineUsed ? judged : board;
     }
-    const i32 score = evaluate(gatherer->thread, White, uncached_ply, 0, 0);
+    u16 danger[2];
+    const i32 own_view = evaluate(gatherer->thread, pos, uncached_ply, false, danger);
+    const i32 score = pos->stm == White ? own_view : -own_view;
     if (gatherer->thread->eval_work.notes.count == 0) {
         return LineWithoutWeights;
     }

@@ -1,10 +1,10 @@
-// The working record of one evaluation and the slots of a thread's evaluation caches.
+// What one thread needs to evaluate positions: the working record of a call, its caches, its
+// counts.
 #pragma once
 
-#include "board/types.h"
+#include "board/position.h"
 
-struct Position;
-struct SearchThread;
+struct EvalState;
 
 // Points at which the running score is copied for the printed table.
 enum TallyRow : i32 {
@@ -41,9 +41,9 @@ struct TermNotes {
 // Everything one call of evaluate fills; rewritten by each full evaluation.
 // Side index 0 is white, 1 black.
 struct EvalWork {
-    Position* pos;
-    SearchThread* thread;
-    u64 occupied; // all pieces of both sides
+    const Position* pos;
+    EvalState* state; // the owner
+    u64 occupied;     // all pieces of both sides
     u64 outposts[2];
     u64 all_pawns;
     u64 passed;            // passed pawns of both sides
@@ -63,8 +63,10 @@ struct EvalWork {
     u16 danger[2];        // what is at stake for each side, centipawns
     const u8* pst_map[2]; // square to piece-square index
     u8 ply;
-    u8 trace;
+    bool is_complete;         // all terms were run
     f32 phase;                // 0 full material, 1 bare kings
+    i32 tapered;              // from white's view, before contempt and scale
+    f32 scale;                // for endings that are hard to win
     i32 tally[TallyCount][2]; // copies of score for the printed table
 #if defined(VESK_TUNE)
     TermNotes notes;
@@ -89,3 +91,21 @@ static_assert(sizeof(PawnCacheEntry) == 16);
 
 inline constexpr i32 eval_cache_size = 32768;
 inline constexpr i32 pawn_cache_size = 16384;
+
+// What a thread counts about its evaluations.
+enum EvalCounter : i32 {
+    CountEvals,
+    CountEvalHits,
+    CountPawnProbes,
+    CountPawnHits,
+    EvalCounterCount,
+};
+
+// Everything that evaluations of one thread leave for the next ones.
+struct EvalState {
+    EvalCacheEntry eval_cache[eval_cache_size];
+    PawnCacheEntry pawn_cache[pawn_cache_size];
+    EvalWork eval_work;
+    Shared<u64> eval_counters[EvalCounterCount]; // read by: collect_stats
+    bool fills_coef; // tuning build: evaluations at ply 1 fill the coef of all weights
+};

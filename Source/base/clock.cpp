@@ -1,0 +1,18 @@
+// The monotonic clock is the system's: it never jumps when somebody sets the time of day.
+#include "base/clock.h"
+
+#include <ctime>
+#include <sys/select.h>
+
+f64 monotonic_seconds()
+{
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<f64>(now.tv_sec) + static_cast<f64>(now.tv_nsec) * 1e-9;
+}
+
+void sleep_microseconds(i32 microseconds)
+{
+    timeval timeout = { microseconds / 1000000, microseconds % 1000000 };
+    select(0, nullptr, nullptr, nullptr, &timeout);
+}

@@ -1,0 +1,58 @@
+// What a book knows of a position, as the user sees it: one line in UCI mode, a line for each move
+// at the console.
+#include "shell/book_report.h"
+
+#include <cstring>
+
+#include "base/output.h"
+#include "base/text.h"
+
+static constexpr size_t report_size = 1024; // holds a word of five letters for every entry
+
+static void report_uci(const BookEntry* entries, i32 count)
+{
+    char text[report_size] = "info string ( book moves are: ";
+    size_t length = strlen(text);
+    for (i32 i = 0; i < count; ++i) {
+        if (entries[i].weight == 0) {
+            continue;
+        }
+        write_book_move(entries[i].move, text + length);
+        length += 4;
+        text[length++] = ' ';
+    }
+    copy_text(text + length, report_size - length, " )");
+    print_line(text);
+}
+
+static void report_console(const BookEntry* entries, i32 count, const u16* adjusted, u32 sum)
+{
+    i32 total = 0;
+    for (i32 i = 0; i < count; ++i) {
+        total += entries[i].weight;
+    }
+    for (i32 i = 0; i < count; ++i) {
+        const i32 weight = entries[i].weight;
+        if (weight == 0) {
+            continue;
+        }
+        char move[5];
+        write_book_move(entries[i].move, move);
+        print_line_format("  %s  cnt= %5d, weight= %5.2f%% -> %5.2f%%", move, weight,
+            weight * 100.0 / total, adjusted[i] * 100.0 / sum);
+    }
+}
+
+void report_book_choice(const BookChoice* choice)
+{
+    if (choice->count == 0) {
+        return;
+    }
+    if (load(uci_mode) != 0) {
+        report_uci(choice->entries, choice->count);
+    } else if (load(noise) < silent_noise) {
+        report_console(choice->entries, choice->count, choice->adjusted, choice->sum);
+        print_line_format("selecting %s%s", square_name[from_square(choice->move)],
+            square_name[to_square(choice->move)]);
+    }
+}
