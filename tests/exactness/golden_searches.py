@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Compares the searches of a program with stored ones, node for node.
 
-Usage: golden_searches.py PROGRAM TABLE [--max-nodes N] [--id ID] [--depth D]
+Usage: golden_searches.py PROGRAM TABLE [--max-nodes N] [--id ID] [--depth D] [--write]
 
 Every row of the table is one `go depth` over UCI in a fresh process with one thread, no
 endgame tables and no book. Columns, apart by tabs: id, position, moves played from it, Hash,
@@ -10,6 +10,9 @@ line of moves. With MultiPV 1 there is line 0 alone; otherwise lines count from 
 how the whole search ended, which is the result of its last line. A search without a line has the
 first move null. Rows of one search are answered by one process. Prints what differs; the status
 is 1 if anything does.
+
+With --write the columns from nodes on are written anew where they differ; what was searched stays.
+A row whose line the search has no longer, or has now, stays as it is and makes the status 1.
 """
 import argparse
 import collections
@@ -25,14 +28,18 @@ INFO = re.compile(
 SEARCH_SECONDS = 600
 
 
-def read_rows(path):
-    rows = []
+def read_table(path):
+    """The lines of a table: rows, and as they stand comments and empty lines."""
     with open(path, encoding="ascii") as table:
-        for text in table:
-            text = text.rstrip("\n")
-            if text and not text.startswith("#"):
-                rows.append(Row(*text.split("\t")))
-    return rows
+        lines = table.read().splitlines()
+    return [Row(*text.split("\t")) if text and not text.startswith("#") else text
+            for text in lines]
+
+
+def write_table(path, lines):
+    with open(path, "w", encoding="ascii") as table:
+        for line in lines:
+            table.write(("\t".join(line) if isinstance(line, Row) else line) + "\n")
 
 
 class Engine:
@@ -101,6 +108,28 @@ def score_text(score):
     return f"cp {value}"
 
 
+def stored_score(text):
+    """A printed score in the form in which it is stored: the inverse of score_text."""
+    kind, value = text.split()
+    moves = int(value)
+    if kind == "cp":
+        return value
+    return str(10000 - 2 * moves if moves > 0 else 2 * -moves - 10001)
+
+
+def renewed(row, found):
+    """The row as the search gives it now, or None if it has no such line."""
+    if row.first == "null":
+        return None if found else row
+    if int(row.line) not in found:
+        return None
+    match = found[int(row.line)]
+    kept = score_text(row.score) == match["score"]
+    return row._replace(nodes=match["nodes"],
+                        score=row.score if kept else stored_score(match["score"]),
+                        seldepth=match["seldepth"], first=match["pv"].split()[0], pv=match["pv"])
+
+
 def differences(row, found, best):
     line = int(row.line)
     if row.first == "null":
@@ -120,6 +149,12 @@ def differences(row, found, best):
     return [f"{name} {have}, expected {want}" for name, want, have in pairs if want != have]
 
 
+def is_chosen(row, options):
+    if options.max_nodes and int(row.nodes) > options.max_nodes:
+        return False
+    return options.id in (None, row.id) and options.depth in (None, row.depth)
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("program")
@@ -127,28 +162,36 @@ def main():
     parser.add_argument("--max-nodes", type=int, default=0, help="leave out longer searches")
     parser.add_argument("--id", help="this position only")
     parser.add_argument("--depth", help="this depth only")
+    parser.add_argument("--write", action="store_true", help="write anew what differs")
     options = parser.parse_args()
 
+    table = read_table(options.table)
     searches = {}
-    for row in read_rows(options.table):
-        if options.max_nodes and int(row.nodes) > options.max_nodes:
-            continue
-        if options.id not in (None, row.id) or options.depth not in (None, row.depth):
-            continue
-        searches.setdefault(row[:7], []).append(row)
+    for number, row in enumerate(table):
+        if isinstance(row, Row) and is_chosen(row, options):
+            searches.setdefault(row[:7], []).append(number)
 
     rows = 0
     wrong = 0
+    written = 0
     for group in searches.values():
-        result = run_search(options.program, group[0])
-        for row in group:
+        result = run_search(options.program, table[group[0]])
+        for number in group:
+            row = table[number]
             rows += 1
             found = differences(row, *result)
-            if found:
+            if not found:
+                continue
+            print(f"{row.id} depth {row.depth} line {row.line} ({row.fen}): " + "; ".join(found))
+            new = renewed(row, result[0])
+            if options.write and new is not None and not differences(new, *result):
+                table[number] = new
+                written += 1
+            else:
                 wrong += 1
-                print(f"{row.id} depth {row.depth} line {row.line} ({row.fen}): "
-                      + "; ".join(found))
-    print(f"{rows} rows, {wrong} differ")
+    if written:
+        write_table(options.table, table)
+    print(f"{rows} rows, {wrong} differ" + (f", {written} written anew" if options.write else ""))
     return 1 if wrong or not rows else 0
 
 
