@@ -1,7 +1,10 @@
 #!/usr/bin/env python3
 """Drives the engine through pipes by a transcript.
 
-usage: run_transcript.py ENGINE TRANSCRIPT...
+usage: run_transcript.py [--write] ENGINE TRANSCRIPT...
+
+With --write, transcripts that the engine no longer follows are written anew; mend_transcript.py
+tells how. Those that it follows stay as they are.
 
 Each transcript runs in an empty directory of its own. One step a line; '#' starts a comment line.
 
@@ -64,6 +67,10 @@ FACTOR = float(os.environ.get("VESK_TIMEOUT_FACTOR", "1"))
 
 class Failure(Exception):
     pass
+
+
+class Forbidden(Failure):
+    """A line that a transcript says must not come."""
 
 
 def unescape(text):
@@ -153,7 +160,7 @@ class Engine:
         self.history.append(line)
         for pattern in self.never:
             if re.fullmatch(pattern, line):
-                raise Failure(f"line that must not come: {line!r}")
+                raise Forbidden(f"line that must not come: {line!r}")
         return line
 
     def drain(self):
@@ -213,6 +220,7 @@ class Run:
         self.remembered = {}
         self.folder = None
         self.name = script
+        self.number = 0     # of steps begun
 
     def started(self):
         if self.engine is None:
@@ -223,11 +231,13 @@ class Run:
     def play(self):
         with tempfile.TemporaryDirectory() as self.folder:
             try:
-                for number, step in enumerate(self.steps, 1):
+                while self.number < len(self.steps):
+                    step = self.steps[self.number]
+                    self.number += 1
                     try:
                         self.step(step)
                     except Failure as failure:
-                        raise Failure(f"{self.name}:{number}: {step}\n  {failure}") from None
+                        raise Failure(f"{self.name}:{self.number}: {step}\n  {failure}") from None
                 if not self.ended:
                     self.do_end("")
             except Failure as failure:
@@ -255,12 +265,16 @@ class Run:
         if not text.strip() or text.startswith("#"):
             return
         word, _, rest = text.partition(" ")
-        for name, value in self.remembered.items():
-            rest = rest.replace(f"%{name}%", re.escape(value))
         action = getattr(self, "do_" + word, None)
         if action is None:
             raise Failure(f"unknown step {word!r}")
-        action(rest)
+        action(self.filled(rest))
+
+    def filled(self, rest):
+        """The words of a step with what was remembered in its places."""
+        for name, value in self.remembered.items():
+            rest = rest.replace(f"%{name}%", re.escape(value))
+        return rest
 
     # ---- the steps
 
@@ -438,13 +452,20 @@ class Run:
 
 
 def main():
-    if len(sys.argv) < 3:
-        sys.exit(__doc__)
+    words = sys.argv[1:]
     signal.signal(signal.SIGPIPE, signal.SIG_IGN)
+    if words[:1] == ["--write"]:
+        from mend_transcript import mend as play
+        words.pop(0)
+    else:
+        def play(engine, script):
+            return Run(engine, script).play()
+    if len(words) < 2:
+        sys.exit(__doc__)
     failed = 0
-    for script in sys.argv[2:]:
+    for script in words[1:]:
         start = time.monotonic()
-        failure = Run(sys.argv[1], script).play()
+        failure = play(words[0], script)
         seconds = time.monotonic() - start
         print(f"{'FAILED' if failure else 'passed'}  {seconds:5.2f} s  {os.path.basename(script)}")
         if failure:
