@@ -8,13 +8,14 @@ A transcript that fails twice is played a third time, and each expectation that 
   has, errors, total, exit
             get the line, text, number or status found
 
-Of a pattern whose words are as many as those of the line, the words that still match stay, so
-times and the like go on matching anything. What says that something must not come (never, silence,
-lacks, idle, "total 0"), and a "remember" whose line is gone, is for a human: the transcript fails
-and its file stays. So it does if the engine ends by a signal, or if the mended transcript fails in
-a play of its own. Prints each change.
+Of a pattern the words that still match stay, so times and the like go on matching anything; one
+whose words cannot be lined up with those of the line is replaced as a whole. What says that
+something must not come (never, silence, lacks, idle, "total 0"), and that something remembered
+comes again, is for a human: the transcript fails and its file stays. So it does if the engine ends
+by a signal, or if the mended transcript fails in a play of its own. Prints each change.
 """
 import difflib
+import functools
 import os
 import re
 import time
@@ -39,17 +40,43 @@ def matches(pattern, line):
         return False
 
 
-def likeness(pattern, line):
-    """From 0 to 1; the backslashes of a pattern do not count."""
-    return difflib.SequenceMatcher(None, re.sub(r"\\(.)", r"\1", pattern), line, False).ratio()
+def other_word(old, new):
+    """What it costs to have a word in place of another: half where only a number differs."""
+    plain = [re.sub(r"\d+", "0", re.sub(r"\\(.)", r"\1", word)) for word in (old, new)]
+    return 0.5 if plain[0] == plain[1] else 1
 
 
-def most_like(pattern, lines):
-    """The index of the line most like a pattern, or None if none is like it."""
-    best = max(range(len(lines)), key=lambda i: likeness(pattern, lines[i]), default=None)
-    if best is None or likeness(pattern, lines[best]) < LEAST_LIKENESS:
+def merge(pattern, line, fill):
+    """The pattern with as little as possible replaced so that it matches the line, and the cost of
+    that in words; None if its words cannot be lined up with those of the line. A word with a
+    wildcard may stand for several words. fill puts what was remembered in its places."""
+    old = pattern.split(" ")
+    new = line.split(" ")
+
+    @functools.cache
+    def rest(i, j):
+        if i == len(old) or j == len(new):
+            return (0, []) if i == len(old) and j == len(new) else None
+        word = fill(old[i])
+        widest = len(new) if re.search(r"[*+ ]", word) else j + 1
+        found = [(0, old[i], rest(i + 1, end)) for end in range(j + 1, widest + 1)
+                 if matches(word, " ".join(new[j:end]))]
+        found.append((other_word(old[i], new[j]), escape(new[j]), rest(i + 1, j + 1)))
+        found = [(cost + tail[0], [word] + tail[1]) for cost, word, tail in found if tail]
+        return min(found, key=lambda one: one[0], default=None)
+
+    best = rest(0, 0)
+    if best is None or not matches(fill(" ".join(best[1])), line):
         return None
-    return best
+    return " ".join(best[1]), best[0]
+
+
+def likeness(pattern, line, fill):
+    """From 0 to 1: the share of words that may stay, or of characters, backslashes left out."""
+    letters = difflib.SequenceMatcher(None, re.sub(r"\\(.)", r"\1", pattern), line, False).ratio()
+    words = sum(word != ".*" for word in pattern.split(" "))
+    merged = merge(pattern, line, fill)
+    return max(letters, (words - merged[1]) / words if merged and words else 0)
 
 
 class Mender(Run):
@@ -63,6 +90,10 @@ class Mender(Run):
 
     def put(self, index, steps, count=1):
         """Puts steps in place of so many, and goes back to have the first of them played."""
+        for name in self.remembered:
+            if f"%{name}%" in "".join(self.steps[index:index + count]) \
+                    and f"%{name}%" not in "".join(steps):
+                raise Failure(f"the {name} remembered does not come again")
         for old in self.steps[index:index + count]:
             self.changes.append(f"- {old}")
         self.changes += [f"+ {new}" for new in steps]
@@ -70,23 +101,33 @@ class Mender(Run):
         self.number = index
 
     def put_pattern(self, index, pattern):
-        """Gives a step another pattern: what stands behind two words, and may hold blanks."""
-        self.put(index, [" ".join(self.steps[index].split(" ")[:2] + [pattern])])
+        """Gives a step another pattern. One that remembers must still have a group."""
+        step = self.steps[index]
+        if step.startswith("remember ") and re.compile(self.filled(pattern)).groups == 0:
+            raise Failure(f"nothing to remember in {pattern!r}")
+        self.put(index, [" ".join(step.split(" ")[:self.head_words(index)] + [pattern])])
+
+    def head_words(self, index):
+        return 3 if self.steps[index].startswith("remember ") else 2
 
     def pattern_of(self, index):
         """The pattern of a step as it is written."""
-        return " ".join(self.steps[index].split(" ")[2:])
+        return " ".join(self.steps[index].split(" ")[self.head_words(index):])
 
-    def mended(self, pattern, line):
-        """The pattern with the words that differ from the line replaced."""
-        words = line.split(" ")
-        raw = pattern.split(" ")
-        if len(raw) == len(words):
-            merged = " ".join(old if matches(self.filled(old), word) else escape(word)
-                              for old, word in zip(raw, words))
-            if matches(self.filled(merged), line):
-                return merged
-        return escape(line)
+    def mended(self, index, line):
+        """The pattern of a step, as much of it as can stay, so that it matches the line."""
+        merged = merge(self.pattern_of(index), line, self.filled)
+        return merged[0] if merged else escape(line)
+
+    def put_most_like(self, index, lines):
+        """Lets the step match the line most like its pattern, the last of several such. Returns
+        whether there is one."""
+        marks = [likeness(self.pattern_of(index), line, self.filled) for line in lines]
+        if not marks or max(marks) < LEAST_LIKENESS:
+            return False
+        last = max(i for i, mark in enumerate(marks) if mark == max(marks))
+        self.put_pattern(index, self.mended(index, lines[last]))
+        return True
 
     # ---- lines of the engine
 
@@ -144,7 +185,7 @@ class Mender(Run):
         patterns = [self.filled(self.pattern_of(step)) for step in steps]
         gone, come = self.least_change(patterns, lines)
         if gone > 0 and come > 0:
-            self.put_pattern(index, self.mended(self.pattern_of(index), lines[0]))
+            self.put_pattern(index, self.mended(index, lines[0]))
         elif gone > 0:
             self.put(index, [])
         else:
@@ -173,17 +214,18 @@ class Mender(Run):
         except Forbidden:
             raise
         except Failure:
-            if self.steps[self.number - 1].startswith("remember "):
-                raise
-        index = self.number - 1
-        lines = self.take_back(mark)
-        pattern = self.pattern_of(index)
-        found = most_like(pattern, lines)
-        if found is None:
-            self.put(index, [])
-        else:
-            self.put_pattern(index, self.mended(pattern, lines[found]))
+            index = self.number - 1
+            if not self.put_most_like(index, self.take_back(mark)):
+                if self.steps[index].startswith("remember "):
+                    raise
+                self.put(index, [])
         return None
+
+    def do_remember(self, rest):
+        name, _, rest = rest.partition(" ")
+        match = self.do_expect(rest)
+        if match:       # otherwise the step comes again
+            self.remembered[name] = match.group(1)
 
     # ---- the steps that look at what is there
 
@@ -202,13 +244,9 @@ class Mender(Run):
         try:
             super().do_has(rest)
         except Failure:
-            name = rest.partition(" ")[0]
-            pattern = self.pattern_of(self.number - 1)
-            lines = self.lines_of(f"{name} (?s:.*)")
-            found = most_like(pattern, lines)
-            if found is None:
+            lines = self.lines_of(rest.partition(" ")[0] + " (?s:.*)")
+            if not self.put_most_like(self.number - 1, lines):
                 raise
-            self.put_pattern(self.number - 1, self.mended(pattern, lines[found]))
 
     def do_errors(self, rest):
         try:
