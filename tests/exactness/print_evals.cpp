@@ -23,9 +23,8 @@ static void print_score(const std::string& text)
     danger[White] = 0;
     danger[Black] = 0;
     i32 score = 0;
-    const bool is_full = !capture_output([&] {
-        score = evaluate(pos->thread, pos->stm, 1, in_check, 1);
-    }).empty();
+    const bool is_full =
+        !capture_output([&] { score = evaluate(pos->thread, pos->stm, 1, in_check, 1); }).empty();
     printf("%s\t%d\t%d\t%d\t%d", text.c_str(), score, danger[White], danger[Black], is_full);
     if (!is_full) {
         printf("\t%.6f\t%.6f\t%d\n", 0.0, 0.0, 0);
@@ -56,8 +55,7 @@ static void print_weights()
     init_eval_params(0);
     for (i32 index = 0; index < weight_count; ++index) {
         const EvalParam& entry = eval_params[index];
-        printf("%d\t%s\t%d\t%d", index, entry.name, score_mg(entry.packed),
-            score_eg(entry.packed));
+        printf("%d\t%s\t%d\t%d", index, entry.name, score_mg(entry.packed), score_eg(entry.packed));
         const i32 word = base[static_cast<size_t>(index)];
         if (index < scalar_weight_count) {
             printf("\t%d\t%d\n", score_mg(word), score_eg(word));
