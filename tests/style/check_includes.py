@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Checks the rules of the source tree that a compiler does not know: which folder may include
-what, headers that stand alone, calls that are not used here, and build lists without gaps.
+what, files in no circle, headers that stand alone, calls that are not used here, and build lists
+without gaps.
 
     check_includes.py ROOT COMPILER
 
-Prints every violation as FILE:LINE: TEXT. Status 1 if there is one.
+Prints every violation as FILE:LINE: TEXT. Status 1 if there is one. Which folder stands above
+which is told by scripts/floors.py.
 """
 
 import concurrent.futures
@@ -14,41 +16,18 @@ import subprocess
 import sys
 import tempfile
 
-# The folders that a folder may include besides itself.
-BELOW = {
-    "board": set(),
-    "eval": {"board"},
-    "fathom": {"board"},
-    "book": {"board"},
-    "search": {"board", "eval", "fathom"},
-    "shell": {"board", "eval", "fathom", "book", "search"},
-    "tools": {"board", "eval", "fathom", "book", "search", "shell"},
-}
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
 
-# Open to all folders. They include types.h and each other's kind only.
-LEAVES = {
-    "board/types.h", "shell/run_state.h", "shell/engine_options.h", "shell/output.h",
-    "shell/files.h", "search/trace.h", "eval/eval_work.h", "tools/tools.h",
-}
-
-# Headers that other folders may include; every other header belongs to its folder.
-PUBLIC = LEAVES | {
-    "board/position.h", "board/tables.h", "board/moves.h", "board/notation.h",
-    "eval/weights.h", "eval/evaluate.h",
-    "search/search.h", "search/hash.h", "search/threads.h", "search/params.h", "search/info.h",
-    "shell/think_loop.h", "shell/time_control.h", "shell/options.h", "shell/text_values.h",
-    "shell/input.h",
-    "book/book.h",
-    "fathom/tbcore.h", "fathom/tbprobe.h",
-}
+import floors
 
 # What the engine does without, and why.
 BANNED = (
     (re.compile(r"\b(strcpy|strcat|sprintf|vsprintf|strncpy|gets)\s*\("),
      "unbounded copy: use snprintf or copy_text"),
     (re.compile(r"scanf\s*\([^;]*%s"), "unbounded %s"),
-    (re.compile(r"#include <(string|vector|map|unordered_map|set|list|deque|array|functional|"
-                r"memory|iostream|sstream|fstream)>"), "no library containers or streams"),
+    (re.compile(r"#include <(string|vector|(unordered_)?(map|set)|(forward_)?list|deque|queue|stack|"
+                r"functional|memory|regex|iostream|istream|ostream|sstream|fstream)>"),
+     "no library containers or streams"),
     (re.compile(r"\b(try|catch|throw|dynamic_cast|typeid)\b\s*[({<]"), "built without exceptions"),
     (re.compile(r"^\s*class\s+\w+"), "plain records only"),
     (re.compile(r"\bNDEBUG\b"), "assertions stay in every build"),
@@ -68,29 +47,21 @@ def without_text(line):
 
 
 def check_include(source, path, number, name):
-    folder = path.relative_to(source).parts[0]
-    own = path.relative_to(source).as_posix()
+    folder = floors.folder_of(path.relative_to(source).as_posix())
+    target = floors.folder_of(name)
     if not (source / name).is_file():
         report(path, number, f"{name} is not found from the include root")
-        return
-    target = name.split("/")[0]
-    if own in LEAVES and name not in LEAVES:
-        report(path, number, f"a header open to all folders includes {name}")
-    elif target != folder and name not in PUBLIC:
-        report(path, number, f"{name} belongs to its folder")
-    elif target != folder and name not in LEAVES and target not in BELOW[folder]:
-        report(path, number, f"{folder} stands below {target}")
+    elif not floors.may_use(folder, target):
+        place = "above" if floors.HEIGHT.get(target) != floors.HEIGHT.get(folder) else "beside"
+        report(path, number, f"{name}: {target} stands {place} {folder}")
 
 
 def check_source(source, path):
     lines = path.read_text(encoding="utf-8").splitlines()
-    includes = []
+    includes = floors.read_includes(source, path)
+    for number, name in includes:
+        check_include(source, path, number, name)
     for number, line in enumerate(lines, 1):
-        match = re.match(r'#include "([^"]+)"', line)
-        if match:
-            includes.append(match.group(1))
-            if not match.group(1).endswith(".def"):
-                check_include(source, path, number, match.group(1))
         code = line if line.startswith("#include <") else without_text(line)
         for pattern, reason in BANNED:
             # The format of a scanf stands in a literal.
@@ -99,7 +70,7 @@ def check_source(source, path):
                 report(path, number, reason)
     own = path.with_suffix(".h")
     if path.suffix == ".cpp" and own.is_file():
-        if not includes or includes[0] != own.relative_to(source).as_posix():
+        if not includes or includes[0][1] != own.relative_to(source).as_posix():
             report(path, 1, "its own header is not included first")
     if path.suffix == ".h" and "#pragma once" not in lines:
         report(path, 1, "no #pragma once")
@@ -125,7 +96,7 @@ def check_alone(source, compiler, path):
         file.flush()
         result = subprocess.run(
             [compiler, "-std=c++20", "-Wall", "-Wextra", "-Werror", "-fsyntax-only",
-             f"-I{source}", file.name], capture_output=True, text=True)
+             '-DVESK_VERSION=""', f"-I{source}", file.name], capture_output=True, text=True)
     if result.returncode != 0:
         report(path, 1, "does not compile on its own\n" + result.stderr)
 
@@ -142,9 +113,14 @@ def main():
     root = pathlib.Path(sys.argv[1]).resolve()
     compiler = sys.argv[2]
     source = root / "Source"
-    engine = sorted(path for path in source.rglob("*") if path.suffix in (".cpp", ".h"))
+    engine = floors.source_files(source)
+    for folder in sorted({path.relative_to(source).parts[0] for path in engine}):
+        if folder not in floors.HEIGHT:
+            report(source / folder, 1, "stands on no floor of scripts/floors.py")
     for path in engine:
         check_source(source, path)
+    for count, way in floors.find_circles(floors.module_graph(source)):
+        report(source, 1, f"{count} modules include one another in a circle: {way}")
     others = [path for folder in ("tests/unit", "tests/tune", "fuzz", "bench")
               for path in sorted((root / folder).glob("*")) if path.suffix in (".cpp", ".h")]
     for path in engine + others:
