@@ -82,8 +82,7 @@ fuzz:
 	scripts/run_fuzzers $(FUZZ_SECONDS)
 
 format:
-	clang-format -i $(shell git ls-files "Source/*.cpp" "Source/*.h") tests/*/*.cpp tests/*/*.h fuzz/*.cpp fuzz/*.h \
-		bench/*.cpp
+	scripts/check_format --fix
 
 clean:
 	rm -rf build vesk vesk-tune
