@@ -11,7 +11,7 @@ level = -DVESK_ARCH=$(ARCH)
 build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) $(2) && cmake --build --preset $(1) -j $(JOBS)
 
 .PHONY: all vesk release native baseline clang test bench bench-book bench-scan bench-tune sanitize \
-	asan tsan pgo ttune micro fuzz format clean
+	asan tsan pgo ttune micro fuzz format tidy clean
 
 all: vesk
 
@@ -83,6 +83,11 @@ fuzz:
 
 format:
 	scripts/check_format --fix
+
+# Status 77 is a linter of another version.
+tidy:
+	cmake --preset debug -DVESK_WERROR=$(WERROR) $(level)
+	scripts/check_tidy || [ $$? -eq 77 ]
 
 clean:
 	rm -rf build vesk vesk-tune
