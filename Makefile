@@ -6,12 +6,13 @@ ARCH ?= $(shell scripts/processor_level)
 WERROR ?= OFF
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
+TESTS ?= *
 
 level = -DVESK_ARCH=$(ARCH)
 build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) $(2) && cmake --build --preset $(1) -j $(JOBS)
 
 .PHONY: all vesk release native baseline clang test bench bench-book bench-scan bench-tune sanitize \
-	asan tsan pgo ttune micro fuzz format tidy clean
+	asan tsan pgo ttune micro fuzz quick format tidy clean
 
 all: vesk
 
@@ -80,6 +81,12 @@ micro:
 fuzz:
 	$(call build,fuzz,$(level))
 	scripts/run_fuzzers $(FUZZ_SECONDS)
+
+# The inner loop: the unit tests of the debug build, or those that TESTS names.
+quick:
+	test -f build/debug/CMakeCache.txt || cmake --preset debug $(level)
+	cmake --build build/debug --target vesk_tests -j $(JOBS)
+	cd build/debug/tests/scratch && ../vesk_tests --gtest_brief=1 --gtest_filter='$(TESTS)'
 
 format:
 	scripts/check_format --fix
