@@ -145,6 +145,16 @@ void wait_for_workers()
     }
 }
 
+void end_search_silently()
+{
+    if (busy_workers() == 0) {
+        return;
+    }
+    store(stop_code, StopCode::Silent);
+    wait_for_workers();
+    store(engine_state, EngineState::Idle);
+}
+
 // Resets what a search counts and reports.
 static void reset_search_state(SearchThread* thread)
 {

@@ -41,6 +41,10 @@ i32 busy_workers();
 // Waits until no worker is busy, asleep between looks.
 void wait_for_workers();
 
+// Ends a running search without a report and waits for the workers; the state is idle then.
+// Does nothing while no worker is busy: a result that waits for its report stays.
+void end_search_silently();
+
 // Copies the position and the undo stack of a game into all workers and resets their search state.
 void sync_workers(const SearchThread* game);
 

@@ -29,7 +29,6 @@
 #include "base/output.h"
 #include "base/text.h"
 #include "shell/prepare_search.h"
-#include "shell/think_loop.h"
 #include "search/clock.h"
 
 static constexpr i32 deepest_perft = 20;

@@ -14,7 +14,6 @@
 #include "search/threads.h"
 #include "shell/input.h"
 #include "shell/startup.h"
-#include "shell/think_loop.h"
 #include "search/strength.h"
 
 static constexpr i32 lowest_scale = 20; // per cent

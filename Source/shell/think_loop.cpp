@@ -36,16 +36,6 @@ void tick_clock(Dialogue* dialogue)
     check_time();
 }
 
-void end_search_silently()
-{
-    if (busy_workers() == 0) {
-        return;
-    }
-    store(stop_code, StopCode::Silent);
-    wait_for_workers();
-    store(engine_state, EngineState::Idle);
-}
-
 f64 effective_branching()
 {
     const i32 depth = search_result.last_iter_depth;

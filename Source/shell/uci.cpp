@@ -17,7 +17,6 @@
 #include "search/params.h"
 #include "search/threads.h"
 #include "shell/options.h"
-#include "shell/think_loop.h"
 #include "search/clock.h"
 #include "shell/board_text.h"
 

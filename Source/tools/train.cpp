@@ -11,6 +11,7 @@
 #include "eval/weights.h"
 #include "shell/input.h"
 #include "base/output.h"
+#include "search/threads.h"
 #include "shell/think_loop.h"
 #include "tools/tool_input.h"
 #include "tools/tools.h"

@@ -10,11 +10,10 @@
 #include "eval/evaluate.h"
 #include "eval/terms.h"
 #include "eval/weights.h"
-#include "shell/run_state.h"
 #include "test_support.h"
 
 // Score for the side to move, the dangers, and the parts of a full evaluation. One that ends early
-// has no parts; it is known by its having no score table.
+// has no parts; it has no score table.
 static void print_score(const std::string& text)
 {
     Position* pos = set_position(text);
@@ -22,15 +21,14 @@ static void print_score(const std::string& text)
     u16* danger = pos->thread->ply_rec[1].danger;
     danger[White] = 0;
     danger[Black] = 0;
-    i32 score = 0;
-    const bool is_full =
-        !capture_output([&] { score = evaluate(pos->thread, pos->stm, 1, in_check, 1); }).empty();
+    const i32 score = evaluate(pos->thread, pos, 1, in_check, danger);
+    const bool is_full = has_eval_trace(pos->thread);
     printf("%s\t%d\t%d\t%d\t%d", text.c_str(), score, danger[White], danger[Black], is_full);
     if (!is_full) {
         printf("\t%.6f\t%.6f\t%d\n", 0.0, 0.0, 0);
         return;
     }
-    const EvalWork* work = &console_thread->eval_work;
+    const EvalWork* work = &dialogue.game->eval_work;
     const i32 tapered = taper(work->score[White] - work->score[Black], work->phase);
     printf("\t%.6f\t%.6f\t%d\n", static_cast<f64>(work->phase),
         static_cast<f64>(scale_factor(work, tapered)), tapered);
@@ -47,12 +45,12 @@ static void print_scores()
 static void print_weights()
 {
     test_thread();
-    init_eval_params(1);
+    build_weights(1);
     std::vector<i32> base(weight_count);
     for (i32 index = 0; index < weight_count; ++index) {
         base[static_cast<size_t>(index)] = eval_params[index].packed;
     }
-    init_eval_params(0);
+    build_weights(0);
     for (i32 index = 0; index < weight_count; ++index) {
         const EvalParam& entry = eval_params[index];
         printf("%d\t%s\t%d\t%d", index, entry.name, score_mg(entry.packed), score_eg(entry.packed));

@@ -10,7 +10,7 @@
 inline constexpr i32 largest_team = 128;
 
 // Does part number part of a job on thread number worker (0 is the caller's).
-typedef void (*TeamJob)(void* context, i32 worker, i32 part);
+using TeamJob = void (*)(void* context, i32 worker, i32 part);
 
 struct TeamMember {
     struct Team* team;
