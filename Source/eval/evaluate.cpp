@@ -11,9 +11,29 @@
 
 constinit ContemptRule contempt_rule = {};
 
-// Files b to g, where rammed pawns count.
-static constexpr u64 rammed_files = 0x7e7e7e7e7e7e7e7eULL;
+// The share of one point of phase_mtl in a full middle game. Full material is 64 points, 32 a side.
+// Of these 63 still make 1.008 and 62 make 0.992: the phase is 0 at 63, 0.008 at 62 and gains 0.016
+// with each point more that goes, so the first minor piece off the board (61 points) begins it.
+static constexpr f64 phase_per_point = 0.016;
 
+// Files b to g, where rammed pawns count: on the edge they close fewer lines.
+static constexpr u64 rammed_files = ~(file_a | file_h);
+
+// Pieces alone, in points of phase_mtl, by which mtl_RvB knows a rook against a minor piece; with
+// fewer pawns than this the rook's side has little left to win with.
+static constexpr i32 rook_points = 5;
+static constexpr i32 minor_points = 3;
+static constexpr i32 exchange_pawns = 2;
+
+// Contempt at full weight is 41 points of a side: 32 of its pieces less the 3 that do not count,
+// and 2 for each of its pawns up to six.
+static constexpr i32 contempt_idle_points = 3;
+static constexpr i32 contempt_pawn_points = 2;
+static constexpr i32 contempt_most_pawns = 6;
+static constexpr i32 contempt_full_points = 41;
+
+// One rounding at the end of the sum, none between: the product of the end game is rounded to f32,
+// that of the middle game goes into the sum whole. Other steps would give other scores.
 i32 taper(i32 word, f32 phase)
 {
     const f32 eg = static_cast<f32>(score_eg(word)) * phase;
@@ -22,34 +42,39 @@ i32 taper(i32 word, f32 phase)
     return static_cast<i32>(blend);
 }
 
-// 0 for full material, rising below 62 of 82 points to 1 for bare kings.
+// How far the game has come: 0 with full material, 1 when kings and pawns are left. Pawns do not
+// count, since it is pieces that mate. Promotions beyond full material stay at 0.
 static f32 phase_of(const Position* pos)
 {
     const i32 material = pos->phase_mtl[White] + pos->phase_mtl[Black];
-    const f32 filled = static_cast<f32>(static_cast<f64>(material) * 0.016);
+    const f32 filled = static_cast<f32>(static_cast<f64>(material) * phase_per_point);
     return filled > 1.0f ? 0.0f : 1.0f - filled;
 }
 
-// The king's square moved off the edge, with its neighbours: always nine squares.
+// The king's square moved off the edge, with its neighbours: always nine squares, so that a king
+// in the corner, who has fewer squares to flee to, does not look safer than one in the middle.
 static u64 king_zone_of(i32 king_square)
 {
-    const i32 file = king_square & 7;
-    const i32 rank = king_square >> 3;
+    const i32 file = file_of(king_square);
+    const i32 rank = rank_of(king_square);
     const i32 zone_file = file == 0 ? 1 : file == 7 ? 6 : file;
     const i32 zone_rank = rank == 0 ? 1 : rank == 7 ? 6 : rank;
     const i32 square = zone_rank * 8 + zone_file;
     return king_attacks[square] | bit(square);
 }
 
-// Everything that the terms take as given.
+// Everything that the terms take as given. Where a piece belongs depends on where its own king
+// lives, so each side reads the tables with its king on the king's wing, from its own first rank.
 static void init_work(EvalWork* work)
 {
     const Position* pos = work->pos;
     work->phase = phase_of(pos);
-    const bool mirror_white = (pos->king_sq[White] & 7) < 4;
-    const bool mirror_black = (pos->king_sq[Black] & 7) < 4;
+    const bool mirror_white = is_on_queen_wing(pos->king_sq[White]);
+    const bool mirror_black = is_on_queen_wing(pos->king_sq[Black]);
+    // One table serves all four cases: the squares are mirrored, turned or both.
     work->pst_map[White] = mirror_white ? map_mirror_file : map_identity;
     work->pst_map[Black] = mirror_black ? map_rotate : map_mirror_rank;
+    // Of the kings: it chooses between the two tables of each piece.
     work->same_wing = mirror_white == mirror_black;
     work->free_passers = 0;
     for (i32 side = White; side <= Black; ++side) {
@@ -60,10 +85,12 @@ static void init_work(EvalWork* work)
     }
 }
 
-// Own pawns of rammed pairs on the colour of an own bishop. rammed holds the own pawns.
+// A pawn stopped by an enemy pawn stays where it is for long, and a bishop of its colour looks at
+// its own pawn's back: each one counts against the bishop. rammed holds the own pawns of the pairs.
 static void eval_rammed_pawns(EvalWork* work, i32 side, u64 rammed)
 {
     const u64 bishops = work->pos->bb[side][Bishop];
+    // Per pawn; with bishops of both colours each pawn counts against one of them.
     if (bishops & light_squares) {
         add_weight(work, side, bishop_rampawns, popcount(rammed & light_squares));
     }
@@ -72,48 +99,59 @@ static void eval_rammed_pawns(EvalWork* work, i32 side, u64 rammed)
     }
 }
 
-// The terms that need no attack sets.
+// The terms that need no attack sets; a count of times each weight, all in centipawns.
 static void eval_closing_terms(EvalWork* work)
 {
     const Position* pos = work->pos;
+    // Having the move is worth something nearly always.
     add_weight(work, pos->stm, stm_bonus);
+    // Two bishops cover both colours and each makes up for what the other cannot see. That they
+    // are of one colour, after a promotion, is too rare to be asked.
     for (i32 side = White; side <= Black; ++side) {
-        if ((pos->piece_count[side] & 0xf00) >= 0x200) {
+        if (count_of(pos, side, Bishop) >= 2) {
             add_weight(work, side, bishop_pair);
         }
     }
+    // The white pawns of rammed pairs; the black ones stand one rank on.
     const u64 rammed = pos->bb[White][Pawn] & (pos->bb[Black][Pawn] >> 8) & rammed_files;
     if (rammed != 0) {
         eval_rammed_pawns(work, White, rammed);
         eval_rammed_pawns(work, Black, rammed << 8);
     }
+    // With no other pieces on the board a rook rules more of it than a minor piece does: more than
+    // the difference of the two material weights.
     for (i32 side = White; side <= Black; ++side) {
-        if (pos->phase_mtl[side] == 5 && pos->phase_mtl[side ^ 1] == 3
-            && (pos->piece_count[side] & 15) >= 2) {
+        if (pos->phase_mtl[side] == rook_points && pos->phase_mtl[side ^ 1] == minor_points
+            && count_of(pos, side, Pawn) >= exchange_pawns) {
             add_weight(work, side, mtl_RvB);
         }
     }
 }
 
-// The contempt of the side that started the search, from white's view. It melts away with the
-// material of the side that should avoid the draw: the root's own for a positive option.
+// The contempt of the side that started the search, in centipawns from white's view: a stronger
+// player keeps pieces on the board, a weaker one likes to see them go. It melts away with the
+// material of the side that should avoid the draw: the root's for a positive option.
+// An analysis has no opponent, and its scores are to be the same from both sides.
 static i32 contempt_bonus(const Position* pos)
 {
+    // Read once: the user may set it while this thread searches.
     const i32 contempt = load(contempt_rule.contempt);
     if (contempt == 0 || contempt_rule.off) {
         return 0;
     }
     const i32 root_side = contempt_rule.root_side;
     const i32 measured = contempt > 0 ? root_side : root_side ^ 1;
-    const i32 pieces = pos->phase_mtl[measured] - 3;
-    const i32 pawns = static_cast<i32>(pos->piece_count[measured] & 15);
-    // 41 at full material: 29 of the pieces and 12 of the pawns.
-    const i32 material = (pieces > 0 ? pieces : 0) + 2 * (pawns < 6 ? pawns : 6);
-    const i32 bonus = material * contempt / 41;
+    const i32 pieces = pos->phase_mtl[measured] - contempt_idle_points;
+    const i32 pawns = count_of(pos, measured, Pawn);
+    const i32 material = (pieces > 0 ? pieces : 0)
+        + contempt_pawn_points * (pawns < contempt_most_pawns ? pawns : contempt_most_pawns);
+    const i32 bonus = material * contempt / contempt_full_points;
     return root_side == White ? bonus : -bonus;
 }
 
-// Runs all terms in their order: later ones read the attack sets of earlier ones.
+// Runs all terms in their order: later ones read the attack sets of earlier ones. Pawns come first
+// because their attacks say where pieces may stand; kings after the pieces that bear on them;
+// passed pawns once it is known who holds their way; threats when every defender is entered.
 static void run_terms(EvalWork* work)
 {
     const Position* pos = work->pos;
@@ -131,22 +169,42 @@ static void run_terms(EvalWork* work)
     eval_closing_terms(work);
 }
 
+// The danger of both sides, for the search's record of the ply or for the cache.
 static void publish_danger(u16* out, const u16* danger)
 {
     out[White] = danger[White];
     out[Black] = danger[Black];
 }
 
+// Zero is an empty slot of either cache: see EvalCacheEntry.
 void clear_eval_caches(EvalState* state)
 {
     memset(state->eval_cache, 0, sizeof state->eval_cache);
     memset(state->pawn_cache, 0, sizeof state->pawn_cache);
 }
 
+// The score of a position that has to be judged by its terms, for the side to move, with the
+// working record left as the printed table needs it.
+static i32 judge_by_terms(EvalWork* work)
+{
+    run_terms(work);
+    // Taken unsigned like all sums of words. The halves part in taper, so white's account less
+    // black's is blended once, not each by itself.
+    const i32 difference = static_cast<i32>(
+        static_cast<u32>(work->score[White]) - static_cast<u32>(work->score[Black]));
+    work->tapered = taper(difference, work->phase);
+    // Contempt comes before the scale factor: it is no reason to like a dead draw.
+    const i32 value = work->tapered + contempt_bonus(work->pos);
+    work->scale = scale_factor(work, value);
+    work->is_complete = true;
+    // The product is rounded to f32 before it is cut off; in f64 the last centipawn could differ.
+    const i32 score = static_cast<i32>(static_cast<f32>(value) * work->scale);
+    return work->pos->stm == White ? score : -score;
+}
+
 i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 danger[2])
 {
     EvalWork* work = &state->eval_work;
-    const i32 side = pos->stm;
     work->pos = pos;
     work->state = state;
     work->ply = static_cast<u8>(ply);
@@ -156,6 +214,8 @@ i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 
     if constexpr (tuning) {
         clear_notes(work);
     }
+    // A side in check has no quiet position to judge. Plain material is judged faster than a slot
+    // is looked up, and has no danger to publish.
     if (in_check) {
         return no_eval;
     }
@@ -163,30 +223,22 @@ i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 
         return 0;
     }
     i32 score = 0;
-    if (eval_lone_king(pos, side, &score)) {
+    if (eval_lone_king(pos, pos->stm, &score)) {
         return score;
     }
+    // The cache holds the score for the side to move, which is part of the key. At the root the
+    // terms run all the same: the printed table and the tuning build want them.
     EvalCacheEntry* slot = &state->eval_cache[pos->key & (eval_cache_size - 1)];
-    if (slot->key == pos->key && ply > 1) {
+    if (slot->key == pos->key && ply >= first_cached_ply) {
         add(state->eval_counters[CountEvalHits], 1);
         publish_danger(danger, slot->danger);
         return slot->score;
     }
 
-    run_terms(work);
-    const i32 difference = static_cast<i32>(
-        static_cast<u32>(work->score[White]) - static_cast<u32>(work->score[Black]));
-    work->tapered = taper(difference, work->phase);
-    const i32 value = work->tapered + contempt_bonus(pos);
-    work->scale = scale_factor(work, value);
-    work->is_complete = true;
-    score = static_cast<i32>(static_cast<f32>(value) * work->scale);
-    if (side == Black) {
-        score = -score;
-    }
+    // Stored at the root too, for the nodes below that come back to its position.
+    score = judge_by_terms(work);
     slot->key = pos->key;
-    slot->danger[White] = work->danger[White];
-    slot->danger[Black] = work->danger[Black];
+    publish_danger(slot->danger, work->danger);
     slot->score = static_cast<i16>(score);
     publish_danger(danger, work->danger);
     if constexpr (tuning) {

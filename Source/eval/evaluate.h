@@ -1,4 +1,6 @@
-// The static evaluation.
+// The static evaluation: what a position is worth before anybody moves in it. A score depends on
+// the position, the weights and the contempt rule alone; the caches change how fast it comes, never
+// what it is, as long as they are emptied when weights or rule change.
 #pragma once
 
 #include "eval/eval_state.h"
@@ -25,11 +27,11 @@ i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 
 void clear_eval_caches(EvalState* state);
 
 // Whether the call of evaluate before has judged pos by its terms, not by a cache or a plain rule.
-bool has_eval_trace(const EvalState* state);
+[[nodiscard]] bool has_eval_trace(const EvalState* state);
 
 // Prints how the score of the evaluation just made came about, if it has_eval_trace; with_weights
 // adds all weights.
 void print_eval_trace(const EvalState* state, bool with_weights);
 
 // Blends the halves of a score pair by phase (0 middle game, 1 end game), truncated toward zero.
-i32 taper(i32 word, f32 phase);
+[[nodiscard]] i32 taper(i32 word, f32 phase);

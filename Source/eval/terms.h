@@ -1,6 +1,7 @@
 // The terms of the evaluation, and the few routines through which they add weights.
 // Every use of a weight goes through add_weight or add_fraction, so that the tuning build has one
 // place where it notes how often a weight counts in a position.
+// A term speaks of its side: "own" is what belongs to that side, "enemy" what does not.
 #pragma once
 
 #include "board/position.h"
@@ -10,7 +11,10 @@
 inline constexpr u64 file_a = 0x0101010101010101ULL;
 inline constexpr u64 file_h = 0x8080808080808080ULL;
 inline constexpr u64 light_squares = 0x55aa55aa55aa55aaULL;
-inline constexpr u64 dark_squares = 0xaa55aa55aa55aa55ULL;
+inline constexpr u64 dark_squares = ~light_squares;
+
+// The last file of the queen's wing, files a to d; the king's wing is e to h.
+inline constexpr i32 queen_wing_last = 3;
 
 // A set moved by whole ranks, as seen by side; what leaves the board is dropped.
 template <i32 side>
@@ -25,30 +29,40 @@ inline u64 backward(u64 set, i32 ranks = 1)
     return forward<side ^ 1>(set, ranks);
 }
 
-// A set moved one file to both sides.
+// A set moved one file to both sides. The outer files are taken off first: what runs over the
+// edge would come back on the other wing, a rank higher or lower.
 inline u64 sideways(u64 set)
 {
     return ((set & ~file_a) >> 1) | ((set & ~file_h) << 1);
 }
 
-// The larger of the file and rank distances: steps of a king from a to b.
+// The larger of the file and rank distances: steps of a king from a to b on an empty board.
 inline i32 king_steps(i32 a, i32 b)
 {
-    const i32 files = (a & 7) - (b & 7);
-    const i32 ranks = (a >> 3) - (b >> 3);
+    const i32 files = file_of(a) - file_of(b);
+    const i32 ranks = rank_of(a) - rank_of(b);
     const i32 file_steps = files < 0 ? -files : files;
     const i32 rank_steps = ranks < 0 ? -ranks : ranks;
     return file_steps > rank_steps ? file_steps : rank_steps;
 }
 
-// Adds a score pair to the account of side.
+// Whether the king on this square stands on the queen's wing: then the piece-square tables, made
+// for a king on the other wing, are read mirrored.
+inline bool is_on_queen_wing(i32 king_square)
+{
+    return file_of(king_square) <= queen_wing_last;
+}
+
+// Adds a score pair to the account of side. The sum is taken unsigned, since absurd weights may
+// make it wrap.
 inline void add_word(EvalWork* work, i32 side, i32 word)
 {
     work->score[side] =
         static_cast<i32>(static_cast<u32>(work->score[side]) + static_cast<u32>(word));
 }
 
-// Adds a weight count times to the account of side.
+// Adds a weight count times to the account of side. Both halves are multiplied in one go: the
+// product of a packed word is the packed word of the products.
 inline void add_weight(EvalWork* work, i32 side, i32 weight, i32 count = 1)
 {
     const u32 word = static_cast<u32>(eval_words[weight]);
@@ -57,7 +71,8 @@ inline void add_weight(EvalWork* work, i32 side, i32 weight, i32 count = 1)
 }
 
 // Adds fraction times a scalar weight to the account of side. The real values are taken, so that
-// a percentage of a personality option keeps its fraction; each product is truncated by itself.
+// a percentage of a personality option keeps its fraction; each product is cut off to whole
+// centipawns by itself, by way of i64, which holds it for any weight that a file can name.
 inline void add_fraction(EvalWork* work, i32 side, i32 weight, f32 fraction)
 {
     const f64 factor = static_cast<f64>(fraction);
@@ -68,7 +83,9 @@ inline void add_fraction(EvalWork* work, i32 side, i32 weight, f32 fraction)
     note_term(work, side, weight, fraction, true);
 }
 
-// Adds to the danger of side, which is kept in 16 bits.
+// Adds centipawns to the danger of side: what the enemy may win from it in the next moves. The
+// search prunes a good position only where the surplus covers that. Kept in 16 bits, as in the
+// cache.
 inline void add_danger(EvalWork* work, i32 side, i32 amount)
 {
     work->danger[side] = static_cast<u16>(work->danger[side] + amount);
@@ -88,10 +105,11 @@ inline void take_tally(EvalWork* work, TallyRow row)
 bool is_drawn_material(const Position* pos);
 
 // Judges a lone king against a side for which there is a plain rule. Returns true and stores the
-// score from the view of side, or false.
-bool eval_lone_king(const Position* pos, i32 side, i32* score);
+// score from the view of side in centipawns, or returns false and leaves it alone.
+[[nodiscard]] bool eval_lone_king(const Position* pos, i32 side, i32* score);
 
-// The factor for endings that are hard to win, 0.05 to 1. value is the score from white's view.
+// The factor for endings that are hard to win, 0.05 to 1. value is the score from white's view:
+// its sign alone says who is ahead. Reads free_passers, so the terms must have run.
 f32 scale_factor(const EvalWork* work, i32 value);
 
 // ---- pawns.cpp
@@ -101,25 +119,26 @@ f32 scale_factor(const EvalWork* work, i32 value);
 void init_pawn_sets(EvalWork* work);
 
 // Material, squares and structure of the pawns, out of the pawn cache if ply allows it, and
-// blocked pawns.
+// blocked pawns. Must be the first of the terms: a cached score takes the place of the accounts.
 void eval_pawns(EvalWork* work);
 
-// Candidates and passed pawns; these need the attack sets of all pieces.
+// Candidates and passed pawns; these need the attack sets of all pieces. The second fills
+// free_passers.
 void eval_candidates(EvalWork* work);
 void eval_passed_pawns(EvalWork* work);
 
 // ---- pieces.cpp
 
 // Material, squares, mobility and special terms of all knights, bishops, rooks and queens; fills
-// their attack sets.
+// their attack sets and adds to the king attack points.
 void eval_pieces(EvalWork* work);
 
 // ---- king.cpp
 
-// The safety of the king of side; needs the attack sets of all pieces.
+// The safety of the king of side; needs the attack sets of all pieces and the attack points.
 void eval_king(EvalWork* work, i32 side, i32 king_square);
 
 // ---- threats.cpp
 
-// Hanging and attacked pieces, threats by pawn pushes, pins. Fills hung.
+// Hanging and attacked pieces, threats by pawn pushes, pins; needs all attack sets. Fills hung.
 void eval_threats(EvalWork* work);
