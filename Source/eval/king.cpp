@@ -1,53 +1,78 @@
 // King safety: pawn shield, safe checks and the curve of attack points while the enemy has the
 // pieces for an attack; a trapped king and the way to the pawns always.
 // All additions go to the side whose king it is; the weights carry the sign.
+// The unit of an attack is the attack point: one for a square from which a piece could check, three
+// to five for a piece or a square near the king, four for a check by the queen. Points go through a
+// curve, since one attacker is a nuisance and four together are mate.
 #include "board/tables.h"
 #include "eval/terms.h"
 
-// With no more pieces than this (two minors, say) there is no attack on the king.
+// With no more pieces than these points of phase_mtl (a rook and a minor, say) nobody is mated in
+// the middle of the board, and the king may walk.
 static constexpr i32 attack_material = 8;
 
-static constexpr i32 full_shield = 9;         // squares of a king's zone
-static constexpr f64 shield_step = 0.111;     // part of pawn_shield per missing square
-static constexpr i32 shield_points_limit = 8; // attack points that a shield takes away
-static constexpr i32 queen_check_danger = 800;
-static constexpr i32 check_points = 4; // attack points of a kind of queen check
-static constexpr i32 curve_limit = 39; // attack points; the curve is flat above
-static constexpr f64 curve_factor = 0.0018;
-static constexpr u32 queen_count_mask = 0xf0000;
+// The shield: squares of a king's zone, each missing one costs a ninth of pawn_shield. Each square
+// of it also takes an attack point away, up to the limit.
+static constexpr i32 full_shield = 9;
+static constexpr f64 shield_step = 0.111;
+static constexpr i32 shield_points_limit = 8;
 
-// The squares from which the king can be checked on the board as it stands.
+// A queen that gets a safe check right beside the king often mates or wins a piece, in centipawns.
+static constexpr i32 queen_check_danger = 800;
+
+// Attack points per square that bears a piece's attack. A bishop's count less: it sees one colour
+// only and the next square is safe from it.
+static constexpr i32 pawn_square_points = 4;
+static constexpr i32 knight_square_points = 4;
+static constexpr i32 bishop_square_points = 3;
+static constexpr i32 rook_square_points = 4;
+static constexpr i32 queen_square_points = 4;
+static constexpr i32 check_points = 4; // of a kind of queen check: diagonal or line
+
+// The curve: parts of king_danger1 or king_danger2 by the square of the points, 0.0018 for each.
+// It is flat above the limit, at 2.74 times the weight: more attackers cannot mate him twice.
+static constexpr i32 least_curve_points = 2;
+static constexpr i32 curve_limit = 39;
+static constexpr f64 curve_factor = 0.0018;
+
+// The squares from which the king can be checked on the board as it stands: the same lines seen
+// from the king's end.
 struct CheckLines {
     u64 diagonals;
     u64 lines;
     u64 knights;
 };
 
-// Counts the shielded squares: those in front of the zone with an own pawn on them or up to two
-// ranks behind them. Returns their number, 0 to 9.
+// Counts the shielded squares: those of the zone moved one rank on, where the attackers come from,
+// with an own pawn on them or up to two ranks behind them; a pawn behind still keeps the file
+// closed. Returns their number, 0 to 9.
 template <i32 side>
 static i32 eval_shield(EvalWork* work)
 {
     const u64 pawns = work->pos->bb[side][Pawn];
     const u64 covered = pawns | forward<side>(pawns) | forward<side>(pawns, 2);
     const i32 shield = popcount(forward<side>(work->king_zone[side]) & covered);
+    // At most 0: a full shield is the normal state and each missing square a loss.
     const f64 fraction = static_cast<f64>(shield - full_shield) * shield_step;
     add_fraction(work, side, pawn_shield, static_cast<f32>(fraction));
     return shield;
 }
 
-// Squares that the attacker of side's king can use: not held by a lesser piece of side, nor
-// twice, nor by king or queen alone unless the attacker bears on them twice, nor his own.
+// Squares that the attacker of side's king can use: not held by a pawn, minor piece or rook of
+// side, nor by any two of its pieces, nor by king or queen alone unless the attacker bears on them
+// twice and so can take back, nor his own.
 template <i32 side>
 static u64 safe_squares(const EvalWork* work)
 {
     constexpr i32 enemy = side ^ 1;
     const u64 guarded = work->attacks_pnbr[side] | work->double_attacks[side]
-        | work->pos->bb[enemy][0] | (work->attacks[side][0] & ~work->double_attacks[enemy]);
+        | pieces_of(work->pos, enemy) | (work->attacks[side][0] & ~work->double_attacks[enemy]);
     return ~guarded;
 }
 
-// Attack points of the enemy's pieces on and around the king's zone.
+// Attack points of the enemy's pieces on and around the king's zone: for each square of the zone
+// that no piece of side worth as little as the attacker holds, and for each square of a safe check.
+// The queen's checks are counted elsewhere: she has so many squares that their number says little.
 template <i32 side>
 static i32 count_attack_points(const EvalWork* work, u64 safe, const CheckLines* from)
 {
@@ -60,22 +85,30 @@ static i32 count_attack_points(const EvalWork* work, u64 safe, const CheckLines*
     const u64 bishops = attacks[Bishop] & (weak | (from->diagonals & safe));
     const u64 rooks = attacks[Rook] & (weak_for_rooks | (from->lines & safe));
     const u64 queens = attacks[Queen] & zone & ~work->attacks_pnbrq[side];
-    return 4 * popcount(zone & work->double_attacks[enemy] & attacks[Pawn]) + 4 * popcount(knights)
-        + 3 * popcount(bishops) + 4 * popcount(rooks) + 4 * popcount(queens);
+    // A pawn's attack opens the position only if a piece stands behind it.
+    const u64 pawns = zone & work->double_attacks[enemy] & attacks[Pawn];
+    return pawn_square_points * popcount(pawns) + knight_square_points * popcount(knights)
+        + bishop_square_points * popcount(bishops) + rook_square_points * popcount(rooks)
+        + queen_square_points * popcount(queens);
 }
 
+// The attack as a whole. It rises with the square of the points; without a queen it is half as
+// strong, for an attack without her runs dry. The steps are taken in f64 in this order and the
+// height rounded to f32.
 template <i32 side>
 static void eval_attack_curve(EvalWork* work, i32 points)
 {
-    if (points <= 1) {
+    if (points < least_curve_points) {
         return;
     }
     const f64 x = static_cast<f64>(points < curve_limit ? points : curve_limit);
     const f32 height = static_cast<f32>(x * curve_factor * x);
-    const bool queen = (work->pos->piece_count[side ^ 1] & queen_count_mask) != 0;
+    const bool queen = count_of(work->pos, side ^ 1, Queen) != 0;
     add_fraction(work, side, queen ? king_danger1 : king_danger2, height);
 }
 
+// The points of all sources together: pieces that reach the zone (king_attack, filled with the
+// attack sets), less the shield, squares of the zone, and checks.
 template <i32 side>
 static void eval_king_attack(EvalWork* work, i32 king_square)
 {
@@ -91,6 +124,8 @@ static void eval_king_attack(EvalWork* work, i32 king_square)
         rook_attacks(king_square, work->occupied),
         knight_attacks[king_square],
     };
+    // A check that the queen can give on the next move, beside the king: what follows it the static
+    // score cannot see, so the search is warned off pruning.
     const u64 queen_diagonal = attacks[Queen] & from.diagonals & safe;
     const u64 queen_line = attacks[Queen] & from.lines & safe;
     if ((queen_diagonal | queen_line) & work->king_zone[side]) {
@@ -99,6 +134,7 @@ static void eval_king_attack(EvalWork* work, i32 king_square)
     const i32 queen_checks = (queen_diagonal != 0) + (queen_line != 0);
     points += count_attack_points<side>(work, safe, &from) + check_points * queen_checks;
 
+    // A safe check costs the king a move and often his place: enemy_checks each, and a point.
     const u64 other_checks = safe
         & ((attacks[Bishop] & from.diagonals) | (attacks[Rook] & from.lines)
             | (attacks[Knight] & from.knights));
@@ -109,7 +145,7 @@ static void eval_king_attack(EvalWork* work, i32 king_square)
 }
 
 // Steps from the king to the nearest pawn of either colour beyond its first surroundings, which
-// are three files by five ranks; there must be pawns.
+// are three files by five ranks; there must be pawns, or the rings would grow for ever.
 static i32 pawn_distance(u64 pawns, i32 king_square)
 {
     u64 ring = king_attacks[king_square] | bit(king_square);
@@ -128,20 +164,25 @@ static void eval_king_of(EvalWork* work, i32 king_square)
 {
     constexpr i32 enemy = side ^ 1;
     const Position* pos = work->pos;
+    // Where a king feels at home: the corner in the middle game, the centre in the end game.
     add_weight(work, side, PST_K + work->pst_map[side][king_square]);
     if (pos->phase_mtl[enemy] > attack_material) {
         eval_king_attack<side>(work, king_square);
     }
-    const u64 barred = work->attacks[enemy][0] | pos->bb[side][0];
+    // A king without a square to go to is mated by the first check that nobody can answer.
+    const u64 barred = work->attacks[enemy][0] | pieces_of(pos, side);
     if ((work->attacks[side][King] & ~barred) == 0) {
         add_weight(work, side, king_trapped);
     }
+    // In the end game the king belongs to the pawns, his own to guard and the others' to win; per
+    // step that he is away from them.
     if (work->all_pawns != 0) {
         add_weight(work, side, king_pawn_prox, pawn_distance(work->all_pawns, king_square));
     }
     work->tally[TallyKing][side] = work->score[side];
 }
 
+// The side is made a constant here, so that each direction of the pawns is compiled once.
 void eval_king(EvalWork* work, i32 side, i32 king_square)
 {
     if (side == White) {
