@@ -1,35 +1,61 @@
 // Everything that the evaluation draws from the pawns: the pawn sets, the structure terms (which
 // the pawn cache keeps), candidates and passed pawns.
 // Only what depends on nothing but the pawns and the wings of the kings may go into the cache.
+// Scores are in centipawns and go to the side of the pawn; what a passed pawn threatens goes to the
+// danger of the other side.
 #include <cmath>
 
 #include "board/moves.h"
 #include "board/tables.h"
 #include "eval/terms.h"
 
-// Outposts: files b to g of the fifth and sixth rank of the side.
+// Outposts: files b to g of the fifth and sixth rank of the side. Nearer home a piece threatens
+// little, on the edge it has half its squares.
 static constexpr u64 outpost_zone[2] = { 0x7e7e00000000ULL, 0x7e7e0000ULL };
 
-// Candidates: the fourth to sixth rank of the side.
+// Candidates: the fourth to sixth rank of the side. Behind them it is too early to tell.
 static constexpr u64 candidate_zone[2] = { 0xffffff000000ULL, 0xffffff0000ULL };
 
 // A pawn on the side's last rank (a set-up board may hold one) has no square to go to.
 static constexpr u64 last_rank[2] = { 0xff00000000000000ULL, 0xffULL };
 
-// Attack points of a pawn whose stop square lies in the enemy king's zone.
+// Attack points of a pawn whose stop square lies in the enemy king's zone: it opens lines there or
+// stands in the king's way.
 static constexpr i32 pawn_attack_points = 3;
 
 // XORed into the pawn key for each side whose map mirrors files: the cached squares differ then.
+// Any two different constants but 0 would do.
 static constexpr u64 wing_key[2] = { 0x5555555555555555ULL, 0xaaaaaaaaaaaaaaaaULL };
 
-// Weight of the king distances by relative rank index, one rank further for a mobile pawn.
+// All by relative rank index. The kings' distances in parts of their weights, taken one rank
+// further for a pawn that can step: on its way the kings hardly matter before the fourth rank, and
+// decide on the last ones.
 static constexpr f32 distance_factor[8] = { 0.0f, 0.0f, 0.0f, 0.2f, 0.4f, 0.6f, 0.8f, 1.0f };
+
+// A neighbour that guards the next square, in parts of ppawn_connected; on the seventh rank it
+// guards the queen to be.
 static constexpr f32 connected_factor[8] = { 0.0f, 0.0f, 0.0f, 0.15f, 0.3f, 0.6f, 1.0f, 0.0f };
 
-// What a passed pawn threatens, by relative rank index: for the enemy's danger.
+// What a passed pawn with a free path threatens the enemy with, in centipawns: close to a queen on
+// the seventh rank, half of it for each step that is missing. Half and a quarter of that for a pawn
+// that can only step, or not even that.
 static constexpr i32 passer_danger[8] = { 0, 0, 0, 150, 300, 600, 1200, 0 };
+static constexpr i32 mobile_danger_part = 2;
+static constexpr i32 stopped_danger_part = 4;
 
-// Squares strictly in front of the pawns of side on their files.
+// A path is called free from the fourth rank on only: before it, too much can still come in
+// between.
+static constexpr i32 free_path_rank = 3;
+
+// On the seventh rank no square is left beyond the next one.
+static constexpr i32 last_but_one_rank = 6;
+
+// Parts of candidate_passer per rank beyond the second, and per step of the enemy king.
+static constexpr f64 candidate_rank_part = 0.15;
+static constexpr f64 candidate_king_part = 0.1;
+
+// Squares strictly in front of the pawns of side on their files. Each step doubles the reach: one,
+// three, seven ranks.
 template <i32 side>
 static u64 front_of(u64 pawns)
 {
@@ -39,6 +65,8 @@ static u64 front_of(u64 pawns)
     return forward<side>(pawns);
 }
 
+// The first of the attack sets: pawns and king, which need no lines. A square is attacked doubly by
+// two pawns, or by a pawn and the king; the pieces add to both sets when their turn comes.
 template <i32 side>
 static void init_pawn_attacks(EvalWork* work)
 {
@@ -53,9 +81,10 @@ static void init_pawn_attacks(EvalWork* work)
     work->double_attacks[side] = (left & right) | (attacks & king);
 }
 
-// Pawns with no enemy pawn in front that could become passed: the stop square is free and not
-// the enemy's, and behind it no enemy pawn can bear on the way. enemy_front and enemy_span are
-// the squares in front of the enemy's pawns and those on the files beside.
+// Pawns with no enemy pawn in front that one step could make passed pawns: the stop square is free,
+// the enemy's pawns and king do not hold it against those of side, and no enemy pawn can attack the
+// square beyond it. enemy_front and enemy_span are the squares in front of the enemy's pawns and
+// those on the files beside.
 template <i32 side>
 static u64 find_candidates(const EvalWork* work, u64 enemy_front, u64 enemy_span)
 {
@@ -72,6 +101,8 @@ void init_pawn_sets(EvalWork* work)
     const u64 black = work->pos->bb[Black][Pawn];
     init_pawn_attacks<White>(work);
     init_pawn_attacks<Black>(work);
+    // Front is where a side's pawns may still stand, span what they may still attack. A piece out
+    // of the enemy's span is safe from his pawns, a pawn out of his front and span is passed.
     const u64 front_white = front_of<White>(white);
     const u64 front_black = front_of<Black>(black);
     const u64 span_white = sideways(front_white);
@@ -89,6 +120,8 @@ void init_pawn_sets(EvalWork* work)
         static_cast<i16>(pawn_attack_points * popcount((white << 8) & work->king_zone[Black]));
 }
 
+// All that the cache keeps. Squares count by the wings of the kings: pawns are a shield on the own
+// king's side and a weapon on the other's.
 template <i32 side>
 static void eval_structure(EvalWork* work)
 {
@@ -102,6 +135,8 @@ static void eval_structure(EvalWork* work)
         const i32 square = pop_lowest(&left);
         const i32 index = work->pst_map[side][square];
         add_weight(work, side, table + index);
+        // A chain stands by itself; two abreast control the squares in front of each other. Both
+        // are worth the more the further they have come.
         if (defended & bit(square)) {
             add_weight(work, side, PST_DP + index);
         }
@@ -112,6 +147,10 @@ static void eval_structure(EvalWork* work)
     const u64 front = front_of<side>(pawns);
     const u64 span = sideways(front);
     const u64 back = front_of<side ^ 1>(pawns);
+    // An isolated pawn has no neighbour on either file; only pieces can defend it, and the square
+    // in front of it is the enemy's. A weak one has neighbours, but all have gone ahead. Of doubled
+    // pawns each one with another behind it counts: they cannot defend each other, and the one in
+    // front stops the other. Each per pawn.
     const u64 isolated = pawns & ~sideways(front | pawns | back);
     const u64 weak = pawns & ~isolated & ~backward<side>(span);
     add_weight(work, side, pawn_isolated, popcount(isolated));
@@ -119,19 +158,21 @@ static void eval_structure(EvalWork* work)
     add_weight(work, side, pawn_doubled, popcount(pawns & front));
 }
 
+// A slot holds the accounts of both sides as they stand behind the structure, the first thing that
+// goes into them. At the root the terms run all the same, for the tuning build's notes.
 void eval_pawns(EvalWork* work)
 {
     const Position* pos = work->pos;
     EvalState* state = work->state;
     u64 key = pos->pawn_key;
     for (i32 side = White; side <= Black; ++side) {
-        if ((pos->king_sq[side] & 7) < 4) {
+        if (is_on_queen_wing(pos->king_sq[side])) {
             key ^= wing_key[side];
         }
     }
     PawnCacheEntry* slot = &state->pawn_cache[key & (pawn_cache_size - 1)];
     add(state->eval_counters[CountPawnProbes], 1);
-    if (slot->key == key && work->ply >= 2) {
+    if (slot->key == key && work->ply >= first_cached_ply) {
         add(state->eval_counters[CountPawnHits], 1);
         work->score[White] = slot->score[White];
         work->score[Black] = slot->score[Black];
@@ -142,12 +183,16 @@ void eval_pawns(EvalWork* work)
         slot->score[White] = work->score[White];
         slot->score[Black] = work->score[Black];
     }
+    // A pawn that cannot step, whoever stands there, is a target and no threat. It depends on the
+    // pieces, so it stays out of the cache.
     const u64 white_blocked = (pos->bb[White][Pawn] << 8) & work->occupied;
     const u64 black_blocked = (pos->bb[Black][Pawn] >> 8) & work->occupied;
     add_weight(work, White, pawn_blocked, popcount(white_blocked));
     add_weight(work, Black, pawn_blocked, popcount(black_blocked));
 }
 
+// A candidate is worth the more the further it has come and the longer the enemy king takes to its
+// stop square; king_steps and ranks make 0.4 to 1.3 of the weight.
 void eval_candidates(EvalWork* work)
 {
     const Position* pos = work->pos;
@@ -158,18 +203,21 @@ void eval_candidates(EvalWork* work)
         const i32 stop = square + pawn_step[side];
         const f64 rank = static_cast<f64>(relative_rank(side, square) - 1);
         const f64 distance = static_cast<f64>(king_steps(stop, pos->king_sq[side ^ 1]));
-        add_fraction(
-            work, side, candidate_passer, static_cast<f32>(std::fma(0.15, rank, 0.1 * distance)));
+        // Fused on purpose: the sum is rounded once, and once more to f32.
+        add_fraction(work, side, candidate_passer,
+            static_cast<f32>(std::fma(candidate_rank_part, rank, candidate_king_part * distance)));
     }
 }
 
-// Whether the pawn of side on square can step to goal and lose nothing there.
+// Whether the pawn of side on square can step to goal and lose nothing there: the exchange on goal,
+// begun by the step itself, costs nothing.
 static bool is_safe_step(const EvalWork* work, i32 side, i32 square, i32 goal)
 {
     if (work->occupied & bit(goal)) {
         return false;
     }
-    // An exchange needs an enemy who attacks the goal, or who will from behind the pawn.
+    // An exchange needs an enemy who attacks the goal, or a slider that attacks the pawn from
+    // behind and follows it. Without one the costly count is spared.
     const u64 enemy_attacks = work->attacks[side ^ 1][0];
     return (enemy_attacks & (bit(goal) | bit(square))) == 0
         || swapoff(work->pos, side, square, goal) == 0;
@@ -180,24 +228,31 @@ static bool is_safe_step(const EvalWork* work, i32 side, i32 square, i32 goal)
 static bool is_free_path(const EvalWork* work, i32 side, u64 ahead)
 {
     const i32 enemy = side ^ 1;
-    const u64 held = work->attacks[enemy][0] | work->pos->bb[enemy][0];
+    const u64 held = work->attacks[enemy][0] | pieces_of(work->pos, enemy);
     return (ahead & work->attacks_pnb[enemy]) == 0 && (ahead & held & ~work->attacks[side][0]) == 0;
 }
 
+// Steps of each king to target times factor: the enemy's to be far away, the own to be near. The
+// own king is counted from one step on, since on the square itself he would stand in the pawn's
+// way.
 static void eval_king_distances(EvalWork* work, i32 side, i32 target, f32 factor)
 {
     const Position* pos = work->pos;
-    const i32 own = king_steps(target, pos->king_sq[side]);
-    const i32 far = king_steps(target, pos->king_sq[side ^ 1]);
-    add_fraction(work, side, ppawn_eking_dist, static_cast<f32>(far) * factor);
-    add_fraction(work, side, ppawn_fking_dist, static_cast<f32>(own > 1 ? own : 1) * factor);
+    const i32 own_steps = king_steps(target, pos->king_sq[side]);
+    const i32 enemy_steps = king_steps(target, pos->king_sq[side ^ 1]);
+    add_fraction(work, side, ppawn_eking_dist, static_cast<f32>(enemy_steps) * factor);
+    add_fraction(
+        work, side, ppawn_fking_dist, static_cast<f32>(own_steps > 1 ? own_steps : 1) * factor);
 }
 
+// A passed pawn gets one weight of its rank: the largest if nothing holds up its whole way, less if
+// it can make its next step, least if not. Then come the kings and a neighbour that helps it.
 static void eval_passed_pawn(EvalWork* work, i32 side, i32 square)
 {
     const i32 step = pawn_step[side];
     const i32 rank = relative_rank(side, square);
     i32 goal = square + step;
+    // From the second rank the next step is the double one, as long as its first half is free.
     if (rank == 1 && (work->occupied & bit(goal)) == 0) {
         goal += step;
     }
@@ -207,17 +262,19 @@ static void eval_passed_pawn(EvalWork* work, i32 side, i32 square)
     }
     i32 danger = passer_danger[rank];
     const bool mobile = is_safe_step(work, side, square, goal);
-    if (mobile && rank > 2 && is_free_path(work, side, ahead)) {
+    if (mobile && rank >= free_path_rank && is_free_path(work, side, ahead)) {
         add_weight(work, side, ppawn_free + rank);
         work->free_passers |= bit(square);
     } else if (mobile) {
         add_weight(work, side, ppawn_mobile + rank);
-        danger /= 2;
+        danger /= mobile_danger_part;
     } else {
         add_weight(work, side, ppawn + rank);
-        danger /= 4;
+        danger /= stopped_danger_part;
     }
-    const i32 target = rank < 6 ? goal + step : goal;
+    // The kings fight for the square beyond the next one: who stands there first decides whether
+    // the pawn goes on.
+    const i32 target = rank < last_but_one_rank ? goal + step : goal;
     eval_king_distances(work, side, target, distance_factor[mobile ? rank + 1 : rank]);
     if (work->attacks[side][Pawn] & bit(goal)) {
         add_fraction(work, side, ppawn_connected, connected_factor[rank]);
