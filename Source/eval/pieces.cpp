@@ -2,23 +2,30 @@
 // the attack sets that the king, passed pawn and threat terms read later.
 // The passes run in this order because each type's mobility reads the union of the attacks of
 // the enemy's lesser pieces. Queens go by rising square: their double attacks depend on it.
+// Scores are in centipawns and go to the owner of the piece. The piece-square tables come in pairs:
+// with the kings on opposite wings both sides storm, and other squares are the good ones.
 #include "board/tables.h"
 #include "eval/terms.h"
 
-// Attack points on the enemy king by piece type, once per piece that reaches the king's zone.
+// Attack points on the enemy king by piece type, once per piece that reaches the king's zone. The
+// bishop's colour spares half of the zone; the queen reaches all of it.
 static constexpr i16 attack_points[8] = { 0, 0, 4, 3, 4, 5, 0, 0 };
 
-// Danger of a minor piece without a move on the seventh or eighth rank of its side.
+// Danger of a minor piece without a move on the seventh or eighth rank of its side, in centipawns:
+// it took something deep in the enemy's camp and will not come back.
 static constexpr i32 trapped_minor_danger = 250;
 static constexpr u64 far_ranks[2] = { 0xffff000000000000ULL, 0xffffULL };
 
-// Files c to f of ranks 3 to 6.
+// Files c to f of ranks 3 to 6: what happens there reaches both wings.
 static constexpr u64 centre_block = 0x3c3c3c3c0000ULL;
 
+// Half boards and ranks as each side sees them.
 static constexpr u64 enemy_half[2] = { 0xffffffff00000000ULL, 0xffffffffULL };
 static constexpr u64 seventh_rank[2] = { 0xff000000000000ULL, 0xff00ULL };
 
-// Parts of the mobility weight by number of squares.
+// Parts of the mobility weight by number of squares, from -0.4 for none to 0.6 for all. The first
+// squares matter most and the last least: a piece with three is in play already. The zero lies at
+// an ordinary stand, so that mobility is not material counted twice.
 static constexpr f32 knight_curve[9] = { -0.40f, -0.17f, -0.02f, 0.10f, 0.22f, 0.32f, 0.42f, 0.51f,
     0.60f };
 static constexpr f32 bishop_curve[14] = { -0.40f, -0.23f, -0.13f, -0.04f, 0.04f, 0.11f, 0.18f,
@@ -30,25 +37,30 @@ static constexpr f32 queen_curve[28] = { -0.40f, -0.25f, -0.17f, -0.10f, -0.04f,
     0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f };
 
 // Enters a piece's attack set. reach is what it bears on for double attacks and the king's zone:
-// the attack set itself for all but queens.
+// the attack set itself for all but queens. Double attacks come first: a piece must not find its
+// own attacks there.
 template <i32 side>
 static inline void note_attacks(EvalWork* work, i32 type, u64 attacks, u64 reach)
 {
     work->double_attacks[side] |= work->attacks[side][0] & reach;
     work->attacks[side][0] |= attacks;
     work->attacks[side][type] |= attacks;
+    // Each piece that joins in counts by itself: it is numbers that break a king's defence.
     if (reach & work->king_zone[side ^ 1]) {
         work->king_attack[side ^ 1] =
             static_cast<i16>(work->king_attack[side ^ 1] + attack_points[type]);
     }
 }
 
+// Material, squares and mobility, then what a knight is for: a stand that nobody can drive it from,
+// or the way to one. Mobility counts squares that no enemy pawn guards and no own piece fills, and
+// a knight without any is worth little until it gets one.
 template <i32 side>
 static void eval_knights(EvalWork* work)
 {
     const Position* pos = work->pos;
     const i32 table = work->same_wing ? PST_N1 : PST_N2;
-    const u64 open = ~(pos->bb[side][0] | work->attacks[side ^ 1][Pawn]);
+    const u64 open = ~(pieces_of(pos, side) | work->attacks[side ^ 1][Pawn]);
     const u64 outposts = work->outposts[side];
     u64 left = pos->bb[side][Knight];
     add_weight(work, side, mtl_knight, popcount(left));
@@ -60,6 +72,7 @@ static void eval_knights(EvalWork* work)
         add_weight(work, side, table + work->pst_map[side][square]);
         const i32 mobility = popcount(attacks & open);
         add_fraction(work, side, knight_mobility, knight_curve[mobility]);
+        // Shut in: it takes moves of others to free it, and deep in the enemy's camp nothing will.
         if (mobility == 0) {
             add_weight(work, side, knight_trapped);
             if (far_ranks[side] & bit(square)) {
@@ -69,19 +82,23 @@ static void eval_knights(EvalWork* work)
         if (outposts & bit(square)) {
             add_weight(work, side, knight_outpost);
         }
+        // A good stand one move away; several of them count once.
         if (outposts & attacks) {
             add_weight(work, side, knight_outpost_atk);
         }
     }
 }
 
+// As knights; an outpost suits a bishop too, and the centre shows how much of the board its colour
+// rules. An own queen does not end its diagonal: the two attack together.
 template <i32 side>
 static void eval_bishops(EvalWork* work)
 {
     const Position* pos = work->pos;
     const i32 table = work->same_wing ? PST_B1 : PST_B2;
-    const u64 open = ~(pos->bb[side][0] | work->attacks[side ^ 1][Pawn]);
+    const u64 open = ~(pieces_of(pos, side) | work->attacks[side ^ 1][Pawn]);
     const u64 outposts = work->outposts[side];
+    // The own queen gives way or goes along.
     const u64 blockers = work->occupied ^ pos->bb[side][Queen];
     u64 left = pos->bb[side][Bishop];
     add_weight(work, side, mtl_bishop, popcount(left));
@@ -93,13 +110,16 @@ static void eval_bishops(EvalWork* work)
         add_weight(work, side, table + work->pst_map[side][square]);
         const i32 mobility = popcount(attacks & open);
         add_fraction(work, side, bishop_mobility, bishop_curve[mobility]);
+        // A bishop that cannot move at all, walled in or caught behind enemy pawns.
         if (mobility == 0) {
             add_weight(work, side, bishop_trapped);
             if (far_ranks[side] & bit(square)) {
                 add_danger(work, side, trapped_minor_danger);
             }
         }
+        // Per square of the centre, whoever stands there and guards it.
         add_weight(work, side, bishop_mob2, popcount(attacks & centre_block));
+        // As for knights; a bishop also works from afar, so the way to one matters less.
         if (outposts & bit(square)) {
             add_weight(work, side, bishop_outpost);
         }
@@ -109,12 +129,19 @@ static void eval_bishops(EvalWork* work)
     }
 }
 
+// Rooks want lines: a file without pawns, squares of the enemy's half down their file, and the
+// seventh rank while it shuts the enemy king in on the last one or shares the seventh with him.
+// Squares that a minor piece guards are none for a rook. Own rooks and queens do not end its line:
+// doubled on a file they bear on all of it.
 template <i32 side>
 static void eval_rooks(EvalWork* work)
 {
     const Position* pos = work->pos;
     const i32 table = work->same_wing ? PST_R1 : PST_R2;
-    const u64 open = ~(pos->bb[side][0] | work->attacks_pnb[side ^ 1]);
+    // Lesser pieces chase a rook off, so their squares are closed to it; of equals it is not
+    // afraid.
+    const u64 open = ~(pieces_of(pos, side) | work->attacks_pnb[side ^ 1]);
+    // Rooks behind each other or behind the queen push together.
     const u64 blockers = work->occupied ^ (pos->bb[side][Rook] | pos->bb[side][Queen]);
     const bool enemy_king_far = (far_ranks[side] & pos->bb[side ^ 1][King]) != 0;
     u64 left = pos->bb[side][Rook];
@@ -123,18 +150,23 @@ static void eval_rooks(EvalWork* work)
     while (left != 0) {
         const i32 square = pop_lowest(&left);
         const u64 attacks = rook_attacks(square, blockers);
-        const u64 file = file_a << (square & 7);
+        const u64 file = file_a << file_of(square);
         note_attacks<side>(work, Rook, attacks, attacks);
         add_weight(work, side, table + work->pst_map[side][square]);
         const i32 mobility = popcount(attacks & open);
         add_fraction(work, side, rook_mobility, rook_curve[mobility]);
+        // Mostly a rook between its own king and the corner: it is out of the game.
         if (mobility == 0) {
             add_weight(work, side, rook_trapped);
         }
+        // Per square of the enemy's half that it looks at down its file: there are its targets.
         add_weight(work, side, rook_mob2, popcount(attacks & file & enemy_half[side]));
+        // Nothing closes the file for good, so the rook will come in on it.
         if ((file & work->all_pawns) == 0) {
             add_weight(work, side, rook_openfile);
         }
+        // It eats pawns from the side and keeps the king on the edge; without him there is no
+        // hurry.
         if (enemy_king_far && (seventh_rank[side] & bit(square))) {
             add_weight(work, side, rook_7th);
         }
@@ -142,13 +174,15 @@ static void eval_rooks(EvalWork* work)
 }
 
 // A queen bears on what lies behind own bishops on its diagonals and own rooks on its lines, but
-// only for double attacks and the king's zone.
+// only for double attacks and the king's zone: where they strike first she backs them up, yet she
+// herself cannot go there. No square that a pawn, minor piece or rook guards is one for a queen,
+// and a queen without any is about to be lost.
 template <i32 side>
 static void eval_queens(EvalWork* work)
 {
     const Position* pos = work->pos;
     const i32 table = work->same_wing ? PST_Q1 : PST_Q2;
-    const u64 open = ~(pos->bb[side][0] | work->attacks_pnbr[side ^ 1]);
+    const u64 open = ~(pieces_of(pos, side) | work->attacks_pnbr[side ^ 1]);
     const u64 bishops = pos->bb[side][Bishop];
     const u64 rooks = pos->bb[side][Rook];
     u64 left = pos->bb[side][Queen];
@@ -159,6 +193,7 @@ static void eval_queens(EvalWork* work)
         const u64 diagonals = bishop_attacks(square, work->occupied);
         const u64 lines = rook_attacks(square, work->occupied);
         const u64 attacks = diagonals | lines;
+        // Looked at again only where a bishop or rook of her own stands in her sight: it is rare.
         u64 reach = attacks;
         if (diagonals & bishops) {
             reach |= bishop_attacks(square, work->occupied ^ bishops);
@@ -170,12 +205,15 @@ static void eval_queens(EvalWork* work)
         add_weight(work, side, table + work->pst_map[side][square]);
         const i32 mobility = popcount(attacks & open);
         add_fraction(work, side, queen_mobility, queen_curve[mobility]);
+        // The next attack on her wins her.
         if (mobility == 0) {
             add_weight(work, side, queen_trapped);
         }
     }
 }
 
+// Both sides of a type before the next: the unions of lesser attacks must be whole when they are
+// read.
 void eval_pieces(EvalWork* work)
 {
     eval_knights<White>(work);

@@ -1,17 +1,22 @@
 // Threats: pieces that hang or are attacked, safe pawn pushes that would attack something, pins.
+// They are guesses at what the next moves may win, cheap enough for every position; an exchange is
+// counted out by the search alone. All in centipawns per piece.
 // Every term goes to the side that suffers. hung is complete before the pushes are looked at,
 // since a hanging piece is not counted again.
 #include "board/tables.h"
 #include "eval/terms.h"
 
+// What the search should fear for each hanging pawn or piece, in centipawns: less than its worth,
+// since it may be defended or move away in time.
 static constexpr i32 hung_pawn_danger = 64;
 static constexpr i32 hung_piece_danger = 256;
 
 // The rank that a double step reaches.
 static constexpr u64 double_step_rank[2] = { 0xff000000ULL, 0xff00000000ULL };
 
-// Squares where the enemy of side is ahead: attacked by him twice and by side neither twice nor
-// with a pawn, or attacked by him alone.
+// Squares where the enemy of side would come out ahead of a fight: attacked by him twice and by
+// side neither twice nor with a pawn, or attacked by him alone. A pawn counts as two: no piece
+// takes what a pawn takes back.
 template <i32 side>
 static u64 enemy_ahead(const EvalWork* work)
 {
@@ -33,8 +38,10 @@ static u64 eval_attacked_pawns(EvalWork* work, u64 ahead)
     }
     const u64 hanging = targets & ahead;
     const i32 count = popcount(hanging);
+    // A pawn that can be won now, and one that ties a defender to it.
     add_weight(work, side, hung_pawn, count);
     add_danger(work, side, hung_pawn_danger * count);
+    // Attacked and held: nothing is lost, but somebody has to stay where he is.
     add_weight(work, side, attacked_pawn, popcount(targets & ~ahead));
     return hanging;
 }
@@ -50,6 +57,7 @@ static u64 eval_attacked_pieces(
     if (targets == 0) {
         return 0;
     }
+    // What is attacked by something cheaper has to move even if it is defended.
     const u64 hanging = targets & (ahead | lesser[side ^ 1]);
     const i32 count = popcount(hanging);
     add_weight(work, side, hung_weight, count);
@@ -58,13 +66,15 @@ static u64 eval_attacked_pieces(
     return hanging;
 }
 
+// Returns all that hangs. A cheaper attacker is a pawn for the minor pieces, a pawn or a minor
+// piece for rooks and queens; a rook that attacks a queen is not counted as such.
 template <i32 side>
 static u64 eval_attacked(EvalWork* work)
 {
-    const u64* own = work->pos->bb[side];
+    const u64* pieces = work->pos->bb[side];
     const u64 ahead = enemy_ahead<side>(work);
-    const u64 minors = own[Knight] | own[Bishop];
-    const u64 majors = own[Rook] | own[Queen];
+    const u64 minors = pieces[Knight] | pieces[Bishop];
+    const u64 majors = pieces[Rook] | pieces[Queen];
     return eval_attacked_pawns<side>(work, ahead)
         | eval_attacked_pieces<side>(
             work, minors, ahead, work->pawn_cover, hung_minor, attacked_minor)
@@ -72,7 +82,9 @@ static u64 eval_attacked(EvalWork* work)
             work, majors, ahead, work->attacks_pnb, hung_major, attacked_major);
 }
 
-// Pieces of the enemy, the king among them, that a pawn of side would attack after a safe step.
+// Pieces of the enemy, the king among them, that a pawn of side would attack after a safe step: he
+// will have to spend a move on each. Safe is a square that he does not attack, or attacks only with
+// pieces while an own pawn defends it.
 template <i32 side>
 static void eval_pawn_pushes(EvalWork* work)
 {
@@ -81,14 +93,15 @@ static void eval_pawn_pushes(EvalWork* work)
     const u64 empty = ~work->occupied;
     const u64 unsafe =
         (work->attacks[enemy][0] & ~work->attacks[side][Pawn]) | work->attacks[enemy][Pawn];
+    // One step, or two from the second rank where both squares are empty.
     const u64 one = forward<side>(pos->bb[side][Pawn]) & empty;
     const u64 two = forward<side>(one) & empty & double_step_rank[side];
     const u64 stand = (one | two) & ~unsafe;
-    const u64 targets = pos->bb[enemy][0] & ~pos->bb[enemy][Pawn] & ~work->hung;
+    const u64 targets = pieces_of(pos, enemy) & ~pos->bb[enemy][Pawn] & ~work->hung;
     add_weight(work, enemy, ppush_threat, popcount(sideways(forward<side>(stand)) & targets));
 }
 
-// Squares that stand alone between square and one of the pieces of snipers.
+// Squares of pieces that stand alone between square and one of the pieces of snipers.
 static u64 lone_blockers(const EvalWork* work, i32 square, u64 snipers)
 {
     u64 found = 0;
@@ -101,28 +114,34 @@ static u64 lone_blockers(const EvalWork* work, i32 square, u64 snipers)
     return found;
 }
 
-// Own pieces in front of the king, or of the (lowest) queen on the line of a lesser piece.
+// Own pieces in front of the king, who may not be left in check, or of the (lowest) queen on the
+// line of a lesser piece, who would be lost. Such a piece defends nothing in earnest and can be
+// attacked again. A pinned pawn matters less: it seldom wants to leave its file.
 template <i32 side>
 static void eval_pins(EvalWork* work)
 {
     const Position* pos = work->pos;
     const u64* enemy = pos->bb[side ^ 1];
     const i32 king = pos->king_sq[side];
+    // Every line piece that would reach the king on an empty board, blocked by exactly one piece.
     u64 pinned = lone_blockers(work, king,
         ((enemy[Bishop] | enemy[Queen]) & bishop_rays[king])
             | ((enemy[Rook] | enemy[Queen]) & rook_rays[king]));
+    // The queen fears bishops and rooks alone: another queen would only be exchanged for her.
     if (pos->bb[side][Queen] != 0) {
         const i32 queen = lowest(pos->bb[side][Queen]);
         pinned |= lone_blockers(
             work, queen, (enemy[Bishop] & bishop_rays[queen]) | (enemy[Rook] & rook_rays[queen]));
     }
-    pinned &= pos->bb[side][0];
+    // An enemy piece in between is no pin but a discovered attack in waiting: not counted.
+    pinned &= pieces_of(pos, side);
     if (pinned != 0) {
         add_weight(work, side, pinned_piece, popcount(pinned & ~pos->bb[side][Pawn]));
         add_weight(work, side, pinned_pawn, popcount(pinned & pos->bb[side][Pawn]));
     }
 }
 
+// Both sides' hanging pieces come first, since a push that attacks one of them is no new threat.
 void eval_threats(EvalWork* work)
 {
     work->hung = eval_attacked<White>(work) | eval_attacked<Black>(work);
