@@ -1,6 +1,7 @@
 // The weight table: its start values, the personality options and the weights file.
 // Rebuilt only between searches, by the main thread; each rebuild starts from the defaults, so
-// scaling never accumulates from one rebuild to the next.
+// scaling never accumulates from one rebuild to the next. The evaluation's caches know nothing of a
+// change: whoever makes one clears them.
 #include "eval/weights.h"
 
 #include <cmath>
@@ -22,7 +23,16 @@ constinit TuneNames tune_names = {};
 
 static_assert(weight_count == scalar_weight_count + 64 * pst_count);
 
-// A scalar entry, or one rank of an array, as weights.def tells it.
+// Modes of init_eval_params; any other is a table without personality.
+static constexpr i32 normal_mode = 0;
+static constexpr i32 base_mode = 1;
+
+static constexpr f64 percent = 0.01;
+static constexpr i32 base_pst_step = 4;     // centipawns
+static constexpr i32 base_pst_corner = -12; // centipawns
+
+// A scalar entry, or one rank of an array, as weights.def has it, in centipawns. Of an array the
+// rank is dropped: all its entries share a name, and the cursor tells them apart.
 struct ScalarDefault {
     const char* name;
     i32 mg;
@@ -41,6 +51,7 @@ static constexpr ScalarDefault scalar_defaults[scalar_weight_count] = {
 #undef WEIGHT_TABLE
 };
 
+// The tables stand behind the scalars in the list, in the order of pst_defaults.
 static constexpr const char* table_names[pst_count] = {
 #define WEIGHT(name, mg, eg, base_mg, base_eg)
 #define RANK_WEIGHT(name, rank, mg, eg, base_eg)
@@ -58,13 +69,16 @@ struct PersonalityRule {
 };
 
 // In the order of application. The search for a text in the names makes "knight_outpost" hit
-// knight_outpost_atk too, which is then scaled twice, and "ppawn" the whole passed pawn family.
+// knight_outpost_atk too, which is then scaled twice, and likewise "bishop_outpost"; "ppawn" hits
+// the whole passed pawn family. What no row hits (open files, the pawn shield, pawn pushes, the
+// king's squares and others) has no option and stays as it is.
 static constexpr PersonalityRule personality_rules[] = {
     { &WeightScales::Mtl_Pawn, "mtl_pawn" },
     { &WeightScales::Mtl_Knight, "mtl_knight" },
     { &WeightScales::Mtl_Bishop, "mtl_bishop" },
     { &WeightScales::Mtl_Rook, "mtl_rook" },
     { &WeightScales::Mtl_Queen, "mtl_queen" },
+    // Activity: how much a piece's freedom and stand count beside its material.
     { &WeightScales::Activity_Knight, "knight_mobility" },
     { &WeightScales::Activity_Knight, "knight_outpost" },
     { &WeightScales::Activity_Knight, "knight_outpost_atk" },
@@ -83,12 +97,14 @@ static constexpr PersonalityRule personality_rules[] = {
     { &WeightScales::Activity_Rook, "PST_R2" },
     { &WeightScales::Activity_Queen, "PST_Q1" },
     { &WeightScales::Activity_Queen, "PST_Q2" },
+    // Pawns: where they stand and what they may become.
     { &WeightScales::Pawn_Structure, "PST_P1" },
     { &WeightScales::Pawn_Structure, "PST_P2" },
     { &WeightScales::Pawn_Structure, "PST_CP" },
     { &WeightScales::Pawn_Structure, "PST_DP" },
     { &WeightScales::Passed_Pawns, "ppawn" },
     { &WeightScales::Passed_Pawns, "candidate_passer" },
+    // Tactics: the two that make a player bold or careful.
     { &WeightScales::King_Safety, "king_danger1" },
     { &WeightScales::King_Safety, "king_danger2" },
     { &WeightScales::King_Safety, "enemy_checks" },
@@ -106,6 +122,8 @@ static constexpr PersonalityRule personality_rules[] = {
     { &WeightScales::Threats, "pinned_piece" },
 };
 
+// The packed word and its dense copy are rounded to whole centipawns. The real values keep their
+// fractions for add_fraction, for repeated scaling and for the tuner, whose steps are far smaller.
 void set_weight(i32 index, f64 mg, f64 eg)
 {
     EvalParam* entry = &eval_params[index];
@@ -118,6 +136,7 @@ void set_weight(i32 index, f64 mg, f64 eg)
     }
 }
 
+// A new entry takes part in tuning until freeze_unlisted says otherwise.
 static void append_entry(const char* name, i32 mg, i32 eg)
 {
     EvalParam* entry = &eval_params[eval_param_count];
@@ -128,16 +147,19 @@ static void append_entry(const char* name, i32 mg, i32 eg)
     ++eval_param_count;
 }
 
-// The untuned shape of all piece-square tables: more towards the centre, by up to 12 centipawns.
+// The untuned shape of all piece-square tables: four centipawns a step from the edges towards the
+// centre, from -12 in a corner to 12 on the four centre squares.
 static i32 base_pst_value(i32 index)
 {
-    const i32 file = index & 7;
-    const i32 rank = index >> 3;
+    const i32 file = file_of(index);
+    const i32 rank = rank_of(index);
     const i32 file_steps = file < 4 ? file : 7 - file;
     const i32 rank_steps = rank < 4 ? rank : 7 - rank;
-    return 4 * (file_steps + rank_steps) - 12;
+    return base_pst_step * (file_steps + rank_steps) + base_pst_corner;
 }
 
+// Untuned values in round numbers: where a training from scratch begins. The names of the entries
+// come from here too, so it precedes the defaults in every mode.
 static void build_base_table()
 {
     eval_param_count = 0;
@@ -151,6 +173,7 @@ static void build_base_table()
     }
 }
 
+// With a list of names the tuner may touch these alone; a name stands for its whole array or table.
 static void freeze_unlisted()
 {
     for (EvalParam& entry : eval_params) {
@@ -163,11 +186,14 @@ static void freeze_unlisted()
     }
 }
 
+// Goes through fset as a weights file does, so that the order of the list is checked at each start:
+// an entry out of its place would be complained of.
 static void load_defaults()
 {
     for (const ScalarDefault& scalar : scalar_defaults) {
         fset(scalar.name, scalar.mg, scalar.eg);
     }
+    // After the scalars, as in the list.
     for (i32 table = 0; table < pst_count; ++table) {
         for (const auto& value : pst_defaults[table]) {
             fset(table_names[table], value[0], value[1]);
@@ -175,17 +201,19 @@ static void load_defaults()
     }
 }
 
+// The weights file comes last and takes the place of what it names: a personality does not change
+// the weights that a user has written down.
 void init_eval_params(i32 mode, const WeightScales* scales, const char* file_name)
 {
     build_base_table();
     if (tune_names.count > 0) {
         freeze_unlisted();
     }
-    if (mode == 1) {
+    if (mode == base_mode) {
         return;
     }
     load_defaults();
-    if (mode == 0) {
+    if (mode == normal_mode) {
         for (const PersonalityRule& rule : personality_rules) {
             scale_params(rule.needle, scales->*rule.option);
         }
@@ -195,9 +223,12 @@ void init_eval_params(i32 mode, const WeightScales* scales, const char* file_nam
 
 void fset(const char* name, i32 mg, i32 eg)
 {
-    if (strcmp(name, "mtl_pawn") == 0) {
+    // The name of the first entry starts the table anew, so a file can follow another.
+    if (strcmp(name, scalar_defaults[mtl_pawn].name) == 0) {
         param_cursor = 0;
     }
+    // The place counts, not the name: entries of an array have one name, and files of other
+    // versions are taken as well as they go.
     const bool inside = param_cursor < eval_param_count;
     const char* const expected = inside ? eval_params[param_cursor].name : "";
     if (strcmp(name, expected) != 0) {
@@ -209,8 +240,8 @@ void fset(const char* name, i32 mg, i32 eg)
     }
 }
 
-// Reads a decimal integer at the start of text. Returns false if there is none. A number that no
-// i32 holds keeps its low 32 bits.
+// Reads a decimal integer at the start of text, behind blanks and with either sign; what follows it
+// is ignored. Returns false if there is none. A number that no i32 holds keeps its low 32 bits.
 static bool read_integer(const char* text, i32* value)
 {
     char* end = nullptr;
@@ -219,6 +250,8 @@ static bool read_integer(const char* text, i32* value)
     return end != text;
 }
 
+// Words end at the marks of fset("name",mg,eg); and at the line feed, so what stands between them
+// may hold blanks. The first word is passed over, whatever it is.
 void load_params_file(const char* file_name)
 {
     static constexpr char delimiters[] = "(),\"\n";
@@ -251,6 +284,7 @@ int save_params_file(const char* name)
     if (error != 0) {
         return error;
     }
+    // Rounded values: fractions of a centipawn are lost on this way.
     for (i32 index = 0; index < eval_param_count; ++index) {
         const EvalParam* entry = &eval_params[index];
         fprintf(out.file, "fset(\"%s\",%d,%d);\n", entry->name, score_mg(entry->packed),
@@ -268,8 +302,10 @@ i32 scale_params(const char* needle, const WeightScale scale)
         if (strstr(entry->name, needle) == nullptr) {
             continue;
         }
-        const f32 mg = static_cast<f32>(static_cast<f64>(scale[0]) * 0.01 * entry->mg);
-        const f32 eg = static_cast<f32>(static_cast<f64>(scale[1]) * 0.01 * entry->eg);
+        // Product in f64 from left to right, the result rounded to f32: real weights that are not
+        // whole depend on it, and with them the last centipawn of a score.
+        const f32 mg = static_cast<f32>(static_cast<f64>(scale[0]) * percent * entry->mg);
+        const f32 eg = static_cast<f32>(static_cast<f64>(scale[1]) * percent * entry->eg);
         set_weight(index, static_cast<f64>(mg), static_cast<f64>(eg));
         missing = 0;
     }

@@ -1,12 +1,14 @@
 // The 913 named weights of the evaluation, each a middle-game and an end-game value.
-// weights.def lists them; their order is part of the format of the weights file. An entry is
-// written by set_weight alone, which keeps the dense copies that the evaluation reads in step.
+// weights.def lists them; their order is part of the format of the weights file. The values of an
+// entry are written by set_weight alone, which keeps the dense copies that the evaluation reads in
+// step.
 #pragma once
 
 #include "base/types.h"
 
 // A score pair is one word, (eg << 16) + mg, in centipawns: pairs add and subtract as plain
-// words. A negative mg borrows from the upper half; the readers below undo that.
+// words, which makes one addition of two. A negative mg borrows from the upper half; the readers
+// below undo that.
 // Arithmetic on pairs wraps, so that absurd weights of a file are no undefined behaviour.
 inline constexpr i32 pair(i32 mg, i32 eg)
 {
@@ -18,6 +20,7 @@ inline constexpr i32 score_mg(i32 word)
     return static_cast<i16>(word);
 }
 
+// The half added to the word gives back what a negative mg has borrowed.
 inline constexpr i32 score_eg(i32 word)
 {
     return static_cast<i32>(static_cast<u32>(word) + 32768) >> 16;
@@ -62,10 +65,12 @@ struct RealPair {
 };
 
 extern EvalParam eval_params[weight_count];
+// Written by the main thread while no worker searches, and read by all.
 extern i32 eval_param_count; // entries built so far; weight_count when complete
 extern i32 param_cursor;     // the entry that the next fset or file line sets
 
-// Dense copies for the evaluation: its weights of 56 bytes would not fit a first-level cache.
+// Dense copies for the evaluation: entries of 56 bytes would not fit a first-level cache. Only
+// scalar weights are ever taken in parts, so only they have real values here.
 extern i32 eval_words[weight_count];             // packed of every entry
 extern RealPair eval_reals[scalar_weight_count]; // mg and eg of the scalar entries
 
@@ -78,7 +83,7 @@ struct TuneNames {
 };
 extern TuneNames tune_names;
 
-// A pair of percentages that scale weights: middle game, end game.
+// A pair of percentages that scale weights: middle game, end game; 100 changes nothing.
 using WeightScale = i16[2];
 
 // The personality of the evaluation: what each option makes of the weights that it stands for.
