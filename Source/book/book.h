@@ -1,6 +1,7 @@
 // Opening books in the Polyglot format: playing from them and making one from games.
 // A book is a file of 16-byte records, sorted by the key of the position; the records of one key
-// stand together, the highest weight first.
+// stand together, the highest weight first. A book may come from anywhere, so nothing in it is
+// trusted: a move is played only if it is legal, and a file in disorder finds less, no worse.
 #pragma once
 
 #include "board/position.h"
@@ -10,14 +11,16 @@ struct BookEntry {
     u64 key;    // Polyglot key of the position
     u16 move;   // to-square in bits 0-5, from-square in 6-11, promotion in 12-14
     u16 weight; // 0: never to be played
-    u32 learn;  // read and ignored, written as 0
+    u32 learn;  // used by nobody, a part of the record's shape: read, and written as 0
 };
 static_assert(sizeof(BookEntry) == 16);
 
-// More records of one key than these are not looked at.
+// More records of one key than these are not looked at: no position met in games has so many moves
+// worth playing.
 inline constexpr i32 max_book_entries = 128;
 
-// What a book knows of a position, and the move chosen from it.
+// What a book knows of a position, and the move chosen from it. Where count is 0 only the move is
+// filled too.
 struct BookChoice {
     Move move; // 0 if there is none, or if the chosen one is not legal here
     i32 count; // of the entries; 0 if the book has nothing playable here

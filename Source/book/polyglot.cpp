@@ -4,8 +4,10 @@
 
 #include "board/tables.h"
 
-// Where the parts of the key begin in the table of constants.
-static constexpr i32 castle_constants = 768;
+// Where the parts of the key begin in the table of constants. In front of them each piece type has
+// 128, for black on 64 squares and then for white.
+static constexpr i32 square_count = 64;
+static constexpr i32 castle_constants = 12 * square_count;
 static constexpr i32 ep_constants = 772;
 static constexpr i32 white_to_move_constant = 780;
 
@@ -15,19 +17,28 @@ struct CastlingSquares {
     i32 king_to;
     i32 rook;
 };
+// e1 with g1 and h1, and so on: white short, white long, black short, black long.
 static constexpr CastlingSquares castlings[4] = { { 4, 6, 7 }, { 4, 2, 0 }, { 60, 62, 63 },
     { 60, 58, 56 } };
 
-// Promotion flags by the number that a book gives the piece.
+// Fields of a book's move: squares of six bits, and three for the promotion.
+static constexpr i32 from_shift = 6;
+static constexpr i32 promotion_shift = 12;
+static constexpr i32 square_mask = 63;
+static constexpr i32 promotion_mask = 7;
+
+// Promotion flags by the number that a book gives the piece. The numbers of no piece stand for
+// none.
 static constexpr Move promotion_flags[8] = { 0, PromoteKnight, PromoteBishop, PromoteRook,
     PromoteQueen, 0, 0, 0 };
 
+// Another key than the position's own: books were made with these constants by many programs.
 u64 book_key(const Position* pos)
 {
     u64 key = 0;
     for (i32 type = Pawn; type <= King; ++type) {
-        const u64* black_constants = &random64[128 * (type - Pawn)];
-        const u64* white_constants = black_constants + 64;
+        const u64* black_constants = &random64[2 * square_count * (type - Pawn)];
+        const u64* white_constants = black_constants + square_count;
         for (u64 set = pos->bb[Black][type]; set != 0;) {
             key ^= black_constants[pop_lowest(&set)];
         }
@@ -35,15 +46,18 @@ u64 book_key(const Position* pos)
             key ^= white_constants[pop_lowest(&set)];
         }
     }
+    // The bits of castle happen to have the order of the constants.
     for (i32 right = 0; right < 4; ++right) {
         if (pos->castle & (1 << right)) {
             key ^= random64[castle_constants + right];
         }
     }
+    // An en-passant square that no pawn can use makes no other position: the book would not know
+    // it.
     const i32 side = pos->stm;
     if (pos->ep_square != NoSquare
         && (pawn_attacks[side ^ 1][pos->ep_square] & pos->bb[side][Pawn])) {
-        key ^= random64[ep_constants + (pos->ep_square & 7)];
+        key ^= random64[ep_constants + file_of(pos->ep_square)];
     }
     if (side == White) {
         key ^= random64[white_to_move_constant];
@@ -51,7 +65,7 @@ u64 book_key(const Position* pos)
     return key;
 }
 
-// Reads a number of so many bytes; false at the end of the file.
+// Reads a number of so many bytes, the highest first; false at the end of the file.
 static bool read_number(FILE* file, i32 bytes, u64* value)
 {
     u64 number = 0;
@@ -81,6 +95,7 @@ i32 read_book_entry(FILE* file, BookEntry* entry)
     return 0;
 }
 
+// Writes a number of so many bytes, the highest first, and returns the place behind it.
 static u8* put_number(u8* out, i32 bytes, u64 value)
 {
     for (i32 shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
@@ -99,17 +114,20 @@ i32 write_book_entry(FILE* file, const BookEntry* entry)
     return fwrite(bytes, 1, sizeof bytes, file) == sizeof bytes ? 0 : 1;
 }
 
+// A rook's move from e1 to h1 has the same squares as castling and comes out as one to g1: rare
+// enough, and whoever plays the move asks first whether it is legal.
 Move book_move_to_move(u16 book_move)
 {
-    const i32 from = book_move >> 6 & 63;
-    i32 to = book_move & 63;
+    const i32 from = book_move >> from_shift & square_mask;
+    i32 to = book_move & square_mask;
     for (const CastlingSquares& castling : castlings) {
         if (from == castling.king_from && to == castling.rook) {
             to = castling.king_to;
             break;
         }
     }
-    return make_move_code(from, to) | promotion_flags[book_move >> 12 & 7];
+    return make_move_code(from, to)
+        | promotion_flags[book_move >> promotion_shift & promotion_mask];
 }
 
 u16 move_to_book_move(Move move)
@@ -121,15 +139,17 @@ u16 move_to_book_move(Move move)
             to = castling.rook;
         }
     }
+    // A move has one promotion flag or none.
     i32 promotion = 0;
     for (i32 i = 1; i <= 4; ++i) {
         if (move & promotion_flags[i]) {
             promotion = i;
         }
     }
-    return static_cast<u16>(promotion << 12 | from << 6 | to);
+    return static_cast<u16>(promotion << promotion_shift | from << from_shift | to);
 }
 
+// Keys are compared, not subtracted: their difference does not fit an int, that of weights does.
 int book_entry_compare(const void* a, const void* b)
 {
     const BookEntry* first = static_cast<const BookEntry*>(a);

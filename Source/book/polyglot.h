@@ -1,11 +1,13 @@
-// The Polyglot format: the key of a position, the records of a file, the code of a move.
-// Private to this folder.
+// The Polyglot format: the key of a position, the records of a file, the code of a move, the order
+// of records and the choice among those of one position. Private to this folder.
 #pragma once
 
 #include <cstdio>
 
 #include "book/book.h"
 
+// The constants of the key, 64 for each kind of piece by square, then castling rights, en-passant
+// files and the side to move.
 inline constexpr i32 random64_count = 781;
 extern const u64 random64[random64_count];
 
@@ -15,7 +17,7 @@ u64 book_key(const Position* pos);
 
 // Reads the next 16 bytes of file. Returns 0, or 1 at the end of the file, also within a record;
 // then entry holds nothing of use.
-i32 read_book_entry(FILE* file, BookEntry* entry);
+[[nodiscard]] i32 read_book_entry(FILE* file, BookEntry* entry);
 
 // Writes entry as 16 bytes. Returns 0, or 1 if the file does not take them.
 i32 write_book_entry(FILE* file, const BookEntry* entry);

@@ -1,5 +1,6 @@
 // The published constants of the Polyglot key: 12 kinds of piece on 64 squares, four castling
 // rights, eight en-passant files, the side to move. Every book relies on them: they never change.
+// The kinds come in pairs from pawn to king, black before white.
 #include "book/polyglot.h"
 
 // clang-format off
