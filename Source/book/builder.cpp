@@ -1,11 +1,13 @@
 // Making an opening book from games. Every position and move is counted by how the games went for
 // the side that played it; what did not do well often enough is left out.
 // The nodes are kept in lists by the top bits of their key, each list in the order of its keys, so
-// that a walk over all of them meets the keys in the order that a book file must have.
+// that a walk over all of them meets the keys in the order that a book file must have: nothing is
+// sorted at the end. A node once made stays where it is and keeps its key and move.
+// Text comes from anywhere: a line may have any length and hold any bytes.
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <new>
+#include <string_view>
 
 #include "base/files.h"
 #include "base/output.h"
@@ -17,18 +19,27 @@
 static constexpr char book_name[] = "tmp_book.bin";
 static constexpr char unfinished_name[] = "tmp_book.part"; // renamed once it is complete
 
-// Reading.
-static constexpr i32 line_length = 1022;    // longer lines are read in pieces
-static constexpr i32 last_started_ply = 35; // a line behind it is not read
+// Reading. A game is followed through its opening only: a line of text that begins behind this many
+// plies is not read, one that began in time is read to its end.
+static constexpr i32 line_length = 1022; // characters; longer lines are read in pieces
+static constexpr i32 last_started_ply = 35;
 static constexpr i32 games_per_dot = 1024;
 
-// Keeping.
+// What a move must have shown to be kept: points by the results of its games, from the view of the
+// side that played it, and wins. A win makes up for two losses: a move that holds its own gets in,
+// one that keeps losing does not. Fewer wins than three may be chance.
+static constexpr i64 win_points = 4;
+static constexpr i64 loss_points = -2;
+static constexpr i64 draw_points = 1;
 static constexpr i64 least_score = 10;
 static constexpr u32 least_wins = 3;
+
+// Points are the weights of the book, scaled down where those of a position would pass this; the
+// field holds 65535.
 static constexpr f64 highest_weight = 60000.0;
 static constexpr i32 max_moves_of_key = 256; // no position has more legal moves
 
-// The table grows so that a list keeps a few nodes.
+// The table grows so that a list keeps a few nodes: from 128 KB of lists to 8 GB.
 static constexpr i32 first_list_bits = 14;
 static constexpr i32 last_list_bits = 30;
 static constexpr u64 nodes_per_list = 2;
@@ -61,16 +72,18 @@ struct NodeTable {
     NodeBlock* blocks;
 };
 
+// The first two are sides, so that a result is compared with the side that moved.
 enum GameResult : i32 { WhiteWon = White, BlackWon = Black, Drawn, Unknown };
 
-// A move that was read and is not counted yet.
+// A move that was read and is not counted yet. Whether it counts does not depend on what follows:
+// it waits for the rest of its line alone, whose nodes are then fetched together.
 struct PlayedMove {
     u64 key;
     Move move;
     u8 side;
 };
 
-// What is known of the game being read.
+// The run and the game being read. A line has fewer moves than characters, so line_moves has room.
 struct BookReader {
     Position* pos; // the games are played here
     const char* file_name;
@@ -88,6 +101,7 @@ struct BookReader {
 
 // ---- The nodes
 
+// Returns false if there is no memory; the table may be freed all the same.
 static bool make_table(NodeTable* table)
 {
     *table = {};
@@ -96,6 +110,7 @@ static bool make_table(NodeTable* table)
     return table->lists != nullptr;
 }
 
+// Nodes go with their blocks, never one by one.
 static void free_table(NodeTable* table)
 {
     free(table->lists);
@@ -132,6 +147,7 @@ static void split_lists(NodeTable* table)
     if (lists == nullptr) {
         return;
     }
+    // A list is in the order of its keys, so one cut divides it.
     const u64 next_bit = 1ULL << (63 - table->list_bits);
     for (u64 i = 0; i < count; ++i) {
         BookNode** link = &table->lists[i];
@@ -147,6 +163,7 @@ static void split_lists(NodeTable* table)
     ++table->list_bits;
 }
 
+// Where the list begins in which a key stands, if anywhere.
 static BookNode** list_of(const NodeTable* table, u64 key)
 {
     return &table->lists[key >> (64 - table->list_bits)];
@@ -160,6 +177,7 @@ static BookNode* find_node(NodeTable* table, u64 key, Move move)
         split_lists(table);
     }
 
+    // Behind the smaller keys, then behind the other moves of this one.
     BookNode** link = list_of(table, key);
     while (*link != nullptr && (*link)->key < key) {
         link = &(*link)->next;
@@ -182,19 +200,22 @@ static BookNode* find_node(NodeTable* table, u64 key, Move move)
 
 // ---- Reading games
 
-static bool holds(const char* line, i32 length, const char* text)
+// The text may stand anywhere in the line.
+static bool holds(std::string_view line, std::string_view text)
 {
-    return memmem(line, static_cast<size_t>(length), text, strlen(text)) != nullptr;
+    return line.find(text) != std::string_view::npos;
 }
 
-static void start_game(BookReader* reader, const char* line, i32 length)
+// A result tag begins a game; the tags around it are passed over. A game from a set-up position is
+// played from the start position too, until a move does not fit.
+static void start_game(BookReader* reader, std::string_view line)
 {
     parse_epd(reader->pos, start_position);
-    if (holds(line, length, "1-0")) {
+    if (holds(line, "1-0")) {
         reader->result = WhiteWon;
-    } else if (holds(line, length, "0-1")) {
+    } else if (holds(line, "0-1")) {
         reader->result = BlackWon;
-    } else if (holds(line, length, "1/2")) {
+    } else if (holds(line, "1/2")) {
         reader->result = Drawn;
     } else {
         reader->result = Unknown;
@@ -209,6 +230,7 @@ static void start_game(BookReader* reader, const char* line, i32 length)
     reader->skips = false;
 }
 
+// From the view of the side that moved.
 static void count_result(BookNode* node, i32 result, i32 side)
 {
     if (result == side) {
@@ -221,7 +243,8 @@ static void count_result(BookNode* node, i32 result, i32 side)
 }
 
 // Counts the moves of the line. Their nodes lie all over the memory, so they are asked for
-// together first: waiting for one after the other would take most of the time.
+// together first: waiting for one after the other would take most of the time. Three rounds, since
+// a node is reached over its list's entry and the node in front of it.
 static void count_line_moves(BookReader* reader)
 {
     const PlayedMove* end = reader->line_moves + reader->line_move_count;
@@ -254,6 +277,7 @@ static void play_move(BookReader* reader, char* text)
     PlayedMove* played = &reader->line_moves[reader->line_move_count];
     played->key = book_key(pos);
     played->side = pos->stm;
+    // What is no move, or two, ends the game here; what was read of it counts.
     const i32 matches = parse_move(pos, text, &played->move);
     if (matches == 2) {
         print_plain("ambiguous move\n");
@@ -268,7 +292,7 @@ static void play_move(BookReader* reader, char* text)
 }
 
 // Where the move begins in a word such as "12.Nf3" or "4.0-0"; null if there is none, as in a
-// number or most results.
+// number or most results. "0-1" looks like castling, is none and ends the game as it should.
 static char* find_move_text(char* word)
 {
     for (; *word != '\0'; ++word) {
@@ -279,6 +303,7 @@ static char* find_move_text(char* word)
     return nullptr;
 }
 
+// Comments and variations may hold each other. They are counted apart, as the text closes them.
 static void read_mark(BookReader* reader, char mark)
 {
     switch (mark) {
@@ -297,6 +322,7 @@ static void read_mark(BookReader* reader, char mark)
     }
 }
 
+// A word that begins with ; or $ is passed over, but not the rest of its line.
 static void read_word(BookReader* reader, char* word)
 {
     if (word[0] == ';' || word[0] == '$') {
@@ -317,12 +343,14 @@ static bool is_mark(char c)
 
 // Reads the moves of a line. Words end at blanks and at the marks of comments and variations;
 // other characters that cannot be printed are dropped wherever they stand.
-static void read_moves(BookReader* reader, const char* line, i32 length)
+static void read_moves(BookReader* reader, std::string_view line)
 {
+    // As long as a line, its NUL and the one character that parse_move may add.
     char word[line_length + 2];
-    i32 size = 0;
-    for (i32 i = 0; i <= length && !reader->skips; ++i) {
-        const char c = i < length ? line[i] : ' ';
+    size_t size = 0;
+    // A blank behind the line ends its last word.
+    for (size_t i = 0; i <= line.size() && !reader->skips; ++i) {
+        const char c = i < line.size() ? line[i] : ' ';
         if (c > ' ' && c < 127 && !is_mark(c)) {
             word[size++] = c;
             continue;
@@ -341,28 +369,33 @@ static void read_moves(BookReader* reader, const char* line, i32 length)
     }
 }
 
-static void read_game_line(BookReader* reader, const char* line, i32 length)
+// A line, or a piece of one that is too long for a line. The result tag is looked for first and in
+// all of them, so that a game whose comments are never closed does not swallow the ones behind it.
+static void read_game_line(BookReader* reader, std::string_view line)
 {
-    if (holds(line, length, "[Result")) {
-        start_game(reader, line, length);
+    if (holds(line, "[Result")) {
+        start_game(reader, line);
         return;
     }
-    if (length == 0 || reader->game_count == 0) {
+    if (line.empty() || reader->game_count == 0) {
         return;
     }
+    // Tags and remarks, unless a comment goes on here.
     if (reader->comment_depth == 0 && (line[0] == ';' || line[0] == '[')) {
         return;
     }
+    // A game without a result proves nothing.
     if (reader->result == Unknown || reader->plies > last_started_ply) {
         return;
     }
-    read_moves(reader, line, length);
+    read_moves(reader, line);
     count_line_moves(reader);
 }
 
 // Returns 0, or the error that kept the file from being read to its end.
 static int read_games(BookReader* reader, FILE* file)
 {
+    // Too large for the stack.
     LineReader* lines = new (std::nothrow) LineReader;
     if (lines == nullptr) {
         reader->out_of_memory = true;
@@ -373,7 +406,7 @@ static int read_games(BookReader* reader, FILE* file)
     i32 length;
     // The last character of a line or a piece of one is taken off, whatever it is.
     while (!reader->out_of_memory && (length = read_line_piece(lines, line, sizeof line)) > 0) {
-        read_game_line(reader, line, length - 1);
+        read_game_line(reader, { line, static_cast<size_t>(length - 1) });
     }
     delete lines;
     return ferror(file) ? errno : 0;
@@ -381,17 +414,21 @@ static int read_games(BookReader* reader, FILE* file)
 
 // ---- Writing the book
 
+// In points; below 0 where losses are more than twice the wins, draws aside.
 static i64 node_score(const BookNode* node)
 {
-    return 4 * static_cast<i64>(node->wins) - 2 * static_cast<i64>(node->losses) + node->draws;
+    return win_points * static_cast<i64>(node->wins) + loss_points * static_cast<i64>(node->losses)
+        + draw_points * static_cast<i64>(node->draws);
 }
 
+// Both conditions: three wins and many losses are no good, nor are many draws and a win.
 static bool is_kept(const BookNode* node)
 {
     return node_score(node) >= least_score && node->wins >= least_wins;
 }
 
 // Puts the last of count entries in its place. Entries that compare equal keep their order.
+// The entries before it are in order already.
 static void sort_in(BookEntry* entries, i32 count)
 {
     for (i32 i = count - 1; i > 0; --i) {
@@ -419,6 +456,8 @@ static const BookNode* write_key(FILE* file, const BookNode* first)
         return end;
     }
 
+    // All moves of a position by the same scale, which keeps their proportions; never up, so that a
+    // reader can tell a well-tried position from a rare one.
     f64 scale = highest_weight / static_cast<f64>(highest);
     if (scale > 1.0) {
         scale = 1.0;
@@ -440,6 +479,8 @@ static const BookNode* write_key(FILE* file, const BookNode* first)
     return end;
 }
 
+// The lists in the order of the top bits, and so the whole file in the order of its keys. All nodes
+// of a key are in one list.
 static void write_nodes(FILE* file, const NodeTable* table)
 {
     const u64 count = 1ULL << table->list_bits;
@@ -453,6 +494,7 @@ static void write_nodes(FILE* file, const NodeTable* table)
     }
 }
 
+// The errors of a full disk, a used-up quota and a file that may not grow.
 static bool is_lack_of_space(int error)
 {
     return error == ENOSPC || error == EDQUOT || error == EFBIG;
@@ -497,6 +539,8 @@ static FILE* open_games(const char* file_name)
     return nullptr;
 }
 
+// From the games to the finished file, with lines for the user. Nothing is written of a run that
+// could not read all of its games: half a book would look like a whole one.
 static void make_book(BookReader* reader, FILE* games)
 {
     print_line_format(" Creating file %s from games in %s", book_name, reader->file_name);
@@ -529,6 +573,7 @@ void build_book(Position* pos, const char* file_name)
     BookReader reader = {};
     reader.pos = pos;
     reader.file_name = file_name;
+    // Of no consequence: nothing is counted before the first result tag.
     reader.result = Drawn;
     if (make_table(&reader.table)) {
         make_book(&reader, games);
