@@ -5,7 +5,8 @@
 
 // The clock of one search; seconds on the monotonic clock. Written by the main thread: before the
 // search starts, elapsed and clock_side while it runs. Under a node rate the workers look at the
-// clock too, since nobody else may be awake.
+// clock too, since nobody else may be awake: elapsed may then be written by several, each with a
+// time that was right a moment ago.
 struct SearchClock {
     const SearchLimits* limits; // of the search; they belong to the caller
     f64 start_time;             // when the search was taken over
@@ -35,5 +36,6 @@ void set_target_time(SearchLimits* limits, const MoveTerms* terms);
 // Sets elapsed to the monotonic clock minus start_time.
 void update_elapsed();
 
-// Refreshes elapsed and sets stop_code when the time for this move is used up.
+// Refreshes elapsed and sets stop_code when the time for this move is used up. Does nothing more
+// than refresh while the engine does not think on its own time, or before iteration 2.
 void check_time();

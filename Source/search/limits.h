@@ -5,13 +5,20 @@
 
 #include "base/text.h"
 
-// Written by the main thread alone. Values that workers read meanwhile are Shared.
+// Values of tc_moves that are no number of moves.
+enum : u8 {
+    SuddenDeath = 0, // the clock is for the rest of the game
+    FixedTime = 1,   // tc_seconds for each move
+};
+
+// Written by the main thread alone. Values that workers read meanwhile are Shared; the others they
+// read at the start of a search only, while the main thread waits for them.
 struct SearchLimits {
-    Shared<u8> tc_moves;       // 0 sudden death, 1 fixed time, more: moves per control
+    Shared<u8> tc_moves;       // one of the two above, else moves per control
     f64 tc_seconds;            // per move, or per control
     f64 tc_increment;          // seconds added per move
     Shared<f64> clock_left[2]; // seconds left, by side
-    i16 moves_to_go;           // moves to the next control
+    i16 moves_to_go;           // moves to the next control, this one counted
     Shared<i8> depth_limit;    // deepest iteration
     i64 node_limit_total;      // nodes of a search, 0 for no limit
 };
