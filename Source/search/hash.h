@@ -1,6 +1,7 @@
 // The transposition table: one block of 16-byte slots shared by all threads without a lock.
 // White's positions are addressed from the bottom, black's from the top; a bucket is any four
-// consecutive slots.
+// consecutive slots. Buckets overlap, which keeps no position from its slot: every entry carries
+// its key, and a neighbour's counts like any other of the bucket.
 #pragma once
 
 #include "search/thread.h"
@@ -28,6 +29,8 @@ enum : i8 {
     HashUsable = -9,       // from here up the copy is an entry
 };
 
+// Sixteen bytes that are written as two words. A lock for each would cost more than all the torn
+// entries that the check word throws away.
 struct HashSlot {
     Shared<u64> word[2];
 };
@@ -41,17 +44,19 @@ struct HashTable {
     u64 mask;
     HashSlot* low;
     HashSlot* high;
-    i32 megabytes;           // size as allocated
-    f64 fill;                // share of sampled slots written by this search; under info_lock
-    i16 age;                 // 1 to 15, 0 after a new game; constant in a search
+    i32 megabytes; // size as allocated
+    f64 fill;      // share of sampled slots written by this search; under info_lock while one runs
+    i16 age;       // 1 to 15, 0 after a new game; constant in a search
     Shared<u8> mode = { 1 }; // 0 table unused, 1 used, 2 and up kept between searches
-    Shared<u8> written;      // whether a slot may have been written since the table was mapped or
-                        // cleared as a whole: clearing one that nobody has written would only make
-                        // all of its memory resident
+    // Whether a slot may have been written since the table was mapped or cleared as a whole:
+    // clearing one that nobody has written would only make all of its memory resident.
+    Shared<u8> written;
 };
 extern HashTable hash;
 
-// The start of the bucket of a key.
+// The start of the bucket of a key. A mask reaches only a power of two of slots: in a table of
+// another size black's positions, from the other end, use those that white's cannot reach. Bit 0 of
+// the key is the side to move and stays in the index.
 inline HashSlot* hash_bucket(u64 key)
 {
     const u64 index = key & hash.mask;
@@ -81,10 +86,11 @@ void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alp
 // Frees the table and sets its size to 0.
 void free_hash();
 
-// Clears the table; with several workers they do it, and the call waits for them.
+// Clears the table; with several workers they do it, and the call waits for them. None may be
+// searching. Does nothing where nothing has been written since the last time.
 void clear_hash();
 
-// Clears worker t's share of the table.
+// Clears the worker's share of the table. Called by that worker, by order of clear_hash.
 void clear_hash_share(i32 thread_id);
 
 // clear_hash, if the table is in use and no worker is busy.

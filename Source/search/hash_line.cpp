@@ -1,11 +1,13 @@
-// Follows the transposition table from a position, to complete a line for display.
+// Follows the transposition table from a position, to complete a line for display. What stands in
+// the table may be of any age and any line, so each move is tried for legality before it is made,
+// and the position is the caller's again at the end.
 #include "board/moves.h"
 #include "search/hash.h"
 
 static constexpr i32 last_line_index = 67; // lines end before this index
 
-// The move that the table holds for pos, or 0. Closes the line behind index where an entry of
-// depth 0 or more stands.
+// The move that the table holds for pos, or 0. Closes the line behind index where an entry stands:
+// no store has a depth below 0, only the marks of a probe that found nothing to use.
 static Move table_move(Position* pos, i32 index, u16* line)
 {
     if (load(hash.mode) == 0) {
@@ -18,12 +20,14 @@ static Move table_move(Position* pos, i32 index, u16* line)
         return NoMove;
     }
     line[index + 1] = NoMove;
+    // A line ends in the draw that it leads to, or it would go round and round.
     if (entry.move == NoMove || is_draw_by_rule(pos, 0)) {
         return NoMove;
     }
     return entry.move;
 }
 
+// Moves that the line has are made too, since the table is asked about the position behind them.
 void extend_line_from_hash(Position* pos, i32 index, u16* line)
 {
     i32 made = 0;
