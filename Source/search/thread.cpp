@@ -1,4 +1,5 @@
-// Making the record of a search thread.
+// Making the record of a search thread: the pointers that a zeroed record lacks. They point into
+// the record itself, so a copy of a record is not one that can be searched with.
 #include "search/thread.h"
 
 #include <new>
@@ -17,11 +18,13 @@ SearchThread* new_thread_record(i32 thread_id)
     thread->pos.ep_square = NoSquare;
     thread->eval_work.pos = &thread->pos;
     thread->eval_work.state = thread;
+    // Of use in the tuning build: the console's record evaluates for the sake of the terms.
     thread->fills_coef = thread_id < 0;
     init_move_lists(thread);
     return thread;
 }
 
+// Two lists of no move, one behind the other: the moves of ply 1 will be put over the second.
 void init_move_lists(SearchThread* thread)
 {
     for (i32 ply = 0; ply < 2; ++ply) {

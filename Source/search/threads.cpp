@@ -1,6 +1,7 @@
 // The worker threads: their life, and what they copy at the start of a search. Between searches a
-// worker touches nothing but its command word; command hands the plain data over (see the release
-// and acquire calls).
+// worker touches nothing but its command word; command hands the plain data over: what was written
+// before a release of the word is there for whoever acquires it, in both directions. Plain fields
+// of a record are therefore the worker's while its command stands, and the main thread's otherwise.
 #include "search/threads.h"
 
 #include <pthread.h>
@@ -24,15 +25,24 @@ constinit SearchTotals search_totals {};
 static constinit const SearchThread* game_to_sync = nullptr;
 static constinit Shared<u8> records_synced {};
 
+// The arguments of the threads, which must live as long as they do.
 static i32 worker_index[max_workers];
 
-// Sleeps for a millisecond between two looks at a value that another thread will change.
-static void short_sleep()
-{
-    sleep_microseconds(1000);
-}
+// How long to sleep between two looks at what another thread will change, in microseconds. 0 is a
+// system call and no more.
+static constexpr struct {
+    i32 while_busy = 1000;  // a search: nobody is in a hurry
+    i32 while_copying = 50; // a game of some kilobytes for each worker
+    i32 while_starting = 0; // a thread and its record
+} sleep_rule;
+
+static constexpr u8 first_quit_command = 91;
+static constexpr u64 no_node_limit = 1ULL << 62; // nodes; no search comes near
 
 // One worker, from its start to its command to quit. Idle, it sleeps until it gets a command.
+// It makes its record itself, so that the memory is near the processor that will work on it; the
+// release hands it to the main thread, which waits for that. Without memory there is no worker to
+// tell anybody, and half a team is not what was set up: the program ends.
 static void* worker_main(void* arg)
 {
     const i32 index = *static_cast<i32*>(arg);
@@ -40,13 +50,14 @@ static void* worker_main(void* arg)
     if (thread == nullptr) {
         exit(0);
     }
+    // Until the first search replaces it.
     thread->rand_state = static_cast<u32>(index) * 123;
     store_release(workers[index], thread);
 
     for (;;) {
         thread->command.value.wait(CommandIdle, std::memory_order_acquire);
         const u8 command = load_acquire(thread->command);
-        if (command > 90) {
+        if (command >= first_quit_command) {
             store_release(thread->command, CommandHasQuit);
             return nullptr;
         }
@@ -55,6 +66,7 @@ static void* worker_main(void* arg)
         } else if (command == CommandClearHash) {
             clear_hash_share(index);
         }
+        // What the search has left in the record is the main thread's from here on.
         store_release(thread->command, CommandIdle);
     }
 }
@@ -65,6 +77,7 @@ void post_command(SearchThread* thread, WorkerCommand command)
     thread->command.value.notify_one();
 }
 
+// Detached: a worker says by its command word that it has gone, so nobody needs to join it.
 i32 create_workers(i32 count)
 {
     pthread_attr_t attributes;
@@ -85,7 +98,7 @@ i32 create_workers(i32 count)
     }
     for (i32 i = 0; i < count; ++i) {
         while (load_acquire(workers[i]) == nullptr) {
-            sleep_microseconds(0);
+            sleep_microseconds(sleep_rule.while_starting);
         }
     }
     return 0;
@@ -93,13 +106,14 @@ i32 create_workers(i32 count)
 
 void destroy_workers(i32 count)
 {
+    // Over any other reason: a search that is being torn down must not report.
     store(stop_code, StopCode::WorkersLeave);
     wait_for_workers();
     for (i32 i = 0; i < count; ++i) {
         SearchThread* thread = load(workers[i]);
         post_command(thread, CommandQuit);
         while (load_acquire(thread->command) != CommandHasQuit) {
-            sleep_microseconds(0);
+            sleep_microseconds(sleep_rule.while_starting);
         }
     }
     for (i32 i = 0; i < count; ++i) {
@@ -119,7 +133,7 @@ void wake_workers(const SearchThread* game)
     // Worker 0 copies the game into all records; nobody else may run or change the game before
     // that is done.
     while (load_acquire(records_synced) == 0) {
-        sleep_microseconds(50);
+        sleep_microseconds(sleep_rule.while_copying);
     }
     for (i32 i = 1; i < num_threads; ++i) {
         post_command(load(workers[i]), CommandSearch);
@@ -141,7 +155,7 @@ i32 busy_workers()
 void wait_for_workers()
 {
     while (busy_workers() != 0) {
-        short_sleep();
+        sleep_microseconds(sleep_rule.while_busy);
     }
 }
 
@@ -160,7 +174,7 @@ static void reset_search_state(SearchThread* thread)
 {
     memset(thread->pv, 0, sizeof thread->pv);
     store(thread->depth, 0);
-    store(thread->fail_state, 0);
+    store(thread->fail_state, InWindow);
     thread->completed_depth = 0;
     thread->seldepth = 0;
     thread->score = 0;
@@ -173,26 +187,30 @@ static void reset_search_state(SearchThread* thread)
     }
 }
 
-// Copies a game into one worker's record.
+// Copies a game into one worker's record. Of the undo stack only the part in use goes over, most
+// of it is room. The worker's caches hold what is true in any game and stay.
 static void sync_worker(SearchThread* thread, const SearchThread* game)
 {
+    // The copied board still belongs to the game's record.
     thread->pos = game->pos;
     thread->pos.thread = thread;
     thread->pos.stack = thread;
     const i32 count = game->undo_count;
     memcpy(thread->undo, game->undo, sizeof(UndoRecord) * static_cast<size_t>(count));
-    thread->undo[count].move = 0;
+    // A move that the user has taken back stands there in the game; it is not part of the line.
+    thread->undo[count].move = NoMove;
     thread->undo_count = game->undo_count;
     thread->last_move = game->last_move;
     thread->ply = 1;
     init_move_lists(thread);
+    // Ply 0 is no node, but the root's children look two plies back.
     for (i32 ply = 0; ply < 2; ++ply) {
         PlyRecord* ply_rec = &thread->ply_rec[ply];
         ply_rec->list_cursor = ply_rec->list_start;
-        ply_rec->node_type = 0;
+        ply_rec->node_type = PvNode;
     }
     const i64 node_limit = search_clock.limits->node_limit_total;
-    thread->node_limit = node_limit != 0 ? static_cast<u64>(node_limit) : 1ULL << 62;
+    thread->node_limit = node_limit != 0 ? static_cast<u64>(node_limit) : no_node_limit;
     reset_search_state(thread);
     for (i32 side = White; side <= Black; ++side) {
         thread->root_phase[side] = static_cast<u8>(thread->pos.phase_mtl[side]);
@@ -207,6 +225,7 @@ void sync_workers(const SearchThread* game)
     store_release(records_synced, 1);
 }
 
+// The counters go on while they are added up: each is a number that its worker has had.
 void collect_stats()
 {
     memset(search_totals.counters, 0, sizeof search_totals.counters);

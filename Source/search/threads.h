@@ -9,7 +9,9 @@
 extern Shared<SearchThread*> workers[max_workers];
 extern i32 num_threads;
 
-extern SpinLock info_lock;  // the making of a search line, and the sums that it shows
+// Needed only while a search runs: between searches the main thread is alone with what they guard.
+// info_lock is taken before the lock of the output, never after.
+extern SpinLock info_lock;  // the making of a search line, the sums and the fill that it shows
 extern SpinLock stats_lock; // nodes_by_depth
 
 // What the search has counted, summed over the workers.
@@ -25,17 +27,18 @@ extern SearchTotals search_totals;
 // call that failed; workers made before a failure stay.
 [[nodiscard]] i32 create_workers(i32 count);
 
-// Stops and ends the workers and frees their records.
+// Stops and ends the workers and frees their records. All count of them must exist.
 void destroy_workers(i32 count);
 
-// Gives an idle worker a command and wakes it.
+// Gives an idle worker a command and wakes it. What the caller has written before is seen by the
+// worker from then on.
 void post_command(SearchThread* thread, WorkerCommand command);
 
 // Wakes all workers for a search of a game: worker 0 first, the others when it has copied the game
 // into all records. Returns after that; does nothing without workers.
 void wake_workers(const SearchThread* game);
 
-// The number of workers that have a command.
+// The number of workers that have a command. At 0 all that they have written is seen by the caller.
 i32 busy_workers();
 
 // Waits until no worker is busy, asleep between looks.
