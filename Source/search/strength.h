@@ -5,7 +5,7 @@
 #include "base/types.h"
 
 // Written by the main thread while no worker searches, but for target_nps, which the console may
-// set at any time; read by every node under a limit.
+// set at any time. Every node reads whether there is a limit, those under one the rate too.
 struct StrengthLimit {
     f64 calibration_nps;    // nodes a second that this machine was measured at
     f64 estimated_elo;      // Elo of that rate
@@ -21,5 +21,5 @@ inline constexpr f64 unreachable_nps = 30.0; // nodes a second
 // The Elo of a node rate: 144 ln(x) + 1014 - 3000 / (x + 1).
 f64 elo_of_nps(f64 nps);
 
-// The node rate whose Elo is elo, as near as the bounds allow.
+// The node rate whose Elo is elo, as near as the bounds allow; half an Elo is near enough.
 f64 nps_of_elo(i32 elo);
