@@ -46,6 +46,7 @@ static constexpr struct {
     i32 pieces_left = 1;              // least phase_mtl of a side that reduces: one piece
     i32 least_printed_depth = 2;      // depth 1 says nothing yet
     f64 currmove_after = 3.5;         // seconds
+    f64 least_seconds = 0.001;        // below it a node rate says nothing
     i32 wait_microseconds = 1000;     // between two looks at worker 0
 } root_rule;
 
@@ -238,8 +239,8 @@ static void print_current_move(const SearchThread* thread, Move move, i32 moves_
         estimate_hash_fill();
         const f64 nodes = static_cast<f64>(search_totals.counters[CountNodes]);
         print_line_format("info depth %d time %.0f nodes %.0f nps %.0f hashfull %.0f",
-            load(iter_depth), seconds * 1000, nodes, seconds > 0.001 ? nodes / seconds : 0.0,
-            1000 * hash.fill);
+            load(iter_depth), seconds * 1000, nodes,
+            seconds > root_rule.least_seconds ? nodes / seconds : 0.0, 1000 * hash.fill);
     }
     if (load(search_settings.multi_pv) == 1) {
         print_line_format("info currmove %s%s currmovenumber %d", square_name[from_square(move)],
