@@ -1,7 +1,9 @@
 // The move generators. All moves are pseudo-legal: the own king may be left in check.
 // The order of the moves settles ties in the search, so it is part of what these routines promise:
 // pawns, knights, bishops, rooks, queens, king; squares rising, targets rising. Entries get move,
-// moved and captured; score keeps what the slot held.
+// moved and captured; score keeps what the slot held, as the search fills it in where it is needed.
+// Each routine gives a part of the moves, so that a search that is content with the captures never
+// pays for the rest; no move comes out of two parts.
 #include "board/moves.h"
 #include "board/tables.h"
 
@@ -12,9 +14,14 @@ static constexpr u64 inner_ranks = 0x00ffffffffffff00ULL; // ranks 2 to 7
 // The rank where double steps end, and the pawns that may promote, by side.
 static constexpr u64 double_step_rank[2] = { 0x00000000ff000000ULL, 0x000000ff00000000ULL };
 static constexpr u64 seventh_rank[2] = { 0x00ff000000000000ULL, 0x000000000000ff00ULL };
-static constexpr i32 king_home[2] = { 4, 60 };
+
+// Squares that must be empty between king and rook, as a set that is shifted to the first of them.
+static constexpr u64 short_castling_path = 3; // two, from the first on the king's right
+static constexpr u64 long_castling_path = 7;  // three, up to the first on its left
+
 static constexpr Move under_promotions[3] = { PromoteKnight, PromoteBishop, PromoteRook };
 
+// All squares of a set one rank on, as side sees it. What leaves the board is gone.
 static inline u64 shift_forward(u64 set, i32 side)
 {
     return side == White ? set << 8 : set >> 8;
@@ -28,7 +35,8 @@ static inline MoveEntry* add_move(MoveEntry* out, i32 from, i32 to, i32 moved, i
     return out + 1;
 }
 
-// Pawn moves whose from-square lies a fixed step behind each target.
+// Pawn moves whose from-square lies a fixed step behind each target: a whole set of pawns moves at
+// once, and only what arrives is listed.
 static inline MoveEntry* add_pawn_moves(
     const Position* pos, MoveEntry* out, u64 targets, i32 step, i32 pawn)
 {
@@ -39,6 +47,7 @@ static inline MoveEntry* add_pawn_moves(
     return out;
 }
 
+// Moves of one piece onto a set of squares.
 static inline MoveEntry* add_targets(
     const Position* pos, MoveEntry* out, i32 from, u64 targets, i32 moved)
 {
@@ -52,49 +61,55 @@ static inline MoveEntry* add_targets(
 // Moves of knights, bishops, rooks and queens onto targets, in this order.
 static inline MoveEntry* add_piece_moves(const Position* pos, i32 side, MoveEntry* out, u64 targets)
 {
-    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
-    const i32 code = 8 * side;
+    const u64 occ = occupied(pos);
     for (u64 set = pos->bb[side][Knight]; set != 0;) {
         const i32 from = pop_lowest(&set);
-        out = add_targets(pos, out, from, knight_attacks[from] & targets, code + Knight);
+        out = add_targets(pos, out, from, knight_attacks[from] & targets, piece_code(side, Knight));
     }
     for (u64 set = pos->bb[side][Bishop]; set != 0;) {
         const i32 from = pop_lowest(&set);
-        out = add_targets(pos, out, from, bishop_attacks(from, occ) & targets, code + Bishop);
+        out = add_targets(
+            pos, out, from, bishop_attacks(from, occ) & targets, piece_code(side, Bishop));
     }
     for (u64 set = pos->bb[side][Rook]; set != 0;) {
         const i32 from = pop_lowest(&set);
-        out = add_targets(pos, out, from, rook_attacks(from, occ) & targets, code + Rook);
+        out =
+            add_targets(pos, out, from, rook_attacks(from, occ) & targets, piece_code(side, Rook));
     }
     for (u64 set = pos->bb[side][Queen]; set != 0;) {
         const i32 from = pop_lowest(&set);
         const u64 attacks = bishop_attacks(from, occ) | rook_attacks(from, occ);
-        out = add_targets(pos, out, from, attacks & targets, code + Queen);
+        out = add_targets(pos, out, from, attacks & targets, piece_code(side, Queen));
     }
     return out;
 }
 
+// By the bitboard, not king_sq: a board without a king, set up to look at, has no moves of one.
 static inline MoveEntry* add_king_moves(const Position* pos, i32 side, MoveEntry* out, u64 targets)
 {
     for (u64 set = pos->bb[side][King]; set != 0;) {
         const i32 from = pop_lowest(&set);
-        out = add_targets(pos, out, from, king_attacks[from] & targets, King + 8 * side);
+        out = add_targets(pos, out, from, king_attacks[from] & targets, piece_code(side, King));
     }
     return out;
 }
 
 MoveEntry* gen_captures(const Position* pos, i32 side, MoveEntry* out, i32 check_sq)
 {
-    const u64 enemies = pos->bb[side ^ 1][0];
+    const u64 enemies = pieces_of(pos, side ^ 1);
+    // The only capture that answers a check is that of the checking piece, but for the king's own:
+    // any piece beside it may be what it escapes to. A double check is left to the legality test.
     const u64 targets = check_sq == NoSquare ? enemies : bit(check_sq);
 
     // Captures on the last rank are promotions. Without an en-passant square its bit falls on a1,
-    // and the limit to the inner ranks takes it out.
+    // and the limit to the inner ranks takes it out. The square counts in a check too: the pawn
+    // that can be taken in passing may be the one that gives it.
     const u64 pawns = pos->bb[side][Pawn];
     const u64 pawn_targets = (targets | bit(pos->ep_square & 63)) & inner_ranks;
+    // A shift along the rank would wrap from one edge of the board to the other.
     const u64 not_a = pawns & ~file_a;
     const u64 not_h = pawns & ~file_h;
-    const i32 pawn = Pawn + 8 * side;
+    const i32 pawn = piece_code(side, Pawn);
     if (side == White) {
         out = add_pawn_moves(pos, out, (not_a << 7) & pawn_targets, 7, pawn);
         out = add_pawn_moves(pos, out, (not_h << 9) & pawn_targets, 9, pawn);
@@ -107,6 +122,8 @@ MoveEntry* gen_captures(const Position* pos, i32 side, MoveEntry* out, i32 check
     return add_king_moves(pos, side, out, enemies);
 }
 
+// The queen first: she is nearly always the one. A knight gives checks that she does not, rook and
+// bishop avoid a stalemate.
 static inline MoveEntry* add_promotions(
     MoveEntry* out, i32 from, i32 to, i32 pawn, i32 captured, i32 under)
 {
@@ -125,12 +142,12 @@ static inline MoveEntry* add_promotions(
 
 MoveEntry* gen_promotions(const Position* pos, i32 side, i32 under, MoveEntry* out)
 {
-    const u64 enemies = pos->bb[side ^ 1][0];
-    const i32 pawn = Pawn + 8 * side;
+    const u64 enemies = pieces_of(pos, side ^ 1);
+    const i32 pawn = piece_code(side, Pawn);
     for (u64 set = pos->bb[side][Pawn] & seventh_rank[side]; set != 0;) {
         const i32 from = pop_lowest(&set);
         const i32 ahead = from + pawn_step[side];
-        if (pos->board[ahead] == 0) {
+        if (pos->board[ahead] == NoPiece) {
             out = add_promotions(out, from, ahead, pawn, 0, under);
         }
         for (u64 targets = pawn_attacks[side][from] & enemies; targets != 0;) {
@@ -141,18 +158,21 @@ MoveEntry* gen_promotions(const Position* pos, i32 side, i32 under, MoveEntry* o
     return out;
 }
 
+// The squares between king and rook must be empty, the rook's own neighbour too. Whether the king
+// would pass an attacked square is for the legality test to say. The rook is not looked at: the
+// right is given up with its first move or its capture.
 static MoveEntry* add_castling(const Position* pos, i32 side, MoveEntry* out, u64 occ)
 {
     const i32 home = king_home[side];
-    const i32 king = King + 8 * side;
-    const i32 rights = side == White ? pos->castle : pos->castle >> 2;
+    const i32 king = piece_code(side, King);
+    const i32 rights = side == White ? pos->castle : pos->castle >> 2; // as white's
     if (pos->king_sq[side] != home || pos->board[home] != king) {
         return out;
     }
-    if ((rights & 1) && (occ & (3ULL << (home + 1))) == 0) {
+    if ((rights & WhiteShort) && (occ & (short_castling_path << (home + 1))) == 0) {
         out = add_move(out, home, home + 2, king, 0);
     }
-    if ((rights & 2) && (occ & (7ULL << (home - 3))) == 0) {
+    if ((rights & WhiteLong) && (occ & (long_castling_path << (home - 3))) == 0) {
         out = add_move(out, home, home - 2, king, 0);
     }
     return out;
@@ -160,15 +180,17 @@ static MoveEntry* add_castling(const Position* pos, i32 side, MoveEntry* out, u6
 
 MoveEntry* gen_quiets(const Position* pos, i32 side, MoveEntry* out, i32 check_sq)
 {
-    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    const u64 occ = occupied(pos);
     const u64 empty = ~occ;
+    // In check only a move between the checker and the king helps, besides one of the king. Beside
+    // a knight or a neighbour nothing lies between, and the set is empty.
     u64 targets = empty;
     if (check_sq != NoSquare) {
         targets &= between[check_sq][pos->king_sq[side]];
     }
 
     // The first square of a double step need only be empty, it is no target.
-    const i32 pawn = Pawn + 8 * side;
+    const i32 pawn = piece_code(side, Pawn);
     const i32 step = pawn_step[side];
     const u64 single = shift_forward(pos->bb[side][Pawn], side) & empty & inner_ranks;
     const u64 twice = shift_forward(single, side) & double_step_rank[side];

@@ -1,5 +1,8 @@
 // King and pawn against king, solved by iteration over all positions at start-up.
 // Solved for a white pawn on files a to d; readers mirror and turn other cases into this one.
+// What is known at first is what the rules say at a glance; every pass then decides the positions
+// whose moves all lead to known ones, or one of whose moves leads to what the mover wants. What no
+// pass can decide is a draw: white can make no headway.
 // Afterwards every entry of a pawn on ranks 2 to 7 is 2 (won) or 1 (not won).
 #include "board/tables.h"
 
@@ -13,12 +16,13 @@ enum : u8 {
     KpkUnknown = 4,
 };
 
-static constexpr i32 first_pawn = 8;
-static constexpr i32 last_pawn = 55;
+static constexpr i32 first_pawn = 8; // a2; a pawn of the first rank is never asked about
+static constexpr i32 last_pawn = 55; // h7; beyond it the pawn has become a queen
+static constexpr i32 files = 4;      // a to d
 
 static i32 pawn_index(i32 pawn)
 {
-    return (pawn & 7) + 4 * (pawn >> 3);
+    return file_of(pawn) + files * rank_of(pawn);
 }
 
 static bool is_next_to(i32 a, i32 b)
@@ -26,13 +30,16 @@ static bool is_next_to(i32 a, i32 b)
     return (king_attacks[a] & bit(b)) != 0;
 }
 
-// More than one step away, so neither on the square nor beside it.
+// More than one step away, so neither on the square nor beside it: from there a king can neither
+// take what stands on it nor guard it.
 static bool is_far_from(i32 a, i32 b)
 {
     return a != b && !is_next_to(a, b);
 }
 
-// The values that are known without looking at any move.
+// The values that are known without looking at any move. A pawn on the last rank is a queen: she
+// has won unless black, to move, takes her at once. White cannot be to move while the pawn gives
+// check.
 static void set_first_values(i32 pawn, i32 white, i32 black)
 {
     u8* white_moves = &kpk_table[0][pawn_index(pawn)][white][black];
@@ -42,7 +49,7 @@ static void set_first_values(i32 pawn, i32 white, i32 black)
     if (pawn == white || pawn == black || white == black || is_next_to(white, black)) {
         *white_moves = KpkImpossible;
         *black_moves = KpkImpossible;
-    } else if (black == pawn + 9 || (black == pawn + 7 && (pawn & 7) != 0)) {
+    } else if (black == pawn + 9 || (black == pawn + 7 && file_of(pawn) != 0)) {
         *white_moves = KpkImpossible;
     } else if (pawn > last_pawn) {
         *white_moves = KpkWon;
@@ -52,14 +59,15 @@ static void set_first_values(i32 pawn, i32 white, i32 black)
     }
 }
 
+// White needs one move that wins. What is still unknown leaves the hope open.
 static u8 judge_white_to_move(i32 pawn, i32 white, i32 black)
 {
     const i32 index = pawn_index(pawn);
-    const u8 step = kpk_table[1][index + 4][white][black];
+    const u8 step = kpk_table[1][index + files][white][black];
     u8 reached = step;
     // A single step of value 0 is blocked by a king, and then so is the double step.
-    if (pawn < 16 && step != KpkImpossible) {
-        reached |= kpk_table[1][index + 8][white][black];
+    if (rank_of(pawn) == 1 && step != KpkImpossible) {
+        reached |= kpk_table[1][index + 2 * files][white][black];
     }
     for (u64 targets = king_attacks[white]; targets != 0;) {
         reached |= kpk_table[1][index][pop_lowest(&targets)][black];
@@ -71,6 +79,8 @@ static u8 judge_white_to_move(i32 pawn, i32 white, i32 black)
     return reached & KpkUnknown ? KpkUnknown : KpkNotWon;
 }
 
+// Black needs one move that does not lose: capturing a pawn that the king has left is one. Squares
+// next to the white king read as impossible, which counts as no move.
 static u8 judge_black_to_move(i32 pawn, i32 white, i32 black)
 {
     const i32 index = pawn_index(pawn);
@@ -99,7 +109,7 @@ static bool run_pass(i32 black_moves)
 {
     bool changed = false;
     for (i32 pawn = first_pawn; pawn <= last_pawn; ++pawn) {
-        if ((pawn & 7) > 3) {
+        if (file_of(pawn) >= files) {
             continue;
         }
         for (i32 white = 0; white < 64; ++white) {
@@ -117,10 +127,11 @@ static bool run_pass(i32 black_moves)
     return changed;
 }
 
-// What was never decided, and what cannot occur, reads as not won.
+// What was never decided, and what cannot occur, reads as not won, so that a reader has to know two
+// values only.
 static void settle_rest(i32 black_moves)
 {
-    for (i32 index = 4; index < 28; ++index) {
+    for (i32 index = pawn_index(first_pawn); index < files * 7; ++index) {
         u8* values = &kpk_table[black_moves][index][0][0];
         for (i32 i = 0; i < 64 * 64; ++i) {
             if (values[i] != KpkWon) {
@@ -133,7 +144,7 @@ static void settle_rest(i32 black_moves)
 void init_kpk()
 {
     for (i32 pawn = 0; pawn < 64; ++pawn) {
-        if ((pawn & 7) > 3) {
+        if (file_of(pawn) >= files) {
             continue;
         }
         for (i32 kings = 0; kings < 64 * 64; ++kings) {
@@ -141,6 +152,7 @@ void init_kpk()
         }
     }
 
+    // Each pass reaches one move further back from the promotion.
     bool changed = true;
     while (changed) {
         changed = run_pass(0);

@@ -4,9 +4,13 @@
 #include "board/moves.h"
 #include "board/tables.h"
 
-static constexpr i32 first_rank[2] = { 0, 7 };
-static constexpr i32 pawn_home_rank[2] = { 1, 6 };
-static constexpr i32 fifty_move_plies = 100;
+// Ranks as the side counts them that moves.
+static constexpr i32 first_rank = 0;
+static constexpr i32 pawn_home_rank = 1;
+static constexpr i32 last_rank = 7;
+
+static constexpr i32 fifty_move_plies = 100;  // half-moves
+static constexpr i32 shortest_repetition = 4; // half-moves: each side goes and comes back
 
 // The king must not be in check, cross an attacked square or arrive on one.
 static bool is_legal_castling(const Position* pos, i32 side, i32 from, i32 to)
@@ -16,11 +20,14 @@ static bool is_legal_castling(const Position* pos, i32 side, i32 from, i32 to)
         && !is_attacked(pos, (from + to) / 2, enemy);
 }
 
+// Every node asks this of every move it searches, so it looks at the four ways to attack a king
+// and nothing else. A pawn's attack is symmetric: enemy pawns that attack the square stand where a
+// pawn of the own side on it would attack.
 bool is_legal_move(Position* pos, i32 side, Move move)
 {
     const i32 from = from_square(move);
     const i32 to = to_square(move);
-    const i32 type = pos->board[from] & 7;
+    const i32 type = type_of(pos->board[from]);
     const i32 ksq = type == King ? to : pos->king_sq[side];
     if (to == ksq && (to == from + 2 || to == from - 2)) {
         return is_legal_castling(pos, side, from, to);
@@ -28,14 +35,18 @@ bool is_legal_move(Position* pos, i32 side, Move move)
 
     // The board after the move. What stood on the to-square is gone, though something stands
     // there: it blocks and does not attack.
-    u64 occ = ((pos->bb[White][0] | pos->bb[Black][0]) ^ bit(from)) | bit(to);
+    u64 occ = (occupied(pos) ^ bit(from)) | bit(to);
     u64 attackers = occ & ~bit(to);
+    // En passant opens two lines at once, the victim's and the mover's. A loose text may name a
+    // square on the edge: the mask keeps the shift defined.
     if (type == Pawn && to == pos->ep_square) {
         const u64 victim = bit((to - pawn_step[side]) & 63);
         occ &= ~victim;
         attackers &= ~victim;
     }
 
+    // Steppers first: they need no line. Of the sliders only those that have the king on an open
+    // board are looked at, one by one: there seldom is more than one.
     const u64* enemy = pos->bb[side ^ 1];
     if (((pawn_attacks[side][ksq] & enemy[Pawn]) | (knight_attacks[ksq] & enemy[Knight]))
         & attackers) {
@@ -59,18 +70,17 @@ bool is_legal_move(Position* pos, i32 side, Move move)
 static bool castling_fits_board(const Position* pos, i32 from, i32 to)
 {
     const i32 side = pos->stm;
-    const i32 file = from & 7;
-    if (from >> 3 != first_rank[side] || to >> 3 != from >> 3) {
+    if (relative_rank(side, from) != first_rank || rank_of(to) != rank_of(from)) {
         return false;
     }
-    if ((between[from][to] & (pos->bb[White][0] | pos->bb[Black][0])) != 0) {
+    if ((between[from][to] & occupied(pos)) != 0) {
         return false;
     }
-    const i32 rook = Rook + 8 * side;
+    const i32 rook = piece_code(side, Rook);
     if (to == from + 2) {
-        return file + 3 <= 7 && pos->board[from + 3] == rook;
+        return file_of(from) + 3 <= 7 && pos->board[from + 3] == rook;
     }
-    return to == from - 2 && file - 4 >= 0 && pos->board[from - 4] == rook;
+    return to == from - 2 && file_of(from) - 4 >= 0 && pos->board[from - 4] == rook;
 }
 
 static bool pawn_move_fits_board(const Position* pos, i32 from, i32 to)
@@ -80,7 +90,7 @@ static bool pawn_move_fits_board(const Position* pos, i32 from, i32 to)
     if (pawn_attacks[side][from] & bit(to)) {
         if (to == pos->ep_square) {
             const i32 behind = to - step;
-            return pos->board[to] == 0 && pos->board[behind] == Pawn + 8 * (side ^ 1);
+            return pos->board[to] == 0 && pos->board[behind] == piece_code(side ^ 1, Pawn);
         }
         return pos->board[to] != 0;
     }
@@ -90,27 +100,29 @@ static bool pawn_move_fits_board(const Position* pos, i32 from, i32 to)
     if (to == from + step) {
         return true;
     }
-    return to == from + 2 * step && from >> 3 == pawn_home_rank[side]
+    return to == from + 2 * step && relative_rank(side, from) == pawn_home_rank
         && pos->board[from + step] == 0;
 }
 
+// A number out of the hash table may be any: what passes here can be made and taken back without
+// spoiling the board.
 bool move_fits_board(const Position* pos, Move move)
 {
     const i32 from = from_square(move);
     const i32 to = to_square(move);
     const i32 side = pos->stm;
     const i32 moved = pos->board[from];
-    const i32 type = moved & 7;
-    if (from == to || moved >> 3 != side || type < Pawn || type > King) {
+    const i32 type = type_of(moved);
+    if (from == to || side_of(moved) != side || type < Pawn || type > King) {
         return false;
     }
-    if ((pos->bb[side][0] | pos->bb[side ^ 1][King]) & bit(to)) {
+    if ((pieces_of(pos, side) | pos->bb[side ^ 1][King]) & bit(to)) {
         return false;
     }
 
     // A pawn on its last rank has exactly one flag; no other move has any.
     const i32 flags = move & PromotionMask;
-    if (type == Pawn && to >> 3 == first_rank[side ^ 1]) {
+    if (type == Pawn && relative_rank(side, to) == last_rank) {
         if (popcount(static_cast<u64>(flags)) != 1) {
             return false;
         }
@@ -118,7 +130,7 @@ bool move_fits_board(const Position* pos, Move move)
         return false;
     }
 
-    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    const u64 occ = occupied(pos);
     switch (type) {
     case Pawn:
         return pawn_move_fits_board(pos, from, to);
@@ -136,7 +148,8 @@ bool move_fits_board(const Position* pos, Move move)
     }
 }
 
-// Generates into a list of its own: the position may stand at any ply of the game.
+// Generates into a list of its own: the position may stand at any ply of the game, and the lists of
+// its thread may be in use.
 static bool has_legal_move(Position* pos)
 {
     MoveEntry moves[max_list_moves];
@@ -149,6 +162,8 @@ static bool has_legal_move(Position* pos)
     return false;
 }
 
+// The lists of a position are small, and nobody asks this in a search: looking through all moves is
+// surer than a second account of the rules.
 bool is_playable(Position* pos, Move move)
 {
     MoveEntry moves[max_list_moves];
@@ -163,10 +178,13 @@ bool is_playable(Position* pos, Move move)
 
 bool is_draw_by_rule(Position* pos, i32 plies)
 {
+    // No position returns across a capture or a pawn move, so the clock says how far back to look.
     const i32 reach = pos->cnt50;
-    if (reach < 4) {
+    if (reach < shortest_repetition) {
         return false;
     }
+    // In a search the count alone decides, a half-move late so that a mate by the hundredth stands.
+    // In the game the count alone is no draw: that is for the players to claim.
     if (reach > fifty_move_plies) {
         if (plies > 0) {
             return true;
@@ -176,13 +194,15 @@ bool is_draw_by_rule(Position* pos, i32 plies)
         }
     }
 
+    // Within the search one repetition is enough: whoever could avoid it the second time could have
+    // done so the first. A repetition of the game has to happen twice, as the rule says.
     // After a new game without a new position the clock may reach below the stack.
     const i32 count = pos->stack->undo_count;
     const i32 last = reach < count ? reach : count;
     const UndoRecord* top = &pos->stack->undo[count];
     const u64 key = pos->key;
     bool seen_before = false;
-    for (i32 back = 4; back <= last; back += 2) {
+    for (i32 back = shortest_repetition; back <= last; back += 2) {
         if (top[-back].key != key) {
             continue;
         }

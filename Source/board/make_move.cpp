@@ -1,5 +1,7 @@
 // Making moves and taking them back. Every field of Position that is derived from the board, the
 // keys, the undo stack, ply and last_move change here together and nowhere else during a search.
+// Nothing is checked: a move that the board does not bear out spoils it for good, so whoever takes
+// one from outside asks is_makeable first, and the hash table's are tried by move_fits_board.
 #include "board/moves.h"
 
 #include <cstring>
@@ -8,23 +10,24 @@
 #include "board/trace.h"
 
 // Castling rights that die when a piece leaves or reaches a square: both of a side with its king's
-// home square, one with each corner.
+// home square, one with each corner. Masking both squares of every move needs no case for a rook
+// that moves or is taken, or for castling itself.
 // clang-format off
 static constexpr u8 castle_mask[64] = {
-    2, 0, 0, 0, 3, 0, 0, 1,
+    WhiteLong, 0, 0, 0, WhiteShort | WhiteLong, 0, 0, WhiteShort,
     0, 0, 0, 0, 0, 0, 0, 0,
     0, 0, 0, 0, 0, 0, 0, 0,
     0, 0, 0, 0, 0, 0, 0, 0,
     0, 0, 0, 0, 0, 0, 0, 0,
     0, 0, 0, 0, 0, 0, 0, 0,
     0, 0, 0, 0, 0, 0, 0, 0,
-    8, 0, 0, 0, 12, 0, 0, 4,
+    BlackLong, 0, 0, 0, BlackShort | BlackLong, 0, 0, BlackShort,
 };
 // clang-format on
 
-static constexpr i32 max_cnt50 = 255;
-static constexpr i32 king_home[2] = { 4, 60 };
+static constexpr i32 max_cnt50 = 255; // what its byte can hold; a console game may go on for longer
 
+// The type that a promotion flag stands for. A number with several flags counts as one of them.
 static inline i32 promoted_type(Move move)
 {
     if (move & PromoteKnight) {
@@ -43,12 +46,14 @@ static inline void count_piece(Position* pos, i32 side, i32 type, i32 sign)
     pos->phase_mtl[side] = static_cast<i16>(pos->phase_mtl[side] + sign * phase_weight[type]);
 }
 
+// Stops at its end: a count that began anew would hide every repetition.
 static inline u8 next_cnt50(u8 cnt50)
 {
     return static_cast<u8>(cnt50 < max_cnt50 ? cnt50 + 1 : max_cnt50);
 }
 
-// Writes the undo record and moves the stack and the ply on. A null move leaves pawn_key alone.
+// Writes the undo record and moves the stack and the ply on. A null move leaves pawn_key alone. The
+// record holds what the way back cannot tell: rights, counts and keys as they were before.
 static inline void push_undo(Position* pos, Move move, i32 captured)
 {
     UndoStack* stack = pos->stack;
@@ -81,6 +86,7 @@ static inline const UndoRecord* pop_undo(Position* pos)
     pos->ep_square = undo->ep_square;
     pos->castle = undo->castle;
     pos->cnt50 = undo->cnt50;
+    // The keys are the caller's: a null move has no pawn key of its own to give back.
     pos->stm ^= 1;
     return undo;
 }
@@ -91,16 +97,19 @@ static inline i32 castling_rook_from(i32 from, i32 to)
     return to > from ? from + 3 : from - 4;
 }
 
+// The king passes over it.
 static inline i32 castling_rook_to(i32 from, i32 to)
 {
     return to > from ? from + 1 : from - 1;
 }
 
+// Of a king's move: no other move of his goes two squares.
 static inline bool is_castling_step(i32 from, i32 to)
 {
     return to == from + 2 || to == from - 2;
 }
 
+// The rook's half of castling, or its way back. Counts do not change.
 static inline void shift_rook(Position* pos, i32 side, i32 from, i32 to)
 {
     const u64 squares = bit(from) | bit(to);
@@ -116,19 +125,20 @@ static inline u64 finish_pawn_move(Position* pos, Move move, i32 side, i32 old_e
 {
     const i32 from = from_square(move);
     const i32 to = to_square(move);
-    const i32 pawn = Pawn + 8 * side;
+    const i32 pawn = piece_code(side, Pawn);
     const u64 to_key = zobrist[pawn][to];
     pos->pawn_key ^= zobrist[pawn][from] ^ to_key;
     pos->cnt50 = 0;
 
+    // The square is noted after every double step, whether a pawn could use it or not.
     if (to == from + 2 * pawn_step[side]) {
         pos->ep_square = static_cast<u8>(from + pawn_step[side]);
-        return to_key ^ zobrist[0][pos->ep_square];
+        return to_key ^ zobrist[NoPiece][pos->ep_square];
     }
     if (to == old_ep_square) {
         const i32 enemy = side ^ 1;
         const i32 victim = to - pawn_step[side];
-        const u64 victim_key = zobrist[Pawn + 8 * enemy][victim];
+        const u64 victim_key = zobrist[piece_code(enemy, Pawn)][victim];
         pos->board[victim] = 0;
         count_piece(pos, enemy, Pawn, -1);
         pos->bb[enemy][0] &= ~bit(victim);
@@ -136,19 +146,22 @@ static inline u64 finish_pawn_move(Position* pos, Move move, i32 side, i32 old_e
         pos->pawn_key ^= victim_key;
         return to_key ^ victim_key;
     }
+    // The pawn has arrived in step 3 already: it is taken off again, key and all.
     if (move & PromotionMask) {
         const i32 type = promoted_type(move);
-        pos->board[to] = static_cast<u8>(type + 8 * side);
+        pos->board[to] = static_cast<u8>(piece_code(side, type));
         count_piece(pos, side, Pawn, -1);
         count_piece(pos, side, type, 1);
         pos->bb[side][Pawn] ^= bit(to);
         pos->bb[side][type] |= bit(to);
         pos->pawn_key ^= to_key;
-        return zobrist[type + 8 * side][to];
+        return zobrist[piece_code(side, type)][to];
     }
     return to_key;
 }
 
+// Its steps are in the order of what they need: the undo record before anything changes, the victim
+// before its square is taken.
 void make_move(Position* pos, Move move)
 {
     if (load(trace_level) != 0) {
@@ -162,7 +175,7 @@ void make_move(Position* pos, Move move)
     const i32 captured = pos->board[to];
     const i32 old_ep_square = pos->ep_square;
     const u8 old_castle = pos->castle;
-    push_undo(pos, move, captured & 7);
+    push_undo(pos, move, type_of(captured));
 
     // 1. The state of the game. A key's bit 0 may be disturbed by any XOR; the last step sets it.
     u64 key = pos->key;
@@ -170,18 +183,18 @@ void make_move(Position* pos, Move move)
     pos->ep_square = NoSquare;
     pos->stm = static_cast<u8>(side ^ 1);
     if (old_ep_square != NoSquare) {
-        key ^= zobrist[0][old_ep_square];
+        key ^= zobrist[NoPiece][old_ep_square];
     }
     const u8 castle = static_cast<u8>(old_castle & ~(castle_mask[from] | castle_mask[to]));
     if (castle != old_castle) {
-        key ^= zobrist[0][old_castle] ^ zobrist[0][castle];
+        key ^= zobrist[NoPiece][old_castle] ^ zobrist[NoPiece][castle];
         pos->castle = castle;
     }
 
     // 2. The piece that is taken.
     if (captured != 0) {
-        const i32 owner = captured >> 3;
-        const i32 type = captured & 7;
+        const i32 owner = side_of(captured);
+        const i32 type = type_of(captured);
         count_piece(pos, owner, type, -1);
         pos->bb[owner][0] &= ~bit(to);
         pos->bb[owner][type] &= ~bit(to);
@@ -193,7 +206,7 @@ void make_move(Position* pos, Move move)
     }
 
     // 3. The piece that moves.
-    const i32 type = moved & 7;
+    const i32 type = type_of(moved);
     const u64 squares = bit(from) | bit(to);
     pos->board[to] = static_cast<u8>(moved);
     pos->board[from] = 0;
@@ -210,10 +223,11 @@ void make_move(Position* pos, Move move)
             if (is_castling_step(from, to)) {
                 const i32 rook_from = castling_rook_from(from, to);
                 const i32 rook_to = castling_rook_to(from, to);
-                const i32 rook = Rook + 8 * side;
+                const i32 rook = piece_code(side, Rook);
                 shift_rook(pos, side, rook_from, rook_to);
                 key ^= zobrist[rook][rook_from] ^ zobrist[rook][rook_to];
-                // The clock starts anew, although castling takes nothing and moves no pawn.
+                // The clock starts anew, although castling takes nothing and moves no pawn: no
+                // position before it can come back, so the draw scan need not look there.
                 pos->cnt50 = 0;
             }
             pos->king_sq[side] = static_cast<u8>(to);
@@ -234,9 +248,10 @@ void unmake_move(Position* pos)
     const i32 to = to_square(move);
     const i32 side = pos->stm;
     const i32 enemy = side ^ 1;
-    const i32 type = pos->board[to] & 7;
+    const i32 type = type_of(pos->board[to]);
     const u64 squares = bit(from) | bit(to);
 
+    // What stands on the to-square goes back, whatever it has become on the way.
     pos->board[from] = pos->board[to];
     pos->board[to] = 0;
     pos->bb[side][0] ^= squares;
@@ -244,7 +259,7 @@ void unmake_move(Position* pos)
 
     if (undo->captured != 0) {
         const i32 captured = undo->captured;
-        pos->board[to] = static_cast<u8>(captured + 8 * enemy);
+        pos->board[to] = static_cast<u8>(piece_code(enemy, captured));
         count_piece(pos, enemy, captured, 1);
         pos->bb[enemy][0] |= bit(to);
         pos->bb[enemy][captured] |= bit(to);
@@ -257,7 +272,7 @@ void unmake_move(Position* pos)
         // A double step takes nothing, even where it ends on the en-passant square of a text.
         if (to == undo->ep_square && to != from + 2 * pawn_step[side]) {
             const i32 victim = to - pawn_step[side];
-            pos->board[victim] = static_cast<u8>(Pawn + 8 * enemy);
+            pos->board[victim] = static_cast<u8>(piece_code(enemy, Pawn));
             count_piece(pos, enemy, Pawn, 1);
             pos->bb[enemy][0] |= bit(victim);
             pos->bb[enemy][Pawn] |= bit(victim);
@@ -273,7 +288,7 @@ void unmake_move(Position* pos)
     if (move & PromotionMask) {
         count_piece(pos, side, type, -1);
         count_piece(pos, side, Pawn, 1);
-        pos->board[from] = static_cast<u8>(Pawn + 8 * side);
+        pos->board[from] = static_cast<u8>(piece_code(side, Pawn));
         pos->bb[side][type] ^= bit(from);
         pos->bb[side][Pawn] |= bit(from);
     }
@@ -283,6 +298,7 @@ void unmake_move(Position* pos)
     debug_check(fields_agree(pos));
 }
 
+// The opponent moves again. The right to take in passing is lost, as it would be after any move.
 void make_null_move(Position* pos)
 {
     if (load(trace_level) != 0) {
@@ -296,16 +312,19 @@ void make_null_move(Position* pos)
     pos->ep_square = NoSquare;
     pos->stm ^= 1;
     if (old_ep_square != NoSquare) {
-        pos->key ^= zobrist[0][old_ep_square];
+        pos->key ^= zobrist[NoPiece][old_ep_square];
     }
     pos->key = (pos->key & ~1ULL) + pos->stm;
 }
 
+// Of the keys only the position's own has changed: no pawn has moved.
 void unmake_null_move(Position* pos)
 {
     pos->key = pop_undo(pos)->key;
 }
 
+// A game can be longer than the stack. Dropping old entries costs repetitions that lie further back
+// than game_keep plies, which the half-move clock does not reach.
 void make_game_move(Position* pos, Move move)
 {
     UndoStack* stack = pos->stack;
@@ -317,9 +336,11 @@ void make_game_move(Position* pos, Move move)
         stack->undo_count = static_cast<i16>(kept);
     }
     make_move(pos, move);
+    // A move that was taken back cannot be made again once the game has gone another way.
     stack->undo[stack->undo_count].move = NoMove;
 }
 
+// A castling without its rook, or through pieces, would invent or lose a piece.
 static bool is_makeable_king_move(const Position* pos, i32 from, i32 to)
 {
     if (!is_castling_step(from, to)) {
@@ -328,9 +349,10 @@ static bool is_makeable_king_move(const Position* pos, i32 from, i32 to)
     const i32 side = pos->stm;
     return from == king_home[side] && pos->board[to] == 0
         && pos->board[castling_rook_to(from, to)] == 0
-        && pos->board[castling_rook_from(from, to)] == Rook + 8 * side;
+        && pos->board[castling_rook_from(from, to)] == piece_code(side, Rook);
 }
 
+// What make_move takes for a double step, a capture in passing or a promotion has to be one.
 static bool is_makeable_pawn_move(const Position* pos, i32 from, i32 to, Move promotion)
 {
     const i32 side = pos->stm;
@@ -341,9 +363,9 @@ static bool is_makeable_pawn_move(const Position* pos, i32 from, i32 to, Move pr
     }
     if (to == pos->ep_square) {
         return promotion == 0 && behind >= 0 && behind < 64
-            && pos->board[behind] == Pawn + 8 * (side ^ 1);
+            && pos->board[behind] == piece_code(side ^ 1, Pawn);
     }
-    return promotion == 0 || (to >> 3) == (side == White ? 7 : 0);
+    return promotion == 0 || relative_rank(side, to) == 7;
 }
 
 bool is_makeable(const Position* pos, i32 from, i32 to, Move promotion)
@@ -351,23 +373,24 @@ bool is_makeable(const Position* pos, i32 from, i32 to, Move promotion)
     if (from < 0 || from > 63 || to < 0 || to > 63 || from == to) {
         return false;
     }
+    // At most one flag.
     if ((promotion & ~PromotionMask) != 0 || (promotion & (promotion - 1)) != 0) {
         return false;
     }
     const i32 side = pos->stm;
     const i32 moved = pos->board[from];
     const i32 captured = pos->board[to];
-    if (moved == 0 || moved >> 3 != side) {
+    if (moved == NoPiece || side_of(moved) != side) {
         return false;
     }
-    if (captured != 0 && (captured >> 3 == side || (captured & 7) == King)) {
+    if (captured != NoPiece && (side_of(captured) == side || type_of(captured) == King)) {
         return false;
     }
-    if ((moved & 7) == Pawn) {
+    if (type_of(moved) == Pawn) {
         return is_makeable_pawn_move(pos, from, to, promotion);
     }
     if (promotion != 0) {
         return false;
     }
-    return (moved & 7) != King || is_makeable_king_move(pos, from, to);
+    return type_of(moved) != King || is_makeable_king_move(pos, from, to);
 }

@@ -1,5 +1,7 @@
 // The read-only tables of the board: attack sets, rays, masks, lines between squares, Zobrist keys.
-// All of them are constants: no thread ever waits for them and none can spoil them.
+// All of them are constants: no thread ever waits for them and none can spoil them. The compiler
+// makes them by walking the board step by step, as one would on paper: nothing here has to be fast,
+// and a walk that stops at the edge cannot be wrong by a file.
 #include "board/tables.h"
 
 // A step on the board, counted in files and ranks so that the edges stop it.
@@ -21,19 +23,21 @@ static constexpr i32 min_key_bits = 24;
 // The square one step away, or NoSquare beyond the edge.
 static constexpr i32 step_from(i32 square, Step step)
 {
-    const i32 file = (square & 7) + step.file;
-    const i32 rank = (square >> 3) + step.rank;
+    const i32 file = file_of(square) + step.file;
+    const i32 rank = rank_of(square) + step.rank;
     if (file < 0 || file > 7 || rank < 0 || rank > 7) {
         return NoSquare;
     }
-    return rank * 8 + file;
+    return square_at(file, rank);
 }
 
+// The set of a square, empty for NoSquare.
 static constexpr u64 square_bit(i32 square)
 {
     return square == NoSquare ? 0 : bit(square);
 }
 
+// All squares from a square to the edge, without itself.
 static constexpr u64 walk_ray(i32 square, Step step)
 {
     u64 ray = 0;
@@ -43,6 +47,7 @@ static constexpr u64 walk_ray(i32 square, Step step)
     return ray;
 }
 
+// A shift by all 64 bits is no empty set but undefined, so the edges are told apart.
 static constexpr void make_file_and_rank_masks(ConstantTables* tables)
 {
     for (i32 i = 0; i < 8; ++i) {
@@ -53,6 +58,7 @@ static constexpr void make_file_and_rank_masks(ConstantTables* tables)
     }
 }
 
+// Everything that hangs on one square. The masks of the files must have been made.
 static constexpr void make_square_tables(ConstantTables* tables, i32 square)
 {
     tables->pawn_attacks[White][square] =
@@ -77,11 +83,13 @@ static constexpr void make_square_tables(ConstantTables* tables, i32 square)
     tables->rook_rays[square] = tables->ray_n[square] | tables->ray_e[square]
         | tables->ray_s[square] | tables->ray_w[square];
 
-    const u64 files = (file_a << (square & 7)) | tables->adjacent_files[square & 7];
-    tables->passed_mask[White][square] = files & tables->ranks_above[square >> 3];
-    tables->passed_mask[Black][square] = files & tables->ranks_below[square >> 3];
+    const u64 files = (file_a << file_of(square)) | tables->adjacent_files[file_of(square)];
+    tables->passed_mask[White][square] = files & tables->ranks_above[rank_of(square)];
+    tables->passed_mask[Black][square] = files & tables->ranks_below[rank_of(square)];
 }
 
+// Walks from a square in all directions and leaves at each square what was passed on the way.
+// Between squares of no common line nothing is written: the set is empty, as it is of neighbours.
 static constexpr void make_between(ConstantTables* tables, i32 square)
 {
     for (i32 i = 0; i < 8; ++i) {
@@ -94,6 +102,7 @@ static constexpr void make_between(ConstantTables* tables, i32 square)
     }
 }
 
+// By a table the evaluation turns the board with one load, whichever way it needs it.
 static constexpr void make_square_maps(ConstantTables* tables)
 {
     for (i32 square = 0; square < 64; ++square) {
@@ -117,6 +126,7 @@ static constexpr u32 next_random(CarryPair* pair)
     return (pair->z << 16) + pair->w;
 }
 
+// A key of few bits would leave most of a position's key as it is, and two such moves may meet.
 static constexpr u64 next_key(CarryPair* pair)
 {
     for (;;) {
@@ -128,7 +138,8 @@ static constexpr u64 next_key(CarryPair* pair)
     }
 }
 
-// Fixed seeds: the keys are the same in every run and build.
+// Fixed seeds: the keys are the same in every run and build, and with them which positions share a
+// slot, so that a search can be repeated move for move.
 static constexpr void make_zobrist(ConstantTables* tables)
 {
     CarryPair pair = { 1, 1 };
@@ -139,6 +150,7 @@ static constexpr void make_zobrist(ConstantTables* tables)
     }
 }
 
+// The masks come first, the passed pawns' masks are made of them.
 static constexpr ConstantTables make_tables()
 {
     ConstantTables tables = {};

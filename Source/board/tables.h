@@ -1,4 +1,5 @@
-// Read-only tables of the board, made by the compiler, and slider attacks.
+// Read-only tables of the board, made by the compiler, and slider attacks. Sets of squares are
+// bitboards, bit 0 for a1; a table by square has one entry for each of the 64.
 #pragma once
 
 #include "board/types.h"
@@ -17,7 +18,9 @@ struct ConstantTables {
     u64 adjacent_files[8];
     u64 ranks_above[8];
     u64 ranks_below[8];
-    u64 zobrist[16][64]; // row 0: en-passant squares and castling values
+    // Keys by piece code and square. Row NoPiece serves the en-passant squares and, at the first
+    // sixteen, the values of castle: no double step passes over the squares of those numbers.
+    u64 zobrist[16][64];
     u8 map_identity[64]; // square maps of the evaluation: s, 63 - s, s ^ 7, s ^ 56
     u8 map_rotate[64];
     u8 map_mirror_file[64];
@@ -56,8 +59,10 @@ inline constexpr const auto& map_mirror_rank = board_tables.map_mirror_rank;
 extern u8 kpk_table[2][32][64][64];
 void init_kpk();
 
-// Attack sets including the first blocker in each direction, whatever its colour.
-// The guard bits 63 and 0 stand for "no blocker": their rays are empty.
+// Attack sets including the first blocker in each direction, whatever its colour: of each ray the
+// part behind its first blocker is taken off again.
+// The guard bits 63 and 0 stand for "no blocker": their rays are empty, and the sets are never
+// empty, so that no direction needs a branch.
 inline u64 bishop_attacks(i32 square, u64 occupied)
 {
     const u64 nw = (occupied & ray_nw[square]) | (1ULL << 63);

@@ -1,5 +1,7 @@
 // The search trace. One file and one set of notes serve all threads, behind a lock of their
-// own; the tree is readable for a search on one thread.
+// own; the tree is readable for a search on one thread. Moves of one line stand in one row, and
+// a new row is indented to the ply at which it leaves the line above, so the notes are the ply and
+// the depth of the move written last.
 #include "board/trace.h"
 
 #include <cstdio>
@@ -17,6 +19,8 @@ static FILE* trace_file;
 static i32 noted_ply;
 static i32 noted_depth;
 
+// Writes a move behind the last one, or below it where the tree has been gone back. The columns are
+// nine characters wide: a remaining depth in brackets, a move, a blank.
 static void write_move(const UndoStack* stack, Move move)
 {
     const i32 depth = load(stack->depth);
@@ -46,6 +50,7 @@ static FILE* open_trace()
     return file;
 }
 
+// Who has asked for a trace and gets none would wait in vain: the program ends.
 void trace_move(const Position* pos, Move move)
 {
     const SpinGuard guard(&trace_lock);

@@ -1,10 +1,13 @@
-// Moves, squares, pieces, and sets of squares.
+// Moves, squares, pieces, and sets of squares: the words of the board. How a piece, a square or a
+// move is packed into its number is known to the routines of this file alone; all others ask them,
+// and pay nothing for it.
 #pragma once
 
 #include "base/types.h"
 
 // A move: to-square in bits 0-5, from-square in bits 8-13, promotion flags below.
-// Castling is a king's move of two squares, en passant a pawn's move to ep_square.
+// Castling is a king's move of two squares, en passant a pawn's move to ep_square: the board tells
+// them, so the number needs no mark for either. The flags take the two spare bits of each byte.
 using Move = u16;
 
 enum : Move {
@@ -20,9 +23,11 @@ enum : Move {
 // The sides; the other side is side ^ 1.
 enum : i32 { White = 0, Black = 1 };
 
-// Piece types. A piece code is type + 8 * side; code 0 is an empty square.
+// Piece types. A piece code is type + 8 * side; code 0 is an empty square. The order is that of
+// worth, by which the exchange takes the least piece first, and that of every table by type.
 enum : i32 { NoPiece, Pawn, Knight, Bishop, Rook, Queen, King };
 
+// The type of a piece code, NoPiece for an empty square.
 inline constexpr i32 type_of(i32 code)
 {
     return code & 7;
@@ -52,6 +57,12 @@ inline constexpr i32 rank_of(i32 square)
     return square >> 3;
 }
 
+// The square of a file and a rank, 0 to 7 each; neither is checked.
+inline constexpr i32 square_at(i32 file, i32 rank)
+{
+    return 8 * rank + file;
+}
+
 // The rank as side counts it: 0 is its own first rank.
 inline constexpr i32 relative_rank(i32 side, i32 square)
 {
@@ -68,6 +79,7 @@ inline constexpr i32 from_square(Move move)
     return (move >> 8) & 63;
 }
 
+// A move without flags.
 inline constexpr Move make_move_code(i32 from, i32 to)
 {
     return static_cast<Move>((from << 8) | to);
@@ -76,12 +88,26 @@ inline constexpr Move make_move_code(i32 from, i32 to)
 // The step of a pawn of each side, in squares.
 inline constexpr i32 pawn_step[2] = { 8, -8 };
 
+// Where a king stands that may castle, e1 and e8.
+inline constexpr i32 king_home[2] = { 4, 60 };
+
+// Castling rights as bits of Position.castle. Black's are white's, two bits up.
+enum CastleRight : u8 {
+    WhiteShort = 1,
+    WhiteLong = 2,
+    BlackShort = 4,
+    BlackLong = 8,
+    AllCastling = 15,
+};
+
+// The set of one square, which must be on the board.
 inline constexpr u64 bit(i32 square)
 {
     return 1ULL << square;
 }
 
-// Number of set bits, 0 to 64.
+// Number of set bits, 0 to 64. Without the processor's instruction the sums are made in pairs,
+// fours and bytes: the compiler would call a routine of its library instead.
 inline constexpr i32 popcount(u64 set)
 {
 #if defined(__POPCNT__)
