@@ -1,4 +1,4 @@
-// The position from and to text, its keys, its checks, and the record of a search thread.
+// The position from and to text, its keys and its checks.
 // put_piece and remove_piece are the only routines here that change the board; each keeps every
 // field that is derived from it, but for the keys, which are computed once a position is complete.
 #include "board/position.h"
@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "board/moves.h"
 #include "board/tables.h"
@@ -24,36 +25,43 @@ const char square_name[64][3] = {
 };
 // clang-format on
 
-// Letters by piece code in a position text, and in the board view, whose black pawn is an o.
-static constexpr char fen_letters[] = " PNBRQK  pnbrqk";
-static constexpr char view_letters[] = "-PNBRQK -onbrqk";
-static constexpr char castle_letters[] = "KQkq";
+// Letters by piece code in a position text, and in the board view, whose black pawn is an o: beside
+// each other p and P are hard to tell apart. Blanks stand for codes that are no piece.
+static constexpr std::string_view fen_letters = " PNBRQK  pnbrqk";
+static constexpr std::string_view view_letters = "-PNBRQK -onbrqk";
+
+// By the bit of the right.
+static constexpr std::string_view castle_letters = "KQkq";
 
 // What each castling right needs, in the order of castle_letters.
 struct CastleHome {
-    u8 right;
-    u8 king; // piece code
+    u8 right; // CastleRight
+    u8 king;  // piece code
     u8 king_square;
     u8 rook; // piece code
     u8 rook_square;
 };
-static constexpr CastleHome castle_homes[4] = {
-    { 1, King, 4, Rook, 7 },
-    { 2, King, 4, Rook, 0 },
-    { 4, King + 8, 60, Rook + 8, 63 },
-    { 8, King + 8, 60, Rook + 8, 56 },
+static constexpr CastleHome castle_homes[] = {
+    { WhiteShort, piece_code(White, King), 4, piece_code(White, Rook), 7 },
+    { WhiteLong, piece_code(White, King), 4, piece_code(White, Rook), 0 },
+    { BlackShort, piece_code(Black, King), 60, piece_code(Black, Rook), 63 },
+    { BlackLong, piece_code(Black, King), 60, piece_code(Black, Rook), 56 },
 };
 
+static constexpr u64 first_rank_squares = 0xff;
 static constexpr i32 max_side_pieces = 16;
+static constexpr i32 last_piece_code = piece_code(Black, King);
 static constexpr u64 outer_ranks = 0xff000000000000ffULL;
 
 // ---- Setting up
 
+// The counts go up by a step of their nibble: sixteen pawns would run into the knights, but no side
+// that may be searched has more than sixteen pieces, its king among them.
 void put_piece(Position* pos, i32 square, i32 code)
 {
     remove_piece(pos, square);
-    const i32 side = code >> 3;
-    const i32 type = code & 7;
+    const i32 side = side_of(code);
+    const i32 type = type_of(code);
     pos->board[square] = static_cast<u8>(code);
     pos->bb[side][0] |= bit(square);
     pos->bb[side][type] |= bit(square);
@@ -70,8 +78,8 @@ void remove_piece(Position* pos, i32 square)
     if (code == 0) {
         return;
     }
-    const i32 side = code >> 3;
-    const i32 type = code & 7;
+    const i32 side = side_of(code);
+    const i32 type = type_of(code);
     pos->board[square] = 0;
     pos->bb[side][0] &= ~bit(square);
     pos->bb[side][type] &= ~bit(square);
@@ -103,7 +111,9 @@ void clear_board(Position* pos)
     stack->last_move = 0;
 }
 
-// Reads the piece field and returns the character that ends it, a blank or the NUL.
+// Reads the piece field and returns the character that ends it, a blank or the NUL. A row that is
+// too long or too short shifts what follows, as a person would read it on; letters that are no
+// piece's are passed over. The counters are wide: the field may be as long as a line.
 static const char* read_pieces(Position* pos, const char* text)
 {
     i64 file = 0;
@@ -115,10 +125,10 @@ static const char* read_pieces(Position* pos, const char* text)
             file = 0;
         } else if (c >= '1' && c <= '8') {
             file += c - '0';
-        } else if (const char* letter = strchr(fen_letters, c)) {
+        } else if (const size_t code = fen_letters.find(c); code != fen_letters.npos) {
             const i64 square = rank * 8 + file;
-            if (square >= 0 && square <= 63) {
-                put_piece(pos, static_cast<i32>(square), static_cast<i32>(letter - fen_letters));
+            if (square >= 0 && square < NoSquare) {
+                put_piece(pos, static_cast<i32>(square), static_cast<i32>(code));
             }
             ++file;
         }
@@ -126,17 +136,20 @@ static const char* read_pieces(Position* pos, const char* text)
     return text;
 }
 
+// Reads the castling field; a dash and all other characters stand for nothing.
 static const char* read_castling(Position* pos, const char* text)
 {
     pos->castle = 0;
     for (; *text != '\0' && *text != ' '; ++text) {
-        if (const char* letter = strchr(castle_letters, *text)) {
-            pos->castle = static_cast<u8>(pos->castle | (1 << (letter - castle_letters)));
+        const size_t right = castle_letters.find(*text);
+        if (right != castle_letters.npos) {
+            pos->castle = static_cast<u8>(pos->castle | (1 << right));
         }
     }
     return text;
 }
 
+// Reads the en-passant field. A rank without a file gives none, nor does what leaves the board.
 static const char* read_ep_square(Position* pos, const char* text)
 {
     i32 square = NoSquare;
@@ -154,6 +167,7 @@ static const char* read_ep_square(Position* pos, const char* text)
     return text;
 }
 
+// The rights of pos whose king or rook is not at home.
 static u8 false_castling(const Position* pos)
 {
     u8 rights = 0;
@@ -166,6 +180,7 @@ static u8 false_castling(const Position* pos)
     return static_cast<u8>(rights & pos->castle);
 }
 
+// A right without its king or rook at home would let make_move put pieces where there are none.
 i32 drop_false_castling(Position* pos)
 {
     const u8 dropped = false_castling(pos);
@@ -178,6 +193,7 @@ i32 drop_false_castling(Position* pos)
 static const char* read_fields(Position* pos, const char* text, i32* dropped)
 {
     clear_board(pos);
+    // A text may end behind any field. Without a side to move the one before stays.
     text = read_pieces(pos, text);
     if (*text == ' ') {
         ++text;
@@ -193,6 +209,7 @@ static const char* read_fields(Position* pos, const char* text, i32* dropped)
     text = read_castling(pos, skip_blanks(text));
     text = read_ep_square(pos, skip_blanks(text));
 
+    // Whoever looks at the move before the first, or for one to take back, finds none.
     pos->stack->undo[0] = {};
     pos->stack->undo[1] = {};
     *dropped = drop_false_castling(pos);
@@ -213,27 +230,28 @@ i32 parse_epd(Position* pos, const char* text, const char** rest)
 
 // ---- Keys
 
-// Bit 0 of the key is not a Zobrist bit: it is the side to move.
+// Bit 0 of the key is not a Zobrist bit: it is the side to move, where the hash table looks for it.
 u64 compute_key(const Position* pos)
 {
     u64 key = 0;
     for (i32 square = 0; square < 64; ++square) {
-        if (pos->board[square] != 0) {
+        if (pos->board[square] != NoPiece) {
             key ^= zobrist[pos->board[square]][square];
         }
     }
     if (pos->ep_square != NoSquare) {
-        key ^= zobrist[0][pos->ep_square];
+        key ^= zobrist[NoPiece][pos->ep_square];
     }
-    key ^= zobrist[0][pos->castle];
+    key ^= zobrist[NoPiece][pos->castle];
     return (key & ~1ULL) + pos->stm;
 }
 
+// Both sides' pawns, without the side to move: the pawn evaluation does not ask whose turn it is.
 u64 compute_pawn_key(const Position* pos)
 {
     u64 key = 0;
     for (i32 square = 0; square < 64; ++square) {
-        if ((pos->board[square] & 7) == Pawn) {
+        if (type_of(pos->board[square]) == Pawn) {
             key ^= zobrist[pos->board[square]][square];
         }
     }
@@ -245,15 +263,14 @@ u64 compute_pawn_key(const Position* pos)
 // Writes one rank, empty squares as their number, and returns the end.
 static char* write_rank(const Position* pos, i32 rank, char* out)
 {
-    const u64 all = pos->bb[White][0] | pos->bb[Black][0];
-    u64 pieces = all >> (8 * rank) & 0xff;
+    u64 pieces = occupied(pos) >> square_at(0, rank) & first_rank_squares;
     i32 file = 0;
     while (pieces != 0) {
         const i32 next = pop_lowest(&pieces);
         if (next > file) {
             *out++ = static_cast<char>('0' + next - file);
         }
-        *out++ = fen_letters[pos->board[8 * rank + next]];
+        *out++ = fen_letters[pos->board[square_at(next, rank)]];
         file = next + 1;
     }
     if (file < 8) {
@@ -262,6 +279,7 @@ static char* write_rank(const Position* pos, i32 rank, char* out)
     return out;
 }
 
+// Only the four fields that make a position: a clock and a move number are of the game.
 void make_fen(const Position* pos, char* out)
 {
     for (i32 rank = 7; rank >= 0; --rank) {
@@ -275,22 +293,23 @@ void make_fen(const Position* pos, char* out)
             *out++ = castle_letters[i];
         }
     }
-    if ((pos->castle & 15) == 0) {
+    if ((pos->castle & AllCastling) == 0) {
         *out++ = '-';
     }
     *out++ = ' ';
-    copy_text(out, 3, pos->ep_square < 64 ? square_name[pos->ep_square] : "-");
+    copy_text(out, 3, pos->ep_square < NoSquare ? square_name[pos->ep_square] : "-");
 }
 
+// Dark squares and light ones differ where they are empty, so that diagonals can be followed.
 void make_board_view(const Position* pos, char* out)
 {
     for (i32 rank = 7; rank >= 0; --rank) {
         *out++ = ' ';
         for (i32 file = 0; file < 8; ++file) {
-            const i32 code = pos->board[rank * 8 + file];
+            const i32 code = pos->board[square_at(file, rank)];
             const bool dark = ((file ^ rank) & 1) == 0;
             *out++ = ' ';
-            *out++ = code != 0 ? view_letters[code] : dark ? '+' : '-';
+            *out++ = code != NoPiece ? view_letters[code] : dark ? '+' : '-';
         }
         *out++ = '\n';
     }
@@ -299,6 +318,8 @@ void make_board_view(const Position* pos, char* out)
 
 // ---- Checks
 
+// Makes the derived fields anew from board alone and compares: it shares nothing with the routines
+// that keep them up to date, so an error of theirs cannot hide here.
 bool fields_agree(const Position* pos)
 {
     u64 bb[2][8] = {};
@@ -306,17 +327,17 @@ bool fields_agree(const Position* pos)
     i32 phase[2] = {};
     for (i32 square = 0; square < 64; ++square) {
         const i32 code = pos->board[square];
-        if (code == 0) {
+        if (code == NoPiece) {
             continue;
         }
-        const i32 type = code & 7;
-        if (code > 14 || type < Pawn || type > King) {
+        const i32 type = type_of(code);
+        if (code > last_piece_code || type < Pawn || type > King) {
             return false;
         }
-        bb[code >> 3][0] |= bit(square);
-        bb[code >> 3][type] |= bit(square);
-        counts[code >> 3] += count_step[type];
-        phase[code >> 3] += phase_weight[type];
+        bb[side_of(code)][0] |= bit(square);
+        bb[side_of(code)][type] |= bit(square);
+        counts[side_of(code)] += count_step[type];
+        phase[side_of(code)] += phase_weight[type];
     }
     for (i32 side = White; side <= Black; ++side) {
         if (memcmp(bb[side], pos->bb[side], 7 * sizeof(u64)) != 0) {
@@ -325,17 +346,19 @@ bool fields_agree(const Position* pos)
         if (counts[side] != pos->piece_count[side] || phase[side] != pos->phase_mtl[side]) {
             return false;
         }
+        // With several kings on a board set up to look at, king_sq may be any of them.
         if (popcount(bb[side][King]) == 1 && lowest(bb[side][King]) != pos->king_sq[side]) {
             return false;
         }
     }
-    return pos->stm <= Black && pos->castle <= 15 && pos->ep_square <= NoSquare
+    return pos->stm <= Black && pos->castle <= AllCastling && pos->ep_square <= NoSquare
         && pos->key == compute_key(pos) && pos->pawn_key == compute_pawn_key(pos);
 }
 
+// The set of a square that may lie off the board, and is empty then.
 static u64 bit_on_board(i32 square)
 {
-    return square >= 0 && square < 64 ? bit(square) : 0;
+    return square >= 0 && square < NoSquare ? bit(square) : 0;
 }
 
 // Whether a pawn of the side to move could move onto ep_square although there is no enemy pawn
@@ -361,13 +384,15 @@ static bool is_false_ep_square(const Position* pos)
     return (origins & pos->bb[side][Pawn]) != 0;
 }
 
+// The texts go to the user, the first that holds. Cheap tests of what the later ones rely on come
+// first: the attack test needs a king, and sound fields.
 const char* position_defect(Position* pos)
 {
     for (i32 side = White; side <= Black; ++side) {
         if (popcount(pos->bb[side][King]) != 1) {
             return "each side needs exactly one king";
         }
-        if (popcount(pos->bb[side][0]) > max_side_pieces) {
+        if (popcount(pieces_of(pos, side)) > max_side_pieces) {
             return "a side has more than sixteen pieces";
         }
     }

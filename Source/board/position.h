@@ -46,19 +46,20 @@ struct Position {
     SearchThread* thread; // the owner; null for a board that nobody searches
     u8 board[65];         // piece codes; the 65th byte is never a square
     u64 bb[2][8];         // per side: [0] all, [1] pawns ... [6] king, [7] unused
-    u64 spare;
-    u64 key; // Zobrist key; bit 0 is the side to move
+    u64 spare;            // unused
+    u64 key;              // Zobrist key; bit 0 is the side to move
     u64 pawn_key;
     u32 piece_count[2]; // nibbles from bit 0: pawns, knights, bishops, rooks, queens
     i16 phase_mtl[2];   // knights 3, bishops 3, rooks 5, queens 10
     u8 stm;
     u8 cnt50;     // half-move clock; stops at 255
-    u8 castle;    // 1 white short, 2 white long, 4 black short, 8 black long
+    u8 castle;    // CastleRight bits
     u8 ep_square; // square passed by a double step just made, else NoSquare
     u8 king_sq[2];
 };
 
-// Steps of piece_count and weights of phase_mtl, by piece type.
+// Steps of piece_count and weights of phase_mtl, by piece type. Kings are not counted: there is
+// one.
 inline constexpr u32 count_step[8] = { 0, 1, 16, 256, 4096, 65536, 0, 0 };
 inline constexpr i16 phase_weight[8] = { 0, 0, 3, 3, 5, 10, 0, 0 };
 
@@ -114,8 +115,8 @@ inline constexpr i32 board_view_size = 8 * 18 + 1;
 void make_board_view(const Position* pos, char* out);
 
 // The Zobrist key of pos computed from its fields, and the key of its pawns alone.
-u64 compute_key(const Position* pos);
-u64 compute_pawn_key(const Position* pos);
+[[nodiscard]] u64 compute_key(const Position* pos);
+[[nodiscard]] u64 compute_pawn_key(const Position* pos);
 
 // Drops the castling rights whose king or rook is not at home. Returns how many were dropped.
 // The key is left as it is.
@@ -123,10 +124,10 @@ i32 drop_false_castling(Position* pos);
 
 // Whether bb, piece_count, phase_mtl and both keys are what board, stm, castle and ep_square
 // make them, and king_sq too for a side of one king.
-bool fields_agree(const Position* pos);
+[[nodiscard]] bool fields_agree(const Position* pos);
 
 // Why a search of pos could not run safely (a text for the user), or null if it can: one king
 // each, at most sixteen pieces a side, no pawn on the first or last rank, side not to move not in
 // check, castling rights with king and rook at home, no pawn that could step onto an en-passant
 // square that has nothing to take behind it, all derived fields in agreement with the board.
-const char* position_defect(Position* pos);
+[[nodiscard]] const char* position_defect(Position* pos);
