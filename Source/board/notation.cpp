@@ -4,21 +4,24 @@
 
 #include <cctype>
 #include <cstring>
+#include <string_view>
 
-#include "board/moves.h"
-#include "board/tables.h"
 #include "base/output.h"
 #include "base/text.h"
+#include "board/moves.h"
+#include "board/tables.h"
 
-static constexpr char piece_letters[] = " PNBRQK";
+// By piece type, and by what find_promotion returns.
+static constexpr std::string_view piece_letters = " PNBRQK";
 static constexpr char promotion_letters[] = "qnbr";
 static constexpr Move promotion_flags[4] = { PromoteQueen, PromoteKnight, PromoteBishop,
     PromoteRook };
 static constexpr i32 promotion_types[4] = { Queen, Knight, Bishop, Rook };
 
-static constexpr size_t form_size = 16;
-static constexpr i32 word_length = 127;
-static constexpr size_t opcode_size = 64;
+static constexpr i32 double_step_rank = 3; // where one ends, as its side counts
+
+static constexpr size_t form_size = 16; // bytes of a form of a move, its NUL included
+static constexpr i32 word_length = 127; // characters; the rest of a longer word is lost
 
 // ---- Moves as text
 
@@ -36,6 +39,7 @@ static i32 find_promotion(Move move)
     return -1;
 }
 
+// For forms only: cut at form_size.
 static void append(char* text, const char* more)
 {
     const size_t length = strlen(text);
@@ -54,6 +58,7 @@ static void append_promotion(char* text, i32 promotion)
     append_char(text, static_cast<char>(toupper(promotion_letters[promotion])));
 }
 
+// Both squares of a move, five bytes with the NUL.
 static void write_squares(Move move, char* out)
 {
     const char* from = square_name[from_square(move)];
@@ -65,6 +70,8 @@ static void write_squares(Move move, char* out)
     out[4] = '\0';
 }
 
+// The two dialogues differ in the promotion alone: the one is read by a program, the other by a
+// person, who may type it in again.
 void move_text(Move move, char* out)
 {
     write_squares(move, out);
@@ -73,7 +80,7 @@ void move_text(Move move, char* out)
         return;
     }
     const char letter = promotion_letters[promotion];
-    if (load(uci_mode) != 0) {
+    if (load(uci_mode) != ConsoleMode) {
         out[4] = letter;
         out[5] = '\0';
     } else {
@@ -93,10 +100,11 @@ char* move_text_or_null(Move move, char* out)
     return out;
 }
 
-// The other pieces of the moved piece's type that also reach the to-square, pinned or not.
+// The other pieces of the moved piece's type that also reach the to-square, pinned or not: to be
+// told apart from a move that is not legal does no harm.
 static u64 find_twins(const Position* pos, i32 type, i32 from, i32 to)
 {
-    const u64 occ = pos->bb[White][0] | pos->bb[Black][0] | bit(to);
+    const u64 occ = occupied(pos) | bit(to);
     u64 reach = 0;
     if (type == Knight) {
         reach = knight_attacks[to];
@@ -125,12 +133,15 @@ static void write_piece_form(char* out, char letter, char origin, bool captures,
     *out = '\0';
 }
 
+// san as people write it, san_file and san_rank always with the file or rank that the piece comes
+// from: some programs write more than they need, and one of the forms is theirs. Castling comes in
+// three ways to write it instead.
 static void write_piece_move(
     const Position* pos, Move move, char* san, char* san_file, char* san_rank)
 {
     const i32 from = from_square(move);
     const i32 to = to_square(move);
-    const i32 type = pos->board[from] & 7;
+    const i32 type = type_of(pos->board[from]);
     if (type == King && (to == from + 2 || to == from - 2)) {
         const bool is_short = to > from;
         copy_text(san, form_size, is_short ? "o-o" : "o-o-o");
@@ -157,6 +168,7 @@ static void write_piece_move(
     write_piece_form(san_rank, letter, rank, captures, to);
 }
 
+// san of a capture names the file and the square, san_file the two files alone. All three promote.
 static void write_pawn_move(const Position* pos, Move move, char* coord, char* san, char* san_file)
 {
     const i32 to = to_square(move);
@@ -189,8 +201,9 @@ static bool gives_check(Position* pos, Move move)
     const i32 from = from_square(move);
     const i32 to = to_square(move);
     const i32 promotion = find_promotion(move);
-    const i32 type = promotion < 0 ? pos->board[from] & 7 : promotion_types[promotion];
-    const u64 occ = ((pos->bb[White][0] | pos->bb[Black][0]) ^ bit(from)) | bit(to);
+    const i32 type = promotion < 0 ? type_of(pos->board[from]) : promotion_types[promotion];
+    const u64 occ = (occupied(pos) ^ bit(from)) | bit(to);
+    // Both squares of the piece are in its set then; occ leaves the old one out.
     const u64 kept = pos->bb[side][type];
     pos->bb[side][type] |= bit(to);
     const i32 checker = find_attacker(pos, pos->king_sq[side ^ 1], side, occ);
@@ -209,7 +222,7 @@ static void write_forms(
     if (move == NoMove) {
         return;
     }
-    if ((pos->board[from_square(move)] & 7) == Pawn) {
+    if (type_of(pos->board[from_square(move)]) == Pawn) {
         write_pawn_move(pos, move, coord, san, san_file);
     } else {
         write_piece_move(pos, move, san, san_file, san_rank);
@@ -229,6 +242,7 @@ void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, 
 
 // ---- Text as moves
 
+// Ends a text at the first c, if it has one.
 static void cut_at(char* text, char c)
 {
     if (char* found = strchr(text, c)) {
@@ -236,7 +250,8 @@ static void cut_at(char* text, char c)
     }
 }
 
-// Brings promotions into the form "=Q" and castling into the form "o-o".
+// Brings promotions into the form "=Q" and castling into the form "o-o". People write e8q, e8Q and
+// e8=Q, O-O and 0-0, with a check mark or without; the forms are compared in one of each.
 static void normalise_move_text(char* text)
 {
     cut_at(text, '+');
@@ -273,7 +288,8 @@ static bool move_has_text(const Position* pos, Move move, const char* text)
     return false;
 }
 
-// Stores the last legal move of a closed list that has this text. Returns how many have it.
+// Stores the last legal move of a closed list that has this text. Returns how many have it. The
+// text is compared before legality, which costs more and holds for most.
 static i32 pick_named_move(Position* pos, const MoveEntry* list, const char* text, Move* move)
 {
     i32 matches = 0;
@@ -288,17 +304,17 @@ static i32 pick_named_move(Position* pos, const MoveEntry* list, const char* tex
 }
 
 // The square in whose name a text ends, or NoSquare.
-static i32 named_target(const char* text, size_t length)
+static i32 named_target(std::string_view text)
 {
-    if (length < 2) {
+    if (text.size() < 2) {
         return NoSquare;
     }
-    const i32 file = text[length - 2] - 'a';
-    const i32 rank = text[length - 1] - '1';
+    const i32 file = text[text.size() - 2] - 'a';
+    const i32 rank = text[text.size() - 1] - '1';
     if (file < 0 || file > 7 || rank < 0 || rank > 7) {
         return NoSquare;
     }
-    return rank * 8 + file;
+    return square_at(file, rank);
 }
 
 static MoveEntry* add_candidate(const Position* pos, MoveEntry* out, i32 from, i32 to)
@@ -309,14 +325,14 @@ static MoveEntry* add_candidate(const Position* pos, MoveEntry* out, i32 from, i
     return out + 1;
 }
 
-// Moves of a piece that is no pawn onto a square; no castling.
+// Moves of a piece that is no pawn onto a square; no castling. Seen from the target: whatever
+// reaches the piece from there is reached by it.
 static MoveEntry* list_piece_moves_to(const Position* pos, i32 type, i32 to, MoveEntry* out)
 {
-    const u64 own = pos->bb[pos->stm][0];
-    if (own & bit(to)) {
+    if (pieces_of(pos, pos->stm) & bit(to)) {
         return out;
     }
-    const u64 occ = own | pos->bb[pos->stm ^ 1][0];
+    const u64 occ = occupied(pos);
     u64 reach = 0;
     if (type == Knight) {
         reach = knight_attacks[to];
@@ -341,15 +357,15 @@ static MoveEntry* list_pawn_steps_to(const Position* pos, i32 to, MoveEntry* out
 {
     const i32 side = pos->stm;
     const i32 step = pawn_step[side];
-    const i32 pawn = Pawn + 8 * side;
-    const i32 rank = to >> 3;
-    if (rank == 0 || rank == 7 || pos->board[to] != 0) {
+    const i32 pawn = piece_code(side, Pawn);
+    const i32 rank = rank_of(to);
+    if (rank == 0 || rank == 7 || pos->board[to] != NoPiece) {
         return out;
     }
     if (pos->board[to - step] == pawn) {
         return add_candidate(pos, out, to - step, to);
     }
-    if (rank == (side == White ? 3 : 4) && pos->board[to - step] == 0
+    if (relative_rank(side, to) == double_step_rank && pos->board[to - step] == NoPiece
         && pos->board[to - 2 * step] == pawn) {
         return add_candidate(pos, out, to - 2 * step, to);
     }
@@ -360,33 +376,34 @@ static MoveEntry* list_pawn_steps_to(const Position* pos, i32 to, MoveEntry* out
 // to leave out. Every form but a pawn's capture by files, a promotion and castling ends in the
 // target square; only the forms of pieces begin with a capital, and the only form of two
 // characters that ends in a digit is a pawn's step.
-static MoveEntry* list_candidates(const Position* pos, const char* text, MoveEntry* out)
+static MoveEntry* list_candidates(const Position* pos, std::string_view text, MoveEntry* out)
 {
-    const size_t length = strlen(text);
-    const i32 to = named_target(text, length);
+    const i32 to = named_target(text);
     if (to != NoSquare) {
-        const char* letter = strchr(piece_letters + Knight, text[0]);
-        if (letter != nullptr) {
-            return list_piece_moves_to(pos, static_cast<i32>(letter - piece_letters), to, out);
+        const size_t type = piece_letters.find(text[0], Knight);
+        if (type != piece_letters.npos) {
+            return list_piece_moves_to(pos, static_cast<i32>(type), to, out);
         }
-        if (length == 2) {
+        if (text.size() == 2) {
             return list_pawn_steps_to(pos, to, out);
         }
     }
 
-    const bool is_castling = text[0] == 'o';
+    const bool is_castling = text.starts_with('o');
     const MoveEntry* end = gen_moves_into(pos, out);
     for (const MoveEntry* entry = out; entry < end; ++entry) {
         if (to != NoSquare && to_square(entry->move) != to) {
             continue;
         }
-        if (!is_castling || (entry->moved & 7) == King) {
+        if (!is_castling || type_of(entry->moved) == King) {
             *out++ = *entry;
         }
     }
     return out;
 }
 
+// A game has some eighty moves and a file of games millions, so the few moves that a text can mean
+// are made from its words, rather than the text of every move that there is.
 i32 parse_move(Position* pos, char* text, Move* move)
 {
     MoveEntry candidates[max_list_moves + 1];
@@ -398,7 +415,7 @@ i32 parse_move(Position* pos, char* text, Move* move)
 
 // ---- EPD operations
 
-// The four fields of the position, up to the fourth blank.
+// The four fields of the position, up to the fourth blank. Returns that blank, or the end.
 static const char* read_position_fields(const char* line, char* pos_text)
 {
     i32 blanks = 0;
@@ -415,11 +432,11 @@ static const char* read_position_fields(const char* line, char* pos_text)
     return line;
 }
 
-// An operation of an EPD line: its first word and what stands behind it up to the semicolon.
+// An operation of an EPD line: its first word and what stands behind it up to the semicolon, blanks
+// and all. Both are parts of the line.
 struct EpdOperation {
-    char opcode[opcode_size]; // cut if it is longer
-    const char* operand;
-    const char* end; // the semicolon
+    std::string_view opcode;
+    std::string_view operand;
 };
 
 // Where the operations of a line begin: behind the position and, in a line that is really a FEN,
@@ -436,38 +453,34 @@ static const char* find_operations(const char* line)
 // and for an operation that no semicolon closes.
 static bool read_operation(const char** line, EpdOperation* operation)
 {
-    const char* text = *line;
-    size_t length = 0;
-    for (; *text != '\0' && *text != ' '; ++text) {
-        if (length < opcode_size - 1) {
-            operation->opcode[length++] = *text;
-        }
-    }
-    operation->opcode[length] = '\0';
-    operation->operand = text;
-    operation->end = strchr(text, ';');
-    if (operation->end == nullptr) {
+    const size_t length = strcspn(*line, " ");
+    operation->opcode = { *line, length };
+    const char* text = *line + length;
+    const char* end = strchr(text, ';');
+    if (end == nullptr) {
         return false;
     }
-    *line = skip_blanks(operation->end + 1);
+    operation->operand = { text, static_cast<size_t>(end - text) };
+    *line = skip_blanks(end + 1);
     return true;
 }
 
-static void copy_without_blanks(const EpdOperation* operation, char* out)
+static void copy_without_blanks(std::string_view operand, char* out)
 {
     i32 length = 0;
-    for (const char* c = operation->operand; c < operation->end; ++c) {
-        if (*c != ' ' && length < epd_operand_size - 1) {
-            out[length++] = *c;
+    for (const char c : operand) {
+        if (c != ' ' && length < epd_operand_size - 1) {
+            out[length++] = c;
         }
     }
     out[length] = '\0';
 }
 
+// A later operation of the same name replaces an earlier one.
 i32 read_epd_ops(const char* line, char* pos_text, char* bm, char* am, char* id, char* ce, char* c0)
 {
     struct Wanted {
-        const char* opcode;
+        std::string_view opcode;
         char* operand;
     };
     const Wanted all_wanted[5] = { { "bm", bm }, { "am", am }, { "id", id }, { "ce", ce },
@@ -480,8 +493,8 @@ i32 read_epd_ops(const char* line, char* pos_text, char* bm, char* am, char* id,
     EpdOperation operation;
     while (read_operation(&line, &operation)) {
         for (const Wanted& wanted : all_wanted) {
-            if (strcmp(operation.opcode, wanted.opcode) == 0) {
-                copy_without_blanks(&operation, wanted.operand);
+            if (operation.opcode == wanted.opcode) {
+                copy_without_blanks(operation.operand, wanted.operand);
             }
         }
     }
@@ -495,13 +508,13 @@ void read_epd_list(const char* line, const char* opcode, char* operand, size_t s
     line = find_operations(read_position_fields(line, pos_text));
     EpdOperation operation;
     while (read_operation(&line, &operation)) {
-        const size_t length = static_cast<size_t>(operation.end - operation.operand);
-        if (strcmp(operation.opcode, opcode) == 0) {
-            copy_text(operand, length < size ? length + 1 : size, operation.operand);
+        if (operation.opcode == opcode) {
+            operand[operation.operand.copy(operand, size - 1)] = '\0';
         }
     }
 }
 
+// A static buffer, since a caller that walks over a line needs one word at a time only.
 char* next_word(const char* text)
 {
     static char word[word_length + 1];

@@ -1,4 +1,5 @@
-// Moves as text, and the text side of EPD lines.
+// Moves as text, and the text side of EPD lines. Texts are of ASCII and closed by NUL; what is too
+// long for its buffer is cut, never an error.
 #pragma once
 
 #include "board/position.h"
