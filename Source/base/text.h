@@ -2,13 +2,15 @@
 // they go, a text without digits gives 0, and what a type cannot hold becomes its nearest value.
 #pragma once
 
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 
 #include "base/types.h"
 
-// Copies src into dst, cut to size - 1 characters, always closed by NUL. size is at least 1.
+// Copies src into dst, cut to size - 1 characters, always closed by NUL. size is at least 1. The
+// two may overlap, as where a part of a text takes the place of the whole.
 inline void copy_text(char* dst, size_t size, const char* src)
 {
     const size_t count = strnlen(src, size - 1);
@@ -27,10 +29,33 @@ inline constexpr bool is_digit(char c)
     return c >= '0' && c <= '9';
 }
 
-// The decimal number at the start of text, saturated.
+// Whether c is white space of ASCII, whatever the locale: a blank, or one of the five characters
+// from the tabulator to the carriage return.
+inline constexpr bool is_space(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// The decimal number at the start of text, saturated. White space and one sign may stand before it.
+// Only the number is looked at: it may stand at the start of a line as long as a file.
 inline i64 read_integer(const char* text)
 {
-    return strtoll(text, nullptr, 10);
+    while (is_space(*text)) {
+        ++text;
+    }
+    const bool negative = *text == '-';
+    const char* digits = negative || *text == '+' ? text + 1 : text;
+    const char* end = digits;
+    while (is_digit(*end)) {
+        ++end;
+    }
+    // from_chars knows the minus alone, and leaves the value as it is where it reports an error.
+    i64 value = 0;
+    const std::from_chars_result result = std::from_chars(negative ? text : digits, end, value);
+    if (result.ec == std::errc::result_out_of_range) {
+        return negative ? std::numeric_limits<i64>::min() : std::numeric_limits<i64>::max();
+    }
+    return value;
 }
 
 // The same for an i32.
@@ -46,7 +71,9 @@ inline i32 read_i32(const char* text)
     return static_cast<i32>(value);
 }
 
-// The real number at the start of text; not a number gives 0.
+// The real number at the start of text; not a number gives 0. By strtod, because a user may write
+// what it reads and from_chars does not: white space, a plus, a hexadecimal number, or one too
+// large for any, which is infinity.
 inline f64 read_real(const char* text)
 {
     const f64 value = strtod(text, nullptr);
