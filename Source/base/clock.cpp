@@ -11,6 +11,8 @@ f64 monotonic_seconds()
     return static_cast<f64>(now.tv_sec) + static_cast<f64>(now.tv_nsec) * 1e-9;
 }
 
+// By select, which takes the time in microseconds and returns early where a signal comes: all who
+// sleep here look again afterwards.
 void sleep_microseconds(i32 microseconds)
 {
     timeval timeout = { microseconds / 1000000, microseconds % 1000000 };

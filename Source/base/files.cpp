@@ -9,10 +9,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-static constexpr char byte_order_mark[] = "\xef\xbb\xbf";
+static constexpr char byte_order_mark[] = "\xef\xbb\xbf"; // in UTF-8
 
 constinit i32 exit_status = 0;
 
+// Opened without blocking: a pipe that nobody writes would keep the call itself from coming back.
+// For a regular file the flag changes nothing.
 FILE* open_regular_file(const char* path, bool append)
 {
     const int mode = append ? O_WRONLY | O_CREAT | O_APPEND : O_RDONLY;
@@ -60,6 +62,7 @@ void skip_byte_order_mark(LineReader* reader)
     }
 }
 
+// A NUL in the file is copied like any other character; the caller's text ends there.
 i32 read_line_piece(LineReader* reader, char* line, i32 size)
 {
     const size_t limit = static_cast<size_t>(size) - 1;
@@ -109,6 +112,7 @@ FILE* open_or_complain(const char* name)
     return nullptr;
 }
 
+// By device and number: the same file may have many names. A link of that name is not the file.
 bool is_named(FILE* file, const char* name)
 {
     struct stat status;
@@ -127,6 +131,8 @@ static int find_write_error(FILE* file)
     return errno != 0 ? errno : EIO;
 }
 
+// An error may show first when the buffer is written out, or only when the file is closed; the
+// first one is the one to tell.
 int close_written_file(FILE* file)
 {
     int error = 0;
@@ -154,6 +160,8 @@ static bool is_being_written(const char* name)
     return locked;
 }
 
+// The lock is held by the open file and goes with it, however the process ends. What is there under
+// the name and is not locked was left by a run that did not end well.
 int open_output(OutputFile* out, const char* name, const char* unfinished)
 {
     out->name = name;

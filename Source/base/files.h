@@ -37,7 +37,7 @@ void skip_byte_order_mark(LineReader* reader);
 [[nodiscard]] FILE* open_or_complain(const char* name);
 
 // Whether an open file is the one of that name.
-bool is_named(FILE* file, const char* name);
+[[nodiscard]] bool is_named(FILE* file, const char* name);
 
 // Closes a file that was written. Returns 0, or the error that kept it from taking all.
 [[nodiscard]] int close_written_file(FILE* file);

@@ -8,6 +8,7 @@ struct SpinLock {
     std::atomic<bool> taken;
 };
 
+// For SpinGuard, which cannot forget the second. A thread must not take a lock that it holds.
 void lock_spin(SpinLock* lock);
 void unlock_spin(SpinLock* lock);
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <string_view>
 #include <poll.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -27,16 +28,17 @@ static constinit Shared<i32> last_output_error {};
 
 // Writes all of two pieces to standard output, the first call with both of them, however slow the
 // reader is. A reader that is gone or a descriptor that cannot be written ends the attempt.
-static void write_pieces(const char* text, size_t text_size, const char* tail, size_t tail_size)
+static void write_pieces(std::string_view text, std::string_view tail)
 {
-    while (text_size + tail_size > 0) {
+    while (text.size() + tail.size() > 0) {
         const iovec pieces[2] = {
-            { const_cast<char*>(text), text_size },
-            { const_cast<char*>(tail), tail_size },
+            { const_cast<char*>(text.data()), text.size() },
+            { const_cast<char*>(tail.data()), tail.size() },
         };
-        const ssize_t count = tail_size == 0 ? write(STDOUT_FILENO, text, text_size)
-                                             : writev(STDOUT_FILENO, pieces, 2);
+        const ssize_t count = tail.empty() ? write(STDOUT_FILENO, text.data(), text.size())
+                                           : writev(STDOUT_FILENO, pieces, 2);
         if (count < 0) {
+            // A descriptor that does not block is waited for here: half a line would be worse.
             if (errno == EAGAIN || errno == EWOULDBLOCK) {
                 pollfd writable = { STDOUT_FILENO, POLLOUT, 0 };
                 poll(&writable, 1, -1);
@@ -47,11 +49,9 @@ static void write_pieces(const char* text, size_t text_size, const char* tail, s
             continue;
         }
         const size_t written = static_cast<size_t>(count);
-        const size_t of_text = written < text_size ? written : text_size;
-        text += of_text;
-        text_size -= of_text;
-        tail += written - of_text;
-        tail_size -= written - of_text;
+        const size_t of_text = written < text.size() ? written : text.size();
+        text.remove_prefix(of_text);
+        tail.remove_prefix(written - of_text);
     }
 }
 
@@ -65,35 +65,38 @@ bool is_logging()
     return load(logging) != 0;
 }
 
-// Writes a line to the log if one is open; the caller holds output_lock.
-static void write_log_line(const char* text, size_t size)
+// Writes a line to the log if one is open; the caller holds output_lock. Each line is flushed: a
+// log is read when the program has ended in a way that nobody expected.
+static void write_log_line(std::string_view text)
 {
     if (log_file == nullptr) {
         return;
     }
-    fwrite(text, 1, size, log_file);
+    fwrite(text.data(), 1, text.size(), log_file);
     fputc('\n', log_file);
     fflush(log_file);
 }
 
+// The line feed is put behind a copy, outside of the lock; only a line that no buffer holds goes
+// out in two pieces.
 void print_line(const char* text)
 {
-    const size_t size = strlen(text);
+    const std::string_view words = text;
     char line[line_buffer_size];
-    const bool fits = size < sizeof line;
+    const bool fits = words.size() < sizeof line;
     if (fits) {
-        memcpy(line, text, size);
-        line[size] = '\n';
+        words.copy(line, words.size());
+        line[words.size()] = '\n';
     }
 
     const SpinGuard guard(&output_lock);
     if (fits) {
-        write_pieces(line, size + 1, nullptr, 0);
+        write_pieces({ line, words.size() + 1 }, {});
     } else {
-        write_pieces(text, size, "\n", 1);
+        write_pieces(words, "\n");
     }
     if (is_logging()) {
-        write_log_line(text, size);
+        write_log_line(words);
     }
 }
 
@@ -116,7 +119,7 @@ void print_plain(const char* format, ...)
     va_end(args);
 
     const SpinGuard guard(&output_lock);
-    write_pieces(text, strlen(text), nullptr, 0);
+    write_pieces(text, {});
 }
 
 i32 output_error()
@@ -133,9 +136,11 @@ void log_line(const char* format, ...)
     va_end(args);
 
     const SpinGuard guard(&output_lock);
-    write_log_line(text, strlen(text));
+    write_log_line(text);
 }
 
+// An older log is unlinked, not cut: what has it open keeps it, and a name that is a link to some
+// other file does that no harm.
 i32 open_log()
 {
     if (log_file != nullptr) {

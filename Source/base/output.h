@@ -31,7 +31,7 @@ void print_line(const char* text);
 [[gnu::format(printf, 1, 2)]] void print_plain(const char* format, ...);
 
 // The error that kept a line from standard output, 0 if all of them have left.
-i32 output_error();
+[[nodiscard]] i32 output_error();
 
 // Writes a formatted line to the log alone, if one is open; whether logging is on is the caller's
 // to ask.
@@ -39,7 +39,7 @@ i32 output_error();
 
 // Opens vesk.log in the current directory, replacing an old one. Returns 1, or 0 if the old
 // file cannot be unlinked or the new one not opened; a second call with an open log returns 1.
-i32 open_log();
+[[nodiscard]] i32 open_log();
 
 // Closes the log if it is open.
 void close_log();
