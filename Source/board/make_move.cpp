@@ -119,6 +119,23 @@ static inline void shift_rook(Position* pos, i32 side, i32 from, i32 to)
     pos->bb[side][Rook] ^= squares;
 }
 
+// Takes a piece off the to-square of a move, all but its entry of board, which the mover
+// overwrites. Returns what is to be XORed into the key.
+static inline u64 take_piece(Position* pos, i32 square, i32 captured)
+{
+    const i32 owner = side_of(captured);
+    const i32 type = type_of(captured);
+    const u64 key = zobrist[captured][square];
+    count_piece(pos, owner, type, -1);
+    pos->bb[owner][0] &= ~bit(square);
+    pos->bb[owner][type] &= ~bit(square);
+    if (type == Pawn) {
+        pos->pawn_key ^= key;
+    }
+    pos->cnt50 = 0;
+    return key;
+}
+
 // The pawn's share of a move: its own key, the double step, en passant and promotion. Returns
 // what is to be XORed into the key beyond the from-square.
 static inline u64 finish_pawn_move(Position* pos, Move move, i32 side, i32 old_ep_square)
@@ -160,6 +177,24 @@ static inline u64 finish_pawn_move(Position* pos, Move move, i32 side, i32 old_e
     return to_key;
 }
 
+// The king's share of a move: where he stands now, and his rook if he castles. Returns what is to
+// be XORed into the key for the rook.
+static inline u64 finish_king_move(Position* pos, i32 side, i32 from, i32 to)
+{
+    pos->king_sq[side] = static_cast<u8>(to);
+    if (!is_castling_step(from, to)) {
+        return 0;
+    }
+    const i32 rook_from = castling_rook_from(from, to);
+    const i32 rook_to = castling_rook_to(from, to);
+    const i32 rook = piece_code(side, Rook);
+    shift_rook(pos, side, rook_from, rook_to);
+    // The clock starts anew, although castling takes nothing and moves no pawn: no position before
+    // it can come back, so the draw scan need not look there.
+    pos->cnt50 = 0;
+    return zobrist[rook][rook_from] ^ zobrist[rook][rook_to];
+}
+
 // Its steps are in the order of what they need: the undo record before anything changes, the victim
 // before its square is taken.
 void make_move(Position* pos, Move move)
@@ -192,17 +227,8 @@ void make_move(Position* pos, Move move)
     }
 
     // 2. The piece that is taken.
-    if (captured != 0) {
-        const i32 owner = side_of(captured);
-        const i32 type = type_of(captured);
-        count_piece(pos, owner, type, -1);
-        pos->bb[owner][0] &= ~bit(to);
-        pos->bb[owner][type] &= ~bit(to);
-        key ^= zobrist[captured][to];
-        if (type == Pawn) {
-            pos->pawn_key ^= zobrist[captured][to];
-        }
-        pos->cnt50 = 0;
+    if (captured != NoPiece) {
+        key ^= take_piece(pos, to, captured);
     }
 
     // 3. The piece that moves.
@@ -220,17 +246,7 @@ void make_move(Position* pos, Move move)
     } else {
         key ^= zobrist[moved][to];
         if (type == King) {
-            if (is_castling_step(from, to)) {
-                const i32 rook_from = castling_rook_from(from, to);
-                const i32 rook_to = castling_rook_to(from, to);
-                const i32 rook = piece_code(side, Rook);
-                shift_rook(pos, side, rook_from, rook_to);
-                key ^= zobrist[rook][rook_from] ^ zobrist[rook][rook_to];
-                // The clock starts anew, although castling takes nothing and moves no pawn: no
-                // position before it can come back, so the draw scan need not look there.
-                pos->cnt50 = 0;
-            }
-            pos->king_sq[side] = static_cast<u8>(to);
+            key ^= finish_king_move(pos, side, from, to);
         }
     }
 
