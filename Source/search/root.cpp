@@ -134,8 +134,8 @@ void publish_result(SearchThread* thread, bool print)
     if (move != result->result_pv[1]) {
         store(result->last_change_depth, thread->completed_depth);
     }
-    // The parts are stored one by one. The clock reads the score alone, and the main thread takes
-    // the whole only when no worker is busy.
+    // The parts are stored one by one. The clock reads single scores and depths meanwhile; the main
+    // thread takes the whole only when no worker is busy.
     store(result->result_score, thread->score);
     result->result_depth = static_cast<i8>(thread->completed_depth);
     memcpy(result->result_pv, thread->pv, sizeof result->result_pv);
