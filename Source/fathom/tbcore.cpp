@@ -1,4 +1,6 @@
-// The registry of endgame tables: a pool of entries, and a hash from material key to entry.
+// The registry of endgame tables: a pool of entries, and a hash from material key to entry. All of
+// it is static: a probe that holds an entry's address holds a valid one, and what tb_init frees are
+// only the mapped files and their decoding records.
 #include "fathom/tbcore.h"
 
 #include <algorithm>
@@ -6,6 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
+#include <numeric>
+#include <span>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,28 +19,35 @@
 #include "fathom/tbmoves.h"
 #include "fathom/tbtable.h"
 
-static constexpr i32 TBMAX_PIECE = 254;
-static constexpr i32 TBMAX_PAWN = 256;
-static constexpr i32 HSHMAX = 5;
-static constexpr i32 hash_bits = 10;
-static constexpr i32 path_size = 256;
+// All materials of 3 to 6 pieces: 4 + 20 + 60 + 170 without pawns, 1 + 10 + 50 + 195 with them.
+static constexpr i32 max_piece_tables = 254;
+static constexpr i32 max_pawn_tables = 256;
 
+static constexpr i32 hash_bits = 10;
+static constexpr i32 bucket_size = 5; // slots for keys of the same hash_bits highest bits
+static constexpr i32 path_size = 256; // a file's path with its NUL; longer ones are not opened
+
+// The key is atomic because a worker may forget a table while others look tables up. The entry is
+// not: it changes in tb_init alone. So a slot once taken stays taken, forgotten or not.
 struct TbHashSlot {
     Shared<u64> key; // 0 when the table has been forgotten
     TbEntry* entry;  // null in a free slot
 };
 
 constinit i32 tb_largest = 0;
-static constinit TbEntryPiece tb_pieces[TBMAX_PIECE] = {};
-static constinit TbEntryPawn tb_pawns[TBMAX_PAWN] = {};
+static constinit TbEntryPiece tb_pieces[max_piece_tables] = {};
+static constinit TbEntryPawn tb_pawns[max_pawn_tables] = {};
 static constinit i32 tb_piece_count = 0;
 static constinit i32 tb_pawn_count = 0;
-static constinit TbHashSlot tb_hash[1 << hash_bits][HSHMAX] = {};
+static constinit TbHashSlot tb_hash[1 << hash_bits][bucket_size] = {};
 static constinit char* path_copy = nullptr; // cut into the directories
 static constinit const char** tb_paths = nullptr;
 static constinit i32 tb_path_count = 0;
 
-// The letters of a name in their order, and what one piece adds to the key, by side.
+// The letters of a name in their order, and what one piece adds to the key, by side. A key is the
+// sum over all pieces but the kings, so it needs no board, and adding up counts gives the same as
+// adding up pieces. The values are random but fixed: a drawn root's move is chosen by such a key,
+// and the same position must get the same move in every run.
 static constexpr struct {
     char letter;
     i32 type;
@@ -46,7 +59,7 @@ static constexpr struct {
     { 'N', Knight, { 0xd2fb81862830191f, 0xbaeb854cd3259441 } },
     { 'P', Pawn, { 0xec0ade190c0f6003, 0xa24f0f571bb202e7 } },
 };
-static constexpr i32 kind_count = 5;
+static constexpr i32 kind_count = std::size(kinds);
 
 // ---- Material
 
@@ -62,6 +75,7 @@ u64 tb_material_key(const TbPos* pos, bool mirror)
     return key;
 }
 
+// Writes one side's letters, its king first, as far as end. Returns where the next one goes.
 static char* append_letters(const TbPos* pos, i32 white, char* out, const char* end)
 {
     *out++ = 'K';
@@ -76,6 +90,7 @@ static char* append_letters(const TbPos* pos, i32 white, char* out, const char* 
 void tb_table_name(const TbPos* pos, char* out, bool mirror)
 {
     // A board of more pieces than a name has room for has no table: what is cut does not matter.
+    // Behind the letters there must be room for the 'v', the second king and the NUL.
     const char* end = out + tb_name_size - 3;
     out = append_letters(pos, !mirror, out, end);
     *out++ = 'v';
@@ -85,12 +100,20 @@ void tb_table_name(const TbPos* pos, char* out, bool mirror)
 
 // ---- Lookup
 
+using TbBucket = TbHashSlot[bucket_size];
+
+static TbBucket& bucket_of(u64 key)
+{
+    return tb_hash[key >> (64 - hash_bits)];
+}
+
+// The whole bucket is looked through: behind a forgotten slot others may still be in use. A free
+// slot and a forgotten one have key 0, which no table has: it is that of bare kings.
 static TbHashSlot* find_slot(u64 key)
 {
-    TbHashSlot* bucket = tb_hash[key >> (64 - hash_bits)];
-    for (i32 i = 0; i < HSHMAX; ++i) {
-        if (bucket[i].entry != nullptr && load(bucket[i].key) == key) {
-            return &bucket[i];
+    for (TbHashSlot& slot : bucket_of(key)) {
+        if (slot.entry != nullptr && load(slot.key) == key) {
+            return &slot;
         }
     }
     return nullptr;
@@ -112,6 +135,11 @@ void tb_forget(u64 key)
 
 // ---- Entering tables
 
+// The pools have room for every material, and the keys' values let all of them into the buckets, so
+// tb_init never comes here. Only a change to this file does: a material entered twice, a kind of
+// piece or a piece count more, other keys. Such a program must not play on with some of its tables,
+// and there is nothing that a caller could do about it: it ends here, before any search. The words
+// of the messages are fixed: they name the limits as they were first called.
 [[noreturn]] static void limit_passed(const char* limit)
 {
     fprintf(stderr, "%s too low!\n", limit);
@@ -120,64 +148,60 @@ void tb_forget(u64 key)
 
 static void enter_key(u64 key, TbEntry* entry)
 {
-    TbHashSlot* bucket = tb_hash[key >> (64 - hash_bits)];
-    for (i32 i = 0; i < HSHMAX; ++i) {
-        if (bucket[i].entry == nullptr) {
-            store(bucket[i].key, key);
-            bucket[i].entry = entry;
+    for (TbHashSlot& slot : bucket_of(key)) {
+        if (slot.entry == nullptr) {
+            store(slot.key, key);
+            slot.entry = entry;
             return;
         }
     }
     limit_passed("HSHMAX");
 }
 
-// Counts the pieces of a name by code, the side named second with 8 added.
-static void count_pieces(const char* name, u8* count)
+// Pieces of a material by code, the side named first as White.
+using PieceCounts = std::span<u8, tb_code_count>;
+using ConstPieceCounts = std::span<const u8, tb_code_count>;
+
+static void count_pieces(std::string_view name, PieceCounts count)
 {
-    i32 second = 0;
-    for (; *name != '\0'; ++name) {
-        if (*name == 'v') {
-            second = 8;
-        } else if (*name == 'K') {
-            ++count[King + second];
+    i32 side = White;
+    for (const char letter : name) {
+        if (letter == 'v') {
+            side = Black;
+        } else if (letter == 'K') {
+            ++count[static_cast<size_t>(piece_code(side, King))];
         }
         for (const auto& kind : kinds) {
-            if (*name == kind.letter) {
-                ++count[kind.type + second];
+            if (letter == kind.letter) {
+                ++count[static_cast<size_t>(piece_code(side, kind.type))];
             }
         }
     }
 }
 
-static u64 key_of_counts(const u8* count, bool mirror)
+static u64 key_of_counts(ConstPieceCounts count, bool mirror)
 {
     u64 key = 0;
     for (const auto& kind : kinds) {
-        key += count[kind.type] * kind.key[mirror] + count[kind.type + 8] * kind.key[!mirror];
+        key += count[static_cast<size_t>(piece_code(White, kind.type))] * kind.key[mirror]
+            + count[static_cast<size_t>(piece_code(Black, kind.type))] * kind.key[!mirror];
     }
     return key;
 }
 
-// With three single pieces these lead the index, with two the kings do.
-static u8 encoding_of(const u8* count)
+// Both kings are always single, so there are two single pieces at least.
+static TbEncoding encoding_of(ConstPieceCounts count)
 {
-    i32 single = 0;
-    u8 smallest = 16;
-    for (i32 code = 0; code < 16; ++code) {
-        single += count[code] == 1;
-        if (count[code] >= 2) {
-            smallest = std::min(smallest, count[code]);
-        }
-    }
-    return single >= 3 ? 0 : single == 2 ? 2 : static_cast<u8>(smallest + 1);
+    return std::count(count.begin(), count.end(), 1) >= 3 ? LeadThreeSingle : LeadKings;
 }
 
-// The pawns of the leading side first: the one with fewer, if it has any.
+// The pawns of the leading side first: by the format the one with fewer pawns, if it has any, and
+// with as many on both sides the one named first.
 static void order_pawns(TbEntry* entry)
 {
     u8* pawns = entry->pawns;
-    pawns[0] = entry->count[Pawn];
-    pawns[1] = entry->count[Pawn + 8];
+    pawns[0] = entry->count[piece_code(White, Pawn)];
+    pawns[1] = entry->count[piece_code(Black, Pawn)];
     if (pawns[1] > 0 && (pawns[0] == 0 || pawns[0] > pawns[1])) {
         std::swap(pawns[0], pawns[1]);
     }
@@ -186,41 +210,42 @@ static void order_pawns(TbEntry* entry)
 static TbEntry* new_entry(bool has_pawns)
 {
     if (has_pawns) {
-        if (tb_pawn_count == TBMAX_PAWN) {
+        if (tb_pawn_count == max_pawn_tables) {
             limit_passed("TBMAX_PAWN limit");
         }
         return &tb_pawns[tb_pawn_count++].head;
     }
-    if (tb_piece_count == TBMAX_PIECE) {
+    if (tb_piece_count == max_piece_tables) {
         limit_passed("TBMAX_PIECE limit");
     }
     return &tb_pieces[tb_piece_count++].head;
 }
 
+// The pool's records are used again by the next tb_init, so every field is set that the last use
+// may have left behind; the sections' decoding records have been freed by then.
 void tb_add_table(const char* name)
 {
-    u8 count[16] = {};
+    u8 count[tb_code_count] = {};
     count_pieces(name, count);
     const u64 key = key_of_counts(count, false);
     const u64 mirrored = key_of_counts(count, true);
-    TbEntry* entry = new_entry(count[Pawn] + count[Pawn + 8] != 0);
-    entry->has_pawns = count[Pawn] + count[Pawn + 8] != 0;
+    const bool has_pawns = count[piece_code(White, Pawn)] + count[piece_code(Black, Pawn)] != 0;
+    TbEntry* entry = new_entry(has_pawns);
+    entry->has_pawns = has_pawns;
     entry->data = nullptr;
     entry->mapping_size = 0;
     entry->key = key;
     entry->symmetric = key == mirrored;
     store(entry->ready, 0);
-    entry->num = 0;
-    for (i32 code = 0; code < 16; ++code) {
-        entry->count[code] = count[code];
-        entry->num = static_cast<u8>(entry->num + count[code]);
-    }
+    std::copy_n(count, tb_code_count, entry->count);
+    entry->num = static_cast<u8>(std::accumulate(count, count + tb_code_count, 0));
     tb_largest = std::max<i32>(tb_largest, entry->num);
     if (entry->has_pawns) {
         order_pawns(entry);
     } else {
         entry->enc_type = encoding_of(count);
     }
+    // One file serves both colours: a position with the sides exchanged has the mirrored key.
     enter_key(key, entry);
     if (mirrored != key) {
         enter_key(mirrored, entry);
@@ -237,12 +262,15 @@ i32 tb_open_file(const char* name, const char* suffix)
         if (length >= path_size) {
             return -1;
         }
-        // O_NONBLOCK: opening a pipe would wait for its writer.
+        // O_NONBLOCK: opening a pipe would wait for its writer. O_CLOEXEC: a child must not keep
+        // the files of its parent open.
         const i32 descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
         struct stat status;
         if (descriptor < 0) {
             continue;
         }
+        // Where nothing can be learned the descriptor is handed on: map_file meets the same error
+        // and tells it.
         if (fstat(descriptor, &status) != 0 || S_ISREG(status.st_mode)) {
             return descriptor;
         }
@@ -251,7 +279,8 @@ i32 tb_open_file(const char* name, const char* suffix)
     return -1;
 }
 
-// Cuts a copy of path into tb_paths. Returns false if there is no memory.
+// Cuts a copy of path into tb_paths. Returns false if there is no memory. A path of length
+// characters names at most length / 2 + 1 directories, as every ':' stands between two of them.
 static bool set_paths(const char* path)
 {
     const size_t length = strlen(path);
@@ -270,6 +299,7 @@ static bool set_paths(const char* path)
 }
 
 // Frees what the last call held and empties the registry, so that nothing freed is probed again.
+// tb_largest goes to 0 before new tables come: without any, every probe ends at its first test.
 static void clear_registry()
 {
     free(path_copy);
@@ -285,7 +315,7 @@ static void clear_registry()
     }
     tb_clear_dtz_cache();
     tb_largest = 0;
-    for (TbHashSlot(&bucket)[HSHMAX] : tb_hash) {
+    for (TbBucket& bucket : tb_hash) {
         for (TbHashSlot& slot : bucket) {
             store(slot.key, 0);
             slot.entry = nullptr;
@@ -295,35 +325,45 @@ static void clear_registry()
 
 // ---- All materials
 
-// How many pieces each side has besides the king, in the order of search.
+// How many pieces each side has besides the king, in the order of search. The side named first has
+// no fewer than the other: that is how the files are called.
 static constexpr i32 group_sizes[][2] = { { 1, 0 }, { 1, 1 }, { 2, 0 }, { 2, 1 }, { 3, 0 },
     { 2, 2 }, { 3, 1 }, { 4, 0 } };
 
-// Moves on to the next group of letters in nondecreasing order of kinds; false after the last.
-static bool next_group(i32* group, i32 size)
+// Pieces of one side besides its king, as places in kinds, in nondecreasing order: the letters of a
+// name stand so, and every material is met once.
+using Group = std::span<i32>;
+
+// Moves on to the next group of as many pieces; false after the last. The hindmost letter that can
+// go on does, and those behind it follow with the same one.
+static bool next_group(Group group)
 {
-    for (i32 i = size - 1; i >= 0; --i) {
+    for (size_t i = group.size(); i-- > 0;) {
         if (group[i] + 1 < kind_count) {
-            std::fill(group + i, group + size, group[i] + 1);
+            std::fill(group.begin() + static_cast<ptrdiff_t>(i), group.end(), group[i] + 1);
             return true;
         }
     }
     return false;
 }
 
-static void add_if_found(const i32* first, i32 first_size, const i32* second, i32 second_size)
+static char* append_group(Group group, char* out)
+{
+    *out++ = 'K';
+    for (const i32 kind : group) {
+        *out++ = kinds[kind].letter;
+    }
+    return out;
+}
+
+// Enters the material if its win/draw/loss file is there. The file is only opened, not read: what
+// is in it is found out by the first probe.
+static void add_if_found(Group first, Group second)
 {
     char name[tb_name_size];
-    char* out = name;
-    *out++ = 'K';
-    for (i32 i = 0; i < first_size; ++i) {
-        *out++ = kinds[first[i]].letter;
-    }
+    char* out = append_group(first, name);
     *out++ = 'v';
-    *out++ = 'K';
-    for (i32 i = 0; i < second_size; ++i) {
-        *out++ = kinds[second[i]].letter;
-    }
+    out = append_group(second, out);
     *out = '\0';
     const i32 descriptor = tb_open_file(name, ".rtbw");
     if (descriptor >= 0) {
@@ -336,16 +376,18 @@ static void add_if_found(const i32* first, i32 first_size, const i32* second, i3
 // come behind the second.
 static void add_tables(i32 first_size, i32 second_size)
 {
-    i32 first[tb_max_pieces] = {};
+    i32 first_letters[tb_max_pieces] = {};
+    const Group first(first_letters, static_cast<size_t>(first_size));
     do {
-        i32 second[tb_max_pieces] = {};
+        i32 second_letters[tb_max_pieces] = {};
+        const Group second(second_letters, static_cast<size_t>(second_size));
         if (first_size == second_size) {
-            std::copy_n(first, first_size, second);
+            std::copy(first.begin(), first.end(), second.begin());
         }
         do {
-            add_if_found(first, first_size, second, second_size);
-        } while (next_group(second, second_size));
-    } while (next_group(first, first_size));
+            add_if_found(first, second);
+        } while (next_group(second));
+    } while (next_group(first));
 }
 
 i32 tb_init(const char* path)

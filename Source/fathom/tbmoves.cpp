@@ -1,12 +1,19 @@
-// Moves on the table code's own position: generation, making, and check.
+// Moves on the table code's own position: generation, making, and check. With six pieces there are
+// few moves, so the routines are plain: whether one is legal is found by making it and looking at
+// the king.
 #include "fathom/tbmoves.h"
 
 #include "board/tables.h"
 
-static constexpr u64 first_and_last_rank = 0xff000000000000ffULL;
+// The set of each type, by the board's numbers; an empty square has none.
 static constexpr u64 TbPos::*type_set[7] = { nullptr, &TbPos::pawns, &TbPos::knights,
     &TbPos::bishops, &TbPos::rooks, &TbPos::queens, &TbPos::kings };
-static constexpr i32 promoted_type[5] = { Pawn, Queen, Rook, Bishop, Knight };
+
+// By TbPromotion; a move without one leaves the type as it is.
+static constexpr i32 promoted_type[5] = { NoPiece, Queen, Rook, Bishop, Knight };
+
+// The clock of a position stops here: going on to 0 it would make a quiet move look like a capture.
+static constexpr u8 highest_clock = 255;
 
 static u64 own_pieces(const TbPos* pos)
 {
@@ -16,12 +23,6 @@ static u64 own_pieces(const TbPos* pos)
 static u64 enemy_pieces(const TbPos* pos)
 {
     return pos->turn ? pos->black : pos->white;
-}
-
-// The board's number of the side to move.
-static i32 side_of(const TbPos* pos)
-{
-    return pos->turn ? White : Black;
 }
 
 u64 tb_pieces_of(const TbPos* pos, i32 type, i32 white)
@@ -50,13 +51,15 @@ static tb_move* add_promotions(tb_move* out, i32 from, u64 targets)
     return out;
 }
 
+// A pawn on the seventh rank has promotions only and any other none, so one of the two is empty.
 static tb_move* add_pawn_moves(tb_move* out, i32 from, u64 targets)
 {
     out = add_promotions(out, from, targets & first_and_last_rank);
     return add_moves(out, from, targets & ~first_and_last_rank);
 }
 
-// Moves of all pieces but pawns to squares of targets.
+// Moves of all pieces but pawns to squares of targets: the enemy's for captures, all that are not
+// the mover's own for everything.
 static tb_move* gen_piece_moves(const TbPos* pos, u64 targets, tb_move* out)
 {
     const u64 own = own_pieces(pos);
@@ -90,7 +93,7 @@ static tb_move* gen_pawn_captures(const TbPos* pos, tb_move* out)
     const u64 enemy = enemy_pieces(pos);
     for (u64 set = pos->pawns & own_pieces(pos); set != 0;) {
         const i32 from = pop_lowest(&set);
-        out = add_pawn_moves(out, from, pawn_attacks[side_of(pos)][from] & enemy);
+        out = add_pawn_moves(out, from, pawn_attacks[tb_side_to_move(pos)][from] & enemy);
     }
     return out;
 }
@@ -100,7 +103,8 @@ tb_move* tb_gen_en_passant(const TbPos* pos, tb_move* out)
     if (pos->ep == 0) {
         return out;
     }
-    u64 set = pawn_attacks[side_of(pos) ^ 1][pos->ep] & pos->pawns & own_pieces(pos);
+    // Seen from the passed square, the takers stand where an enemy pawn on it would attack.
+    u64 set = pawn_attacks[tb_side_to_move(pos) ^ 1][pos->ep] & pos->pawns & own_pieces(pos);
     while (set != 0) {
         out = add_moves(out, pop_lowest(&set), bit(pos->ep));
     }
@@ -110,14 +114,15 @@ tb_move* tb_gen_en_passant(const TbPos* pos, tb_move* out)
 tb_move* tb_gen_pawn_steps(const TbPos* pos, tb_move* out)
 {
     const u64 free_squares = ~(pos->white | pos->black);
-    const i32 step = pawn_step[side_of(pos)];
-    const i32 home_rank = pos->turn ? 1 : 6;
-    // A pawn on its last rank, which only an unsound board has, stays where it is.
+    const i32 side = tb_side_to_move(pos);
+    const i32 step = pawn_step[side];
+    // A pawn on its last rank, which only an unsound board has, stays where it is: the square in
+    // front of it would be none of the board, and bit() of it undefined.
     u64 set = pos->pawns & own_pieces(pos) & (pos->turn ? ~0ULL >> 8 : ~0ULL << 8);
     while (set != 0) {
         const i32 from = pop_lowest(&set);
         u64 targets = bit(from + step) & free_squares;
-        if (targets != 0 && from >> 3 == home_rank) {
+        if (targets != 0 && relative_rank(side, from) == 1) {
             targets |= bit(from + 2 * step) & free_squares;
         }
         out = add_pawn_moves(out, from, targets);
@@ -140,6 +145,8 @@ tb_move* tb_gen_moves(const TbPos* pos, tb_move* out)
 
 // ---- Making
 
+// Looks from the king: whatever it would attack as a piece of that type attacks it. The empty-board
+// rays spare the sliders' attack sets where no slider stands on a line with the king.
 bool tb_in_check(const TbPos* pos, i32 white)
 {
     const i32 king = lowest(tb_pieces_of(pos, King, white));
@@ -154,6 +161,8 @@ bool tb_in_check(const TbPos* pos, i32 white)
         || ((rook_rays[king] & straight) != 0 && (rook_attacks(king, occupied) & straight) != 0);
 }
 
+// Takes off whatever stands on the squares, of either side: a move clears its target without having
+// to know what it takes.
 static void remove_pieces(TbPos* pos, u64 squares)
 {
     const u64 kept = ~squares;
@@ -174,11 +183,13 @@ static i32 type_on(const TbPos* pos, i32 square)
     return type;
 }
 
-// What a pawn's move does besides moving: the double step's right, and the pawn taken by one.
+// What a pawn's move does besides moving: the double step's right, and the pawn taken by one. A
+// right that nobody can use is not set: probes would search captures for it that there are not.
 static void finish_pawn_move(TbPos* out, const TbPos* pos, i32 from, i32 to)
 {
-    const i32 side = side_of(pos);
-    if (to == pos->ep && pos->ep != 0 && ((from ^ to) & 7) != 0) {
+    const i32 side = tb_side_to_move(pos);
+    // The passed square is also reached by a step straight ahead, if a board sets it so.
+    if (to == pos->ep && pos->ep != 0 && file_of(from) != file_of(to)) {
         remove_pieces(out, bit(to - pawn_step[side]));
     } else if (to - from == 2 * pawn_step[side]) {
         const i32 passed = from + pawn_step[side];
@@ -202,7 +213,7 @@ bool tb_do_move(TbPos* out, const TbPos* pos, tb_move move)
     out->turn = !pos->turn;
     if (capture || type == Pawn) {
         out->rule50 = 0;
-    } else if (out->rule50 < 255) {
+    } else if (out->rule50 < highest_clock) {
         ++out->rule50;
     }
     if (type == Pawn) {

@@ -1,17 +1,27 @@
 // The records of one endgame table: what the registry knows of a material, and what reading its
-// file needs. The files are those of the published Syzygy format, for 3 to 6 pieces.
+// file needs. The files are those of the published Syzygy format, for 3 to 6 pieces: of each
+// material one file with the result (win, draw, loss) and one with the distance to the next capture
+// or pawn move.
+//
+// Piece codes here are the board's, the side named first in the file's name standing for White and
+// the one named second for Black; which side of the position that is depends on the probe. The
+// records are made by the registry and the header's reader alone. Once an entry is ready nobody
+// changes it, so all workers read it without a lock.
 #pragma once
 
 #include "board/types.h"
 
+// A section's record has room for so many pieces: tables of more would need all of it widened.
 inline constexpr i32 tb_max_pieces = 6;
 inline constexpr i32 tb_pawn_files = 4; // files a to d; the others are their mirrors
-inline constexpr i32 tb_map_lists = 4;
+inline constexpr i32 tb_map_lists = 4;  // wins, losses, and those that the fifty-move rule changes
 inline constexpr i32 tb_name_size = 16; // a table's name with its NUL
+inline constexpr i32 tb_code_count = 16;
 
 // Decodes one section: a block of values compressed by pairing symbols and Huffman codes. One
-// allocation, with base and symlen behind the record. All pointers into the file have been
-// checked against the end of the mapping.
+// allocation, with base and symlen behind the record, so that one free gives all of it back. All
+// pointers into the file have been checked against the end of the mapping. The blocks' bits are
+// too many to be checked when the file is opened, so end goes along and the decoder looks.
 struct PairsData {
     const u8* index_table; // 6 bytes each: u32 block, u16 place in the block
     const u8* size_table;  // u16 each: values of a block minus 1
@@ -30,17 +40,28 @@ struct PairsData {
     u8 shortest[256];      // by the next 8 bits: the first length to be tried, from min_len on
 };
 
-// One section: its decoding, and the order and weights of its pieces in the index.
+// One section: its decoding, and the order and weights of its pieces in the index. Every section
+// has an order of its own: the one in which its values compressed best.
 struct TbSection {
     PairsData* pairs;
     u64 factor[tb_max_pieces];    // at the start of each group: weight of the group's digit
-    u8 pieces[tb_max_pieces];     // type + 8 for the side named second
+    u8 pieces[tb_max_pieces];     // piece codes
     u8 norm[tb_max_pieces];       // at the start of each group: its size
     u8 flags;                     // first byte of the section's header
     const u8* list[tb_map_lists]; // distance tables: value lists, each behind its count byte
 };
 
-// What all forms of a table record begin with.
+// Which pieces lead the index of a table without pawns. They decide how the board is mirrored, so
+// none of them may have a like piece: it would be open which of the two is meant. The kings always
+// qualify; where a third piece does, three lead.
+enum TbEncoding : u8 {
+    LeadThreeSingle = 0,
+    LeadKings = 2,
+};
+
+// What all forms of a table record begin with: from its address the whole record can be had, with
+// has_pawns telling which. Entries of the registry are static and live as long as the program;
+// those of distance tables belong to the cache.
 struct TbEntry {
     const u8* data; // the mapped file, null if not mapped
     u64 key;        // material key as the file name reads
@@ -49,22 +70,25 @@ struct TbEntry {
     u8 num;           // number of pieces
     u8 symmetric;     // both sides have the same material
     u8 has_pawns;
-    u8 enc_type;  // without pawns: 0 three single pieces lead, 2 the kings lead
-    u8 pawns[2];  // pawns of the leading side, which are not 0, and of the other
-    u8 count[16]; // pieces of each code, as in TbSection.pieces
+    u8 enc_type;             // a TbEncoding; not used with pawns
+    u8 pawns[2];             // pawns of the leading side, which are not 0, and of the other
+    u8 count[tb_code_count]; // pieces of each code
 };
 
+// Without pawns the board may be mirrored in all eight ways, and one section serves all squares.
 struct TbEntryPiece {
     TbEntry head;
     TbSection section[2]; // by side to move, the side named first before the other
 };
 
+// With pawns only left and right may be exchanged, and the leading pawn's file chooses the section.
 struct TbEntryPawn {
     TbEntry head;
     TbSection section[tb_pawn_files][2];
 };
 
-// The section of a file (0 without pawns) and a side (0 in distance tables).
+// The section of a file (0 without pawns) and a side: 0 if the side named first is to move, 1 if
+// the other. Distance tables and those of a symmetric material use side 0 alone.
 inline TbSection* tb_section(TbEntry* entry, i32 file, i32 side)
 {
     if (entry->has_pawns) {
@@ -73,17 +97,18 @@ inline TbSection* tb_section(TbEntry* entry, i32 file, i32 side)
     return &reinterpret_cast<TbEntryPiece*>(entry)->section[side];
 }
 
-// Bits of TbSection.flags.
+// Bits of TbSection.flags. Win/draw/loss sections have a meaning for the last alone.
 enum TbFlag : u8 {
-    TbFlagSide = 1,     // of distance tables: the second side's moves are stored
+    TbFlagSide = 1,     // the second side's moves are stored
     TbFlagMapped = 2,   // values are places in the lists
-    TbFlagWinPlies = 4, // wins are stored in plies, not halved
+    TbFlagWinPlies = 4, // wins are stored in plies, not in moves
     TbFlagLossPlies = 8,
     TbFlagWide = 16, // 16-bit lists, which no table of 3 to 6 pieces has
     TbFlagOneValue = 128,
 };
 
-// Whether a distance table's section stores places in its lists. One-value sections have none.
+// Whether a distance table's section stores places in its lists. One-value sections have none,
+// whatever their other bits say: the file has no lists for them.
 inline bool tb_has_lists(const TbSection* section)
 {
     return (section->flags & (TbFlagMapped | TbFlagOneValue)) == TbFlagMapped;
