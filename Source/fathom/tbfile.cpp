@@ -2,6 +2,14 @@
 // tb_init; of the distance files at most 64 are mapped at a time. Somebody who cuts a file short
 // while it is mapped ends the program: a read behind the new end is a bus error. To write over it
 // may do so too, as what was checked when it was mapped holds no more.
+//
+// Who may do what: the lock is held from looking at a closed win/draw/loss file until it is ready
+// or given up, so each is opened by one worker. What that worker wrote is handed over by storing
+// ready last, with release; a worker that loads it set, with acquire, sees all of it and needs no
+// lock any more. The cache of distance files is worker 0's own.
+//
+// Errors are told here, on standard error: a probe deep in the search can only answer "no value",
+// and nobody above it could say why any more. The dialogue on standard output stays untouched.
 #include "fathom/tbfile.h"
 
 #include <algorithm>
@@ -18,9 +26,14 @@
 #include "fathom/tbheader.h"
 #include "fathom/tbmoves.h"
 
+// Distance files are asked at the root alone and for the root's own material alone: of what a
+// capture or a pawn's move leads to only the result is asked. So many hold what several games come
+// to.
 static constexpr i32 dtz_cache_size = 64;
 static constexpr const char* suffixes[2] = { ".rtbw", ".rtbz" };
 
+// What is known of one material's distance file. An empty slot has the key of bare kings, which are
+// a draw before anybody asks for a distance.
 struct DtzSlot {
     u64 key[2];     // the material as probed, and with the sides exchanged
     TbEntry* entry; // null if there is no file; ready 0 if it is damaged
@@ -31,8 +44,9 @@ static constinit DtzSlot dtz_cache[dtz_cache_size] = {}; // in the order of use
 
 // ---- One file
 
-// Maps the file behind descriptor, and closes it. An empty file leaves data null: it cannot be
-// mapped. Returns false if the file cannot be looked at.
+// Maps the file behind descriptor, and closes it: the mapping holds the file by itself. An empty
+// file leaves data null: it cannot be mapped, and the header's reader refuses it. Returns false if
+// the file cannot be looked at.
 static bool map_file(TbEntry* entry, i32 descriptor, const char* name)
 {
     struct stat status;
@@ -44,6 +58,9 @@ static bool map_file(TbEntry* entry, i32 descriptor, const char* name)
     entry->mapping_size = static_cast<u64>(status.st_size);
     if (entry->mapping_size != 0) {
         void* data = mmap(nullptr, entry->mapping_size, PROT_READ, MAP_SHARED, descriptor, 0);
+        // The address space is used up, by this table or another. The program ends here, at once:
+        // going on without the table would change the play in the midst of a game unnoticed, and
+        // a worker has nobody to hand such an error to.
         if (data == MAP_FAILED) {
             fprintf(stderr, "Could not mmap() %s.\n", name);
             exit(1);
@@ -64,6 +81,7 @@ static void unmap_file(TbEntry* entry)
     entry->data = nullptr;
 }
 
+// A damaged header may have left some sections without a record; free takes null.
 static void free_records(TbEntry* entry)
 {
     const i32 files = entry->has_pawns ? tb_pawn_files : 1;
@@ -76,6 +94,7 @@ static void free_records(TbEntry* entry)
     }
 }
 
+// ready goes first, though nobody may be reading: what is not ready is never looked into.
 void tb_release(TbEntry* entry)
 {
     store(entry->ready, 0);
@@ -83,25 +102,28 @@ void tb_release(TbEntry* entry)
     free_records(entry);
 }
 
-// Maps and sets up the file of an entry. Returns 1, 0 if there is no such file, or -1 after telling
-// so if it is damaged; it stays mapped then.
-static i32 open_table(TbEntry* entry, TbKind kind, const char* name)
+enum class Opened : u8 { No, Damaged, Yes };
+
+// Maps and sets up the file of an entry. A damaged file stays mapped; the user has been told then.
+// That a distance file is missing is no news: sets without them are common, and every file of the
+// other kind was there when the path was searched.
+static Opened open_table(TbEntry* entry, TbKind kind, const char* name)
 {
     const i32 descriptor = tb_open_file(name, suffixes[kind]);
     if (descriptor < 0) {
-        if (kind == TbWdl) {
+        if (kind == TbWdlFile) {
             fprintf(stderr, "Could not find %s.rtbw\n", name);
         }
-        return 0;
+        return Opened::No;
     }
     if (!map_file(entry, descriptor, name)) {
-        return 0;
+        return Opened::No;
     }
     if (!tb_read_header(entry, kind)) {
         fputs("Corrupted table.\n", stderr);
-        return -1;
+        return Opened::Damaged;
     }
-    return 1;
+    return Opened::Yes;
 }
 
 // ---- Win, draw, loss
@@ -113,12 +135,15 @@ TbEntry* tb_wdl_table(const TbPos* pos, u64 key)
         return entry;
     }
     const std::lock_guard<std::mutex> guard(tb_mutex);
+    // While this worker waited for the lock another may have opened the file, or have found it
+    // missing and forgotten it: looking again keeps it from being told twice.
     if (!load(entry->ready) && tb_lookup(key) == entry) {
         char name[tb_name_size];
         tb_table_name(pos, name, key != entry->key);
-        if (open_table(entry, TbWdl, name) == 1) {
+        if (open_table(entry, TbWdlFile, name) == Opened::Yes) {
             store_release(entry->ready, 1);
         } else {
+            // The mirrored key still finds the entry, closed: a probe from that side tries again.
             tb_release(entry);
             tb_forget(key);
         }
@@ -128,7 +153,8 @@ TbEntry* tb_wdl_table(const TbPos* pos, u64 key)
 
 // ---- Distances
 
-// An empty entry of the same material; null if there is no memory.
+// An empty entry of the same material; null if there is no memory. The registry's entry cannot be
+// used for both files: its sections are the win/draw/loss file's.
 static TbEntry* new_dtz_entry(const TbEntry* wdl)
 {
     TbEntry* entry = nullptr;
@@ -146,7 +172,7 @@ static TbEntry* new_dtz_entry(const TbEntry* wdl)
         entry->has_pawns = wdl->has_pawns;
         entry->enc_type = wdl->enc_type;
         std::copy_n(wdl->pawns, 2, entry->pawns);
-        std::copy_n(wdl->count, 16, entry->count);
+        std::copy_n(wdl->count, tb_code_count, entry->count);
     }
     return entry;
 }
@@ -173,7 +199,8 @@ void tb_clear_dtz_cache()
 }
 
 // Brings the slot of a material to the front. Returns false if it has none. Only the front slot is
-// known by both its keys.
+// known by both its keys. A material that comes up again with exchanged colours, after others, gets
+// a second slot, and its file a second mapping; that costs a slot and no answer.
 static bool find_in_cache(u64 key)
 {
     if (dtz_cache[0].key[0] == key || dtz_cache[0].key[1] == key) {
@@ -192,6 +219,7 @@ static bool find_in_cache(u64 key)
 // being looked for at every probe.
 static void add_to_cache(const TbPos* pos, u64 key, const TbEntry* wdl)
 {
+    // The hindmost slot is the one whose last use lies longest back.
     delete_dtz_entry(dtz_cache[dtz_cache_size - 1].entry);
     std::rotate(dtz_cache, dtz_cache + dtz_cache_size - 1, dtz_cache + dtz_cache_size);
     DtzSlot* slot = &dtz_cache[0];
@@ -202,18 +230,20 @@ static void add_to_cache(const TbPos* pos, u64 key, const TbEntry* wdl)
     }
     char name[tb_name_size];
     tb_table_name(pos, name, key != wdl->key);
-    const i32 opened = open_table(entry, TbDtz, name);
-    if (opened == 0) {
+    const Opened opened = open_table(entry, TbDtzFile, name);
+    if (opened == Opened::No) {
         delete_dtz_entry(entry);
         return;
     }
-    store(entry->ready, opened == 1);
+    // One worker writes and reads this, so a plain store will do.
+    store(entry->ready, opened == Opened::Yes);
     slot->entry = entry;
 }
 
 TbEntry* tb_dtz_table(const TbPos* pos, u64 key)
 {
     if (!find_in_cache(key)) {
+        // Distances follow from results, and the new entry's fields are those of the registry's.
         const TbEntry* wdl = tb_lookup(key);
         if (wdl == nullptr) {
             return nullptr;

@@ -1,6 +1,16 @@
 // Reads the header of a table file. Nothing of it is believed: every offset is checked against the
 // length of the mapping before it is used, and that length must be the very one that the header
 // makes.
+//
+// The file, in this order; numbers lowest byte first:
+//   4 bytes that name the kind of file, then a byte of flags
+//   per pawn file: the order nibbles and the pieces, the first side's in the low halves of the
+//   bytes and the second side's in the high ones; then a byte if needed to make the offset even
+//   per section: the header of its values (see tbpairs.cpp)
+//   distance files, per section that has them: four value lists; then again made even
+//   all index tables, all size tables, then each section's blocks from a multiple of 64 on
+//   16 bytes of checksum from a multiple of 64 on, which nobody reads: that would mean to read
+//   gigabytes before the first probe
 #include "fathom/tbheader.h"
 
 #include "fathom/tbindex.h"
@@ -10,13 +20,18 @@ static constexpr u32 magic_numbers[2] = { 0x5d23e871, 0xa50c66d7 };
 static constexpr u64 flag_offset = 4;
 static constexpr i32 two_sides = 1; // bits of the byte there
 static constexpr i32 by_pawn_file = 2;
-static constexpr i32 highest_wdl = 4; // stored values, a byte in distance tables
+static constexpr i32 highest_wdl = 4; // stored values: WDL values raised by two
 static constexpr i32 highest_dtz = 255;
-static constexpr i32 no_order2 = 15;
+static constexpr i32 no_order2 = 15; // no table has so many groups
+static constexpr i32 nibble = 15;
 static constexpr u64 block_alignment = 64;
 static constexpr u64 checksum_size = 16;
 
 static constexpr i32 max_sections = 2 * tb_pawn_files;
+
+// The three parts of a section behind the headers, in the order of the file.
+enum TablePart : i32 { IndexPart, SizePart, BlockPart };
+static constexpr i32 part_count = 3;
 
 // A header being read. Its sections are numbered as they follow each other in the file: by pawn
 // file, then by side to move.
@@ -28,17 +43,19 @@ struct HeaderReader {
     u64 at; // offset of the next byte to be read
     TbSection* section[max_sections];
     u64 table_size[max_sections];
-    u64 size[max_sections][3]; // bytes of index table, size table, blocks
+    u64 size[max_sections][part_count]; // bytes of each part
 };
 
-// Whether so many bytes are left.
+// Whether so many bytes are left. Aligning may have carried at beyond the end, so that is tested
+// first: the difference would wrap around.
 static bool has_bytes(const HeaderReader* reader, u64 count)
 {
     const u64 size = reader->entry->mapping_size;
     return reader->at <= size && count <= size - reader->at;
 }
 
-// Checks what kind of file this is. The side bit of distance tables has no meaning.
+// Checks what kind of file this is. A file under another's name is caught here if it has another
+// kind, pawns or symmetry, else by its pieces. The side bit of distance tables has no meaning.
 static bool read_kind(HeaderReader* reader)
 {
     const TbEntry* entry = reader->entry;
@@ -51,7 +68,9 @@ static bool read_kind(HeaderReader* reader)
     }
     reader->at = flag_offset + 1;
     reader->sides = 1;
-    if (reader->kind == TbWdl) {
+    // A probe takes the section of the side to move by the material's symmetry: both must agree, or
+    // it would look into a section that has not been read.
+    if (reader->kind == TbWdlFile) {
         reader->sides = (flags & two_sides) != 0 ? 2 : 1;
         return (reader->sides == 1) == (entry->symmetric != 0);
     }
@@ -66,20 +85,22 @@ static void list_sections(HeaderReader* reader)
     }
 }
 
-// Reads order and pieces of one section: the low or the high half of each byte.
+// Reads order and pieces of one section: the low or the high half of each byte. Whether the pieces
+// are those of the material is seen by laying out the groups.
 static bool read_order(HeaderReader* reader, i32 i, const u8* bytes)
 {
     const TbEntry* entry = reader->entry;
     TbSection* section = reader->section[i];
     const i32 shift = i % reader->sides == 0 ? 0 : 4;
-    const i32 order = bytes[0] >> shift & 15;
+    const i32 order = bytes[0] >> shift & nibble;
     const bool second = entry->pawns[1] != 0;
-    const i32 order2 = second ? bytes[1] >> shift & 15 : no_order2;
+    const i32 order2 = second ? bytes[1] >> shift & nibble : no_order2;
     bytes += second ? 2 : 1;
     for (i32 k = 0; k < entry->num; ++k) {
-        section->pieces[k] = bytes[k] >> shift & 15;
+        section->pieces[k] = bytes[k] >> shift & nibble;
     }
-    // All sections must have the same leading pawns: they choose the section.
+    // All sections must have the same leading pawns: they choose the section. A probe places them
+    // before it knows the section, by the code that the first one has.
     const i32 file = i / reader->sides;
     reader->table_size[i] = tb_set_groups(entry, section, file, order, order2);
     return reader->table_size[i] != 0
@@ -89,6 +110,7 @@ static bool read_order(HeaderReader* reader, i32 i, const u8* bytes)
 static bool read_orders(HeaderReader* reader)
 {
     const TbEntry* entry = reader->entry;
+    // The order nibbles, two where the second side has pawns, and a nibble for each piece.
     const u64 bytes = entry->num + (entry->pawns[1] != 0 ? 2U : 1U);
     for (i32 i = 0; i < reader->sections; ++i) {
         if (!has_bytes(reader, bytes) || !read_order(reader, i, entry->data + reader->at)) {
@@ -102,7 +124,10 @@ static bool read_orders(HeaderReader* reader)
     return true;
 }
 
-// Reads the header of one section's values.
+// Reads the header of one section's values. A section in which all values are the same has two
+// bytes, flags and value, and no parts behind the headers; the distance in it is always 0. Values
+// beyond the highest would index out of the prober's tables, so none is let through. Lists of
+// 16-bit numbers do not occur with 3 to 6 pieces and are refused: no decoder is there for them.
 static bool read_pairs(HeaderReader* reader, i32 i)
 {
     const TbEntry* entry = reader->entry;
@@ -111,10 +136,10 @@ static bool read_pairs(HeaderReader* reader, i32 i)
         return false;
     }
     const u8* data = entry->data + reader->at;
-    const i32 highest = reader->kind == TbWdl ? highest_wdl : highest_dtz;
+    const i32 highest = reader->kind == TbWdlFile ? highest_wdl : highest_dtz;
     section->flags = data[0];
     if ((section->flags & TbFlagOneValue) != 0) {
-        const i32 value = reader->kind == TbWdl ? data[1] : 0;
+        const i32 value = reader->kind == TbWdlFile ? data[1] : 0;
         section->pairs = value <= highest ? tb_one_value(value, reader->table_size[i]) : nullptr;
         reader->at += 2;
     } else {
@@ -124,7 +149,7 @@ static bool read_pairs(HeaderReader* reader, i32 i)
         reader->at += static_cast<u64>(next - data);
     }
     return section->pairs != nullptr
-        && !(reader->kind == TbDtz && (section->flags & TbFlagWide) != 0);
+        && !(reader->kind == TbDtzFile && (section->flags & TbFlagWide) != 0);
 }
 
 static bool read_all_pairs(HeaderReader* reader)
@@ -137,7 +162,8 @@ static bool read_all_pairs(HeaderReader* reader)
     return true;
 }
 
-// Reads the value lists of a distance table, of those sections that have them.
+// Reads the value lists of a distance table, of those sections that have them: four of them, each a
+// count byte and as many values. A place beyond a list's count is caught when it is looked up.
 static bool read_lists(HeaderReader* reader)
 {
     const u8* data = reader->entry->data;
@@ -175,18 +201,19 @@ static void align_blocks(HeaderReader* reader)
 }
 
 // Gives every section its index table, then its size table, then its blocks. Returns false if the
-// file does not end right behind them.
+// file does not end right behind them: a file cut short or joined with another is found out by its
+// length alone.
 static bool place_tables(HeaderReader* reader)
 {
-    for (i32 part = 0; part < 3; ++part) {
+    for (i32 part = IndexPart; part <= BlockPart; ++part) {
         for (i32 i = 0; i < reader->sections; ++i) {
-            if (part == 2) {
+            if (part == BlockPart) {
                 align_blocks(reader);
             }
             PairsData* pairs = reader->section[i]->pairs;
-            const u8** place = part == 0 ? &pairs->index_table
-                : part == 1              ? &pairs->size_table
-                                         : &pairs->data;
+            const u8** place = part == IndexPart ? &pairs->index_table
+                : part == SizePart               ? &pairs->size_table
+                                                 : &pairs->data;
             *place = take_bytes(reader, reader->size[i][part]);
             if (*place == nullptr) {
                 return false;
@@ -197,6 +224,7 @@ static bool place_tables(HeaderReader* reader)
     return reader->at + checksum_size == reader->entry->mapping_size;
 }
 
+// Comes last: what the index tables name can be checked only when all parts have their place.
 static bool index_tables_are_sound(const HeaderReader* reader)
 {
     for (i32 i = 0; i < reader->sections; ++i) {
@@ -214,6 +242,7 @@ bool tb_read_header(TbEntry* entry, TbKind kind)
         return false;
     }
     list_sections(&reader);
-    return read_orders(&reader) && read_all_pairs(&reader) && (kind == TbWdl || read_lists(&reader))
-        && place_tables(&reader) && index_tables_are_sound(&reader);
+    return read_orders(&reader) && read_all_pairs(&reader)
+        && (kind == TbWdlFile || read_lists(&reader)) && place_tables(&reader)
+        && index_tables_are_sound(&reader);
 }
