@@ -1,16 +1,32 @@
 // The index of a position: a number in a mixed radix with one digit for each group of like
 // pieces. The board is mirrored until the leading group stands in a corner of it.
+//
+// A digit is the number of its group's placement among all placements of as many pieces on the
+// squares left. k like pieces on n squares have n over k placements; with the squares s1 < s2 < ...
+// counted from 0, the placement's number is (s1 over 1) + (s2 over 2) + ..., which takes each value
+// from 0 to (n over k) - 1 once. A factor, the weight of a digit, is the product of the numbers of
+// placements of all groups below it; the product of all is the size of the table. The order nibbles
+// say how many groups stand below the leading one.
+//
+// All of this is fixed by the files: another numbering, however good, would read other values.
 #include "fathom/tbindex.h"
 
 #include <algorithm>
 #include <cassert>
+#include <span>
 
 static constexpr i32 pawn_squares = 48;
 static constexpr i32 lead_single = 31332; // placements of three single pieces
 static constexpr i32 lead_kings = 462;    // placements of two kings
 
+// What is XORed on a square to mirror the board left to right and bottom to top.
+static constexpr i32 flip_files = 7;
+static constexpr i32 flip_ranks = 56;
+
 // Where the cases of three single pieces begin: the first off the diagonal, or the second, the
-// third, none.
+// third, none. A piece off the diagonal fixes the view: the first one is brought below it, where
+// there are 6 squares of the triangle or 28 of the board. One on it has 4 squares as the first
+// piece, then 7 and 6; the pieces behind the fixing one have the squares left, 63 and 62.
 static constexpr i32 second_case = 6 * 63 * 62;
 static constexpr i32 third_case = second_case + 4 * 28 * 62;
 static constexpr i32 fourth_case = third_case + 4 * 7 * 28;
@@ -22,9 +38,10 @@ static constexpr i32 off(i32 square)
     return rank_of(square) - file_of(square);
 }
 
+// Exchanges file and rank.
 static constexpr i32 flip_diagonal(i32 square)
 {
-    return ((square >> 3) | (square << 3)) & 63;
+    return 8 * file_of(square) + rank_of(square);
 }
 
 // 0 for the files a and h to 3 for d and e.
@@ -46,9 +63,12 @@ struct IndexTables {
     u32 pfactor[5][tb_pawn_files]; // placements of the leading pawns
 };
 
-static constexpr u16 no_pair = 0xffff; // of kings that stand next to each other
+// Kings that stand next to each other, or of which the first is on the diagonal and the second
+// above it: no sound position has them once it is mirrored.
+static constexpr u16 no_pair = 0xffff;
 static constexpr i32 triangle_squares[10] = { 1, 2, 3, 10, 11, 19, 0, 9, 18, 27 };
 
+// Pascal's triangle; n over k is 0 where k is greater than n.
 static constexpr void make_binomials(IndexTables* tables)
 {
     for (u32 n = 0; n < 64; ++n) {
@@ -68,7 +88,8 @@ static constexpr bool kings_apart(i32 a, i32 b)
         || std::max(rank_of(a) - rank_of(b), rank_of(b) - rank_of(a)) > 1;
 }
 
-// Pairs with both kings on the diagonal are numbered behind all others.
+// Pairs with both kings on the diagonal are numbered behind all others. Without the pairs of kings
+// next to each other, which no position has, 462 are left.
 static constexpr void make_king_pairs(IndexTables* tables)
 {
     u16 number = 0;
@@ -86,6 +107,10 @@ static constexpr void make_king_pairs(IndexTables* tables)
     }
 }
 
+// The pawns' squares are numbered twice: flap by the files a to d alone, rising from the edge and
+// from the second rank, and ptwist by all files, falling in the same order, each square of the left
+// half directly before its mirror. So the pawn with the lowest flap leads, and all others of its
+// group have a lower ptwist than it; the one that is its mirror has, too.
 static constexpr void make_square_tables(IndexTables* tables)
 {
     for (i32 t = 0; t < 10; ++t) {
@@ -107,7 +132,9 @@ static constexpr void make_square_tables(IndexTables* tables)
     }
 }
 
-// Placements of the other leading pawns, all with a smaller ptwist, summed up along each file.
+// Placements of the other leading pawns, all with a smaller ptwist, summed up along each file: with
+// the leading pawn on a square, t others have (its ptwist over t) placements. pawn_idx is where the
+// numbers of a square begin, counted anew on each file, as every file has a section of its own.
 static constexpr void make_pawn_tables(IndexTables* tables)
 {
     for (i32 t = 0; t < 5; ++t) {
@@ -138,7 +165,8 @@ static constexpr IndexTables tables = make_tables();
 // ---- Layout of the groups
 
 // Takes the run of like pieces at start, which must be all there are of them, and marks them as
-// taken. Returns its length, or 0.
+// taken. Returns its length, or 0: also for a code that stands for no piece, of which the material
+// has none. That keeps a damaged piece list from naming a piece twice or one that is not there.
 static i32 take_run(const TbEntry* entry, const TbSection* section, i32 start, u8* taken)
 {
     const u8 code = section->pieces[start];
@@ -156,7 +184,10 @@ static i32 take_run(const TbEntry* entry, const TbSection* section, i32 start, u
 // The number of pieces in the leading group (without pawns), or of all pawns.
 static i32 leading_pieces(const TbEntry* entry)
 {
-    return entry->has_pawns ? entry->pawns[0] + entry->pawns[1] : entry->enc_type == 0 ? 3 : 2;
+    if (entry->has_pawns) {
+        return entry->pawns[0] + entry->pawns[1];
+    }
+    return entry->enc_type == LeadThreeSingle ? 3 : 2;
 }
 
 // Whether the first runs are what the encoding wants in front: pawns of the leading side and
@@ -166,11 +197,12 @@ static bool leads_soundly(const TbEntry* entry, const TbSection* section)
     const u8* pieces = section->pieces;
     if (entry->has_pawns) {
         const i32 other = entry->pawns[0];
-        return (pieces[0] & 7) == Pawn && entry->count[pieces[0]] == entry->pawns[0]
-            && (entry->pawns[1] == 0 || pieces[other] == (pieces[0] ^ 8));
+        const i32 other_pawn = piece_code(side_of(pieces[0]) ^ 1, Pawn);
+        return type_of(pieces[0]) == Pawn && entry->count[pieces[0]] == entry->pawns[0]
+            && (entry->pawns[1] == 0 || pieces[other] == other_pawn);
     }
-    if (entry->enc_type != 0) {
-        return (pieces[0] & 7) == King && (pieces[1] & 7) == King;
+    if (entry->enc_type == LeadKings) {
+        return type_of(pieces[0]) == King && type_of(pieces[1]) == King;
     }
     return entry->count[pieces[0]] == 1 && entry->count[pieces[1]] == 1
         && entry->count[pieces[2]] == 1;
@@ -192,6 +224,7 @@ static bool set_norms(const TbEntry* entry, TbSection* section)
     if (!leads_soundly(entry, section)) {
         return false;
     }
+    // Single pieces that lead are one group, though each is a run of its own.
     if (!entry->has_pawns) {
         section->norm[0] = static_cast<u8>(leading_pieces(entry));
     }
@@ -200,13 +233,16 @@ static bool set_norms(const TbEntry* entry, TbSection* section)
 
 static u64 leading_placements(const TbEntry* entry, i32 file)
 {
-    return entry->has_pawns    ? tables.pfactor[entry->pawns[0] - 1][file]
-        : entry->enc_type == 0 ? lead_single
-                               : lead_kings;
+    if (entry->has_pawns) {
+        return tables.pfactor[entry->pawns[0] - 1][file];
+    }
+    return entry->enc_type == LeadThreeSingle ? lead_single : lead_kings;
 }
 
-// Fills factor by the places that the orders give the leading groups among the digits. Returns
-// the number of positions, or 0 if a place is left empty.
+// Fills factor by the places that the orders give the leading groups among the digits: the digit at
+// place 0 has weight 1. Returns the number of positions, or 0 if a place is left empty or two
+// groups want the same one. An order nibble goes up to 15, so a damaged one runs out of groups;
+// without this test the leading group would be left with whatever factor the record had.
 static u64 calc_factors(const TbEntry* entry, TbSection* section, i32 file, i32 order, i32 order2)
 {
     const u8* norm = section->norm;
@@ -244,18 +280,27 @@ u64 tb_set_groups(const TbEntry* entry, TbSection* section, i32 file, i32 order,
 
 // ---- Indices
 
-static inline void mirror_all(i32* squares, i32 num, i32 mask)
+// The squares of a position's pieces, in table order.
+using Squares = std::span<i32>;
+
+static inline Squares squares_of(i32* squares, i32 num)
 {
-    for (i32 i = 0; i < num; ++i) {
-        squares[i] ^= mask;
+    return { squares, static_cast<size_t>(num) };
+}
+
+static inline void mirror_all(Squares squares, i32 mask)
+{
+    for (i32& square : squares) {
+        square ^= mask;
     }
 }
 
-static inline void sort_rising(i32* squares, i32 count)
+// The set bits of a position come in rising order, so most groups are in order but for a mirroring.
+static inline void sort_rising(Squares squares)
 {
-    for (i32 i = 1; i < count; ++i) {
+    for (size_t i = 1; i < squares.size(); ++i) {
         const i32 square = squares[i];
-        i32 place = i;
+        size_t place = i;
         for (; place > 0 && squares[place - 1] > square; --place) {
             squares[place] = squares[place - 1];
         }
@@ -267,9 +312,10 @@ static inline void sort_rising(i32* squares, i32 count)
 // those that the pieces before them leave free. The first skipped squares do not count at all.
 static inline u64 group_digit(i32* squares, i32 i, i32 t, i32 skipped)
 {
-    sort_rising(squares + i, t);
+    sort_rising(squares_of(squares + i, t));
     u64 digit = 0;
     for (i32 m = i; m < i + t; ++m) {
+        // j squares below this one are taken or not counted.
         const i32 p = squares[m];
         i32 j = skipped;
         for (i32 before = 0; before < i; ++before) {
@@ -293,25 +339,27 @@ static inline u64 further_groups(i32 i, i32 num, const u8* norm, const u64* fact
 }
 
 // Brings the first piece into the triangle a1-d1-d4, and the first one of the leading group that
-// is off the diagonal below it.
-static void mirror_into_triangle(i32 num, i32 lead, i32* squares)
+// is off the diagonal below it. A leading group all on the diagonal leaves two views of the others,
+// and such positions have two indices.
+static void mirror_into_triangle(Squares squares, size_t lead)
 {
-    const i32 mask = (file_of(squares[0]) > 3 ? 7 : 0) | (rank_of(squares[0]) > 3 ? 56 : 0);
-    mirror_all(squares, num, mask);
-    for (i32 i = 0; i < lead; ++i) {
-        if (off(squares[i]) == 0) {
+    const i32 mask =
+        (file_of(squares[0]) > 3 ? flip_files : 0) | (rank_of(squares[0]) > 3 ? flip_ranks : 0);
+    mirror_all(squares, mask);
+    for (const i32 leading : squares.first(lead)) {
+        if (off(leading) == 0) {
             continue;
         }
-        if (off(squares[i]) > 0) {
-            for (i32 k = 0; k < num; ++k) {
-                squares[k] = flip_diagonal(squares[k]);
-            }
+        if (off(leading) > 0) {
+            std::transform(squares.begin(), squares.end(), squares.begin(), flip_diagonal);
         }
         return;
     }
 }
 
-// The number of a placement of three single pieces, mirrored.
+// The number of a placement of three single pieces, mirrored: in each case again a number in a
+// mixed radix. A piece's digit counts the squares open to it, so those before it are subtracted
+// where they stand on lower ones; i and j are how many do.
 static i32 single_digit(const i32* squares)
 {
     const i32 p0 = squares[0];
@@ -335,9 +383,10 @@ static i32 single_digit(const i32* squares)
 
 u64 encode_piece(i32 num, i32 enc_type, const u8* norm, const u64* factor, i32* squares)
 {
-    mirror_into_triangle(num, norm[0], squares);
-    const i32 digit = enc_type == 0 ? single_digit(squares)
-                                    : tables.kk_idx[tables.triangle[squares[0]]][squares[1]];
+    mirror_into_triangle(squares_of(squares, num), norm[0]);
+    const i32 digit = enc_type == LeadThreeSingle
+        ? single_digit(squares)
+        : tables.kk_idx[tables.triangle[squares[0]]][squares[1]];
     return static_cast<u64>(digit) * factor[0]
         + further_groups(norm[0], num, norm, factor, squares);
 }
@@ -354,10 +403,11 @@ i32 tb_choose_leading_pawn(i32 count, i32* squares)
     return edge_distance(squares[0]);
 }
 
-static void sort_by_falling_ptwist(i32* squares, i32 count)
+// By insertion: there are three pawns at most behind the leading one.
+static void sort_by_falling_ptwist(Squares squares)
 {
-    for (i32 i = 1; i < count; ++i) {
-        for (i32 k = i; k > 0; --k) {
+    for (size_t i = 1; i < squares.size(); ++i) {
+        for (size_t k = i; k > 0; --k) {
             if (tables.ptwist[squares[k - 1]] < tables.ptwist[squares[k]]) {
                 std::swap(squares[k - 1], squares[k]);
             }
@@ -365,10 +415,11 @@ static void sort_by_falling_ptwist(i32* squares, i32 count)
     }
 }
 
-// The number of a placement of the leading pawns, the first of them in front.
+// The number of a placement of the leading pawns, the first of them in front: the others' like any
+// group's, but counted by ptwist instead of by square.
 static u64 leading_pawns_digit(i32 count, i32* squares)
 {
-    sort_by_falling_ptwist(squares + 1, count - 1);
+    sort_by_falling_ptwist(squares_of(squares + 1, count - 1));
     const i32 t = count - 1;
     u64 digit = tables.pawn_idx[t][tables.flap[squares[0]]];
     for (i32 i = 1; i <= t; ++i) {
@@ -379,13 +430,14 @@ static u64 leading_pawns_digit(i32 count, i32* squares)
 
 u64 encode_pawn(i32 num, const u8* pawns, const u8* norm, const u64* factor, i32* squares)
 {
+    // Pawns go one way, so there is no other mirroring than left to right.
     if (file_of(squares[0]) > 3) {
-        mirror_all(squares, num, 7);
+        mirror_all(squares_of(squares, num), flip_files);
     }
     u64 index = leading_pawns_digit(pawns[0], squares) * factor[0];
     i32 i = pawns[0];
     if (pawns[1] != 0) {
-        // No pawn stands on the eight squares of the first rank.
+        // No pawn stands on the eight squares of the first rank, which are the lowest.
         index += group_digit(squares, i, pawns[1], 8) * factor[i];
         i += pawns[1];
     }

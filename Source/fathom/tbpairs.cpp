@@ -1,17 +1,35 @@
 // Set-up and decoding of one compressed section. Everything that a decoder follows is checked once
 // at the set-up; what it still checks is how far the bits of a damaged block lead.
+//
+// The header of a section with several values, as the file has it:
+//   byte 0 flags; 1 log2 of a block's bytes; 2 log2 of the values per index entry
+//   byte 3 entries of the size table beyond the blocks; 4 to 7 number of blocks
+//   byte 8 longest code, 9 shortest code; from 10 on for each length its first symbol, 2 bytes
+//   then the number of symbols, 2 bytes, and 3 bytes for each: its left and its right half, 12 bits
+//   each; one byte more if the number is odd
+//
+// What a damaged file could do, and what stops it:
+//   a count that leads out of the mapping: read_header compares each with the bytes left
+//   symbols that contain each other or ones that are not there, which would never end or read
+//   beyond the list: measure_symbol
+//   values too high for the prober's tables: measure_symbol, at the leaves
+//   codes that lead to symbols that are not there: codes_are_covered
+//   index entries that name no block: tb_index_table_is_sound
+//   block sizes that lead out of the blocks, or through gigabytes of them: find_block
+//   blocks whose codes run on: find_symbol, at the end of the mapping
+// A wrong value inside of sound ranges cannot be told from a right one; the probes bear any.
 #include "fathom/tbpairs.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
-static constexpr u32 leaf_mark = 0xfff;
-static constexpr u32 max_symbols = 4095;
-static constexpr i32 max_code_length = 32;
-static constexpr i32 max_symbol_values = 256;
-static constexpr i32 max_log2 = 31;     // of bytes per block and values per index entry
-static constexpr i32 fixed_header = 10; // bytes before the offsets
+static constexpr u32 leaf_mark = 0xfff;       // as right half: the left one is a value
+static constexpr u32 max_symbols = leaf_mark; // so no symbol is called like the mark
+static constexpr i32 max_code_length = 32;    // what find_symbol compares at once
+static constexpr i32 max_symbol_values = 256; // symlen holds one less in a byte
+static constexpr i32 max_log2 = 31;           // of bytes per block and values per index entry
+static constexpr i32 fixed_header = 10;       // bytes before the offsets
 static constexpr i32 index_entry_size = 6;
 static constexpr u64 longest_walk = 65536; // blocks; more than any table of 6 pieces needs
 
@@ -31,7 +49,9 @@ struct PairsHeader {
     const u8* next;
 };
 
-// Returns false if the header is cut off or its numbers are out of range.
+// Returns false if the header is cut off or its numbers are out of range. Logarithms are limited
+// lest a shift by them be undefined; idx_bits 0 would pass for a section of one value. Addresses
+// are compared by differences: a sum beyond the mapping's end could wrap around.
 static bool read_header(const u8* data, const u8* end, PairsHeader* header)
 {
     if (end - data < fixed_header) {
@@ -73,6 +93,7 @@ static u32 right_symbol(const u8* sympat, u32 symbol)
     return static_cast<u32>(bytes[2]) << 4 | bytes[1] >> 4;
 }
 
+// Open is a symbol whose halves are being measured.
 enum SymbolState : u8 { SymbolUnseen, SymbolOpen, SymbolDone };
 
 struct SymbolWalk {
@@ -85,7 +106,8 @@ struct SymbolWalk {
 
 // Computes symlen of a symbol and of all below it. Returns false if the walk meets an open symbol
 // again, a symbol that there is none of, too many values, or too high a value. A symbol is opened
-// once, so the recursion is no deeper than there are symbols.
+// once, so the recursion is no deeper than there are symbols. What it proves, expand_symbol relies
+// on: from a symbol down there are fewer values with each step, and at the end stands a sound one.
 static bool measure_symbol(SymbolWalk* walk, u32 symbol)
 {
     if (symbol >= walk->num_syms || walk->state[symbol] == SymbolOpen) {
@@ -122,7 +144,9 @@ static bool measure_symbols(const PairsData* pairs, u32 num_syms, i32 highest)
     return true;
 }
 
-// Whether all bits that a block may hold lead to a symbol that there is.
+// Whether all bits that a block may hold lead to a symbol that there is. The codes of a length lie
+// from its base up to the base of the next shorter one; the highest of them has the highest symbol.
+// A length whose base is not below that of a shorter one is never reached.
 static bool codes_are_covered(const PairsData* pairs, i32 lengths, u32 num_syms)
 {
     u64 limit = 1ULL << 32; // above the codes of a length
@@ -140,6 +164,11 @@ static bool codes_are_covered(const PairsData* pairs, i32 lengths, u32 num_syms)
 
 // Fills base: the canonical code in which longer codes come first. Returns false if the offsets
 // make no such code.
+//
+// The longest codes count from 0 and have the first symbols, so offset falls as the length rises,
+// and a length has as many codes as its offset is below that of the next shorter one. Each pair of
+// codes of a length takes up one code of the next shorter length: that one begins at half of where
+// the longer ones end. The base of the longest being 0, the search for a code's length ends there.
 static bool set_bases(PairsData* pairs, i32 lengths, u32 num_syms)
 {
     u64 code = 0; // the smallest of a length
@@ -161,7 +190,8 @@ static bool set_bases(PairsData* pairs, i32 lengths, u32 num_syms)
     return codes_are_covered(pairs, lengths, num_syms);
 }
 
-// Finds for every start of a code the shortest length that it can have.
+// Finds for every start of a code the shortest length that it can have: the first one whose base is
+// not above all codes that start so. It spares the decoder most of its steps from length to length.
 static void set_shortest(PairsData* pairs)
 {
     for (u32 start = 0; start < 256; ++start) {
@@ -173,6 +203,8 @@ static void set_shortest(PairsData* pairs)
     }
 }
 
+// A record with room for so many bases and symbols behind it, all zero: the pointers that only a
+// section of several values has stay null otherwise.
 static PairsData* new_pairs(i32 lengths, u32 num_syms, u64 table_size)
 {
     const size_t bases = static_cast<size_t>(lengths) * sizeof(u32);
@@ -213,6 +245,8 @@ PairsData* tb_setup_pairs(
         return nullptr;
     }
     set_shortest(pairs);
+    // The last stretch of the index table may be cut short by the end of the table. None of the
+    // sums can wrap around: a table has less than 2^40 values, and the blocks less than 2^63 bytes.
     const u64 stretch = 1ULL << header.idx_bits;
     size[0] = index_entry_size * ((table_size + stretch - 1) >> header.idx_bits);
     size[1] = 2ULL * header.size_entries;
@@ -232,6 +266,8 @@ PairsData* tb_one_value(i32 value, u64 table_size)
 
 // ---- Decoding
 
+// The blocks' bits run from the highest of a byte to the lowest and so on: the numbers of the
+// decoder have the first byte on top, other than all else in the file.
 static inline u32 big_endian_u32(const u8* bytes)
 {
     return static_cast<u32>(bytes[0]) << 24 | static_cast<u32>(bytes[1]) << 16
@@ -246,7 +282,8 @@ static inline i64 last_value(const PairsData* pairs, u64 block)
 
 // Finds the block of a value and the value's place in it. The index table tells where the middle
 // of its stretch lies, and the block sizes lead from there. Returns false if they lead nowhere, or
-// so far that a made-up file of gigabytes would hold up every probe.
+// so far that a made-up file of gigabytes would hold up every probe. An entry may name a place in
+// the padding behind the blocks, from which sizes lead back to one; only a block found is read.
 static inline bool find_block(const PairsData* pairs, u64 index, u64* block_found, i32* place)
 {
     const u8* entry = pairs->index_table + index_entry_size * (index >> pairs->idx_bits);
@@ -254,6 +291,7 @@ static inline bool find_block(const PairsData* pairs, u64 index, u64* block_foun
     u64 block = tb_u32(entry);
     const u64 lowest = block - std::min(block, longest_walk);
     const u64 end = std::min<u64>(pairs->blocks, block + longest_walk + 1);
+    // lit is the value's place as counted from the start of block, below 0 if it lies before it.
     i64 lit =
         static_cast<i64>(index & (stretch - 1)) - static_cast<i64>(stretch / 2) + tb_u16(entry + 4);
     while (lit < 0) {
@@ -282,6 +320,8 @@ static inline i32 find_symbol(const PairsData* pairs, u64 block, i32* place)
     // A block has at most 65536 values and every symbol at least one, so this ends. The checksum
     // behind the data lets the first 8 bytes of every block be read.
     const u8* next = pairs->data + (block << pairs->block_size);
+    // The next bits stand at the top; used counts those of them that have gone, and as soon as 32
+    // have, 32 new ones come in below. So 32 bits at least are there for a code.
     u64 bits = static_cast<u64>(big_endian_u32(next)) << 32 | big_endian_u32(next + 4);
     next += 8;
     i32 used = 0;
@@ -295,6 +335,7 @@ static inline i32 find_symbol(const PairsData* pairs, u64 block, i32* place)
         const i32 length = pairs->min_len + i;
         const u32 symbol =
             tb_u16(pairs->offset + 2 * i) + ((top - pairs->base[i]) >> (32 - length));
+        // Whole symbols are passed over without being taken apart.
         const i32 values = pairs->symlen[symbol] + 1;
         if (lit < values) {
             *place = lit;
@@ -347,7 +388,8 @@ i32 tb_decompress_pairs(const PairsData* pairs, u64 index)
 // ---- The tables in front of the blocks
 
 // Whether the values begin where the first block does, and end where the last one does. That holds
-// for a header that stands before the blocks of another table only by chance.
+// for a header that stands before the blocks of another table only by chance. To add up all block
+// sizes would be surer, but would read the whole size table before the first probe.
 static bool values_fill_the_blocks(const PairsData* pairs)
 {
     u64 block = 0;
