@@ -1,5 +1,9 @@
-// Endgame tables: answers for the search and the root. WDL values are those of the Syzygy format:
-// -2 loss, -1 loss saved by the fifty-move rule, 0 draw, 1 win spoiled by it, 2 win.
+// Endgame tables: answers for the search and the root. Any position may be asked about; where there
+// is no table for it, or none that can be read, there is no answer, and the caller goes on as
+// without tables.
+//
+// Results are TbResult or TbWdl, but travel as numbers: the search bounds, compares and negates
+// them like scores. Distances count plies.
 #pragma once
 
 #include "board/position.h"
@@ -25,31 +29,56 @@ enum TbWdl : i32 {
     WdlWin = 2,
 };
 
-// The least remaining depth at which tables are asked, by their number of pieces.
+inline constexpr TbResult tb_result_of(i32 wdl)
+{
+    return static_cast<TbResult>(wdl + TbDraw);
+}
+
+inline constexpr i32 tb_wdl_of(TbResult result)
+{
+    return result - TbDraw;
+}
+
+// How a value came about: what the probes report beside it, as a number that starts as TbNoAnswer.
+enum TbAnswer : i32 {
+    TbOtherSide = -1, // a distance table has only the other side's moves
+    TbNoAnswer = 0,   // no table, or a damaged one; the value means nothing
+    TbAnswered = 1,   // a table's
+    TbByCapture = 2,  // a capture's: it wins or reaches the upper bound, and the table adds nothing
+};
+
+// The fifty-move rule in plies: a win or loss whose distance is greater is none any more.
+inline constexpr i32 tb_rule50_plies = 100;
+
+// The least remaining depth at which tables are asked, by their number of pieces. The main thread
+// sets them by the options while workers search.
 struct TbDepths {
     Shared<i16> five; // and less
     Shared<i16> six;
 };
 
-// Result for the side to move: 0 loss, 1 loss saved by the fifty-move rule, 2 draw, 3 win
-// spoiled by it, 4 win; -1 if there is no answer, also where depth is below the least of its
-// pieces.
-i32 tb_probe_search(const Position* pos, i32 depth, const TbDepths* least);
+// Result for the side to move; TbNone if there is no answer, also where depth is below the least of
+// its pieces. The half-move clock is taken for 0: the result is that of a fresh count.
+[[nodiscard]] TbResult tb_probe_search(const Position* pos, i32 depth, const TbDepths* least);
 
-// The root's probe: result as above, also stored in wdl, with distance and a move; -1 if none.
+// The root's probe: result as above, but with the half-move clock as it stands; also stored in wdl,
+// with the distance without its sign and a legal move that keeps the result. TbNone, with nothing
+// stored, if there is no answer, for a root that is mated or stalemated, and for an unsound board.
 // Worker 0 only.
-i32 tb_probe_root(const Position* pos, u32* wdl, u32* dtz, u16* move);
+[[nodiscard]] TbResult tb_probe_root(const Position* pos, u32* wdl, u32* dtz, u16* move);
 
-// The WDL value of a sound position. *success becomes 0 if there is no answer.
-i32 tb_probe_wdl(const TbPos* pos, i32* success);
+// The WDL value of a sound position. *answer becomes TbNoAnswer if there is none, else above it.
+i32 tb_probe_wdl(const TbPos* pos, i32* answer);
 
-// The distance to the next capture or pawn move, with the sign of the WDL value; beyond 100 if the
-// fifty-move rule changes the result. *success becomes 0 if there is no answer. Worker 0 only.
-i32 tb_probe_dtz(const TbPos* pos, i32* success);
+// The distance to the next capture or pawn move, with the sign of the WDL value; beyond
+// tb_rule50_plies if the fifty-move rule changes the result, 0 for a draw. A mated side has -1.
+// *answer as above. Worker 0 only.
+i32 tb_probe_dtz(const TbPos* pos, i32* answer);
 
-// The WDL value without the en-passant right, by a search of the captures between alpha and beta.
-// *success becomes 0 if there is no answer, 2 if a capture wins, else 1.
-i32 tb_probe_ab(const TbPos* pos, i32 alpha, i32 beta, i32* success);
+// The WDL value without the en-passant right, by a search of the captures between alpha and beta;
+// at least alpha. *answer becomes TbNoAnswer, TbByCapture or TbAnswered.
+[[nodiscard]] i32 tb_probe_ab(const TbPos* pos, i32 alpha, i32 beta, i32* answer);
 
-// A position in the form of the tables, with its en-passant square and the half-move clock given.
+// A position in the form of the tables, with its en-passant square and the half-move clock given,
+// 0 to 255. Castling rights are left out: positions that have any must not be probed.
 void tb_set_pos(TbPos* out, const Position* pos, i32 rule50);
