@@ -159,9 +159,8 @@ void show_progress(ToolInput* input, const char* what, i64 number)
     if (localtime_r(&end, &parts) != nullptr) {
         strftime(clock, sizeof clock, "%H:%M:%S", &parts);
     }
-    fprintf(stderr, "\r%s %lld of %lld, %.0f s search_clock.elapsed, end expected at %s\x1b[K\r",
-        what, static_cast<long long>(number), static_cast<long long>(progress->count), passed,
-        clock);
+    fprintf(stderr, "\r%s %lld of %lld, %.0f s elapsed, end expected at %s\x1b[K\r", what,
+        static_cast<long long>(number), static_cast<long long>(progress->count), passed, clock);
 }
 
 void hide_progress(ToolInput* input)
