@@ -5,12 +5,8 @@
 #include "board/moves.h"
 #include "board/tables.h"
 
-// Worth of a piece to swapoff, by type: none, pawn, knight, bishop, rook, queen, king, unused.
-// Not the tuned material weights: pruning must not drift when they are tuned.
-static constexpr i32 exchange_value[8] = { 0, 100, 335, 335, 535, 1035, 10000, 0 };
-
-// What the capture of a king is worth: below the king's own value, so that a king that captures
-// a defended piece loses by it.
+// What the capture of a king is worth, centipawns: below the king's own value, so that a king that
+// captures a defended piece loses by it.
 static constexpr i32 king_capture_value = 9999;
 
 // The lowest of the sliders that no piece of occ separates from square, or NoSquare.

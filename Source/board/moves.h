@@ -52,6 +52,12 @@ MoveEntry* gen_moves_into(const Position* pos, MoveEntry* out);
 
 // ---- exchange.cpp
 
+// Worth of a piece in exchanges, centipawns by type: none, pawn, knight, bishop, rook, queen, king,
+// unused. Everything that compares what is taken with what it costs reads this table.
+// Not the tuned material weights: pruning must not drift when they are tuned. Nor phase_weight,
+// which says how much play a side has left and gives pawns and kings nothing.
+inline constexpr i32 exchange_value[8] = { 0, 100, 335, 335, 535, 1035, 10000, 0 };
+
 // Whether side attacks square with the current occupancy.
 bool is_attacked(const Position* pos, i32 square, i32 side);
 

@@ -5,9 +5,6 @@
 #include "search/hash.h"
 #include "search/move_lists.h"
 
-// Worth of a piece to the test of a possibly losing move, by type.
-inline constexpr u8 piece_value[8] = { 0, 1, 3, 3, 5, 10, 99, 0 };
-
 // The deepest entry of the margin and count tables.
 inline constexpr i32 last_margin = 11;
 
@@ -136,7 +133,7 @@ inline u16 class_of_move(const Position* pos, i32 side, const MoveEntry* entry)
 // Whether the move loses material by the exchange test; cheap for moves that cannot.
 inline bool loses(const Position* pos, const MoveEntry* entry)
 {
-    return piece_value[entry->moved & 7] > piece_value[entry->captured & 7]
+    return exchange_value[type_of(entry->moved)] > exchange_value[type_of(entry->captured)]
         && !is_en_passant(pos, entry)
         && swapoff(pos, pos->stm, from_square(entry->move), to_square(entry->move)) < -70;
 }

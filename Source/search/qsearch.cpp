@@ -5,10 +5,6 @@
 #include "search/node.h"
 #include "search/search.h"
 
-// What a capture promises, and what it takes off phase_mtl, by captured type.
-static constexpr i32 delta_value[8] = { 0, 100, 335, 335, 535, 1035, 10000, 0 };
-static constexpr i32 phase_value[8] = { 0, 0, 3, 3, 5, 10, 99, 0 };
-
 static constexpr struct {
     i32 check_gain = 20000;
     i32 last_piece_gain = 5000;  // leaves the opponent without pawns and mating material
@@ -36,7 +32,7 @@ static i32 promised_gain(const Position* pos, i32 side, const MoveEntry* entry)
         if (captured == Pawn) {
             --pawns;
         } else {
-            material -= phase_value[captured];
+            material -= phase_weight[captured];
         }
         if (pawns == 0 && material < 4) {
             return qsearch_rule.last_piece_gain;
@@ -46,7 +42,7 @@ static i32 promised_gain(const Position* pos, i32 side, const MoveEntry* entry)
     if ((entry->moved & 7) == Pawn && rank >= 6) {
         return qsearch_rule.far_pawn_gain;
     }
-    return delta_value[captured];
+    return exchange_value[captured];
 }
 
 i32 qsearch(
