@@ -68,7 +68,7 @@ static i32 reduction_of(const Position* pos, const PlyRecord* rec, i32 depth, i3
 {
     const i32 row = std::clamp(depth, 0, last_reduction);
     const i32 column = std::min(searched, last_reduction);
-    i32 r = rec->node_type != 0 ? pruning.lmr_nonpv[row][column] : pruning.lmr_pv[row][column];
+    i32 r = rec->node_type != PvNode ? pruning.lmr_nonpv[row][column] : pruning.lmr_pv[row][column];
     bool well_ordered = false;
     if (r >= 2 && (flags & FlagClasses) != 0) {
         r = entry->score <= good_quiet_score;
@@ -86,15 +86,14 @@ static i32 reduction_of(const Position* pos, const PlyRecord* rec, i32 depth, i3
     return row - r < 1 ? row - 1 : r;
 }
 
-i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 in_check,
-    i32 node_type, u16* pv)
+i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, bool in_check,
+    NodeType node_type, u16* pv)
 {
     SearchThread* thread = pos->thread;
     PlyRecord* rec = &thread->ply_rec[ply];
-    const i32 own = static_cast<i32>(side);
     pv[ply] = NoMove;
-    const bool prune_ok = depth <= pruning.LMP_depth && in_check == 0 && rec->in_iid == 0
-        && depth >= 1 && node_type != 0;
+    const bool prune_ok = depth <= pruning.LMP_depth && !in_check && rec->in_iid == 0 && depth >= 1
+        && node_type != PvNode;
     rec->moves_searched = 0;
     rec->stage = TryHashMove | UnreadStageFlag | FullSearch;
     i32 alpha0 = alpha;
@@ -111,18 +110,18 @@ i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 bet
         if (move == rec->hash_move && ++seen_hash != 1) {
             continue;
         }
-        if (move == NoMove || !is_legal_move(pos, own, move)) {
+        if (move == NoMove || !is_legal_move(pos, side, move)) {
             continue;
         }
         prefetch_child(pos, entry);
-        const u16 flags = class_of_move(pos, own, entry);
+        const u16 flags = class_of_move(pos, side, entry);
         rec->move_flags = flags;
         rec->reduction = 0;
 
         // While no move has a real score, nothing is dropped or reduced.
         i32 r = 0;
         if (best >= -ScoreProbeLimit) {
-            if (prune_ok && is_dropped(pos, own, depth, searched, flags, entry)) {
+            if (prune_ok && is_dropped(pos, side, depth, searched, flags, entry)) {
                 continue;
             }
             if (depth >= pruning.LMR_depth) {
@@ -134,15 +133,17 @@ i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 bet
         make_move(pos, move);
         i32 s;
         if (searched != 0 && depth >= 2) {
-            s = -search(pos, side ^ 1, ply + 1, depth - r - 1, -alpha - 1, -alpha, 1, child_pv);
+            s = -search(
+                pos, side ^ 1, ply + 1, depth - r - 1, -alpha - 1, -alpha, CutNode, child_pv);
             if (s > alpha) {
                 rec->reduction = 0;
-                s = -search(
-                    pos, side ^ 1, ply + 1, depth - 1, -beta, -alpha, -(node_type != 0), child_pv);
+                s = -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -alpha,
+                    node_type == PvNode ? PvNode : AllNode, child_pv);
             }
         } else {
             const i32 d = rec->extend_hash_move && move == rec->hash_move ? depth + 1 : depth;
-            s = -search(pos, side ^ 1, ply + 1, d - 1, -beta, -alpha, -node_type, child_pv);
+            s = -search(
+                pos, side ^ 1, ply + 1, d - 1, -beta, -alpha, child_of(node_type), child_pv);
         }
         unmake_move(pos);
         if (load(stop_code) != StopCode::None) {

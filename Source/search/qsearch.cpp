@@ -46,7 +46,7 @@ static i32 promised_gain(const Position* pos, i32 side, const MoveEntry* entry)
 }
 
 i32 qsearch(
-    Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type, u16* pv)
+    Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, NodeType node_type, u16* pv)
 {
     SearchThread* thread = pos->thread;
     PlyRecord* rec = &thread->ply_rec[ply];
@@ -69,17 +69,16 @@ i32 qsearch(
             && to_square(move) != to_square(thread->last_move)) {
             continue;
         }
-        if (promised_gain(pos, static_cast<i32>(side), entry) + eval <= best - margin
-            || loses(pos, entry)) {
+        if (promised_gain(pos, side, entry) + eval <= best - margin || loses(pos, entry)) {
             continue;
         }
         // Last, so that illegal moves cost no more than the filters.
-        if (move == NoMove || !is_legal_move(pos, static_cast<i32>(side), move)) {
+        if (move == NoMove || !is_legal_move(pos, side, move)) {
             continue;
         }
         make_move(pos, move);
         const i32 s =
-            -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -best, -node_type, child_pv);
+            -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -best, child_of(node_type), child_pv);
         unmake_move(pos);
         if (load(stop_code) != StopCode::None) {
             return 0;

@@ -37,7 +37,7 @@ static void hold_speed(SearchThread* thread)
     }
 }
 
-static void reset_record(PlyRecord* rec, i32 alpha, i32 beta, i32 node_type)
+static void reset_record(PlyRecord* rec, i32 alpha, i32 beta, NodeType node_type)
 {
     rec->node_type = static_cast<i16>(node_type);
     rec->alpha = static_cast<i16>(alpha);
@@ -51,7 +51,7 @@ static void reset_record(PlyRecord* rec, i32 alpha, i32 beta, i32 node_type)
     rec->razored = 0;
     rec->danger[White] = rec->danger[Black] = 0;
     rec->check_sq = NoSquare;
-    rec->tb_result = -1;
+    rec->tb_result = TbNone;
     // Only the children's killers go: a node keeps those that its siblings left.
     rec[1].killer[0] = rec[1].killer[1] = NoMove;
     rec[1].evasion_killer = NoMove;
@@ -97,7 +97,7 @@ static bool probe_node(Position* pos, PlyRecord* rec, i32 ply, HashHints* hints,
         *score = value;
         return true;
     }
-    if (rec->node_type != 0 && (hints->low || hints->high)) {
+    if (rec->node_type != PvNode && (hints->low || hints->high)) {
         *score = hints->low ? rec->alpha : rec->beta;
         return true;
     }
@@ -109,23 +109,23 @@ static bool probe_node(Position* pos, PlyRecord* rec, i32 ply, HashHints* hints,
 static bool probe_tables(Position* pos, PlyRecord* rec, i32 ply, i32 depth, i32* score)
 {
     const i32 parent = rec[-1].tb_result;
-    if (pos->cnt50 != 0 && parent == -1) {
+    if (pos->cnt50 != 0 && parent == TbNone) {
         return false;
     }
     rec->tb_result = tb_probe_search(pos, depth, &search_settings.tb_depths);
-    if (rec->tb_result == -1) {
+    if (rec->tb_result == TbNone) {
         return false;
     }
     add(pos->thread->counters[CountTbHits], 1);
-    if (parent != -1) {
+    if (parent != TbNone) {
         // The move into this node has given away two steps of the result scale or more.
         *score = rec->beta;
         return rec->tb_result >= 6 - parent;
     }
     // The first node of the line in the tables ends here.
-    const i32 value = rec->tb_result == 0 ? ply + ScoreTbLoss
-        : rec->tb_result == 4             ? ScoreTbWin - ply
-                                          : ScoreDraw;
+    const i32 value = rec->tb_result == TbLoss ? ply + ScoreTbLoss
+        : rec->tb_result == TbWin              ? ScoreTbWin - ply
+                                               : ScoreDraw;
     if (value <= rec->alpha) {
         rec->beta = static_cast<i16>(value);
         *score = rec->alpha;
@@ -154,7 +154,7 @@ static i32 weakened_depth(const Position* pos, i32 depth)
 static bool may_prune(const Position* pos, const PlyRecord* rec, i32 side, i32 beta, bool hint_low)
 {
     return rec->eval >= beta + pruning.BP_margin && rec->eval >= rec[-2].eval - node_rule.eval_fall
-        && !hint_low && rec->node_type == 1 && pos->phase_mtl[side] >= 1
+        && !hint_low && rec->node_type == CutNode && pos->phase_mtl[side] >= 1
         && (pos->piece_count[side] & 15) != 0 && beta >= -ScoreProbeLimit;
 }
 
@@ -167,8 +167,7 @@ static i32 null_move_score(
     thread->ply_rec[ply].moves_searched = 0;
     set_null_list(pos);
     make_null_move(pos);
-    const i32 score =
-        -search(pos, static_cast<u32>(side ^ 1), ply + 1, depth, -beta, -alpha, 1, pv);
+    const i32 score = -search(pos, side ^ 1, ply + 1, depth, -beta, -alpha, CutNode, pv);
     unmake_null_move(pos);
     --thread->null_depth;
     return score;
@@ -181,11 +180,11 @@ static bool null_move_allowed(const SearchThread* thread, const PlyRecord* rec, 
         && rec[-1].list_cursor->move != NoMove && rec[-2].list_cursor->move != NoMove;
 }
 
-bool threats_harmless(Position* pos, u32 side, i32 eval, i32 beta)
+bool threats_harmless(Position* pos, i32 side, i32 eval, i32 beta)
 {
     u64 pieces = pos->bb[side][0] ^ pos->bb[side][King];
     while (pieces != 0) {
-        const i32 gain = swapoff(pos, static_cast<i32>(side) ^ 1, NoSquare, pop_lowest(&pieces));
+        const i32 gain = swapoff(pos, side ^ 1, NoSquare, pop_lowest(&pieces));
         if (gain >= 1 && eval - gain <= beta + node_rule.harmless_surplus) {
             return false;
         }
@@ -221,8 +220,8 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
             continue;
         }
         make_move(pos, move);
-        const i32 score = -search(pos, static_cast<u32>(side ^ 1), ply + 1, reduced_depth - 1,
-            -raised_beta, 1 - raised_beta, -1, line);
+        const i32 score = -search(pos, side ^ 1, ply + 1, reduced_depth - 1, -raised_beta,
+            1 - raised_beta, AllNode, line);
         unmake_move(pos);
         if (load(stop_code) != StopCode::None) {
             return false;
@@ -234,11 +233,11 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
     return false;
 }
 
-i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type, u16* pv)
+i32 search(
+    Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, NodeType node_type, u16* pv)
 {
     SearchThread* thread = pos->thread;
     PlyRecord* rec = &thread->ply_rec[ply];
-    const i32 own = static_cast<i32>(side);
 
     // 1. Limits. A line that ends here is empty, not that of a sibling.
     pv[ply] = NoMove;
@@ -271,7 +270,7 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
     reset_record(rec, alpha, beta, node_type);
     pv[ply + 1] = NoMove;
     rec->check_sq = static_cast<u8>(
-        find_checker(pos, pos->king_sq[side], own ^ 1, pos->bb[White][0] | pos->bb[Black][0]));
+        find_checker(pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]));
     rec->in_check = rec->check_sq != NoSquare;
     if (is_draw_by_rule(pos, ply)) {
         return ScoreDraw;
@@ -299,12 +298,12 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
     if (ply >= max_search_ply) {
         return rec->in_check ? ScoreDraw : eval;
     }
-    if (strength.strength_level != 0 && !rec->in_check && node_type != 0
+    if (strength.strength_level != 0 && !rec->in_check && node_type != PvNode
         && alpha >= -ScoreProbeLimit && beta < ScoreProbeLimit) {
         depth = weakened_depth(pos, depth);
     }
     if (rec->in_check) {
-        return search_moves(pos, side, ply, depth, alpha, beta, 1, node_type, pv);
+        return search_moves(pos, side, ply, depth, alpha, beta, true, node_type, pv);
     }
 
     // 7. Quiescence: at the horizon, and where the evaluation is far below alpha close to it.
@@ -312,13 +311,13 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
         return qsearch(pos, side, ply, depth, alpha, beta, node_type, pv);
     }
     if (depth <= pruning.FP_depth && eval <= alpha - pruning.fp_margin[std::min(depth, last_margin)]
-        && !hints.high && alpha < ScoreProbeLimit && node_type != 0) {
+        && !hints.high && alpha < ScoreProbeLimit && node_type != PvNode) {
         rec->razored = 1;
         return qsearch(pos, side, ply, depth, alpha, beta, node_type, pv);
     }
 
     // 8. Forward pruning. danger is what the opponent may win next: the surplus must cover it.
-    if (may_prune(pos, rec, own, beta, hints.low)) {
+    if (may_prune(pos, rec, side, beta, hints.low)) {
         if (eval >= beta + rec->danger[side]) {
             if (depth <= pruning.SEP_depth
                 && eval >= beta + pruning.sep_margin[std::min(depth, last_margin)]) {
@@ -334,7 +333,7 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
         if (null_move_allowed(thread, rec, depth)) {
             const i32 reduction = depth > 9 && pos->phase_mtl[side] >= 4 ? 4 : 3;
             const i32 reply_depth = std::max(depth - reduction, 1) - 1;
-            score = null_move_score(pos, own, ply, reply_depth, alpha, beta, pv);
+            score = null_move_score(pos, side, ply, reply_depth, alpha, beta, pv);
             if (load(stop_code) != StopCode::None) {
                 return 0;
             }
@@ -349,12 +348,12 @@ i32 search(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32
     }
 
     // 9. Internal iterative deepening, where the entry was too shallow to give a good move.
-    const i32 iid_depth = node_type == 0 ? depth - 3 : depth > 8 ? depth - 5 : depth - 4;
+    const i32 iid_depth = node_type == PvNode ? depth - 3 : depth > 8 ? depth - 5 : depth - 4;
     if (iid_depth > std::max(hints.depth, 0) && eval >= alpha - node_rule.iid_eval) {
         rec->in_iid = 1;
-        search_moves(pos, side, ply, iid_depth, alpha, beta, 0, node_type, pv);
+        search_moves(pos, side, ply, iid_depth, alpha, beta, false, node_type, pv);
         rec->in_iid = 0;
         rec->hash_move = pv[ply];
     }
-    return search_moves(pos, side, ply, depth, alpha, beta, 0, node_type, pv);
+    return search_moves(pos, side, ply, depth, alpha, beta, false, node_type, pv);
 }

@@ -31,7 +31,7 @@ struct SearchResult {
     i8 last_iter_depth;
     f64 last_iter_time;
     i16 root_eval;
-    i32 tb_root_result = -1; // 0 to 4, or -1
+    i32 tb_root_result = TbNone; // TbResult
     u16 tb_root_move;
     i16 tb_root_score[2];
 };
@@ -40,21 +40,21 @@ extern SearchResult search_result;
 // The search node: everything before the first move. side is pos->stm. pv is indexed by ply.
 // Returns the score from side's view, or 0 at once when stop_code is set.
 i32 search(
-    Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type, u16* pv);
+    Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, NodeType node_type, u16* pv);
 
 // The move loop of interior nodes and of check evasions at any depth.
-i32 search_moves(Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 in_check,
-    i32 node_type, u16* pv);
+i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, bool in_check,
+    NodeType node_type, u16* pv);
 
 // The move loop of quiescence nodes; the static evaluation stands in the ply's record.
 i32 qsearch(
-    Position* pos, u32 side, i32 ply, i32 depth, i32 alpha, i32 beta, i32 node_type, u16* pv);
+    Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, NodeType node_type, u16* pv);
 
 // Whether a shallow search of winning captures beats beta by a margin.
 bool probcut(Position* pos, i32 ply, i32 depth, i32 beta);
 
 // Whether no piece of side can be taken at once for more than the surplus of eval over beta.
-bool threats_harmless(Position* pos, u32 side, i32 eval, i32 beta);
+bool threats_harmless(Position* pos, i32 side, i32 eval, i32 beta);
 
 // Sets the ordering scores of a closed list of legal root moves.
 void order_root_moves(Position* pos, MoveEntry* list);

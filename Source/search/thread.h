@@ -19,13 +19,19 @@ enum NodeType : i32 {
     CutNode = 1,  // a move is expected to fail high
 };
 
+// What the first child of a node is expected to be.
+inline constexpr NodeType child_of(NodeType type)
+{
+    return static_cast<NodeType>(-type);
+}
+
 // How the root stands in its window: more time where it has not found its answer.
 enum FailState : u8 { InWindow, FailsLow, FailsHigh };
 
 // The state of one ply of a search: one cache line.
 struct alignas(64) PlyRecord {
-    i16 node_type; // 0 PV, 1 expected cut, -1 expected all
-    i16 eval;      // static evaluation, -10001 in check
+    i16 node_type; // NodeType
+    i16 eval;      // static evaluation, -ScoreInfinite in check
     i16 alpha;
     i16 beta;
     i16 in_check;
@@ -36,7 +42,7 @@ struct alignas(64) PlyRecord {
     u8 razored;
     u16 danger[2]; // what is at stake, per side, centipawns
     u16 moves_searched;
-    i32 tb_result; // 0 to 4 from the side to move's view, -1 none
+    i32 tb_result; // TbResult, from the side to move's view
     u16 hash_move;
     u16 killer[2];
     u16 evasion_killer;
