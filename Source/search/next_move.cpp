@@ -17,8 +17,6 @@ enum Stage : u16 {
 };
 static constexpr u16 stage_mask = 15;
 
-const i16 mvv_score[16] = { 210, 220, 230, 230, 240, 250, 0, 0, 0, 220, 230, 230, 240, 250, 0, 0 };
-
 static constexpr i16 hash_move_score = 255;
 static constexpr i32 losing_exchange = -49; // below: tried among the quiet moves
 static constexpr i32 winning_exchange = 50; // below: a little later than the others

@@ -1,17 +1,22 @@
-// The move loop of quiescence nodes: stand pat, captures, and checks at depth 0. Children go
-// through search, which counts them, tests draws and answers checks.
+// The move loop of quiescence nodes: stand pat, captures, and checks at depth 0, until nothing
+// happens any more that the evaluation cannot see. Children go through search, which counts them,
+// tests draws and answers checks; so a node that comes here is never in check.
+// What a node returns is never below its evaluation: nobody is forced to capture.
 #include <algorithm>
 
 #include "search/node.h"
 #include "search/search.h"
 
+// Gains and margins in centipawns.
 static constexpr struct {
-    i32 check_gain = 20000;
+    i32 check_gain = 20000;      // more than any score: a check is never judged by what it takes
     i32 last_piece_gain = 5000;  // leaves the opponent without pawns and mating material
-    i32 far_pawn_gain = 1500;    // a pawn reaches its seventh or eighth rank
+    i32 mating_material = 4;     // least phase_mtl of that: more than one minor piece
+    i32 far_pawn_gain = 1500;    // a pawn on its seventh or eighth rank: a queen and what it takes
+    i32 far_rank = 6;            // the seventh, counted from 0
     i32 margin = 150;            // of the delta test
     i32 margin_dropped_in = 450; // for nodes that come here at a positive depth
-    i32 recapture_depth = -3;    // below it only recaptures go on
+    i32 recapture_depth = -3;    // plies; below it only recaptures go on
 } qsearch_rule;
 
 // What a move can gain at best, for the delta test.
@@ -25,21 +30,22 @@ static i32 promised_gain(const Position* pos, i32 side, const MoveEntry* entry)
     if (gives_check(pos, side, entry, vacated)) {
         return qsearch_rule.check_gain;
     }
-    const i32 captured = entry->captured & 7;
+    // Whoever takes the last of what could win has gained more than the piece: the ending is
+    // another, and the evaluation must see it.
+    const i32 captured = type_of(entry->captured);
     if (captured != NoPiece) {
-        i32 pawns = static_cast<i32>(pos->piece_count[side ^ 1] & 15);
+        i32 pawns = count_of(pos, side ^ 1, Pawn);
         i32 material = pos->phase_mtl[side ^ 1];
         if (captured == Pawn) {
             --pawns;
         } else {
             material -= phase_weight[captured];
         }
-        if (pawns == 0 && material < 4) {
+        if (pawns == 0 && material < qsearch_rule.mating_material) {
             return qsearch_rule.last_piece_gain;
         }
     }
-    const i32 rank = side == White ? to >> 3 : 7 - (to >> 3);
-    if ((entry->moved & 7) == Pawn && rank >= 6) {
+    if (type_of(entry->moved) == Pawn && relative_rank(side, to) >= qsearch_rule.far_rank) {
         return qsearch_rule.far_pawn_gain;
     }
     return exchange_value[captured];
@@ -50,6 +56,7 @@ i32 qsearch(
 {
     SearchThread* thread = pos->thread;
     PlyRecord* rec = &thread->ply_rec[ply];
+    // Stand pat: the side to move need not capture, and some quiet move will do no harm.
     const i32 eval = rec->eval;
     if (eval >= beta) {
         return beta;
@@ -58,17 +65,24 @@ i32 qsearch(
     const i32 alpha0 = std::max(eval, alpha);
     i32 best = alpha0;
     Move best_move = NoMove;
+    // Who dropped in from above lies far below alpha and stands for a search of some plies: its
+    // captures get the benefit of what those might have added.
     const i32 margin = depth < 1 ? qsearch_rule.margin : qsearch_rule.margin_dropped_in;
+    // Quiet checks in the first ply of quiescence only: they end by force or not at all, and below
+    // that there is no limit of depth to end them.
     rec->stage = depth >= 0 ? GenChecks | UnreadStageFlag : UnreadStageFlag;
     u16 child_pv[ply_count];
 
     while (MoveEntry* entry = next_move(pos)) {
         rec->list_cursor = entry;
         const Move move = entry->move;
+        // A long exchange is followed on its square; what else could be captured was there before.
         if (depth < qsearch_rule.recapture_depth
             && to_square(move) != to_square(thread->last_move)) {
             continue;
         }
+        // The delta test: what cannot lift the score to the best so far, even if it came for
+        // nothing, is not worth a node. Nor is a capture that loses: standing pat is better.
         if (promised_gain(pos, side, entry) + eval <= best - margin || loses(pos, entry)) {
             continue;
         }
@@ -95,7 +109,8 @@ i32 qsearch(
         }
         copy_line(pv, child_pv, ply);
     }
-    // Only a fail high is worth a slot.
+    // Only a fail high is worth a slot: below it nothing but captures has been tried, and another
+    // move may be better.
     if (depth >= 0 && best >= beta) {
         store_hash(pos, ply, depth, best_move, best, alpha0, beta);
     }
