@@ -1,12 +1,17 @@
-// The staged selection: hands a node one move at a time and generates and scores as late as it can.
+// The staged selection: hands a node one move at a time and generates and scores as late as it can,
+// for most nodes that fail high do so by the hash move or a capture, and what they never ask for
+// should cost nothing.
 // The list of a ply always ends in a closing entry, and the list of the next ply starts behind it.
 // A slot that gets only a move keeps the score and pieces of its last use; the history reads them
 // behind a null move, so they must not be cleared.
 #include "search/move_lists.h"
 
+#include <span>
+
 #include "board/tables.h"
 
-// Stages in the low four bits of PlyRecord.stage.
+// Stages in the low four bits of PlyRecord.stage. A full search goes Start, Captures, GoodCaptures,
+// Rest, PlainOrder; a quiescence search Start, QuietSearch, and PlainOrder for its checks.
 enum Stage : u16 {
     StageStart = 0,
     StageCaptures = 1,     // captures are still to be generated
@@ -17,26 +22,38 @@ enum Stage : u16 {
 };
 static constexpr u16 stage_mask = 15;
 
-static constexpr i16 hash_move_score = 255;
-static constexpr i32 losing_exchange = -49; // below: tried among the quiet moves
-static constexpr i32 winning_exchange = 50; // below: a little later than the others
-static constexpr i32 even_exchange_malus = 6;
-static constexpr i16 under_promotion_score = 15;
-static constexpr i16 good_capture_limit = 150; // from here down captures wait with the quiets
-static constexpr i16 sorting_limit = 2;        // at or below: not worth sorting any more
-static constexpr i16 check_score = 100;
+// Ordering scores, a scale of its own: up to 9 a losing capture, 0 to 64 the history of a quiet
+// move, to 124 with its bonus, from 203 on a capture. Exchanges in centipawns.
+static constexpr struct {
+    i16 hash_move = 255;
+    i32 losing_exchange = -49; // below it a capture is tried among the quiet moves
+    i32 winning_exchange = 50; // below it a little later than captures that win
+    i32 even_exchange_malus = 6;
+    i16 under_promotion = 15;     // hardly ever right: behind the quiet moves of some merit
+    i16 good_capture_limit = 150; // from here down captures wait with the quiet moves
+    i16 sorting_limit = 2;        // at or below it one move is as unlikely as the next
+    i16 check = 100; // of quiescence, where they are tried as they lie: nobody compares it
+} order_rule;
 
-// What the quiet moves that did well before are worth on top of their history.
-static constexpr i32 killer_bonus[2] = { 60, 55 };
-static constexpr i32 counter_bonus[2] = { 50, 45 };
-static constexpr i32 follow_bonus = 40;
-static constexpr i32 evasion_killer_bonus = 60;
-static constexpr i32 evasion_counter_bonus[2] = { 55, 50 };
+// What the quiet moves that did well before are worth on top of their history. The narrower the
+// memory, the more: a killer worked next door, a counter move against the same move elsewhere, a
+// follow-up behind the same plan.
+static constexpr struct {
+    i32 killer[2] = { 60, 55 };
+    i32 counter[2] = { 50, 45 };
+    i32 follow = 40;
+    i32 evasion_killer = 60;
+    i32 evasion_counter[2] = { 55, 50 };
+} bonus_rule;
+
+// History cells of 0 to 16384 count in such steps: a full one is worth about as much as a killer.
+static constexpr i32 history_step = 256;
 
 // Ranks for pushes in the check stage, by side.
 static constexpr u64 double_step_rank[2] = { 0x00000000ff000000ULL, 0x000000ff00000000ULL };
 static constexpr u64 sixth_rank[2] = { 0x0000ff0000000000ULL, 0x0000000000ff0000ULL };
 
+// Leaves the flags as they are.
 static inline void set_stage(PlyRecord* rec, u16 stage)
 {
     rec->stage = static_cast<u16>((rec->stage & ~stage_mask) | stage);
@@ -83,47 +100,51 @@ void pick_best(MoveEntry* cursor)
     *best = first;
 }
 
-i32 history_base(i32 h1, i32 h2)
+i32 history_base(i32 replying, i32 plain)
 {
-    return (h1 / 256 + h2 / 256) / 2;
+    return (replying / history_step + plain / history_step) / 2;
 }
 
-static void score_captures(MoveEntry* entry, const MoveEntry* end)
+// In quiescence the node itself tries the exchange of the few captures that pass its other tests.
+static void score_captures(std::span<MoveEntry> captures)
 {
-    for (; entry < end; ++entry) {
-        entry->score = static_cast<i16>(mvv_score[entry->captured] - (entry->moved & 7));
+    for (MoveEntry& entry : captures) {
+        entry.score = static_cast<i16>(capture_score(&entry));
     }
 }
 
-static void score_captures_by_exchange(const Position* pos, MoveEntry* entry, const MoveEntry* end)
+// In a full search no capture is left out, so that the exchange decides which come late.
+static void score_captures_by_exchange(const Position* pos, std::span<MoveEntry> captures)
 {
-    for (; entry < end; ++entry) {
-        const Move move = entry->move;
+    for (MoveEntry& entry : captures) {
+        const Move move = entry.move;
         const i32 see = swapoff(pos, pos->stm, from_square(move), to_square(move));
         i32 score;
-        if (see < losing_exchange) {
-            score = (entry->captured & 7) + 4;
+        if (see < order_rule.losing_exchange) {
+            score = losing_capture_score(&entry);
         } else if (move & (PromoteKnight | PromoteBishop | PromoteRook)) {
-            score = under_promotion_score;
+            score = order_rule.under_promotion;
         } else {
-            score = mvv_score[entry->captured] - (entry->moved & 7);
-            if (see < winning_exchange) {
-                score -= even_exchange_malus;
+            score = capture_score(&entry);
+            if (see < order_rule.winning_exchange) {
+                score -= order_rule.even_exchange_malus;
             }
         }
-        entry->score = static_cast<i16>(score);
+        entry.score = static_cast<i16>(score);
     }
 }
 
+// One quiet move of the given piece code. Returns the next free entry.
 static inline MoveEntry* add_quiet(MoveEntry* out, i32 from, i32 to, i32 moved)
 {
     out->move = make_move_code(from, to);
-    out->score = check_score;
+    out->score = order_rule.check;
     out->moved = static_cast<u8>(moved);
-    out->captured = 0;
+    out->captured = NoPiece;
     return out + 1;
 }
 
+// step: from the pawn to its target, in squares.
 static MoveEntry* add_pawn_pushes(MoveEntry* out, u64 targets, i32 step, i32 pawn)
 {
     while (targets != 0) {
@@ -133,10 +154,11 @@ static MoveEntry* add_pawn_pushes(MoveEntry* out, u64 targets, i32 step, i32 paw
     return out;
 }
 
+// Moves of one type to targets, the squares from which such a piece checks.
 static MoveEntry* add_piece_checks(const Position* pos, MoveEntry* out, i32 type, u64 targets)
 {
     const i32 side = pos->stm;
-    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    const u64 occ = occupied(pos);
     for (u64 set = pos->bb[side][type]; set != 0;) {
         const i32 from = pop_lowest(&set);
         u64 attacks = 0;
@@ -150,24 +172,26 @@ static MoveEntry* add_piece_checks(const Position* pos, MoveEntry* out, i32 type
             attacks |= rook_attacks(from, occ);
         }
         for (attacks &= targets; attacks != 0;) {
-            out = add_quiet(out, from, pop_lowest(&attacks), type + 8 * side);
+            out = add_quiet(out, from, pop_lowest(&attacks), piece_code(side, type));
         }
     }
     return out;
 }
 
-// Quiet moves that give check directly, and pawn pushes to the seventh rank; a push that does
-// both comes twice. Neither discovered checks nor king moves.
+// Quiet moves that give check directly, and pawn pushes to the seventh rank, which threaten to
+// queen; a push that does both comes twice, at the price of a node. Neither discovered checks nor
+// king moves: they are rare, and to look for them would cost every node.
 static MoveEntry* gen_checks(const Position* pos, MoveEntry* out)
 {
     const i32 side = pos->stm;
     const u64* own = pos->bb[side];
     const i32 enemy_king = pos->king_sq[side ^ 1];
-    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    const u64 occ = occupied(pos);
     const u64 empty = ~occ;
-    const i32 pawn = Pawn + 8 * side;
+    const i32 pawn = piece_code(side, Pawn);
     const i32 step = pawn_step[side];
 
+    // From the king outwards: what a piece on his square would attack is where it gives check.
     const u64 pawn_checks = pawn_attacks[side ^ 1][enemy_king] & empty;
     const u64 single = side == White ? own[Pawn] << 8 : own[Pawn] >> 8;
     const u64 open = single & empty;
@@ -176,6 +200,7 @@ static MoveEntry* gen_checks(const Position* pos, MoveEntry* out)
     out = add_pawn_pushes(out, twice & pawn_checks, 2 * step, pawn);
 
     out = add_piece_checks(pos, out, Knight, knight_attacks[enemy_king] & empty);
+    // Without a slider of the kind the two look-ups are saved.
     u64 diagonals = 0;
     if (own[Bishop] | own[Queen]) {
         diagonals = bishop_attacks(enemy_king, occ) & empty;
@@ -192,7 +217,8 @@ static MoveEntry* gen_checks(const Position* pos, MoveEntry* out)
     return add_pawn_pushes(out, (side == White ? sixth << 8 : sixth >> 8) & empty, step, pawn);
 }
 
-// The moves that get a bonus over their history, in check and out of it, best first.
+// The moves that get a bonus over their history, in check and out of it, best first. A move that is
+// there twice gets its first bonus only.
 struct FavouredMoves {
     Move move[5];
     i32 bonus[5];
@@ -211,10 +237,10 @@ static FavouredMoves find_favoured(const SearchThread* thread, const PlyRecord* 
     FavouredMoves favoured;
     favoured.count = 0;
     if (rec->in_check) {
-        add_favoured(&favoured, rec->evasion_killer, evasion_killer_bonus);
+        add_favoured(&favoured, rec->evasion_killer, bonus_rule.evasion_killer);
     } else {
-        add_favoured(&favoured, rec->killer[0], killer_bonus[0]);
-        add_favoured(&favoured, rec->killer[1], killer_bonus[1]);
+        add_favoured(&favoured, rec->killer[0], bonus_rule.killer[0]);
+        add_favoured(&favoured, rec->killer[1], bonus_rule.killer[1]);
     }
 
     // Behind a null move there is nothing to counter.
@@ -223,34 +249,36 @@ static FavouredMoves find_favoured(const SearchThread* thread, const PlyRecord* 
         return favoured;
     }
     const i32 prev_to = to_square(prev->move);
-    const i32* counter = rec->in_check ? evasion_counter_bonus : counter_bonus;
+    const i32* counter = rec->in_check ? bonus_rule.evasion_counter : bonus_rule.counter;
     add_favoured(&favoured, thread->counter_move[prev->moved][prev_to], counter[0]);
     add_favoured(&favoured, thread->counter_move2[prev->moved][prev_to], counter[1]);
-    const MoveEntry* own = rec[-2].list_cursor;
-    if (!rec->in_check && own->move != NoMove) {
-        add_favoured(
-            &favoured, thread->follow_move[own->moved][to_square(own->move)], follow_bonus);
+    // In check there is no plan to follow up.
+    const MoveEntry* followed = rec[-2].list_cursor;
+    if (!rec->in_check && followed->move != NoMove) {
+        add_favoured(&favoured, thread->follow_move[followed->moved][to_square(followed->move)],
+            bonus_rule.follow);
     }
     return favoured;
 }
 
+// Quiet moves by what they have done elsewhere: nothing on the board tells one from the other.
 static void score_quiets(
-    const SearchThread* thread, const PlyRecord* rec, MoveEntry* entry, const MoveEntry* end)
+    const SearchThread* thread, const PlyRecord* rec, std::span<MoveEntry> quiets)
 {
     const FavouredMoves favoured = find_favoured(thread, rec);
-    const i32 prev_type = rec[-1].list_cursor->moved & 7;
-    for (; entry < end; ++entry) {
-        const Move move = entry->move;
+    const i32 prev_type = type_of(rec[-1].list_cursor->moved);
+    for (MoveEntry& entry : quiets) {
+        const Move move = entry.move;
         const i32 to = to_square(move);
         i32 score = history_base(
-            thread->history[prev_type][entry->moved][to], thread->history[0][entry->moved][to]);
+            thread->history[prev_type][entry.moved][to], thread->history[0][entry.moved][to]);
         for (i32 i = 0; i < favoured.count; ++i) {
             if (favoured.move[i] == move) {
                 score += favoured.bonus[i];
                 break;
             }
         }
-        entry->score = static_cast<i16>(score);
+        entry.score = static_cast<i16>(score);
     }
 }
 
@@ -263,36 +291,39 @@ static void append_quiets(Position* pos, PlyRecord* rec, MoveEntry* cursor)
     }
     MoveEntry* end = gen_quiets(pos, pos->stm, cursor, rec->check_sq);
     publish_list(thread, end);
-    // At ply 1 there is no previous move to look at.
+    // At ply 1 there is no previous move to look at; only perft comes here then.
     if (end > cursor && thread->ply > 1) {
-        score_quiets(thread, rec, cursor, end);
+        score_quiets(thread, rec, { cursor, end });
     }
 }
 
+// What is left most likely never comes up: to sort it would cost more than it brings.
 static MoveEntry* next_in_plain_order(MoveEntry* cursor)
 {
     return cursor->move != EndOfList ? cursor : nullptr;
 }
 
+// Losing captures and quiet moves, until the best of them has no merit left.
 static MoveEntry* next_of_rest(PlyRecord* rec, MoveEntry* cursor)
 {
     if (cursor->move == EndOfList) {
         return nullptr;
     }
     pick_best(cursor);
-    if (cursor->score <= sorting_limit) {
+    if (cursor->score <= order_rule.sorting_limit) {
         set_stage(rec, StagePlainOrder);
     }
     return cursor;
 }
 
+// Captures first: most moves of the parent leave something hanging, and to take it refutes them.
 // The losing captures stay where they are and are sorted among the quiet moves.
 static MoveEntry* next_good_capture(Position* pos, PlyRecord* rec, MoveEntry* cursor)
 {
     if (cursor->move != EndOfList) {
         set_stage(rec, StageGoodCaptures);
         pick_best(cursor);
-        if (cursor->score > good_capture_limit) {
+        if (cursor->score > order_rule.good_capture_limit) {
             return cursor;
         }
     }
@@ -301,6 +332,7 @@ static MoveEntry* next_good_capture(Position* pos, PlyRecord* rec, MoveEntry* cu
     return next_of_rest(rec, cursor);
 }
 
+// Captures, and then checks if the node wants them; they are too alike to be sorted.
 static MoveEntry* next_quiet_search_move(Position* pos, PlyRecord* rec, MoveEntry* cursor)
 {
     if (cursor->move != EndOfList) {
@@ -319,6 +351,8 @@ static MoveEntry* next_quiet_search_move(Position* pos, PlyRecord* rec, MoveEntr
     return cursor;
 }
 
+// In check there are only captures of the checking piece and by the king: nothing else helps.
+// Promotions come all the same; the test of legality sorts them out. Quiescence promotes to queens.
 static MoveEntry* start_captures(Position* pos, PlyRecord* rec, MoveEntry* cursor)
 {
     const bool full = (rec->stage & FullSearch) != 0;
@@ -326,19 +360,20 @@ static MoveEntry* start_captures(Position* pos, PlyRecord* rec, MoveEntry* curso
     end = gen_promotions(pos, pos->stm, full, end);
     publish_list(pos->thread, end);
     if (full) {
-        score_captures_by_exchange(pos, cursor, end);
+        score_captures_by_exchange(pos, { cursor, end });
         return next_good_capture(pos, rec, cursor);
     }
-    score_captures(cursor, end);
+    score_captures({ cursor, end });
     set_stage(rec, StageQuietSearch);
     return next_quiet_search_move(pos, rec, cursor);
 }
 
+// What was best or refuted this node before does so again more often than any other move.
 static MoveEntry* give_hash_move(Position* pos, PlyRecord* rec, MoveEntry* cursor)
 {
     const Move move = rec->hash_move;
     cursor->move = move;
-    cursor->score = hash_move_score;
+    cursor->score = order_rule.hash_move;
     cursor->moved = pos->board[from_square(move)];
     cursor->captured = pos->board[to_square(move)];
     publish_list(pos->thread, cursor + 1);

@@ -1,18 +1,24 @@
 // Private helpers of the node routines: tests of a move before it is made, and line copies.
+// All tests take a pseudo-legal move of a position whose side to move could capture no king, and
+// none of them changes the position.
 #pragma once
 
 #include "board/tables.h"
 #include "search/hash.h"
 #include "search/move_lists.h"
 
-// The deepest entry of the margin and count tables.
-inline constexpr i32 last_margin = 11;
+// What an exchange may lose, centipawns, and still be no loss: two minor pieces for a rook and a
+// pawn (-35) are about even, a pawn for nothing is not.
+inline constexpr i32 bearable_loss = -70;
+
+// Relative ranks of the pawns that get a class of their own.
+enum : i32 { FifthRank = 4, SixthRank = 5, SeventhRank = 6 };
 
 // The type that stands on the to-square after the move: the promoted piece, or the moved one.
 inline i32 type_after(Move move, u8 moved)
 {
     if ((move & PromotionMask) == 0) {
-        return moved & 7;
+        return type_of(moved);
     }
     return move & PromoteQueen ? Queen
         : move & PromoteKnight ? Knight
@@ -20,13 +26,14 @@ inline i32 type_after(Move move, u8 moved)
                                : Rook;
 }
 
-// Whether the move is an en-passant capture.
+// Whether the move is an en-passant capture, which no entry's captured piece shows.
 inline bool is_en_passant(const Position* pos, const MoveEntry* entry)
 {
-    return to_square(entry->move) == pos->ep_square && (entry->moved & 7) == Pawn;
+    return to_square(entry->move) == pos->ep_square && type_of(entry->moved) == Pawn;
 }
 
-// Whether a piece of this type and side on square to attacks the enemy king past occ.
+// Whether a piece of this type and side on square to attacks the enemy king past occ. Only this one
+// line is looked at: no attack set is made.
 inline bool attacks_king(const Position* pos, i32 side, i32 type, i32 to, u64 occ)
 {
     const i32 king = pos->king_sq[side ^ 1];
@@ -64,7 +71,7 @@ inline bool gives_check(const Position* pos, i32 side, const MoveEntry* entry, u
 {
     const i32 to = to_square(entry->move);
     const i32 king = pos->king_sq[side ^ 1];
-    const u64 occ = ((pos->bb[White][0] | pos->bb[Black][0]) & ~vacated) | bit(to);
+    const u64 occ = (occupied(pos) & ~vacated) | bit(to);
     if (attacks_king(pos, side, type_after(entry->move, entry->moved), to, occ)) {
         return true;
     }
@@ -84,44 +91,46 @@ inline void prefetch_child(const Position* pos, const MoveEntry* entry)
 {
     const i32 to = to_square(entry->move);
     const u64 key = pos->key ^ zobrist[entry->moved][from_square(entry->move)]
-        ^ zobrist[entry->moved][to] ^ (entry->captured != 0 ? zobrist[entry->captured][to] : 0);
+        ^ zobrist[entry->moved][to]
+        ^ (entry->captured != NoPiece ? zobrist[entry->captured][to] : 0);
     prefetch_bucket((key & ~1ULL) | (pos->stm ^ 1ULL));
 }
 
-// Class of a move, by bits: 1 capture, 2 check; 0x30 queen promotion, 0x28 pawn to its seventh
-// rank, 0x20 under-promotion or passed pawn to its fifth or sixth rank. No class bit at all is
-// a quiet move.
+// Class of a move, by bits. A move without any is quiet: the rules for late moves are made for it,
+// while the others may force matters. The pawn moves share a bit; the rules do not tell them apart.
 enum MoveFlag : u16 {
     FlagCapture = 1,
     FlagCheck = 2,
-    FlagQueenPromotion = 0x30,
-    FlagSeventhRank = 0x28,
-    FlagPawnOther = 0x20,
-    FlagClasses = 63,
+    FlagPawnOther = 0x20,      // under-promotion, or a passed pawn to its fifth or sixth rank
+    FlagSeventhRank = 0x28,    // any pawn: it threatens to queen
+    FlagQueenPromotion = 0x30, // with or without capture
+    FlagClasses = 63,          // any of them
 };
 
+// The class of a pawn's move by its way to promotion, or 0.
 inline u16 pawn_class(const Position* pos, i32 side, Move move)
 {
     if (move & PromotionMask) {
         return move & PromoteQueen ? FlagQueenPromotion : FlagPawnOther;
     }
     const i32 to = to_square(move);
-    const i32 rank = side == White ? to >> 3 : 7 - (to >> 3);
-    if (rank == 6) {
+    const i32 rank = relative_rank(side, to);
+    if (rank == SeventhRank) {
         return FlagSeventhRank;
     }
-    const bool far = rank == 4 || rank == 5;
+    const bool far = rank == FifthRank || rank == SixthRank;
     return far && !(passed_mask[side][to] & pos->bb[side ^ 1][Pawn]) ? FlagPawnOther : 0;
 }
 
-// The class of a pseudo-legal move of side. An en-passant victim still blocks in the check test.
+// The class of a pseudo-legal move of side. An en-passant victim still blocks in the check test:
+// the rare check that it hides costs nothing but a less exact class.
 inline u16 class_of_move(const Position* pos, i32 side, const MoveEntry* entry)
 {
     u16 flags = 0;
-    if (entry->captured != 0 || is_en_passant(pos, entry)) {
+    if (entry->captured != NoPiece || is_en_passant(pos, entry)) {
         flags |= FlagCapture;
     }
-    if ((entry->moved & 7) == Pawn) {
+    if (type_of(entry->moved) == Pawn) {
         flags |= pawn_class(pos, side, entry->move);
     }
     if (gives_check(pos, side, entry, bit(from_square(entry->move)))) {
@@ -130,15 +139,16 @@ inline u16 class_of_move(const Position* pos, i32 side, const MoveEntry* entry)
     return flags;
 }
 
-// Whether the move loses material by the exchange test; cheap for moves that cannot.
+// Whether the move loses material by the exchange test. Only a piece that takes less than its own
+// worth, or nothing, can; the others are not tried, nor is en passant, a pawn for a pawn.
 inline bool loses(const Position* pos, const MoveEntry* entry)
 {
     return exchange_value[type_of(entry->moved)] > exchange_value[type_of(entry->captured)]
         && !is_en_passant(pos, entry)
-        && swapoff(pos, pos->stm, from_square(entry->move), to_square(entry->move)) < -70;
+        && swapoff(pos, pos->stm, from_square(entry->move), to_square(entry->move)) < bearable_loss;
 }
 
-// Copies a child's line behind the move at ply, its closing 0 included.
+// Copies a child's line behind the move at ply, its closing 0 included. Both are indexed by ply.
 inline void copy_line(u16* pv, const u16* child_pv, i32 ply)
 {
     for (i32 i = ply + 1; i < ply_count; ++i) {

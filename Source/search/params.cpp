@@ -1,33 +1,59 @@
 // Working tables of the pruning rules. They are rebuilt between searches only; the workers read
-// them without a lock.
+// them without a lock. Tables and not formulas, so that a node pays one load for a logarithm.
+// A rule is never taken out: turned off, it has a depth or a margin that no node reaches.
 #include "search/params.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <span>
 
 #include "base/output.h"
 #include "search/strength.h"
 
 constinit PruningTables pruning {};
 
-static constexpr i32 margin_entries = 12;
+// Margins in centipawns, depths in plies.
+static constexpr struct {
+    i32 fp_base = 50;             // of the drop into quiescence, before its step per ply
+    i32 lmp_base = 1;             // moves searched at any depth before one is dropped
+    i32 bp_margin = 15;           // at full selectivity: just more than the noise of an evaluation
+    i32 full_selectivity = 100;   // per cent; below it bp_margin grows by half of what is missing
+    i16 no_margin = 5000;         // bp_margin that no evaluation reaches
+    i16 never_deep_enough = 100;  // deeper than any node
+    i16 never_shallow_enough = 0; // shallower than any node that is asked
+} param_rule;
+
+// The strength limit.
+static constexpr struct {
+    i32 full_elo = 2200;        // from here on nothing is overlooked
+    f64 level_of_rate = 3000.0; // strength_level at one node a second less one
+    f64 highest_level = 150.0;
+    f64 nearest_rate = 20.0; // nodes a second; a rate nearer to the machine's own is no limit
+} limit_rule;
 
 // The form of one reduction table: scale * (factor * ln(depth) * ln(moves) + offset), at most
-// depth - room and within 0 to limit.
+// depth - room and within 0 to limit. That a move is best gets less likely with its place in the
+// order, ever more slowly, and a ply less costs less of a deep search: so both count by logarithm.
 struct ReductionRule {
     f64 factor;
-    f64 offset;
-    f64 limit;
-    i32 room;
+    f64 offset; // plies
+    f64 limit;  // plies
+    i32 room;   // plies that are left at least
 };
+
+// A PV node reduces late and little, for its score is the one that is played; elsewhere every later
+// move is reduced from depth 3 on.
 static constexpr ReductionRule pv_rule = { 0.44, -0.6, 4.0, 2 };
 static constexpr ReductionRule nonpv_rule = { 0.46, 0.6, 5.0, 1 };
 
-static void fill_reductions(u8 table[32][32], const ReductionRule* rule, f64 scale)
+// One reduction table, by depth and moves searched before. Nothing is reduced at depths 1 and 2,
+// nor is a first move.
+static void fill_reductions(
+    u8 (&table)[reduction_size][reduction_size], const ReductionRule* rule, f64 scale)
 {
-    for (i32 d = 0; d < 32; ++d) {
-        for (i32 m = 0; m < 32; ++m) {
+    for (i32 d = 0; d < reduction_size; ++d) {
+        for (i32 m = 0; m < reduction_size; ++m) {
             table[d][m] = 0;
             if (d > 2 && m > 0) {
                 f64 x = scale * (rule->factor * std::log(d) * std::log(m) + rule->offset);
@@ -39,30 +65,32 @@ static void fill_reductions(u8 table[32][32], const ReductionRule* rule, f64 sca
 }
 
 // How often nodes are searched shallower under a strength limit: 0 without one, at most 150,
-// the more the slower the engine is set.
+// the more the slower the engine is set. A low rate alone would still see every short threat; who
+// plays at that strength does not.
 static u32 level_of_limit(i32 elo)
 {
-    if (elo < 1 || elo > 2199) {
+    if (elo < 1 || elo >= limit_rule.full_elo) {
         return 0;
     }
-    const f64 level = std::trunc(3000.0 / (load(strength.target_nps) + 1.0));
-    return static_cast<u32>(std::clamp(level, 0.0, 150.0));
+    const f64 level = std::trunc(limit_rule.level_of_rate / (load(strength.target_nps) + 1.0));
+    return static_cast<u32>(std::clamp(level, 0.0, limit_rule.highest_level));
 }
 
 // Margins wrap in 16 bits like the options they come from.
 static void fill_margins(const SearchParams* params)
 {
-    for (i32 d = 0; d < margin_entries; ++d) {
-        pruning.fp_margin[d] = static_cast<i16>(50 + params->FP_margin * d);
+    for (i32 d = 0; d <= last_margin; ++d) {
+        pruning.fp_margin[d] = static_cast<i16>(param_rule.fp_base + params->FP_margin * d);
         pruning.sep_margin[d] = static_cast<i16>(params->SEP_margin * d);
-        pruning.lmp_count[d] = static_cast<i16>(1 + params->LMP_count * d);
+        pruning.lmp_count[d] = static_cast<i16>(param_rule.lmp_base + params->LMP_count * d);
     }
 }
 
 void set_search_params(const SearchParams* params, i32 selectivity, i32 elo)
 {
     strength.strength_level = level_of_limit(elo);
-    store(strength.nps_limited, strength.calibration_nps - 20 > load(strength.target_nps));
+    store(strength.nps_limited,
+        strength.calibration_nps - limit_rule.nearest_rate > load(strength.target_nps));
     fill_margins(params);
     pruning.FP_depth = params->FP_depth;
     pruning.SEP_depth = params->SEP_depth;
@@ -72,37 +100,39 @@ void set_search_params(const SearchParams* params, i32 selectivity, i32 elo)
     pruning.LMR_depth = params->LMR_depth;
     pruning.ProbCut_reduction = params->ProbCut_reduction;
     pruning.ProbCut_margin = params->ProbCut_margin;
-    pruning.BP_margin = 15;
-    if (selectivity < 100) {
-        pruning.BP_margin = static_cast<i16>(15 + ((100 - selectivity) >> 1));
-    }
+    // Less selective: the gate of step 8 opens later. More selective opens it no earlier.
+    const i32 missing = std::max(param_rule.full_selectivity - selectivity, 0);
+    pruning.BP_margin = static_cast<i16>(param_rule.bp_margin + missing / 2);
     if (selectivity == 0) {
-        pruning.ProbCut_depth = pruning.LMR_depth = pruning.NMP_depth = 100;
-        pruning.LMP_depth = pruning.SEP_depth = pruning.FP_depth = 0;
-        pruning.BP_margin = 5000;
+        pruning.ProbCut_depth = pruning.LMR_depth = pruning.NMP_depth =
+            param_rule.never_deep_enough;
+        pruning.LMP_depth = pruning.SEP_depth = pruning.FP_depth = param_rule.never_shallow_enough;
+        pruning.BP_margin = param_rule.no_margin;
     }
     const f64 scale = selectivity * 0.01;
     fill_reductions(pruning.lmr_pv, &pv_rule, scale);
     fill_reductions(pruning.lmr_nonpv, &nonpv_rule, scale);
 }
 
-// Prints a depth and the table entries from 1 up to it as one line. format takes the depth.
-static void print_margins(const char* label, i32 depth, const char* what, const i16* table)
+// Prints a depth and the entries of a table from 1 up to it as one line.
+static void print_margins(
+    const char* label, i32 depth, const char* what, std::span<const i16> table)
 {
     char line[256];
     int used = snprintf(line, sizeof line, "%s= %d, %s=", label, depth, what);
-    for (i32 d = 1; d <= std::min(depth, margin_entries - 1); ++d) {
-        used += snprintf(line + used, sizeof line - static_cast<size_t>(used), " %d", table[d]);
+    for (i32 d = 1; d <= std::min(depth, last_margin); ++d) {
+        used += snprintf(line + used, sizeof line - static_cast<size_t>(used), " %d",
+            table[static_cast<size_t>(d)]);
     }
     print_plain("%s\n", line);
 }
 
-static void print_reductions(const u8 table[32][32])
+static void print_reductions(const u8 (&table)[reduction_size][reduction_size])
 {
-    for (i32 d = 1; d < 32; ++d) {
+    for (i32 d = 1; d < reduction_size; ++d) {
         char line[128];
         int used = snprintf(line, sizeof line, "%2d  ", d);
-        for (i32 m = 0; m < 32; ++m) {
+        for (i32 m = 0; m < reduction_size; ++m) {
             used +=
                 snprintf(line + used, sizeof line - static_cast<size_t>(used), "%d ", table[d][m]);
         }
