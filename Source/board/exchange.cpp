@@ -22,7 +22,8 @@ static inline i32 first_unblocked(const u64* lines, u64 sliders, u64 occ)
     return NoSquare;
 }
 
-// The least valuable piece of side among present that attacks square, sliders blocked by occ.
+// The least valuable piece of side among present that attacks square, sliders blocked by occ. From
+// the cheapest type up, so that the usual answer, a pawn or none, is found without the sliders.
 static inline i32 least_attacker(const Position* pos, i32 square, i32 side, u64 occ, u64 present)
 {
     const u64* bb = pos->bb[side];
@@ -57,6 +58,7 @@ static inline i32 least_attacker(const Position* pos, i32 square, i32 side, u64 
 
 bool is_attacked(const Position* pos, i32 square, i32 side)
 {
+    // The cheap tests first: the sliders need a look at the squares between.
     const u64* bb = pos->bb[side];
     if ((pawn_attacks[side ^ 1][square] & bb[Pawn]) | (knight_attacks[square] & bb[Knight])
         | (king_attacks[square] & bb[King])) {
@@ -65,7 +67,7 @@ bool is_attacked(const Position* pos, i32 square, i32 side)
 
     const u64 sliders = (bishop_rays[square] & (bb[Bishop] | bb[Queen]))
         | (rook_rays[square] & (bb[Rook] | bb[Queen]));
-    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    const u64 occ = occupied(pos);
     return first_unblocked(between[square], sliders, occ) != NoSquare;
 }
 
@@ -97,8 +99,9 @@ static i32 swap_gain(const Position* pos, i32 side, i32 square, i32 type, u64 oc
             gain = king_capture_value;
             break;
         }
+        // The capturer stands on the square next, and what it uncovers may capture after it.
         taken[count++] = exchange_value[type];
-        type = pos->board[from] & 7;
+        type = type_of(pos->board[from]);
         occ ^= bit(from);
         side ^= 1;
     }
@@ -113,16 +116,16 @@ static i32 swap_gain(const Position* pos, i32 side, i32 square, i32 type, u64 oc
 
 i32 swapoff(const Position* pos, i32 side, i32 from, i32 to)
 {
-    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
-    const i32 target = pos->board[to] & 7;
+    const u64 occ = occupied(pos);
+    const i32 target = type_of(pos->board[to]);
     if (from == NoSquare) {
         return swap_gain(pos, side, to, target, occ);
     }
     return exchange_value[target]
-        - swap_gain(pos, side ^ 1, to, pos->board[from] & 7, occ & ~bit(from));
+        - swap_gain(pos, side ^ 1, to, type_of(pos->board[from]), occ & ~bit(from));
 }
 
-// Whether side would attack square if its piece of the given type were gone from from.
+// Whether side would still attack square if its piece of the given type were gone from from.
 static bool is_attacked_without(Position* pos, i32 square, i32 side, i32 type, i32 from)
 {
     pos->bb[side][type] ^= bit(from);
@@ -136,7 +139,7 @@ static bool is_attacked_without(Position* pos, i32 square, i32 side, i32 type, i
 bool adds_king_pressure(Position* pos, i32 type, i32 from, i32 to, u64 zone)
 {
     const i32 side = pos->stm;
-    const u64 occ = pos->bb[White][0] | pos->bb[Black][0];
+    const u64 occ = occupied(pos);
     for (i32 mover = Rook; mover >= Bishop; --mover) {
         if (type != mover && type != Queen) {
             continue;

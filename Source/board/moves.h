@@ -32,23 +32,23 @@ void make_game_move(Position* pos, Move move);
 // Whether a move taken from text can be made without leaving the board inconsistent: both
 // squares on the board, an own piece on the from-square, no own piece and no king on the
 // to-square, flags and castling consistent. Says nothing about the rules of chess.
-bool is_makeable(const Position* pos, i32 from, i32 to, Move promotion);
+[[nodiscard]] bool is_makeable(const Position* pos, i32 from, i32 to, Move promotion);
 
 // ---- generate.cpp: each returns the next free entry; the caller closes the list
 
 // Captures of side. check_sq is NoSquare, or the checking piece: then only it is a target,
 // except for the king, which may capture any neighbour.
-MoveEntry* gen_captures(const Position* pos, i32 side, MoveEntry* out, i32 check_sq);
+[[nodiscard]] MoveEntry* gen_captures(const Position* pos, i32 side, MoveEntry* out, i32 check_sq);
 
 // Promotions of side, with and without capture; under asks for knight, bishop and rook too.
-MoveEntry* gen_promotions(const Position* pos, i32 side, i32 under, MoveEntry* out);
+[[nodiscard]] MoveEntry* gen_promotions(const Position* pos, i32 side, i32 under, MoveEntry* out);
 
 // Quiet moves of side without promotions. With check_sq, interpositions and king moves only.
-MoveEntry* gen_quiets(const Position* pos, i32 side, MoveEntry* out, i32 check_sq);
+[[nodiscard]] MoveEntry* gen_quiets(const Position* pos, i32 side, MoveEntry* out, i32 check_sq);
 
 // All moves of the side to move in the order of gen_all_moves. out holds max_list_moves entries.
 inline constexpr i32 max_list_moves = 1128;
-MoveEntry* gen_moves_into(const Position* pos, MoveEntry* out);
+[[nodiscard]] MoveEntry* gen_moves_into(const Position* pos, MoveEntry* out);
 
 // ---- exchange.cpp
 
@@ -63,14 +63,16 @@ bool is_attacked(const Position* pos, i32 square, i32 side);
 
 // The least valuable piece of side that attacks square if only the pieces of occ exist;
 // its square, or NoSquare.
-i32 find_attacker(const Position* pos, i32 square, i32 side, u64 occ);
+[[nodiscard]] i32 find_attacker(const Position* pos, i32 square, i32 side, u64 occ);
 
 // The same, but occ only blocks sliders: all pieces of side count.
-i32 find_checker(const Position* pos, i32 square, i32 side, u64 occ);
+[[nodiscard]] i32 find_checker(const Position* pos, i32 square, i32 side, u64 occ);
 
-// Static exchange value of side capturing from from on to; from NoSquare leaves the first
-// capture open, and then the result is at least 0.
-i32 swapoff(const Position* pos, i32 side, i32 from, i32 to);
+// Static exchange value, centipawns, of side capturing from from on to, both sides going on as long
+// as it pays: what the capture wins, or loses if negative. from NoSquare leaves the first capture
+// open, and then the result is at least 0. Neither pins nor promotions are seen, nor what an en
+// passant takes.
+[[nodiscard]] i32 swapoff(const Position* pos, i32 side, i32 from, i32 to);
 
 // Whether a slider's move (type Bishop, Rook or Queen) of the side to move brings a new
 // attacker to a square of zone that another own piece attacks already.
@@ -83,11 +85,11 @@ bool is_legal_move(Position* pos, i32 side, Move move);
 
 // Whether move, which may be any number, is a legal move of the side to move. Leaves all lists as
 // they are.
-bool is_playable(Position* pos, Move move);
+[[nodiscard]] bool is_playable(Position* pos, Move move);
 
 // Whether move can exist in this position (for moves out of the hash table): pieces, patterns
 // and blockers, not castling rights and not the own king's safety.
-bool move_fits_board(const Position* pos, Move move);
+[[nodiscard]] bool move_fits_board(const Position* pos, Move move);
 
 // Draw by repetition or the fifty-move rule. plies counts from the search's root (1 there);
 // 0 judges the game itself.

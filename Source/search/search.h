@@ -1,22 +1,28 @@
 // The search from the iteration loop down to a leaf, and the record of its result.
+// Scores are in centipawns from the view of the side to move; depths count the plies that are left,
+// plies the way from the root, which is ply 1. A routine that makes moves takes them back before it
+// returns, also when the search is stopped under it.
 #pragma once
 
 #include "search/control.h"
 #include "search/move_lists.h"
 
-// The score scale. Scores are from the side to move's view.
+// The score scale. Mates are counted in plies from the root and wins of the endgame tables in plies
+// to the first position in the tables, so that the sooner is the better.
 enum Score : i32 {
     ScoreInfinite = 10001,
-    ScoreMate = 10000,   // minus the ply of the mate
-    ScoreTbWin = 9800,   // minus the ply
-    ScoreTbLoss = -9801, // plus the ply
-    ScorePrintsAsMate = 9900,
-    ScoreStoreLimit = 9699, // from here on a score is made independent of ply when stored
-    ScoreProbeLimit = 9599, // from here on it is made relative when read; pruning is off
-    ScoreHashMate = 9000,   // beyond this a hash score may be taken in a PV node
+    ScoreMate = 10000,        // minus the ply of the mate
+    ScoreTbWin = 9800,        // minus the ply
+    ScoreTbLoss = -9801,      // plus the ply
+    ScorePrintsAsMate = 9900, // from here on a score is shown as moves to mate
+    ScoreStoreLimit = 9699,   // from here on a score is made independent of ply when stored
+    ScoreProbeLimit = 9599,   // from here on it is made relative when read; pruning is off
+    ScoreHashMate = 9000,     // beyond this a hash score may be taken in a PV node
     ScoreDraw = 0,
 };
 
+// Nodes of this ply make no moves. Lines and records reach a little further, to ply_count, so that
+// a node may write to the plies behind its own.
 inline constexpr i32 max_search_ply = 66;
 
 // What worker 0 publishes. Plain fields are read by the main thread when no worker is busy.
@@ -28,39 +34,49 @@ struct SearchResult {
     u16 move_by_depth[ply_count];
     Shared<i8> last_change_depth; // depth at which the best move last changed
     Shared<u8> single_reply;      // the root has one legal move
-    i8 last_iter_depth;
-    f64 last_iter_time;
+    i8 last_iter_depth;           // the last iteration that was finished
+    f64 last_iter_time;           // seconds since the start when it was
     i16 root_eval;
     i32 tb_root_result = TbNone; // TbResult
     u16 tb_root_move;
-    i16 tb_root_score[2];
+    i16 tb_root_score[2]; // by side
 };
 extern SearchResult search_result;
 
-// The search node: everything before the first move. side is pos->stm. pv is indexed by ply.
-// Returns the score from side's view, or 0 at once when stop_code is set.
-i32 search(
+// The search node: everything before the first move (steps 1 to 9). side is pos->stm; depth may be
+// below 1, then only captures, checks and evasions follow; alpha < beta.
+// pv has ply_count entries and is indexed by ply. From pv[ply] on it becomes the line of the node,
+// closed by NoMove: the whole line if the score lies inside the window, else its best move at most.
+// Returns the score from side's view inside the window, and outside of it a bound on that side; 0
+// at once when stop_code is set, and then it must not be used.
+[[nodiscard]] i32 search(
     Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, NodeType node_type, u16* pv);
 
-// The move loop of interior nodes and of check evasions at any depth.
+// The move loop of interior nodes and of check evasions at any depth (steps 10 to 16). Arguments
+// and result as above; the record of the ply must hold what steps 3 to 6 put there. in_check is the
+// record's.
 i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, bool in_check,
     NodeType node_type, u16* pv);
 
-// The move loop of quiescence nodes; the static evaluation stands in the ply's record.
-i32 qsearch(
+// The move loop of quiescence nodes; the static evaluation stands in the ply's record, and side is
+// not in check. Arguments and result as above. Returns beta at once where the evaluation reaches
+// it, and never less than the evaluation.
+[[nodiscard]] i32 qsearch(
     Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, NodeType node_type, u16* pv);
 
-// Whether a shallow search of winning captures beats beta by a margin.
+// Step 8c: whether a shallow search of winning captures beats beta by a margin. Uses the list of
+// the ply. False when stop_code is set.
 bool probcut(Position* pos, i32 ply, i32 depth, i32 beta);
 
-// Whether no piece of side can be taken at once for more than the surplus of eval over beta.
+// Step 8b: whether no piece of side can be taken at once for so much that eval would come near
+// beta.
 bool threats_harmless(Position* pos, i32 side, i32 eval, i32 beta);
 
 // Sets the ordering scores of a closed list of legal root moves.
 void order_root_moves(Position* pos, MoveEntry* list);
 
-// Updates the two history cells of a quiet move and, after a success, killers, counter moves
-// and the follow-up move. s and alpha decide which; entry is the move searched at ply.
+// Updates the two history cells of a quiet move searched at ply with depth 1 or more, after a
+// success (it raised alpha) killers, counter moves and the follow-up move too.
 void update_history(SearchThread* thread, i32 ply, i32 depth, const MoveEntry* entry, bool success);
 
 // Clears history, killers and counter moves of a thread.
