@@ -1,5 +1,6 @@
 // What the running search, the main loop and the clock say to one another. All of it is read and
 // written by several threads, one word at a time, and a look that comes a moment late does no harm.
+// No word hands over other data but iter_depth, which is stored with release.
 #pragma once
 
 #include "fathom/tbprobe.h"

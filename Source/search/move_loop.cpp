@@ -12,15 +12,15 @@
 // Depths in plies. Ordering scores are those of next_move.cpp: 0 to 64 of the history and up to 60
 // more for a killer or counter move; captures that do not lose lie far above, others below 10.
 static constexpr struct {
-    i32 scout_depth = 2;     // shallowest node that searches with a scout first
-    i32 score_per_move = 4;  // ordering score that puts off the dropping by one move
-    i32 classed_depth = 1;   // deepest node that drops captures, checks and far pawn moves
-    i32 classed_score = 40;  // up to this ordering score
-    i32 good_score = 31;     // ordering scores above it are reduced less
-    i32 most_of_good = 2;    // plies that a move of good score is reduced at most
-    i32 classed_from = 2;    // plies of a reduction from which the class of the move counts
-    i32 reduced_line = 2;    // plies of the parent's reduction above which ours is less
-    i32 last_reduction = 31; // last row and column of the reduction tables
+    i32 scout_depth = 2;    // shallowest node that searches with a scout first
+    i32 score_per_move = 4; // ordering score that puts off the dropping by one move
+    i32 classed_depth = 1;  // deepest node that drops captures, checks and far pawn moves
+    i32 classed_score = 40; // up to this ordering score
+    i32 good_score = 31;    // ordering scores above it are reduced less
+    i32 most_of_good = 2;   // plies that a move of good score is reduced at most
+    i32 classed_from = 2;   // plies of a reduction from which the class of the move counts
+    i32 reduced_line = 2;   // plies of the parent's reduction above which ours is less
+    i32 last_reduction = reduction_size - 1; // last row and column of the reduction tables
 } loop_rule;
 
 // Whether a slider's new rays reach one of the targets with nothing between. Squares that the
@@ -44,6 +44,7 @@ static bool late_move_attacks(Position* pos, i32 side, const MoveEntry* entry)
     const i32 from = from_square(entry->move);
     const i32 to = to_square(entry->move);
     const u64* enemy = pos->bb[side ^ 1];
+    // The squares that the king needs, for himself or for his defence.
     const u64 zone = king_attacks[pos->king_sq[side ^ 1]];
     const u64 occ = occupied(pos);
     const u64 majors = enemy[Rook] | enemy[Queen];
@@ -52,6 +53,7 @@ static bool late_move_attacks(Position* pos, i32 side, const MoveEntry* entry)
         return (pawn_attacks[side][to] & (enemy[Knight] | enemy[Bishop] | majors | zone)) != 0;
     case Knight:
         return (knight_attacks[to] & (majors | zone)) != 0;
+    // New lines only, and then pressure together with a piece that aims at the king already.
     case Bishop:
         return reaches_target(bishop_rays[to] & ~bishop_rays[from], majors, to, occ)
             || adds_king_pressure(pos, Bishop, from, to, zone);
@@ -89,6 +91,7 @@ static bool is_dropped(
 static i32 reduction_of(const Position* pos, const PlyRecord* rec, i32 depth, i32 searched,
     u16 flags, const MoveEntry* entry)
 {
+    // Depths and moves beyond the table fare like its last: a logarithm hardly grows there.
     const i32 row = std::clamp(depth, 0, loop_rule.last_reduction);
     const i32 column = std::min(searched, loop_rule.last_reduction);
     i32 r = rec->node_type != PvNode ? pruning.lmr_nonpv[row][column] : pruning.lmr_pv[row][column];
@@ -128,6 +131,7 @@ i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 bet
         && node_type != PvNode;
     rec->moves_searched = 0;
     rec->stage = TryHashMove | UnreadStageFlag | FullSearch;
+    // The best may stay below alpha: then it is the bound that the parent and the hash table get.
     i32 alpha0 = alpha;
     i32 best = -ScoreInfinite;
     Move best_move = NoMove;
@@ -163,7 +167,8 @@ i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 bet
             }
         }
 
-        // 14. The move itself.
+        // 14. The move itself. Only the first is searched with the whole window: with a good order
+        // it is the best most of the time, and what is left to do is to prove it.
         make_move(pos, move);
         i32 s;
         if (searched != 0 && depth >= loop_rule.scout_depth) {
@@ -190,6 +195,7 @@ i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 bet
         }
 
         // 15. What it taught. Only quiet moves have a history: captures are ordered by their worth.
+        // Promotions and en passant, which take nothing from their square, pass for quiet.
         rec->moves_searched = static_cast<u16>(++searched);
         if (entry->captured == NoPiece && depth >= 1) {
             update_history(thread, ply, depth, entry, s > alpha);
@@ -209,6 +215,7 @@ i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 bet
         if (s >= beta) {
             break;
         }
+        // A new best line; the others must beat it.
         copy_line(pv, child_pv, ply);
         alpha = s;
     }
@@ -219,6 +226,8 @@ i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 bet
         beta = ScoreInfinite;
         best = in_check ? ply - ScoreMate : ScoreDraw;
     }
+    // The window is that of the call: it tells a bound from a score. In check below the horizon
+    // there is no probe that would find the entry.
     if (depth >= 0) {
         store_hash(pos, ply, depth, best_move, best, alpha0, beta);
     }

@@ -13,7 +13,7 @@
 // Stages in the low four bits of PlyRecord.stage. A full search goes Start, Captures, GoodCaptures,
 // Rest, PlainOrder; a quiescence search Start, QuietSearch, and PlainOrder for its checks.
 enum Stage : u16 {
-    StageStart = 0,
+    StageStart = 0,        // the hash move, if there is one and the node wants it
     StageCaptures = 1,     // captures are still to be generated
     StageQuietSearch = 2,  // captures of the quiescence search, best first
     StageGoodCaptures = 4, // captures that do not lose, best first
@@ -71,13 +71,17 @@ void publish_list(SearchThread* thread, MoveEntry* end)
 
 void set_null_list(Position* pos)
 {
+    // The first slot becomes the move that the plies below see as the last one; the node's own list
+    // is not made yet.
     PlyRecord* rec = &pos->thread->ply_rec[pos->stack->ply];
     rec->list_cursor = rec->list_start;
-    // Only the move is written: the history reads the piece that the slot held before.
+    // Only the move is written: the history reads the piece that the slot held before, whatever it
+    // was. To clear it would give another tree.
     rec->list_start->move = NoMove;
     publish_list(pos->thread, rec->list_start + 1);
 }
 
+// Not staged: for the root, which searches all of them, and for whoever counts or shows moves.
 void gen_all_moves(Position* pos)
 {
     SearchThread* thread = pos->thread;
@@ -89,6 +93,7 @@ void gen_all_moves(Position* pos)
 
 void pick_best(MoveEntry* cursor)
 {
+    // A swap and not a shift: what stood at the cursor loses its place in the order of the equals.
     MoveEntry* best = cursor;
     for (MoveEntry* entry = cursor + 1; entry->move != EndOfList; ++entry) {
         if (entry->score > best->score) {
@@ -123,9 +128,12 @@ static void score_captures_by_exchange(const Position* pos, std::span<MoveEntry>
         if (see < order_rule.losing_exchange) {
             score = losing_capture_score(&entry);
         } else if (move & (PromoteKnight | PromoteBishop | PromoteRook)) {
+            // Winning or not: what it could win, a queen mostly wins too.
             score = order_rule.under_promotion;
         } else {
             score = capture_score(&entry);
+            // The exchange only splits the good captures in two; within them the victim decides,
+            // for a large victim leaves the opponent less to answer with.
             if (see < order_rule.winning_exchange) {
                 score -= order_rule.even_exchange_malus;
             }
@@ -159,6 +167,7 @@ static MoveEntry* add_piece_checks(const Position* pos, MoveEntry* out, i32 type
 {
     const i32 side = pos->stm;
     const u64 occ = occupied(pos);
+    // The queen takes both kinds of lines, and so counts as either.
     for (u64 set = pos->bb[side][type]; set != 0;) {
         const i32 from = pop_lowest(&set);
         u64 attacks = 0;
@@ -193,6 +202,8 @@ static MoveEntry* gen_checks(const Position* pos, MoveEntry* out)
 
     // From the king outwards: what a piece on his square would attack is where it gives check.
     const u64 pawn_checks = pawn_attacks[side ^ 1][enemy_king] & empty;
+    // A pawn that steps off a line may check too, but that is a discovered check and left out; so
+    // is a promotion, which came with the captures.
     const u64 single = side == White ? own[Pawn] << 8 : own[Pawn] >> 8;
     const u64 open = single & empty;
     const u64 twice = (side == White ? open << 8 : open >> 8) & double_step_rank[side];
@@ -225,6 +236,7 @@ struct FavouredMoves {
     i32 count;
 };
 
+// An empty place, NoMove, does no harm: no generated move equals it.
 static inline void add_favoured(FavouredMoves* favoured, Move move, i32 bonus)
 {
     favoured->move[favoured->count] = move;
@@ -232,6 +244,7 @@ static inline void add_favoured(FavouredMoves* favoured, Move move, i32 bonus)
     ++favoured->count;
 }
 
+// Looked up once for the whole list.
 static FavouredMoves find_favoured(const SearchThread* thread, const PlyRecord* rec)
 {
     FavouredMoves favoured;
@@ -243,7 +256,7 @@ static FavouredMoves find_favoured(const SearchThread* thread, const PlyRecord* 
         add_favoured(&favoured, rec->killer[1], bonus_rule.killer[1]);
     }
 
-    // Behind a null move there is nothing to counter.
+    // Behind a null move there is nothing to counter, and nothing to go on with.
     const MoveEntry* prev = rec[-1].list_cursor;
     if (prev->move == NoMove) {
         return favoured;
@@ -270,6 +283,7 @@ static void score_quiets(
     for (MoveEntry& entry : quiets) {
         const Move move = entry.move;
         const i32 to = to_square(move);
+        // What it did in answer to a piece of the same type, and at all.
         i32 score = history_base(
             thread->history[prev_type][entry.moved][to], thread->history[0][entry.moved][to]);
         for (i32 i = 0; i < favoured.count; ++i) {
@@ -286,6 +300,7 @@ static void score_quiets(
 static void append_quiets(Position* pos, PlyRecord* rec, MoveEntry* cursor)
 {
     SearchThread* thread = pos->thread;
+    // Their scores and those of the losing captures share one scale, so the two mix.
     while (cursor->move != EndOfList) {
         ++cursor;
     }
@@ -309,6 +324,8 @@ static MoveEntry* next_of_rest(PlyRecord* rec, MoveEntry* cursor)
     if (cursor->move == EndOfList) {
         return nullptr;
     }
+    // One look through what is left for each move asked for: cheaper than sorting as long as few
+    // are asked for, so it ends with the moves that have a chance.
     pick_best(cursor);
     if (cursor->score <= order_rule.sorting_limit) {
         set_stage(rec, StagePlainOrder);
@@ -339,6 +356,7 @@ static MoveEntry* next_quiet_search_move(Position* pos, PlyRecord* rec, MoveEntr
         pick_best(cursor);
         return cursor;
     }
+    // The captures are through, and none was enough.
     if ((rec->stage & GenChecks) == 0) {
         return nullptr;
     }
@@ -363,6 +381,7 @@ static MoveEntry* start_captures(Position* pos, PlyRecord* rec, MoveEntry* curso
         score_captures_by_exchange(pos, { cursor, end });
         return next_good_capture(pos, rec, cursor);
     }
+    // All captures come, the losing ones too: the node drops them when it sees what they promise.
     score_captures({ cursor, end });
     set_stage(rec, StageQuietSearch);
     return next_quiet_search_move(pos, rec, cursor);
@@ -374,6 +393,7 @@ static MoveEntry* give_hash_move(Position* pos, PlyRecord* rec, MoveEntry* curso
     const Move move = rec->hash_move;
     cursor->move = move;
     cursor->score = order_rule.hash_move;
+    // One entry from the board, as the generators would make it, and closed like a list.
     cursor->moved = pos->board[from_square(move)];
     cursor->captured = pos->board[to_square(move)];
     publish_list(pos->thread, cursor + 1);
@@ -388,6 +408,8 @@ MoveEntry* next_move(Position* pos)
     MoveEntry* cursor = stage == StageStart ? rec->list_start : rec->list_cursor + 1;
     rec->list_cursor = cursor;
 
+    // A stage that has nothing falls through to the next, so that every call ends with a move or
+    // with the end of the list.
     switch (stage) {
     case StageStart:
         if (rec->hash_move != NoMove && (rec->stage & TryHashMove)) {

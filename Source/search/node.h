@@ -14,7 +14,8 @@ inline constexpr i32 bearable_loss = -70;
 // Relative ranks of the pawns that get a class of their own.
 enum : i32 { FifthRank = 4, SixthRank = 5, SeventhRank = 6 };
 
-// The type that stands on the to-square after the move: the promoted piece, or the moved one.
+// The type that stands on the to-square after the move: the promoted piece, or the moved one. moved
+// is a piece code, as in a list's entry.
 inline i32 type_after(Move move, u8 moved)
 {
     if ((move & PromotionMask) == 0) {
@@ -48,12 +49,14 @@ inline bool attacks_king(const Position* pos, i32 side, i32 type, i32 to, u64 oc
         return (rook_rays[to] & bit(king)) && !(between[to][king] & occ);
     case Queen:
         return ((bishop_rays[to] | rook_rays[to]) & bit(king)) && !(between[to][king] & occ);
+    // A king cannot check a king; such a move is illegal and dies later.
     default:
         return (king_attacks[to] & bit(king)) != 0;
     }
 }
 
-// Whether one of the sliders attacks square past occ.
+// Whether one of the sliders attacks square past occ. They must stand on its rays: that something
+// stands between is all that can keep them from it.
 inline bool slider_attacks(u64 sliders, i32 square, u64 occ)
 {
     while (sliders != 0) {
@@ -75,6 +78,7 @@ inline bool gives_check(const Position* pos, i32 side, const MoveEntry* entry, u
     if (attacks_king(pos, side, type_after(entry->move, entry->moved), to, occ)) {
         return true;
     }
+    // Discovered: own is the mover's side, without what has left.
     const u64* own = pos->bb[side];
     if ((bishop_rays[king] & vacated)
         && slider_attacks((own[Bishop] | own[Queen]) & bishop_rays[king] & ~vacated, king, occ)) {
@@ -85,8 +89,8 @@ inline bool gives_check(const Position* pos, i32 side, const MoveEntry* entry, u
 }
 
 // Fetches the hash bucket of the position after the move while its tests run: the miss costs more
-// than they do. Castling, double steps and en passant are left out, so that the guess may be
-// wrong, which does no harm.
+// than they do, and a move that is dropped costs one fetch in vain. Castling, double steps and en
+// passant are left out, so that the guess may be wrong, which does no harm.
 inline void prefetch_child(const Position* pos, const MoveEntry* entry)
 {
     const i32 to = to_square(entry->move);
@@ -107,13 +111,15 @@ enum MoveFlag : u16 {
     FlagClasses = 63,          // any of them
 };
 
-// The class of a pawn's move by its way to promotion, or 0.
+// The class of a pawn's move by its way to promotion, or 0. A promotion to a queen is one, the
+// others are moves that hardly ever matter, but never quiet.
 inline u16 pawn_class(const Position* pos, i32 side, Move move)
 {
     if (move & PromotionMask) {
         return move & PromoteQueen ? FlagQueenPromotion : FlagPawnOther;
     }
     const i32 to = to_square(move);
+    // Further back a passed pawn has too long a way to force anything.
     const i32 rank = relative_rank(side, to);
     if (rank == SeventhRank) {
         return FlagSeventhRank;

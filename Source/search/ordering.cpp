@@ -34,6 +34,7 @@ void reset_ordering(SearchThread* thread)
         ply_rec.killer[0] = ply_rec.killer[1] = NoMove;
         ply_rec.evasion_killer = NoMove;
     }
+    // Zeros are NoMove.
     memset(thread->counter_move, 0, sizeof thread->counter_move);
     memset(thread->counter_move2, 0, sizeof thread->counter_move2);
     memset(thread->follow_move, 0, sizeof thread->follow_move);
@@ -41,7 +42,8 @@ void reset_ordering(SearchThread* thread)
         &thread->history[0][0][0], sizeof thread->history / sizeof(i16), history_rule.start);
 }
 
-// Notes a quiet move that raised alpha: where the next nodes will look first.
+// Notes a quiet move that raised alpha: where the next nodes will look first. In PV nodes it may be
+// one of several, and the last of them, the best, stays noted.
 static void note_success(SearchThread* thread, i32 ply, Move move)
 {
     // A killer refutes what the siblings try, whatever it is; two, the later one first. A reply to
@@ -60,6 +62,7 @@ static void note_success(SearchThread* thread, i32 ply, Move move)
         return;
     }
     const i32 to = to_square(previous->move);
+    // Two of them, the later first: a move has more than one good answer.
     u16* counter = &thread->counter_move[previous->moved][to];
     if (*counter != move) {
         thread->counter_move2[previous->moved][to] = *counter;
@@ -83,12 +86,14 @@ void update_history(SearchThread* thread, i32 ply, i32 depth, const MoveEntry* e
     i16* replying = &thread->history[previous_type][entry->moved][to];
     const i32 h1 = *plain;
     const i32 h2 = *replying;
+    // A success weighs more than a failure, and both the more the deeper the search that found it.
     if (success) {
         const i32 share = history_rule.gain * d;
         *plain = static_cast<i16>(h1 + (history_rule.full - h1) * share / history_rule.divisor);
         *replying = static_cast<i16>(h2 + (history_rule.full - h2) * share / history_rule.divisor);
         note_success(thread, ply, entry->move);
     } else {
+        // It may have failed only because an earlier move was better still; hence the small share.
         const i32 share = history_rule.loss * d;
         *plain = static_cast<i16>(h1 - h1 * share / history_rule.divisor);
         *replying = static_cast<i16>(h2 - h2 * share / history_rule.divisor);
@@ -104,6 +109,7 @@ static i32 root_move_score(Position* pos, const PlyRecord* ply_rec, const MoveEn
     if (entry->move == ply_rec->hash_move) {
         return root_order.hash_move;
     }
+    // An under-promotion without capture is left to the quiet moves, as it wins nothing at once.
     if (entry->captured != NoPiece || (entry->move & PromoteQueen)) {
         if (swapoff(pos, pos->stm, from_square(entry->move), to) < root_order.losing_exchange) {
             return losing_capture_score(entry);
@@ -120,6 +126,7 @@ static i32 root_move_score(Position* pos, const PlyRecord* ply_rec, const MoveEn
     return base + bonus;
 }
 
+// Once a search: its cost does not matter, so every capture gets its exchange.
 void order_root_moves(Position* pos, MoveEntry* list)
 {
     const PlyRecord* ply_rec = &pos->thread->ply_rec[pos->thread->ply];

@@ -27,7 +27,7 @@ static constexpr struct {
 // The strength limit.
 static constexpr struct {
     i32 full_elo = 2200;        // from here on nothing is overlooked
-    f64 level_of_rate = 3000.0; // strength_level at one node a second less one
+    f64 level_of_rate = 3000.0; // strength_level times the nodes a second plus one
     f64 highest_level = 150.0;
     f64 nearest_rate = 20.0; // nodes a second; a rate nearer to the machine's own is no limit
 } limit_rule;
@@ -76,7 +76,9 @@ static u32 level_of_limit(i32 elo)
     return static_cast<u32>(std::clamp(level, 0.0, limit_rule.highest_level));
 }
 
-// Margins wrap in 16 bits like the options they come from.
+// The margins of 7b and 8a, and the wait of 12a. A ply more gives more time for the score to
+// change, so all of them grow with the plies left, in even steps. Margins wrap in 16 bits like the
+// options they come from.
 static void fill_margins(const SearchParams* params)
 {
     for (i32 d = 0; d <= last_margin; ++d) {
@@ -88,6 +90,7 @@ static void fill_margins(const SearchParams* params)
 
 void set_search_params(const SearchParams* params, i32 selectivity, i32 elo)
 {
+    // A limit is one of speed first; oversights come on top where nodes are few.
     strength.strength_level = level_of_limit(elo);
     store(strength.nps_limited,
         strength.calibration_nps - limit_rule.nearest_rate > load(strength.target_nps));
@@ -103,12 +106,15 @@ void set_search_params(const SearchParams* params, i32 selectivity, i32 elo)
     // Less selective: the gate of step 8 opens later. More selective opens it no earlier.
     const i32 missing = std::max(param_rule.full_selectivity - selectivity, 0);
     pruning.BP_margin = static_cast<i16>(param_rule.bp_margin + missing / 2);
+    // Nothing is left out: for tests, and for who wants to see what the rules miss. The rules stay
+    // where they are and find no node that they apply to.
     if (selectivity == 0) {
         pruning.ProbCut_depth = pruning.LMR_depth = pruning.NMP_depth =
             param_rule.never_deep_enough;
         pruning.LMP_depth = pruning.SEP_depth = pruning.FP_depth = param_rule.never_shallow_enough;
         pruning.BP_margin = param_rule.no_margin;
     }
+    // 0 leaves zeros, and the reductions above 100 per cent still end at their limit.
     const f64 scale = selectivity * 0.01;
     fill_reductions(pruning.lmr_pv, &pv_rule, scale);
     fill_reductions(pruning.lmr_nonpv, &nonpv_rule, scale);
@@ -127,6 +133,7 @@ static void print_margins(
     print_plain("%s\n", line);
 }
 
+// One row for each depth from 1 on, the depth in front.
 static void print_reductions(const u8 (&table)[reduction_size][reduction_size])
 {
     for (i32 d = 1; d < reduction_size; ++d) {

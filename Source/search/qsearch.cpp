@@ -19,9 +19,12 @@ static constexpr struct {
     i32 recapture_depth = -3;    // plies; below it only recaptures go on
 } qsearch_rule;
 
-// What a move can gain at best, for the delta test.
+// What a move can gain at best, for the delta test: at least what it takes, and more where the
+// evaluation behind it may be another than the material tells.
 static i32 promised_gain(const Position* pos, i32 side, const MoveEntry* entry)
 {
+    // A check may win more than what it takes, and is answered by a search of evasions. Here an
+    // en-passant victim does not block: a check must not be missed, as it could be by its class.
     const i32 to = to_square(entry->move);
     u64 vacated = bit(from_square(entry->move));
     if (is_en_passant(pos, entry)) {
@@ -45,9 +48,11 @@ static i32 promised_gain(const Position* pos, i32 side, const MoveEntry* entry)
             return qsearch_rule.last_piece_gain;
         }
     }
+    // A queen is the least that such a pawn will cost.
     if (type_of(entry->moved) == Pawn && relative_rank(side, to) >= qsearch_rule.far_rank) {
         return qsearch_rule.far_pawn_gain;
     }
+    // En passant promises nothing here, as its square is empty; the margin covers the pawn.
     return exchange_value[captured];
 }
 
@@ -97,6 +102,8 @@ i32 qsearch(
         if (load(stop_code) != StopCode::None) {
             return 0;
         }
+        // Unlike in the move loop the best starts at the evaluation: what does not beat standing
+        // pat is no move of the line.
         ++rec->moves_searched;
         if (s <= best) {
             continue;
@@ -109,8 +116,8 @@ i32 qsearch(
         }
         copy_line(pv, child_pv, ply);
     }
-    // Only a fail high is worth a slot: below it nothing but captures has been tried, and another
-    // move may be better.
+    // There is no depth below 0 in the table. Only a fail high is worth a slot: below it nothing
+    // but captures has been tried, and another move may be better.
     if (depth >= 0 && best >= beta) {
         store_hash(pos, ply, depth, best_move, best, alpha0, beta);
     }

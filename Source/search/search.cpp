@@ -74,7 +74,7 @@ static void hold_speed(SearchThread* thread)
 }
 
 // Step 3: what the last node of this ply has left goes, and so does what the children of that node
-// learnt about one another.
+// learnt about one another. The list pointers stay: the ply above has set them.
 static void reset_record(PlyRecord* rec, i32 alpha, i32 beta, NodeType node_type)
 {
     rec->node_type = static_cast<i16>(node_type);
@@ -117,6 +117,7 @@ static bool probe_node(Position* pos, PlyRecord* rec, i32 ply, HashHints* hints,
     if (entry.depth < HashUsable) {
         return false;
     }
+    // From here on the entry is of use, whether it ends the node or not.
     add(thread->counters[CountHashHits], 1);
     rec->hash_move = entry.move;
     hints->depth = entry.depth;
@@ -130,6 +131,7 @@ static bool probe_node(Position* pos, PlyRecord* rec, i32 ply, HashHints* hints,
     // A bound speaks in one direction only: an upper bound above alpha says nothing.
     hints->low = value <= rec->alpha && entry.bound != BoundLower;
     hints->high = value >= rec->beta && entry.bound != BoundUpper;
+    // A shallower search has seen less than this one is to see.
     if (thread->node_depth[ply] > hints->depth) {
         return false;
     }
@@ -195,6 +197,7 @@ static bool probe_tables(Position* pos, PlyRecord* rec, i32 ply, i32 depth, i32*
 // than dithers.
 static i32 weakened_depth(const Position* pos, i32 depth)
 {
+    // The same key and seed draw the same number, so no state has to be kept.
     const u32 draw =
         (static_cast<u32>(pos->key) ^ pos->thread->strength_key) & (weak_rule.draws - 1);
     if (draw >= strength.strength_level * weak_rule.weak_in_two / 2) {
@@ -210,7 +213,8 @@ static bool may_prune(const Position* pos, const PlyRecord* rec, i32 side, i32 b
     // The claim must be likely: the evaluation says so with something to spare, no earlier search
     // said otherwise, and the parent expects it too.
     return rec->eval >= beta + pruning.BP_margin
-        // It must not just have got worse: then something goes on that only moves can tell.
+        // It must not just have got worse: then something goes on that only moves can tell. Two
+        // plies after a check there is nothing to compare it with, and it passes.
         && rec->eval >= rec[-2].eval - prune_rule.eval_fall && !hint_low
         && rec->node_type == CutNode
         // With pawns alone there may be no move that keeps what stands on the board; without a
@@ -221,14 +225,15 @@ static bool may_prune(const Position* pos, const PlyRecord* rec, i32 side, i32 b
         && beta >= -ScoreProbeLimit;
 }
 
-// Searches the reply to passing. The window is the node's own. The reply is a cut node and so may
-// be pruned itself: that can only refute the pass, never confirm it.
+// Searches the reply to passing. The window is the node's own. The reply is a cut node, so that
+// step 8 is open to it: what is pruned there refutes the pass, and none is believed for it.
 static i32 null_move_score(
     Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, u16* pv)
 {
     SearchThread* thread = pos->thread;
     ++thread->null_depth;
     thread->ply_rec[ply].moves_searched = 0;
+    // The plies below must see that nothing was moved: no counter move, no second pass.
     set_null_list(pos);
     make_null_move(pos);
     const i32 score = -search(pos, side ^ 1, ply + 1, depth, -beta, -alpha, CutNode, pv);
@@ -249,6 +254,8 @@ static bool null_move_allowed(const SearchThread* thread, const PlyRecord* rec, 
 
 bool threats_harmless(Position* pos, i32 side, i32 eval, i32 beta)
 {
+    // One by one: the opponent has one move, and the largest of the threats is what he will carry
+    // out. Pawns too, for a pawn may be all that the surplus is.
     u64 pieces = pieces_of(pos, side) ^ pos->bb[side][King];
     while (pieces != 0) {
         const i32 gain = swapoff(pos, side ^ 1, NoSquare, pop_lowest(&pieces));
@@ -268,8 +275,13 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
     SearchThread* thread = pos->thread;
     PlyRecord* rec = &thread->ply_rec[ply];
     const i32 side = pos->stm;
+    // The margin stands for what the shallow search may have missed; its replies see quiescence at
+    // least, as the capture must hold.
     const i32 raised_beta = beta + pruning.ProbCut_margin;
     const i32 reduced_depth = std::max(depth - pruning.ProbCut_reduction, 1);
+    // A plain list in the place of the ply's own, which the move loop makes anew. The hash move
+    // comes where its capture does, and quiet moves are left out: they seldom beat beta by a margin
+    // at once.
     MoveEntry* end = gen_captures(pos, side, rec->list_start, NoSquare);
     end = gen_promotions(pos, side, 1, end);
     publish_list(thread, end);
@@ -344,6 +356,7 @@ i32 search(
     // 3. The record of this ply, checks and draws. Draws come before the hash table, which knows
     // positions and not the way to them.
     reset_record(rec, alpha, beta, node_type);
+    // A child that ends before its first move leaves no line either.
     pv[ply + 1] = NoMove;
     rec->check_sq = static_cast<u8>(find_checker(pos, pos->king_sq[side], side ^ 1, occupied(pos)));
     rec->in_check = rec->check_sq != NoSquare;
@@ -372,7 +385,7 @@ i32 search(
     // 6. Static evaluation. In check there is none: what hangs is decided by the forced reply.
     const i32 eval = evaluate(thread, pos, ply, rec->in_check != 0, rec->danger);
     rec->eval = static_cast<i16>(eval);
-    // 6a. The last ply: behind it the records end. In check there is no evaluation to return.
+    // 6a. The last ply: behind it the records soon end. In check there is no evaluation to return.
     if (ply >= max_search_ply) {
         return rec->in_check ? ScoreDraw : eval;
     }
@@ -402,6 +415,7 @@ i32 search(
     }
 
     // 8. Forward pruning: ways to believe that a move will hold beta without searching them all.
+    // All of them return beta itself, for more than that they do not claim. Cheapest first.
     if (may_prune(pos, rec, side, beta, hints.low)) {
         // 8a. Static pruning. danger is what the opponent may win next: the surplus must cover it.
         // With a margin that grows with the plies left, it is safe enough to stand.
@@ -458,6 +472,7 @@ i32 search(
         rec->in_iid = 1;
         search_moves(pos, side, ply, iid_depth, alpha, beta, false, node_type, pv);
         rec->in_iid = 0;
+        // The best of it, also if all of them failed low: some order is better than none.
         rec->hash_move = pv[ply];
     }
     // 9b. All of them, at the depth that is left.

@@ -14,7 +14,7 @@ inline constexpr i32 move_store_size = ply_count * max_list_moves;
 
 // What a node is expected to be: the child of an expected cut is an expected all and the other way
 // round, so that the type of a child is the negated one; below a PV node the first child is one
-// too.
+// too. An expectation steers how hard a node tries, not what its score means.
 enum NodeType : i32 {
     AllNode = -1, // every move is expected to fail low
     PvNode = 0,   // searched with an open window
@@ -68,7 +68,8 @@ enum Counter : i32 {
     CounterCount,
 };
 
-// Worker command words. Any value from 91 up ends the worker.
+// Worker command words, written by the main thread, and back to idle by the worker when it is done.
+// Any value from 91 up ends the worker.
 enum WorkerCommand : u8 {
     CommandIdle = 0,
     CommandSearch = 1,
