@@ -1,41 +1,52 @@
 // The four forms in which the PGN scanner writes a game. Each plays the moves on the console's
-// position and looks at it before every move.
+// position and looks at it before every move. Nothing is searched: what is known of a position is
+// what the player thought of its move.
 #include "tools/pgn_forms.h"
 
+#include <charconv>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "board/moves.h"
 #include "board/notation.h"
 #include "board/position.h"
 #include "search/hash.h"
+#include "search/search.h"
 #include "base/output.h"
 #include "shell/board_text.h"
 
 static constexpr i32 comment_size = 512;
-static constexpr i32 position_line_size = fen_size + 64;
+static constexpr i32 position_line_size = fen_size + 64; // a move, a number and a result behind it
+static constexpr i32 lowest_eval = 1 - ScoreMate;        // what lies below is none
+static constexpr f64 pawn = 0.01;                        // of a centipawn
 
 // When a move counts as a blunder: how the opponent's evaluations before it and after the next
-// replies go on. Centipawns.
+// replies go on. Centipawns. One high evaluation may be a mistake of the opponent, so its own next
+// ones must bear it out. A game that is won already has no blunders worth a test: most_before keeps
+// it out.
 static constexpr struct {
     i32 first_index = 13;  // half-moves from 0
     i32 moves_behind = 10; // at least so many must follow
     i32 least_before = -999;
     i32 most_before = 249;
-    i32 least_late = -999;
+    i32 least_late = -999; // leaves out moves without an evaluation
     i32 rise = 30;         // of the next reply and the one after it
     i32 late_rise = 50;    // of the fourth reply
     i32 rise_divisor = 10; // both grow by this part of the evaluation before
 } blunder_rule;
 
-// Positions for tuning come from the middle of a game.
+// Positions for tuning come from the middle of a game. The opening is the book's and the same in
+// many games; the last moves are often a mate or a repetition, whose result the board does not
+// show; and where the clock has run for long, both sides only shuffle. Indices and half-moves from
+// 0.
 static constexpr struct {
     i32 first_index = 16;
     i32 last_index = 220;
     i32 left_out_at_end = 6;
     i32 most_cnt50 = 20;
-    i32 largest_eval = 4999;
+    i32 largest_eval = 4999; // centipawns; mates and moves without an evaluation lie beyond
 } tuning_rule;
 
 // How a line ends behind its evaluation, by the result for the side to move.
@@ -48,8 +59,8 @@ static constexpr ResultTexts tuning_results = { "; gr 1.0;\n", "; gr 0.5;\n", ";
 static constexpr ResultTexts ending_results = { "; tune 1.00000;\n", "; tune 0.50000;\n",
     "; tune 0.00000;\n" };
 
-static constexpr i32 last_undecided_index = 200;
-static constexpr i32 decided_eval = 500;
+static constexpr i32 last_undecided_index = 200; // half-moves from 0
+static constexpr i32 decided_eval = 500;         // centipawns
 
 // A game being played through.
 struct ReplayedGame {
@@ -63,7 +74,9 @@ struct ReplayedGame {
     char fen[fen_size];
 };
 
-// Reads the move of index i. It is an ambiguous or unknown text that ends the game.
+// Reads the move of index i. It is an ambiguous or unknown text that ends the game: without the
+// move the position is lost. read_move may make the text one character longer, so the copy has
+// room.
 static bool read_scanned_move(ReplayedGame* replay, i32 i)
 {
     const ScannedMove* scanned = &replay->game->moves[i];
@@ -90,7 +103,8 @@ static const char* fen_before(ReplayedGame* replay)
 
 // ---- Annotated games
 
-// Whether the opponent's evaluation rises by move i and stays up for the next replies.
+// Whether the opponent's evaluation rises by move i and stays up for the next replies. The moves of
+// the opponent are those at odd distances: before it at -1, its replies at 1, 3, 5 and 7.
 static bool is_blunder(const ScannedGame* game, i32 i)
 {
     const ScannedMove* moves = game->moves;
@@ -109,6 +123,7 @@ static bool is_blunder(const ScannedGame* game, i32 i)
         && late - before > margin + blunder_rule.late_rise;
 }
 
+// What does not fit is cut off.
 [[gnu::format(printf, 2, 3)]] static void append_comment(char* comment, const char* format, ...)
 {
     const size_t used = strlen(comment);
@@ -118,14 +133,15 @@ static bool is_blunder(const ScannedGame* game, i32 i)
     va_end(args);
 }
 
+// The evaluation goes in pawns from White's view, as readers of games expect it.
 static void write_annotated_move(ReplayedGame* replay, i32 i, bool refutes, bool blunders)
 {
     const ScannedMove* scanned = &replay->game->moves[i];
     const char* text = scanned->text;
     const bool white = i % 2 == 0;
     char comment[comment_size] = "";
-    if (scanned->eval >= -9999) {
-        append_comment(comment, "%6.2f", (white ? scanned->eval : -scanned->eval) * 0.01);
+    if (scanned->eval >= lowest_eval) {
+        append_comment(comment, "%6.2f", (white ? scanned->eval : -scanned->eval) * pawn);
     }
     if (refutes) {
         append_comment(comment, " ! %s bm %s;", fen_before(replay), text);
@@ -157,27 +173,16 @@ static void write_annotated_game(ReplayedGame* replay)
 
 // ---- Positions
 
-static char* append_text(char* out, const char* text)
+static char* append_text(char* out, std::string_view text)
 {
-    const size_t length = strlen(text);
-    memcpy(out, text, length);
-    return out + length;
+    memcpy(out, text.data(), text.size());
+    return out + text.size();
 }
 
 static char* append_number(char* out, i32 number)
 {
-    char digits[12];
-    char* first = digits + sizeof digits;
-    for (u32 rest = static_cast<u32>(abs(number)); rest != 0 || first == digits + sizeof digits;
-         rest /= 10) {
-        *--first = static_cast<char>('0' + rest % 10);
-    }
-    if (number < 0) {
-        *--first = '-';
-    }
-    const size_t length = static_cast<size_t>(digits + sizeof digits - first);
-    memcpy(out, first, length);
-    return out + length;
+    constexpr i32 longest_number = 12;
+    return std::to_chars(out, out + longest_number, number).ptr;
 }
 
 // Writes a line with the position before move i, the move, its evaluation and more operations.
@@ -196,6 +201,7 @@ static void write_position(ReplayedGame* replay, i32 i, const char* operations)
     ++replay->written;
 }
 
+// A side in check has to answer it, so its board says little of the game.
 static bool is_for_tuning(const ReplayedGame* replay, i32 i)
 {
     const i32 eval = replay->game->moves[i].eval;
@@ -223,6 +229,7 @@ static void write_tuning_positions(ReplayedGame* replay)
     }
 }
 
+// The position of the first large evaluation is still written: it is where the game was decided.
 static void write_undecided_positions(ReplayedGame* replay)
 {
     const ScannedGame* game = replay->game;
@@ -238,12 +245,13 @@ static void write_undecided_positions(ReplayedGame* replay)
     }
 }
 
-// Whether each side has a rook and nothing else but a pawn of one of them.
+// Whether each side has a rook and nothing else but a pawn of one of them. No other pieces weigh as
+// much as a rook together: a rook is 5, and 3 and 10 do not add up to it.
 static bool is_rook_ending(const Position* pos)
 {
     return pos->phase_mtl[White] == phase_weight[Rook]
         && pos->phase_mtl[Black] == phase_weight[Rook]
-        && popcount(pos->bb[White][Pawn] | pos->bb[Black][Pawn]) == 1;
+        && count_of(pos, White, Pawn) + count_of(pos, Black, Pawn) == 1;
 }
 
 static void write_rook_endings(ReplayedGame* replay)
@@ -257,22 +265,23 @@ static void write_rook_endings(ReplayedGame* replay)
     }
 }
 
+// Nothing is searched, but depth limit, noise and hash mode are left as for a run that does.
 i32 write_scanned_game(Dialogue* dialogue, i32 form, const ScannedGame* game, ToolInput* input,
     FILE* out, FILE* refutations)
 {
     ReplayedGame replay = { game, input, &dialogue->game->pos, out, refutations, NoMove, 0, "" };
     read_position(replay.pos, start_position);
-    store(dialogue->limits.depth_limit, form == 2 ? 1 : 0);
+    store(dialogue->limits.depth_limit, form == TuningPositions ? 1 : 0);
     store(noise, silent_noise);
     store(hash.mode, 0);
     switch (form) {
-    case 1:
+    case AnnotatedGames:
         write_annotated_game(&replay);
         break;
-    case 2:
+    case TuningPositions:
         write_tuning_positions(&replay);
         break;
-    case 3:
+    case UndecidedPositions:
         write_undecided_positions(&replay);
         break;
     default:

@@ -12,10 +12,11 @@
 #include "base/files.h"
 #include "shell/board_text.h"
 
-static constexpr i32 line_size = 255;     // of a line or a piece of one, with its NUL
-static constexpr i32 comment_size = 4001; // what stands behind it is lost
-static constexpr i32 games_per_line = 100;
-static constexpr i32 mate_eval = 9000;
+static constexpr i32 line_size = 255;      // of a line or a piece of one, with its NUL
+static constexpr i32 comment_size = 4001;  // what stands behind it is lost
+static constexpr i32 games_per_line = 100; // between two lines of output
+static constexpr i32 mate_eval = 9000;     // centipawns, for a mate at any distance
+static constexpr f64 centipawns = 100.0;   // of a pawn
 
 // The reading of a file.
 struct PgnScan {
@@ -39,6 +40,7 @@ static bool holds(const char* text, const char* part)
 
 // ---- Comments
 
+// A number in centipawns from White's view, as a comment "eval 25, depth 12" has it.
 static i16 eval_of_number(const char* text, bool white)
 {
     if (*text == '\0' || *text == ',') {
@@ -48,7 +50,8 @@ static i16 eval_of_number(const char* text, bool white)
     return narrow_to_i16(static_cast<f64>(white ? value : -value));
 }
 
-// The score of a word such as "+0.35", in pawns from the mover's view.
+// The score of a word such as "+0.35", in pawns from the mover's view. It is cut, not rounded:
+// "-2.05" times 100 is a little less than 205 and gives -204.
 static i16 eval_of_score(const char* word)
 {
     if (holds(word, "-M")) {
@@ -57,7 +60,7 @@ static i16 eval_of_score(const char* word)
     if (holds(word, "+M")) {
         return mate_eval;
     }
-    return narrow_to_i16(read_real(word) * 100.0);
+    return narrow_to_i16(read_real(word) * centipawns);
 }
 
 // The word that ends before the slash, which is replaced.
@@ -68,7 +71,8 @@ static const char* word_before(char* text, char* slash)
     return blank != nullptr ? blank + 1 : text;
 }
 
-// The evaluation that a comment gives the move before it.
+// The evaluation that a comment gives the move before it, by the habits of the programs that play
+// matches. A move out of the book was not thought about and counts as even.
 static i16 judge_comment(char* text, bool white)
 {
     if (holds(text, "book")) {
@@ -89,6 +93,7 @@ static void reset_comment(PgnScan* scan)
     scan->comment_length = 0;
 }
 
+// The move before a comment is White's if an odd number of moves has been read.
 static void end_comment(PgnScan* scan)
 {
     ScannedGame* game = &scan->game;
@@ -109,7 +114,8 @@ static void add_to_comment(PgnScan* scan, char c)
 
 // ---- Moves
 
-// Stores the move that text begins with and returns its length, the whole word's.
+// Stores the move that text begins with and returns its length, the whole word's. Moves are taken
+// for what they look like; whether they can be played is seen when the game is written.
 static size_t read_move(PgnScan* scan, const char* text)
 {
     ScannedGame* game = &scan->game;
@@ -130,7 +136,8 @@ static size_t read_move(PgnScan* scan, const char* text)
     return length;
 }
 
-// A closing brace without an opening one is passed over.
+// Comments may contain others and end with the outermost brace. A closing brace without an opening
+// one is passed over.
 static void read_brace(PgnScan* scan, char c)
 {
     if (c == '{') {
@@ -140,6 +147,8 @@ static void read_brace(PgnScan* scan, char c)
     }
 }
 
+// Goes through a line, or a piece of one: comments and the moves outside of them. Numbers, dots and
+// results do not begin with a letter and so are passed over character by character.
 static void read_moves(PgnScan* scan, const char* line)
 {
     while (*line != '\0') {
@@ -158,6 +167,7 @@ static void read_moves(PgnScan* scan, const char* line)
 
 // ---- Games
 
+// Writes the game that has been collected. Tags follow each other, so mostly there is none.
 static void end_game(Dialogue* dialogue, PgnScan* scan)
 {
     if (scan->game.count == 0) {
@@ -180,7 +190,7 @@ static void start_game(PgnScan* scan)
     reset_comment(scan); // one that was never closed must not swallow the games behind it
 }
 
-// The result that stands in quotes.
+// The result that stands in quotes. Anything but a win of one side counts as a draw.
 static i32 result_of(char* tag)
 {
     char* text = strchr(tag, '"');
@@ -192,7 +202,7 @@ static i32 result_of(char* tag)
     return holds(text, "1-0") ? White : holds(text, "0-1") ? Black : NoWinner;
 }
 
-// A game that a tag marks as broken off gives nothing.
+// A game that a tag marks as broken off gives nothing: its result is not the board's.
 static void judge_tag(PgnScan* scan, char* line)
 {
     scan->game.count = 0;
@@ -213,7 +223,7 @@ static void judge_tag(PgnScan* scan, char* line)
 static void read_tag(Dialogue* dialogue, PgnScan* scan, char* line)
 {
     end_game(dialogue, scan);
-    if (scan->form == 1) {
+    if (scan->form == AnnotatedGames) {
         fputs(line, scan->out.file);
         if (holds(line, "Round ")) {
             fprintf(scan->out.file, "[Tag \"game_%d\"]\n", scan->games);
@@ -232,7 +242,8 @@ static void read_scan_line(Dialogue* dialogue, PgnScan* scan, char* line)
     }
 }
 
-// Lines that end in a carriage return and a line feed are read as if it were not there.
+// Lines that end in a carriage return and a line feed are read as if it were not there; of a line
+// that was read in pieces only the last one can have them.
 static void cut_carriage_return(char* line, i32 length)
 {
     if (length >= 2 && line[length - 2] == '\r' && line[length - 1] == '\n') {
@@ -241,6 +252,7 @@ static void cut_carriage_return(char* line, i32 length)
     }
 }
 
+// The last game has no tag behind it, so it ends with the file.
 static void scan_games(Dialogue* dialogue, PgnScan* scan)
 {
     char line[line_size];
@@ -259,9 +271,10 @@ static bool is_event_tag(const char* line)
     return line[0] == '[' && holds(line, "Event ");
 }
 
+// The second file is made in all forms, but only annotated games have something for it.
 static bool open_outputs(PgnScan* scan)
 {
-    const bool games = scan->form == 1;
+    const bool games = scan->form == AnnotatedGames;
     if (!open_tool_output(&scan->input, &scan->out, games ? "tmp.pgn" : "tmp.epd",
             games ? "tmp.pgn.part" : "tmp.epd.part")) {
         return false;
@@ -289,6 +302,7 @@ void scan_pgn(Dialogue* dialogue, const char* file_name, i32 form)
         return;
     }
     if (open_outputs(&scan)) {
+        // Messages of thousands of games would fill the log.
         dialogue->engine_options.log = 0;
         publish_options(dialogue);
         start_progress(&scan.input, is_event_tag);
