@@ -1,5 +1,7 @@
 // The benchmark: a fixed list of positions, searched one by one from an empty table, with the
-// time of each and the total of nodes, so that two builds or two machines can be compared.
+// time of each and the total of nodes, so that two builds or two machines can be compared. On one
+// thread the nodes are the same everywhere: they are the search's signature, and every rule of the
+// search that is touched shows in them. So each position starts from an empty table.
 #include "tools/tools.h"
 
 #include "base/version.h"
@@ -16,14 +18,17 @@
 #include "shell/prepare_search.h"
 #include "search/control.h"
 
+// So long that the depth ends a position; one that takes longer ends all the same.
 static constexpr f64 seconds_per_position = 99.0;
+
 static constexpr i32 deepest_told_limit = 40; // a limit above it means that none was given
 static constexpr i32 default_depth = 17;
 static constexpr f64 least_total_seconds = 0.01; // keeps the last division away from zero
-static constexpr i32 pass_microseconds = 1000;
+static constexpr i32 pass_microseconds = 1000;   // between two looks at clock and input
 static constexpr i32 position_count = 20;
 
-// Index 3 and 9 are the same text: totals stay comparable with those of earlier runs.
+// Middlegames for the most part. Index 3 and 9 are the same
+// text: totals stay comparable with those of earlier runs.
 static constexpr const char* bench_texts[position_count] = {
     "r1bqkb1r/pp1ppppp/2n2n2/8/3NP3/2N5/PPP2PPP/R1BQKB1R b KQkq -",
     "1n5k/3q3p/pp1p2pB/5r2/1PP1Qp2/P6P/6P1/2R3K1 w - -",
@@ -48,7 +53,8 @@ static constexpr const char* bench_texts[position_count] = {
 };
 
 // Searches the console's position to its end. Input is read meanwhile: a stop ends this position,
-// and no command changes the limits of the others.
+// and no command changes the limits of the others. Alone on the calling thread nothing is read, and
+// a profile shows the search without a waiting thread beside it.
 static void search_position(Dialogue* dialogue, bool single)
 {
     store(engine_state, EngineState::Thinking); // so that check_time minds the limits
@@ -85,6 +91,7 @@ void run_benchmark(Dialogue* dialogue, i32 count, bool single)
     f64 total_seconds = least_total_seconds;
     for (i32 i = 0; i < count && i < position_count; ++i) {
         read_position(&dialogue->game->pos, bench_texts[i]);
+        // What the last position left in the table would change the nodes of this one.
         clear_hash_if_idle();
         prepare_search(dialogue);
         search_position(dialogue, single);

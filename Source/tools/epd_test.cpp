@@ -1,5 +1,7 @@
 // The runner of test suites in EPD form: every position is searched within the limits of the
 // command line, and the engine's move is compared with what the line says of good and bad moves.
+// A suite may have thousands of positions and run for hours: what cannot be used is named and left
+// out, the rest counts, and the findings are published when all is done.
 #include <cstring>
 
 #include "board/notation.h"
@@ -23,14 +25,24 @@
 
 static constexpr i32 line_size = 512;        // of a line, with its NUL
 static constexpr i32 longest_empty_line = 9; // characters with the line feed
+
+// So shallow a search finds little in the table again, and emptying it would take longer than the
+// search itself.
 static constexpr i32 least_depth_with_hash = 3;
-static constexpr i32 most_sync_depth = 5; // short searches run without waking a thread
+
+// Short searches run on the calling thread: waking the workers and waiting for them would take a
+// good part of the time. Input is looked at only now and then between them, for the same reason.
+static constexpr i32 most_sync_depth = 5;
 static constexpr i64 most_sync_nodes = 99999;
 static constexpr i32 positions_between_looks = 256;
-static constexpr i32 pass_microseconds = 5000;
-static constexpr f64 least_seconds = 0.01;      // keeps divisions away from zero
+
+static constexpr i32 pass_microseconds = 5000; // between two looks at clock and input
+static constexpr f64 least_seconds = 0.01;     // keeps the rate of all nodes away from a zero
+static constexpr f64 millisecond = 0.001;      // the same for one position
+static constexpr f64 thousandth = 0.001;
 static constexpr char list_marks[] = " ,;\"\n"; // between the moves of a list
 
+// Sums over all positions searched. A position that was refused is in none of them.
 struct EpdTotals {
     i32 positions;
     i32 correct;
@@ -39,21 +51,23 @@ struct EpdTotals {
     u64 nodes;
     f64 seconds;
     i64 depth;
-    f64 branching;
+    f64 branching; // of each, how many times larger the tree grows with a depth
 };
 
+// A run over one file.
 struct EpdRun {
     ToolInput input;
     OutputFile analysis;
     EpdTotals totals;
-    bool quit;
-    char line[line_size];
+    bool quit;            // after the position that is searched
+    char line[line_size]; // as it was read: the report shows it, the lists are read out of it
     char pos_text[epd_pos_size];
 };
 
 // ---- The search of one position
 
-// The workers search; input is read meanwhile.
+// The workers search; input is read meanwhile. Once a stop is on its way the loop only waits for
+// the workers to see it, without a pause: that takes less than a pause would.
 static void search_on_workers(Dialogue* dialogue, EpdRun* run)
 {
     wake_workers(dialogue->game);
@@ -89,6 +103,7 @@ static void search_here(Dialogue* dialogue, EpdRun* run, i32 number)
 static void search_position(Dialogue* dialogue, EpdRun* run, i32 number)
 {
     const SearchSetup setup = keep_setup(dialogue);
+    // Each position stands for itself: what others left in the table would help or mislead.
     if (load(hash.mode) != 0) {
         clear_hash_if_idle();
     }
@@ -117,7 +132,8 @@ static void add_to_totals(EpdTotals* totals)
 
 // ---- Judging the move
 
-// Reads a move of the line; one that cannot be read is refused.
+// Reads a move of the line; one that cannot be read is refused. read_move may
+// make the text one character longer, so the copy has room for that.
 static bool read_listed_move(
     Dialogue* dialogue, EpdRun* run, const char* opcode, const char* word, Move* move)
 {
@@ -136,7 +152,8 @@ static bool has_words(const char* list)
     return list[strspn(list, list_marks)] != '\0';
 }
 
-// Whether the move is one of the best ones.
+// Whether the move is one of the best ones. The others are read all the same, so that each that
+// cannot be read is named.
 static bool is_listed(Dialogue* dialogue, EpdRun* run, char* list, Move best_move)
 {
     bool found = false;
@@ -166,6 +183,7 @@ static bool is_avoiding(Dialogue* dialogue, EpdRun* run, char* list, Move best_m
     return avoiding;
 }
 
+// Best moves before moves to avoid; a line with neither counts as not found.
 static void judge_move(Dialogue* dialogue, EpdRun* run, Move best_move)
 {
     char list[line_size];
@@ -181,7 +199,7 @@ static void judge_move(Dialogue* dialogue, EpdRun* run, Move best_move)
 }
 
 // Adds the points of a list such as "Nf3=10, e4=5". The last equals sign of a word counts, since a
-// promotion has one of its own.
+// promotion has one of its own. What could have been had is the list's greatest number.
 static void judge_points(Dialogue* dialogue, EpdRun* run, Move best_move)
 {
     char list[line_size];
@@ -228,9 +246,11 @@ static void report_position(Move best_move)
     const f64 seconds = load(search_clock.elapsed);
     print_line_format("move= %s, time= %0.3f, score= %d, nodes= %0.0f, %0.0fK nps\n",
         move_text_or_null(best_move, text), seconds, load(search_result.result_score), nodes,
-        0.001 * nodes / (seconds + 0.001));
+        thousandth * nodes / (seconds + millisecond));
 }
 
+// As a line of a suite again: a deeper run's findings can test a faster one. The move goes as its
+// two squares, which needs no other piece to be looked at.
 static void write_finding(EpdRun* run, Move best_move)
 {
     if (best_move != NoMove) {
@@ -240,6 +260,8 @@ static void write_finding(EpdRun* run, Move best_move)
     }
 }
 
+// A line that holds no position is passed over without a word, as titles and rules between the
+// positions are; a position that could not be searched safely is named.
 static void test_position(Dialogue* dialogue, EpdRun* run)
 {
     char bm[epd_operand_size];
@@ -287,6 +309,7 @@ static void test_positions(Dialogue* dialogue, EpdRun* run)
     }
 }
 
+// Averages of a file without positions are 0.
 static void report_totals(const EpdTotals* totals)
 {
     const i32 count = totals->positions > 0 ? totals->positions : 1;

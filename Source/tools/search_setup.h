@@ -1,5 +1,7 @@
-// What the tools share about searching: input is read meanwhile, and what is typed for the search
-// that runs must not change those that follow.
+// The position and the limits of a tool's searches. Input is read while one runs, and what is typed
+// for it must not change those that follow: each search is put between keep_setup and
+// restore_setup. Options are not kept: a changed one holds for the searches that follow, as in a
+// game.
 #pragma once
 
 #include "shell/dialogue.h"
@@ -15,7 +17,8 @@ struct SearchSetup {
 };
 
 // The position and the limits as they are now.
-SearchSetup keep_setup(const Dialogue* dialogue);
+[[nodiscard]] SearchSetup keep_setup(const Dialogue* dialogue);
 
-// Puts them back. The position stands at the start of a game then. No worker may be searching.
+// Puts them back. The position stands at the start of a game then: the moves of a game that a
+// command set up would count as repetitions. No worker may be searching.
 void restore_setup(Dialogue* dialogue, const SearchSetup* setup);

@@ -1,5 +1,7 @@
 // Input and output files of the tools. What goes wrong with them is told on standard error, since
-// other programs read standard output, and ends up in the exit status.
+// other programs read standard output, and ends up in the exit status. A run may take hours and its
+// input may come from anywhere: one bad line must not cost the rest, and nothing in it may garble
+// the terminal.
 #include "tools/tool_input.h"
 
 #include <cerrno>
@@ -15,13 +17,19 @@
 #include "search/clock.h"
 
 static constexpr i32 shown_refusals = 100; // the others are only counted
-static constexpr i32 message_size = 1024;
+static constexpr i32 message_size = 1024;  // characters with the NUL; the rest is cut off
 static constexpr f64 seconds_between_shows = 0.2;
+static constexpr char delete_character = 127;
+
+// Back to the start of the terminal's line, and away with all that stands on it.
+static constexpr char clear_line[] = "\r\x1b[K";
 
 bool open_input(ToolInput* input, const char* name)
 {
     FILE* file = open_or_complain(name);
     if (file == nullptr) {
+        // A file that is not there gives a message alone; one that is there but cannot be read
+        // is an error, too.
         if (errno != ENOENT) {
             exit_status = 1;
         }
@@ -35,6 +43,7 @@ bool open_input(ToolInput* input, const char* name)
     return true;
 }
 
+// The reader is made ready anew in any case: its block may hold text from the end of the file.
 bool rewind_input(ToolInput* input)
 {
     const bool sought = fseek(input->lines.file, 0, SEEK_SET) == 0;
@@ -68,7 +77,7 @@ void refuse(ToolInput* input, i32 line_number, const char* format, ...)
     vsnprintf(message, sizeof message, format, args);
     va_end(args);
     for (char* c = message; *c != '\0'; ++c) {
-        if (static_cast<u8>(*c) < ' ' || *c == 127) {
+        if (static_cast<u8>(*c) < ' ' || *c == delete_character) {
             *c = '?'; // the text may come from a file of any kind
         }
     }
@@ -76,7 +85,8 @@ void refuse(ToolInput* input, i32 line_number, const char* format, ...)
     fprintf(stderr, "%s:%d: %s\n", input->name, line_number, message);
 }
 
-// Passes over what is left of a line. Returns whether there was more than its end.
+// Passes over what is left of a line. Returns whether there was more than its end: a line that just
+// fits has only its line feed left, and nothing of it is lost.
 static bool skip_rest(LineReader* lines)
 {
     bool more = false;
@@ -87,6 +97,8 @@ static bool skip_rest(LineReader* lines)
     return more;
 }
 
+// The length counts the line feed because rules about the shortest line are told so; the last line
+// of a file may have none.
 i32 read_input_line(ToolInput* input, char* line, i32 size)
 {
     if (read_line_piece(&input->lines, line, size) == 0) {
@@ -112,7 +124,7 @@ bool is_epd_comment(const char* line)
 
 // ---- Progress
 
-// The number of lines that are items.
+// The number of lines that are items. Only the first piece of a long line is asked.
 static i64 count_items(ToolInput* input, bool (*is_item)(const char* line))
 {
     i64 count = 0;
@@ -124,6 +136,7 @@ static i64 count_items(ToolInput* input, bool (*is_item)(const char* line))
     return count;
 }
 
+// Without a terminal nobody watches, and reading the file once more would only take time.
 void start_progress(ToolInput* input, bool (*is_item)(const char* line))
 {
     Progress* progress = &input->progress;
@@ -137,6 +150,8 @@ void start_progress(ToolInput* input, bool (*is_item)(const char* line))
     progress->due = progress->started + seconds_between_shows;
 }
 
+// The expectation goes by the items behind: the first has none, so nothing is shown before the
+// second. The cursor goes back to the line's start, where the next output overwrites it.
 void show_progress(ToolInput* input, const char* what, i64 number)
 {
     Progress* progress = &input->progress;
@@ -166,13 +181,14 @@ void show_progress(ToolInput* input, const char* what, i64 number)
 void hide_progress(ToolInput* input)
 {
     if (input->progress.visible) {
-        fputs("\r\x1b[K", stderr);
+        fputs(clear_line, stderr);
         input->progress.visible = false;
     }
 }
 
 // ---- Output
 
+// A folder cannot be replaced by a file, and that would come out at the end of the run only.
 static bool is_folder(const char* name)
 {
     struct stat status;
@@ -196,7 +212,8 @@ bool open_tool_output(
     return error == 0;
 }
 
-// Closes a number of files. Returns whether all of them are complete.
+// Closes a number of files. Returns whether all of them are complete. All are closed, whatever
+// becomes of one, so that each error is told.
 static bool close_outputs(OutputFile* const* files, i32 count)
 {
     bool complete = true;
@@ -210,6 +227,9 @@ static bool close_outputs(OutputFile* const* files, i32 count)
     return complete;
 }
 
+// First all are closed, then all get their names: after an error none may replace an older file, as
+// files of one run belong together. Once one name could not be given, those that follow are
+// dropped.
 void finish_outputs(const ToolInput* input, OutputFile* const* files, i32 count)
 {
     bool complete = close_outputs(files, count);

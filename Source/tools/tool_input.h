@@ -1,5 +1,9 @@
 // What the tools share: an input file read line by line, what is said of it on standard error, and
 // output files that end with a message if they cannot be had.
+//
+// The order of a run: open_input, open_tool_output for each file, start_progress, the lines,
+// hide_progress, finish_outputs, close_input. finish_outputs still asks the input whether
+// it could be read to its end, so the input is closed last.
 #pragma once
 
 #include "base/files.h"
@@ -23,7 +27,7 @@ struct ToolInput {
 
 // Opens a regular file for reading and passes over a byte-order mark. Returns false after a message
 // if it cannot be had; exit_status is 1 then, but not for a file that is simply not there.
-bool open_input(ToolInput* input, const char* name);
+[[nodiscard]] bool open_input(ToolInput* input, const char* name);
 
 // Goes back to the start of the text. Returns false if that fails.
 bool rewind_input(ToolInput* input);
@@ -34,10 +38,10 @@ void close_input(ToolInput* input);
 // Reads a line into a buffer of size bytes, without its line feed and a carriage return before
 // it. Of a longer line the rest is left out and refused. Returns the number of characters with the
 // line feed, up to the first NUL; -1 at the end of the file.
-i32 read_input_line(ToolInput* input, char* line, i32 size);
+[[nodiscard]] i32 read_input_line(ToolInput* input, char* line, i32 size);
 
-// Whether a line of an EPD file is empty or a comment: it begins with a blank, # or ;.
-bool is_epd_comment(const char* line);
+// Whether a line of an EPD file is a comment: it begins with a blank, # or ;.
+[[nodiscard]] bool is_epd_comment(const char* line);
 
 // Says on standard error what of the given line cannot be used, and sets exit_status to 1. After
 // many of them they are only counted.
@@ -58,7 +62,7 @@ void hide_progress(ToolInput* input);
 // open_output; returns false after a message and with exit_status 1 if that fails, if the output
 // would take the place of the file that is read, or if a folder has its name: a run may take hours,
 // and only its end would tell.
-bool open_tool_output(
+[[nodiscard]] bool open_tool_output(
     const ToolInput* input, OutputFile* out, const char* name, const char* unfinished);
 
 // Closes and publishes a number of files, all or none of them; a message and exit_status 1 tell

@@ -1,27 +1,29 @@
-// Entry points of the offline tools, for the run modes and the console.
+// Entry points of the offline tools, for the run modes and the console. All of them work on
+// the main thread and on the console's game. Files that they write lie in the current folder.
 #pragma once
 
 #include "shell/console.h"
 
-// Searches the first count (at most 20) benchmark positions and prints time and node totals.
-// single: on the calling thread, all to one depth, for a profile.
+// Searches the first count (at most 20) benchmark positions and prints time and node totals; the
+// program is to end then. single: on the calling thread, all to one depth, for a profile.
 void run_benchmark(Dialogue* dialogue, i32 count, bool single);
 
-// Runs the test positions of a file.
+// Runs the test positions of a file, and writes the engine's own findings to analysis.epd.
 void run_epd_test(Dialogue* dialogue, const char* file_name);
 
-// Turns a PGN file into positions, in one of the forms 1 to 4.
+// Turns a PGN file into positions, in one of the forms 1 to 4 of ScanForm: tmp.pgn or tmp.epd, and
+// tmpX.epd.
 void scan_pgn(Dialogue* dialogue, const char* file_name, i32 form);
 
-// Writes tuning data made from the positions of path.
+// Writes tuning data made from the positions of path to tune_new.epd.
 void make_tune_file(Dialogue* dialogue, const char* path);
 
 // Positions that were trained on, and the sum of their errors; they live as long as the process.
 extern i64 samples;
 extern f64 err_sum;
 
-// One gradient step of the tuner at pos, which must be the position of its thread. target is the
-// wanted result in 0..1 from the side to move's view. Returns the evaluation before the step.
+// One gradient step of the step tuner at pos, which must be the position of its thread. target is
+// the wanted result in 0..1 from the side to move's view. Returns the evaluation before the step.
 i32 tune_step(Position* pos, f32 target, f32 rate);
 
 // The same, counted in samples and err_sum.

@@ -1,5 +1,12 @@
-// The training loop over a file of positions with results. It writes the weights as they stand
-// from time to time; without a tuning build they are those that it began with.
+// The console's word "tune": a loop over a file of positions with results, one gradient step for
+// each position (tune_step.cpp), pass by pass until the user stops it.
+//
+// This is not the trainer. vesk-tune (tools/trainer) works on terms gathered from the file, takes
+// steps of Adam for whole batches on many threads, keeps some lines for validation, and reports.
+// Here every position is evaluated anew on one thread and moves the weights at once by a fixed
+// rate. The word itself runs a method that takes no samples; the training method is for callers of
+// train_epd. It writes the weights as they stand from time to time; only in a tuning build do they
+// ever change.
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -22,11 +29,14 @@
 #include "search/control.h"
 #include "shell/console.h"
 
-static constexpr i32 training_method = 1;
+static constexpr i32 training_method = 1; // any other one only walks the file
+static constexpr f64 worst_average = 1.0; // the error lies from 0 to 1
+
+// How many samples lie between two looks at the input, two writings of the weights, and two
+// reports.
 static constexpr i64 samples_per_poll = 8000;
 static constexpr i64 samples_per_save = 300000;
 static constexpr i64 samples_per_report = 2000000;
-static constexpr f64 worst_average = 1.0;
 
 // One call of train_epd.
 struct Training {
@@ -41,6 +51,7 @@ struct Training {
     f64 best;         // least average error of a report
 };
 
+// The loop reads commands, and one of them may be "tune" again. Main thread only.
 static constinit bool training_runs = false;
 
 bool write_weights(const char* file_name)
@@ -53,6 +64,7 @@ bool write_weights(const char* file_name)
     return error == 0;
 }
 
+// Of a line that is longer the rest comes as a line of its own.
 static bool read_line(Training* training, char* line)
 {
     return read_line_piece(&training->input.lines, line, training_line_length + 1) > 0;
@@ -73,6 +85,7 @@ static bool start_next_pass(Dialogue* dialogue, Training* training, char* line)
     if (!sought) {
         print_line("error setting file position");
     }
+    // What was asked for in the last pass is over; only what is typed now ends this one.
     store(stop_code, StopCode::None);
     poll_input(dialogue);
     if (dialogue->quit_flag || load(stop_code) == StopCode::ReportGame || input_is_over()
@@ -83,7 +96,9 @@ static bool start_next_pass(Dialogue* dialogue, Training* training, char* line)
     return true;
 }
 
-// The target of the line from the view of the side to move, out of its score and its result.
+// The target of the line from the view of the side to move, out of its score and its result. A
+// result in brackets takes the place of the score's expectation, too. A line without a result goes
+// by its score alone.
 static f32 target_of(Dialogue* dialogue, const Training* training, const char* line, i64 score)
 {
     const i32 side = dialogue->game->pos.stm;
@@ -96,6 +111,7 @@ static f32 target_of(Dialogue* dialogue, const Training* training, const char* l
                                                                 : target;
 }
 
+// The mean error since the last report, with a mark on the least so far.
 static void report_average(Training* training)
 {
     const f64 average = (err_sum - training->report_start) / static_cast<f64>(samples_per_report);
@@ -108,7 +124,8 @@ static void report_average(Training* training)
         static_cast<f64>(samples) * 1e-6, training->rate, average, is_best ? " *" : "  ");
 }
 
-// What is due after certain numbers of samples. Returns false if the user has asked for the end.
+// What is due after certain numbers of samples: each falls on the last sample of its stretch.
+// Returns false if the user has asked for the end.
 static bool do_periodic_work(Dialogue* dialogue, Training* training)
 {
     if (samples % samples_per_poll == samples_per_poll - 1) {
@@ -126,7 +143,8 @@ static bool do_periodic_work(Dialogue* dialogue, Training* training)
     return true;
 }
 
-// Works on one line. Returns false if the loop is to end there.
+// Works on one line. Returns false if the loop is to end there: at the limit, at the user's wish,
+// or at a castling right without its king or rook, which makes the whole file suspect.
 static bool use_line(Dialogue* dialogue, Training* training, char* line)
 {
     char position[epd_pos_size];
@@ -157,6 +175,7 @@ static bool use_line(Dialogue* dialogue, Training* training, char* line)
     return training->limit > samples;
 }
 
+// A line that has just begun a new pass is used like any other.
 static void walk_file(Dialogue* dialogue, Training* training)
 {
     char line[training_line_length + 1];
@@ -214,12 +233,14 @@ void train_epd(Dialogue* dialogue, const char* path, i32 method, i64 limit, f64 
     fclose(file);
 }
 
-// ---- The console's word
+// ---- The console's word. What it trains by is fixed: the word's own words are names of weights.
 
 static constexpr char console_file[] = "tune.epd";
 static constexpr i32 console_method = 5;        // one that takes no samples
 static constexpr i64 console_limit = 500000000; // samples
 static constexpr f64 console_rate = 0.001;
+static constexpr f32 lost_target = 0.0f;
+static constexpr f32 first_step_rate = -1.0f;
 
 // Takes one step at the position and walks the training file by a method that takes no samples:
 // only a tuning build is made for more. Names restrict what the tuner may change from the next
@@ -238,7 +259,7 @@ static void tune(Dialogue* dialogue, Words* words, const char*)
     for (i32 i = 1; i < most_words && words->text[i][0] != '\0'; ++i) {
         copy_text(tune_names.name[tune_names.count++], sizeof tune_names.name[0], words->text[i]);
     }
-    tune_step(&dialogue->game->pos, 0.0f, -1.0f);
+    tune_step(&dialogue->game->pos, lost_target, first_step_rate);
     train_epd(dialogue, console_file, console_method, console_limit, console_rate);
     print_plain("done!\n");
 }

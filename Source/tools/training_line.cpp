@@ -1,4 +1,6 @@
-// Reading of results out of training lines. Nothing is taken from behind the end of the operand.
+// Reading of results out of training lines. Nothing is taken from behind the end of the operand, so
+// that a number in an operand that follows does not pass for the result. Files of several origins
+// are read, and each program has its own habit of naming results.
 #include "tools/training_line.h"
 
 #include <algorithm>
@@ -25,6 +27,7 @@ static bool find_operand(const char* line, const char* word, char closing, char*
     return true;
 }
 
+// From white's view to that of side, or back.
 static f64 turned(f64 result, i32 side)
 {
     return side == Black ? 1.0 - result : result;
@@ -48,6 +51,7 @@ static bool read_named_result(const char* line, f64* result)
     return true;
 }
 
+// What c9 leaves untouched stands for a text that names nothing.
 bool names_result(const char* line)
 {
     f64 result = no_result;
@@ -56,6 +60,7 @@ bool names_result(const char* line)
 
 f64 read_result(const char* line, i32 side)
 {
+    // A c9 turns whatever is there, also gr's result where its own text names none.
     f64 result = no_result;
     char number[longest_number + 1];
     if (find_operand(line, " gr ", ';', number, sizeof number)) {

@@ -1,5 +1,7 @@
 // Making a training file. Each position with a game's result is searched, and what is written is
-// the quiet position at the end of the best line: that is what the evaluation has to judge.
+// the quiet position at the end of the best line: that is what the evaluation has to judge. A
+// static evaluation cannot see a pending capture, and training it on one would teach it wrong
+// values.
 #include <cstring>
 
 #include "board/moves.h"
@@ -20,19 +22,25 @@
 #include "shell/prepare_search.h"
 #include "search/control.h"
 
-static constexpr i32 line_size = 255;     // of a line, with its NUL
-static constexpr size_t result_size = 16; // of the text of a result, with its NUL
-static constexpr i32 positions_between_looks = 256;
+static constexpr i32 line_size = 255;               // of a line, with its NUL
+static constexpr size_t result_size = 16;           // of the text of a result, with its NUL
+static constexpr i32 positions_between_looks = 256; // at the input; the searches are short
 static constexpr u32 written_between_lines = 4096;
+static constexpr f64 won = 1.0; // results from the view of the side to move
+static constexpr f64 drawn = 0.5;
+static constexpr f64 lost = 0.0;
 
-// What a position must be like to be of use: its score must not contradict the game's result.
-// Centipawns from the view of the side to move, bounds included.
+// What a position must be like to be of use: its score must not contradict the game's result. A
+// game that was won from a lost position was decided later, by a blunder or by the clock, and says
+// nothing of this one. Beyond the largest score all positions are
+// won alike. Centipawns from the view of
+// the side to move, bounds included.
 static constexpr struct {
     i32 largest_score = 1200; // of the file and of the search
     i32 least_score_of_win = -100;
     i32 most_score_of_loss = 100;
     i32 largest_score_of_draw = 250;
-    i32 least_search_score = -9000;
+    i32 least_search_score = -9000; // below it a mate has been found, or nothing was searched
 } sample_rule;
 
 struct TuneFile {
@@ -51,6 +59,7 @@ struct Sample {
     bool has_result;
 };
 
+// A line without gr is no sample. What stands behind gr is read as far as it is a number.
 static void read_sample(const char* line, Sample* sample)
 {
     char bm[epd_operand_size];
@@ -62,7 +71,7 @@ static void read_sample(const char* line, Sample* sample)
     sample->score = read_i32(ce);
     const char* result = strstr(line, " gr ");
     sample->has_result = result != nullptr;
-    sample->result = 0.0;
+    sample->result = lost;
     if (sample->has_result) {
         char text[result_size];
         copy_text(text, sizeof text, result + strlen(" gr "));
@@ -71,20 +80,22 @@ static void read_sample(const char* line, Sample* sample)
     }
 }
 
+// By the source's score, before anything is searched. Results between those of a game, as other
+// programs blend them, are taken at any score within bounds.
 static bool is_usable(const Sample* sample)
 {
     const i32 score = sample->score;
-    if (sample->result < 0.0 || sample->result > 1.0 || score < -sample_rule.largest_score
+    if (sample->result < lost || sample->result > won || score < -sample_rule.largest_score
         || score > sample_rule.largest_score) {
         return false;
     }
-    if (sample->result == 1.0) {
+    if (sample->result == won) {
         return score >= sample_rule.least_score_of_win;
     }
-    if (sample->result == 0.0) {
+    if (sample->result == lost) {
         return score <= sample_rule.most_score_of_loss;
     }
-    return sample->result != 0.5
+    return sample->result != drawn
         || (score >= -sample_rule.largest_score_of_draw
             && score <= sample_rule.largest_score_of_draw);
 }
@@ -111,6 +122,8 @@ static i32 search_sample(Dialogue* dialogue, TuneFile* file)
     return score;
 }
 
+// Whether the line's end is one that the evaluation can be right about, and not a mate or a won
+// game. Both scores are asked: that of the search, and the one it published.
 static bool is_quiet_result(i32 score)
 {
     const i32 result_score = load(search_result.result_score);
@@ -127,6 +140,8 @@ static void write_leaf(Dialogue* dialogue, TuneFile* file, const Sample* sample)
         make_move(pos, *move);
         ++plies;
     }
+    // Score and result are those of the source: at the end of the line they belong to the side that
+    // is to move there.
     const bool turned = plies % 2 != 0;
     char fen[fen_size];
     make_fen(pos, fen);
@@ -199,6 +214,7 @@ void make_tune_file(Dialogue* dialogue, const char* path)
     }
     if (open_tool_output(&file.input, &file.out, "tune_new.epd", "tune_new.epd.part")) {
         print_line("Creating file tune_new.epd");
+        // Each position stands for itself; without a table none has to be emptied between them.
         store(hash.mode, 0);
         start_progress(&file.input, is_sample_line);
         use_lines(dialogue, &file);

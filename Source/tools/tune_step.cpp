@@ -1,26 +1,33 @@
 // One step of logistic regression on one position, and a sampler that takes such steps along a
 // random line. The result of a position is modelled as the sigmoid of its evaluation.
 // Only the tuning build fills coef: without it no weight changes and the error alone is measured.
+//
+// This is the step tuner behind train_epd, not the trainer of vesk-tune: it works on the evaluation
+// itself, which it asks at each position, and changes eval_params in place, while the trainer
+// (tools/trainer) works on terms gathered beforehand and hands over the weights at its end.
 #include <cmath>
 #include <cstdlib>
 
 #include "board/moves.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
+#include "search/search.h"
 #include "tools/tools.h"
 #include "tools/training_line.h"
 #include "search/move_lists.h"
 
-static constexpr i32 uncached_ply = 1;     // no cache of the evaluation answers there
-static constexpr i32 largest_deficit = 10; // of material, in points of phase_mtl
-static constexpr i32 random_score_mask = 255;
-static constexpr i32 no_move_score = -9999;
+static constexpr i32 uncached_ply = 1;              // no cache of the evaluation answers there
+static constexpr i32 largest_deficit = 10;          // of material, in points of phase_mtl: a queen
+static constexpr i32 random_score_mask = 255;       // of rand(): scores from 0 to 255
+static constexpr i32 no_move_score = 1 - ScoreMate; // mated at once
 
 constinit i64 samples = 0;
 constinit f64 err_sum = 0.0;
 
 // Moves the weights of the position just evaluated against error, which is from white's view.
-// The steps in float and double are told: mg and eg differ in them.
+// A weight's two values share it by the game's phase. coef, the derivative of the score, has been
+// noted by the evaluation and is used up here: left standing it would count for the next position.
+// The order of float and double is part of the outcome: mg goes by way of double, eg does not.
 static void move_weights(f32 phase, f32 error, f32 rate)
 {
     const f32 mg_error =
@@ -38,6 +45,8 @@ static void move_weights(f32 phase, f32 error, f32 rate)
     }
 }
 
+// The gradient of the squared error would have the sigmoid's slope as a factor more; that of the
+// likelihood, which logistic regression raises, is the difference alone.
 i32 tune_step(Position* pos, f32 target, f32 rate)
 {
     SearchThread* thread = pos->thread;
@@ -70,7 +79,8 @@ static i32 sample_position(Position* pos, f32 rate)
     return value;
 }
 
-// All moves of the position at the list of a ply, in random order of score.
+// All moves of the position at the list of a ply, with random scores: picking the best of them in
+// turn plays them in random order.
 static MoveEntry* list_random_moves(Position* pos, i32 index)
 {
     PlyRecord* rec = &pos->thread->ply_rec[index];
@@ -82,6 +92,9 @@ static MoveEntry* list_random_moves(Position* pos, i32 index)
     return rec->list_start;
 }
 
+// The first legal move is the line's: only the moves before it are tried in vain. A side that is
+// far ahead ends it, since a random line would not make a game of it any more; so does the end of
+// the undo stack or of the plies' records. A side in check is not evaluated, as in the search.
 i32 tune_sample(Position* pos, i32 index, u32 depth, f32 rate)
 {
     const i32 side = pos->stm;
