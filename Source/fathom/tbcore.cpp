@@ -125,6 +125,7 @@ TbEntry* tb_lookup(u64 key)
     return slot != nullptr ? slot->entry : nullptr;
 }
 
+// The entry stays in the slot, which is thereby not free for another key.
 void tb_forget(u64 key)
 {
     TbHashSlot* slot = find_slot(key);
@@ -207,6 +208,7 @@ static void order_pawns(TbEntry* entry)
     }
 }
 
+// Takes a record out of the pool of its kind: those with pawns are about four times as large.
 static TbEntry* new_entry(bool has_pawns)
 {
     if (has_pawns) {
@@ -254,6 +256,7 @@ void tb_add_table(const char* name)
 
 // ---- Finding files
 
+// Tries the directories in the order of the path, so that a faster disk can be put in front.
 i32 tb_open_file(const char* name, const char* suffix)
 {
     for (i32 i = 0; i < tb_path_count; ++i) {
@@ -390,6 +393,8 @@ static void add_tables(i32 first_size, i32 second_size)
     } while (next_group(first));
 }
 
+// The last tables go before the path is looked at: an unusable path leaves none. The order of the
+// searches does not matter, but it is fixed, and with it what stands where in the pools.
 i32 tb_init(const char* path)
 {
     clear_registry();

@@ -15,6 +15,7 @@ static constexpr i32 promoted_type[5] = { NoPiece, Queen, Rook, Bishop, Knight }
 // The clock of a position stops here: going on to 0 it would make a quiet move look like a capture.
 static constexpr u8 highest_clock = 255;
 
+// Of the side to move, and of the other.
 static u64 own_pieces(const TbPos* pos)
 {
     return pos->turn ? pos->white : pos->black;
@@ -40,6 +41,7 @@ static tb_move* add_moves(tb_move* out, i32 from, u64 targets)
     return out;
 }
 
+// All four pieces of a square before the next square, the queen first.
 static tb_move* add_promotions(tb_move* out, i32 from, u64 targets)
 {
     while (targets != 0) {
@@ -130,6 +132,7 @@ tb_move* tb_gen_pawn_steps(const TbPos* pos, tb_move* out)
     return out;
 }
 
+// Without en passant, which probes weigh apart: the tables do not know of it.
 tb_move* tb_gen_captures(const TbPos* pos, tb_move* out)
 {
     return gen_pawn_captures(pos, gen_piece_moves(pos, enemy_pieces(pos), out));
@@ -198,6 +201,8 @@ static void finish_pawn_move(TbPos* out, const TbPos* pos, i32 from, i32 to)
     }
 }
 
+// The mover's square and its target are cleared first, so a capture needs no case of its own. Check
+// is looked at last, as what it depends on, an en-passant pawn too, has gone by then.
 bool tb_do_move(TbPos* out, const TbPos* pos, tb_move move)
 {
     const i32 from = tb_from(move);
@@ -222,6 +227,7 @@ bool tb_do_move(TbPos* out, const TbPos* pos, tb_move move)
     return !tb_in_check(out, pos->turn);
 }
 
+// Ends at the first legal move: most positions have one among their king's.
 bool tb_has_legal_move(const TbPos* pos, bool without_ep)
 {
     tb_move list[tb_max_moves];

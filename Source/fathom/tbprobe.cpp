@@ -333,6 +333,7 @@ static bool is_sound(const TbPos* pos)
         && (pos->pawns & first_and_last_rank) == 0 && !tb_in_check(pos, !pos->turn);
 }
 
+// Whether the side to move is mated.
 static bool is_mate(const TbPos* pos)
 {
     return tb_in_check(pos, pos->turn) && !tb_has_legal_move(pos, false);
@@ -357,7 +358,8 @@ static i32 distance_by_move(const TbPos* next, i32 distance, i32* answer)
     return value > 0 ? value + 1 : value < 0 ? value - 1 : 0;
 }
 
-// Whether a move's value keeps what the root's distance says.
+// Whether a move's value keeps what the root's distance says: its sign. A win that the fifty-move
+// rule spoils counts as a win here; among those the fastest is still taken.
 static bool keeps_result(i32 distance, i32 value)
 {
     return value != not_legal && (distance > 0 ? value > 0 : distance < 0 ? value < 0 : value == 0);
@@ -391,6 +393,7 @@ static size_t choose_move(const TbPos* pos, i32 distance, std::span<const i32> v
     return best;
 }
 
+// The move in the board's form.
 static Move engine_move(tb_move move)
 {
     // By TbPromotion; the three bits have room for eight.
