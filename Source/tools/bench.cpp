@@ -74,10 +74,13 @@ static void search_position(Dialogue* dialogue, bool single)
         restore_setup(dialogue, &setup);
     }
     store(engine_state, EngineState::Idle);
+    // Read once more behind the search: the workers' last look may lie a while back.
     update_elapsed();
     collect_stats();
 }
 
+// The command line's depth holds if it gave one. The lines of the searches are left out: printing
+// them would take a part of the time that depends on the terminal.
 void run_benchmark(Dialogue* dialogue, i32 count, bool single)
 {
     dialogue->limits.tc_seconds = seconds_per_position;

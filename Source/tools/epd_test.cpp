@@ -121,6 +121,7 @@ static void search_position(Dialogue* dialogue, EpdRun* run, i32 number)
     restore_setup(dialogue, &setup);
 }
 
+// The depth is the one reached: a mate that is proven ends a search early.
 static void add_to_totals(EpdTotals* totals)
 {
     ++totals->positions;
@@ -147,6 +148,7 @@ static bool read_listed_move(
     return false;
 }
 
+// Whether there is more in a list than marks: an operation without moves does not count as there.
 static bool has_words(const char* list)
 {
     return list[strspn(list, list_marks)] != '\0';
@@ -225,6 +227,7 @@ static void judge_points(Dialogue* dialogue, EpdRun* run, Move best_move)
 
 // ---- Lines and reports
 
+// Shown before the search, so that its lines stand below the board they are about.
 static void announce_position(Dialogue* dialogue, const EpdRun* run, i32 number)
 {
     if (load(noise) != silent_noise) {
@@ -234,6 +237,8 @@ static void announce_position(Dialogue* dialogue, const EpdRun* run, i32 number)
     }
 }
 
+// The last line of the search once more, whatever noise left out of it, and what it took. Nodes and
+// rate are those of all workers.
 static void report_position(Move best_move)
 {
     if (load(noise) == silent_noise) {
@@ -291,6 +296,7 @@ static void test_position(Dialogue* dialogue, EpdRun* run)
     write_finding(run, best_move);
 }
 
+// For the progress alone: it may count a line that turns out to hold no position.
 static bool is_test_line(const char* line)
 {
     return !is_epd_comment(line) && strlen(line) > longest_empty_line;
@@ -298,6 +304,7 @@ static bool is_test_line(const char* line)
 
 static void test_positions(Dialogue* dialogue, EpdRun* run)
 {
+    // Between searches nothing is read, so a quit is seen behind the position that it met.
     for (i32 length; (length = read_input_line(&run->input, run->line, line_size)) >= 0;) {
         if (length <= longest_empty_line || is_epd_comment(run->line)) {
             continue;
@@ -327,6 +334,8 @@ static void report_totals(const EpdTotals* totals)
     print_line("");
 }
 
+// Every file that is opened is closed again on each way out; the totals are shown also where the
+// user has ended the run.
 void run_epd_test(Dialogue* dialogue, const char* file_name)
 {
     EpdRun run;

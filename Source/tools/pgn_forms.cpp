@@ -49,7 +49,8 @@ static constexpr struct {
     i32 largest_eval = 4999; // centipawns; mates and moves without an evaluation lie beyond
 } tuning_rule;
 
-// How a line ends behind its evaluation, by the result for the side to move.
+// How a line ends behind its evaluation, by the result for the side to move. The two
+// forms name it differently: gr is what -mktune and the trainer read.
 struct ResultTexts {
     const char* won;
     const char* drawn;
@@ -90,11 +91,13 @@ static bool read_scanned_move(ReplayedGame* replay, i32 i)
     return false;
 }
 
+// Whether the side to move is.
 static bool in_check(const Position* pos)
 {
     return is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1);
 }
 
+// The text of the position before the present move; it holds until the next call.
 static const char* fen_before(ReplayedGame* replay)
 {
     make_fen(replay->pos, replay->fen);
@@ -158,6 +161,8 @@ static void write_annotated_move(ReplayedGame* replay, i32 i, bool refutes, bool
     fprintf(replay->out, "%s %-6s  {%s}\n", prefix, text, comment);
 }
 
+// The move behind a blunder is its refutation: the opponent's evaluation rose with it. A move may
+// be both, if the refutation is a blunder itself.
 static void write_annotated_game(ReplayedGame* replay)
 {
     const ScannedGame* game = replay->game;
@@ -217,6 +222,8 @@ static const char* result_text(const ScannedGame* game, i32 i, const ResultTexts
                                     : texts->lost;
 }
 
+// Moves before the first position are played all the same; behind the last one nothing is read any
+// more, so a text there that is no move goes unnoticed.
 static void write_tuning_positions(ReplayedGame* replay)
 {
     const ScannedGame* game = replay->game;
@@ -254,6 +261,7 @@ static bool is_rook_ending(const Position* pos)
         && count_of(pos, White, Pawn) + count_of(pos, Black, Pawn) == 1;
 }
 
+// Evaluations play no part here: a position without one is written too.
 static void write_rook_endings(ReplayedGame* replay)
 {
     const ScannedGame* game = replay->game;

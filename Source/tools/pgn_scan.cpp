@@ -18,7 +18,8 @@ static constexpr i32 games_per_line = 100; // between two lines of output
 static constexpr i32 mate_eval = 9000;     // centipawns, for a mate at any distance
 static constexpr f64 centipawns = 100.0;   // of a pawn
 
-// The reading of a file.
+// The reading of a file. Comments and skipped games go on over lines, so what is known of them lies
+// here; a line is forgotten when it has been gone through.
 struct PgnScan {
     ToolInput input;
     OutputFile out;
@@ -63,7 +64,7 @@ static i16 eval_of_score(const char* word)
     return narrow_to_i16(read_real(word) * centipawns);
 }
 
-// The word that ends before the slash, which is replaced.
+// The word that ends before the slash, which is replaced: behind it stands the depth.
 static const char* word_before(char* text, char* slash)
 {
     *slash = '\0';
@@ -87,6 +88,7 @@ static i16 judge_comment(char* text, bool white)
     return BadEval;
 }
 
+// Ends a comment without looking at it.
 static void reset_comment(PgnScan* scan)
 {
     scan->comment_depth = 0;
@@ -105,6 +107,7 @@ static void end_comment(PgnScan* scan)
     }
 }
 
+// A line feed becomes a blank: an evaluation may be the first word of a comment's second line.
 static void add_to_comment(PgnScan* scan, char c)
 {
     if (scan->comment_length < comment_size - 1) {
@@ -178,6 +181,8 @@ static void end_game(Dialogue* dialogue, PgnScan* scan)
     reset_comment(scan);
 }
 
+// What the last game left must not reach into this one; only its result stays until the next tag of
+// that kind.
 static void start_game(PgnScan* scan)
 {
     ++scan->games;
@@ -266,6 +271,7 @@ static void scan_games(Dialogue* dialogue, PgnScan* scan)
 
 // ---- The mode
 
+// Counts the games for the progress: each begins with such a tag.
 static bool is_event_tag(const char* line)
 {
     return line[0] == '[' && holds(line, "Event ");
@@ -286,6 +292,8 @@ static bool open_outputs(PgnScan* scan)
     return true;
 }
 
+// The record is filled field by field: its buffers, some 80 KB, need no value. A file whose first
+// game has no tags at all is read as a draw.
 void scan_pgn(Dialogue* dialogue, const char* file_name, i32 form)
 {
     PgnScan scan;

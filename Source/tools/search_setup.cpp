@@ -1,6 +1,8 @@
-// Position and limits of a search of the tools, kept while commands are taken.
+// Position and limits of a search of the tools, kept while commands are taken. Both functions name
+// the same fields: a limit that is kept but not put back would be lost at the first command.
 #include "tools/search_setup.h"
 
+// The position is copied whole, with the pointers to its record, which stay the same.
 SearchSetup keep_setup(const Dialogue* dialogue)
 {
     const SearchLimits* limits = &dialogue->limits;
@@ -8,6 +10,7 @@ SearchSetup keep_setup(const Dialogue* dialogue)
         load(limits->depth_limit), limits->node_limit_total };
 }
 
+// The undo stack is emptied too: a tool's position stands for itself and has no game behind it.
 void restore_setup(Dialogue* dialogue, const SearchSetup* setup)
 {
     dialogue->game->pos = setup->pos;

@@ -52,6 +52,7 @@ bool rewind_input(ToolInput* input)
     return sought;
 }
 
+// How many refusals were only counted is told here, behind all others.
 void close_input(ToolInput* input)
 {
     hide_progress(input);
@@ -65,6 +66,8 @@ void close_input(ToolInput* input)
     fclose(input->lines.file);
 }
 
+// The status is set by the first one, shown or not. The progress line goes away before the message:
+// both stand on the same terminal.
 void refuse(ToolInput* input, i32 line_number, const char* format, ...)
 {
     exit_status = 1;
@@ -165,6 +168,7 @@ void show_progress(ToolInput* input, const char* what, i64 number)
     progress->due = now + seconds_between_shows;
     progress->visible = true;
     const f64 passed = now - progress->started;
+    // The item of this number is still to be done. A count that came out too low ends at 0.
     const i64 left = progress->count - number + 1;
     const f64 to_come =
         passed / static_cast<f64>(number - 1) * static_cast<f64>(left > 0 ? left : 0);
@@ -178,6 +182,7 @@ void show_progress(ToolInput* input, const char* what, i64 number)
         static_cast<long long>(number), static_cast<long long>(progress->count), passed, clock);
 }
 
+// Does nothing where no line is shown, so callers need not know.
 void hide_progress(ToolInput* input)
 {
     if (input->progress.visible) {
@@ -195,6 +200,8 @@ static bool is_folder(const char* name)
     return lstat(name, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+// Writing over the input would cut it off while it is read, under its final name or the unfinished
+// one.
 bool open_tool_output(
     const ToolInput* input, OutputFile* out, const char* name, const char* unfinished)
 {
@@ -256,6 +263,7 @@ void finish_outputs(const ToolInput* input, OutputFile* const* files, i32 count)
     }
 }
 
+// For a run that ends before it has anything to write. Errors say nothing any more: the file goes.
 void drop_output(OutputFile* out)
 {
     fclose(out->file);

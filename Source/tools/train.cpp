@@ -54,6 +54,8 @@ struct Training {
 // The loop reads commands, and one of them may be "tune" again. Main thread only.
 static constinit bool training_runs = false;
 
+// Older weights keep their name until the new ones are complete, so a failure costs nothing but
+// them.
 bool write_weights(const char* file_name)
 {
     const int error = save_params_file(file_name);
@@ -189,6 +191,8 @@ static void walk_file(Dialogue* dialogue, Training* training)
     }
 }
 
+// The size is only for the user; a file that cannot be measured is not read, as passes need to go
+// back in it.
 static void train_on(Dialogue* dialogue, Training* training, const char* path)
 {
     FILE* file = training->input.lines.file;
@@ -203,6 +207,8 @@ static void train_on(Dialogue* dialogue, Training* training, const char* path)
     print_plain("\ndone.\n");
 }
 
+// The options and limits that it leaves changed are those under which positions are evaluated and
+// not searched; the console shows them afterwards.
 void train_epd(Dialogue* dialogue, const char* path, i32 method, i64 limit, f64 rate)
 {
     if (training_runs) {

@@ -10,7 +10,7 @@
 #include "base/output.h"
 #include "base/text.h"
 
-static constexpr size_t longest_number = 15; // characters of gr
+static constexpr size_t longest_number = 15; // characters of gr; what is behind them is cut off
 
 // The operand behind word, up to closing or the end of the line; out is empty if there is none.
 static bool find_operand(const char* line, const char* word, char closing, char* out, size_t size)
@@ -58,6 +58,7 @@ bool names_result(const char* line)
     return read_named_result(line, &result) && result != no_result;
 }
 
+// A number of gr is taken as it stands; whether it lies from 0 to 1 is for the caller to ask.
 f64 read_result(const char* line, i32 side)
 {
     // A c9 turns whatever is there, also gr's result where its own text names none.
@@ -69,6 +70,7 @@ f64 read_result(const char* line, i32 side)
     return read_named_result(line, &result) ? turned(result, side) : result;
 }
 
+// Anything but a clear win or loss is a draw; so an empty bracket is one.
 bool read_bracket_result(const char* line, i32 side, f64* result)
 {
     char text[training_line_length + 1];

@@ -43,15 +43,17 @@ static constexpr struct {
     i32 least_search_score = -9000; // below it a mate has been found, or nothing was searched
 } sample_rule;
 
+// A run over one file.
 struct TuneFile {
     ToolInput input;
     OutputFile out;
-    u32 seen;
-    u32 written;
+    u32 seen;    // positions searched
+    u32 written; // lines
     bool quit;
 };
 
-// A line of the file. score and result are from the view of the side to move.
+// A line of the file. score, in centipawns, and result, 0 to 1, are from the view of the side to
+// move.
 struct Sample {
     char pos_text[epd_pos_size];
     i32 score;
@@ -131,7 +133,8 @@ static bool is_quiet_result(i32 score)
         && result_score <= sample_rule.largest_score;
 }
 
-// Writes the position at the end of the best line with the score and the result of the source.
+// Writes the position at the end of the best line with the score and the result of the source: a
+// score of this search would teach the evaluation what it believes already.
 static void write_leaf(Dialogue* dialogue, TuneFile* file, const Sample* sample)
 {
     Position* pos = &dialogue->game->pos;
@@ -184,11 +187,13 @@ static bool use_line(Dialogue* dialogue, TuneFile* file, const char* line)
     return !file->quit;
 }
 
+// For the progress: all lines but comments, usable or not, as reading them is part of the work.
 static bool is_sample_line(const char* line)
 {
     return !is_epd_comment(line);
 }
 
+// A quit that has been seen ends the run; what was written is kept and published.
 static void use_lines(Dialogue* dialogue, TuneFile* file)
 {
     char line[line_size];
@@ -203,6 +208,8 @@ static void use_lines(Dialogue* dialogue, TuneFile* file)
     }
 }
 
+// The depth limit is the caller's: with 0 only captures are searched, which is fast and often
+// enough to make a position quiet.
 void make_tune_file(Dialogue* dialogue, const char* path)
 {
     TuneFile file;
