@@ -13,6 +13,7 @@
 #include "eval/evaluate.h"
 #include "eval/weights.h"
 #include "fathom/tbcore.h"
+#include "fathom/tbinit.h"
 #include "fathom/tbmoves.h"
 #include "fathom/tbprobe.h"
 #include "search/hash.h"

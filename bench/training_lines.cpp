@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/output.h"
 #include "board/moves.h"
 #include "board/tables.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
-#include "base/output.h"
-#include "tools/training_line.h"
 #include "search/thread.h"
+#include "tools/training_line.h"
 
 // The record that everything here works on.
 static SearchThread* game;

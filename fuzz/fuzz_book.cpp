@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "fuzz_support.h"
 #include "base/output.h"
 #include "board/moves.h"
 #include "book/polyglot.h"
-#include "fuzz_support.h"
 #include "shell/book_report.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);

@@ -7,14 +7,15 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "shell/prepare_search.h"
-#include "base/output.h"
-#include "board/position.h"
 #include "fuzz_support.h"
+#include "base/output.h"
+#include "board/defect.h"
+#include "board/position.h"
 #include "search/search.h"
 #include "search/threads.h"
 #include "shell/console.h"
 #include "shell/input.h"
+#include "shell/prepare_search.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

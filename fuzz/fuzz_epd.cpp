@@ -5,10 +5,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "board/position.h"
 #include "fuzz_support.h"
-#include "shell/input.h"
 #include "base/output.h"
+#include "board/position.h"
+#include "shell/input.h"
 #include "tools/tools.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);

@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "book/polyglot.h"
 #include "fuzz_support.h"
 #include "base/output.h"
+#include "book/polyglot.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

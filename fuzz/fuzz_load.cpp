@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "fuzz_support.h"
 #include "board/moves.h"
 #include "board/position.h"
-#include "fuzz_support.h"
 #include "shell/console_game.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);

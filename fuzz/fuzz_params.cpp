@@ -1,10 +1,10 @@
 // The file of weights: the input is its content. The engine must evaluate with what it gives.
 #include <cstdio>
 
+#include "fuzz_support.h"
 #include "board/position.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
-#include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

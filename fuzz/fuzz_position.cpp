@@ -4,11 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "shell/prepare_search.h"
-#include "base/output.h"
-#include "board/position.h"
 #include "fuzz_support.h"
+#include "base/output.h"
+#include "board/defect.h"
+#include "board/position.h"
 #include "search/search.h"
+#include "shell/prepare_search.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "fuzz_support.h"
 #include "board/notation.h"
 #include "board/position.h"
-#include "fuzz_support.h"
 #include "tools/tools.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);

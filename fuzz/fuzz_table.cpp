@@ -6,12 +6,13 @@
 #include <cstdlib>
 #include <unistd.h>
 
-#include "board/moves.h"
-#include "fathom/tbcore.h"
-#include "fathom/tbmoves.h"
-#include "fathom/tbprobe.h"
 #include "fuzz_support.h"
 #include "guarded_mmap.h"
+#include "board/moves.h"
+#include "fathom/tbcore.h"
+#include "fathom/tbinit.h"
+#include "fathom/tbmoves.h"
+#include "fathom/tbprobe.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "eval/weights.h"
 #include "fuzz_support.h"
+#include "eval/weights.h"
 #include "tools/tools.h"
 #include "tools/trainer/training_gather.h"
 

@@ -7,8 +7,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "board/position.h"
 #include "fuzz_support.h"
+#include "board/position.h"
 #include "search/threads.h"
 #include "shell/input.h"
 #include "shell/think_loop.h"

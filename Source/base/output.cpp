@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <string_view>
 #include <poll.h>
+#include <string_view>
 #include <sys/uio.h>
 #include <unistd.h>
 

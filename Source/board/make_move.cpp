@@ -2,10 +2,9 @@
 // keys, the undo stack, ply and last_move change here together and nowhere else during a search.
 // Nothing is checked: a move that the board does not bear out spoils it for good, so whoever takes
 // one from outside asks is_makeable first, and the hash table's are tried by move_fits_board.
-#include "board/moves.h"
-
 #include <cstring>
 
+#include "board/moves.h"
 #include "board/tables.h"
 #include "board/trace.h"
 

@@ -8,9 +8,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "board/moves.h"
-#include "board/tables.h"
 #include "base/text.h"
+#include "board/tables.h"
 
 // clang-format off
 const char square_name[64][3] = {
@@ -49,9 +48,7 @@ static constexpr CastleHome castle_homes[] = {
 };
 
 static constexpr u64 first_rank_squares = 0xff;
-static constexpr i32 max_side_pieces = 16;
 static constexpr i32 last_piece_code = piece_code(Black, King);
-static constexpr u64 outer_ranks = 0xff000000000000ffULL;
 
 // ---- Setting up
 
@@ -168,7 +165,7 @@ static const char* read_ep_square(Position* pos, const char* text)
 }
 
 // The rights of pos whose king or rook is not at home.
-static u8 false_castling(const Position* pos)
+u8 false_castling(const Position* pos)
 {
     u8 rights = 0;
     for (const CastleHome& home : castle_homes) {
@@ -353,65 +350,6 @@ bool fields_agree(const Position* pos)
     }
     return pos->stm <= Black && pos->castle <= AllCastling && pos->ep_square <= NoSquare
         && pos->key == compute_key(pos) && pos->pawn_key == compute_pawn_key(pos);
-}
-
-// The set of a square that may lie off the board, and is empty then.
-static u64 bit_on_board(i32 square)
-{
-    return square >= 0 && square < NoSquare ? bit(square) : 0;
-}
-
-// Whether a pawn of the side to move could move onto ep_square although there is no enemy pawn
-// behind it to be taken, or a piece on it; unmaking such a move would invent a pawn. On the last
-// rank the pawn would be neither promoted nor fit to stay.
-// A square that no pawn can enter does no harm, so that loose position texts are still played.
-static bool is_false_ep_square(const Position* pos)
-{
-    if (pos->ep_square == NoSquare) {
-        return false;
-    }
-    const i32 side = pos->stm;
-    const i32 step = pawn_step[side];
-    const u64 ep = bit(pos->ep_square);
-    const u64 behind = bit_on_board(pos->ep_square - step);
-    if ((pos->bb[side ^ 1][Pawn] & behind) && pos->board[pos->ep_square] == 0
-        && (ep & outer_ranks) == 0) {
-        return false;
-    }
-
-    const u64 origins =
-        pawn_attacks[side ^ 1][pos->ep_square] | behind | bit_on_board(pos->ep_square - 2 * step);
-    return (origins & pos->bb[side][Pawn]) != 0;
-}
-
-// The texts go to the user, the first that holds. Cheap tests of what the later ones rely on come
-// first: the attack test needs a king, and sound fields.
-const char* position_defect(Position* pos)
-{
-    for (i32 side = White; side <= Black; ++side) {
-        if (popcount(pos->bb[side][King]) != 1) {
-            return "each side needs exactly one king";
-        }
-        if (popcount(pieces_of(pos, side)) > max_side_pieces) {
-            return "a side has more than sixteen pieces";
-        }
-    }
-    if ((pos->bb[White][Pawn] | pos->bb[Black][Pawn]) & outer_ranks) {
-        return "a pawn stands on the first or last rank";
-    }
-    if (false_castling(pos) != 0) {
-        return "a castling right has no king or rook at home";
-    }
-    if (!fields_agree(pos)) {
-        return "the position is inconsistent";
-    }
-    if (is_attacked(pos, pos->king_sq[pos->stm ^ 1], pos->stm)) {
-        return "the side not to move is in check";
-    }
-    if (is_false_ep_square(pos)) {
-        return "there is no pawn to take en passant";
-    }
-    return nullptr;
 }
 
 #if defined(VESK_DEBUG)

@@ -118,16 +118,13 @@ void make_board_view(const Position* pos, char* out);
 [[nodiscard]] u64 compute_key(const Position* pos);
 [[nodiscard]] u64 compute_pawn_key(const Position* pos);
 
-// Drops the castling rights whose king or rook is not at home. Returns how many were dropped.
+// The castling rights of pos whose king or rook is not at home.
+u8 false_castling(const Position* pos);
+
+// Drops these rights. Returns how many were dropped.
 // The key is left as it is.
 i32 drop_false_castling(Position* pos);
 
 // Whether bb, piece_count, phase_mtl and both keys are what board, stm, castle and ep_square
 // make them, and king_sq too for a side of one king.
 [[nodiscard]] bool fields_agree(const Position* pos);
-
-// Why a search of pos could not run safely (a text for the user), or null if it can: one king
-// each, at most sixteen pieces a side, no pawn on the first or last rank, side not to move not in
-// check, castling rights with king and rook at home, no pawn that could step onto an en-passant
-// square that has nothing to take behind it, all derived fields in agreement with the board.
-[[nodiscard]] const char* position_defect(Position* pos);

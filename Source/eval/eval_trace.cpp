@@ -1,13 +1,12 @@
 // The printed score table of an evaluation: one row per group of terms, the hanging pieces and
 // the closing line; on demand all weights as well. It goes straight to standard output, for a
 // person at the console, and never to the log.
-#include "eval/evaluate.h"
-
 #include <cstdio>
 #include <cstring>
 
-#include "eval/terms.h"
 #include "base/output.h"
+#include "eval/evaluate.h"
+#include "eval/terms.h"
 
 // A row shows what the score gained between two points of the evaluation; a group of pieces is
 // shown without its material, which has a column of its own.

@@ -242,7 +242,8 @@ i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 
     slot->score = static_cast<i16>(score);
     publish_danger(danger, work->danger);
     if constexpr (tuning) {
-        publish_notes(work, work->scale);
+        const f32 scale_ahead[2] = { scale_factor(work, 1), scale_factor(work, -1) };
+        publish_notes(work, work->scale, scale_ahead);
     }
     return score;
 }

@@ -2,7 +2,6 @@
 // A root of a worker's search is noted as well but not published: coef belongs to the main thread.
 #include "eval/term_notes.h"
 
-#include "eval/terms.h"
 #include "eval/weights.h"
 
 static bool is_published(const EvalWork* work)
@@ -21,12 +20,12 @@ void clear_notes(EvalWork* work)
     }
 }
 
-void publish_notes(EvalWork* work, f32 scale)
+void publish_notes(EvalWork* work, f32 scale, const f32 scale_ahead[2])
 {
     TermNotes* notes = &work->notes;
     notes->scale = scale;
-    notes->scale_ahead[White] = scale_factor(work, 1);
-    notes->scale_ahead[Black] = scale_factor(work, -1);
+    notes->scale_ahead[White] = scale_ahead[White];
+    notes->scale_ahead[Black] = scale_ahead[Black];
     if (!is_published(work)) {
         return;
     }

@@ -23,8 +23,9 @@ inline void note_term([[maybe_unused]] EvalWork* work, [[maybe_unused]] i32 side
 // Empties the notes; an evaluation of the console's record also empties coef of all weights.
 void clear_notes(EvalWork* work);
 
-// Adds the scale factors to the notes. An evaluation of the console's record also fills coef:
-// the derivative of its score from white's view by the weight, to be multiplied by the share of
-// the phase: 1 - phase for mg and phase for eg. scale is the factor that was taken; it counts as
-// constant, though it jumps where a change of the weights turns the sign of the score.
-void publish_notes(EvalWork* work, f32 scale);
+// Adds the scale factors to the notes: the one that was taken, and those with white or black ahead.
+// An evaluation of the console's record also fills coef: the derivative of its score from white's
+// view by the weight, to be multiplied by the share of the phase: 1 - phase for mg and phase for
+// eg. scale is the factor that was taken; it counts as constant, though it jumps where a change of
+// the weights turns the sign of the score.
+void publish_notes(EvalWork* work, f32 scale, const f32 scale_ahead[2]);

@@ -9,10 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "eval/pst_defaults.h"
 #include "base/files.h"
 #include "base/output.h"
 #include "base/text.h"
+#include "eval/pst_defaults.h"
 
 constinit EvalParam eval_params[weight_count] = {};
 constinit i32 eval_param_count = 0;

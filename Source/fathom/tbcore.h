@@ -13,11 +13,6 @@ struct TbEntry;
 
 extern i32 tb_largest; // greatest piece count of any table found, 0 without tables
 
-// Registers the tables in the directories of path (separated by ':') in place of those registered
-// before. Returns how many there are, or -1 if path names no directories: it is empty or "<empty>".
-// No worker may be searching. Ends the program with status 1 if a limit of the registry is passed.
-i32 tb_init(const char* path);
-
 // The material key, with white or, if mirror is set, black as the first side. 0 for bare kings.
 [[nodiscard]] u64 tb_material_key(const TbPos* pos, bool mirror);
 
@@ -36,6 +31,15 @@ void tb_table_name(const TbPos* pos, char* out, bool mirror);
 // Forgets a table under this key, not under its mirrored one, so that it is not looked for again.
 // Any worker may do so while others look up: they find the table or no table.
 void tb_forget(u64 key);
+
+// Empties the registry and forgets the directories. No worker may be searching.
+void tb_clear_registry();
+
+// Sets the directories to those of path, separated by ':'. Returns false without memory.
+[[nodiscard]] bool tb_set_paths(const char* path);
+
+// How many materials are registered.
+[[nodiscard]] i32 tb_table_count();
 
 // Enters one material by its table name, such as "KQvKR"; called by tb_init.
 void tb_add_table(const char* name);

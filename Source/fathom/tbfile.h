@@ -16,8 +16,5 @@ struct TbPos;
 // has no lock. The entry stays valid until 64 other materials have been looked for.
 [[nodiscard]] TbEntry* tb_dtz_table(const TbPos* pos, u64 key);
 
-// Unmaps an entry's file and frees its decoding records. Nobody may be reading it.
-void tb_release(TbEntry* entry);
-
 // Releases all distance tables. No worker may be searching.
 void tb_clear_dtz_cache();

@@ -9,7 +9,7 @@
 #include "fathom/tbfile.h"
 #include "fathom/tbindex.h"
 #include "fathom/tbpairs.h"
-#include "fathom/tbprobe.h"
+#include "fathom/tbresult.h"
 
 // The squares of a position's pieces, in table order.
 using Squares = std::span<i32, tb_max_pieces>;

@@ -113,3 +113,6 @@ inline bool tb_has_lists(const TbSection* section)
 {
     return (section->flags & (TbFlagMapped | TbFlagOneValue)) == TbFlagMapped;
 }
+
+// Unmaps an entry's file and frees its decoding records. Nobody may be reading it.
+void tb_release(TbEntry* entry);

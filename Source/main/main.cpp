@@ -8,20 +8,20 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "base/files.h"
+#include "base/output.h"
 #include "board/position.h"
 #include "board/tables.h"
 #include "book/book.h"
-#include "main/command_line.h"
-#include "base/files.h"
 #include "search/hash.h"
 #include "search/threads.h"
 #include "shell/options.h"
 #include "shell/prepare_search.h"
-#include "base/output.h"
 #include "shell/startup.h"
 #include "shell/think_loop.h"
 #include "tools/tools.h"
 #include "tools/trainer/trainer.h"
+#include "main/command_line.h"
 
 static constexpr i32 bench_positions = 20;
 static constexpr i32 bench_single_positions = 10;

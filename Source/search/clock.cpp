@@ -10,8 +10,8 @@
 #include "base/clock.h"
 #include "eval/evaluate.h"
 #include "search/control.h"
-#include "search/search.h"
-#include "search/threads.h"
+#include "search/result.h"
+#include "search/workers.h"
 
 constinit SearchClock search_clock {};
 

@@ -5,16 +5,15 @@
 // score: then depth and bound may be the other's, which is rare and costs one wrong cut at worst.
 #include "search/hash.h"
 
-#include <sys/mman.h>
-
 #include <bit>
 #include <cstring>
 #include <span>
+#include <sys/mman.h>
 
 #include "board/moves.h"
 #include "board/tables.h"
-#include "search/search.h"
-#include "search/threads.h"
+#include "search/result.h"
+#include "search/workers.h"
 
 constinit HashTable hash {};
 

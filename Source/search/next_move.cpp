@@ -4,11 +4,10 @@
 // The list of a ply always ends in a closing entry, and the list of the next ply starts behind it.
 // A slot that gets only a move keeps the score and pieces of its last use; the history reads them
 // behind a null move, so they must not be cleared.
-#include "search/move_lists.h"
-
 #include <span>
 
 #include "board/tables.h"
+#include "search/move_lists.h"
 
 // Stages in the low four bits of PlyRecord.stage. A full search goes Start, Captures, GoodCaptures,
 // Rest, PlainOrder; a quiescence search Start, QuietSearch, and PlainOrder for its checks.

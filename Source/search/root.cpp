@@ -24,8 +24,6 @@
 #include "search/search.h"
 #include "search/threads.h"
 
-constinit SearchResult search_result = {};
-
 static constexpr struct {
     i32 last_depth = 68;              // deepest iteration
     i32 undo_limit = 883;             // game plies plus depth

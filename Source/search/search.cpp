@@ -14,7 +14,6 @@
 #include "search/node.h"
 #include "search/params.h"
 #include "search/strength.h"
-#include "search/threads.h"
 
 // Scores and margins in centipawns, depths and distances in plies.
 static constexpr struct {

@@ -4,19 +4,16 @@
 // of a record are therefore the worker's while its command stands, and the main thread's otherwise.
 #include "search/threads.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <pthread.h>
 
 #include "base/clock.h"
 #include "search/clock.h"
 #include "search/hash.h"
 #include "search/search.h"
 
-constinit Shared<SearchThread*> workers[max_workers] {};
-constinit i32 num_threads = 0;
 constinit SpinLock info_lock {};
 constinit SpinLock stats_lock {};
 constinit SearchTotals search_totals {};
@@ -31,7 +28,6 @@ static i32 worker_index[max_workers];
 // How long to sleep between two looks at what another thread will change, in microseconds. 0 is a
 // system call and no more.
 static constexpr struct {
-    i32 while_busy = 1000;  // a search: nobody is in a hurry
     i32 while_copying = 50; // a game of some kilobytes for each worker
     i32 while_starting = 0; // a thread and its record
 } sleep_rule;
@@ -69,12 +65,6 @@ static void* worker_main(void* arg)
         // What the search has left in the record is the main thread's from here on.
         store_release(thread->command, CommandIdle);
     }
-}
-
-void post_command(SearchThread* thread, WorkerCommand command)
-{
-    store_release(thread->command, command);
-    thread->command.value.notify_one();
 }
 
 // Detached: a worker says by its command word that it has gone, so nobody needs to join it.
@@ -137,25 +127,6 @@ void wake_workers(const SearchThread* game)
     }
     for (i32 i = 1; i < num_threads; ++i) {
         post_command(load(workers[i]), CommandSearch);
-    }
-}
-
-i32 busy_workers()
-{
-    i32 busy = 0;
-    for (i32 i = 0; i < num_threads; ++i) {
-        const SearchThread* thread = load(workers[i]);
-        if (thread != nullptr && load_acquire(thread->command) != CommandIdle) {
-            ++busy;
-        }
-    }
-    return busy;
-}
-
-void wait_for_workers()
-{
-    while (busy_workers() != 0) {
-        sleep_microseconds(sleep_rule.while_busy);
     }
 }
 

@@ -3,11 +3,7 @@
 
 #include "base/lock.h"
 #include "search/control.h"
-
-// The workers' records; null where there is none. Each worker publishes its own, destroy_workers
-// takes them back. num_threads is how many exist; the main thread sets it while none searches.
-extern Shared<SearchThread*> workers[max_workers];
-extern i32 num_threads;
+#include "search/workers.h"
 
 // Needed only while a search runs: between searches the main thread is alone with what they guard.
 // info_lock is taken before the lock of the output, never after.
@@ -30,19 +26,9 @@ extern SearchTotals search_totals;
 // Stops and ends the workers and frees their records. All count of them must exist.
 void destroy_workers(i32 count);
 
-// Gives an idle worker a command and wakes it. What the caller has written before is seen by the
-// worker from then on.
-void post_command(SearchThread* thread, WorkerCommand command);
-
 // Wakes all workers for a search of a game: worker 0 first, the others when it has copied the game
 // into all records. Returns after that; does nothing without workers.
 void wake_workers(const SearchThread* game);
-
-// The number of workers that have a command. At 0 all that they have written is seen by the caller.
-i32 busy_workers();
-
-// Waits until no worker is busy, asleep between looks.
-void wait_for_workers();
 
 // Ends a running search without a report and waits for the workers; the state is idle then.
 // Does nothing while no worker is busy: a result that waits for its report stays.

@@ -10,12 +10,13 @@
 #include "base/files.h"
 #include "base/output.h"
 #include "base/text.h"
+#include "board/defect.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "board/trace.h"
-#include "book/book.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
+#include "book/book.h"
 #include "search/clock.h"
 #include "search/hash.h"
 #include "search/params.h"
@@ -26,10 +27,7 @@
 #include "shell/book_report.h"
 #include "shell/console_game.h"
 #include "shell/input.h"
-#include "base/output.h"
-#include "base/text.h"
 #include "shell/prepare_search.h"
-#include "search/clock.h"
 
 static constexpr i32 deepest_perft = 20;
 static constexpr f64 least_seconds = 0.001;       // keeps a division away from zero

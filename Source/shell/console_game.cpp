@@ -14,8 +14,8 @@
 #include "board/moves.h"
 #include "board/notation.h"
 #include "search/control.h"
-#include "shell/input.h"
 #include "shell/board_text.h"
+#include "shell/input.h"
 
 // ---- Walking through the game
 

@@ -3,14 +3,14 @@
 // told to.
 #include "shell/input.h"
 
-#include "base/clock.h"
-#include "base/text.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
 #include <unistd.h>
+
+#include "base/clock.h"
+#include "base/text.h"
 
 static constexpr i32 buffer_size = 16384;
 static_assert(buffer_size > longest_input);

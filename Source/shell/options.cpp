@@ -11,10 +11,10 @@
 #include "base/output.h"
 #include "base/text.h"
 #include "search/hash.h"
+#include "search/strength.h"
 #include "search/threads.h"
 #include "shell/input.h"
 #include "shell/startup.h"
-#include "search/strength.h"
 
 static constexpr i32 lowest_scale = 20; // per cent
 static constexpr i32 highest_scale = 200;

@@ -5,12 +5,13 @@
 #include "board/moves.h"
 #include "eval/evaluate.h"
 #include "fathom/tbcore.h"
+#include "fathom/tbinit.h"
+#include "search/clock.h"
 #include "search/hash.h"
 #include "search/search.h"
-#include "search/threads.h"
-#include "search/clock.h"
-#include "shell/board_text.h"
 #include "search/strength.h"
+#include "search/threads.h"
+#include "shell/board_text.h"
 
 static constexpr f64 calibration_seconds = 0.3;
 static constexpr f64 search_speed_factor = 1.17; // a search's nodes for one of calibration

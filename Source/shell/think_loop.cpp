@@ -8,20 +8,21 @@
 
 #include "base/output.h"
 #include "base/text.h"
+#include "board/defect.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "book/book.h"
+#include "search/clock.h"
 #include "search/hash.h"
 #include "search/info.h"
 #include "search/search.h"
 #include "search/threads.h"
+#include "shell/board_text.h"
+#include "shell/book_report.h"
 #include "shell/console.h"
 #include "shell/input.h"
-#include "search/clock.h"
-#include "shell/uci.h"
-#include "shell/board_text.h"
 #include "shell/prepare_search.h"
-#include "shell/book_report.h"
+#include "shell/uci.h"
 
 static constexpr i32 pass_microseconds = 1000;
 static constexpr i32 waiting_pass_microseconds = 50000; // only a command can change anything

@@ -13,12 +13,12 @@
 #include "base/version.h"
 #include "board/moves.h"
 #include "board/notation.h"
+#include "search/clock.h"
 #include "search/hash.h"
 #include "search/params.h"
 #include "search/threads.h"
-#include "shell/options.h"
-#include "search/clock.h"
 #include "shell/board_text.h"
+#include "shell/options.h"
 
 static constexpr i32 word_size = 128;
 static constexpr i32 name_size = 101; // an option's name and value, with their NUL

@@ -2,21 +2,20 @@
 // time of each and the total of nodes, so that two builds or two machines can be compared. On one
 // thread the nodes are the same everywhere: they are the search's signature, and every rule of the
 // search that is touched shows in them. So each position starts from an empty table.
-#include "tools/tools.h"
-
+#include "base/clock.h"
+#include "base/output.h"
 #include "base/version.h"
 #include "board/position.h"
+#include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "base/output.h"
-#include "shell/think_loop.h"
-#include "search/clock.h"
-#include "tools/search_setup.h"
-#include "base/clock.h"
 #include "shell/board_text.h"
 #include "shell/prepare_search.h"
-#include "search/control.h"
+#include "shell/think_loop.h"
+#include "tools/search_setup.h"
+#include "tools/tools.h"
 
 // So long that the depth ends a position; one that takes longer ends all the same.
 static constexpr f64 seconds_per_position = 99.0;

@@ -4,24 +4,25 @@
 // out, the rest counts, and the findings are published when all is done.
 #include <cstring>
 
+#include "base/clock.h"
+#include "base/files.h"
+#include "base/output.h"
+#include "base/text.h"
+#include "board/defect.h"
 #include "board/notation.h"
 #include "board/position.h"
+#include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
 #include "search/info.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "base/output.h"
-#include "base/text.h"
-#include "shell/think_loop.h"
-#include "search/clock.h"
-#include "tools/tool_input.h"
-#include "tools/search_setup.h"
-#include "tools/tools.h"
-#include "base/clock.h"
-#include "base/files.h"
 #include "shell/board_text.h"
 #include "shell/prepare_search.h"
-#include "search/control.h"
+#include "shell/think_loop.h"
+#include "tools/search_setup.h"
+#include "tools/tool_input.h"
+#include "tools/tools.h"
 
 static constexpr i32 line_size = 512;        // of a line, with its NUL
 static constexpr i32 longest_empty_line = 9; // characters with the line feed

@@ -9,12 +9,12 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/output.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "board/position.h"
 #include "search/hash.h"
 #include "search/search.h"
-#include "base/output.h"
 #include "shell/board_text.h"
 
 static constexpr i32 comment_size = 512;

@@ -3,14 +3,14 @@
 // pgn_forms.cpp when the next one begins. Nothing is searched, and only one game is in memory.
 #include <cstring>
 
-#include "board/position.h"
-#include "shell/options.h"
+#include "base/files.h"
 #include "base/output.h"
 #include "base/text.h"
+#include "board/position.h"
+#include "shell/board_text.h"
+#include "shell/options.h"
 #include "tools/pgn_forms.h"
 #include "tools/tools.h"
-#include "base/files.h"
-#include "shell/board_text.h"
 
 static constexpr i32 line_size = 255;      // of a line or a piece of one, with its NUL
 static constexpr i32 comment_size = 4001;  // what stands behind it is lost

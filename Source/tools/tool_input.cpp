@@ -11,9 +11,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/output.h"
 #include "base/clock.h"
 #include "base/files.h"
+#include "base/output.h"
 #include "search/clock.h"
 
 static constexpr i32 shown_refusals = 100; // the others are only counted

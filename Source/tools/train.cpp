@@ -13,21 +13,22 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/files.h"
+#include "base/output.h"
+#include "base/text.h"
+#include "board/defect.h"
 #include "board/notation.h"
 #include "board/position.h"
 #include "eval/weights.h"
-#include "shell/input.h"
-#include "base/output.h"
+#include "search/control.h"
 #include "search/threads.h"
+#include "shell/board_text.h"
+#include "shell/console.h"
+#include "shell/input.h"
 #include "shell/think_loop.h"
 #include "tools/tool_input.h"
 #include "tools/tools.h"
 #include "tools/training_line.h"
-#include "base/files.h"
-#include "base/text.h"
-#include "shell/board_text.h"
-#include "search/control.h"
-#include "shell/console.h"
 
 static constexpr i32 training_method = 1; // any other one only walks the file
 static constexpr f64 worst_average = 1.0; // the error lies from 0 to 1

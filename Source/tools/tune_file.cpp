@@ -4,23 +4,24 @@
 // values.
 #include <cstring>
 
+#include "base/files.h"
+#include "base/output.h"
+#include "base/text.h"
+#include "board/defect.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "board/position.h"
+#include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "base/output.h"
-#include "base/text.h"
-#include "shell/think_loop.h"
-#include "search/clock.h"
-#include "tools/tool_input.h"
-#include "tools/search_setup.h"
-#include "tools/tools.h"
-#include "base/files.h"
 #include "shell/board_text.h"
 #include "shell/prepare_search.h"
-#include "search/control.h"
+#include "shell/think_loop.h"
+#include "tools/search_setup.h"
+#include "tools/tool_input.h"
+#include "tools/tools.h"
 
 static constexpr i32 line_size = 255;               // of a line, with its NUL
 static constexpr size_t result_size = 16;           // of the text of a result, with its NUL

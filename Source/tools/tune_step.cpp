@@ -11,10 +11,10 @@
 #include "board/moves.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
+#include "search/move_lists.h"
 #include "search/search.h"
 #include "tools/tools.h"
 #include "tools/training_line.h"
-#include "search/move_lists.h"
 
 static constexpr i32 uncached_ply = 1;              // no cache of the evaluation answers there
 static constexpr i32 largest_deficit = 10;          // of material, in points of phase_mtl: a queen

@@ -2,10 +2,6 @@
 // sides to move; and the moves that the tables choose, played out against every defence. Only
 // endings that the fifty-move rule does not touch. VESK_ENDINGS names other endings than the usual
 // ones ("KRvKN KQvKP"), VESK_TABLE_DATA a folder whose folder syzygy has their tables.
-#include "fathom/tbcore.h"
-#include "fathom/tbmoves.h"
-#include "fathom/tbprobe.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,6 +14,10 @@
 
 #include "retrograde.h"
 #include "test_support.h"
+#include "fathom/tbcore.h"
+#include "fathom/tbinit.h"
+#include "fathom/tbmoves.h"
+#include "fathom/tbprobe.h"
 
 static std::string table_path()
 {

@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "test_support.h"
 #include "eval/evaluate.h"
 #include "eval/terms.h"
 #include "eval/weights.h"
-#include "test_support.h"
 
 // Score for the side to move, the dangers, and the parts of a full evaluation. One that ends early
 // has no parts; it has no score table.

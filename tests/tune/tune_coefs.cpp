@@ -7,10 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "test_support.h"
+#include "board/defect.h"
 #include "board/moves.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
-#include "test_support.h"
 #include "tools/tools.h"
 
 static_assert(tuning);

@@ -11,10 +11,10 @@
 #include <unistd.h>
 #include <vector>
 
-#include "eval/evaluate.h"
 #include "test_support.h"
-#include "tools/trainer/training_data.h"
 #include "base/files.h"
+#include "eval/evaluate.h"
+#include "tools/trainer/training_data.h"
 
 static const std::string start = start_position;
 static const std::string black = "r1bqkbnr/pppp1ppp/2n5/4p3/2B1P3/5N2/PPPP1PPP/RNBQK2R b KQkq -";

@@ -1,9 +1,8 @@
 // Files read in lines and pieces of lines, and files that replace older ones once complete.
-#include "base/files.h"
+#include <filesystem>
 
 #include "shell_test_support.h"
-
-#include <filesystem>
+#include "base/files.h"
 
 struct FilesTest : ShellTest {
     // The pieces that a text is read in, each with its line's number behind it.

@@ -1,12 +1,11 @@
 // Lines on their way out: whole, in one write, to standard output and to the log.
-#include "base/output.h"
-
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <thread>
 #include <vector>
 
 #include "shell_test_support.h"
+#include "base/output.h"
 #include "base/text.h"
 
 struct OutputTest : ShellTest {

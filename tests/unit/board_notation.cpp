@@ -1,7 +1,7 @@
 // Moves as text, text as moves, operations of EPD lines, and single words.
-#include <algorithm>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "test_support.h"

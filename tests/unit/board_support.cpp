@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+
 #include "search/thread.h"
 
 struct Delta {

@@ -1,12 +1,12 @@
 // Building a book: how games are read, what is counted, what is kept, and what happens to the
 // files when something goes wrong.
-#include "book_support.h"
-
 #include <csignal>
 #include <filesystem>
 #include <map>
 #include <sys/resource.h>
 #include <sys/stat.h>
+
+#include "book_support.h"
 #include "base/files.h"
 #include "base/output.h"
 

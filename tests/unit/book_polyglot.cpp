@@ -1,8 +1,8 @@
 // The Polyglot format: constants, keys, records, codes of moves.
-#include "book_support.h"
-
 #include <cstdlib>
 #include <sstream>
+
+#include "book_support.h"
 
 struct BookPolyglot : BookTest {
 };

@@ -1,7 +1,5 @@
 // Probing a book: what is found, what is chosen and how often, what is reported, and books that
 // are none.
-#include "book_support.h"
-
 #include <cerrno>
 #include <cmath>
 #include <filesystem>
@@ -11,6 +9,8 @@
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "book_support.h"
 #include "base/output.h"
 
 struct BookProbe : BookTest {

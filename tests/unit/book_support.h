@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "book/polyglot.h"
 #include "test_support.h"
+#include "book/polyglot.h"
 
 // The move that a book gives for pos, as in the game: chosen by OwnBook_Variety and reported.
 Move ask_book(Position* pos, const char* file_name);

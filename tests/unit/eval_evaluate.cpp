@@ -3,8 +3,8 @@
 #include <vector>
 
 #include "eval_test_support.h"
-#include "search/clock.h"
 #include "eval/evaluate.h"
+#include "search/clock.h"
 #include "search/thread.h"
 
 static constexpr char open_game[] = "r1bqkbnr/pppp1ppp/2n5/4p3/2B1P3/5N2/PPPP1PPP/RNBQK2R b KQkq -";

@@ -7,12 +7,12 @@
 #include <cctype>
 #include <string>
 
+#include "test_support.h"
 #include "board/moves.h"
 #include "board/position.h"
 #include "eval/evaluate.h"
 #include "eval/terms.h"
 #include "eval/weights.h"
-#include "test_support.h"
 
 // Puts the weights right again, however a test ends.
 struct WeightsRestored {

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "eval_test_support.h"
-#include "search/clock.h"
 #include "eval/evaluate.h"
+#include "search/clock.h"
 
 static constexpr char header[] = "           white  black    pos    mtl\n";
 static constexpr char middle_game[] =

@@ -1,11 +1,10 @@
 // The weight table: defaults, personality options, the weights file.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "eval_test_support.h"

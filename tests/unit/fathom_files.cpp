@@ -1,15 +1,15 @@
 // Table files: their first use, the cache of the distance tables, and files that are missing,
 // cut off or damaged.
-#include "fathom_support.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sys/resource.h>
 
+#include "fathom_support.h"
 #include "fathom/tbfile.h"
 #include "fathom/tbheader.h"
+#include "fathom/tbinit.h"
 #include "fathom/tbpairs.h"
 
 static const char* const queen_wins = "8/8/8/4k3/8/8/8/K6Q w - - 0 1";
@@ -240,7 +240,7 @@ static TbEntry* enter_alone(const RealFile& file)
 
 static std::string bytes_of_file(const RealFile& file)
 {
-    return table_bytes(file.name + (file.kind == TbWdl ? ".rtbw" : ".rtbz"));
+    return table_bytes(file.name + (file.kind == TbWdlFile ? ".rtbw" : ".rtbz"));
 }
 
 // A table set up from bytes in memory of just their length, so that the address sanitizer sees
@@ -268,8 +268,9 @@ struct TableInMemory {
 
 TEST_F(TableFiles, FileCutAtAnyByteIsRefused)
 {
-    const RealFile files[] = { { "KQvK", TbWdl, 0 }, { "KRvK", TbWdl, 0 }, { "KBvK", TbWdl, 0 },
-        { "KBvK", TbDtz, 0 }, { "KPvK", TbWdl, 0 }, { "KPvK", TbDtz, 0 }, { "KRvKR", TbDtz, 0 } };
+    const RealFile files[] = { { "KQvK", TbWdlFile, 0 }, { "KRvK", TbWdlFile, 0 },
+        { "KBvK", TbWdlFile, 0 }, { "KBvK", TbDtzFile, 0 }, { "KPvK", TbWdlFile, 0 },
+        { "KPvK", TbDtzFile, 0 }, { "KRvKR", TbDtzFile, 0 } };
     for (const RealFile& file : files) {
         TbEntry* entry = enter_alone(file);
         const std::string bytes = bytes_of_file(file);
@@ -306,7 +307,7 @@ static void decode_all(TbEntry* entry, TbKind kind, const std::string& bytes)
     if (!table.is_sound) {
         return;
     }
-    const i32 highest = kind == TbWdl ? 4 : 255;
+    const i32 highest = kind == TbWdlFile ? 4 : 255;
     for (i32 file = 0; file < (table.entry->has_pawns ? 4 : 1); ++file) {
         for (i32 side = 0; side < 2; ++side) {
             const PairsData* pairs = tb_section(table.entry, file, side)->pairs;
@@ -321,8 +322,8 @@ static void decode_all(TbEntry* entry, TbKind kind, const std::string& bytes)
 
 TEST_F(TableFiles, ChangedBytesOfAFileDoNoHarm)
 {
-    const RealFile files[] = { { "KRvK", TbWdl, 208 }, { "KRvK", TbDtz, 300 },
-        { "KPvK", TbWdl, 700 }, { "KPvKP", TbDtz, 900 }, { "KQvKR", TbWdl, 200 } };
+    const RealFile files[] = { { "KRvK", TbWdlFile, 208 }, { "KRvK", TbDtzFile, 300 },
+        { "KPvK", TbWdlFile, 700 }, { "KPvKP", TbDtzFile, 900 }, { "KQvKR", TbWdlFile, 200 } };
     for (const RealFile& file : files) {
         TbEntry* entry = enter_alone(file);
         const std::string bytes = bytes_of_file(file);

@@ -1,9 +1,8 @@
 // The numbering of positions and the layout of groups, against listed indices.
-#include "fathom_support.h"
-
 #include <algorithm>
 #include <sstream>
 
+#include "fathom_support.h"
 #include "fathom/tbindex.h"
 
 // One line of the index vectors.

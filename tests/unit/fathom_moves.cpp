@@ -1,9 +1,9 @@
 // The table code's own moves, against those of the board.
-#include "fathom_support.h"
-
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+
+#include "fathom_support.h"
 #include "search/thread.h"
 
 static const char* const starts[] = {

@@ -1,12 +1,11 @@
 // Table files damaged in all ways: whatever stands in one, probes end, read nothing but the
 // mapping, and give a value of the scale or none. VESK_MUTATIONS sets how many files are damaged,
 // VESK_FIRST_MUTATION the number of the first.
-#include "fathom_support.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
+#include "fathom_support.h"
 #include "guarded_mmap.h"
 #include "search/control.h"
 

@@ -1,16 +1,15 @@
 // Probes: listed values, the limits of the search's probe, the root's choice, and the search with
 // tables.
-#include "fathom_support.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <thread>
 
-#include "search/search.h"
+#include "fathom_support.h"
 #include "search_support.h"
 #include "search/control.h"
+#include "search/search.h"
 
 struct TableProbe : TablesTest {
 };

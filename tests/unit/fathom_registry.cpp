@@ -1,11 +1,11 @@
 // The registry: which tables a path has, and where they are entered.
-#include "shell/startup.h"
-#include "fathom_support.h"
-
 #include <cstring>
 #include <filesystem>
 #include <sys/stat.h>
+
+#include "fathom_support.h"
 #include "search/control.h"
+#include "shell/startup.h"
 
 static const char* const queen_wins = "8/8/8/4k3/8/8/8/K6Q w - - 0 1";
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+
 #include "shell/startup.h"
 
 void TablesTest::SetUp()

@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "book_support.h"
+#include "test_support.h"
 #include "fathom/tbcore.h"
 #include "fathom/tbmoves.h"
 #include "fathom/tbprobe.h"
 #include "fathom/tbtable.h"
-#include "test_support.h"
 
 // Runs in an empty folder with the options' defaults and no tables, and leaves no tables behind.
 struct TablesTest : BookTest {

@@ -1,12 +1,11 @@
 // The command line.
-#include "main/command_line.h"
-
 #include <vector>
 
 #include "shell_test_support.h"
-#include "search/strength.h"
 #include "base/files.h"
 #include "base/output.h"
+#include "search/strength.h"
+#include "main/command_line.h"
 
 struct CommandLineTest : ShellTest {
     static inline CommandLine line;

@@ -2,15 +2,15 @@
 
 #include <cmath>
 
-#include "shell/uci.h"
 #include "shell_test_support.h"
-#include "search/clock.h"
-#include "shell/prepare_search.h"
-#include "search/strength.h"
 #include "base/output.h"
-#include "search/control.h"
 #include "eval/evaluate.h"
+#include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
+#include "search/strength.h"
+#include "shell/prepare_search.h"
+#include "shell/uci.h"
 
 struct TimeControlTest : ShellTest {
     void SetUp() override

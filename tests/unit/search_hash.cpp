@@ -1,7 +1,7 @@
 // The transposition table: addressing, what a store replaces, what a probe refuses, clearing.
-#include "search_support.h"
-
 #include <set>
+
+#include "search_support.h"
 #include "search/hash.h"
 #include "shell/startup.h"
 

@@ -1,12 +1,11 @@
 // The lines printed for a result of the search, and the trace of a search.
 #include "search_support.h"
-
-#include "search/info.h"
-#include "search/clock.h"
 #include "base/output.h"
-#include "search/control.h"
 #include "board/trace.h"
+#include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
+#include "search/info.h"
 #include "search/thread.h"
 
 struct Info : SearchTest {

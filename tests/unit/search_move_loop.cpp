@@ -1,12 +1,11 @@
 // The move loop: what is dropped, how far moves are reduced, scout and re-search, and the store.
 // Most nodes stand at the last ply that makes moves, so that each searched move is one node and
 // its depth can be read from the record of the ply below.
-#include "search_support.h"
-
 #include <algorithm>
 
-#include "search/node.h"
+#include "search_support.h"
 #include "search/control.h"
+#include "search/node.h"
 #include "search/thread.h"
 
 static constexpr i32 high = 5000; // an alpha that no ordinary position reaches

@@ -1,7 +1,7 @@
 // History, killers, counter moves, and the first order of the root list.
-#include "search_support.h"
-
 #include <map>
+
+#include "search_support.h"
 #include "search/move_lists.h"
 #include "search/thread.h"
 

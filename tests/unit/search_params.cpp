@@ -1,9 +1,9 @@
 // The working tables of the pruning rules, and their printed form.
-#include "search_support.h"
-
 #include <sstream>
-#include "shell/prepare_search.h"
+
+#include "search_support.h"
 #include "search/strength.h"
+#include "shell/prepare_search.h"
 
 struct Params : SearchTest {
     static void set_with_selectivity(i32 selectivity)

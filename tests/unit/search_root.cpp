@@ -1,14 +1,13 @@
 // The iteration loop and the root: whole searches on the calling thread, and single passes.
-#include "search_support.h"
-
 #include <cstring>
 #include <ctime>
 
+#include "search_support.h"
+#include "base/output.h"
 #include "eval/evaluate.h"
 #include "search/clock.h"
-#include "base/output.h"
-#include "search/move_lists.h"
 #include "search/control.h"
+#include "search/move_lists.h"
 #include "search/thread.h"
 
 static const char* const mated = "7k/8/8/8/8/8/r7/1r5K w - -";

@@ -1,15 +1,14 @@
 // The node: what ends it before its first move, extension, pruning, null move, internal deepening.
-#include "search_support.h"
-
 #include <algorithm>
 
-#include "search/node.h"
-#include "search/clock.h"
-#include "shell/prepare_search.h"
-#include "search/strength.h"
-#include "search/control.h"
+#include "search_support.h"
 #include "base/clock.h"
+#include "search/clock.h"
+#include "search/control.h"
+#include "search/node.h"
+#include "search/strength.h"
 #include "search/thread.h"
+#include "shell/prepare_search.h"
 
 // A pawn up with nothing hanging; static evaluation between 0 and 1000.
 static const char* const pawn_up = "4k1n1/ppp5/8/8/8/8/PPPP4/4K1N1 w - -";

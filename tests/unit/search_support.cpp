@@ -7,13 +7,13 @@
 #include <fstream>
 #include <iterator>
 
+#include "base/output.h"
+#include "board/trace.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
-#include "board/trace.h"
-#include "shell/prepare_search.h"
-#include "base/output.h"
 #include "search/hash.h"
 #include "search/thread.h"
+#include "shell/prepare_search.h"
 
 static constexpr i32 iteration_depth = 20;
 static constexpr i32 no_score = -10001;

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "test_support.h"
 #include "search/hash.h"
 #include "search/params.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "test_support.h"
 
 inline constexpr i32 infinite_score = ScoreInfinite;
 

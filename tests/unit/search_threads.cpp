@@ -1,9 +1,9 @@
 // The workers, what they copy and share, the rules of the secondary ones, and the clock.
 #include "search_support.h"
-#include "search/clock.h"
-#include "base/output.h"
-#include "search/control.h"
 #include "base/clock.h"
+#include "base/output.h"
+#include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
 #include "search/thread.h"
 

@@ -1,14 +1,13 @@
 // The console's words, one line at a time.
-#include "shell/console.h"
-
 #include <sys/stat.h>
 
 #include "shell_test_support.h"
-#include "search/strength.h"
 #include "base/output.h"
-#include "search/control.h"
 #include "board/trace.h"
+#include "search/control.h"
 #include "search/hash.h"
+#include "search/strength.h"
+#include "shell/console.h"
 
 TEST_F(ConsoleTest, AMoveIsMadeAndShown)
 {

@@ -1,10 +1,10 @@
 // Walking through the console's game, its files and the board editor.
-#include "shell/console_game.h"
-
 #include <sys/stat.h>
 
 #include "shell_test_support.h"
+#include "board/defect.h"
 #include "search/control.h"
+#include "shell/console_game.h"
 
 struct ConsoleGameTest : ConsoleTest {
     // What load says, without the board behind it.

@@ -1,14 +1,13 @@
 // Standard input in lines and pieces, and what the main loop makes of them.
-#include "shell/input.h"
-
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "shell/think_loop.h"
 #include "shell_test_support.h"
 #include "base/files.h"
 #include "base/output.h"
+#include "shell/input.h"
+#include "shell/think_loop.h"
 
 struct InputTest : ShellTest {
     // The next piece, or "-" for nothing.

@@ -1,14 +1,13 @@
 // Options by name: ranges, replies, announcement and the configuration file.
-#include "shell/options.h"
-
 #include "shell_test_support.h"
-#include "search/strength.h"
-#include "search/control.h"
+#include "base/output.h"
 #include "base/text.h"
 #include "eval/evaluate.h"
+#include "search/control.h"
 #include "search/hash.h"
+#include "search/strength.h"
 #include "search/thread.h"
-#include "base/output.h"
+#include "shell/options.h"
 
 struct OptionsTest : ShellTest {
     static std::string set(const char* name, const std::string& value)

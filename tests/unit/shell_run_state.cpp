@@ -1,14 +1,14 @@
 // Start values of the run state and of the options, and the clock.
 
 #include "shell_test_support.h"
-#include "search/clock.h"
-#include "search/strength.h"
-#include "base/output.h"
-#include "search/control.h"
-#include "board/trace.h"
 #include "base/clock.h"
+#include "base/output.h"
+#include "board/trace.h"
 #include "eval/evaluate.h"
+#include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
+#include "search/strength.h"
 
 struct RunStateTest : ShellTest {
 };

@@ -1,9 +1,8 @@
 // Calibration.
-#include "shell/startup.h"
-
 #include "shell_test_support.h"
 #include "search/clock.h"
 #include "search/strength.h"
+#include "shell/startup.h"
 
 struct StartupTest : ShellTest {
 };

@@ -11,18 +11,18 @@
 #include <string>
 #include <unistd.h>
 
+#include "test_support.h"
+#include "base/output.h"
+#include "eval/weights.h"
+#include "search/control.h"
 #include "search/hash.h"
 #include "search/params.h"
 #include "search/search.h"
 #include "search/threads.h"
-#include "eval/weights.h"
 #include "shell/console.h"
 #include "shell/input.h"
-#include "base/output.h"
 #include "shell/options.h"
-#include "test_support.h"
 #include "shell/prepare_search.h"
-#include "search/control.h"
 
 struct ShellTest : testing::Test {
     void SetUp() override

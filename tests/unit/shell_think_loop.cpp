@@ -1,16 +1,15 @@
 // The main loop: what it starts, what it reports, and when it keeps silent.
-#include "shell/think_loop.h"
-
 #include <algorithm>
 #include <cstdio>
 
 #include "shell_test_support.h"
-#include "search/clock.h"
-#include "shell/prepare_search.h"
-#include "base/output.h"
-#include "search/control.h"
 #include "base/clock.h"
+#include "base/output.h"
+#include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
+#include "shell/prepare_search.h"
+#include "shell/think_loop.h"
 
 static const std::string mate_in_one = "position fen 6k1/5ppp/8/8/8/8/8/R5K1 w - -\n";
 

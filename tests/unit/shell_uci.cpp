@@ -1,12 +1,11 @@
 // The words of the UCI dialogue, as far as they can be told without a running search.
-#include "shell/uci.h"
-
-#include "shell/think_loop.h"
 #include "shell_test_support.h"
-#include "search/clock.h"
 #include "base/output.h"
+#include "search/clock.h"
 #include "search/control.h"
 #include "search/hash.h"
+#include "shell/think_loop.h"
+#include "shell/uci.h"
 
 struct UciTest : ShellTest {
     static std::string say(const std::string& line)

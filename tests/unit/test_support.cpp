@@ -13,13 +13,13 @@
 #include "board/trace.h"
 #include "eval/evaluate.h"
 #include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
 #include "search/strength.h"
+#include "search/thread.h"
 #include "search/threads.h"
 #include "shell/prepare_search.h"
 #include "tools/tools.h"
-#include "search/control.h"
-#include "search/thread.h"
 
 static void fail_setup(const std::string& reason)
 {

@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "run_state.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "board/position.h"
 #include "board/tables.h"
-#include "shell/board_text.h"
-#include "run_state.h"
-#include "shell/dialogue.h"
 #include "search/move_lists.h"
+#include "shell/board_text.h"
+#include "shell/dialogue.h"
 
 // The record that dialogue.game points to, made ready on first use.
 SearchThread* test_thread();

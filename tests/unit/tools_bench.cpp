@@ -1,9 +1,8 @@
 // The benchmark's rules about depth, time and output. Node limits keep it short.
-#include "tools/tools.h"
-
 #include "shell_test_support.h"
 #include "base/output.h"
 #include "search/control.h"
+#include "tools/tools.h"
 
 struct BenchTest : ShellTest {
     void SetUp() override

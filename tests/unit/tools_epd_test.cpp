@@ -1,13 +1,13 @@
 // The runner of test suites: which lines are positions, how the engine's move is judged, which
 // search runs, the table of totals, and damaged input.
-#include "tools_support.h"
-
 #include <cmath>
-#include "search/clock.h"
+
+#include "tools_support.h"
 #include "base/files.h"
 #include "base/output.h"
-#include "search/control.h"
 #include "base/text.h"
+#include "search/clock.h"
+#include "search/control.h"
 #include "search/hash.h"
 
 // Takes a while even at little depth; the best move mates.

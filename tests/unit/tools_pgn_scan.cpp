@@ -1,10 +1,9 @@
 // The PGN scanner: how moves, comments and tags are read, the four forms, and what happens when
 // the input is damaged or the output cannot be written.
-#include "tools/tool_input.h"
-
 #include "tools_support.h"
 #include "base/files.h"
 #include "base/output.h"
+#include "tools/tool_input.h"
 
 static const char* const start_fen = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
 

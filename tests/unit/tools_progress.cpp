@@ -1,11 +1,10 @@
 // The line that shows how far a long run has come: on a terminal alone.
-#include "tools/tool_input.h"
+#include <pty.h>
 
 #include "tools_support.h"
-
-#include <pty.h>
-#include "search/clock.h"
 #include "base/clock.h"
+#include "search/clock.h"
+#include "tools/tool_input.h"
 
 struct ProgressTest : ToolTest {
     static bool is_item(const char* line)

@@ -2,15 +2,15 @@
 // cannot be written.
 #pragma once
 
-#include "shell_test_support.h"
-#include "tools/tools.h"
-
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <functional>
 #include <sys/resource.h>
+
+#include "shell_test_support.h"
 #include "base/files.h"
+#include "tools/tools.h"
 
 // What a tool has printed.
 struct ToolRun {

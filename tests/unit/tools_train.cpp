@@ -1,14 +1,13 @@
 // The training loop: what it prints and counts, when it ends, and the file that it writes.
-#include "tools/tools.h"
-
 #include <csignal>
 #include <sys/resource.h>
 
-#include "eval/evaluate.h"
 #include "shell_test_support.h"
-#include "tools/training_line.h"
 #include "base/files.h"
 #include "base/output.h"
+#include "eval/evaluate.h"
+#include "tools/tools.h"
+#include "tools/training_line.h"
 
 struct TrainEpd : ShellTest {
     void SetUp() override

@@ -1,9 +1,9 @@
 // How the result of a training line is read.
-#include "tools/training_line.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
+
+#include "tools/training_line.h"
 
 static f64 result_of(const std::string& line, i32 side = White)
 {

@@ -1,12 +1,11 @@
 // One step of the tuner: its arithmetic with coefficients set by hand, and the sampler of lines.
-#include "tools/tools.h"
-
 #include <algorithm>
 #include <set>
 
+#include "shell_test_support.h"
 #include "board/moves.h"
 #include "eval/evaluate.h"
-#include "shell_test_support.h"
+#include "tools/tools.h"
 #include "tools/training_line.h"
 
 struct TuneStep : ShellTest {

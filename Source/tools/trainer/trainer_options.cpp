@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "eval/weights.h"
 #include "base/output.h"
-#include "tools/trainer/trainer.h"
 #include "base/text.h"
+#include "eval/weights.h"
+#include "tools/trainer/trainer.h"
 
 constinit TuneOptions tune_options = {
     .file = nullptr,

@@ -1,8 +1,8 @@
 // What a training has done to each weight, as a text for people and as a table for programs.
 #include <cmath>
 
-#include "eval/weights.h"
 #include "base/files.h"
+#include "eval/weights.h"
 #include "tools/trainer/trainer.h"
 
 static constexpr i32 label_size = 40;

@@ -1,9 +1,10 @@
 // Reading batches of lines on the calling thread and gathering their positions on all.
 #include "tools/trainer/training_data.h"
-#include "base/files.h"
 
 #include <cstdlib>
 #include <cstring>
+
+#include "base/files.h"
 
 static constexpr i32 group_lines = 32;      // that train or are held out together
 static constexpr i32 checked_lines = 32768; // the sample on which scores are rebuilt

@@ -3,8 +3,8 @@
 // threads there are, and whether they are kept in memory or made again for every sweep.
 #pragma once
 
-#include "tools/trainer/team.h"
 #include "tools/tool_input.h"
+#include "tools/trainer/team.h"
 #include "tools/trainer/training_gather.h"
 
 // Lines that train, and lines that only measure the error of weights trained without them.

@@ -5,11 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "board/defect.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "eval/evaluate.h"
-#include "tools/tool_input.h"
 #include "search/thread.h"
+#include "tools/tool_input.h"
 
 static constexpr i32 uncached_ply = 1;
 static constexpr f32 largest_coef = 127.0f;
