@@ -2,9 +2,8 @@
 // A step takes the gradient of one batch; the batch's chunks are summed up in their order, so that
 // the number of threads changes nothing. The error is the mean squared difference of the expected
 // and the wanted result.
-#include "tools/trainer/trainer.h"
+#include "tools/trainer/trainer_steps.h"
 
-#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -19,49 +18,11 @@
 #include "search/threads.h"
 #include "tools/tools.h"
 
-// Of the steps. The last one slows down weights that count less than once in a batch.
-static constexpr f64 mean_decay = 0.9;
-static constexpr f64 square_decay = 0.999;
-static constexpr f64 least_gradient = 1e-4;
-
-static constexpr f64 largest_weight = 9999.0; // centipawns; keeps sums within 16 bits
+static constexpr i64 bytes_per_megabyte = 1048576;
 static constexpr f64 seconds_per_progress = 0.5;
 static constexpr i32 mode_without_personality = 2; // of init_eval_params
 
 static constexpr char second_name[] = "params_new.txt";
-
-// Both values of a weight, or both halves of its gradient, as the sums over positions need them.
-struct FloatPair {
-    f32 mg;
-    f32 eg;
-};
-
-// What one chunk adds to the step of its batch.
-struct ChunkSums {
-    f64 error;
-    FloatPair gradient[weight_count];
-};
-
-struct Trainer {
-    TrainingData data;
-    Team team;
-    TrainedWeight weights[weight_count];
-    FloatPair values[weight_count]; // of the weights, for the sums
-    ChunkSums sums[batch_chunks];
-    i64 counts[weight_count]; // positions in which a weight counts
-    i64 steps;
-    i64 pass;
-    i64 unsaved; // positions trained on since the weights were written
-    f64 best_error;
-    i64 best_pass;
-    f64 pass_seconds; // of the last whole pass
-    const Chunk* batch;
-    Part part;
-    bool learns;
-    bool failed;              // a sweep lacked positions
-    bool has_file;            // the weights file is this training's to replace
-    const char* weights_name; // of the file that the weights go to
-};
 
 // Set by a signal; looked at between batches.
 static volatile sig_atomic_t interrupted = 0;
@@ -142,117 +103,6 @@ static void show_training(Trainer* trainer, i64 done, f64 pass_start)
     fprintf(stderr, "\rpass %lld: %.0f%%, %.0f positions/s, at most %s left\033[K",
         static_cast<long long>(trainer->pass), 100.0 * share, static_cast<f64>(done) / seconds,
         left);
-}
-
-// ---- The sum over a chunk
-
-// The score before its scale. Two sums for each half, since one would wait for its own last term.
-static f32 unscaled_score(
-    const TrainingPosition* position, const u32* terms, const FloatPair* values)
-{
-    FloatPair sums[2] = {};
-    for (u32 i = 0; i < position->terms; ++i) {
-        const FloatPair* value = &values[term_weight(terms[i])];
-        const f32 coef = term_coef(terms[i]);
-        sums[i & 1].mg += coef * value->mg;
-        sums[i & 1].eg += coef * value->eg;
-    }
-    return position->fixed + (1.0f - position->phase) * (sums[0].mg + sums[1].mg)
-        + position->phase * (sums[0].eg + sums[1].eg);
-}
-
-// Adds a position's part of the gradient; slope is the error times the scale.
-static void add_gradient(
-    const TrainingPosition* position, const u32* terms, f32 slope, FloatPair* gradient)
-{
-    const f32 mg = slope * (1.0f - position->phase);
-    const f32 eg = slope * position->phase;
-    for (u32 i = 0; i < position->terms; ++i) {
-        FloatPair* sum = &gradient[term_weight(terms[i])];
-        const f32 coef = term_coef(terms[i]);
-        sum->mg += coef * mg;
-        sum->eg += coef * eg;
-    }
-}
-
-static void sum_chunk(void* context, i32, i32 index)
-{
-    Trainer* trainer = static_cast<Trainer*>(context);
-    const Chunk* chunk = &trainer->batch[index];
-    ChunkSums* sums = &trainer->sums[index];
-    *sums = {};
-    const u32* words = chunk->words[trainer->part];
-    for (i32 i = 0; i < chunk->positions[trainer->part]; ++i) {
-        TrainingPosition position;
-        memcpy(&position, words, sizeof position);
-        const u32* terms = words + position_words;
-        words = terms + position.terms;
-        const f32 unscaled = unscaled_score(&position, terms, trainer->values);
-        const f32 scale = position.scale[unscaled > 0.0f ? White : Black];
-        const f32 error = sigmoid(unscaled * scale) - position.target;
-        sums->error += static_cast<f64>(error) * static_cast<f64>(error);
-        if (trainer->learns) {
-            add_gradient(&position, terms, error * scale, sums->gradient);
-        }
-    }
-}
-
-// ---- Steps
-
-// Moves one half of a weight against its gradient. correction makes up for the running means
-// having begun at 0.
-static void move_half(TrainedWeight* weight, i32 half, f64 gradient, const f64* correction)
-{
-    f64* mean = &weight->mean[half];
-    f64* square = &weight->square[half];
-    *mean = mean_decay * *mean + (1.0 - mean_decay) * gradient;
-    *square = square_decay * *square + (1.0 - square_decay) * gradient * gradient;
-    const f64 step = *mean * correction[0] / (std::sqrt(*square * correction[1]) + least_gradient);
-    const f64 moved = weight->value[half] - tune_options.rate * step;
-    weight->value[half] = std::fmin(std::fmax(moved, -largest_weight), largest_weight);
-}
-
-// The gradient of a weight over the batch, chunk by chunk.
-static void sum_gradient(const Trainer* trainer, i32 weight, f64* gradient)
-{
-    gradient[0] = 0.0;
-    gradient[1] = 0.0;
-    for (const ChunkSums& sums : trainer->sums) {
-        gradient[0] += static_cast<f64>(sums.gradient[weight].mg);
-        gradient[1] += static_cast<f64>(sums.gradient[weight].eg);
-    }
-}
-
-static void copy_values(Trainer* trainer)
-{
-    for (i32 i = 0; i < weight_count; ++i) {
-        trainer->values[i] = { static_cast<f32>(trainer->weights[i].value[0]),
-            static_cast<f32>(trainer->weights[i].value[1]) };
-    }
-}
-
-// One step of all weights by the batch just summed up. Weights that no position has met rest.
-static void take_step(Trainer* trainer, i64 positions)
-{
-    ++trainer->steps;
-    const f64 count = static_cast<f64>(trainer->steps);
-    const f64 correction[2] = { 1.0 / (1.0 - std::pow(mean_decay, count)),
-        1.0 / (1.0 - std::pow(square_decay, count)) };
-    for (i32 i = 1; i < weight_count; ++i) {
-        TrainedWeight* weight = &trainer->weights[i];
-        f64 gradient[2];
-        sum_gradient(trainer, i, gradient);
-        for (i32 half = 0; half < 2; ++half) {
-            gradient[half] /= static_cast<f64>(positions);
-            if (gradient[half] != 0.0) {
-                weight->gradient[half] = gradient[half];
-            }
-            if (weight->gradient[half] != 0.0) {
-                move_half(weight, half, gradient[half], correction);
-            }
-        }
-    }
-    copy_values(trainer);
 }
 
 // ---- Writing
@@ -509,7 +359,7 @@ static void print_data(const Trainer* trainer)
         static_cast<long long>(data->counts[LineFarScore]), largest_training_score,
         static_cast<long long>(refused));
     if (data->is_kept) {
-        print_plain("in memory: %.1f MB\n", static_cast<f64>(data->memory) / 1048576.0);
+        print_plain("in memory: %.1f MB\n", static_cast<f64>(data->memory) / bytes_per_megabyte);
     } else {
         print_plain("read again for every pass: more than %lld MB\n",
             static_cast<long long>(tune_options.memory));
@@ -543,7 +393,7 @@ static bool load_data(Dialogue* dialogue, Trainer* trainer)
     TrainingData* data = &trainer->data;
     data->seed = tune_options.seed;
     data->validation = tune_options.validation;
-    data->memory_limit = tune_options.memory * 1048576;
+    data->memory_limit = tune_options.memory * bytes_per_megabyte;
     data->team = &trainer->team;
     data->gatherers =
         static_cast<Gatherer*>(calloc(static_cast<size_t>(trainer->team.size), sizeof(Gatherer)));

@@ -1,0 +1,47 @@
+// The state of a training and its steps.
+#pragma once
+
+#include "tools/trainer/trainer.h"
+
+// Both values of a weight, or both halves of its gradient, as the sums over positions need them.
+struct FloatPair {
+    f32 mg;
+    f32 eg;
+};
+
+// What one chunk adds to the step of its batch.
+struct ChunkSums {
+    f64 error;
+    FloatPair gradient[weight_count];
+};
+
+struct Trainer {
+    TrainingData data;
+    Team team;
+    TrainedWeight weights[weight_count];
+    FloatPair values[weight_count]; // of the weights, for the sums
+    ChunkSums sums[batch_chunks];
+    i64 counts[weight_count]; // positions in which a weight counts
+    i64 steps;
+    i64 pass;
+    i64 unsaved; // positions trained on since the weights were written
+    f64 best_error;
+    i64 best_pass;
+    f64 pass_seconds; // of the last whole pass
+    const Chunk* batch;
+    Part part;
+    bool learns;
+    bool failed;              // a sweep lacked positions
+    bool has_file;            // the weights file is this training's to replace
+    const char* weights_name; // of the file that the weights go to
+};
+
+// The job of a team: sums up chunk number index of the trainer's batch, into the sums of the same
+// number. context is the trainer.
+void sum_chunk(void* context, i32 worker, i32 index);
+
+// Makes the values for the sums of those that the weights have.
+void copy_values(Trainer* trainer);
+
+// One step of all weights by the batch just summed up, which has so many positions (not 0).
+void take_step(Trainer* trainer, i64 positions);
