@@ -23,12 +23,12 @@ static constexpr char example_table_path[] = "C:\\Chess\\Syzygy;C:\\Chess\\Syzyg
 
 static void use_uci(CommandLine*, const char*)
 {
-    store(uci_mode, 1);
+    store(uci_mode, UciMode);
 }
 
 static void use_console(CommandLine*, const char*)
 {
-    store(uci_mode, 0);
+    store(uci_mode, ConsoleMode);
 }
 
 static void switch_log_on(CommandLine* line, const char*)

@@ -23,6 +23,8 @@
 #include "tools/trainer/trainer.h"
 #include "main/command_line.h"
 
+static constexpr i32 milliseconds_per_second = 1000;
+static constexpr i32 microseconds_per_millisecond = 1000;
 static constexpr i32 bench_positions = 20;
 static constexpr i32 bench_single_positions = 10;
 static constexpr i32 deepest_tune_limit = 10;
@@ -55,7 +57,8 @@ static void seed_random_generator()
 {
     timeval now;
     gettimeofday(&now, nullptr);
-    srand(static_cast<unsigned>(now.tv_usec / 1000 + now.tv_sec * 1000));
+    srand(static_cast<unsigned>(
+        now.tv_usec / microseconds_per_millisecond + now.tv_sec * milliseconds_per_second));
 }
 
 static bool init_records(Dialogue* dialogue)

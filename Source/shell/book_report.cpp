@@ -48,7 +48,7 @@ void report_book_choice(const BookChoice* choice)
     if (choice->count == 0) {
         return;
     }
-    if (load(uci_mode) != 0) {
+    if (load(uci_mode) == UciMode) {
         report_uci(choice->entries, choice->count);
     } else if (load(noise) < silent_noise) {
         report_console(choice->entries, choice->count, choice->adjusted, choice->sum);

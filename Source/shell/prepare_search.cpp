@@ -14,6 +14,7 @@
 #include "search/strength.h"
 #include "search/threads.h"
 
+static constexpr f64 seconds_per_millisecond = 0.001;
 static constexpr i32 oldest_hash_age = 15;
 static constexpr i32 first_score = -10000; // result_score before the first result
 static constexpr i32 fifty_moves = 100;    // half-moves; above it no search starts
@@ -107,7 +108,7 @@ static void report_allotment(const Dialogue* dialogue)
     const i32 plies = dialogue->game->undo_count;
     char fen[fen_size];
     make_fen(pos, fen);
-    if (load(uci_mode) == 1) {
+    if (load(uci_mode) == UciMode) {
         if (dialogue->engine_options.log != 0) {
             log_line("info string fen %s", fen);
             log_line("info string ply= %d, trg_time= %0.3f sec", plies, search_clock.target_time);
@@ -123,7 +124,7 @@ void prepare_search(Dialogue* dialogue)
 {
     const EngineOptions* options = &dialogue->engine_options;
     const Position* pos = &dialogue->game->pos;
-    start_clock(&dialogue->limits, options->move_overhead * 0.001);
+    start_clock(&dialogue->limits, options->move_overhead * seconds_per_millisecond);
     store(search_clock.clock_side, pos->stm);
     contempt_rule.root_side = pos->stm;
     apply_strength_limit(&dialogue->engine_options);
@@ -137,7 +138,7 @@ void prepare_search(Dialogue* dialogue)
         .plies = dialogue->game->undo_count,
         .elo = options->elo,
         .ponder = search_settings.ponder,
-        .counts = load(uci_mode) == 0,
+        .counts = load(uci_mode) == ConsoleMode,
     };
     set_target_time(&dialogue->limits, &terms);
     if (load(noise) < silent_noise) {

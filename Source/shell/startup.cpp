@@ -40,8 +40,7 @@ static void visit_calibration_node(SearchThread* thread)
     PlyRecord* ply_rec = &thread->ply_rec[1];
     const i32 side = pos->stm;
     add(thread->counters[CountNodes], 1);
-    const i32 checker =
-        find_checker(pos, pos->king_sq[side], side ^ 1, pos->bb[White][0] | pos->bb[Black][0]);
+    const i32 checker = find_checker(pos, pos->king_sq[side], side ^ 1, occupied(pos));
     ply_rec->check_sq = static_cast<u8>(checker);
     ply_rec->in_check = checker != NoSquare;
     evaluate(thread, pos, 1, ply_rec->in_check != 0, ply_rec->danger);

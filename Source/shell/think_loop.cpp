@@ -30,6 +30,9 @@ static constexpr i32 last_searched_cnt50 = 100;         // half-moves; above it 
 static constexpr i32 branching_depths = 4;
 static constexpr i32 least_branching_depth = 6;
 static constexpr char line_mark = '@';
+static constexpr f64 unknown_branching = 2.0;
+static constexpr f64 thousands = 0.001;     // of a count
+static constexpr f64 least_seconds = 0.001; // keeps a division away from zero
 
 void tick_clock(Dialogue* dialogue)
 {
@@ -42,7 +45,7 @@ f64 effective_branching()
     const i32 depth = search_result.last_iter_depth;
     if (depth < least_branching_depth || search_totals.nodes_by_depth[depth] == 0
         || search_totals.nodes_by_depth[depth - branching_depths] == 0) {
-        return 2.0;
+        return unknown_branching;
     }
     const f64 growth = static_cast<f64>(search_totals.nodes_by_depth[depth])
         / static_cast<f64>(search_totals.nodes_by_depth[depth - branching_depths]);
@@ -76,8 +79,9 @@ static void append_input(char* pending_input)
 // over at once: a line full of marks must not hold up the commands behind it.
 static bool take_command(char* pending_input, char* out)
 {
-    const char* start = pending_input + strspn(pending_input, "@");
-    const size_t length = strcspn(start, "@");
+    constexpr char marks[] = { line_mark, '\0' };
+    const char* start = pending_input + strspn(pending_input, marks);
+    const size_t length = strcspn(start, marks);
     const bool complete = start[length] == line_mark;
     if (complete) {
         copy_text(out, length + 1, start);
@@ -94,7 +98,7 @@ void poll_input(Dialogue* dialogue)
     if (!take_command(dialogue->pending_input, command)) {
         return;
     }
-    if (load(uci_mode) == 0 && strcmp(command, "uci") != 0) {
+    if (load(uci_mode) == ConsoleMode && strcmp(command, "uci") != 0) {
         console_command(dialogue, command);
     } else {
         uci_command(dialogue, command);
@@ -143,7 +147,7 @@ static Move book_move(Dialogue* dialogue)
 // Makes a book move the result of a search that need not run.
 static void publish_book_move(Move move)
 {
-    print_line_format("%s book move is %s%s", load(uci_mode) == 1 ? "info string" : "",
+    print_line_format("%s book move is %s%s", load(uci_mode) == UciMode ? "info string" : "",
         square_name[from_square(move)], square_name[to_square(move)]);
     store(search_result.result_score, 0);
     store(stop_code, StopCode::Report);
@@ -153,7 +157,7 @@ static void publish_book_move(Move move)
 // A position that cannot be searched is answered at once.
 static void refuse_search(Dialogue* dialogue, const char* reason)
 {
-    if (load(uci_mode) == 1) {
+    if (load(uci_mode) == UciMode) {
         print_line_format("info string %s", reason);
         print_line("bestmove null");
     } else {
@@ -198,7 +202,7 @@ static void print_statistics(Move best_move)
     const f64 seconds = load(search_clock.elapsed);
     print_line_format("move= %s, time= %0.3f, score= %d, nodes= %0.0f, nps= %0.0fK ebf= %0.2f",
         move_text_or_null(best_move, text), seconds, load(search_result.result_score), nodes,
-        0.001 * nodes / (seconds + 0.001), effective_branching());
+        thousands * nodes / (seconds + least_seconds), effective_branching());
     estimate_hash_fill();
     const u64* nodes_of = search_totals.counters;
     const u64* evals_of = search_totals.eval_counters;
@@ -207,7 +211,7 @@ static void print_statistics(Move best_move)
         100.0 * hash.fill, hit_rate(nodes_of[CountHashHits], nodes_of[CountHashProbes]),
         hit_rate(evals_of[CountPawnHits], evals_of[CountPawnProbes]),
         hit_rate(evals_of[CountEvalHits], evals_of[CountEvals]),
-        static_cast<f64>(nodes_of[CountTbHits]) * 0.001);
+        static_cast<f64>(nodes_of[CountTbHits]) * thousands);
     const i32* counts = search_totals.debug_counters;
     if (counts[0] + counts[1] + counts[2] + counts[3] != 0) {
         print_line_format("ncnt1= %d, ncnt2= %d, ncnt3= %d, ncnt4= %d", counts[0], counts[1],
@@ -233,7 +237,7 @@ static void print_best_move(Move best_move, Move ponder_move)
 // user may have changed the board meanwhile: where the move is none, the playing ends.
 static void continue_self_play(Dialogue* dialogue, Move best_move)
 {
-    if (dialogue->self_play == 0) {
+    if (!dialogue->self_play) {
         return;
     }
     Position* pos = &dialogue->game->pos;
@@ -255,7 +259,7 @@ static void report_result(Dialogue* dialogue)
     // The last line repeats the best one of several, so it carries that line's number.
     print_final_info(0, load(search_settings.multi_pv) > 1 ? 1 : 0, search_result.result_depth,
         load(search_result.result_score), search_result.result_pv);
-    if (load(uci_mode) == 1) {
+    if (load(uci_mode) == UciMode) {
         print_best_move(best_move, search_result.result_pv[2]);
     } else {
         print_statistics(best_move);
@@ -308,7 +312,7 @@ static void run_pass(Dialogue* dialogue)
 void think_loop(Dialogue* dialogue)
 {
     read_position(&dialogue->game->pos, start_position);
-    if (load(uci_mode) == 0) {
+    if (load(uci_mode) == ConsoleMode) {
         print_board(&dialogue->game->pos);
     }
     store(engine_state, EngineState::Idle);
