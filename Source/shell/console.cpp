@@ -21,13 +21,14 @@
 #include "search/hash.h"
 #include "search/params.h"
 #include "search/search.h"
-#include "search/strength.h"
 #include "search/threads.h"
 #include "shell/board_text.h"
 #include "shell/book_report.h"
 #include "shell/console_game.h"
+#include "shell/console_set.h"
 #include "shell/input.h"
 #include "shell/prepare_search.h"
+#include "shell/words.h"
 
 static constexpr i32 deepest_perft = 20;
 static constexpr f64 least_seconds = 0.001;       // keeps a division away from zero
@@ -38,18 +39,12 @@ static constexpr i32 test_line_size = 255;
 static constexpr size_t shortest_epd = 9; // characters; a shorter line is no position
 
 static constexpr size_t line_text_size = 1024; // 67 moves of at most ten characters
-static constexpr i32 most_lines = 255;
-static constexpr i32 lowest_depth = -128;    // what dialogue->limits.depth_limit can hold
-static constexpr i16 never_deep_enough = 99; // a rule that starts at this depth is off
-static constexpr size_t key_size = 32;       // of set, with its NUL
 
 static void split_words(const char* line, Words* words)
 {
     for (i32 i = 0; i < most_words; ++i) {
-        line = skip_blanks(line);
-        const size_t length = strcspn(line, " ");
-        copy_text(words->text[i], std::min<size_t>(word_size, length + 1), line);
-        line += length;
+        const std::string_view word = take_word(&line);
+        copy_text(words->text[i], std::min<size_t>(word_size, word.size() + 1), word.data());
     }
 }
 
@@ -144,7 +139,7 @@ static void show_exchanges(Dialogue* dialogue, Words*, const char*)
     const Position* pos = &dialogue->game->pos;
     for (i32 square = 0; square < 64; ++square) {
         const i32 code = pos->board[square];
-        const i32 attacker = (code >> 3) ^ 1;
+        const i32 attacker = side_of(code) ^ 1;
         if (code != 0 && is_attacked(pos, square, attacker)) {
             print_plain("sq= %s, swap1= %4d\n", square_name[square],
                 swapoff(pos, attacker, NoSquare, square));
@@ -387,143 +382,6 @@ static void play_second_word(Dialogue* dialogue, Words* words, const char*)
     play_text(dialogue, words->text[1]);
 }
 
-// ---- set
-
-static void set_hash_mode(Dialogue*, const Words* words)
-{
-    store(hash.mode, read_i32(words->text[2]));
-}
-
-static void set_noise(Dialogue*, const Words* words)
-{
-    store(noise, read_real(words->text[2]));
-}
-
-static void set_lines(Dialogue* dialogue, const Words* words)
-{
-    dialogue->engine_options.multi_pv =
-        static_cast<i16>(std::clamp(read_i32(words->text[2]), 1, most_lines));
-}
-
-static void set_debug(Dialogue*, const Words* words)
-{
-    store(search_settings.debug_flag, read_i32(words->text[2]));
-}
-
-// Seconds, or minutes:seconds.
-static f64 read_time(const char* text)
-{
-    const f64 first = read_i32(text);
-    const char* colon = strchr(text, ':');
-    return colon == nullptr ? first : first * 60.0 + read_i32(colon + 1);
-}
-
-static void set_level(Dialogue* dialogue, const Words* words)
-{
-    store(dialogue->limits.tc_moves, read_i32(words->text[2]));
-    dialogue->limits.tc_seconds = read_time(words->text[3]);
-    store(dialogue->limits.clock_left[White], dialogue->limits.tc_seconds);
-    store(dialogue->limits.clock_left[Black], dialogue->limits.tc_seconds);
-    dialogue->limits.tc_increment = read_real(words->text[4]);
-    print_line_format("set level to %d moves in %0.2f seconds, inc %0.2f",
-        load(dialogue->limits.tc_moves), dialogue->limits.tc_seconds,
-        dialogue->limits.tc_increment);
-}
-
-static void set_depth(Dialogue* dialogue, const Words* words)
-{
-    store(dialogue->limits.depth_limit,
-        std::clamp(read_i32(words->text[2]), lowest_depth, deepest_limit));
-}
-
-static void set_node_rate(Dialogue* dialogue, const Words* words)
-{
-    dialogue->engine_options.limit_strength = 1;
-    store(strength.target_nps, static_cast<f64>(read_integer(words->text[2])));
-    print_line_format("target_nps set to %.0f", load(strength.target_nps));
-}
-
-static void set_selective_search(Dialogue* dialogue, const Words* words)
-{
-    if (read_i32(words->text[2]) == 1) {
-        dialogue->engine_options = dialogue->saved_options;
-        print_line("set default personality");
-        return;
-    }
-    dialogue->engine_options.search.NMP_depth = never_deep_enough;
-    dialogue->engine_options.search.SEP_depth = 0;
-    dialogue->engine_options.search.LMP_depth = 0;
-    dialogue->engine_options.search.LMR_depth = never_deep_enough;
-    print_line("selectivity set to OFF");
-}
-
-struct SetKey {
-    const char* key;
-    void (*set)(Dialogue* dialogue, const Words* words);
-};
-
-// One of these keys takes a longer one that contains it.
-static constexpr char lines_key[] = "multipv";
-
-static constexpr SetKey set_keys[] = {
-    { "hash", set_hash_mode },
-    { "noise", set_noise },
-    { lines_key, set_lines },
-    { "debug", set_debug },
-    { "level", set_level },
-    { "depth", set_depth },
-    { "target_nps", set_node_rate },
-    { "ss", set_selective_search },
-};
-
-// Keys that write one number.
-struct SetField {
-    const char* key;
-    i16 SearchParams::*param;   // a parameter of the search, or
-    i16 EngineOptions::*option; // another option
-};
-
-static constexpr SetField set_fields[] = {
-    { "NMP_depth", &SearchParams::NMP_depth, nullptr },
-    { "SEP_depth", &SearchParams::SEP_depth, nullptr },
-    { "FP_depth", &SearchParams::FP_depth, nullptr },
-    { "ProbCut_depth", &SearchParams::ProbCut_depth, nullptr },
-    { "LMP_depth", &SearchParams::LMP_depth, nullptr },
-    { "LMR_depth", &SearchParams::LMR_depth, nullptr },
-    { "Selectivity", nullptr, &EngineOptions::selectivity },
-    { "ponder", nullptr, &EngineOptions::ponder },
-};
-
-static void apply_setting(Dialogue* dialogue, const char* key, const Words* words)
-{
-    for (const SetKey& row : set_keys) {
-        if (strcmp(key, row.key) == 0
-            || (row.key == lines_key && strstr(key, lines_key) != nullptr)) {
-            row.set(dialogue, words);
-            return;
-        }
-    }
-    for (const SetField& row : set_fields) {
-        if (strcmp(key, row.key) == 0) {
-            EngineOptions* options = &dialogue->engine_options;
-            i16& value = row.param != nullptr ? options->search.*row.param : options->*row.option;
-            value = narrow_to_i16(read_i32(words->text[2]));
-            print_line_format("%s set to %d", key, value);
-            return;
-        }
-    }
-}
-
-// Even a key that is none lets the next search rebuild its tables.
-static void set(Dialogue* dialogue, Words* words, const char*)
-{
-    char key[key_size];
-    copy_text(key, sizeof key, words->text[1]);
-    apply_setting(dialogue, key, words);
-    dialogue->engine_options.params_changed = 1;
-    publish_options(dialogue);
-}
-
 // ---- The table
 
 static constexpr ConsoleWord console_words[] = {
@@ -553,26 +411,32 @@ static constexpr ConsoleWord console_words[] = {
     { "tag", tag_position },
     { "perft", count_leaves },
     { "swap", show_exchanges },
-    { "set", set },
+    { "set", change_setting },
     { "move", play_second_word },
 };
+
+static const ConsoleWord* find_word(std::span<const ConsoleWord> rows, std::string_view word)
+{
+    for (const ConsoleWord& row : rows) {
+        if (row.word == word) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
 
 void console_command(Dialogue* dialogue, char* command)
 {
     command[strcspn(command, "\r\n")] = '\0';
     Words words;
     split_words(command, &words);
-    for (const ConsoleWord& row : console_words) {
-        if (strcmp(words.text[0], row.word) == 0) {
-            row.run(dialogue, &words, command);
-            return;
-        }
+    const ConsoleWord* row = find_word(console_words, words.text[0]);
+    if (row == nullptr) {
+        row = find_word(dialogue->tool_words, words.text[0]);
     }
-    for (const ConsoleWord& row : dialogue->tool_words) {
-        if (strcmp(words.text[0], row.word) == 0) {
-            row.run(dialogue, &words, command);
-            return;
-        }
+    if (row != nullptr) {
+        row->run(dialogue, &words, command);
+        return;
     }
     play_text(dialogue, words.text[0]);
 }

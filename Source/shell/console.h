@@ -1,6 +1,8 @@
 // The words of the console dialogue.
 #pragma once
 
+#include <string_view>
+
 #include "shell/dialogue.h"
 
 inline constexpr i32 most_words = 10; // of a line; what stands behind them is not looked at
@@ -13,7 +15,7 @@ struct Words {
 
 // A word of the dialogue and what it does. line is the whole line.
 struct ConsoleWord {
-    const char* word;
+    std::string_view word;
     void (*run)(Dialogue* dialogue, Words* words, const char* line);
 };
 

@@ -16,6 +16,7 @@
 #include "search/control.h"
 #include "shell/board_text.h"
 #include "shell/input.h"
+#include "shell/words.h"
 
 // ---- Walking through the game
 
@@ -164,17 +165,16 @@ static void add_text(GameReader* reader, const char* line)
 }
 
 // Plays a word from its first letter on; a word without one is a move number or a result.
-static bool play_word(Dialogue* dialogue, const char* word, size_t length)
+static bool play_word(Dialogue* dialogue, std::string_view word)
 {
-    while (length > 0 && !is_letter(*word)) {
-        ++word;
-        --length;
+    while (!word.empty() && !is_letter(word.front())) {
+        word.remove_prefix(1);
     }
-    if (length == 0) {
+    if (word.empty()) {
         return true;
     }
     char text[game_text_size + 4]; // reading a move may add a character
-    copy_text(text, length + 1, word);
+    copy_text(text, word.size() + 1, word.data());
     Position* pos = &dialogue->game->pos;
     Move move = NoMove;
     if (!read_move(pos, text, &move)) {
@@ -189,12 +189,11 @@ static bool play_word(Dialogue* dialogue, const char* word, size_t length)
 static bool play_text(Dialogue* dialogue, GameReader* reader)
 {
     reader->used = 0;
-    for (const char* word = skip_blanks(reader->text); *word != '\0'; word = skip_blanks(word)) {
-        const size_t length = strcspn(word, " ");
-        if (!play_word(dialogue, word, length)) {
+    const char* text = reader->text;
+    for (auto word = take_word(&text); !word.empty(); word = take_word(&text)) {
+        if (!play_word(dialogue, word)) {
             return false;
         }
-        word += length;
     }
     return true;
 }
@@ -246,16 +245,17 @@ void load_game(Dialogue* dialogue, const char* path, const char* tag)
 // ---- The board editor
 
 static constexpr i32 edit_line_size = 78;
-static constexpr size_t piece_text_length = 3; // letter, file and rank
-static constexpr char edit_letters[] = " pnbrqk";
+static constexpr size_t piece_text_length = 3;    // letter, file and rank
+static constexpr char edit_letters[] = " pnbrqk"; // by piece type
+static constexpr char lower_case_bit = 32;
 
 static void edit_square(Position* pos, i32 side, char letter, i32 square)
 {
     remove_piece(pos, square);
-    const char lower = static_cast<char>(letter | 32);
+    const char lower = static_cast<char>(letter | lower_case_bit);
     const char* found = is_letter(letter) ? strchr(edit_letters, lower) : nullptr;
     if (found != nullptr) {
-        put_piece(pos, square, static_cast<i32>(found - edit_letters) + 8 * side);
+        put_piece(pos, square, piece_code(side, static_cast<i32>(found - edit_letters)));
     }
 }
 
@@ -272,7 +272,7 @@ static void edit_pieces(Position* pos, const char* line)
         word = skip_blanks(word + strcspn(word, " "));
         const size_t length = strcspn(word, " ");
         const i32 square = length >= piece_text_length ? square_of_text(word + 1) : NoSquare;
-        if (square > 63) {
+        if (square >= NoSquare) {
             return;
         }
         edit_square(pos, side, word[0], square);

@@ -19,15 +19,17 @@
 #include "search/threads.h"
 #include "shell/board_text.h"
 #include "shell/options.h"
+#include "shell/words.h"
 
-static constexpr i32 word_size = 128;
+static constexpr size_t word_size = 128;
 static constexpr i32 name_size = 101; // an option's name and value, with their NUL
 static constexpr i32 value_size = 201;
 static constexpr size_t move_text_length = 4; // a shorter word is no move
 static constexpr f64 unlimited_seconds = 10000000.0;
 static constexpr f64 new_game_seconds = 60.0;
-static constexpr i32 moves_per_control =
-    40; // any value above 1: the real count is dialogue->limits.moves_to_go
+// Any value above 1 would do: the real count is dialogue->limits.moves_to_go.
+static constexpr i32 moves_per_control = 40;
+static constexpr i32 node_spread = 40; // thousandths of a node limit, either way
 static constexpr f64 seconds_per_millisecond = 0.001;
 static constexpr i32 yields_before_sleep = 1000;
 static constexpr i32 short_sleep_microseconds = 50;
@@ -46,7 +48,7 @@ static void spin_for_workers()
 
 static void identify(Dialogue* dialogue, char*)
 {
-    store(uci_mode, 1);
+    store(uci_mode, UciMode);
     print_line_format("id name %s", version_string);
     print_line("id author Brin Tolvey");
     announce_options(dialogue);
@@ -60,7 +62,7 @@ static void confirm_ready(Dialogue*, char*)
 
 static void log_commands(Dialogue* dialogue, char*)
 {
-    dialogue->log_cmd = 1;
+    dialogue->log_cmd = true;
 }
 
 static void show_params(Dialogue*, char*)
@@ -123,15 +125,16 @@ static Move promotion_of_letter(char letter)
 
 // Makes the move that stands at word, if the board allows it; whether it is a legal one is the
 // sender's business.
-static void play_word(Position* pos, const char* word, size_t length)
+static void play_word(Position* pos, std::string_view word)
 {
-    if (length < move_text_length) {
+    if (word.size() < move_text_length) {
         return;
     }
-    const i32 from = square_of_text(word);
-    const i32 to = square_of_text(word + 2);
-    const Move promotion =
-        length > move_text_length ? promotion_of_letter(word[4]) : static_cast<Move>(NoMove);
+    const i32 from = square_of_text(word.data());
+    const i32 to = square_of_text(word.data() + 2);
+    const Move promotion = word.size() > move_text_length
+        ? promotion_of_letter(word[move_text_length])
+        : static_cast<Move>(NoMove);
     if (is_makeable(pos, from, to, promotion)) {
         make_game_move(pos, static_cast<Move>(make_move_code(from, to) | promotion));
     }
@@ -139,10 +142,8 @@ static void play_word(Position* pos, const char* word, size_t length)
 
 static void play_words(Position* pos, const char* text)
 {
-    for (text = skip_blanks(text); *text != '\0'; text = skip_blanks(text)) {
-        const size_t length = strcspn(text, " ");
-        play_word(pos, text, length);
-        text += length;
+    for (auto word = take_word(&text); !word.empty(); word = take_word(&text)) {
+        play_word(pos, word);
     }
     SearchThread* thread = pos->thread;
     thread->undo[thread->undo_count].move = NoMove;
@@ -226,7 +227,7 @@ static void read_nodes(Dialogue* dialogue, const char* value)
     store(dialogue->limits.tc_moves, 1);
     dialogue->limits.tc_seconds = unlimited_seconds;
     const u32 nodes = static_cast<u32>(read_i32(value));
-    const u32 permille = static_cast<u32>(40 - rand() % 80);
+    const u32 permille = static_cast<u32>(node_spread - rand() % (2 * node_spread));
     const i32 change = static_cast<i32>(permille * nodes) / 1000;
     dialogue->limits.node_limit_total = static_cast<i32>(nodes + static_cast<u32>(change));
 }
@@ -248,21 +249,20 @@ static void read_infinite(Dialogue* dialogue, const char*)
 }
 
 struct GoWord {
-    const char* word;
-    size_t value_offset; // of the value behind the start of the word
+    std::string_view word;
     void (*read)(Dialogue* dialogue, const char* value);
 };
 
 static constexpr GoWord go_words[] = {
-    { "wtime", 6, read_white_clock },
-    { "btime", 6, read_black_clock },
-    { "winc", 5, read_white_increment },
-    { "binc", 5, read_black_increment },
-    { "movestogo", 10, read_moves_to_go },
-    { "depth", 6, read_depth },
-    { "nodes", 6, read_nodes },
-    { "movetime", 9, read_move_time },
-    { "infinite", 8, read_infinite },
+    { "wtime", read_white_clock },
+    { "btime", read_black_clock },
+    { "winc", read_white_increment },
+    { "binc", read_black_increment },
+    { "movestogo", read_moves_to_go },
+    { "depth", read_depth },
+    { "nodes", read_nodes },
+    { "movetime", read_move_time },
+    { "infinite", read_infinite },
 };
 
 // What an earlier "go" left of depth limit, node limit, increment and clocks stands, as far as the
@@ -273,9 +273,9 @@ static void start_thinking(Dialogue* dialogue, char* args)
     wait_for_workers();
     store(dialogue->limits.tc_moves, 0);
     for (const GoWord& row : go_words) {
-        const char* found = strstr(args, row.word);
-        if (found != nullptr) {
-            row.read(dialogue, next_word(text_behind(found, row.value_offset)));
+        const size_t found = std::string_view(args).find(row.word);
+        if (found != std::string_view::npos) {
+            row.read(dialogue, next_word(text_behind(args + found, row.word.size() + 1)));
         }
     }
     store(engine_state,
@@ -303,13 +303,13 @@ static void quit(Dialogue* dialogue, char*)
 {
     store(stop_code, StopCode::Silent);
     spin_for_workers();
-    dialogue->quit_flag = 1;
+    dialogue->quit_flag = true;
 }
 
 // ---- The table
 
 struct UciWord {
-    const char* word;
+    std::string_view word;
     void (*run)(Dialogue* dialogue, char* args);
 };
 
@@ -333,18 +333,18 @@ void uci_command(Dialogue* dialogue, char* command)
     if (*command == '\0') {
         return;
     }
-    if (dialogue->log_cmd != 0) {
+    if (dialogue->log_cmd) {
         log_line("CMD: %s", command);
     }
-    const char* start = skip_blanks(command);
-    const size_t length = strcspn(start, " ");
-    if (length >= word_size) {
+    const char* rest = command;
+    const std::string_view word = take_word(&rest);
+    if (word.size() >= word_size) {
         return;
     }
     // Counted from the unskipped start: each leading blank moves the arguments one character back.
-    char* args = command + strnlen(command, length + 1);
+    char* args = command + strnlen(command, word.size() + 1);
     for (const UciWord& row : uci_words) {
-        if (strlen(row.word) == length && strncmp(start, row.word, length) == 0) {
+        if (row.word == word) {
             row.run(dialogue, args);
             return;
         }

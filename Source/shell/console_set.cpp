@@ -1,0 +1,156 @@
+// The word "set" of the console: a key and its values. A setting holds from the next search on.
+#include "shell/console_set.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "base/output.h"
+#include "base/text.h"
+#include "search/control.h"
+#include "search/hash.h"
+#include "search/strength.h"
+
+static constexpr i32 most_lines = 255;
+static constexpr i32 lowest_depth = -128;    // what dialogue->limits.depth_limit can hold
+static constexpr i16 never_deep_enough = 99; // a rule that starts at this depth is off
+static constexpr size_t key_size = 32;       // with its NUL
+static constexpr f64 seconds_per_minute = 60.0;
+
+static void set_hash_mode(Dialogue*, const Words* words)
+{
+    store(hash.mode, read_i32(words->text[2]));
+}
+
+static void set_noise(Dialogue*, const Words* words)
+{
+    store(noise, read_real(words->text[2]));
+}
+
+static void set_lines(Dialogue* dialogue, const Words* words)
+{
+    dialogue->engine_options.multi_pv =
+        static_cast<i16>(std::clamp(read_i32(words->text[2]), 1, most_lines));
+}
+
+static void set_debug(Dialogue*, const Words* words)
+{
+    store(search_settings.debug_flag, read_i32(words->text[2]));
+}
+
+// Seconds, or minutes:seconds.
+static f64 read_time(const char* text)
+{
+    const f64 first = read_i32(text);
+    const char* colon = strchr(text, ':');
+    return colon == nullptr ? first : first * seconds_per_minute + read_i32(colon + 1);
+}
+
+static void set_level(Dialogue* dialogue, const Words* words)
+{
+    store(dialogue->limits.tc_moves, read_i32(words->text[2]));
+    dialogue->limits.tc_seconds = read_time(words->text[3]);
+    store(dialogue->limits.clock_left[White], dialogue->limits.tc_seconds);
+    store(dialogue->limits.clock_left[Black], dialogue->limits.tc_seconds);
+    dialogue->limits.tc_increment = read_real(words->text[4]);
+    print_line_format("set level to %d moves in %0.2f seconds, inc %0.2f",
+        load(dialogue->limits.tc_moves), dialogue->limits.tc_seconds,
+        dialogue->limits.tc_increment);
+}
+
+static void set_depth(Dialogue* dialogue, const Words* words)
+{
+    store(dialogue->limits.depth_limit,
+        std::clamp(read_i32(words->text[2]), lowest_depth, deepest_limit));
+}
+
+static void set_node_rate(Dialogue* dialogue, const Words* words)
+{
+    dialogue->engine_options.limit_strength = 1;
+    store(strength.target_nps, static_cast<f64>(read_integer(words->text[2])));
+    print_line_format("target_nps set to %.0f", load(strength.target_nps));
+}
+
+static void set_selective_search(Dialogue* dialogue, const Words* words)
+{
+    if (read_i32(words->text[2]) == 1) {
+        dialogue->engine_options = dialogue->saved_options;
+        print_line("set default personality");
+        return;
+    }
+    dialogue->engine_options.search.NMP_depth = never_deep_enough;
+    dialogue->engine_options.search.SEP_depth = 0;
+    dialogue->engine_options.search.LMP_depth = 0;
+    dialogue->engine_options.search.LMR_depth = never_deep_enough;
+    print_line("selectivity set to OFF");
+}
+
+struct SetKey {
+    std::string_view key;
+    void (*set)(Dialogue* dialogue, const Words* words);
+};
+
+// One of these keys takes a longer one that contains it.
+static constexpr std::string_view lines_key = "multipv";
+
+static constexpr SetKey set_keys[] = {
+    { "hash", set_hash_mode },
+    { "noise", set_noise },
+    { lines_key, set_lines },
+    { "debug", set_debug },
+    { "level", set_level },
+    { "depth", set_depth },
+    { "target_nps", set_node_rate },
+    { "ss", set_selective_search },
+};
+
+// Keys that write one number.
+struct SetField {
+    std::string_view key;
+    i16 SearchParams::*param;   // a parameter of the search, or
+    i16 EngineOptions::*option; // another option
+};
+
+static constexpr SetField set_fields[] = {
+    { "NMP_depth", &SearchParams::NMP_depth, nullptr },
+    { "SEP_depth", &SearchParams::SEP_depth, nullptr },
+    { "FP_depth", &SearchParams::FP_depth, nullptr },
+    { "ProbCut_depth", &SearchParams::ProbCut_depth, nullptr },
+    { "LMP_depth", &SearchParams::LMP_depth, nullptr },
+    { "LMR_depth", &SearchParams::LMR_depth, nullptr },
+    { "Selectivity", nullptr, &EngineOptions::selectivity },
+    { "ponder", nullptr, &EngineOptions::ponder },
+};
+
+static bool is_key(std::string_view key, std::string_view text)
+{
+    return text == key || (key == lines_key && text.find(key) != std::string_view::npos);
+}
+
+static void apply_setting(Dialogue* dialogue, const char* key, const Words* words)
+{
+    for (const SetKey& row : set_keys) {
+        if (is_key(row.key, key)) {
+            row.set(dialogue, words);
+            return;
+        }
+    }
+    for (const SetField& row : set_fields) {
+        if (row.key == key) {
+            EngineOptions* options = &dialogue->engine_options;
+            i16& value = row.param != nullptr ? options->search.*row.param : options->*row.option;
+            value = narrow_to_i16(read_i32(words->text[2]));
+            print_line_format("%s set to %d", key, value);
+            return;
+        }
+    }
+}
+
+// Even a key that is none lets the next search rebuild its tables.
+void change_setting(Dialogue* dialogue, Words* words, const char*)
+{
+    char key[key_size];
+    copy_text(key, sizeof key, words->text[1]);
+    apply_setting(dialogue, key, words);
+    dialogue->engine_options.params_changed = 1;
+    publish_options(dialogue);
+}
