@@ -1,6 +1,7 @@
-// The life of the process: start-up in an order that matters, one run mode, tear-down.
-// The command line is read before the workers and the hash table exist and becomes the announced
-// defaults; the configuration file comes after them and changes them in place.
+// The life of the process: start-up in an order that matters, one run mode, tear-down. The command
+// line is read before the workers and the hash table exist and becomes the announced defaults; the
+// configuration file comes after them and changes them in place. Every failure of start-up ends the
+// process with status 1 before anything has been searched.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -23,10 +24,15 @@
 #include "tools/trainer/trainer.h"
 #include "main/command_line.h"
 
+// Units of the seed.
 static constexpr i32 milliseconds_per_second = 1000;
 static constexpr i32 microseconds_per_millisecond = 1000;
+// Positions of the benchmark in the order of its list; the single one is for a profile and runs on
+// half of them.
 static constexpr i32 bench_positions = 20;
 static constexpr i32 bench_single_positions = 10;
+// Plies. Positions are searched to their quiet end, so no deep search is meant: a limit beyond this
+// one was set for something else, or not at all.
 static constexpr i32 deepest_tune_limit = 10;
 
 // A standard stream that is closed at the start is opened on nothing: else the first file opened
@@ -41,7 +47,8 @@ static void open_closed_streams()
 }
 
 // A reader that has gone must end the process at its next line, whatever the parent had set. A
-// limit of a file's size is to be an error of the write, as a full disk is.
+// limit of a file's size is to be an error of the write, as a full disk is. Without buffers every
+// line leaves at once, and what was read is never held back from a poll.
 static void init_streams()
 {
     open_closed_streams();
@@ -53,6 +60,8 @@ static void init_streams()
     setvbuf(stdin, nullptr, _IONBF, 0);
 }
 
+// From the time in milliseconds, so that two processes started one after the other choose other
+// book moves and vary their node limits otherwise.
 static void seed_random_generator()
 {
     timeval now;
@@ -61,6 +70,7 @@ static void seed_random_generator()
         now.tv_usec / microseconds_per_millisecond + now.tv_sec * milliseconds_per_second));
 }
 
+// The game comes first: the dialogue is made around it.
 static bool init_records(Dialogue* dialogue)
 {
     dialogue->game = new_thread_record(-1);
@@ -73,7 +83,9 @@ static bool init_records(Dialogue* dialogue)
     return true;
 }
 
-// Makes what the command line has asked for. Returns false after a message if it cannot be had.
+// Makes what the command line has asked for. The log comes before the configuration file, so that
+// it holds what the file sets; one that cannot be opened is no reason to stop: the user is told and
+// plays on. Returns false after a message if memory or threads cannot be had.
 static bool init_resources(Dialogue* dialogue)
 {
     num_threads = dialogue->engine_options.threads;
@@ -91,6 +103,7 @@ static bool init_resources(Dialogue* dialogue)
         dialogue->engine_options.log = 0;
         publish_options(dialogue);
     }
+    // The command line becomes what "uci" announces; the file changes that in turn.
     dialogue->saved_options = dialogue->engine_options;
     if (dialogue->engine_options.config_file_path[0] != '\0') {
         load_config_file(dialogue);
@@ -101,6 +114,8 @@ static bool init_resources(Dialogue* dialogue)
     return true;
 }
 
+// The tables are rebuilt behind the calibration, as they hang on the speed of this machine.
+// Calibration leaves the start position, where the loop begins as well.
 static void run_think_mode(Dialogue* dialogue)
 {
     calibrate(dialogue);
@@ -109,6 +124,7 @@ static void run_think_mode(Dialogue* dialogue)
     think_loop(dialogue);
 }
 
+// No info lines: there is a search for each line of a file.
 static void run_tune_mode(Dialogue* dialogue, const char* file_name)
 {
     if (load(dialogue->limits.depth_limit) > deepest_tune_limit) {
@@ -118,6 +134,7 @@ static void run_tune_mode(Dialogue* dialogue, const char* file_name)
     make_tune_file(dialogue, file_name);
 }
 
+// Modes without a row here run nothing: their words are taken, and the process ends well.
 static void run(const CommandLine* line)
 {
     Dialogue* dialogue = line->dialogue;
@@ -142,6 +159,7 @@ static void run(const CommandLine* line)
         run_tune_mode(dialogue, line->epd_file);
         break;
     case ModeTune:
+        // The normal program has no trainer to call.
         if constexpr (tuning) {
             run_trainer(dialogue);
         }
@@ -154,7 +172,8 @@ static void run(const CommandLine* line)
     }
 }
 
-// The offline tools print results that somebody waits for; a full disk must not pass for success.
+// The offline tools print results that somebody waits for; a full disk must not pass for success. A
+// dialogue has nobody to read the status, and ends by the signal when its reader has gone.
 static void report_lost_output()
 {
     if (output_error() != 0) {
@@ -163,6 +182,7 @@ static void report_lost_output()
     }
 }
 
+// The workers end before what they use: the table and the game.
 static void tear_down(Dialogue* dialogue)
 {
     destroy_workers(num_threads);
@@ -174,6 +194,9 @@ static void tear_down(Dialogue* dialogue)
 // Too large for a stack, and needed to the end.
 static constinit Dialogue the_dialogue {};
 
+// The order of start-up: streams before anything can be written, the records before the command
+// line that fills them, the resources by what it says. The status is 0, or 1 where start-up failed
+// or a tool refused or lost something.
 int main(int argc, char** argv)
 {
     Dialogue* dialogue = &the_dialogue;
@@ -188,6 +211,7 @@ int main(int argc, char** argv)
         return 1;
     }
     run(&line);
+    // A dialogue may have lost lines to a reader that went first, which is no fault of the run.
     if (line.mode != ModeThink) {
         report_lost_output();
     }
