@@ -1,7 +1,8 @@
-// Trains the weights on a file of positions with results: logistic regression by steps of Adam.
-// A step takes the gradient of one batch; the batch's chunks are summed up in their order, so that
+// Trains the weights on a file of positions with results: logistic regression by steps of Adam. A
+// step takes the gradient of one batch; the batch's chunks are summed up in their order, so that
 // the number of threads changes nothing. The error is the mean squared difference of the expected
-// and the wanted result.
+// and the wanted result. Whatever happens to a training, its weights file is the old one or a whole
+// new one, and never takes the place of a file that the training did not begin with.
 #include "tools/trainer/trainer_steps.h"
 
 #include <csignal>
@@ -19,12 +20,16 @@
 #include "tools/tools.h"
 
 static constexpr i64 bytes_per_megabyte = 1048576;
+// Often enough to look alive, seldom enough for a slow terminal.
 static constexpr f64 seconds_per_progress = 0.5;
+// Of init_eval_params. The options that scale weights are a player's taste: trained into the
+// weights, they would count twice.
 static constexpr i32 mode_without_personality = 2; // of init_eval_params
 
+// Where the weights go that may not replace a file.
 static constexpr char second_name[] = "params_new.txt";
 
-// Set by a signal; looked at between batches.
+// Set by a signal; looked at between batches. A handler may do no more than this.
 static volatile sig_atomic_t interrupted = 0;
 
 static void interrupt(int)
@@ -32,6 +37,7 @@ static void interrupt(int)
     interrupted = 1;
 }
 
+// Whether the parent process has asked for a signal to be passed over.
 static bool is_ignored(int number)
 {
     struct sigaction action = {};
@@ -58,6 +64,7 @@ static void catch_interrupts()
 // ---- Progress, on a terminal's standard error alone
 
 // Whether it is time for a progress line; if so, one will be there to be taken away.
+// A file or a pipe gets no progress: lines that are taken away again are of use on a terminal only.
 static bool progress_is_due(TrainingData* data)
 {
     const f64 now = monotonic_seconds();
@@ -70,6 +77,7 @@ static bool progress_is_due(TrainingData* data)
     return true;
 }
 
+// Hours, minutes and seconds.
 static void write_time(f64 seconds, char* out, size_t size)
 {
     const i64 whole = static_cast<i64>(seconds + 0.5);
@@ -77,6 +85,8 @@ static void write_time(f64 seconds, char* out, size_t size)
         static_cast<long long>(whole / 60 % 60), static_cast<long long>(whole % 60));
 }
 
+// The share of the file's bytes; one more byte keeps an empty file from dividing. Also the place
+// where the first reading looks for an interruption.
 static bool show_reading(TrainingData* data)
 {
     if (progress_is_due(data)) {
@@ -87,6 +97,8 @@ static bool show_reading(TrainingData* data)
     return interrupted == 0;
 }
 
+// "At most", as patience may end the training before its last pass. A pass is taken to last as long
+// as the one before.
 static void show_training(Trainer* trainer, i64 done, f64 pass_start)
 {
     if (!progress_is_due(&trainer->data)) {
@@ -108,7 +120,8 @@ static void show_training(Trainer* trainer, i64 done, f64 pass_start)
 // ---- Writing
 
 // A weights file that has come while the training went on is another's, and is not replaced: from
-// then on the weights are written under a second name.
+// then on the weights are written under a second name, and the status tells of it. Once written,
+// the file is this training's own.
 static void give_way(Trainer* trainer)
 {
     if (!trainer->has_file && access(params_file, F_OK) == 0) {
@@ -120,6 +133,8 @@ static void give_way(Trainer* trainer)
 }
 
 // Puts the values into the table and writes the weights file. Returns whether it could be written.
+// Values are rounded on their way into the table alone, so that the training goes on with what it
+// had.
 static bool write_values(Trainer* trainer)
 {
     for (i32 i = 0; i < weight_count; ++i) {
@@ -131,6 +146,8 @@ static bool write_values(Trainer* trainer)
     return write_weights(trainer->weights_name);
 }
 
+// Names what is wrong behind the file or weight concerned, as all tools do. Returns false, for a
+// caller to pass on.
 static bool reject(const char* text, const char* name)
 {
     fprintf(stderr, "%s: %s\n", name, text);
@@ -141,7 +158,8 @@ static bool reject(const char* text, const char* name)
 // ---- Passes
 
 // Ends the training if a sweep did not give the positions that the first reading has found: the
-// error of the others would be no measure.
+// error of the others would be no measure, and passes could not be compared. A file that is read
+// again may have been changed, or be gone from its disk.
 static bool is_whole_sweep(Trainer* trainer, Part part, i64 positions)
 {
     const TrainingData* data = &trainer->data;
@@ -155,8 +173,10 @@ static bool is_whole_sweep(Trainer* trainer, Part part, i64 positions)
         data->input.name);
 }
 
-// Walks over a part once. Returns the mean error, or a negative number if it could not be done to
-// the end.
+// Walks over a part once, batch by batch, and learns from each if told to. The error of a batch is
+// taken before its step, so the training error lags behind the weights: it is a mean over the pass.
+// Looks for an interruption between batches alone, where the weights are whole. Returns the mean
+// error, or a negative number if it could not be done to the end.
 static f64 sweep(Trainer* trainer, Part part, bool learns)
 {
     const f64 start = monotonic_seconds();
@@ -179,6 +199,7 @@ static f64 sweep(Trainer* trainer, Part part, bool learns)
             trainer->unsaved += positions;
             show_training(trainer, done, start);
         }
+        // Counted in positions across passes, as a pass may take minutes or days.
         if (tune_options.save_every > 0 && trainer->unsaved >= tune_options.save_every) {
             write_values(trainer);
         }
@@ -187,7 +208,7 @@ static f64 sweep(Trainer* trainer, Part part, bool learns)
     return whole ? error / static_cast<f64>(done > 0 ? done : 1) : -1.0;
 }
 
-// The values become the best ones.
+// The values become the best ones; they are what is written at the end.
 static void keep_best(Trainer* trainer, f64 error)
 {
     trainer->best_error = error;
@@ -198,6 +219,7 @@ static void keep_best(Trainer* trainer, f64 error)
     }
 }
 
+// A star marks a pass that is the best so far. The rate is that of the training part alone.
 static void print_pass(
     const Trainer* trainer, f64 training, f64 validation, bool is_best, f64 seconds)
 {
@@ -212,8 +234,9 @@ static void print_pass(
         static_cast<f64>(trainer->data.positions[TrainingPart]) / seconds, left);
 }
 
-// One pass: trains, then measures. Without validation lines the training error decides which pass
-// is the best one. Returns false if it could not be done to the end.
+// One pass: trains, then measures. Pass 0 only measures, so that weights which training makes worse
+// are not written. Without validation lines the training error decides which pass is the best one.
+// Returns false if it could not be done to the end.
 static bool run_pass(Trainer* trainer)
 {
     const f64 start = monotonic_seconds();
@@ -228,6 +251,7 @@ static bool run_pass(Trainer* trainer)
         return false;
     }
     trainer->pass_seconds = monotonic_seconds() - start;
+    // Strictly less: of equal passes the earlier one has moved the weights less.
     const bool is_best = trainer->pass == 0 || validation < trainer->best_error;
     if (is_best) {
         keep_best(trainer, validation);
@@ -237,7 +261,8 @@ static bool run_pass(Trainer* trainer)
 }
 
 // Runs passes until one of the ends is reached, and leaves the values that are to be written: the
-// best ones, or after an interruption the last ones.
+// best ones, since passes beyond them have begun to learn the lines by heart. After an interruption
+// it leaves the last ones, which a training that goes on from them needs.
 static void run_passes(Trainer* trainer)
 {
     bool goes_on = true;
@@ -249,6 +274,7 @@ static void run_passes(Trainer* trainer)
             break;
         }
     }
+    // The loop has counted one pass on already.
     if (!goes_on && !trainer->failed) {
         print_plain("interrupted in pass %lld\n", static_cast<long long>(trainer->pass - 1));
         return;
@@ -262,6 +288,8 @@ static void run_passes(Trainer* trainer)
 
 // ---- The start
 
+// A name that is wrong would train nothing, or all but what was meant. The pawn's material is the
+// unit of all others: with it free, all weights could grow together.
 static bool names_are_known()
 {
     for (i32 i = 0; i < tune_names.count; ++i) {
@@ -279,7 +307,8 @@ static bool names_are_known()
     return true;
 }
 
-// Whether there is a file of weights to go on from, once init_eval_params has read it.
+// Whether there is a file of weights to go on from, once init_eval_params has read it. One without
+// a single weight is somebody else's, and would be replaced at the end.
 static bool can_resume()
 {
     FILE* file = open_or_complain(params_file);
@@ -312,7 +341,8 @@ static bool outputs_can_be_written()
     return can;
 }
 
-// The weights to begin with. Training never replaces a weights file that it does not go on from.
+// The weights to begin with. Training never replaces a weights file that it does not go on from:
+// weeks of another training may stand in it. Steps and their running means begin anew either way.
 static bool init_weights(Trainer* trainer)
 {
     const bool has_file = access(params_file, F_OK) == 0;
@@ -341,6 +371,7 @@ static bool init_weights(Trainer* trainer)
     return names_are_known();
 }
 
+// Says what became of all lines, so that a file in the wrong form shows before hours are spent.
 static void print_data(const Trainer* trainer)
 {
     const TrainingData* data = &trainer->data;
@@ -366,7 +397,9 @@ static void print_data(const Trainer* trainer)
     }
 }
 
-// Adds up what the threads have found out. Returns whether the coefficients are sound.
+// Adds up what the threads have found out, in whatever order they worked: counts and greatest
+// values do not depend on it. Returns whether the coefficients are sound; if a score cannot be
+// rebuilt from them within the rounding, their gradients are wrong as well, and nothing is trained.
 static bool collect_gathered(Trainer* trainer)
 {
     RebuiltCheck all = {};
@@ -388,6 +421,7 @@ static bool collect_gathered(Trainer* trainer)
     return !all.failed || reject("scores cannot be rebuilt from these weights", "evaluation");
 }
 
+// Each thread evaluates on a record of its own.
 static bool load_data(Dialogue* dialogue, Trainer* trainer)
 {
     TrainingData* data = &trainer->data;
@@ -415,6 +449,8 @@ static bool load_data(Dialogue* dialogue, Trainer* trainer)
     return collect_gathered(trainer);
 }
 
+// Weights before outputs, outputs before the long reading: what can be refused is refused early. An
+// interruption while reading leaves nothing changed, one in the passes still writes.
 static void train(Dialogue* dialogue, Trainer* trainer)
 {
     if (!init_weights(trainer) || !outputs_can_be_written() || !load_data(dialogue, trainer)) {
@@ -431,6 +467,8 @@ static void train(Dialogue* dialogue, Trainer* trainer)
     write_tune_reports(trainer->weights, trainer->counts);
 }
 
+// Without contempt: targets are judged from both sides alike. Memory is given back in any case, as
+// tests run several trainings in a process.
 void run_trainer(Dialogue* dialogue)
 {
     Trainer* trainer = new (std::nothrow) Trainer {};

@@ -1,4 +1,6 @@
-// The tuner's words on the command line.
+// The tuner's words on the command line. All of them begin with -tune; a word of that form that is
+// none is refused rather than ignored, since a training with other settings than those meant costs
+// hours.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +10,7 @@
 #include "eval/weights.h"
 #include "tools/trainer/trainer.h"
 
+// What a user gets who sets nothing; the units stand at the fields.
 constinit TuneOptions tune_options = {
     .file = nullptr,
     .rate = 0.5,
@@ -29,6 +32,8 @@ struct TuneNumber {
     i64* whole;
 };
 
+// Ranges keep nonsense out, not bad choices: at least a tenth of the lines must train, and whole
+// numbers must be exact as real ones.
 static constexpr TuneNumber tune_numbers[] = {
     { "-tune-rate", 0.0001, 100.0, &tune_options.rate, nullptr },
     { "-tune-passes", 1.0, 1e6, nullptr, &tune_options.passes },
@@ -41,6 +46,8 @@ static constexpr TuneNumber tune_numbers[] = {
 
 static constexpr i32 refused = -1;
 
+// Reads a number as a whole: one with something behind it, as 10k, is refused. The range comes
+// before the conversion, which is undefined beyond it. Takes the name and the value.
 static i32 take_number(const TuneNumber& option, const char* text)
 {
     char* end = nullptr;
@@ -63,7 +70,8 @@ static i32 take_number(const TuneNumber& option, const char* text)
     return 2;
 }
 
-// The file behind -tune and the names behind it, up to the next option.
+// The file behind -tune and the names behind it, up to the next option. More names than there is
+// room for are refused, since the others would silently not be trained.
 static i32 take_file_and_names(char* const* arguments, i32 count)
 {
     if (count < 2 || arguments[1][0] == '-') {
@@ -82,6 +90,7 @@ static i32 take_file_and_names(char* const* arguments, i32 count)
     return taken;
 }
 
+// Words of the engine itself are left to it.
 i32 take_tune_arguments(char* const* arguments, i32 count)
 {
     const char* name = arguments[0];

@@ -1,4 +1,5 @@
-// What a training has done to each weight, as a text for people and as a table for programs.
+// What a training has done to each weight, as a text for people and as a table for programs. Both
+// are written under a name of their own first, so that a report is whole or is the older one.
 #include <cmath>
 
 #include "base/files.h"
@@ -10,7 +11,8 @@ static constexpr char text_name[] = "tune_report.txt";
 static constexpr char table_name[] = "tune_report.csv";
 static constexpr char unfinished_name[] = "tune_report.part";
 
-// The name of a weight and, where several share it, the rank or the square of its table.
+// The name of a weight and, where several share it, the rank or the square of its table. Passed
+// pawns' tables have eight ranks each, from 1 on.
 static void write_label(i32 weight, char* label)
 {
     const char* name = eval_params[weight].name;
@@ -23,16 +25,20 @@ static void write_label(i32 weight, char* label)
     }
 }
 
+// The pawn's material anchors the scale.
 static bool is_trained(i32 weight)
 {
     return weight != mtl_pawn && eval_params[weight].frozen == 0;
 }
 
+// Rounded as the weights file would have held it.
 static i32 old_value(const TrainedWeight* weight, i32 half)
 {
     return static_cast<i32>(std::lround(weight->old[half]));
 }
 
+// Trained weights that counted; those never seen are listed below without numbers, as they have
+// none. Gradients by size: near zero means that the weight has found its place.
 static void write_text(FILE* file, const TrainedWeight* weights, const i64* counts)
 {
     char label[label_size];
@@ -58,6 +64,7 @@ static void write_text(FILE* file, const TrainedWeight* weights, const i64* coun
     }
 }
 
+// All weights, trained or not, with signed gradients and all digits.
 static void write_table(FILE* file, const TrainedWeight* weights, const i64* counts)
 {
     char label[label_size];
@@ -73,6 +80,8 @@ static void write_table(FILE* file, const TrainedWeight* weights, const i64* cou
     }
 }
 
+// A report that cannot be written leaves the weights file as the training's result, and the status
+// tells of it.
 static void write_report(const char* name,
     void (*write)(FILE* file, const TrainedWeight* weights, const i64* counts),
     const TrainedWeight* weights, const i64* counts)
@@ -98,6 +107,7 @@ void write_tune_reports(const TrainedWeight* weights, const i64* counts)
     write_report(table_name, write_table, weights, counts);
 }
 
+// Each is begun and dropped again, which leaves an older report as it was.
 bool reports_can_be_written(const ToolInput* input)
 {
     for (const char* name : { text_name, table_name }) {

@@ -1,5 +1,5 @@
 // One step of a training: the sums over the chunks of a batch, and the change of the weights by
-// them.
+// them. Every sum has a fixed order, so that a training can be repeated to the last digit.
 #include "tools/trainer/trainer_steps.h"
 
 #include <cmath>
@@ -7,7 +7,8 @@
 
 #include "board/types.h"
 
-// Of the steps. The last one slows down weights that count less than once in a batch.
+// Of the steps: how much of the running means a step keeps. The last one slows down weights that
+// count less than once in a batch, whose mean square would be near nothing.
 static constexpr f64 mean_decay = 0.9;
 static constexpr f64 square_decay = 0.999;
 static constexpr f64 least_gradient = 1e-4;
@@ -16,7 +17,8 @@ static constexpr f64 largest_weight = 9999.0; // centipawns; keeps sums within 1
 
 // ---- The sum over a chunk
 
-// The score before its scale. Two sums for each half, since one would wait for its own last term.
+// The score before its scale, centipawns from white's view. Two sums for each half, since one would
+// wait for its own last term.
 static f32 unscaled_score(
     const TrainingPosition* position, const u32* terms, const FloatPair* values)
 {
@@ -31,7 +33,9 @@ static f32 unscaled_score(
         + position->phase * (sums[0].eg + sums[1].eg);
 }
 
-// Adds a position's part of the gradient; slope is the error times the scale.
+// Adds a position's part of the gradient; slope is the error times the scale. The slope of the
+// sigmoid itself is left out, as in the gradient of the likelihood: positions that are judged
+// wholly wrong then pull hardest.
 static void add_gradient(
     const TrainingPosition* position, const u32* terms, f32 slope, FloatPair* gradient)
 {
@@ -45,6 +49,8 @@ static void add_gradient(
     }
 }
 
+// Reads the records of one part, one behind the other. The side ahead before scaling chooses the
+// scale: a factor never turns the score round.
 void sum_chunk(void* context, i32, i32 index)
 {
     Trainer* trainer = static_cast<Trainer*>(context);
@@ -69,8 +75,8 @@ void sum_chunk(void* context, i32, i32 index)
 
 // ---- Steps
 
-// Moves one half of a weight against its gradient. correction makes up for the running means
-// having begun at 0.
+// Moves one half of a weight against its gradient. correction makes up for the running means having
+// begun at 0. No weight leaves the range in which sums of weights fit.
 static void move_half(TrainedWeight* weight, i32 half, f64 gradient, const f64* correction)
 {
     f64* mean = &weight->mean[half];
@@ -82,7 +88,8 @@ static void move_half(TrainedWeight* weight, i32 half, f64 gradient, const f64* 
     weight->value[half] = std::fmin(std::fmax(moved, -largest_weight), largest_weight);
 }
 
-// The gradient of a weight over the batch, chunk by chunk.
+// The gradient of a weight over the batch, chunk by chunk. Wide, since some thousand positions may
+// cancel out.
 static void sum_gradient(const Trainer* trainer, i32 weight, f64* gradient)
 {
     gradient[0] = 0.0;
@@ -93,6 +100,7 @@ static void sum_gradient(const Trainer* trainer, i32 weight, f64* gradient)
     }
 }
 
+// Once a step: the sums read narrow values.
 void copy_values(Trainer* trainer)
 {
     for (i32 i = 0; i < weight_count; ++i) {
@@ -101,7 +109,9 @@ void copy_values(Trainer* trainer)
     }
 }
 
-// One step of all weights by the batch just summed up. Weights that no position has met rest.
+// One step of all weights by the batch just summed up, by its mean gradient: a short last batch
+// steps as far as a full one. Entry 0 anchors the scale. Weights that no position has met rest; one
+// that was met goes on with its running mean through batches without it.
 void take_step(Trainer* trainer, i64 positions)
 {
     ++trainer->steps;

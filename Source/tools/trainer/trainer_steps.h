@@ -1,33 +1,43 @@
-// The state of a training and its steps.
+// The state of a training and its steps. A step reads the sums of one batch in the order of its
+// chunks, so that it is the same whatever thread summed which.
 #pragma once
 
 #include "tools/trainer/trainer.h"
 
-// Both values of a weight, or both halves of its gradient, as the sums over positions need them.
+// Both values of a weight, or both halves of its gradient, as the sums over positions need them:
+// narrow, since a pass reads them for each term of each position.
 struct FloatPair {
     f32 mg;
     f32 eg;
 };
 
-// What one chunk adds to the step of its batch.
+// What one chunk adds to the step of its batch. The error is a sum of squares, wide, as it is added
+// up over a whole pass.
 struct ChunkSums {
     f64 error;
     FloatPair gradient[weight_count];
 };
 
+// One training. Written by the main thread; while a team runs, each part writes its own sums and
+// nothing else.
 struct Trainer {
     TrainingData data;
     Team team;
+    // Indexed as eval_params.
     TrainedWeight weights[weight_count];
     FloatPair values[weight_count]; // of the weights, for the sums
     ChunkSums sums[batch_chunks];
     i64 counts[weight_count]; // positions in which a weight counts
+    // Taken since the start, for the running means.
     i64 steps;
+    // The one that runs, from 0 on.
     i64 pass;
     i64 unsaved; // positions trained on since the weights were written
+    // Of the pass best_pass, by which others are measured.
     f64 best_error;
     i64 best_pass;
     f64 pass_seconds; // of the last whole pass
+    // What sum_chunk works on: the batch, its part, and whether the gradient is wanted too.
     const Chunk* batch;
     Part part;
     bool learns;

@@ -1,4 +1,6 @@
-// Reading batches of lines on the calling thread and gathering their positions on all.
+// Reading batches of lines on the calling thread and gathering their positions on all. A chunk is
+// always made of the same lines, and a line belongs to a part by its number alone: sweeps over kept
+// chunks and over the file give the same batches.
 #include "tools/trainer/training_data.h"
 
 #include <cstdlib>
@@ -6,7 +8,10 @@
 
 #include "base/files.h"
 
-static constexpr i32 group_lines = 32;      // that train or are held out together
+// A game's lines are spread over few groups this way.
+static constexpr i32 group_lines = 32; // that train or are held out together
+// The sample on which scores are rebuilt: checking all lines would only cost time, as an error of
+// the notes shows early.
 static constexpr i32 checked_lines = 32768; // the sample on which scores are rebuilt
 static constexpr u32 first_capacity = 8192; // words
 
@@ -58,6 +63,7 @@ static bool read_line(LineReader* lines, char* out, LineVerdict* verdict)
     return true;
 }
 
+// A short batch is the last one.
 static bool read_lines(TrainingData* data)
 {
     i32 count = 0;
@@ -77,7 +83,8 @@ static i32 line_number(const TrainingData* data, i32 index)
 
 // ---- Chunks
 
-// Makes room for one more position. Returns false if there is no memory.
+// Makes room for one more position. Returns false if there is no memory. Doubles, so that a chunk
+// is moved a few times at most; memory too large is given back by cut_chunk.
 static bool make_room(Chunk* chunk, Part part)
 {
     if (chunk->size[part] + most_position_words <= chunk->capacity[part]) {
@@ -93,6 +100,7 @@ static bool make_room(Chunk* chunk, Part part)
     return true;
 }
 
+// The memory stays, for the next batch of the file.
 static void empty_chunk(Chunk* chunk)
 {
     for (i32 part = 0; part < PartCount; ++part) {
@@ -109,7 +117,8 @@ static void free_chunk(Chunk* chunk)
     *chunk = {};
 }
 
-// Gathers the lines of one chunk of the batch being read.
+// Gathers the lines of one chunk of the batch being read. A chunk without memory is marked by a
+// negative count, since a part of a job cannot end the job.
 static void gather_chunk(void* context, i32 worker, i32 index)
 {
     TrainingData* data = static_cast<TrainingData*>(context);
@@ -139,7 +148,8 @@ static void gather_chunk(void* context, i32 worker, i32 index)
     }
 }
 
-// Adds room for the chunks of one batch at the end. Returns false if there is no memory.
+// Adds room for the chunks of one batch at the end. Returns false if there is no memory. New ones
+// are zeroed, which makes them empty chunks.
 static bool add_chunks(TrainingData* data)
 {
     if (data->chunk_count + batch_chunks > data->chunk_capacity) {
@@ -157,7 +167,8 @@ static bool add_chunks(TrainingData* data)
     return true;
 }
 
-// Reads and gathers the next batch into the last chunks. Returns false at the end of the file.
+// Reads and gathers the next batch into the last chunks, over what they held. Returns false at the
+// end of the file or without memory, which out_of_memory tells apart.
 static bool gather_batch(TrainingData* data)
 {
     if (!read_lines(data)) {
@@ -174,7 +185,8 @@ static bool gather_batch(TrainingData* data)
 
 // ---- The first reading
 
-// Counts the lines of the batch and tells of those that are refused.
+// Counts the lines of the batch and tells of those that are refused. On the calling thread, in the
+// order of the file, so that messages come the same in every run.
 static void count_lines(TrainingData* data)
 {
     for (i32 i = 0; i < data->lines_read; ++i) {
@@ -199,8 +211,9 @@ static void cut_chunk(Chunk* chunk, i32 part)
     }
 }
 
-// Cuts the chunks of the batch to what they hold and counts their memory; beyond the limit all
-// kept chunks are given up for one batch's.
+// Cuts the chunks of the batch to what they hold and counts their memory; beyond the limit all kept
+// chunks are given up for one batch's, and every sweep reads the file again: slow, but it trains on
+// any file.
 static void settle_chunks(TrainingData* data)
 {
     for (i64 i = data->chunk_count - batch_chunks; i < data->chunk_count; ++i) {
@@ -223,6 +236,8 @@ static void settle_chunks(TrainingData* data)
     }
 }
 
+// Both parts are gathered at once. Without memory to keep chunks one batch's are used over and
+// over.
 static void read_first_time(TrainingData* data, bool (*on_progress)(TrainingData* data))
 {
     data->is_kept = true;
@@ -253,6 +268,7 @@ static bool reject(const TrainingData* data, const char* text)
     return false;
 }
 
+// The lines of a batch lie in one block, each in a slot of the longest line's size.
 static bool open_data(TrainingData* data, const char* path)
 {
     if (!open_input(&data->input, path)) {
@@ -261,6 +277,7 @@ static bool open_data(TrainingData* data, const char* path)
         return false;
     }
     FILE* file = data->input.lines.file;
+    // For the share of the file in the progress line.
     fseeko(file, 0, SEEK_END);
     data->file_bytes = ftello(file);
     rewind_input(&data->input);
@@ -270,6 +287,7 @@ static bool open_data(TrainingData* data, const char* path)
         || reject(data, "no memory for its lines");
 }
 
+// Messages come from where the reason is known; what is left here is told at the end.
 bool load_training_data(
     TrainingData* data, const char* path, bool (*on_progress)(TrainingData* data))
 {

@@ -8,14 +8,18 @@
 #include "tools/trainer/training_gather.h"
 
 // Lines that train, and lines that only measure the error of weights trained without them.
+// PartCount also stands for both.
 enum Part : i32 { TrainingPart, ValidationPart, PartCount };
 
+// The least piece of a thread's work, and a step's: a batch of chunks. Changing them changes every
+// training, as steps are taken by batch.
 inline constexpr i32 chunk_lines = 256;
 inline constexpr i32 batch_chunks = 16;
 inline constexpr i32 batch_lines = chunk_lines * batch_chunks;
 inline constexpr i32 line_slot = training_line_length + 4; // with CR, line feed and NUL
 
-// The positions of chunk_lines lines, by part: records one behind the other.
+// The positions of chunk_lines lines, by part: records one behind the other, in the order of the
+// lines. Written by one thread at a time; a negative count says that memory was lacking.
 struct Chunk {
     u32* words[PartCount];
     u32 size[PartCount]; // words in use
@@ -23,6 +27,8 @@ struct Chunk {
     i32 positions[PartCount];
 };
 
+// The file and what has been made of it. The main thread writes all but the chunks and verdicts of
+// the batch that the team gathers.
 struct TrainingData {
     ToolInput input;
     i64 file_bytes;
@@ -31,7 +37,9 @@ struct TrainingData {
     i64 memory_limit; // bytes for chunks
     i64 memory;       // bytes that they take
     bool is_kept;     // the chunks hold the whole file; else it is read again
+    // Lines are counted and told of once, however often they are read again.
     bool is_first_reading;
+    // Ends the training, with a message by whoever sees it first.
     bool out_of_memory;
     Team* team;
     Gatherer* gatherers; // one for each thread of the team
@@ -46,6 +54,7 @@ struct TrainingData {
     i32 lines_read;
     Part wanted; // part gathered, PartCount for both
 
+    // Of the first reading: lines by what became of them, and positions by part.
     i64 counts[LineVerdictCount];
     i64 positions[PartCount];
 };
@@ -57,10 +66,13 @@ struct TrainingData {
 bool load_training_data(
     TrainingData* data, const char* path, bool (*on_progress)(TrainingData* data));
 
-// Begins a sweep over one part.
+// Begins a sweep over one part, at its first batch, whatever became of an earlier one.
 void start_sweep(TrainingData* data, Part part);
 
-// The chunks of the next batch, at most batch_chunks of them; count gets how many. Null at the end.
+// The chunks of the next batch, at most batch_chunks of them; count gets how many. They stand until
+// the next call. Null at the end, and where the memory was lacking, which out_of_memory tells.
 Chunk* next_batch(TrainingData* data, i32* count);
 
+// Gives back all but the gatherers, and closes the file. data may be one that was never loaded, all
+// zero.
 void free_training_data(TrainingData* data);

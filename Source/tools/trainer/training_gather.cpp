@@ -1,4 +1,6 @@
-// Reading a training line strictly, and netting the notes of an evaluation into terms.
+// Reading a training line strictly, and netting the notes of an evaluation into terms. A line is
+// used as a whole or not at all: what is half understood would train on a wrong target, and nobody
+// would notice.
 #include "tools/trainer/training_gather.h"
 
 #include <cmath>
@@ -12,13 +14,16 @@
 #include "search/thread.h"
 #include "tools/tool_input.h"
 
+// The evaluation's caches hold scores and not the notes behind them.
 static constexpr i32 uncached_ply = 1;
+// What a term has room for; no position comes near.
 static constexpr f32 largest_coef = 127.0f;
 static constexpr f64 unknown = -1.0; // no result, no score
 
 // What float arithmetic and steps of coef may add to the difference of scores, centipawns.
 static constexpr f64 arithmetic_slack = 0.05;
 
+// Each goes on a line of standard error behind the number of the line.
 const char* refusal_text(LineVerdict verdict)
 {
     switch (verdict) {
@@ -53,7 +58,8 @@ static bool has_position_fields(const char* text)
     return en_passant != nullptr && en_passant[1] != '\0';
 }
 
-// A board that the evaluation can judge and that can come about in a game.
+// A board that the evaluation can judge and that can come about in a game. Check is told apart from
+// what is refused: such lines are sound, but the evaluation has no score for them.
 static LineVerdict judge_board(Position* pos, const char* text)
 {
     if (!has_position_fields(text)) {
@@ -83,6 +89,8 @@ static bool is_result_number(const char* text)
 }
 
 // The result from the view of side, or unknown. Returns false if there is one that cannot be read.
+// A bracket comes first, as it is a target and not a game's result. Both words of a result in one
+// line must be readable, whichever of them is taken.
 static bool find_result(const char* line, i32 side, bool* is_bracket, f64* result)
 {
     *is_bracket = read_bracket_result(line, side, result);
@@ -100,8 +108,9 @@ static bool find_result(const char* line, i32 side, bool* is_bracket, f64* resul
         && *result >= 0.0 && *result <= 1.0;
 }
 
-// The target from the view of side: result and score in the training loop's shares, or the one
-// that is there. A bracket is the whole target.
+// The target from the view of side: result and score in the training loop's shares, or the one that
+// is there. A bracket is the whole target. Scores beyond the largest say that a side wins, not by
+// how much.
 static LineVerdict find_target(const char* line, const char* score_text, i32 side, f32* target)
 {
     f64 result = unknown;
@@ -129,7 +138,8 @@ static LineVerdict find_target(const char* line, const char* score_text, i32 sid
 }
 
 // Compares the evaluation with the sum of its notes, unrounded. Each part of a weight may lose up
-// to one centipawn, the blend and the last step one each.
+// to one centipawn, the blend and the last step one each. The bound scales with the score, since
+// the cut fractions do.
 static void check_rebuilt(RebuiltCheck* check, const EvalWork* work, i32 score)
 {
     const TermNotes* notes = &work->notes;
@@ -151,7 +161,9 @@ static void check_rebuilt(RebuiltCheck* check, const EvalWork* work, i32 score)
     }
 }
 
-// Adds up the notes by weight. Returns the number of weights noted, listed in touched.
+// Adds up the notes by weight, as both sides and several terms may note the same one. Returns the
+// number of weights noted, listed in touched: clearing these alone is quicker than clearing all
+// sums.
 static i32 net_notes(Gatherer* gatherer, const TermNotes* notes)
 {
     i32 count = 0;
@@ -167,6 +179,7 @@ static i32 net_notes(Gatherer* gatherer, const TermNotes* notes)
     return count;
 }
 
+// To the nearest step, which is far below what a score shows.
 static u32 pack_term(i32 weight, f32 coef)
 {
     const f32 inside = std::fmin(std::fmax(coef, -largest_coef), largest_coef);
@@ -180,7 +193,9 @@ static bool is_trained(i32 weight)
     return weight != mtl_pawn && eval_params[weight].frozen == 0;
 }
 
-// Writes the record of the position just evaluated and returns its number of words.
+// Writes the record of the position just evaluated and returns its number of words. Weights that
+// cancel out leave no term; those that are not trained are summed up here once, since no pass
+// changes them. Clears the marks of net_notes on its way.
 static u32 pack_position(Gatherer* gatherer, f32 target, u32* out)
 {
     const EvalWork* work = &gatherer->thread->eval_work;
@@ -209,6 +224,8 @@ static u32 pack_position(Gatherer* gatherer, f32 target, u32* out)
     return position_words + terms;
 }
 
+// The board is judged before the target, and the target before a position in check is left out, so
+// that a bad line is told of whichever way. Targets are turned to white's view, as the scores are.
 LineVerdict gather_line(Gatherer* gatherer, const char* line, bool check, u32* out, u32* words)
 {
     *words = 0;
