@@ -1,4 +1,4 @@
-// What the board tells by results is said to the user here.
+// What the board tells by results is said to the user here: the board itself prints nothing.
 #include "shell/board_text.h"
 
 #include "base/output.h"
@@ -13,6 +13,7 @@ void print_board(const Position* pos)
     print_line_format("%s\n%s%s\n", fen, view, pos->stm == White ? "white" : "black");
 }
 
+// What stands behind the fields tells whoever reads many positions from a file which one it was.
 i32 read_position(Position* pos, const char* text)
 {
     const char* rest = nullptr;
@@ -23,6 +24,7 @@ i32 read_position(Position* pos, const char* text)
     return result;
 }
 
+// Exactly two moves that fit are told to the user; more do nothing, as an unknown word.
 bool read_move(Position* pos, char* text, Move* move)
 {
     const i32 matches = parse_move(pos, text, move);

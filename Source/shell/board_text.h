@@ -3,7 +3,8 @@
 
 #include "board/position.h"
 
-// Prints position text, board and side to move to standard output and the log.
+// Prints position text, board and side to move to standard output and the log, as one line of
+// output: what a search prints meanwhile does not come between.
 void print_board(const Position* pos);
 
 // parse_epd, with a line for the user if a castling right had to be dropped; returns what it does.

@@ -1,5 +1,5 @@
 // What a book knows of a position, as the user sees it: one line in UCI mode, a line for each move
-// at the console.
+// at the console. Entries of weight 0 are never chosen and not shown.
 #include "shell/book_report.h"
 
 #include <cstring>
@@ -25,6 +25,7 @@ static void report_uci(const BookEntry* entries, i32 count)
     print_line(text);
 }
 
+// Shares of the book's own weights, and of those that the option of variety has made of them.
 static void report_console(const BookEntry* entries, i32 count, const u16* adjusted, u32 sum)
 {
     i32 total = 0;
@@ -43,6 +44,7 @@ static void report_console(const BookEntry* entries, i32 count, const u16* adjus
     }
 }
 
+// A chess program gets its line whatever the noise is; at the console silence holds for books too.
 void report_book_choice(const BookChoice* choice)
 {
     if (choice->count == 0) {

@@ -1,6 +1,8 @@
 // The words of the console dialogue, for a person at a terminal. The first word picks the command;
-// what is no command is taken as a move of the game. A command that gives the game a new state
-// lets a running search end and report first; one that starts a search ends an older one silently.
+// what is no command is taken as a move of the game, and what is neither is dropped without a word:
+// a slip of the hand must not end a long analysis. A command that gives the game a new state lets a
+// running search end and report first, since its answer is still of use; one that starts a search
+// ends an older one silently. No command waits for an answer but "edit".
 #include "shell/console.h"
 
 #include <algorithm>
@@ -30,6 +32,7 @@
 #include "shell/prepare_search.h"
 #include "shell/words.h"
 
+// Plies; far more than anybody can wait for, and few enough for the records of the plies.
 static constexpr i32 deepest_perft = 20;
 static constexpr f64 least_seconds = 0.001;       // keeps a division away from zero
 static constexpr f64 unlimited_seconds = 99999.0; // a search by depth alone
@@ -40,6 +43,7 @@ static constexpr size_t shortest_epd = 9; // characters; a shorter line is no po
 
 static constexpr size_t line_text_size = 1024; // 67 moves of at most ten characters
 
+// A word that is too long is cut rather than refused: it is no command, and no move.
 static void split_words(const char* line, Words* words)
 {
     for (i32 i = 0; i < most_words; ++i) {
@@ -48,7 +52,7 @@ static void split_words(const char* line, Words* words)
     }
 }
 
-// Adds the text of a move and a blank to a line of line_text_size bytes.
+// Adds the text of a move and a blank to a line of line_text_size bytes; what does not fit is cut.
 static void append_san(Position* pos, Move move, char* line)
 {
     char forms[4][16];
@@ -59,6 +63,8 @@ static void append_san(Position* pos, Move move, char* line)
 
 // ---- Showing
 
+// Boards that no game could have come from the editor and from position texts. They can be looked
+// at and changed on, but the evaluation and the search count on what a board of chess keeps.
 bool is_refused(Position* pos)
 {
     const char* defect = position_defect(pos);
@@ -68,7 +74,8 @@ bool is_refused(Position* pos)
     return defect != nullptr;
 }
 
-// The table is printed in check as well: a player wants to see it at any time.
+// The table is printed in check as well: a player wants to see it at any time. The evaluation is
+// told that there is no check, and ply 1 keeps it off its caches, which do not hold the terms.
 static void print_evaluation(Dialogue* dialogue, bool with_weights)
 {
     SearchThread* game = dialogue->game;
@@ -79,6 +86,8 @@ static void print_evaluation(Dialogue* dialogue, bool with_weights)
     }
 }
 
+// The number is that of the move pair, as it stands in a score sheet. After moves taken back it is
+// the move before the board shown.
 static void show_last_move(Dialogue* dialogue)
 {
     const SearchThread* thread = dialogue->game;
@@ -90,6 +99,7 @@ static void show_last_move(Dialogue* dialogue)
     print_evaluation(dialogue, false);
 }
 
+// What a player sees after each change of the board: with "set debug 1" the judgement too.
 static void show_game(Dialogue* dialogue)
 {
     if (load(search_settings.debug_flag) != 0) {
@@ -113,7 +123,8 @@ static void show_weights(Dialogue* dialogue, Words*, const char*)
     print_evaluation(dialogue, true);
 }
 
-// The tables are never rebuilt under a running search, which has built them for itself.
+// The tables are never rebuilt under a running search, which reads them without a lock; it is shown
+// the ones it works with. Otherwise settings made since the last search must show at once.
 static void show_params(Dialogue* dialogue, Words*, const char*)
 {
     if (busy_workers() == 0) {
@@ -122,6 +133,8 @@ static void show_params(Dialogue* dialogue, Words*, const char*)
     print_search_params();
 }
 
+// Both books are asked, whether OwnBook is on or off and whatever their depths: the user wants to
+// know what is in them. An empty line closes each.
 static void show_book(Dialogue* dialogue, Words*, const char*)
 {
     const EngineOptions* options = &dialogue->engine_options;
@@ -133,7 +146,8 @@ static void show_book(Dialogue* dialogue, Words*, const char*)
     }
 }
 
-// What either side could win on the squares of the other's pieces.
+// What either side could win on the squares of the other's pieces, by captures on that square
+// alone, in centipawns.
 static void show_exchanges(Dialogue* dialogue, Words*, const char*)
 {
     const Position* pos = &dialogue->game->pos;
@@ -148,7 +162,8 @@ static void show_exchanges(Dialogue* dialogue, Words*, const char*)
 }
 
 // The line that the hash table holds from here, and the board at its end. The walk uses the part of
-// the undo stack that holds the moves taken back by the user, who may want them again.
+// the undo stack that holds the moves taken back by the user, who may want them again. Nothing here
+// waits for a search to end: the table may be read at any time.
 static void show_line(Dialogue* dialogue, Words*, const char*)
 {
     static_assert(game_limit + ply_count <= undo_size);
@@ -165,6 +180,7 @@ static void show_line(Dialogue* dialogue, Words*, const char*)
     i32 made = 0;
     // After moves taken back the ply can be any number, but a line has its place from ply 1 on.
     const i32 first = std::max<i32>(thread->ply, 1);
+    // Deeper in the game's own count there is no place left for a line; none is shown then.
     if (first <= max_search_ply) {
         extend_line_from_hash(pos, first, line);
         for (; line[first + made] != NoMove; ++made) {
@@ -185,6 +201,8 @@ static void show_line(Dialogue* dialogue, Words*, const char*)
 
 // ---- Searching
 
+// The older search has nothing to report: the user has asked for another answer. The new one is
+// only asked for; it starts on the main loop's next pass, with the limits that hold then.
 static void start_search()
 {
     store(stop_code, StopCode::Silent);
@@ -192,11 +210,15 @@ static void start_search()
     store(engine_state, EngineState::Start);
 }
 
+// With the limits as they stand, those of an earlier "go" too.
 static void move_now(Dialogue*, Words*, const char*)
 {
     start_search();
 }
 
+// A depth out of range, or none, is an analysis until the user ends it. The time is so long that
+// the clock never ends it, and contempt stays out. The table is cleared, so that the same analysis
+// gives the same lines again; "set hash 2" keeps what earlier ones have found.
 static void search_to_depth(Dialogue* dialogue, Words* words, const char*)
 {
     start_search();
@@ -210,6 +232,8 @@ static void search_to_depth(Dialogue* dialogue, Words* words, const char*)
     }
 }
 
+// Without the option Ponder: nobody thinks on the opponent's time here, and time that was reckoned
+// with it would be missing.
 static void play_itself(Dialogue* dialogue, Words*, const char*)
 {
     start_search();
@@ -218,24 +242,30 @@ static void play_itself(Dialogue* dialogue, Words*, const char*)
     dialogue->self_play = true;
 }
 
+// The main loop reports as soon as the workers have ended. While idle this says nothing. Where the
+// fifty-move rule has kept the workers asleep it brings the report that is still awaited.
 static void end_search_now(Dialogue*, Words*, const char*)
 {
     store(stop_code, StopCode::ReportGame);
 }
 
+// The result of a search that runs is dropped; main ends the workers.
 static void quit(Dialogue* dialogue, Words*, const char*)
 {
     store(stop_code, StopCode::Silent);
     dialogue->quit_flag = true;
 }
 
+// Plies down to which the search writes its moves to a file; 0 ends the writing.
 static void set_trace(Dialogue*, Words* words, const char*)
 {
     store(trace_level, read_i32(words->text[1]));
 }
 
-// Counts the leaves of the move tree. The state stays that of a search without a result, so that
-// nothing is reported.
+// Counts the leaves of the move tree, on this thread: the main loop stands still, and no command is
+// read, until it is done. The state stays that of a search without a result, so that nothing is
+// reported. The preparation sets the clock to zero and copies the game into the worker's record, on
+// which the count works.
 static void count_leaves(Dialogue* dialogue, Words* words, const char*)
 {
     end_search_silently();
@@ -260,6 +290,8 @@ static void count_leaves(Dialogue* dialogue, Words* words, const char*)
 
 // ---- The game
 
+// The running search is told to report, but not awaited: it works on a copy, and its lines may come
+// behind the board. Both clocks begin anew; the table stays, as what it holds is true of any game.
 static void start_new_game(Dialogue* dialogue, Words*, const char*)
 {
     Position* pos = &dialogue->game->pos;
@@ -270,6 +302,7 @@ static void start_new_game(Dialogue* dialogue, Words*, const char*)
     store(dialogue->limits.clock_left[Black], dialogue->limits.tc_seconds);
 }
 
+// The whole rest of the line is the position: its fields are separated by blanks.
 static void set_up_fen(Dialogue* dialogue, Words*, const char* line)
 {
     store(stop_code, StopCode::ReportGame);
@@ -277,7 +310,9 @@ static void set_up_fen(Dialogue* dialogue, Words*, const char* line)
     print_board(&dialogue->game->pos);
 }
 
-// The first line of the test file that holds an id, up to its line feed, or an empty text.
+// The first line of the test file that holds an id, up to its line feed, or an empty text. Lines
+// that begin with a blank or a semicolon are remarks. A line longer than the buffer is looked at in
+// pieces, each as a line of its own.
 static void find_test_line(const char* id, char* line)
 {
     char wanted[word_size + 16];
@@ -293,6 +328,8 @@ static void find_test_line(const char* id, char* line)
     line[found ? strcspn(line, "\n") : 0] = '\0';
 }
 
+// The table is cleared, so that a test is solved by the search and not by what it remembers; but
+// while a search runs the table is left alone.
 static void set_up_test(Dialogue* dialogue, Words* words, const char*)
 {
     store(stop_code, StopCode::ReportGame);
@@ -306,6 +343,7 @@ static void set_up_test(Dialogue* dialogue, Words* words, const char*)
     clear_hash_if_idle();
 }
 
+// The move stays in the record, behind the game's end, for "]" to repeat.
 static void take_back(Dialogue* dialogue, Words*, const char*)
 {
     store(stop_code, StopCode::ReportGame);
@@ -315,6 +353,7 @@ static void take_back(Dialogue* dialogue, Words*, const char*)
     }
 }
 
+// The number is taken before the move is made: it is that of the side that moves.
 static void repeat_move(Dialogue* dialogue, Words*, const char*)
 {
     store(stop_code, StopCode::ReportGame);
@@ -334,29 +373,37 @@ static void jump(Dialogue* dialogue, Words* words, const char*)
     jump_to_move(dialogue, read_i32(words->text[1]));
 }
 
+// Ends no search by itself: load_game does, once the file is open. A name that is wrong disturbs
+// nothing.
 static void load_from_file(Dialogue* dialogue, Words* words, const char*)
 {
     load_game(dialogue, words->text[1], words->text[2]);
 }
 
+// The game does not change, so a search goes on.
 static void save_to_file(Dialogue* dialogue, Words*, const char*)
 {
     save_game(dialogue);
 }
 
+// Waits for the user's lines; meanwhile the main loop rests and a search that is to report does so
+// after the editor's end.
 static void edit(Dialogue* dialogue, Words*, const char*)
 {
     store(stop_code, StopCode::ReportGame);
     edit_board(dialogue);
 }
 
+// Remembers the position for a comparison that no word makes today.
 static void tag_position(Dialogue* dialogue, Words*, const char*)
 {
     dialogue->tagged_key = dialogue->game->pos.key;
 }
 
 // Plays a move of the game. The engine does not answer by itself. A text that is empty without its
-// mark of a check is no move, though it fits the forms of a pawn's move that are empty too.
+// mark of a check is no move, though it fits the forms of a pawn's move that are empty too. A
+// search ends without a report: its root is no longer the board, and its line would begin with a
+// move for the wrong side. The text is the user's own spelling, with what reading it has added.
 static void play_text(Dialogue* dialogue, char* text)
 {
     Position* pos = &dialogue->game->pos;
@@ -384,6 +431,7 @@ static void play_second_word(Dialogue* dialogue, Words* words, const char*)
 
 // ---- The table
 
+// Compared as a whole, capitals apart from small letters. What stands here is never read as a move.
 static constexpr ConsoleWord console_words[] = {
     { "new", start_new_game },
     { "fen", set_up_fen },
@@ -425,6 +473,7 @@ static const ConsoleWord* find_word(std::span<const ConsoleWord> rows, std::stri
     return nullptr;
 }
 
+// The console's words come first: a tool cannot take one away.
 void console_command(Dialogue* dialogue, char* command)
 {
     command[strcspn(command, "\r\n")] = '\0';

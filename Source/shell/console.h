@@ -5,23 +5,29 @@
 
 #include "shell/dialogue.h"
 
-inline constexpr i32 most_words = 10; // of a line; what stands behind them is not looked at
-inline constexpr i32 word_size = 128; // a longer word is cut
+// Words of a line that are split off; what stands behind them is not looked at.
+inline constexpr i32 most_words = 10;
+// Characters of a word with its NUL; a longer one is cut. No command, key or move is near it, only
+// a path of a file may be.
+inline constexpr i32 word_size = 128;
 
 // A line split at blanks; words that are missing are empty texts.
 struct Words {
     char text[most_words][word_size + 4]; // reading a move may add a character
 };
 
-// A word of the dialogue and what it does. line is the whole line.
+// A word of the dialogue and what it does. line is the whole line. Words come in their order and
+// may be altered. A routine runs on the main thread and returns soon: the clock and the reports
+// wait for it.
 struct ConsoleWord {
     std::string_view word;
     void (*run)(Dialogue* dialogue, Words* words, const char* line);
 };
 
-// Whether the position of the game cannot be worked on; the user is told why.
+// Returns whether the position of the game cannot be worked on; the user is told why then.
 bool is_refused(Position* pos);
 
 // Executes one line of the dialogue. The text may be altered; what is neither a known word nor a
-// legal move does nothing.
+// legal move does nothing. With or without its line feed. Looks through the console's own words
+// first, then through those of the tools. Called on the main thread, in console mode alone.
 void console_command(Dialogue* dialogue, char* command);

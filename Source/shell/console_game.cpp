@@ -1,5 +1,7 @@
-// The game of the console as a whole. A game read from a file is played on the console's own
-// position move by move, so that its record is one that the board has allowed throughout.
+// The game of the console as a whole. The game is the undo stack of the dialogue's record: moves up
+// to undo_count are made, those behind it were taken back and wait to be repeated, up to the first
+// that is none. A game read from a file is played on the console's own position move by move, so
+// that its record is one that the board has allowed throughout.
 #include "shell/console_game.h"
 
 #include <algorithm>
@@ -20,6 +22,8 @@
 
 // ---- Walking through the game
 
+// The board may have been changed by other means since the move was taken back, so the move is
+// tried as one from outside would be.
 bool redo_move(Dialogue* dialogue)
 {
     const SearchThread* thread = dialogue->game;
@@ -34,6 +38,7 @@ bool redo_move(Dialogue* dialogue)
     return true;
 }
 
+// The moves stay in the record, where they can be repeated.
 static void go_to_start(Dialogue* dialogue)
 {
     while (dialogue->game->undo_count > 0) {
@@ -41,6 +46,8 @@ static void go_to_start(Dialogue* dialogue)
     }
 }
 
+// Moves are counted in pairs, as on a score sheet, from the start of the record: of a very long
+// game the oldest moves are gone, and the count begins where the record does.
 void jump_to_move(Dialogue* dialogue, i32 number)
 {
     const i32 plies = 2 * std::clamp(number, 1, game_limit) - 2;
@@ -51,10 +58,12 @@ void jump_to_move(Dialogue* dialogue, i32 number)
 
 // ---- Saving
 
+// In the current folder, with a fixed name: games are added at the end and none is ever replaced.
 static constexpr char saved_games[] = "tmp.pgn";
 static constexpr i32 moves_per_line = 11;
 
-// The moves are taken back and made again, since a move's text needs the position before it.
+// The moves are taken back and made again, since a move's text needs the position before it. The
+// position afterwards is the one before, so the game goes on where it stood.
 static void write_moves(Dialogue* dialogue, FILE* file)
 {
     Position* pos = &dialogue->game->pos;
@@ -69,14 +78,15 @@ static void write_moves(Dialogue* dialogue, FILE* file)
     }
 }
 
-// A game that does not fit on the disk is taken back as a whole: half of one would be taken for
-// the game.
+// A game that does not fit on the disk is taken back as a whole: half of one would be taken for the
+// game when it is loaded again. The length before it is kept for that.
 void save_game(Dialogue* dialogue)
 {
     FILE* file = open_regular_file(saved_games, true);
     if (file == nullptr) {
         return;
     }
+    // So that an error reported by closing is one of this writing.
     errno = 0;
     const off_t length = lseek(fileno(file), 0, SEEK_END);
     fputs("[Event \"Unknown\"]\n", file);
@@ -94,9 +104,12 @@ void save_game(Dialogue* dialogue)
 
 // ---- Loading
 
+// A line beyond its size is read in pieces, each of which loses its last character; moves beyond
+// the room for waiting ones are dropped.
 static constexpr i32 file_line_size = 1023;     // of a line or a piece of one, with its NUL
 static constexpr size_t game_text_size = 16384; // moves waiting for the end of a comment
 static constexpr i32 most_games = 1000;         // greater numbers are taken for the first
+// What some editors put before the first line; it would keep the first tag from being one.
 static constexpr char byte_order_mark[] = "\xef\xbb\xbf";
 
 // Where the reading of a file stands.
@@ -109,6 +122,8 @@ struct GameReader {
     char text[game_text_size]; // what stands outside comments and is not played yet
 };
 
+// A digit makes the tag a number, so no text that begins with one can be sought. Numbers count the
+// headers "[Event " from 1 on.
 static void choose_game(GameReader* reader, const char* tag)
 {
     reader->wanted = 1;
@@ -120,7 +135,9 @@ static void choose_game(GameReader* reader, const char* tag)
     }
 }
 
-// Whether a line belongs to the game that is wanted.
+// Whether a line belongs to the game that is wanted. Text is sought in headers and moves alike, and
+// the game in which it stands is known only then: lines of that game before it are lost, which
+// matters if it stands among the moves.
 static bool is_in_game(GameReader* reader, const char* line)
 {
     if (strstr(line, "[Event ") != nullptr) {
@@ -136,7 +153,8 @@ static bool is_in_game(GameReader* reader, const char* line)
     return reader->games == reader->wanted;
 }
 
-// The last character goes, whatever it is, and a carriage return before a line feed with it.
+// The last character goes, whatever it is, and a carriage return before a line feed with it. A last
+// line without a line feed loses a character: mostly the end of its result, which is not read.
 static void cut_line_end(char* line)
 {
     size_t length = strlen(line);
@@ -150,6 +168,8 @@ static void cut_line_end(char* line)
     line[length] = '\0';
 }
 
+// Moves are collected outside comments alone. Braces are counted, so that a comment may hold one of
+// its own; a closing one too many hides what follows, until an opening one makes up for it.
 static void add_text(GameReader* reader, const char* line)
 {
     for (; *line != '\0'; ++line) {
@@ -164,7 +184,9 @@ static void add_text(GameReader* reader, const char* line)
     reader->text[reader->used] = '\0';
 }
 
-// Plays a word from its first letter on; a word without one is a move number or a result.
+// Plays a word from its first letter on, since numbers may stand right before a move ("1.e4"); a
+// word without a letter is a move number or a result. A word that is no move ends the reading: what
+// follows it would be played from a wrong position.
 static bool play_word(Dialogue* dialogue, std::string_view word)
 {
     while (!word.empty() && !is_letter(word.front())) {
@@ -185,7 +207,8 @@ static bool play_word(Dialogue* dialogue, std::string_view word)
     return true;
 }
 
-// Plays what has been collected. Returns whether all of it could be read.
+// Plays what has been collected. Called only outside comments, so that a move broken by one is not
+// played in halves. Returns whether all of it could be read.
 static bool play_text(Dialogue* dialogue, GameReader* reader)
 {
     reader->used = 0;
@@ -198,7 +221,7 @@ static bool play_text(Dialogue* dialogue, GameReader* reader)
     return true;
 }
 
-// Returns whether the reading may go on.
+// Tags are left out, unless a comment goes on over them. Returns whether the reading may go on.
 static bool read_game_line(Dialogue* dialogue, GameReader* reader, char* line)
 {
     if (!is_in_game(reader, line) || (line[0] == '[' && reader->open_braces == 0)) {
@@ -209,6 +232,8 @@ static bool read_game_line(Dialogue* dialogue, GameReader* reader, char* line)
     return reader->open_braces != 0 || play_text(dialogue, reader);
 }
 
+// Reads to the end of the file, behind the game too: the headers there have other numbers, so
+// nothing of theirs is played.
 static void read_game(Dialogue* dialogue, FILE* file, const char* tag)
 {
     GameReader reader = {};
@@ -225,6 +250,9 @@ static void read_game(Dialogue* dialogue, FILE* file, const char* tag)
     }
 }
 
+// The clocks are set anew even if nothing was loaded; the game of a file that cannot be read is
+// left alone. A running search is told to report, and its lines may come among those of the
+// loading.
 void load_game(Dialogue* dialogue, const char* path, const char* tag)
 {
     print_line_format("loading %s, tag %s\n", path, tag);
@@ -235,6 +263,7 @@ void load_game(Dialogue* dialogue, const char* path, const char* tag)
         read_position(&thread->pos, start_position);
         read_game(dialogue, file, tag);
         fclose(file);
+        // Behind the last move there is nothing to repeat: not even what the older game left there.
         thread->undo[thread->undo_count].move = NoMove;
         print_board(&thread->pos);
     }
@@ -244,11 +273,13 @@ void load_game(Dialogue* dialogue, const char* path, const char* tag)
 
 // ---- The board editor
 
+// With line feed and NUL; a longer line goes on as another, whose first word must be a side.
 static constexpr i32 edit_line_size = 78;
 static constexpr size_t piece_text_length = 3;    // letter, file and rank
 static constexpr char edit_letters[] = " pnbrqk"; // by piece type
 static constexpr char lower_case_bit = 32;
 
+// The square is emptied first, so any letter that is no piece, such as x, takes a piece away.
 static void edit_square(Position* pos, i32 side, char letter, i32 square)
 {
     remove_piece(pos, square);
@@ -259,7 +290,8 @@ static void edit_square(Position* pos, i32 side, char letter, i32 square)
     }
 }
 
-// The pieces of one side, each a letter and a square. What names no square ends the line.
+// The pieces of one side, each a letter and a square. The side of the last such line is to move,
+// even of a line without pieces. What names no square ends the line.
 static void edit_pieces(Position* pos, const char* line)
 {
     const char* word = skip_blanks(line);
@@ -279,7 +311,9 @@ static void edit_pieces(Position* pos, const char* line)
     }
 }
 
-// What the board alone does not tell is made to fit it.
+// What the board alone does not tell is made to fit it: rights to castle without king and rook at
+// home go, the keys follow, and the game begins here. Without the first entries of the record there
+// is nothing to take back and nothing to repeat.
 static void complete_position(Position* pos)
 {
     drop_false_castling(pos);
@@ -300,6 +334,7 @@ void edit_board(Dialogue* dialogue)
     Position* pos = &dialogue->game->pos;
     char line[edit_line_size];
     while (read_input(line, sizeof line, true) != 0 && line[0] != '.') {
+        // The last character is the line feed; a line cut at its size loses one more.
         line[line[0] != '\0' ? strlen(line) - 1 : 0] = '\0';
         if (line[0] == '#') {
             clear_board(pos);

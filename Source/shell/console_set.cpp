@@ -1,4 +1,6 @@
-// The word "set" of the console: a key and its values. A setting holds from the next search on.
+// The word "set" of the console: a key and its values. Values are read as numbers, as far as they
+// go, and a missing one is 0. Settings of the next search do not disturb the one that runs; limits,
+// which it shares, act on it at once.
 #include "shell/console_set.h"
 
 #include <algorithm>
@@ -10,28 +12,34 @@
 #include "search/hash.h"
 #include "search/strength.h"
 
+// As the option MultiPV allows.
 static constexpr i32 most_lines = 255;
 static constexpr i32 lowest_depth = -128;    // what dialogue->limits.depth_limit can hold
 static constexpr i16 never_deep_enough = 99; // a rule that starts at this depth is off
 static constexpr size_t key_size = 32;       // with its NUL
 static constexpr f64 seconds_per_minute = 60.0;
 
+// 0 leaves the table alone, 1 uses it and clears it before each "go", 2 and above keep it between
+// them.
 static void set_hash_mode(Dialogue*, const Words* words)
 {
     store(hash.mode, read_i32(words->text[2]));
 }
 
+// Seconds before which a search shows no line; a fast search would flood a terminal.
 static void set_noise(Dialogue*, const Words* words)
 {
     store(noise, read_real(words->text[2]));
 }
 
+// Lines of a search, the best first.
 static void set_lines(Dialogue* dialogue, const Words* words)
 {
     dialogue->engine_options.multi_pv =
         static_cast<i16>(std::clamp(read_i32(words->text[2]), 1, most_lines));
 }
 
+// Any value but 0 shows the evaluation with every board.
 static void set_debug(Dialogue*, const Words* words)
 {
     store(search_settings.debug_flag, read_i32(words->text[2]));
@@ -45,6 +53,9 @@ static f64 read_time(const char* text)
     return colon == nullptr ? first : first * seconds_per_minute + read_i32(colon + 1);
 }
 
+// Moves per control, time, and seconds added per move; moves 0 for the whole game, 1 for a fixed
+// time. Both clocks begin anew, since what is left of an older control means nothing in this one.
+// Missing values are zero: the engine then moves at once.
 static void set_level(Dialogue* dialogue, const Words* words)
 {
     store(dialogue->limits.tc_moves, read_i32(words->text[2]));
@@ -57,12 +68,15 @@ static void set_level(Dialogue* dialogue, const Words* words)
         dialogue->limits.tc_increment);
 }
 
+// Plies; a value that the limit cannot hold becomes its nearest.
 static void set_depth(Dialogue* dialogue, const Words* words)
 {
     store(dialogue->limits.depth_limit,
         std::clamp(read_i32(words->text[2]), lowest_depth, deepest_limit));
 }
 
+// Nodes a second. The limit is one of strength, so it is switched on with its rate; the preparation
+// of the next search makes the rate anew from UCI_Elo, if that is set.
 static void set_node_rate(Dialogue* dialogue, const Words* words)
 {
     dialogue->engine_options.limit_strength = 1;
@@ -70,6 +84,9 @@ static void set_node_rate(Dialogue* dialogue, const Words* words)
     print_line_format("target_nps set to %.0f", load(strength.target_nps));
 }
 
+// "ss 1" goes back to the options as "uci" would announce them, all of them and not only those of
+// "ss". Else rules that begin at a depth are put behind all depths, and those that end at one
+// before all. The drop into quiescence and ProbCut stay.
 static void set_selective_search(Dialogue* dialogue, const Words* words)
 {
     if (read_i32(words->text[2]) == 1) {
@@ -89,7 +106,7 @@ struct SetKey {
     void (*set)(Dialogue* dialogue, const Words* words);
 };
 
-// One of these keys takes a longer one that contains it.
+// This key takes a longer one that contains it too.
 static constexpr std::string_view lines_key = "multipv";
 
 static constexpr SetKey set_keys[] = {
@@ -103,7 +120,8 @@ static constexpr SetKey set_keys[] = {
     { "ss", set_selective_search },
 };
 
-// Keys that write one number.
+// Keys that write one number. It is held to 16 bits and to no range, unlike an option's: this is
+// for trying out what a rule does.
 struct SetField {
     std::string_view key;
     i16 SearchParams::*param;   // a parameter of the search, or
@@ -121,6 +139,7 @@ static constexpr SetField set_fields[] = {
     { "ponder", nullptr, &EngineOptions::ponder },
 };
 
+// Exact, in capitals and small letters, but for the key of the lines.
 static bool is_key(std::string_view key, std::string_view text)
 {
     return text == key || (key == lines_key && text.find(key) != std::string_view::npos);
@@ -145,7 +164,7 @@ static void apply_setting(Dialogue* dialogue, const char* key, const Words* word
     }
 }
 
-// Even a key that is none lets the next search rebuild its tables.
+// Even a key that is none lets the next search rebuild its tables, and say so.
 void change_setting(Dialogue* dialogue, Words* words, const char*)
 {
     char key[key_size];

@@ -3,6 +3,7 @@
 
 #include "shell/console.h"
 
-// Changes the setting that the second word names to what the words behind it say. A key that is
-// none changes nothing, but the next search rebuilds its tables all the same.
+// Changes the setting that the second word names to what the words behind it say, and tells the
+// user of some. A key that is none changes nothing, but the next search rebuilds its tables all the
+// same.
 void change_setting(Dialogue* dialogue, Words* words, const char* line);

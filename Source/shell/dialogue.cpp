@@ -5,6 +5,8 @@
 #include "eval/evaluate.h"
 #include "search/threads.h"
 
+// What a user gets who sets nothing. Changing one of them changes what "uci" announces, and those
+// of the search and the scales change the nodes of every search.
 static constexpr EngineOptions default_options = {
     .params_changed = 1,
     .hash = 64,
@@ -75,6 +77,8 @@ void publish_options(const Dialogue* dialogue)
 {
     const EngineOptions* options = &dialogue->engine_options;
     set_logging(options->log != 0);
+    // A value that changed in the middle of a search would make its scores disagree with those that
+    // it has stored. The log alone may be switched at any time.
     if (busy_workers() != 0) {
         return;
     }

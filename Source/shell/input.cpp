@@ -1,6 +1,7 @@
-// Bytes of standard input on their way to whole lines. A chess program may send half a line and
-// the rest a second later; the clock must not stand still meanwhile, so nothing here waits unless
-// told to.
+// Bytes of standard input on their way to whole lines. A chess program may send half a line and the
+// rest a second later; the clock must not stand still meanwhile, so nothing here waits unless told
+// to. The state is global, as standard input is; the main thread alone reads it. What is buffered
+// always starts at the head, so that a line is one piece.
 #include "shell/input.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "base/clock.h"
 #include "base/text.h"
 
+// Bytes read at once; must hold the longest line with its end.
 static constexpr i32 buffer_size = 16384;
 static_assert(buffer_size > longest_input);
 
@@ -20,7 +22,9 @@ static i32 buffered; // bytes at the head of buffer
 static bool at_end;  // no more bytes will come
 static bool end_key; // a terminal's key for it was pressed: what is buffered is a line
 
-// Reads what has arrived, if there is room.
+// Reads what has arrived, if there is room. A terminal's end key and the end of a pipe both read as
+// nothing: a terminal that has not hung up can still give more. Errors that pass by (no input yet,
+// a signal) are no end; all others are, or the loop would spin on them.
 static void fill_buffer(bool wait)
 {
     if (at_end || buffered == buffer_size) {
@@ -42,7 +46,8 @@ static void fill_buffer(bool wait)
     }
 }
 
-// The length of the next line, at most limit, or 0 if it has not arrived as a whole.
+// The length of the next line, at most limit, or 0 if it has not arrived as a whole. A line of the
+// limit's length is complete without its end, since it is handed out in pieces.
 static i32 line_length(i32 limit)
 {
     const i32 looked_at = std::min(buffered, limit);
@@ -53,6 +58,8 @@ static i32 line_length(i32 limit)
     return looked_at == limit || at_end || end_key ? looked_at : 0;
 }
 
+// The system is asked only when no line is left in the buffer. A file of commands is thus read in
+// large pieces.
 i32 read_input(char* out, i32 size, bool wait)
 {
     const i32 limit = std::min(size - 1, longest_input);
@@ -75,6 +82,8 @@ i32 read_input(char* out, i32 size, bool wait)
     return length;
 }
 
+// Poll reports the end of input as readable for ever, so that a wait behind it would be none: the
+// time is slept then, or an abandoned process would take a whole processor.
 void wait_for_input(i32 microseconds)
 {
     if (line_length(longest_input) != 0) {

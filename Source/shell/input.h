@@ -5,6 +5,7 @@
 
 #include "board/types.h"
 
+// Characters of an input line with its line feed; the rest of a longer one is taken for another.
 inline constexpr i32 longest_input = 4999; // characters of an input line; the rest is another
 
 // Does what fgets would do with a buffer of size bytes (at most longest_input + 1), but returns at
@@ -18,7 +19,8 @@ i32 read_input(char* out, i32 size, bool wait);
 // After the end of input it only sleeps.
 void wait_for_input(i32 microseconds);
 
-// Whether the end of input has been reached and all of it was handed out.
+// Whether the end of input has been reached and all of it was handed out. A terminal's end key is
+// no such end.
 bool input_is_over();
 
 // Forgets all input that was read and starts anew (for tests, which change standard input).

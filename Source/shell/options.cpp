@@ -1,6 +1,7 @@
 // The user's options by name: one table with a row per option, in the order of announcement.
 // Whatever way a setting comes, from the dialogue or from the configuration file, it goes through
-// set_option, which keeps it inside its range and tells the user what it has become.
+// set_option, which keeps it inside its range and tells the user what it has become. A value is
+// never refused: a number out of range becomes the nearest, and what is no number becomes 0 first.
 #include "shell/options.h"
 
 #include <algorithm>
@@ -16,15 +17,19 @@
 #include "shell/input.h"
 #include "shell/startup.h"
 
+// Keeps every term in play and none far above the others.
 static constexpr i32 lowest_scale = 20; // per cent
 static constexpr i32 highest_scale = 200;
 static constexpr i32 name_size = 101; // a line's name and value, with their NUL
 static constexpr i32 value_size = 201;
 static constexpr i32 config_line_size = 255;
+// Characters with the line feed; no shorter one can hold a name, the sign and a value.
 static constexpr size_t shortest_config_line = 4;
 static constexpr i32 deepest_config_file = 8; // files that name each other end here
 static constexpr i32 most_config_files = 64;  // and here, if they do so on many lines
 
+// How an option is read and announced. The log is a check that opens a file, a scale a text of two
+// numbers.
 enum OptionKind { TextOption, SpinOption, CheckOption, ButtonOption, LogOption, ScaleOption };
 
 // One option. The field of its kind is set, number, text or scale; the ranges are a spin's.
@@ -41,8 +46,11 @@ struct OptionRow {
     void (*apply)(Dialogue* dialogue); // what the new value calls for, or null
 };
 
+// Announced as the greatest UCI_Elo: what this machine was measured at. A higher one may be set all
+// the same and then limits nothing.
 static constexpr i32 machine_elo = -1;
 
+// Rows by kind, so that a row names what differs and no field lands in another's place.
 static constexpr OptionRow text_row(const char* name, char (EngineOptions::*text)[file_option_size],
     void (*apply)(Dialogue*) = nullptr)
 {
@@ -65,12 +73,15 @@ static constexpr OptionRow scale_row(const char* name, WeightScale WeightScales:
     return { name, ScaleOption, nullptr, nullptr, scale, 0, 0, 0, 0, nullptr };
 }
 
+// The file may set this very option again and so name another; see load_config_file for the end.
 static void load_named_config(Dialogue* dialogue)
 {
     load_config_file(dialogue);
 }
 
-// A running search uses the table, so it ends first.
+// A running search uses the table, so it ends first, without a report. A size that stands already
+// costs nothing and keeps the table's content. Without the memory the old table is gone, and the
+// process cannot go on.
 static void resize_hash(Dialogue* dialogue)
 {
     if (dialogue->engine_options.hash == hash.megabytes) {
@@ -82,8 +93,9 @@ static void resize_hash(Dialogue* dialogue)
     }
 }
 
-// Ending the workers leaves a stop code of its own behind; the result of a search that is over
-// but not reported yet must not get lost by it.
+// Ending the workers leaves a stop code of its own behind; the result of a search that is over but
+// not reported yet must not get lost by it. 0 leaves no worker: a search then finds nothing and
+// answers when it is stopped.
 static void restart_workers(Dialogue* dialogue)
 {
     if (dialogue->engine_options.threads == num_threads) {
@@ -100,15 +112,20 @@ static void restart_workers(Dialogue* dialogue)
     store(stop_code, stop);
 }
 
+// The search reads the registered tables without a lock, so it ends first.
 static void find_tables(Dialogue* dialogue)
 {
     end_search_silently();
     register_tables(dialogue->engine_options.syzygy_path);
 }
 
+// The order is that of the announcement, which chess programs show as it comes. Ranges: megabytes
+// for Hash, milliseconds for MoveOverhead, plies for depths, centipawns for Contempt, per cent for
+// Variety, Selectivity and scales.
 static constexpr OptionRow option_rows[] = {
     text_row("ConfigFilePath", &EngineOptions::config_file_path, load_named_config),
     spin_row("Hash", &EngineOptions::hash, 0, 16384, resize_hash),
+    // Announced from 1, though 0 is taken.
     { "Threads", SpinOption, &EngineOptions::threads, nullptr, nullptr, 1, max_workers, 0,
         max_workers, restart_workers },
     check_row("Clear_Hash", ButtonOption, nullptr),
@@ -126,6 +143,7 @@ static constexpr OptionRow option_rows[] = {
     spin_row("MultiPV", &EngineOptions::multi_pv, 1, 255),
     spin_row("MoveOverhead", &EngineOptions::move_overhead, 0, 5000),
     check_row("UCI_LimitStrength", CheckOption, &EngineOptions::limit_strength),
+    // Its default is the machine's estimate as long as nothing has set it.
     { "UCI_Elo", SpinOption, &EngineOptions::elo, nullptr, nullptr, 1500, machine_elo, 1500, 3300,
         nullptr },
     spin_row("Contempt", &EngineOptions::contempt, -150, 150),
@@ -147,6 +165,7 @@ static constexpr OptionRow option_rows[] = {
 
 // ---- Setting
 
+// The answer shows the value kept, so a user sees that a number was out of range.
 static i32 set_spin_option(const char* name, const char* text, i32 lowest, i32 highest)
 {
     const i32 value = std::clamp(read_i32(text), lowest, highest);
@@ -160,12 +179,14 @@ static i16 scale_value(const char* text)
     return static_cast<i16>(std::clamp(read_i32(text), lowest_scale, highest_scale));
 }
 
+// A number that was left as it was may stem from code that did not keep the range.
 static i16 clamped_scale(i16 value)
 {
     return std::clamp(value, static_cast<i16>(lowest_scale), static_cast<i16>(highest_scale));
 }
 
-// Reads "first,second"; a part that is missing leaves its number as it was.
+// Reads "first,second": per cent of the middle game's and of the end game's weights. A part that is
+// missing leaves its number as it was.
 static void set_weight_pair(i16* field, const char* name, const char* text)
 {
     const char* comma = strchr(text, ',');
@@ -182,7 +203,8 @@ static void set_weight_pair(i16* field, const char* name, const char* text)
 }
 
 // Switches the log on or off. The file stays open when it is switched off, and a later switch on
-// goes on writing to it.
+// goes on writing to it: opening it anew would throw away what it holds. Where it cannot be opened
+// the option stays off.
 static void set_log(Dialogue* dialogue, bool on)
 {
     print_line_format("info string Log set to %d", on ? 1 : 0);
@@ -193,6 +215,8 @@ static void set_log(Dialogue* dialogue, bool on)
     }
 }
 
+// The value is published before the row's own routine runs, which may take long and may set other
+// options itself. A check is on if "true" stands anywhere in the value.
 static void set_row(Dialogue* dialogue, const OptionRow& row, const char* value)
 {
     const bool is_true = strstr(value, "true") != nullptr;
@@ -227,6 +251,7 @@ static void set_row(Dialogue* dialogue, const OptionRow& row, const char* value)
     }
 }
 
+// Names are compared as they are, capitals and small letters apart, without blanks behind them.
 void set_option(Dialogue* dialogue, const char* name, char* value)
 {
     for (const OptionRow& row : option_rows) {
@@ -239,6 +264,8 @@ void set_option(Dialogue* dialogue, const char* name, char* value)
 
 // ---- Announcing
 
+// An Elo that nobody has set gets the machine's estimate as its default, and keeps it until a
+// setting is made.
 static void announce_spin(Dialogue* dialogue, const OptionRow& row)
 {
     i32 highest = row.announced_max;
@@ -252,6 +279,8 @@ static void announce_spin(Dialogue* dialogue, const OptionRow& row)
         dialogue->saved_options.*row.number, row.announced_min, highest);
 }
 
+// The defaults are the settings as they stand, so a program that restores "defaults" gets what the
+// command line and the configuration file have set.
 void announce_options(Dialogue* dialogue)
 {
     for (const OptionRow& row : option_rows) {
@@ -282,7 +311,9 @@ void announce_options(Dialogue* dialogue)
 
 // ---- The configuration file
 
-// One line of the file, "name = value # comment"; line is changed.
+// One line of the file, "name = value # comment"; line is changed. The last character goes, as it
+// is the line feed; a last line without one loses a letter of its value. A line with blanks before
+// its name sets nothing.
 static void read_config_line(Dialogue* dialogue, char* line)
 {
     const size_t length = strlen(line);
@@ -308,6 +339,9 @@ static void read_config_line(Dialogue* dialogue, char* line)
     set_option(dialogue, name, value);
 }
 
+// The values count as defaults from here on, and the tables are rebuilt before the next search. A
+// file may name another, or itself: the counts end that, and begin anew with each file that is
+// named from outside.
 i32 load_config_file(Dialogue* dialogue)
 {
     static i32 open_files = 0;

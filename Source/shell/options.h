@@ -3,11 +3,17 @@
 
 #include "shell/dialogue.h"
 
-// Applies one setting and prints what was set. value may be altered. Unknown names do nothing.
+// Applies one setting and prints what was set. value may be altered. Unknown names do nothing. A
+// setting that needs a pause (Hash, Threads, SyzygyPath) ends a running search silently; others
+// hold from the next search on. Ends the process where memory or threads for it cannot be had. Main
+// thread.
 void set_option(Dialogue* dialogue, const char* name, char* value);
 
-// Prints the option lines of "uci" with the values of dialogue->saved_options.
+// Prints the option lines of "uci" with the values of dialogue->saved_options, and sets an Elo
+// there that nobody has set to this machine's estimate.
 void announce_options(Dialogue* dialogue);
 
-// Reads config_file_path line by line through set_option. Returns 1, or 0 if it cannot be opened.
+// Reads config_file_path line by line through set_option. Returns 1, or 0 if it cannot be opened,
+// is no regular file, or was named by too many others. What it set becomes the announced defaults.
+// Lines that set nothing are passed over.
 i32 load_config_file(Dialogue* dialogue);

@@ -1,6 +1,7 @@
 // What happens before every search: the strength limit, rebuilt tables, a clean record of the
 // search to come, and the time for the move. Runs on the main thread while no worker searches, so
-// it may write all that a search only reads.
+// it may write all that a search only reads. The clock starts first: what the preparation costs is
+// the mover's time.
 #include "shell/prepare_search.h"
 
 #include "base/output.h"
@@ -15,17 +16,23 @@
 #include "search/threads.h"
 
 static constexpr f64 seconds_per_millisecond = 0.001;
+// Ages tell the entries of different searches apart; they run from 1 on and around, 0 is a new
+// game's.
 static constexpr i32 oldest_hash_age = 15;
 static constexpr i32 first_score = -10000; // result_score before the first result
 static constexpr i32 fifty_moves = 100;    // half-moves; above it no search starts
 
-// Without a limit UCI_Elo stands at the machine's own estimate, and its rate is the target.
+// Without a limit UCI_Elo stands at the machine's own estimate, and its rate is the target: the
+// time for a move and the pruning tables look at both, limit or not.
 static void lift_strength_limit(EngineOptions* options)
 {
     options->elo = narrow_to_i16(strength.estimated_elo);
     store(strength.target_nps, strength.calibration_nps);
 }
 
+// An Elo that this machine does not reach is no limit: the option is switched off again, and the
+// user gets the full strength. An Elo that was never set leaves the rate as the command line set
+// it.
 static void apply_strength_limit(EngineOptions* options)
 {
     if (options->limit_strength == 0) {
@@ -40,7 +47,8 @@ static void apply_strength_limit(EngineOptions* options)
     }
 }
 
-// A best or ponder move of an earlier search must not be reported for this one.
+// A best or ponder move of an earlier search must not be reported for this one. The score is that
+// of a draw where the fifty moves are over, since no search will come to replace it.
 static void reset_result(const Position* pos)
 {
     const bool drawn = pos->cnt50 > fifty_moves;
@@ -58,6 +66,8 @@ static void reset_result(const Position* pos)
     store(search_result.single_reply, 0);
 }
 
+// Options that hold for one search are copied here: what the user changes meanwhile waits. A table
+// of no size is switched off, and stays so when it gets one, until "set hash 1".
 static void reset_search_state(Dialogue* dialogue)
 {
     store(stop_code, StopCode::None);
@@ -82,6 +92,8 @@ void rebuild_search_tables(const Dialogue* dialogue)
     set_search_params(&options->search, options->selectivity, options->elo);
 }
 
+// The caches of all records go, the game's among them, before any weight changes: a cached score of
+// the old weights would be taken for one of the new.
 void rebuild_weights(const Dialogue* dialogue)
 {
     for (const Shared<SearchThread*>& worker : workers) {
@@ -94,6 +106,7 @@ void rebuild_weights(const Dialogue* dialogue)
     init_eval_params(0, &dialogue->engine_options.scales);
 }
 
+// Told to the user, since it costs some milliseconds of the move's time.
 static void rebuild_tables(Dialogue* dialogue)
 {
     print_line("info string setting search and eval params...");
@@ -102,6 +115,8 @@ static void rebuild_tables(Dialogue* dialogue)
     dialogue->engine_options.params_changed = 0;
 }
 
+// In UCI mode for the log alone, where a developer reads how the time was spent; a chess program
+// shows its own clocks. At the console for the player.
 static void report_allotment(const Dialogue* dialogue)
 {
     const Position* pos = &dialogue->game->pos;
@@ -120,6 +135,9 @@ static void report_allotment(const Dialogue* dialogue)
     }
 }
 
+// The order matters: the clock starts before all else, the strength limit comes before the tables
+// that are made from it, and the time for the move comes last, as it looks at the Elo. A control of
+// several moves is counted from the game at the console; a chess program tells the moves to go.
 void prepare_search(Dialogue* dialogue)
 {
     const EngineOptions* options = &dialogue->engine_options;

@@ -1,4 +1,5 @@
-// Calibration: the node rate of this machine, by which a wanted Elo becomes a node rate.
+// Calibration: the node rate of this machine, by which a wanted Elo becomes a node rate. Below it,
+// calls of lower floors with what the user is told of them.
 #include "shell/startup.h"
 
 #include "base/output.h"
@@ -13,12 +14,14 @@
 #include "search/threads.h"
 #include "shell/board_text.h"
 
+// Long enough for a figure steady to some per cent, short enough for a chess program that waits for
+// the first answer.
 static constexpr f64 calibration_seconds = 0.3;
 static constexpr f64 search_speed_factor = 1.17; // a search's nodes for one of calibration
 static constexpr f64 least_seconds = 0.001;      // keeps the division away from zero
 static constexpr i32 moves_per_node = 10;
 
-// Ply 1 as a root: an open window, and nothing known yet.
+// Ply 1 as a root: an open window, and nothing known yet. The place of its move list stays.
 static void init_root_ply(SearchThread* thread)
 {
     PlyRecord* ply_rec = &thread->ply_rec[1];
@@ -33,7 +36,8 @@ static void init_root_ply(SearchThread* thread)
 }
 
 // What a node of the search costs without its children: one evaluation, one generation, and some
-// moves made and taken back.
+// moves made and taken back. No search is run, as its nodes would hang on tables that are not built
+// yet.
 static void visit_calibration_node(SearchThread* thread)
 {
     Position* pos = &thread->pos;
@@ -56,6 +60,7 @@ static void visit_calibration_node(SearchThread* thread)
     }
 }
 
+// On the record of worker 0, so that the caches and lists measured are those of a search.
 void calibrate(Dialogue* dialogue)
 {
     read_position(&dialogue->game->pos, start_position);
@@ -77,6 +82,7 @@ void calibrate(Dialogue* dialogue)
         strength.calibration_nps);
 }
 
+// The line comes only with the memory.
 bool make_hash_table(i32 megabytes)
 {
     if (!alloc_hash(megabytes)) {

@@ -1,6 +1,7 @@
 // The main thread's life between start-up and tear-down. It never searches: once a millisecond, or
 // as soon as input arrives, it looks at the clock, takes at most one command, starts a search that
-// is due and reports one that has ended. So a time-out waits a millisecond at most.
+// is due and reports one that has ended. So a time-out waits a millisecond at most. The state of
+// the engine moves here alone from asked for to running to idle; commands only ask.
 #include "shell/think_loop.h"
 
 #include <cmath>
@@ -25,21 +26,30 @@
 #include "shell/uci.h"
 
 static constexpr i32 pass_microseconds = 1000;
+// Input ends a wait at once, so this only bounds how often an idle process wakes up.
 static constexpr i32 waiting_pass_microseconds = 50000; // only a command can change anything
 static constexpr i32 last_searched_cnt50 = 100;         // half-moves; above it no search starts
+// The growth is taken over four iterations, since odd and even depths grow unlike; before the sixth
+// there are too few nodes to say anything.
 static constexpr i32 branching_depths = 4;
 static constexpr i32 least_branching_depth = 6;
+// Closes a pending command. A sender may put several commands on one line with it.
 static constexpr char line_mark = '@';
+// What is shown where nothing can be measured.
 static constexpr f64 unknown_branching = 2.0;
 static constexpr f64 thousands = 0.001;     // of a count
 static constexpr f64 least_seconds = 0.001; // keeps a division away from zero
 
+// By the game's side to move: where the board changes in the middle of a search, the clock that is
+// looked at changes with it.
 void tick_clock(Dialogue* dialogue)
 {
     store(search_clock.clock_side, dialogue->game->pos.stm);
     check_time();
 }
 
+// Also shown by the test of positions: a change of the search that prunes more lowers it before it
+// shows in a result.
 f64 effective_branching()
 {
     const i32 depth = search_result.last_iter_depth;
@@ -54,8 +64,10 @@ f64 effective_branching()
 
 // ---- Input
 
-// Moves one line of input to the pending ones, as long as there is room for the longest.
-// What follows a NUL or a carriage return in a line is lost; empty lines are not kept.
+// Moves one line of input to the pending ones, as long as there is room for the longest. What
+// follows a NUL or a carriage return in a line is lost; empty lines are not kept. The rest stays
+// with the system, whose pipe holds the sender up until there is room. A line of which the end has
+// not arrived waits where it is.
 static void append_input(char* pending_input)
 {
     const size_t used = strlen(pending_input);
@@ -91,6 +103,9 @@ static bool take_command(char* pending_input, char* out)
     return complete;
 }
 
+// One command a pass, the others wait for theirs: "go" only asks for a search, which must have
+// started before a "stop" that came with it can end it, and the clock is looked at between two of
+// them. Of UCI's words the console knows "uci" alone; that one changes the dialogue.
 void poll_input(Dialogue* dialogue)
 {
     append_input(dialogue->pending_input);
@@ -108,6 +123,7 @@ void poll_input(Dialogue* dialogue)
 // ---- Starting a search
 
 // The move that one book chooses, or 0; the user is shown what it knows.
+// The variety, 0 to 100, is how much a rare move may be chosen.
 static Move ask_book(Position* pos, const char* file_name, i32 variety)
 {
     BookChoice choice;
@@ -116,7 +132,9 @@ static Move ask_book(Position* pos, const char* file_name, i32 variety)
     return choice.move;
 }
 
-// A move of the books that does not draw at once, or 0.
+// A move of the books that does not draw at once, or 0. A pondering search asks no book: its answer
+// must wait for the opponent, who may not play the move expected. The second book is for positions
+// that the first one does not hold; depths are plies of the game.
 static Move book_move(Dialogue* dialogue)
 {
     const EngineOptions* options = &dialogue->engine_options;
@@ -138,13 +156,16 @@ static Move book_move(Dialogue* dialogue)
     Move* redo = &dialogue->game->undo[dialogue->game->undo_count].move;
     const Move taken_back = *redo;
     make_move(pos, move);
+    // A book knows nothing of the game so far: its move may repeat the position for the third time,
+    // which a search could know better.
     const bool draws = is_draw_by_rule(pos, 0);
     unmake_move(pos);
     *redo = taken_back;
     return draws ? static_cast<Move>(NoMove) : move;
 }
 
-// Makes a book move the result of a search that need not run.
+// Makes a book move the result of a search that need not run. It is reported on this pass, as a
+// search's would be; older parts of a result have been reset, so no move to ponder on goes with it.
 static void publish_book_move(Move move)
 {
     print_line_format("%s book move is %s%s", load(uci_mode) == UciMode ? "info string" : "",
@@ -154,7 +175,8 @@ static void publish_book_move(Move move)
     search_result.result_pv[1] = move;
 }
 
-// A position that cannot be searched is answered at once.
+// A position that cannot be searched is answered at once: a chess program that waits for a
+// "bestmove" would wait for ever.
 static void refuse_search(Dialogue* dialogue, const char* reason)
 {
     if (load(uci_mode) == UciMode) {
@@ -167,6 +189,8 @@ static void refuse_search(Dialogue* dialogue, const char* reason)
     store(engine_state, EngineState::Idle);
 }
 
+// The workers sleep through a game whose fifty moves are over. The result is the draw that the
+// preparation has set, and it is reported when somebody asks for the end of the search.
 static void start_search(Dialogue* dialogue)
 {
     const char* defect = position_defect(&dialogue->game->pos);
@@ -189,6 +213,7 @@ static void start_search(Dialogue* dialogue)
 // ---- Reporting a result
 
 // Hits of a table in per cent of what was asked of it. The one keeps an empty count from dividing.
+// With large counts the one does not show.
 static f64 hit_rate(u64 hits, u64 probes)
 {
     return 100.0 * static_cast<f64>(hits) / (static_cast<f64>(probes) + 1.0);
@@ -203,6 +228,7 @@ static void print_statistics(Move best_move)
     print_line_format("move= %s, time= %0.3f, score= %d, nodes= %0.0f, nps= %0.0fK ebf= %0.2f",
         move_text_or_null(best_move, text), seconds, load(search_result.result_score), nodes,
         thousands * nodes / (seconds + least_seconds), effective_branching());
+    // Only now: a sample of the table costs time that a search would not want to spend.
     estimate_hash_fill();
     const u64* nodes_of = search_totals.counters;
     const u64* evals_of = search_totals.eval_counters;
@@ -212,6 +238,7 @@ static void print_statistics(Move best_move)
         hit_rate(evals_of[CountPawnHits], evals_of[CountPawnProbes]),
         hit_rate(evals_of[CountEvalHits], evals_of[CountEvals]),
         static_cast<f64>(nodes_of[CountTbHits]) * thousands);
+    // A developer's own counts, shown when there are any.
     const i32* counts = search_totals.debug_counters;
     if (counts[0] + counts[1] + counts[2] + counts[3] != 0) {
         print_line_format("ncnt1= %d, ncnt2= %d, ncnt3= %d, ncnt4= %d", counts[0], counts[1],
@@ -220,6 +247,8 @@ static void print_statistics(Move best_move)
     print_line("");
 }
 
+// Without a move the word is "null": the side to move is mated or stalemated, or nothing was
+// searched.
 static void print_best_move(Move best_move, Move ponder_move)
 {
     char best_text[8];
@@ -234,7 +263,8 @@ static void print_best_move(Move best_move, Move ponder_move)
 }
 
 // The engine plays both sides: charges the clock, makes the move and asks for the next one. The
-// user may have changed the board meanwhile: where the move is none, the playing ends.
+// increment is added before the next move, as a chess clock does. The user may have changed the
+// board meanwhile: where the move is none, the playing ends.
 static void continue_self_play(Dialogue* dialogue, Move best_move)
 {
     if (!dialogue->self_play) {
@@ -252,6 +282,8 @@ static void continue_self_play(Dialogue* dialogue, Move best_move)
     store(engine_state, EngineState::Start);
 }
 
+// The result is the last one that worker 0 published, whole, however its search ended. The state is
+// idle before self-play asks for the next search, since a state asked for is what starts it.
 static void report_result(Dialogue* dialogue)
 {
     const Move best_move = search_result.result_pv[1];
@@ -268,6 +300,8 @@ static void report_result(Dialogue* dialogue)
     continue_self_play(dialogue, best_move);
 }
 
+// A silent end is none of these. A search that ended by itself while pondering waits here until the
+// opponent has moved: the state then turns to thinking.
 static bool result_is_due()
 {
     const StopCode stop = load(stop_code);
@@ -277,6 +311,7 @@ static bool result_is_due()
 
 // ---- The loop
 
+// Asked for and not yet started; at most one pass long.
 static bool search_is_due()
 {
     const EngineState state = load(engine_state);
@@ -292,6 +327,8 @@ static bool is_waiting(const Dialogue* dialogue)
         && dialogue->pending_input[0] == '\0';
 }
 
+// A search that is due goes before the next command, so that each command finds the state that the
+// ones before it have asked for. Behind "quit" nothing is reported.
 static void run_pass(Dialogue* dialogue)
 {
     wait_for_input(is_waiting(dialogue) ? waiting_pass_microseconds : pass_microseconds);
@@ -309,6 +346,7 @@ static void run_pass(Dialogue* dialogue)
     }
 }
 
+// At a terminal the board is the prompt; a chess program expects silence until it speaks.
 void think_loop(Dialogue* dialogue)
 {
     read_position(&dialogue->game->pos, start_position);

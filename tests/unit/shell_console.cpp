@@ -561,7 +561,7 @@ TEST_F(ConsoleTest, GetClearsTheTable)
 TEST_F(ConsoleTest, EverySettingAsksForARebuild)
 {
     for (const char* line : { "set nosuchkey 1", "set", "set hash 1", "set level 1 5 0", "set ss 1",
-             "set multipv 2", "set pruning.LMR_depth 3" }) {
+             "set multipv 2", "set LMR_depth 3" }) {
         dialogue.engine_options.params_changed = 0;
         say(line);
         EXPECT_EQ(dialogue.engine_options.params_changed, 1) << line;

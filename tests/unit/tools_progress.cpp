@@ -50,7 +50,7 @@ struct ProgressTest : ToolTest {
 TEST_F(ProgressTest, IsShownOnATerminalAndTakenAwayBeforeMessages)
 {
     const std::string shown = shown_on_terminal(show_second_item);
-    const std::string head = "\ritem 2 of 3, 0 s search_clock.elapsed, end expected at ";
+    const std::string head = "\ritem 2 of 3, 0 s elapsed, end expected at ";
     EXPECT_EQ(shown.substr(0, head.size()), head);
     const std::string tail = "\x1b[K\r\r\x1b[Kitems.txt:1: refused\r\n";
     ASSERT_GT(shown.size(), tail.size());
