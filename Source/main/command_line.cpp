@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "base/files.h"
 #include "base/output.h"
@@ -16,7 +17,7 @@
 #include "tools/trainer/trainer.h"
 
 // Written with a digit behind it, which is the form: see is_option.
-static constexpr char scan_option[] = "-scan_pgn";
+static constexpr std::string_view scan_option = "-scan_pgn";
 // Seconds that no search by depth or by nodes will take.
 static constexpr f64 depth_limited_seconds = 10000.0;
 static constexpr f64 node_limited_seconds = 1000.0;
@@ -215,7 +216,7 @@ static void refuse_tune(CommandLine* line, const char*)
 
 // A row of the table. Several rows may match an argument: each of them applies.
 struct CommandLineOption {
-    const char* name;
+    std::string_view name;
     bool takes_value;
     void (*apply)(
         CommandLine* line, const char* value); // value is the option itself if it takes none
@@ -253,18 +254,18 @@ static constexpr CommandLineOption command_line_options[] = {
 // Whether text is this option. The scanner's is looked for anywhere in the text; its four exact
 // forms choose the mode too, any other leaves the mode as it is, so that its file is taken and
 // nothing scanned.
-static bool is_option(CommandLine* line, const CommandLineOption& option, const char* text)
+static bool is_option(CommandLine* line, const CommandLineOption& option, std::string_view text)
 {
     if (option.name != scan_option) {
-        return strcmp(text, option.name) == 0;
+        return text == option.name;
     }
-    if (strstr(text, scan_option) == nullptr) {
+    if (text.find(scan_option) == std::string_view::npos) {
         return false;
     }
-    const char* form = text + strlen(scan_option);
-    if (strncmp(text, scan_option, strlen(scan_option)) == 0 && form[0] >= '1' && form[0] <= '4'
-        && form[1] == '\0') {
-        line->mode = static_cast<RunMode>(ModeScanPgn1 + (form[0] - '1'));
+    const char form = text.back();
+    if (text.starts_with(scan_option) && text.size() == scan_option.size() + 1 && form >= '1'
+        && form <= '4') {
+        line->mode = static_cast<RunMode>(ModeScanPgn1 + (form - '1'));
     }
     return true;
 }

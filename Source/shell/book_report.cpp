@@ -3,21 +3,22 @@
 #include "shell/book_report.h"
 
 #include <cstring>
+#include <span>
 
 #include "base/output.h"
 #include "base/text.h"
 
 static constexpr size_t report_size = 1024; // holds a word of five letters for every entry
 
-static void report_uci(const BookEntry* entries, i32 count)
+static void report_uci(std::span<const BookEntry> entries)
 {
     char text[report_size] = "info string ( book moves are: ";
     size_t length = strlen(text);
-    for (i32 i = 0; i < count; ++i) {
-        if (entries[i].weight == 0) {
+    for (const BookEntry& entry : entries) {
+        if (entry.weight == 0) {
             continue;
         }
-        write_book_move(entries[i].move, text + length);
+        write_book_move(entry.move, text + length);
         length += 4;
         text[length++] = ' ';
     }
@@ -26,13 +27,13 @@ static void report_uci(const BookEntry* entries, i32 count)
 }
 
 // Shares of the book's own weights, and of those that the option of variety has made of them.
-static void report_console(const BookEntry* entries, i32 count, const u16* adjusted, u32 sum)
+static void report_console(std::span<const BookEntry> entries, const u16* adjusted, u32 sum)
 {
     i32 total = 0;
-    for (i32 i = 0; i < count; ++i) {
-        total += entries[i].weight;
+    for (const BookEntry& entry : entries) {
+        total += entry.weight;
     }
-    for (i32 i = 0; i < count; ++i) {
+    for (size_t i = 0; i < entries.size(); ++i) {
         const i32 weight = entries[i].weight;
         if (weight == 0) {
             continue;
@@ -50,10 +51,11 @@ void report_book_choice(const BookChoice* choice)
     if (choice->count == 0) {
         return;
     }
+    const std::span entries(choice->entries, static_cast<size_t>(choice->count));
     if (load(uci_mode) == UciMode) {
-        report_uci(choice->entries, choice->count);
+        report_uci(entries);
     } else if (load(noise) < silent_noise) {
-        report_console(choice->entries, choice->count, choice->adjusted, choice->sum);
+        report_console(entries, choice->adjusted, choice->sum);
         print_line_format("selecting %s%s", square_name[from_square(choice->move)],
             square_name[to_square(choice->move)]);
     }

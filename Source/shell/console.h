@@ -25,7 +25,7 @@ struct ConsoleWord {
 };
 
 // Returns whether the position of the game cannot be worked on; the user is told why then.
-bool is_refused(Position* pos);
+[[nodiscard]] bool is_refused(Position* pos);
 
 // Executes one line of the dialogue. The text may be altered; what is neither a known word nor a
 // legal move does nothing. With or without its line feed. Looks through the console's own words

@@ -21,7 +21,7 @@ void wait_for_input(i32 microseconds);
 
 // Whether the end of input has been reached and all of it was handed out. A terminal's end key is
 // no such end.
-bool input_is_over();
+[[nodiscard]] bool input_is_over();
 
 // Forgets all input that was read and starts anew (for tests, which change standard input).
 void reset_input();

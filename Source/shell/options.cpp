@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "base/files.h"
 #include "base/output.h"
@@ -255,7 +256,7 @@ static void set_row(Dialogue* dialogue, const OptionRow& row, const char* value)
 void set_option(Dialogue* dialogue, const char* name, char* value)
 {
     for (const OptionRow& row : option_rows) {
-        if (strcmp(name, row.name) == 0) {
+        if (std::string_view(name) == row.name) {
             set_row(dialogue, row, value);
             return;
         }

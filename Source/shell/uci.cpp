@@ -36,6 +36,7 @@ static constexpr f64 new_game_seconds = 60.0;
 // control of several moves from a fixed time (1) and from sudden death (0).
 static constexpr i32 moves_per_control = 40;
 static constexpr i32 node_spread = 40; // thousandths of a node limit, either way
+static constexpr i32 thousandths = 1000;
 static constexpr f64 seconds_per_millisecond = 0.001;
 static constexpr i32 yields_before_sleep = 1000;
 static constexpr i32 short_sleep_microseconds = 50;
@@ -273,7 +274,7 @@ static void read_nodes(Dialogue* dialogue, const char* value)
     dialogue->limits.tc_seconds = unlimited_seconds;
     const u32 nodes = static_cast<u32>(read_i32(value));
     const u32 permille = static_cast<u32>(node_spread - rand() % (2 * node_spread));
-    const i32 change = static_cast<i32>(permille * nodes) / 1000;
+    const i32 change = static_cast<i32>(permille * nodes) / thousandths;
     dialogue->limits.node_limit_total = static_cast<i32>(nodes + static_cast<u32>(change));
 }
 

@@ -23,7 +23,7 @@ void write_tune_reports(const TrainedWeight* weights, const i64* counts);
 
 // Whether the reports could be written now and would not replace the input. Returns false after a
 // message and with exit_status 1. Leaves no file behind.
-bool reports_can_be_written(const ToolInput* input);
+[[nodiscard]] bool reports_can_be_written(const ToolInput* input);
 
 // What vesk-tune is asked for. Names of weights to train go to tune_names; without any all are
 // trained. Written while the command line is read, read by the training.
@@ -44,7 +44,7 @@ extern TuneOptions tune_options;
 // -tune with its file and all names behind it. Returns how many arguments were taken, 0 if the
 // first is not the tuner's, or -1 after telling standard error what is wrong. Changes tune_options
 // and tune_names at once, so what stands before an error has been applied.
-i32 take_tune_arguments(char* const* arguments, i32 count);
+[[nodiscard]] i32 take_tune_arguments(char* const* arguments, i32 count);
 
 // Trains the weights as tune_options say and writes the weights file and the reports. Sets
 // exit_status to 1 if input was refused or something could not be written. Main thread; no worker

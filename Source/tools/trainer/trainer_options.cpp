@@ -3,7 +3,7 @@
 // hours.
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string_view>
 
 #include "base/output.h"
 #include "base/text.h"
@@ -93,21 +93,21 @@ static i32 take_file_and_names(char* const* arguments, i32 count)
 // Words of the engine itself are left to it.
 i32 take_tune_arguments(char* const* arguments, i32 count)
 {
-    const char* name = arguments[0];
-    if (strcmp(name, "-tune") == 0) {
+    const std::string_view name = arguments[0];
+    if (name == "-tune") {
         return take_file_and_names(arguments, count);
     }
-    if (strcmp(name, "-tune-resume") == 0) {
+    if (name == "-tune-resume") {
         tune_options.resume = true;
         return 1;
     }
     for (const TuneNumber& option : tune_numbers) {
-        if (strcmp(name, option.name) == 0) {
+        if (name == option.name) {
             return take_number(option, count > 1 ? arguments[1] : nullptr);
         }
     }
-    if (strncmp(name, "-tune-", 6) == 0) {
-        fprintf(stderr, "there is no option %s\n", name);
+    if (name.starts_with("-tune-")) {
+        fprintf(stderr, "there is no option %s\n", arguments[0]);
         return refused;
     }
     return 0;

@@ -63,7 +63,7 @@ struct TrainingData {
 // are refused, and keeps the positions if they fit. on_progress is called now and then and may ask
 // for the end by returning false. Returns false, with exit_status 1 and a message, if there is
 // nothing to train on; the data must be freed in any case.
-bool load_training_data(
+[[nodiscard]] bool load_training_data(
     TrainingData* data, const char* path, bool (*on_progress)(TrainingData* data));
 
 // Begins a sweep over one part, at its first batch, whatever became of an earlier one.
@@ -71,7 +71,7 @@ void start_sweep(TrainingData* data, Part part);
 
 // The chunks of the next batch, at most batch_chunks of them; count gets how many. They stand until
 // the next call. Null at the end, and where the memory was lacking, which out_of_memory tells.
-Chunk* next_batch(TrainingData* data, i32* count);
+[[nodiscard]] Chunk* next_batch(TrainingData* data, i32* count);
 
 // Gives back all but the gatherers, and closes the file. data may be one that was never loaded, all
 // zero.
