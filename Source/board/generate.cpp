@@ -7,8 +7,6 @@
 #include "board/moves.h"
 #include "board/tables.h"
 
-static constexpr u64 file_a = 0x0101010101010101ULL;
-static constexpr u64 file_h = 0x8080808080808080ULL;
 static constexpr u64 inner_ranks = 0x00ffffffffffff00ULL; // ranks 2 to 7
 
 // The rank where double steps end, and the pawns that may promote, by side.

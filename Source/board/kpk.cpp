@@ -12,7 +12,7 @@ u8 kpk_table[2][32][64][64];
 enum : u8 {
     KpkImpossible = 0,
     KpkNotWon = 1,
-    KpkWon = 2,
+    KpkWon = kpk_win,
     KpkUnknown = 4,
 };
 

@@ -15,8 +15,6 @@ static constexpr Step knight_steps[8] = { { 1, 2 }, { 2, 1 }, { 2, -1 }, { 1, -2
 static constexpr Step king_steps[8] = { { 0, 1 }, { 1, 1 }, { 1, 0 }, { 1, -1 }, { 0, -1 },
     { -1, -1 }, { -1, 0 }, { -1, 1 } };
 
-static constexpr u64 file_a = 0x0101010101010101ULL;
-
 // Keys with fewer set bits than this are not used: they would mix badly.
 static constexpr i32 min_key_bits = 24;
 

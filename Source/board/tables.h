@@ -57,6 +57,7 @@ inline constexpr const auto& map_mirror_rank = board_tables.map_mirror_rank;
 // the compiler would take minutes for it.
 // [lone side to move][file + 4 * rank of the pawn, files a to d][pawn side's king][lone king]
 extern u8 kpk_table[2][32][64][64];
+inline constexpr u8 kpk_win = 2; // the pawn side wins; any other value is no win
 void init_kpk();
 
 // Attack sets including the first blocker in each direction, whatever its colour: of each ray the

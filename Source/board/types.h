@@ -101,6 +101,12 @@ enum CastleRight : u8 {
 };
 
 // The set of one square, which must be on the board.
+// Sets of squares that have a name.
+inline constexpr u64 file_a = 0x0101010101010101ULL;
+inline constexpr u64 file_h = 0x8080808080808080ULL;
+inline constexpr u64 light_squares = 0x55aa55aa55aa55aaULL;
+inline constexpr u64 dark_squares = ~light_squares;
+
 inline constexpr u64 bit(i32 square)
 {
     return 1ULL << square;

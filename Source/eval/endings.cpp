@@ -105,7 +105,6 @@ static i32 last_rank_corner(i32 side)
 }
 
 // The value of a won entry of kpk_table.
-static constexpr u8 kpk_won = 2;
 
 // Whether the pawn's side wins, by the table of all such positions, which knows white pawns on
 // files a to d: a black pawn's board is turned round, one on the other wing mirrored.
@@ -119,7 +118,7 @@ static bool is_won_pawn_ending(const Position* pos, i32 strong, i32 side, i32 pa
     const i32 pawn_index = file_of(pawn_square) + 4 * rank_of(pawn_square);
     const i32 king = pos->king_sq[strong] ^ flip;
     const i32 lone_king = pos->king_sq[strong ^ 1] ^ flip;
-    return kpk_table[side == strong ? 0 : 1][pawn_index][king][lone_king] == kpk_won;
+    return kpk_table[side == strong ? 0 : 1][pawn_index][king][lone_king] == kpk_win;
 }
 
 // Won or not, the pawn is to go on and the kings to its goal: one step of a king is a centipawn,

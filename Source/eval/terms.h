@@ -8,11 +8,6 @@
 #include "eval/term_notes.h"
 #include "eval/weights.h"
 
-inline constexpr u64 file_a = 0x0101010101010101ULL;
-inline constexpr u64 file_h = 0x8080808080808080ULL;
-inline constexpr u64 light_squares = 0x55aa55aa55aa55aaULL;
-inline constexpr u64 dark_squares = ~light_squares;
-
 // The last file of the queen's wing, files a to d; the king's wing is e to h.
 inline constexpr i32 queen_wing_last = 3;
 

@@ -31,7 +31,7 @@ inline constexpr i32 score_eg(i32 word)
 enum Weight : i32 {
 #define WEIGHT(name, mg, eg, base_mg, base_eg) name,
 #define RANK_WEIGHT(name, rank, mg, eg, base_eg) name##_##rank,
-#define WEIGHT_TABLE(name) name, name##_last = name + 63,
+#define WEIGHT_TABLE(name) name, name##_last = (name) + 63,
 #include "eval/weights.def"
 #undef WEIGHT
 #undef RANK_WEIGHT

@@ -14,7 +14,7 @@
 #include "base/text.h"
 #include "search/strength.h"
 #include "search/threads.h"
-#include "tools/trainer/trainer.h"
+#include "tools/trainer/trainer_options.h"
 
 // Written with a digit behind it, which is the form: see is_option.
 static constexpr std::string_view scan_option = "-scan_pgn";

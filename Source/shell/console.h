@@ -4,17 +4,7 @@
 #include <string_view>
 
 #include "shell/dialogue.h"
-
-// Words of a line that are split off; what stands behind them is not looked at.
-inline constexpr i32 most_words = 10;
-// Characters of a word with its NUL; a longer one is cut. No command, key or move is near it, only
-// a path of a file may be.
-inline constexpr i32 word_size = 128;
-
-// A line split at blanks; words that are missing are empty texts.
-struct Words {
-    char text[most_words][word_size + 4]; // reading a move may add a character
-};
+#include "shell/words.h"
 
 // A word of the dialogue and what it does. line is the whole line. Words come in their order and
 // may be altered. A routine runs on the main thread and returns soon: the clock and the reports

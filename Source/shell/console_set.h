@@ -1,7 +1,8 @@
 // The word "set" of the console.
 #pragma once
 
-#include "shell/console.h"
+#include "shell/dialogue.h"
+#include "shell/words.h"
 
 // Changes the setting that the second word names to what the words behind it say, and tells the
 // user of some. A key that is none changes nothing, but the next search rebuilds its tables all the

@@ -24,7 +24,6 @@
 
 // A longer first word is no command. The other sizes cut what is copied: a name or a value that is
 // cut matches no option, or sets the part that fits.
-static constexpr size_t word_size = 128;
 static constexpr i32 name_size = 101; // an option's name and value, with their NUL
 static constexpr i32 value_size = 201;
 static constexpr size_t move_text_length = 4; // a shorter word is no move

@@ -321,12 +321,12 @@ static void test_positions(Dialogue* dialogue, EpdRun* run)
 static void report_totals(const EpdTotals* totals)
 {
     const i32 count = totals->positions > 0 ? totals->positions : 1;
+    const u64 whole_nodes = totals->nodes / static_cast<u64>(count); // printed without its rest
     print_line_format("%d / %d correct best moves", totals->correct, totals->positions);
     print_line_format("total nodes= %0.0f", static_cast<f64>(totals->nodes));
     print_line_format("total time= %0.2f seconds", totals->seconds);
     print_line_format("avg depth= %0.1f", static_cast<f64>(totals->depth) / count);
-    print_line_format(
-        "avg nodes= %0.1f", static_cast<f64>(totals->nodes / static_cast<u64>(count)));
+    print_line_format("avg nodes= %0.1f", static_cast<f64>(whole_nodes));
     print_line_format(
         "node_rate= %0.0f", static_cast<f64>(totals->nodes) / (totals->seconds + least_seconds));
     print_line_format("avg bf= %0.2f", totals->branching / count);

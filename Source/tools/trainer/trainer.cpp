@@ -3,7 +3,7 @@
 // the number of threads changes nothing. The error is the mean squared difference of the expected
 // and the wanted result. Whatever happens to a training, its weights file is the old one or a whole
 // new one, and never takes the place of a file that the training did not begin with.
-#include "tools/trainer/trainer_steps.h"
+#include "tools/trainer/trainer.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -18,6 +18,9 @@
 #include "eval/weights.h"
 #include "search/threads.h"
 #include "tools/tools.h"
+#include "tools/trainer/trainer_options.h"
+#include "tools/trainer/trainer_report.h"
+#include "tools/trainer/trainer_steps.h"
 
 static constexpr i64 bytes_per_megabyte = 1048576;
 // Often enough to look alive, seldom enough for a slow terminal.

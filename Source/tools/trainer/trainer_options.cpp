@@ -1,6 +1,8 @@
 // The tuner's words on the command line. All of them begin with -tune; a word of that form that is
 // none is refused rather than ignored, since a training with other settings than those meant costs
 // hours.
+#include "tools/trainer/trainer_options.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -8,7 +10,6 @@
 #include "base/output.h"
 #include "base/text.h"
 #include "eval/weights.h"
-#include "tools/trainer/trainer.h"
 
 // What a user gets who sets nothing; the units stand at the fields.
 constinit TuneOptions tune_options = {

@@ -1,10 +1,11 @@
 // What a training has done to each weight, as a text for people and as a table for programs. Both
 // are written under a name of their own first, so that a report is whole or is the older one.
+#include "tools/trainer/trainer_report.h"
+
 #include <cmath>
 
 #include "base/files.h"
 #include "eval/weights.h"
-#include "tools/trainer/trainer.h"
 
 static constexpr i32 label_size = 40;
 static constexpr char text_name[] = "tune_report.txt";

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "board/types.h"
+#include "tools/trainer/trainer_options.h"
 
 // Of the steps: how much of the running means a step keeps. The last one slows down weights that
 // count less than once in a batch, whose mean square would be near nothing.

@@ -2,7 +2,19 @@
 // chunks, so that it is the same whatever thread summed which.
 #pragma once
 
-#include "tools/trainer/trainer.h"
+#include "tools/trainer/team.h"
+#include "tools/trainer/training_data.h"
+
+// What belongs to one weight while it is trained: mg first, then eg. Values are centipawns and stay
+// unrounded until they are written: a step is a fraction of one. Gradients are means over a batch.
+struct TrainedWeight {
+    f64 value[2];
+    f64 old[2];      // before the training
+    f64 best[2];     // at the pass with the least error
+    f64 mean[2];     // running mean of the gradient
+    f64 square[2];   // running mean of its square
+    f64 gradient[2]; // of the last batch in which the weight counted
+};
 
 // Both values of a weight, or both halves of its gradient, as the sums over positions need them:
 // narrow, since a pass reads them for each term of each position.
