@@ -64,8 +64,9 @@ struct RealPair {
     f64 eg;
 };
 
+// The table. Written by the main thread while no worker searches: the values by set_weight alone.
+// Read by all threads through the dense copies below.
 extern EvalParam eval_params[weight_count];
-// Written by the main thread while no worker searches, and read by all.
 extern i32 eval_param_count; // entries built so far; weight_count when complete
 extern i32 param_cursor;     // the entry that the next fset or file line sets
 

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <iterator>
 #include <numeric>
 #include <span>
 #include <string_view>
@@ -58,7 +57,6 @@ static constexpr struct {
     { 'N', Knight, { 0xd2fb81862830191f, 0xbaeb854cd3259441 } },
     { 'P', Pawn, { 0xec0ade190c0f6003, 0xa24f0f571bb202e7 } },
 };
-static constexpr i32 kind_count = std::size(kinds);
 
 // ---- Material
 

@@ -11,6 +11,7 @@
 struct TbPos;
 struct TbEntry;
 
+// Written by tb_init through tb_add_table while no worker searches, read by every probe.
 extern i32 tb_largest; // greatest piece count of any table found, 0 without tables
 
 // The material key, with white or, if mirror is set, black as the first side. 0 for bare kings.

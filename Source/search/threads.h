@@ -7,6 +7,7 @@
 
 // Needed only while a search runs: between searches the main thread is alone with what they guard.
 // info_lock is taken before the lock of the output, never after.
+// Taken by whoever prints or sums, workers and main thread alike.
 extern SpinLock info_lock;  // the making of a search line, the sums and the fill that it shows
 extern SpinLock stats_lock; // nodes_by_depth
 

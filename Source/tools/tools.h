@@ -18,7 +18,8 @@ void scan_pgn(Dialogue* dialogue, const char* file_name, i32 form);
 // Writes tuning data made from the positions of path to tune_new.epd.
 void make_tune_file(Dialogue* dialogue, const char* path);
 
-// Positions that were trained on, and the sum of their errors; they live as long as the process.
+// Positions that were trained on, and the sum of their errors, from the start of train_epd on.
+// Written by the step tuner and train_epd, read by its reports; both on the main thread.
 extern i64 samples;
 extern f64 err_sum;
 
