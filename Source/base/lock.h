@@ -1,4 +1,4 @@
-// The one lock of the program: it spins for a moment, then yields, then sleeps. Held only while a
+// The lock of short moments: it spins for a moment, then yields, then sleeps. Held only while a
 // line is built or written, or a sum is taken.
 #pragma once
 

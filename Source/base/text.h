@@ -106,9 +106,3 @@ inline const char* skip_blanks(const char* text)
     }
     return text;
 }
-
-// The square of a file and a rank letter, 0 to 255; above 63 it is none.
-inline i32 square_of_text(const char* text)
-{
-    return (static_cast<u8>(text[0]) + 8 * static_cast<u8>(text[1]) + 23) & 255;
-}

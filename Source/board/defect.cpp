@@ -5,7 +5,6 @@
 #include "board/tables.h"
 
 static constexpr i32 max_side_pieces = 16;
-static constexpr u64 outer_ranks = 0xff000000000000ffULL;
 
 // The set of a square that may lie off the board, and is empty then.
 static u64 bit_on_board(i32 square)

@@ -9,10 +9,6 @@
 
 static constexpr u64 inner_ranks = 0x00ffffffffffff00ULL; // ranks 2 to 7
 
-// The rank where double steps end, and the pawns that may promote, by side.
-static constexpr u64 double_step_rank[2] = { 0x00000000ff000000ULL, 0x000000ff00000000ULL };
-static constexpr u64 seventh_rank[2] = { 0x00ff000000000000ULL, 0x000000000000ff00ULL };
-
 // Squares that must be empty between king and rook, as a set that is shifted to the first of them.
 static constexpr u64 short_castling_path = 3; // two, from the first on the king's right
 static constexpr u64 long_castling_path = 7;  // three, up to the first on its left

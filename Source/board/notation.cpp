@@ -18,7 +18,7 @@ static constexpr Move promotion_flags[4] = { PromoteQueen, PromoteKnight, Promot
     PromoteRook };
 static constexpr i32 promotion_types[4] = { Queen, Knight, Bishop, Rook };
 
-static constexpr i32 double_step_rank = 3; // where one ends, as its side counts
+static constexpr i32 double_step_end = 3; // rank where one ends, as its side counts
 
 static constexpr size_t form_size = 16; // bytes of a form of a move, its NUL included
 static constexpr i32 word_length = 127; // characters; the rest of a longer word is lost
@@ -365,7 +365,7 @@ static MoveEntry* list_pawn_steps_to(const Position* pos, i32 to, MoveEntry* out
     if (pos->board[to - step] == pawn) {
         return add_candidate(pos, out, to - step, to);
     }
-    if (relative_rank(side, to) == double_step_rank && pos->board[to - step] == NoPiece
+    if (relative_rank(side, to) == double_step_end && pos->board[to - step] == NoPiece
         && pos->board[to - 2 * step] == pawn) {
         return add_candidate(pos, out, to - 2 * step, to);
     }

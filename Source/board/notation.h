@@ -35,5 +35,11 @@ i32 read_epd_ops(
 // be told apart; empty if the line has none. operand holds size bytes, longer ones are cut.
 void read_epd_list(const char* line, const char* opcode, char* operand, size_t size);
 
+// The square of a file and a rank letter, 0 to 255; above 63 it is none.
+inline i32 square_of_text(const char* text)
+{
+    return (static_cast<u8>(text[0]) + 8 * static_cast<u8>(text[1]) + 23) & 255;
+}
+
 // The first word of text, cut at 127 characters, in a static buffer. Main thread only.
 char* next_word(const char* text);

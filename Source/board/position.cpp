@@ -351,11 +351,3 @@ bool fields_agree(const Position* pos)
     return pos->stm <= Black && pos->castle <= AllCastling && pos->ep_square <= NoSquare
         && pos->key == compute_key(pos) && pos->pawn_key == compute_pawn_key(pos);
 }
-
-#if defined(VESK_DEBUG)
-void debug_check_failed(const char* condition, const char* file, int line)
-{
-    fprintf(stderr, "%s:%d: check failed: %s\n", file, line, condition);
-    abort();
-}
-#endif

@@ -100,13 +100,16 @@ enum CastleRight : u8 {
     AllCastling = 15,
 };
 
-// The set of one square, which must be on the board.
-// Sets of squares that have a name.
+// Sets of squares that have a name; those by side are seen from its own edge of the board.
 inline constexpr u64 file_a = 0x0101010101010101ULL;
 inline constexpr u64 file_h = 0x8080808080808080ULL;
 inline constexpr u64 light_squares = 0x55aa55aa55aa55aaULL;
 inline constexpr u64 dark_squares = ~light_squares;
+inline constexpr u64 outer_ranks = 0xff000000000000ffULL; // the first and the last
+inline constexpr u64 double_step_rank[2] = { 0xff000000ULL, 0xff00000000ULL }; // where one ends
+inline constexpr u64 seventh_rank[2] = { 0x00ff000000000000ULL, 0xff00ULL };
 
+// The set of one square, which must be on the board.
 inline constexpr u64 bit(i32 square)
 {
     return 1ULL << square;

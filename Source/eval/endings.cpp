@@ -104,8 +104,6 @@ static i32 last_rank_corner(i32 side)
     return side == White ? 56 : 0;
 }
 
-// The value of a won entry of kpk_table.
-
 // Whether the pawn's side wins, by the table of all such positions, which knows white pawns on
 // files a to d: a black pawn's board is turned round, one on the other wing mirrored.
 static bool is_won_pawn_ending(const Position* pos, i32 strong, i32 side, i32 pawn)

@@ -134,7 +134,6 @@ static void eval_closing_terms(EvalWork* work)
 // An analysis has no opponent, and its scores are to be the same from both sides.
 static i32 contempt_bonus(const Position* pos)
 {
-    // Read once: the user may set it while this thread searches.
     const i32 contempt = load(contempt_rule.contempt);
     if (contempt == 0 || contempt_rule.off) {
         return 0;

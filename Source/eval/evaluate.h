@@ -8,8 +8,9 @@
 // Returned for a side to move in check: no score.
 inline constexpr i32 no_eval = -10001;
 
-// By how much a draw is shunned. Written by the main thread: contempt when the option changes, the
-// rest before each search; read by every evaluation of every thread, whose caches it lives in.
+// By how much a draw is shunned. Written by the main thread between searches, when the option
+// changes and before each search; read by every evaluation of every thread, whose caches it lives
+// in.
 struct ContemptRule {
     Shared<i16> contempt; // centipawns; positive for a side that wants to play on
     u8 root_side;         // the side to move at the root, whose contempt it is

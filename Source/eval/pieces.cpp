@@ -19,9 +19,8 @@ static constexpr u64 far_ranks[2] = { 0xffff000000000000ULL, 0xffffULL };
 // Files c to f of ranks 3 to 6: what happens there reaches both wings.
 static constexpr u64 centre_block = 0x3c3c3c3c0000ULL;
 
-// Half boards and ranks as each side sees them.
+// The opponent's half of the board as each side sees it.
 static constexpr u64 enemy_half[2] = { 0xffffffff00000000ULL, 0xffffffffULL };
-static constexpr u64 seventh_rank[2] = { 0xff000000000000ULL, 0xff00ULL };
 
 // Parts of the mobility weight by number of squares, from -0.4 for none to 0.6 for all. The first
 // squares matter most and the last least: a piece with three is in play already. The zero lies at

@@ -11,9 +11,6 @@
 static constexpr i32 hung_pawn_danger = 64;
 static constexpr i32 hung_piece_danger = 256;
 
-// The rank that a double step reaches.
-static constexpr u64 double_step_rank[2] = { 0xff000000ULL, 0xff00000000ULL };
-
 // Squares where the enemy of side would come out ahead of a fight: attacked by him twice and by
 // side neither twice nor with a pawn, or attacked by him alone. A pawn counts as two: no piece
 // takes what a pawn takes back.

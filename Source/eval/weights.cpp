@@ -242,7 +242,7 @@ void fset(const char* name, i32 mg, i32 eg)
 
 // Reads a decimal integer at the start of text, behind blanks and with either sign; what follows it
 // is ignored. Returns false if there is none. A number that no i32 holds keeps its low 32 bits.
-static bool read_integer(const char* text, i32* value)
+static bool take_integer(const char* text, i32* value)
 {
     char* end = nullptr;
     const long number = strtol(text, &end, 10);
@@ -270,7 +270,7 @@ void load_params_file(const char* file_name)
         i32 mg = 0;
         i32 eg = 0;
         // A line that lacks fields sets nothing and leaves the cursor where it is.
-        if (eg_text != nullptr && read_integer(mg_text, &mg) && read_integer(eg_text, &eg)) {
+        if (eg_text != nullptr && take_integer(mg_text, &mg) && take_integer(eg_text, &eg)) {
             fset(name, mg, eg);
         }
     }

@@ -137,7 +137,7 @@ void tb_forget(u64 key)
 // tb_init never comes here. Only a change to this file does: a material entered twice, a kind of
 // piece or a piece count more, other keys. Such a program must not play on with some of its tables,
 // and there is nothing that a caller could do about it: it ends here, before any search. The words
-// of the messages are fixed: they name the limits as they were first called.
+// of the messages are fixed: scripts may look for them.
 [[noreturn]] static void limit_passed(const char* limit)
 {
     fprintf(stderr, "%s too low!\n", limit);

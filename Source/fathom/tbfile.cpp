@@ -39,7 +39,9 @@ struct DtzSlot {
     TbEntry* entry; // null if there is no file; ready 0 if it is damaged
 };
 
-static constinit std::mutex tb_mutex;                    // the first use of a win/draw/loss file
+// The first use of a win/draw/loss file. A mutex, not the spin lock: mapping and checking a file
+// may take milliseconds, in which waiters had better sleep.
+static constinit std::mutex tb_mutex;
 static constinit DtzSlot dtz_cache[dtz_cache_size] = {}; // in the order of use
 
 // ---- One file

@@ -56,8 +56,8 @@ static tb_move* add_promotions(tb_move* out, i32 from, u64 targets)
 // A pawn on the seventh rank has promotions only and any other none, so one of the two is empty.
 static tb_move* add_pawn_moves(tb_move* out, i32 from, u64 targets)
 {
-    out = add_promotions(out, from, targets & first_and_last_rank);
-    return add_moves(out, from, targets & ~first_and_last_rank);
+    out = add_promotions(out, from, targets & outer_ranks);
+    return add_moves(out, from, targets & ~outer_ranks);
 }
 
 // Moves of all pieces but pawns to squares of targets: the enemy's for captures, all that are not

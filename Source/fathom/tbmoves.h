@@ -28,9 +28,6 @@ inline i32 tb_side_to_move(const TbPos* pos)
     return pos->turn ? White : Black;
 }
 
-// Where a pawn becomes another piece, and where none can stand.
-inline constexpr u64 first_and_last_rank = 0xff000000000000ffULL;
-
 // A move of the table code: to-square in bits 0-5, from-square in bits 6-11, promotion in 12-14.
 // Unlike the board's moves it keeps the promotion in one number, in the order of generation.
 using tb_move = u16;

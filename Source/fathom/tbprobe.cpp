@@ -330,7 +330,7 @@ static bool is_sound(const TbPos* pos)
     }
     return (pos->white & pos->black) == 0 && (pos->white | pos->black) == all
         && popcount(pos->kings & pos->white) == 1 && popcount(pos->kings & pos->black) == 1
-        && (pos->pawns & first_and_last_rank) == 0 && !tb_in_check(pos, !pos->turn);
+        && (pos->pawns & outer_ranks) == 0 && !tb_in_check(pos, !pos->turn);
 }
 
 // Whether the side to move is mated.

@@ -74,7 +74,7 @@ static void set_config_file(CommandLine* line, const char* value)
 // The limits of -d, -t and -n add up: of each the last given holds, but each sets the time anew.
 static void set_depth(CommandLine* line, const char* value)
 {
-    store(line->dialogue->limits.tc_moves, 1);
+    store(line->dialogue->limits.tc_moves, FixedTime);
     line->dialogue->limits.tc_seconds = depth_limited_seconds;
     store(line->dialogue->limits.depth_limit, read_depth_limit(value));
 }
@@ -82,14 +82,14 @@ static void set_depth(CommandLine* line, const char* value)
 // Each move takes this time, whatever clock a tool would reckon with.
 static void set_seconds(CommandLine* line, const char* value)
 {
-    store(line->dialogue->limits.tc_moves, 1);
+    store(line->dialogue->limits.tc_moves, FixedTime);
     line->dialogue->limits.tc_seconds = read_real(value);
 }
 
 // As it stands: unlike a "go nodes" it is not varied, so that a benchmark repeats.
 static void set_nodes(CommandLine* line, const char* value)
 {
-    store(line->dialogue->limits.tc_moves, 1);
+    store(line->dialogue->limits.tc_moves, FixedTime);
     line->dialogue->limits.tc_seconds = node_limited_seconds;
     line->dialogue->limits.node_limit_total = read_integer(value);
 }

@@ -36,10 +36,10 @@ extern Shared<StopCode> stop_code;
 // workers, which begin when it passes 1, read it.
 extern Shared<i32> iter_depth;
 
-// What searches are told besides their limits. Written by the main thread: the options and the flag
-// at any time, what holds for one search before its start.
+// What searches are told besides their limits. Written by the main thread: the debug flag at any
+// time, the rest between searches. Shared, since the console evaluates while they are written.
 struct SearchSettings {
-    Shared<i16> multi_pv;  // the option as it stands: the form of the lines
+    Shared<i16> multi_pv;  // the option: the form of the lines
     TbDepths tb_depths;    // from which depth on endgame tables are asked
     Shared<u8> debug_flag; // the console's "set debug"
     bool ponder;           // option of this search: the opponent's time will be used

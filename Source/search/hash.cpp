@@ -108,7 +108,7 @@ static HashSlot* choose_slot(const Position* pos, i32 depth)
 // off: stored, the score counts from the position itself. The same holds for wins of the tables.
 void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alpha, i32 beta)
 {
-    if (load(hash.mode) == 0) {
+    if (load(hash.mode) == HashOff) {
         return;
     }
     HashEntry entry;
@@ -242,7 +242,7 @@ void clear_hash()
 
 void clear_hash_if_idle()
 {
-    if (load(hash.mode) != 0 && hash.table != nullptr && busy_workers() == 0) {
+    if (load(hash.mode) != HashOff && hash.table != nullptr && busy_workers() == 0) {
         clear_hash();
     }
 }

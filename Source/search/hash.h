@@ -36,6 +36,9 @@ struct HashSlot {
 };
 static_assert(sizeof(HashSlot) == 16);
 
+// What the table is used for; from HashKept on searches by depth at the console keep its entries.
+enum HashMode : u8 { HashOff = 0, HashOn = 1, HashKept = 2 };
+
 // The one table. Its block changes between searches only, by the main thread; the slots are every
 // worker's.
 struct HashTable {
@@ -47,7 +50,7 @@ struct HashTable {
     i32 megabytes; // size as allocated
     f64 fill;      // share of sampled slots written by this search; under info_lock while one runs
     i16 age;       // 1 to 15, 0 after a new game; constant in a search
-    Shared<u8> mode = { 1 }; // 0 table unused, 1 used, 2 and up kept between searches
+    Shared<u8> mode = { HashOn }; // HashMode, or a number above it
     // Whether a slot may have been written since the table was mapped or cleared as a whole:
     // clearing one that nobody has written would only make all of its memory resident.
     Shared<u8> written;
@@ -75,8 +78,8 @@ inline void prefetch_bucket(u64 key)
 // of the marks above if it cannot be used.
 void probe_hash(Position* pos, HashEntry* out);
 
-// Stores a result of pos at ply; does nothing while hash.mode is 0. alpha and beta are those of
-// the call that gave score.
+// Stores a result of pos at ply; does nothing while hash.mode is HashOff. alpha and beta are those
+// of the call that gave score.
 void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alpha, i32 beta);
 
 // Frees any old table and allocates one of so many megabytes. Returns whether there was the memory.

@@ -10,7 +10,7 @@ static constexpr i32 last_line_index = 67; // lines end before this index
 // no store has a depth below 0, only the marks of a probe that found nothing to use.
 static Move table_move(Position* pos, i32 index, u16* line)
 {
-    if (load(hash.mode) == 0) {
+    if (load(hash.mode) == HashOff) {
         return NoMove;
     }
     HashEntry entry;

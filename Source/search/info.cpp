@@ -82,7 +82,7 @@ static void uci_line(i32 pv_index, i32 depth, i32 score, const u16* pv, char* li
 {
     const f64 seconds = load(search_clock.elapsed);
     const f64 nodes = static_cast<f64>(search_totals.counters[CountNodes]);
-    // By the option as it stands, since the program that set it reads the line.
+    // By the option, since the program that set it reads the line.
     char prefix[24] = "";
     if (load(search_settings.multi_pv) > 1) {
         snprintf(prefix, sizeof prefix, "multipv %d ", pv_index);

@@ -1,6 +1,6 @@
-// What "go" asks for: the limits of one search. The dialogue, the console, the benchmark and the
-// tools each fill one and hand it to the start of a search, which keeps a pointer to it: what the
-// user changes in the middle of a search holds from then on.
+// What "go" asks for: the limits of one search. The dialogue owns them; the
+// console, the benchmark and the tools fill them too. start_clock is handed them before each search
+// and keeps a pointer: what the user changes in the middle of a search holds from then on.
 #pragma once
 
 #include "base/text.h"

@@ -48,8 +48,7 @@ static constexpr struct {
 // History cells of 0 to 16384 count in such steps: a full one is worth about as much as a killer.
 static constexpr i32 history_step = 256;
 
-// Ranks for pushes in the check stage, by side.
-static constexpr u64 double_step_rank[2] = { 0x00000000ff000000ULL, 0x000000ff00000000ULL };
+// The rank from which a push reaches the seventh, by side.
 static constexpr u64 sixth_rank[2] = { 0x0000ff0000000000ULL, 0x0000000000ff0000ULL };
 
 // Leaves the flags as they are.

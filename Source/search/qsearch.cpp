@@ -1,7 +1,7 @@
 // The move loop of quiescence nodes: stand pat, captures, and checks at depth 0, until nothing
 // happens any more that the evaluation cannot see. Children go through search, which counts them,
 // tests draws and answers checks; so a node that comes here is never in check.
-// What a node returns is never below its evaluation: nobody is forced to capture.
+// What a node returns is never below its evaluation, cut at beta: nobody is forced to capture.
 #include <algorithm>
 
 #include "search/node.h"

@@ -267,7 +267,7 @@ static i32 search_root_move(Position* pos, i32 side, i32 depth, i32 alpha, i32 b
     MoveEntry* entry, u16* child_pv)
 {
     PlyRecord* rec = &pos->thread->ply_rec[1];
-    const u32 other = static_cast<u32>(side ^ 1);
+    const i32 other = side ^ 1;
     i32 s;
     if (rec->moves_searched == 0 || depth < 2) {
         s = -search(pos, other, 2, depth - 1, -beta, -alpha, PvNode, child_pv);
@@ -397,7 +397,7 @@ static void add_order_noise(SearchThread* thread)
     if (entry->move == EndOfList) {
         return;
     }
-    for (entry++; entry->move != EndOfList; ++entry) {
+    for (++entry; entry->move != EndOfList; ++entry) {
         thread->rand_state = next_random(thread->rand_state);
         entry->score = static_cast<i16>(
             entry->score - static_cast<i32>(thread->rand_state % root_rule.noise_range));

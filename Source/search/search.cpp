@@ -107,7 +107,7 @@ static bool probe_node(Position* pos, PlyRecord* rec, i32 ply, HashHints* hints,
 {
     SearchThread* thread = pos->thread;
     add(thread->counters[CountHashProbes], 1);
-    if (load(hash.mode) == 0) {
+    if (load(hash.mode) == HashOff) {
         return false;
     }
     HashEntry entry;

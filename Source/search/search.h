@@ -25,7 +25,7 @@ i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 bet
 
 // The move loop of quiescence nodes; the static evaluation stands in the ply's record, and side is
 // not in check. Arguments and result as above. Returns beta at once where the evaluation reaches
-// it, and never less than the evaluation.
+// it, and else never less than the evaluation.
 [[nodiscard]] i32 qsearch(
     Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 beta, NodeType node_type, u16* pv);
 

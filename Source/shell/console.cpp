@@ -36,7 +36,6 @@
 static constexpr i32 deepest_perft = 20;
 static constexpr f64 least_seconds = 0.001;       // keeps a division away from zero
 static constexpr f64 unlimited_seconds = 99999.0; // a search by depth alone
-static constexpr u8 kept_hash_mode = 2;           // from here on a search by depth keeps the table
 static constexpr char test_file[] = "test.epd";
 static constexpr i32 test_line_size = 255;
 static constexpr size_t shortest_epd = 9; // characters; a shorter line is no position
@@ -224,10 +223,10 @@ static void search_to_depth(Dialogue* dialogue, Words* words, const char*)
     start_search();
     const i32 depth = read_i32(words->text[1]);
     dialogue->limits.tc_seconds = unlimited_seconds;
-    store(dialogue->limits.tc_moves, 1);
+    store(dialogue->limits.tc_moves, FixedTime);
     store(
         dialogue->limits.depth_limit, depth >= 1 && depth < deepest_limit ? depth : deepest_limit);
-    if (load(hash.mode) < kept_hash_mode) {
+    if (load(hash.mode) < HashKept) {
         clear_hash_if_idle();
     }
 }

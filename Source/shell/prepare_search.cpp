@@ -19,8 +19,8 @@ static constexpr f64 seconds_per_millisecond = 0.001;
 // Ages tell the entries of different searches apart; they run from 1 on and around, 0 is a new
 // game's.
 static constexpr i32 oldest_hash_age = 15;
-static constexpr i32 first_score = -10000; // result_score before the first result
-static constexpr i32 fifty_moves = 100;    // half-moves; above it no search starts
+static constexpr i32 first_score = -ScoreMate; // result_score before the first result
+static constexpr i32 fifty_moves = 100;        // half-moves; above it no search starts
 
 // Without a limit UCI_Elo stands at the machine's own estimate, and its rate is the target: the
 // time for a move and the pruning tables look at both, limit or not.
@@ -52,7 +52,7 @@ static void apply_strength_limit(EngineOptions* options)
 static void reset_result(const Position* pos)
 {
     const bool drawn = pos->cnt50 > fifty_moves;
-    store(search_result.result_score, drawn ? 0 : first_score);
+    store(search_result.result_score, drawn ? i32 { ScoreDraw } : first_score);
     search_result.result_depth = 0;
     search_result.result_pv[1] = NoMove;
     search_result.result_pv[2] = NoMove;
@@ -82,7 +82,7 @@ static void reset_search_state(Dialogue* dialogue)
     dialogue->game->ply = 1;
     dialogue->game->pv[1] = NoMove;
     if (hash.megabytes < 1) {
-        store(hash.mode, 0);
+        store(hash.mode, HashOff);
     }
 }
 

@@ -122,7 +122,7 @@ static void start_new_game(Dialogue* dialogue, char*)
 {
     store(stop_code, StopCode::Silent);
     wait_for_workers();
-    store(dialogue->limits.tc_moves, 0);
+    store(dialogue->limits.tc_moves, SuddenDeath);
     dialogue->limits.tc_seconds = new_game_seconds;
     dialogue->limits.tc_increment = 0.0;
     store(dialogue->limits.clock_left[White], new_game_seconds);
@@ -258,7 +258,7 @@ static void read_moves_to_go(Dialogue* dialogue, const char* value)
 // from an earlier "go", or by "stop".
 static void read_depth(Dialogue* dialogue, const char* value)
 {
-    store(dialogue->limits.tc_moves, 1);
+    store(dialogue->limits.tc_moves, FixedTime);
     store(dialogue->limits.depth_limit, read_depth_limit(value));
     dialogue->limits.tc_seconds = unlimited_seconds;
 }
@@ -269,7 +269,7 @@ static void read_depth(Dialogue* dialogue, const char* value)
 // million varies by another amount.
 static void read_nodes(Dialogue* dialogue, const char* value)
 {
-    store(dialogue->limits.tc_moves, 1);
+    store(dialogue->limits.tc_moves, FixedTime);
     dialogue->limits.tc_seconds = unlimited_seconds;
     const u32 nodes = static_cast<u32>(read_i32(value));
     const u32 permille = static_cast<u32>(node_spread - rand() % (2 * node_spread));
@@ -281,7 +281,7 @@ static void read_nodes(Dialogue* dialogue, const char* value)
 // taken off: who sets a fixed time wants that time.
 static void read_move_time(Dialogue* dialogue, const char* value)
 {
-    store(dialogue->limits.tc_moves, 1);
+    store(dialogue->limits.tc_moves, FixedTime);
     dialogue->limits.tc_increment = 0.0;
     dialogue->limits.tc_seconds = static_cast<f64>(read_integer(value)) * seconds_per_millisecond;
 }
@@ -293,7 +293,7 @@ static void read_infinite(Dialogue* dialogue, const char*)
     dialogue->limits.node_limit_total = 0;
     dialogue->limits.tc_seconds = unlimited_seconds;
     store(dialogue->limits.depth_limit, deepest_limit);
-    store(dialogue->limits.tc_moves, 1);
+    store(dialogue->limits.tc_moves, FixedTime);
 }
 
 struct GoWord {
@@ -324,7 +324,7 @@ static void start_thinking(Dialogue* dialogue, char* args)
 {
     store(stop_code, StopCode::Silent);
     wait_for_workers();
-    store(dialogue->limits.tc_moves, 0);
+    store(dialogue->limits.tc_moves, SuddenDeath);
     for (const GoWord& row : go_words) {
         const size_t found = std::string_view(args).find(row.word);
         if (found != std::string_view::npos) {

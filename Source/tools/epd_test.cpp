@@ -105,7 +105,7 @@ static void search_position(Dialogue* dialogue, EpdRun* run, i32 number)
 {
     const SearchSetup setup = keep_setup(dialogue);
     // Each position stands for itself: what others left in the table would help or mislead.
-    if (load(hash.mode) != 0) {
+    if (load(hash.mode) != HashOff) {
         clear_hash_if_idle();
     }
     prepare_search(dialogue);
@@ -349,7 +349,7 @@ void run_epd_test(Dialogue* dialogue, const char* file_name)
         start_progress(&run.input, is_test_line);
         print_line_format("Analyzing %s...", file_name);
         if (load(dialogue->limits.depth_limit) < least_depth_with_hash) {
-            store(hash.mode, 0);
+            store(hash.mode, HashOff);
         }
         test_positions(dialogue, &run);
         report_totals(&run.totals);

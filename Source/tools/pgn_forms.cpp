@@ -281,7 +281,7 @@ i32 write_scanned_game(Dialogue* dialogue, i32 form, const ScannedGame* game, To
     read_position(replay.pos, start_position);
     store(dialogue->limits.depth_limit, form == TuningPositions ? 1 : 0);
     store(noise, silent_noise);
-    store(hash.mode, 0);
+    store(hash.mode, HashOff);
     switch (form) {
     case AnnotatedGames:
         write_annotated_game(&replay);

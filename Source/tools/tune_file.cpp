@@ -223,7 +223,7 @@ void make_tune_file(Dialogue* dialogue, const char* path)
     if (open_tool_output(&file.input, &file.out, "tune_new.epd", "tune_new.epd.part")) {
         print_line("Creating file tune_new.epd");
         // Each position stands for itself; without a table none has to be emptied between them.
-        store(hash.mode, 0);
+        store(hash.mode, HashOff);
         start_progress(&file.input, is_sample_line);
         use_lines(dialogue, &file);
         OutputFile* const files[] = { &file.out };
