@@ -581,6 +581,25 @@ TEST_F(Root, DepthOfATableMoveIsOutsideTheTables)
     EXPECT_EQ(load(search_result.result_score), 9799);
 }
 
+// ---- The score table of the root
+
+TEST_F(Root, TheDebugLevelChoosesWhatIsPrintedOfTheRoot)
+{
+    const auto printed = [](i32 level) {
+        store(search_settings.debug_flag, level);
+        const std::string text = capture_output([] { run_search_to(start_position, 1); });
+        store(search_settings.debug_flag, 0);
+        return text;
+    };
+    EXPECT_EQ(printed(0).find("white  black"), std::string::npos);
+    const std::string table = printed(1);
+    EXPECT_NE(table.find("white  black"), std::string::npos) << table;
+    EXPECT_EQ(table.find("stm_bonus"), std::string::npos) << table;
+    // Only a level of 1 keeps the weights away.
+    EXPECT_NE(printed(2).find("stm_bonus"), std::string::npos);
+    EXPECT_EQ(printed(3), printed(2));
+}
+
 // ---- Mates
 
 // The moves of a bm operand, as parse_move reads them.
