@@ -22,8 +22,6 @@
 // The record that everything here works on.
 static SearchThread* game;
 
-static constexpr i32 mode_without_personality = 2; // of init_eval_params
-
 static const char* const positions[] = {
     "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -",
     "r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -",
@@ -68,7 +66,7 @@ static void make_engine()
         fprintf(stderr, "no memory\n");
         exit(1);
     }
-    init_eval_params(mode_without_personality, nullptr);
+    init_eval_params(PlainWeights, nullptr);
     for (int i = 0; i < position_count; ++i) {
         fill_move_set(&move_sets[i], positions[i]);
     }

@@ -17,8 +17,6 @@
 // The record that everything here works on.
 static SearchThread* game;
 
-static constexpr i32 mode_without_personality = 2; // of init_eval_params
-
 static constexpr i32 longest_game = 160; // half-moves
 static constexpr i32 opening_plies = 12; // drawn freely and not written
 static constexpr i32 moves_drawn = 6;
@@ -130,7 +128,7 @@ static bool make_engine()
     if (game == nullptr) {
         return false;
     }
-    init_eval_params(mode_without_personality, nullptr, ""); // the defaults, whatever lies here
+    init_eval_params(PlainWeights, nullptr); // the defaults, whatever lies here
     return true;
 }
 

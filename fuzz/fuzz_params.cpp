@@ -5,6 +5,7 @@
 #include "board/position.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
+#include "shell/weights_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -13,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     remove(params_file);
     ready_engine();
     write_file(params_file, tamed_text(data, size));
-    build_weights(0);
+    build_weights(NormalWeights);
     evaluate_at(dialogue.game, White, 1, 0);
     remove(params_file);
     return 0;

@@ -53,7 +53,7 @@ void ready_engine()
     }
     publish_options(&dialogue);
     rebuild_search_tables(&dialogue);
-    build_weights(0);
+    build_weights(NormalWeights);
     parse_epd(&dialogue.game->pos, start_position);
 }
 

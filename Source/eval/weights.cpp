@@ -9,8 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "base/files.h"
-#include "base/output.h"
 #include "base/text.h"
 #include "eval/pst_defaults.h"
 
@@ -22,10 +20,6 @@ alignas(64) constinit RealPair eval_reals[scalar_weight_count] = {};
 constinit TuneNames tune_names = {};
 
 static_assert(weight_count == scalar_weight_count + 64 * pst_count);
-
-// Modes of init_eval_params; any other is a table without personality.
-static constexpr i32 normal_mode = 0;
-static constexpr i32 base_mode = 1;
 
 static constexpr f64 percent = 0.01;
 static constexpr i32 base_pst_step = 4;     // centipawns
@@ -191,37 +185,34 @@ static void freeze_unlisted()
 static void load_defaults()
 {
     for (const ScalarDefault& scalar : scalar_defaults) {
-        fset(scalar.name, scalar.mg, scalar.eg);
+        static_cast<void>(fset(scalar.name, scalar.mg, scalar.eg));
     }
     // After the scalars, as in the list.
     for (i32 table = 0; table < pst_count; ++table) {
         for (const auto& value : pst_defaults[table]) {
-            fset(table_names[table], value[0], value[1]);
+            static_cast<void>(fset(table_names[table], value[0], value[1]));
         }
     }
 }
 
-// The weights file comes last and takes the place of what it names: a personality does not change
-// the weights that a user has written down.
-void init_eval_params(i32 mode, const WeightScales* scales, const char* file_name)
+void init_eval_params(WeightMode mode, const WeightScales* scales)
 {
     build_base_table();
     if (tune_names.count > 0) {
         freeze_unlisted();
     }
-    if (mode == base_mode) {
+    if (mode == BaseWeights) {
         return;
     }
     load_defaults();
-    if (mode == normal_mode) {
+    if (mode == NormalWeights) {
         for (const PersonalityRule& rule : personality_rules) {
             scale_params(rule.needle, scales->*rule.option);
         }
     }
-    load_params_file(file_name);
 }
 
-void fset(const char* name, i32 mg, i32 eg)
+const char* fset(const char* name, i32 mg, i32 eg)
 {
     // The name of the first entry starts the table anew, so a file can follow another.
     if (strcmp(name, scalar_defaults[mtl_pawn].name) == 0) {
@@ -231,67 +222,11 @@ void fset(const char* name, i32 mg, i32 eg)
     // versions are taken as well as they go.
     const bool inside = param_cursor < eval_param_count;
     const char* const expected = inside ? eval_params[param_cursor].name : "";
-    if (strcmp(name, expected) != 0) {
-        print_plain("error %s  %s\n", name, expected);
-    }
     if (inside) {
         set_weight(param_cursor, mg, eg);
         ++param_cursor;
     }
-}
-
-// Reads a decimal integer at the start of text, behind blanks and with either sign; what follows it
-// is ignored. Returns false if there is none. A number that no i32 holds keeps its low 32 bits.
-static bool take_integer(const char* text, i32* value)
-{
-    char* end = nullptr;
-    const long number = strtol(text, &end, 10);
-    *value = static_cast<i32>(number);
-    return end != text;
-}
-
-// Words end at the marks of fset("name",mg,eg); and at the line feed, so what stands between them
-// may hold blanks. The first word is passed over, whatever it is.
-void load_params_file(const char* file_name)
-{
-    static constexpr char delimiters[] = "(),\"\n";
-    FILE* const file = open_regular_file(file_name);
-    if (file == nullptr) {
-        return;
-    }
-    // A longer line is read in pieces of 254 characters, each taken as a line.
-    char line[255];
-    while (fgets(line, sizeof line, file) != nullptr) {
-        char* rest = nullptr;
-        const char* const word = strtok_r(line, delimiters, &rest);
-        const char* const name = word ? strtok_r(nullptr, delimiters, &rest) : nullptr;
-        const char* const mg_text = name ? strtok_r(nullptr, delimiters, &rest) : nullptr;
-        const char* const eg_text = mg_text ? strtok_r(nullptr, delimiters, &rest) : nullptr;
-        i32 mg = 0;
-        i32 eg = 0;
-        // A line that lacks fields sets nothing and leaves the cursor where it is.
-        if (eg_text != nullptr && take_integer(mg_text, &mg) && take_integer(eg_text, &eg)) {
-            fset(name, mg, eg);
-        }
-    }
-    fclose(file);
-}
-
-int save_params_file(const char* name)
-{
-    OutputFile out;
-    int error = open_output(&out, name, unfinished_params);
-    if (error != 0) {
-        return error;
-    }
-    // Rounded values: fractions of a centipawn are lost on this way.
-    for (i32 index = 0; index < eval_param_count; ++index) {
-        const EvalParam* entry = &eval_params[index];
-        fprintf(out.file, "fset(\"%s\",%d,%d);\n", entry->name, score_mg(entry->packed),
-            score_eg(entry->packed));
-    }
-    error = close_output(&out);
-    return error != 0 ? error : publish_output(&out);
+    return strcmp(name, expected) == 0 ? nullptr : expected;
 }
 
 i32 scale_params(const char* needle, const WeightScale scale)

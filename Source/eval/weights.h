@@ -94,34 +94,25 @@ struct WeightScales {
     WeightScale Pawn_Structure, Passed_Pawns, King_Safety, Threats;
 };
 
-// The weights file, looked for in the working directory.
-inline constexpr char params_file[] = "params.txt";
-
 // Sets the values of the entry index (0 to weight_count - 1); packed takes them rounded, halves
 // away from zero. The only writer of values.
 void set_weight(i32 index, f64 mg, f64 eg);
 
-// Builds the whole table: base values, defaults, personality options, weights file. No worker may
-// be searching, and all evaluation caches must be cleared. mode 0 is the normal one; 1 stops after
-// the base values; others skip the personality options, and scales may be null.
-void init_eval_params(i32 mode, const WeightScales* scales, const char* file_name = params_file);
+// What init_eval_params makes of the table.
+enum WeightMode : i32 {
+    NormalWeights, // defaults, scaled by the personality options
+    BaseWeights,   // the values before tuning
+    PlainWeights,  // defaults without a personality
+};
 
-// Sets the entry at param_cursor and moves the cursor on; the name "mtl_pawn" puts the cursor
-// to 0 first. A name that is not the entry's is complained of on standard output, but the values
-// are taken. Behind the end of the table nothing is stored.
-void fset(const char* name, i32 mg, i32 eg);
+// Builds the whole table. No worker may be searching, and all evaluation caches must be cleared.
+// scales may be null where they are not wanted.
+void init_eval_params(WeightMode mode, const WeightScales* scales);
 
-// Reads a file of weights, if it is there, line by line as fset. Lines
-// without a name and two integers are passed over.
-void load_params_file(const char* file_name);
-
-// The name that the weights file has until it is complete.
-inline constexpr char unfinished_params[] = "params.part";
-
-// Writes all entries to a file of that name, in the form that load_params_file reads. The old file
-// stays until the new one is complete. Returns 0, or the error that kept the file from being
-// written.
-[[nodiscard]] int save_params_file(const char* name);
+// Sets the entry at param_cursor and moves the cursor on; the name "mtl_pawn" puts the cursor to 0
+// first. The values are taken whatever the name is; behind the end of the table nothing is stored.
+// Returns null if the name is the entry's, else the entry's own, which is empty behind the end.
+[[nodiscard]] const char* fset(const char* name, i32 mg, i32 eg);
 
 // Scales every entry whose name contains needle by the two percentages. Returns 1 if there was
 // none, else 0.

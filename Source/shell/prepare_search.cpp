@@ -14,6 +14,7 @@
 #include "search/search.h"
 #include "search/strength.h"
 #include "search/threads.h"
+#include "shell/weights_file.h"
 
 static constexpr f64 seconds_per_millisecond = 0.001;
 // Ages tell the entries of different searches apart; they run from 1 on and around, 0 is a new
@@ -103,7 +104,10 @@ void rebuild_weights(const Dialogue* dialogue)
         }
     }
     clear_eval_caches(dialogue->game);
-    init_eval_params(0, &dialogue->engine_options.scales);
+    // The file comes last and takes the place of what it names: a personality does not change the
+    // weights that a user has written down.
+    init_eval_params(NormalWeights, &dialogue->engine_options.scales);
+    load_params_file(params_file);
 }
 
 // Told to the user, since it costs some milliseconds of the move's time.

@@ -26,6 +26,7 @@
 #include "shell/console.h"
 #include "shell/input.h"
 #include "shell/think_loop.h"
+#include "shell/weights_file.h"
 #include "tools/tool_input.h"
 #include "tools/tools.h"
 #include "tools/training_line.h"

@@ -45,12 +45,12 @@ static void print_scores()
 static void print_weights()
 {
     test_thread();
-    build_weights(1);
+    build_weights(BaseWeights);
     std::vector<i32> base(weight_count);
     for (i32 index = 0; index < weight_count; ++index) {
         base[static_cast<size_t>(index)] = eval_params[index].packed;
     }
-    build_weights(0);
+    build_weights(NormalWeights);
     for (i32 index = 0; index < weight_count; ++index) {
         const EvalParam& entry = eval_params[index];
         printf("%d\t%s\t%d\t%d", index, entry.name, score_mg(entry.packed), score_eg(entry.packed));

@@ -21,13 +21,13 @@ struct TuneCoefs : testing::Test {
     void SetUp() override
     {
         set_position(start_fen);
-        build_weights(2);
+        build_weights(PlainWeights);
     }
 
     void TearDown() override
     {
         tune_names.count = 0;
-        build_weights(2);
+        build_weights(PlainWeights);
     }
 
     static constexpr char start_fen[] = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
@@ -351,7 +351,7 @@ TEST_F(TuneCoefs, AStepLeavesFrozenWeights)
 {
     snprintf(tune_names.name[0], sizeof tune_names.name[0], "stm_bonus");
     tune_names.count = 1;
-    build_weights(2);
+    build_weights(PlainWeights);
     Position* pos = set_position("r1bq1rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP3PPP/R1BQ1RK1 b - -");
     tune_step(pos, 1.0f, 100.0f);
     for (i32 weight = 0; weight < weight_count; ++weight) {

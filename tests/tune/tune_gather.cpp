@@ -30,7 +30,7 @@ struct TuneGather : testing::Test {
     void SetUp() override
     {
         set_position(start_position);
-        build_weights(2);
+        build_weights(PlainWeights);
         gatherer = {};
         gatherer.thread = dialogue.game;
     }
@@ -38,7 +38,7 @@ struct TuneGather : testing::Test {
     void TearDown() override
     {
         tune_names.count = 0;
-        build_weights(2);
+        build_weights(PlainWeights);
         exit_status = 0;
     }
 
@@ -155,7 +155,7 @@ TEST_F(TuneGather, RecordsGiveTheScoreWhateverIsTrained)
             snprintf(tune_names.name[0], sizeof tune_names.name[0], "mtl_bishop");
             snprintf(tune_names.name[1], sizeof tune_names.name[1], "PST_P1");
             tune_names.count = names;
-            build_weights(2);
+            build_weights(PlainWeights);
             const Gathered gathered = gather(fen + " gr 1;");
             EXPECT_NEAR(score_of(gathered), score, 20) << fen;
             for (const u32 term : gathered.terms) {

@@ -120,7 +120,7 @@ TEST(Evaluate, ColoursExchangedGiveTheSameScoreAndTheExchangedDangers)
 TEST(Evaluate, CachesGiveTheSameScoresAsAFreshComputation)
 {
     set_position(start_position);
-    build_weights(0);
+    build_weights(NormalWeights);
     for (i32 pass = 0; pass < 2; ++pass) {
         for (const GoldenEval& golden : read_golden_evals()) {
             if (golden.score == no_eval || !golden.full) {

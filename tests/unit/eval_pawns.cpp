@@ -293,7 +293,7 @@ static PawnCacheEntry* pawn_slot(Position* pos, bool white_mirrored, bool black_
 TEST(EvalPawns, CacheKeyTellsTheWingsOfTheKings)
 {
     set_position("6k1/pp3ppp/8/3p4/3P4/8/PP3PPP/6K1 w - -");
-    build_weights(0);
+    build_weights(NormalWeights);
     Position* pos = set_position("6k1/pp3ppp/8/3p4/3P4/8/PP3PPP/6K1 w - -");
     evaluate_at(pos->thread, White, 1, 0);
     ASSERT_NE(pawn_slot(pos, false, false), nullptr);

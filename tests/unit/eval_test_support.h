@@ -18,7 +18,7 @@
 struct WeightsRestored {
     ~WeightsRestored()
     {
-        build_weights(0);
+        build_weights(NormalWeights);
     }
 };
 

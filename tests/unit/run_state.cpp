@@ -11,6 +11,7 @@
 #include "search/strength.h"
 #include "search/threads.h"
 #include "shell/prepare_search.h"
+#include "shell/weights_file.h"
 #include "tools/tools.h"
 
 Dialogue dialogue;
@@ -46,11 +47,14 @@ void reset_run_state()
     exit_status = 0;
 }
 
-void build_weights(i32 mode)
+void build_weights(WeightMode mode)
 {
     rebuild_weights(&dialogue);
-    if (mode != 0) {
+    if (mode != NormalWeights) {
         init_eval_params(mode, &dialogue.engine_options.scales);
+        if (mode != BaseWeights) {
+            load_params_file(params_file);
+        }
     }
 }
 

@@ -12,7 +12,7 @@ void reset_run_state();
 
 // Builds the weights from the options, as before a search: empties all evaluation caches. mode is
 // that of init_eval_params.
-void build_weights(i32 mode);
+void build_weights(WeightMode mode);
 
 // Evaluates the position of a thread for side as a node at ply does, which gets the danger.
 i32 evaluate_at(SearchThread* thread, i32 side, i32 ply, i32 in_check);

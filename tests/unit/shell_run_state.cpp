@@ -9,6 +9,7 @@
 #include "search/control.h"
 #include "search/hash.h"
 #include "search/strength.h"
+#include "shell/weights_file.h"
 
 struct RunStateTest : ShellTest {
 };

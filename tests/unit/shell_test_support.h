@@ -54,7 +54,7 @@ struct ShellTest : testing::Test {
             capture_output([] { EXPECT_TRUE(alloc_hash(hash.megabytes)); });
         }
         rebuild_search_tables(&dialogue);
-        build_weights(0);
+        build_weights(NormalWeights);
         set_position(start_position);
     }
 

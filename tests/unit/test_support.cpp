@@ -39,7 +39,7 @@ SearchThread* test_thread()
         fail_setup("no memory");
     }
     dialogue.game = thread;
-    build_weights(0);
+    build_weights(NormalWeights);
     rebuild_search_tables(&dialogue);
     return thread;
 }

@@ -6,6 +6,7 @@
 #include "base/files.h"
 #include "base/output.h"
 #include "eval/evaluate.h"
+#include "shell/weights_file.h"
 #include "tools/tools.h"
 #include "tools/training_line.h"
 
@@ -13,7 +14,7 @@ struct TrainEpd : ShellTest {
     void SetUp() override
     {
         ShellTest::SetUp();
-        build_weights(0);
+        build_weights(NormalWeights);
     }
 
     // Training with the given method; input stays open and empty.
@@ -155,7 +156,7 @@ TEST_F(TrainEpd, QuitAndTheEndOfInputEndItBetweenPasses)
     EXPECT_EQ(output.substr(0, once.size() - 7), once.substr(0, once.size() - 7));
     EXPECT_EQ(output.find("tune.epd"), std::string::npos);
     tune_names.count = 0;
-    build_weights(0);
+    build_weights(NormalWeights);
 }
 
 // A quiet position with an even result, so many times.
@@ -203,7 +204,7 @@ TEST_F(TrainEpd, TheWeightsFileHoldsTheTableAsItStood)
     EXPECT_EQ(exit_status, 0);
 
     const i32 packed = eval_params[bishop_pair].packed;
-    EXPECT_EQ(capture_output([] { build_weights(0); }), "");
+    EXPECT_EQ(capture_output([] { build_weights(NormalWeights); }), "");
     EXPECT_EQ(eval_params[bishop_pair].packed, packed);
     EXPECT_EQ(save_params_file(params_file), 0);
     EXPECT_EQ(read_file("params.txt"), expected);
@@ -256,7 +257,7 @@ TEST_F(ConsoleTune, NamesAreListedAndTheFileIsWalked)
     EXPECT_EQ(tune_names.count, 2);
     EXPECT_STREQ(tune_names.name[1], "PST_K");
     EXPECT_EQ(eval_params[mtl_pawn].frozen, 0); // not before the next rebuild
-    build_weights(0);
+    build_weights(NormalWeights);
     EXPECT_EQ(eval_params[mtl_pawn].frozen, 1);
     EXPECT_EQ(eval_params[stm_bonus].frozen, 0);
     EXPECT_EQ(eval_params[PST_K + 63].frozen, 0);

@@ -12,7 +12,7 @@ struct TuneStep : ShellTest {
     void SetUp() override
     {
         ShellTest::SetUp();
-        build_weights(0);
+        build_weights(NormalWeights);
         samples = 0;
         err_sum = 0.0;
     }
@@ -108,7 +108,7 @@ TEST_F(TuneStep, TheProductsOfAStepAreFloatsButOne)
 {
     for (i32 i = 1; i <= 20; ++i) {
         Position* pos = set_position(middle_game);
-        build_weights(0);
+        build_weights(NormalWeights);
         const f32 coef = 0.37f * static_cast<f32>(i);
         const f32 rate = 0.7f + static_cast<f32>(i);
         const f32 target = 0.047f * static_cast<f32>(i);
@@ -136,7 +136,7 @@ TEST_F(TuneStep, FrozenEntriesStay)
 {
     snprintf(tune_names.name[0], sizeof tune_names.name[0], "knight_outpost");
     tune_names.count = 1;
-    build_weights(0);
+    build_weights(NormalWeights);
     EXPECT_EQ(eval_params[knight_outpost].frozen, 0);
     EXPECT_EQ(eval_params[knight_outpost_atk].frozen, 1);
     Position* pos = set_position(middle_game);

@@ -17,6 +17,7 @@
 #include "eval/evaluate.h"
 #include "eval/weights.h"
 #include "search/threads.h"
+#include "shell/weights_file.h"
 #include "tools/tools.h"
 #include "tools/trainer/trainer_options.h"
 #include "tools/trainer/trainer_report.h"
@@ -25,10 +26,6 @@
 static constexpr i64 bytes_per_megabyte = 1048576;
 // Often enough to look alive, seldom enough for a slow terminal.
 static constexpr f64 seconds_per_progress = 0.5;
-// Of init_eval_params. The options that scale weights are a player's taste: trained into the
-// weights, they would count twice.
-static constexpr i32 mode_without_personality = 2; // of init_eval_params
-
 // Where the weights go that may not replace a file.
 static constexpr char second_name[] = "params_new.txt";
 
@@ -357,7 +354,10 @@ static bool init_weights(Trainer* trainer)
     }
     trainer->has_file = has_file;
     // No cache is asked where the training evaluates, so none is cleared.
-    init_eval_params(mode_without_personality, nullptr);
+    // The options that scale weights are a player's taste: trained into the weights, they would
+    // count twice.
+    init_eval_params(PlainWeights, nullptr);
+    load_params_file(params_file);
     if (has_file && !can_resume()) {
         return false;
     }
