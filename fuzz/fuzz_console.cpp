@@ -38,19 +38,6 @@ static bool is_costly(const char* line)
         || (strstr(line, "perft") != nullptr && strpbrk(line, "3456789") != nullptr);
 }
 
-static void search_shortly()
-{
-    dialogue.engine_options.limit_strength = 0;
-    store(noise, silent_noise);
-    store(dialogue.limits.tc_moves, 1);
-    dialogue.limits.tc_seconds = 1000.0;
-    dialogue.limits.node_limit_total = 20000;
-    store(dialogue.limits.depth_limit, 2);
-    store(engine_state, EngineState::Thinking);
-    prepare_search(&dialogue);
-    search_sync(dialogue.game);
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     ready_engine();

@@ -13,19 +13,6 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-static void search_shortly()
-{
-    store(noise, silent_noise);
-    store(dialogue.limits.tc_moves, 1);
-    dialogue.limits.tc_seconds = 1000.0;
-    dialogue.limits.node_limit_total = 20000;
-    store(dialogue.limits.depth_limit, 2);
-    store(engine_state, EngineState::Thinking);
-    prepare_search(&dialogue);
-    search_sync(dialogue.game);
-    store(engine_state, EngineState::Idle);
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     ready_engine();

@@ -8,8 +8,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "base/output.h"
 #include "board/tables.h"
 #include "search/hash.h"
+#include "search/search.h"
 #include "search/threads.h"
 #include "shell/prepare_search.h"
 
@@ -55,6 +57,20 @@ void ready_engine()
     rebuild_search_tables(&dialogue);
     build_weights(NormalWeights);
     parse_epd(&dialogue.game->pos, start_position);
+}
+
+void search_shortly()
+{
+    dialogue.engine_options.limit_strength = 0;
+    store(noise, silent_noise);
+    store(dialogue.limits.tc_moves, FixedTime);
+    dialogue.limits.tc_seconds = 1000.0;
+    dialogue.limits.node_limit_total = 20000;
+    store(dialogue.limits.depth_limit, 2);
+    store(engine_state, EngineState::Thinking);
+    prepare_search(&dialogue);
+    search_sync(dialogue.game);
+    store(engine_state, EngineState::Idle);
 }
 
 // Cuts every number behind word to a count of digits.

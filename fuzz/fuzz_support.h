@@ -18,3 +18,6 @@ std::string tamed_text(const uint8_t* data, size_t size);
 
 // Writes text to a file of this name in the current directory.
 void write_file(const char* name, const std::string& text);
+
+// Searches the dialogue's position, which must be sound, silently and no deeper than two plies.
+void search_shortly();

@@ -117,7 +117,11 @@ void print_plain(const char* format, ...)
     va_start(args, format);
     vsnprintf(text, sizeof text, format, args);
     va_end(args);
+    print_text(text);
+}
 
+void print_text(std::string_view text)
+{
     const SpinGuard guard(&output_lock);
     write_pieces(text, {});
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string_view>
 
 #include "base/types.h"
 
@@ -29,6 +30,9 @@ void print_line(const char* text);
 // Writes a formatted text as it stands to standard output alone (console diagnostics), in one
 // write; cut at 8 KB.
 [[gnu::format(printf, 1, 2)]] void print_plain(const char* format, ...);
+
+// The same for a text of any length.
+void print_text(std::string_view text);
 
 // The error that kept a line from standard output, 0 if all of them have left.
 [[nodiscard]] i32 output_error();

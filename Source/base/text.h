@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <span>
 
 #include "base/types.h"
 
@@ -17,6 +18,15 @@ inline void copy_text(char* dst, size_t size, const char* src)
     memmove(dst, src, count);
     dst[count] = '\0';
 }
+
+// A text that grows in a buffer of its owner, closed by NUL all the time. What does not fit is cut.
+struct TextBuffer {
+    std::span<char> room; // at least one character
+    size_t used = 0;      // without the NUL
+};
+
+// Adds a formatted text.
+[[gnu::format(printf, 2, 3)]] void append_format(TextBuffer* text, const char* format, ...);
 
 // Whether c is a letter or a digit of ASCII, whatever the locale.
 inline constexpr bool is_letter(char c)

@@ -1,10 +1,9 @@
 // The printed score table of an evaluation: one row per group of terms, the hanging pieces and
-// the closing line; on demand all weights as well. It goes straight to standard output, for a
-// person at the console, and never to the log.
-#include <cstdio>
+// the closing line; on demand all weights as well. Only the text is made here: it is for a person
+// at the console, and whoever asks for it prints it.
 #include <cstring>
 
-#include "base/output.h"
+#include "base/text.h"
 #include "eval/evaluate.h"
 #include "eval/terms.h"
 
@@ -83,62 +82,56 @@ static i32 terms_of(const EvalWork* work, const TraceRow& row, i32 side)
     return taper(gained, work->phase) - material_of(work, row, side);
 }
 
-static void print_rows(const EvalWork* work)
+static void write_rows(const EvalWork* work, TextBuffer* out)
 {
-    print_plain("           white  black    pos    mtl\n");
+    append_format(out, "           white  black    pos    mtl\n");
     for (const TraceRow& row : trace_rows) {
         const i32 white = terms_of(work, row, White);
         const i32 black = terms_of(work, row, Black);
-        print_plain("%-10s  %4d   %4d   %4d   %4d\n", row.label, white, black, white - black,
+        append_format(out, "%-10s  %4d   %4d   %4d   %4d\n", row.label, white, black, white - black,
             material_of(work, row, White) - material_of(work, row, Black));
     }
 }
 
-static void print_hung(u64 hung)
+static void write_hung(u64 hung, TextBuffer* out)
 {
     if (hung == 0) {
         return;
     }
-    char line[256] = "hung pieces on: ";
+    append_format(out, "hung pieces on: ");
     while (hung != 0) {
-        const size_t used = strlen(line);
-        snprintf(line + used, sizeof line - used, " %s", square_name[pop_lowest(&hung)]);
+        append_format(out, " %s", square_name[pop_lowest(&hung)]);
     }
-    print_plain("%s\n", line);
+    append_format(out, "\n");
 }
 
 // Rank 8 comes first; the middle game stands left, the end game right.
-static void print_pst(const char* label, i32 first_entry)
+static void write_pst(const char* label, i32 first_entry, TextBuffer* out)
 {
-    print_plain("%s\n", label);
+    append_format(out, "%s\n", label);
     for (i32 row = 56; row >= 0; row -= 8) {
-        char line[128] = "";
-        i32 used = 0;
-        for (i32 half = 0; half < 2; ++half) {
-            for (i32 file = 0; file < 8; ++file) {
-                const i32 word = eval_params[first_entry + row + file].packed;
-                used += snprintf(line + used, sizeof line - static_cast<size_t>(used), " %3d",
-                    half == 0 ? score_mg(word) : score_eg(word));
-            }
-            if (half == 0) {
-                used += snprintf(line + used, sizeof line - static_cast<size_t>(used), "     ");
-            }
+        for (i32 file = 0; file < 8; ++file) {
+            append_format(out, " %3d", score_mg(eval_params[first_entry + row + file].packed));
         }
-        print_plain("%s\n", line);
+        append_format(out, "     ");
+        for (i32 file = 0; file < 8; ++file) {
+            append_format(out, " %3d", score_eg(eval_params[first_entry + row + file].packed));
+        }
+        append_format(out, "\n");
     }
-    print_plain("\n");
+    append_format(out, "\n");
 }
 
-static void print_weights()
+static void write_weights(TextBuffer* out)
 {
     for (const EvalParam& entry : eval_params) {
         if (strstr(entry.name, "PST_") == nullptr) {
-            print_plain(
-                "%-22s  %4d , %4d\n", entry.name, score_mg(entry.packed), score_eg(entry.packed));
+            append_format(out, "%-22s  %4d , %4d\n", entry.name, score_mg(entry.packed),
+                score_eg(entry.packed));
         }
     }
     for (const auto& table : printed_tables) {
-        print_pst(table.label, table.first_entry);
+        write_pst(table.label, table.first_entry, out);
     }
 }
 
@@ -147,20 +140,22 @@ bool has_eval_trace(const EvalState* state)
     return state->eval_work.is_complete;
 }
 
-void print_eval_trace(const EvalState* state, bool with_weights)
+void write_eval_trace(const EvalState* state, bool with_weights, std::span<char> out)
 {
     const EvalWork* work = &state->eval_work;
+    TextBuffer text = { out };
+    out[0] = '\0';
     if (!work->is_complete) {
         return;
     }
-    print_rows(work);
-    print_hung(work->hung);
+    write_rows(work, &text);
+    write_hung(work->hung, &text);
     // The side to move's view of the score without contempt.
     const i32 white_view = static_cast<i32>(static_cast<f32>(work->tapered) * work->scale);
     const i32 value = work->pos->stm == White ? white_view : -white_view;
-    print_plain("eval= %d,  phase= %0.2f, sf= %0.2f\n\n", value, static_cast<f64>(work->phase),
-        static_cast<f64>(work->scale));
+    append_format(&text, "eval= %d,  phase= %0.2f, sf= %0.2f\n\n", value,
+        static_cast<f64>(work->phase), static_cast<f64>(work->scale));
     if (with_weights) {
-        print_weights();
+        write_weights(&text);
     }
 }

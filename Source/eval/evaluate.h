@@ -3,6 +3,8 @@
 // what it is, as long as they are emptied when weights or rule change.
 #pragma once
 
+#include <span>
+
 #include "eval/eval_state.h"
 
 // Returned for a side to move in check: no score.
@@ -30,9 +32,11 @@ void clear_eval_caches(EvalState* state);
 // Whether the call of evaluate before has judged pos by its terms, not by a cache or a plain rule.
 [[nodiscard]] bool has_eval_trace(const EvalState* state);
 
-// Prints how the score of the evaluation just made came about, if it has_eval_trace; with_weights
-// adds all weights.
-void print_eval_trace(const EvalState* state, bool with_weights);
+// Writes how the score of the evaluation just made came about into out, which holds at least
+// eval_trace_size bytes: a table for a person to read, or an empty text unless it has_eval_trace.
+// with_weights adds all weights.
+inline constexpr size_t eval_trace_size = 32768; // some 16 kilobytes of numbers of usual size
+void write_eval_trace(const EvalState* state, bool with_weights, std::span<char> out);
 
 // Blends the halves of a score pair by phase (0 middle game, 1 end game), truncated toward zero.
 [[nodiscard]] i32 taper(i32 word, f32 phase);

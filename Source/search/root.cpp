@@ -110,7 +110,9 @@ static void prepare_root(SearchThread* thread, bool master)
     // Every worker prints its trace, as each has evaluated on its own.
     const i32 debug = load(search_settings.debug_flag);
     if (debug != 0) {
-        print_eval_trace(thread, debug != 1);
+        char table[eval_trace_size];
+        write_eval_trace(thread, debug != 1, table);
+        print_text(table);
     }
     // Without a search yet, the evaluation is the score that the first window is laid around.
     thread->score = thread->prev_score = static_cast<i16>(eval);

@@ -81,7 +81,9 @@ static void print_evaluation(Dialogue* dialogue, bool with_weights)
     if (!is_refused(&game->pos)) {
         u16 danger[2];
         evaluate(game, &game->pos, 1, false, danger);
-        print_eval_trace(game, with_weights);
+        char table[eval_trace_size];
+        write_eval_trace(game, with_weights, table);
+        print_text(table);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "eval_test_support.h"
+#include "base/output.h"
 #include "eval/evaluate.h"
 #include "search/clock.h"
 
@@ -18,7 +19,9 @@ static i32 traced_at(Position* pos, i32 ply, i32 in_check, i32 trace)
 {
     const i32 score = evaluate_at(pos->thread, pos->stm, ply, in_check);
     if (trace != 0) {
-        print_eval_trace(pos->thread, trace == 2);
+        char table[eval_trace_size];
+        write_eval_trace(pos->thread, trace == 2, table);
+        print_text(table);
     }
     return score;
 }
