@@ -9,7 +9,6 @@ static constexpr i32 first_rank = 0;
 static constexpr i32 pawn_home_rank = 1;
 static constexpr i32 last_rank = 7;
 
-static constexpr i32 fifty_move_plies = 100;  // half-moves
 static constexpr i32 shortest_repetition = 4; // half-moves: each side goes and comes back
 
 // The king must not be in check, cross an attacked square or arrive on one.

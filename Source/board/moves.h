@@ -91,6 +91,9 @@ bool is_legal_move(Position* pos, i32 side, Move move);
 // and blockers, not castling rights and not the own king's safety.
 [[nodiscard]] bool move_fits_board(const Position* pos, Move move);
 
+// The fifty-move rule, in half-moves. A clock beyond it is a draw, and no search starts from there.
+inline constexpr i32 fifty_move_plies = 100;
+
 // Draw by repetition or the fifty-move rule. plies counts from the search's root (1 there);
 // 0 judges the game itself.
 bool is_draw_by_rule(Position* pos, i32 plies);

@@ -6,6 +6,7 @@
 
 #include "base/output.h"
 #include "base/text.h"
+#include "board/moves.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
 #include "search/clock.h"
@@ -21,7 +22,6 @@ static constexpr f64 seconds_per_millisecond = 0.001;
 // game's.
 static constexpr i32 oldest_hash_age = 15;
 static constexpr i32 first_score = -ScoreMate; // result_score before the first result
-static constexpr i32 fifty_moves = 100;        // half-moves; above it no search starts
 
 // Without a limit UCI_Elo stands at the machine's own estimate, and its rate is the target: the
 // time for a move and the pruning tables look at both, limit or not.
@@ -52,7 +52,7 @@ static void apply_strength_limit(EngineOptions* options)
 // of a draw where the fifty moves are over, since no search will come to replace it.
 static void reset_result(const Position* pos)
 {
-    const bool drawn = pos->cnt50 > fifty_moves;
+    const bool drawn = pos->cnt50 > fifty_move_plies;
     store(search_result.result_score, drawn ? i32 { ScoreDraw } : first_score);
     search_result.result_depth = 0;
     search_result.result_pv[1] = NoMove;

@@ -28,7 +28,6 @@
 static constexpr i32 pass_microseconds = 1000;
 // Input ends a wait at once, so this only bounds how often an idle process wakes up.
 static constexpr i32 waiting_pass_microseconds = 50000; // only a command can change anything
-static constexpr i32 last_searched_cnt50 = 100;         // half-moves; above it no search starts
 // The growth is taken over four iterations, since odd and even depths grow unlike; before the sixth
 // there are too few nodes to say anything.
 static constexpr i32 branching_depths = 4;
@@ -170,7 +169,7 @@ static void publish_book_move(Move move)
 {
     print_line_format("%s book move is %s%s", load(uci_mode) == UciMode ? "info string" : "",
         square_name[from_square(move)], square_name[to_square(move)]);
-    store(search_result.result_score, 0);
+    store(search_result.result_score, i32 { ScoreDraw });
     store(stop_code, StopCode::Report);
     search_result.result_pv[1] = move;
 }
@@ -205,7 +204,7 @@ static void start_search(Dialogue* dialogue)
     }
     store(engine_state,
         load(engine_state) == EngineState::Start ? EngineState::Thinking : EngineState::Pondering);
-    if (dialogue->game->pos.cnt50 <= last_searched_cnt50 && move == NoMove) {
+    if (dialogue->game->pos.cnt50 <= fifty_move_plies && move == NoMove) {
         wake_workers(dialogue->game);
     }
 }

@@ -33,7 +33,7 @@ i32 tune_sampled_step(Position* pos, f32 target, f32 rate);
 // Takes steps along one random line of at most depth moves from pos, each towards the position's
 // own evaluation. index is the ply of the move list, 1 at the root, as thread->ply. Returns the
 // score of the line's end from the side to move's view, 0 if the material has become one-sided,
-// -9999 where there is no legal move.
+// 1 - ScoreMate where there is no legal move.
 i32 tune_sample(Position* pos, i32 index, u32 depth, f32 rate);
 
 // Walks the training file path pass by pass until the user quits. With method 1 it
