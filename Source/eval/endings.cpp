@@ -2,6 +2,7 @@
 // win. Nothing here writes to the caches or to danger.
 // Material is compared as a whole word of piece_count: one comparison for all types. Scores are in
 // centipawns, material without pawns in points of phase_mtl.
+#include "base/rounding.h"
 #include "board/tables.h"
 #include "eval/terms.h"
 
@@ -185,7 +186,7 @@ bool eval_lone_king(const Position* pos, i32 side, i32* score)
 // can move a score by a centipawn.
 static f32 scaled(f32 scale, f64 factor)
 {
-    return static_cast<f32>(static_cast<f64>(scale) * factor);
+    return to_f32(static_cast<f64>(scale) * factor);
 }
 
 // Whether all pawns of strong stand on one rook's file, the enemy king holds its corner, and no

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "base/rounding.h"
 #include "board/tables.h"
 #include "eval/terms.h"
 
@@ -47,7 +48,7 @@ i32 taper(i32 word, f32 phase)
 static f32 phase_of(const Position* pos)
 {
     const i32 material = pos->phase_mtl[White] + pos->phase_mtl[Black];
-    const f32 filled = static_cast<f32>(static_cast<f64>(material) * phase_per_point);
+    const f32 filled = to_f32(static_cast<f64>(material) * phase_per_point);
     return filled > 1.0f ? 0.0f : 1.0f - filled;
 }
 

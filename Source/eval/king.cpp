@@ -4,6 +4,7 @@
 // The unit of an attack is the attack point: one for a square from which a piece could check, three
 // to five for a piece or a square near the king, four for a check by the queen. Points go through a
 // curve, since one attacker is a nuisance and four together are mate.
+#include "base/rounding.h"
 #include "board/tables.h"
 #include "eval/terms.h"
 
@@ -54,7 +55,7 @@ static i32 eval_shield(EvalWork* work)
     const i32 shield = popcount(forward<side>(work->king_zone[side]) & covered);
     // At most 0: a full shield is the normal state and each missing square a loss.
     const f64 fraction = static_cast<f64>(shield - full_shield) * shield_step;
-    add_fraction(work, side, pawn_shield, static_cast<f32>(fraction));
+    add_fraction(work, side, pawn_shield, to_f32(fraction));
     return shield;
 }
 
@@ -102,7 +103,7 @@ static void eval_attack_curve(EvalWork* work, i32 points)
         return;
     }
     const f64 x = static_cast<f64>(points < curve_limit ? points : curve_limit);
-    const f32 height = static_cast<f32>(x * curve_factor * x);
+    const f32 height = to_f32(x * curve_factor * x);
     const bool queen = count_of(work->pos, side ^ 1, Queen) != 0;
     add_fraction(work, side, queen ? king_danger1 : king_danger2, height);
 }

@@ -5,6 +5,7 @@
 // danger of the other side.
 #include <cmath>
 
+#include "base/rounding.h"
 #include "board/moves.h"
 #include "board/tables.h"
 #include "eval/terms.h"
@@ -205,7 +206,7 @@ void eval_candidates(EvalWork* work)
         const f64 distance = static_cast<f64>(king_steps(stop, pos->king_sq[side ^ 1]));
         // Fused on purpose: the sum is rounded once, and once more to f32.
         add_fraction(work, side, candidate_passer,
-            static_cast<f32>(std::fma(candidate_rank_part, rank, candidate_king_part * distance)));
+            to_f32(std::fma(candidate_rank_part, rank, candidate_king_part * distance)));
     }
 }
 

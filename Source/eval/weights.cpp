@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/rounding.h"
 #include "base/text.h"
 #include "eval/pst_defaults.h"
 
@@ -239,8 +240,8 @@ i32 scale_params(const char* needle, const WeightScale scale)
         }
         // Product in f64 from left to right, the result rounded to f32: real weights that are not
         // whole depend on it, and with them the last centipawn of a score.
-        const f32 mg = static_cast<f32>(static_cast<f64>(scale[0]) * percent * entry->mg);
-        const f32 eg = static_cast<f32>(static_cast<f64>(scale[1]) * percent * entry->eg);
+        const f32 mg = to_f32(static_cast<f64>(scale[0]) * percent * entry->mg);
+        const f32 eg = to_f32(static_cast<f64>(scale[1]) * percent * entry->eg);
         set_weight(index, static_cast<f64>(mg), static_cast<f64>(eg));
         missing = 0;
     }

@@ -15,6 +15,7 @@
 
 #include "base/files.h"
 #include "base/output.h"
+#include "base/rounding.h"
 #include "base/text.h"
 #include "board/defect.h"
 #include "board/notation.h"
@@ -109,7 +110,7 @@ static f32 target_of(Dialogue* dialogue, const Training* training, const char* l
     f64 result = read_result(line, side);
     f32 target = sigmoid(static_cast<f32>(score));
     if (read_bracket_result(line, side, &result)) {
-        target = static_cast<f32>(result);
+        target = to_f32(result);
     }
     return training->method == training_method && result >= 0.0 ? blend_target(result, target)
                                                                 : target;
@@ -170,7 +171,7 @@ static bool use_line(Dialogue* dialogue, Training* training, char* line)
     }
     const f32 target = target_of(dialogue, training, line, score);
     if (training->method == training_method) {
-        tune_sampled_step(pos, target, static_cast<f32>(training->rate));
+        tune_sampled_step(pos, target, to_f32(training->rate));
     }
     if (!do_periodic_work(dialogue, training)) {
         return false;

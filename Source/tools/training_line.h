@@ -7,6 +7,7 @@
 
 #include <cmath>
 
+#include "base/rounding.h"
 #include "board/types.h"
 
 inline constexpr i32 training_line_length = 254;    // longer lines are none
@@ -21,15 +22,14 @@ inline constexpr f64 score_share = 0.1;
 // product is taken in float: with double the last digits of trained weights would differ.
 inline f32 sigmoid(f32 score)
 {
-    return static_cast<f32>(1.0 / (1.0 + std::exp(static_cast<f64>(-0.007f * score))));
+    return to_f32(1.0 / (1.0 + std::exp(static_cast<f64>(-0.007f * score))));
 }
 
 // The mean of a result and of the expectation that a score stands for, by their shares. Fused, on
 // every machine: whether a compiler fuses by itself depends on the processor.
 inline f32 blend_target(f64 result, f32 expected)
 {
-    return static_cast<f32>(
-        std::fma(result_share, result, score_share * static_cast<f64>(expected)));
+    return to_f32(std::fma(result_share, result, score_share * static_cast<f64>(expected)));
 }
 
 // The result that gr or c9 tell, c9 before gr, from the view of side, the side to move. A c9 of

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "base/rounding.h"
 #include "board/moves.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
@@ -30,8 +31,7 @@ constinit f64 err_sum = 0.0;
 // The order of float and double is part of the outcome: mg goes by way of double, eg does not.
 static void move_weights(f32 phase, f32 error, f32 rate)
 {
-    const f32 mg_error =
-        static_cast<f32>((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
+    const f32 mg_error = to_f32((1.0 - static_cast<f64>(phase)) * static_cast<f64>(error));
     const f32 eg_error = phase * error;
     for (i32 index = 1; index < eval_param_count; ++index) { // entry 0 anchors the scale
         EvalParam* entry = &eval_params[index];

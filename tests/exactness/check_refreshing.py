@@ -19,6 +19,7 @@ PARTS = (
     "bench/signature.txt", "scripts/check_signature", "scripts/refresh_results", "tests/exactness",
     "tests/uci/run_transcript.py", "tests/uci/mend_transcript.py", "tests/uci/mkbook.uci",
     "tests/uci/scan_pgn.uci", "tests/data/search.tsv", "tests/data/eval.tsv",
+    "tests/data/eval-options.tsv", "tests/data/weights-options.tsv",
     "tests/data/default-weights.tsv", "tests/data/eval-trace.txt", "tests/data/pgn/book-basic*",
     "tests/data/pgn/book-limit*", "tests/data/scan/eval.*", "tests/data/scan/rook-ending.*")
 SEARCHES = 4        # so many rows of the stored searches are kept
@@ -26,6 +27,7 @@ SEARCHES = 4        # so many rows of the stored searches are kept
 CHANGED = {
     "tests/data/search.tsv": (rb"\n\w+\t(?:[^\t]*\t){7}(\d+)\t", " rows, 1 differ\n"),
     "tests/data/eval.tsv": (rb"\t(-?\d+)\t\d+\t\d+\t1\t", "eval.tsv: differs\n"),
+    "tests/data/weights-options.tsv": (rb"mtl_queen\t(\d+)\t", "weights-options.tsv: differs\n"),
     "tests/data/default-weights.tsv": (rb"mtl_rook\t(\d+)\t", "default-weights.tsv: differs\n"),
     "tests/data/eval-trace.txt": (rb"eval= (-?\d+)", "eval-trace.txt: differs\n"),
     "tests/data/pgn/book-basic.bin": (rb"(?s)^.{10}(..)", "book-basic.bin: differs\n"),

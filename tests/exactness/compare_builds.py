@@ -2,16 +2,24 @@
 """Compares builds of the engine move for move: the same fixed-depth searches from a cleared
 table must give the same node count, score and line on every build.
 
-    compare_builds.py [--depth N] ENGINE ENGINE...
+    compare_builds.py [--depth N] [--option-sets N] ENGINE ENGINE...
 
-All engines are compared with the first. Status 1 at the first difference.
+The comparison is made with default options to the given depth, and with options that reach the
+arithmetic to a small one: odd weight options and N random sets of them, a file of weights,
+Contempt, Selectivity, several lines, a limit of strength. There the weights and the score tables
+of the console must be the same too. All engines are compared with the first. Status 1 at the first
+difference.
 """
 
 import argparse
+import concurrent.futures
 import os
+import pathlib
+import random
 import re
 import subprocess
 import sys
+import tempfile
 
 POSITIONS = (
     "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -",
@@ -26,13 +34,27 @@ POSITIONS = (
     "r2q3r/1p1bbQ2/4p1Bk/3pP3/1n1P1P1p/pP6/Pn4PP/R1B1R1K1 w - -",
 )
 
+WEIGHT_OPTIONS = (
+    "Mtl_Pawn", "Mtl_Knight", "Mtl_Bishop", "Mtl_Rook", "Mtl_Queen", "Activity_Knight",
+    "Activity_Bishop", "Activity_Rook", "Activity_Queen", "Pawn_Structure", "Passed_Pawns",
+    "King_Safety", "Threats",
+)
+# No value is round, and several give halves that are not representable: 50 * 29 * 0.01 is just
+# below 14.5 and exactly that as an f32.
+ODD_VALUES = ("83,117", "129,71", "57,149", "111,38", "64,133", "29,57", "141,23", "77,181",
+              "47,119", "113,59", "39,161", "71,127", "137,53")
+OPTIONS_DEPTH = 5
+# An engine measures its speed for this part of a second at its start, whatever else runs: many can
+# start at a time on each processor.
+STARTS_PER_PROCESSOR = 8
+
 
 class Dialogue:
     """One engine process; an engine outlives its standard input, so it is always killed."""
 
-    def __init__(self, command):
+    def __init__(self, command, folder=None):
         self.process = subprocess.Popen(
-            command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+            command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, cwd=folder)
 
     def __enter__(self):
         return self
@@ -74,9 +96,91 @@ def search_results(command, depth):
     return results
 
 
+def weight_options(values):
+    """Lines of a configuration file that give the weight options these values."""
+    return [f"{name} = {value}" for name, value in zip(WEIGHT_OPTIONS, values)]
+
+
+def odd_params():
+    """A weights file whose first entries are far from the built-in ones."""
+    names = ("mtl_pawn", "mtl_knight", "mtl_bishop", "mtl_rook", "mtl_queen")
+    return "".join(f"{name} {91 + 283 * i} {107 + 301 * i}\n" for i, name in enumerate(names))
+
+
+def option_cases(random_sets):
+    """Name, configuration lines and files of each case."""
+    odd = weight_options(ODD_VALUES)
+    cases = [
+        ("odd weight options", odd, {}),
+        ("a file of weights", [], {"params.txt": odd_params()}),
+        ("a file of weights and options", odd, {"params.txt": odd_params()}),
+        ("MultiPV 4", ["MultiPV = 4"], {}),
+        ("limited strength", ["UCI_LimitStrength = true", "UCI_Elo = 2200"], {}),
+    ]
+    cases += [(f"Contempt {value}", [f"Contempt = {value}"], {}) for value in (-150, -37, 41, 150)]
+    cases += [(f"Selectivity {value}", [f"Selectivity = {value}"], {}) for value in (0, 37, 200)]
+    chance = random.Random(1)
+    for number in range(1, random_sets + 1):
+        values = [f"{chance.randint(0, 400)},{chance.randint(0, 400)}" for _ in WEIGHT_OPTIONS]
+        cases.append((f"random weight options {number}", weight_options(values), {}))
+    return cases
+
+
+def option_results(command, options, files):
+    """Weights and score tables at the console, then the searches over UCI, all as lines of text."""
+    results = []
+    with tempfile.TemporaryDirectory() as folder:
+        root = pathlib.Path(folder)
+        for name, content in files.items():
+            (root / name).write_text(content, encoding="ascii")
+        (root / "vesk.cfg").write_text("".join(line + "\n" for line in options), encoding="ascii")
+        with Dialogue([os.path.abspath(command), "-c", "-cfg", "vesk.cfg"], folder) as engine:
+            engine.send("sp")
+            for position in POSITIONS:
+                engine.send(f"fen {position}")
+                engine.send("ev")
+            engine.send("uci")
+            # The speed that is measured at the start is no result.
+            results += [line for line in engine.lines_until("uciok")
+                        if " nps= " not in line and "UCI_Elo" not in line]
+            for position in POSITIONS[:4]:
+                engine.send("ucinewgame")
+                engine.send(f"position fen {position}")
+                engine.send(f"go depth {OPTIONS_DEPTH}")
+                lines = engine.lines_until("bestmove")
+                results += [re.sub(r" (time|nps) \d+", "", line) for line in lines
+                            if re.match(rf"info .*\bdepth {OPTIONS_DEPTH} .* pv ", line)]
+                results.append(lines[-1])
+    return results
+
+
+def compare_options(engines, random_sets):
+    """Whether all engines agree in all cases; tells of the first line that differs."""
+    cases = option_cases(random_sets)
+    workers = STARTS_PER_PROCESSOR * (os.cpu_count() or 1)
+    with concurrent.futures.ThreadPoolExecutor(workers) as pool:
+        runs = [[pool.submit(option_results, engine, options, files) for engine in engines]
+                for _, options, files in cases]
+        for (name, options, _), row in zip(cases, runs):
+            expected = row[0].result()
+            for engine, run in zip(engines[1:], row[1:]):
+                found = run.result()
+                if found != expected:
+                    different = [pair for pair in zip(expected, found) if pair[0] != pair[1]]
+                    print(f"{engine} differs from {engines[0]} with {name}:", *options, sep="\n  ")
+                    print(f"  {len(expected)} and {len(found)} lines, first difference",
+                          *(different[0] if different else ("at the end",)), sep="\n    ")
+                    pool.shutdown(cancel_futures=True)
+                    return False
+    print(f"all builds: the same weights, score tables, nodes, scores and lines "
+          f"with {len(cases)} sets of options")
+    return True
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--depth", type=int, default=9)
+    parser.add_argument("--option-sets", type=int, default=10)
     parser.add_argument("engines", nargs="+")
     arguments = parser.parse_args()
     if len(arguments.engines) < 2:
@@ -94,7 +198,7 @@ def main():
                 print("  found", *found, sep="\n    ")
                 return 1
         print(f"{engine}: the same nodes, scores and lines to depth {arguments.depth}")
-    return 0
+    return 0 if compare_options(arguments.engines, arguments.option_sets) else 1
 
 
 if __name__ == "__main__":

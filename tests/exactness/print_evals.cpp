@@ -1,9 +1,10 @@
 // Prints what golden_evals.py compares with stored tables and no console shows in full:
 // "print_evals scores" an evaluation for each position text of its input, "print_evals weights"
-// every weight. A weights file in the current folder counts, so it is run in an empty one.
+// every weight. A third argument sets options first: "NAME=VALUE;NAME=VALUE". A weights file in the
+// current folder counts, so it is run in an empty one.
 #include <cstdio>
-#include <cstring>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "eval/evaluate.h"
 #include "eval/terms.h"
 #include "eval/weights.h"
+#include "shell/options.h"
 
 // Score for the side to move, the dangers, and the parts of a full evaluation. One that ends early
 // has no parts; it has no score table.
@@ -41,10 +43,19 @@ static void print_scores()
     }
 }
 
-// Number, name, the value that counts, and for a scalar weight the value before tuning.
-static void print_weights()
+// Number, name and the value that counts.
+static void print_current_weights()
 {
-    test_thread();
+    for (i32 index = 0; index < weight_count; ++index) {
+        const EvalParam& entry = eval_params[index];
+        printf(
+            "%d\t%s\t%d\t%d\n", index, entry.name, score_mg(entry.packed), score_eg(entry.packed));
+    }
+}
+
+// The same, and for a scalar weight the value before tuning.
+static void print_all_weights()
+{
     build_weights(BaseWeights);
     std::vector<i32> base(weight_count);
     for (i32 index = 0; index < weight_count; ++index) {
@@ -63,15 +74,45 @@ static void print_weights()
     }
 }
 
+// Sets the options of such a text; false if one is unknown.
+static bool set_options(const std::string& text)
+{
+    std::istringstream parts(text);
+    for (std::string part; std::getline(parts, part, ';');) {
+        const size_t sign = part.find('=');
+        if (sign == std::string::npos) {
+            return false;
+        }
+        const std::string name = part.substr(0, sign);
+        // What is set is told on standard output, where only rows belong; an unknown name is not.
+        const std::string told =
+            capture_output([&] { set_option(&dialogue, name.c_str(), part.data() + sign + 1); });
+        if (told.find(name + " set to ") == std::string::npos) {
+            return false;
+        }
+    }
+    build_weights(NormalWeights);
+    return true;
+}
+
 int main(int argc, char** argv)
 {
-    if (argc == 2 && strcmp(argv[1], "scores") == 0) {
-        print_scores();
-    } else if (argc == 2 && strcmp(argv[1], "weights") == 0) {
-        print_weights();
-    } else {
-        fprintf(stderr, "usage: print_evals scores|weights\n");
+    const std::string what = argc >= 2 ? argv[1] : "";
+    if (argc > 3 || (what != "scores" && what != "weights")) {
+        fprintf(stderr, "usage: print_evals scores|weights [NAME=VALUE;...]\n");
         return 1;
+    }
+    test_thread();
+    if (argc == 3 && !set_options(argv[2])) {
+        fprintf(stderr, "print_evals: no such option in %s\n", argv[2]);
+        return 1;
+    }
+    if (what == "scores") {
+        print_scores();
+    } else if (argc == 3) {
+        print_current_weights();
+    } else {
+        print_all_weights();
     }
     return fflush(stdout) == 0 ? 0 : 1;
 }

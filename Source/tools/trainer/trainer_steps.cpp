@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "base/rounding.h"
 #include "board/types.h"
 #include "tools/trainer/trainer_options.h"
 
@@ -105,8 +106,8 @@ static void sum_gradient(const Trainer* trainer, i32 weight, f64* gradient)
 void copy_values(Trainer* trainer)
 {
     for (i32 i = 0; i < weight_count; ++i) {
-        trainer->values[i] = { static_cast<f32>(trainer->weights[i].value[0]),
-            static_cast<f32>(trainer->weights[i].value[1]) };
+        trainer->values[i] = { to_f32(trainer->weights[i].value[0]),
+            to_f32(trainer->weights[i].value[1]) };
     }
 }
 

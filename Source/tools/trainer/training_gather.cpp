@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/rounding.h"
 #include "board/defect.h"
 #include "board/moves.h"
 #include "board/notation.h"
@@ -119,7 +120,7 @@ static LineVerdict find_target(const char* line, const char* score_text, i32 sid
         return LineBadResult;
     }
     if (score_text[0] == '\0') {
-        *target = static_cast<f32>(result);
+        *target = to_f32(result);
         return result == unknown ? LineUnjudged : LineUsed;
     }
     char* end = nullptr;
@@ -132,7 +133,7 @@ static LineVerdict find_target(const char* line, const char* score_text, i32 sid
     }
     const f32 expected = sigmoid(static_cast<f32>(score));
     *target = result == unknown ? expected
-        : is_bracket            ? static_cast<f32>(result)
+        : is_bracket            ? to_f32(result)
                                 : blend_target(result, expected);
     return LineUsed;
 }
@@ -218,7 +219,7 @@ static u32 pack_position(Gatherer* gatherer, f32 target, u32* out)
             fixed += static_cast<f64>(coef) * ((1.0 - phase) * entry->mg + phase * entry->eg);
         }
     }
-    const TrainingPosition record = { terms, target, work->phase, static_cast<f32>(fixed),
+    const TrainingPosition record = { terms, target, work->phase, to_f32(fixed),
         { work->notes.scale_ahead[White], work->notes.scale_ahead[Black] } };
     memcpy(out, &record, sizeof record);
     return position_words + terms;
