@@ -2,6 +2,7 @@
 // fit the position, the rest is the file. Whatever it holds, a move that is given must be legal.
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "fuzz_support.h"
 #include "base/output.h"

@@ -2,6 +2,7 @@
 // are in order, and the position it is played on must stay sound.
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "fuzz_support.h"
 #include "base/output.h"

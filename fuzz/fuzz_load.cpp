@@ -2,6 +2,7 @@
 // file. The game that comes of it must be one that can be taken back and gone through again.
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "fuzz_support.h"
 #include "board/moves.h"

@@ -1,4 +1,5 @@
 // Option values: the first line of the input is a name, the rest its value.
+#include <string>
 #include <vector>
 
 #include "fuzz_support.h"

@@ -2,6 +2,8 @@
 // line is built or written, or a sum is taken.
 #pragma once
 
+#include <atomic>
+
 #include "base/types.h"
 
 struct SpinLock {

@@ -5,6 +5,7 @@
 // sorted at the end. A node once made stays where it is and keeps its key and move.
 // Text comes from anywhere: a line may have any length and hold any bytes.
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <string_view>

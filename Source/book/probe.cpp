@@ -1,6 +1,7 @@
 // Looking up a position in an opening book and choosing a move by chance. Whatever the file holds,
 // the number of reads is bounded by the logarithm of its length, and only a regular file is read:
 // a pipe or a terminal under the book's name would hold up the game.
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 

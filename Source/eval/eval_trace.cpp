@@ -2,6 +2,7 @@
 // the closing line; on demand all weights as well. Only the text is made here: it is for a person
 // at the console, and whoever asks for it prints it.
 #include <cstring>
+#include <span>
 
 #include "base/text.h"
 #include "eval/evaluate.h"

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "fathom/tbmoves.h"
 #include "fathom/tbtable.h"

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cassert>
 #include <span>
+#include <utility>
 
 static constexpr i32 pawn_squares = 48;
 static constexpr i32 lead_single = 31332; // placements of three single pieces

@@ -2,6 +2,8 @@
 // reset between searches: whoever starts one sets what it needs.
 #include "search/control.h"
 
+#include <atomic>
+
 #include "search/limits.h"
 
 constinit Shared<EngineState> engine_state {};

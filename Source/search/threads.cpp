@@ -5,6 +5,7 @@
 #include "search/threads.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <pthread.h>

@@ -6,7 +6,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <sched.h>
+#include <string_view>
 
 #include "base/clock.h"
 #include "base/output.h"

@@ -2,6 +2,7 @@
 // belongs to its word, so a line pasted with tabs is one long word and does nothing.
 #pragma once
 
+#include <cstring>
 #include <string_view>
 
 #include "base/text.h"

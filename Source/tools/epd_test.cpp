@@ -2,6 +2,7 @@
 // command line, and the engine's move is compared with what the line says of good and bad moves.
 // A suite may have thousands of positions and run for hours: what cannot be used is named and left
 // out, the rest counts, and the findings are published when all is done.
+#include <cstdio>
 #include <cstring>
 
 #include "base/clock.h"

@@ -1,6 +1,7 @@
 // The PGN scanner: games with an engine's evaluations in their comments become annotated games or
 // positions. Reading collects the moves of a game with their evaluations; the game is written by
 // pgn_forms.cpp when the next one begins. Nothing is searched, and only one game is in memory.
+#include <cstdio>
 #include <cstring>
 
 #include "base/files.h"

@@ -2,6 +2,8 @@
 // the main thread and on the console's game. Files that they write lie in the current folder.
 #pragma once
 
+#include <span>
+
 #include "shell/console.h"
 
 // Searches the first count (at most 20) benchmark positions and prints time and node totals; the

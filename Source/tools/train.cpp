@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <span>
 
 #include "base/files.h"
 #include "base/output.h"

@@ -2,6 +2,7 @@
 // the quiet position at the end of the best line: that is what the evaluation has to judge. A
 // static evaluation cannot see a pending capture, and training it on one would teach it wrong
 // values.
+#include <cstdio>
 #include <cstring>
 
 #include "base/files.h"

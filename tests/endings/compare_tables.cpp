@@ -11,6 +11,8 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "retrograde.h"
 #include "test_support.h"

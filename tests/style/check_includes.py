@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks the rules of the source tree that a compiler does not know: which folder may include
-what, files in no circle, headers that stand alone, calls that are not used here, and build lists
-without gaps.
+what, files in no circle, headers that stand alone, standard names whose header is named, calls
+that are not used here, and build lists without gaps.
 
     check_includes.py ROOT COMPILER
 
@@ -19,6 +19,7 @@ import tempfile
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
 
 import floors
+import standard_names
 
 # What the engine does without, and why.
 BANNED = (
@@ -88,6 +89,15 @@ def check_text(path):
             report(path, number, "unfinished work is not marked in sources")
 
 
+def check_standard_names(path):
+    text = path.read_text(encoding="utf-8")
+    own = path.with_suffix(".h")
+    own_text = own.read_text(encoding="utf-8") if own != path and own.is_file() else ""
+    code = [without_text(line) for line in text.splitlines()]
+    for number, complaint in standard_names.missing_headers(text, own_text, code):
+        report(path, number, complaint)
+
+
 def check_alone(source, compiler, path):
     """Compiles a header with nothing in front of it."""
     name = path.relative_to(source).as_posix()
@@ -121,10 +131,12 @@ def main():
         check_source(source, path)
     for count, way in floors.find_circles(floors.module_graph(source)):
         report(source, 1, f"{count} modules include one another in a circle: {way}")
-    others = [path for folder in ("tests/unit", "tests/tune", "fuzz", "bench")
+    others = [path for folder in ("tests/unit", "tests/tune", "tests/endings", "tests/exactness",
+                                  "fuzz", "bench")
               for path in sorted((root / folder).glob("*")) if path.suffix in (".cpp", ".h")]
     for path in engine + others:
         check_text(path)
+        check_standard_names(path)
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
         headers = [path for path in engine if path.suffix == ".h"]
         list(pool.map(lambda path: check_alone(source, compiler, path), headers))

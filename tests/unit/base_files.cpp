@@ -1,5 +1,7 @@
 // Files read in lines and pieces of lines, and files that replace older ones once complete.
+#include <cstdio>
 #include <filesystem>
+#include <string>
 
 #include "shell_test_support.h"
 #include "base/files.h"

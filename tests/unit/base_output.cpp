@@ -1,7 +1,12 @@
 // Lines on their way out: whole, in one write, to standard output and to the log.
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
+#include <string>
 #include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include "shell_test_support.h"

@@ -1,7 +1,10 @@
 // Texts that grow, and numbers read out of texts.
 #include "base/text.h"
 
+#include <cstdlib>
+#include <cstring>
 #include <gtest/gtest.h>
+#include <span>
 
 #include <string>
 

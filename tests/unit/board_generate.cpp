@@ -1,6 +1,9 @@
 // The generators: their order, which other parts rely on, and their sets, against a generator that
 // walks a mailbox board.
 #include <algorithm>
+#include <iterator>
+#include <string>
+#include <vector>
 
 #include "board_support.h"
 #include "search/move_lists.h"

@@ -1,5 +1,8 @@
 // Legal moves, moves out of the hash table, and draws by the rules.
 #include <gtest/gtest.h>
+#include <initializer_list>
+#include <string>
+#include <vector>
 
 #include <cstring>
 

@@ -1,6 +1,10 @@
 // Making and unmaking: what each kind of move changes, that unmaking restores all of it, and that
 // no move out of a text can leave a board whose fields disagree.
+#include <algorithm>
 #include <cstring>
+#include <initializer_list>
+#include <string>
+#include <vector>
 
 #include "board_support.h"
 #include "search/move_lists.h"

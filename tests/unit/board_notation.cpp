@@ -2,7 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "test_support.h"
 #include "base/output.h"

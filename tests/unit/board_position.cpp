@@ -1,8 +1,13 @@
 // The position's text form, its keys and derived fields, and the checks that guard a search.
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
+#include <iterator>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "board_support.h"
 #include "base/output.h"

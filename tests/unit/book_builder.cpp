@@ -2,9 +2,12 @@
 // files when something goes wrong.
 #include <csignal>
 #include <filesystem>
+#include <iterator>
 #include <map>
+#include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <vector>
 
 #include "book_support.h"
 #include "base/files.h"

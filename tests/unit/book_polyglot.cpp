@@ -1,6 +1,10 @@
 // The Polyglot format: constants, keys, records, codes of moves.
+#include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "book_support.h"
 

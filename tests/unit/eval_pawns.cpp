@@ -1,5 +1,6 @@
 // Pawn sets, structure, the pawn cache, candidates and passed pawns.
 #include <string>
+#include <vector>
 
 #include "eval_test_support.h"
 

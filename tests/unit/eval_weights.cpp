@@ -1,6 +1,7 @@
 // The weight table: defaults, personality options, the weights file.
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>

@@ -4,7 +4,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
+#include <string>
 #include <sys/resource.h>
+#include <vector>
 
 #include "fathom_support.h"
 #include "fathom/tbfile.h"

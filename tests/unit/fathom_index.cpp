@@ -1,6 +1,7 @@
 // The numbering of positions and the layout of groups, against listed indices.
 #include <algorithm>
 #include <sstream>
+#include <string>
 
 #include "fathom_support.h"
 #include "fathom/tbindex.h"

@@ -2,6 +2,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "fathom_support.h"
 #include "search/thread.h"

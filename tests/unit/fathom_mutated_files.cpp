@@ -2,8 +2,12 @@
 // mapping, and give a value of the scale or none. VESK_MUTATIONS sets how many files are damaged,
 // VESK_FIRST_MUTATION the number of the first.
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "fathom_support.h"
 #include "guarded_mmap.h"

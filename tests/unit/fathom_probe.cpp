@@ -1,10 +1,13 @@
 // Probes: listed values, the limits of the search's probe, the root's choice, and the search with
 // tables.
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "fathom_support.h"
 #include "search_support.h"

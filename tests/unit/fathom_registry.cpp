@@ -1,7 +1,10 @@
 // The registry: which tables a path has, and where they are entered.
 #include <cstring>
 #include <filesystem>
+#include <initializer_list>
+#include <string>
 #include <sys/stat.h>
+#include <vector>
 
 #include "fathom_support.h"
 #include "search/control.h"

@@ -1,4 +1,6 @@
 // The command line.
+#include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "shell_test_support.h"

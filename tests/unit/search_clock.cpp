@@ -1,6 +1,8 @@
 // The time for a move, the strength limit, and what a search starts from.
 
 #include <cmath>
+#include <initializer_list>
+#include <string>
 
 #include "shell_test_support.h"
 #include "base/output.h"

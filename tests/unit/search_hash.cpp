@@ -1,5 +1,7 @@
 // The transposition table: addressing, what a store replaces, what a probe refuses, clearing.
 #include <set>
+#include <string>
+#include <vector>
 
 #include "search_support.h"
 #include "search/hash.h"

@@ -1,4 +1,7 @@
 // Lines completed from the transposition table.
+#include <string>
+#include <vector>
+
 #include "search_support.h"
 #include "search/hash.h"
 #include "search/thread.h"

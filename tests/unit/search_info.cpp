@@ -1,4 +1,6 @@
 // The lines printed for a result of the search, and the trace of a search.
+#include <string>
+
 #include "search_support.h"
 #include "base/output.h"
 #include "board/trace.h"

@@ -2,6 +2,9 @@
 // Most nodes stand at the last ply that makes moves, so that each searched move is one node and
 // its depth can be read from the record of the ply below.
 #include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
 
 #include "search_support.h"
 #include "search/control.h"

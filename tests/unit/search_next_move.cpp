@@ -2,6 +2,9 @@
 // lists look like in between.
 #include <algorithm>
 #include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <vector>
 
 #include "board_support.h"
 #include "search/move_lists.h"

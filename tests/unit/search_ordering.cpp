@@ -1,5 +1,7 @@
 // History, killers, counter moves, and the first order of the root list.
+#include <algorithm>
 #include <map>
+#include <string>
 
 #include "search_support.h"
 #include "search/move_lists.h"

@@ -1,5 +1,8 @@
 // The working tables of the pruning rules, and their printed form.
+#include <algorithm>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "search_support.h"
 #include "search/strength.h"

@@ -1,5 +1,6 @@
 // Leaf counts of the legal move tree.
 #include <gtest/gtest.h>
+#include <string>
 
 #include <cstring>
 

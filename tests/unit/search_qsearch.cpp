@@ -1,5 +1,7 @@
 // The quiescence search: standing pat, the filters in front of a move, and what is stored.
 // Nodes stand at the last ply that makes moves, so that each searched move is one node.
+#include <string>
+
 #include "search_support.h"
 #include "search/control.h"
 

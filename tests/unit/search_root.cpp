@@ -1,6 +1,10 @@
 // The iteration loop and the root: whole searches on the calling thread, and single passes.
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
+#include <vector>
 
 #include "search_support.h"
 #include "base/output.h"

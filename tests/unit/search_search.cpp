@@ -1,5 +1,8 @@
 // The node: what ends it before its first move, extension, pruning, null move, internal deepening.
 #include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
 
 #include "search_support.h"
 #include "base/clock.h"

@@ -1,4 +1,6 @@
 // The workers, what they copy and share, the rules of the secondary ones, and the clock.
+#include <string>
+
 #include "search_support.h"
 #include "base/clock.h"
 #include "base/output.h"

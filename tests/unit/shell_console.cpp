@@ -1,5 +1,8 @@
 // The console's words, one line at a time.
+#include <initializer_list>
+#include <string>
 #include <sys/stat.h>
+#include <vector>
 
 #include "shell_test_support.h"
 #include "base/output.h"

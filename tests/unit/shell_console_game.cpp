@@ -1,5 +1,8 @@
 // Walking through the console's game, its files and the board editor.
+#include <initializer_list>
+#include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "shell_test_support.h"
 #include "board/defect.h"

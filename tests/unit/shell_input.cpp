@@ -1,7 +1,12 @@
 // Standard input in lines and pieces, and what the main loop makes of them.
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <initializer_list>
+#include <string>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 #include "shell_test_support.h"
 #include "base/files.h"

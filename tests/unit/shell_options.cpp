@@ -1,4 +1,10 @@
 // Options by name: ranges, replies, announcement and the configuration file.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+
 #include "shell_test_support.h"
 #include "base/output.h"
 #include "base/text.h"

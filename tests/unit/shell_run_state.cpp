@@ -1,5 +1,7 @@
 // Start values of the run state and of the options, and the clock.
 
+#include <cstring>
+
 #include "shell_test_support.h"
 #include "base/clock.h"
 #include "base/output.h"

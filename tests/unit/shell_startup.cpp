@@ -1,4 +1,7 @@
 // Calibration.
+#include <cstdio>
+#include <string>
+
 #include "shell_test_support.h"
 #include "search/clock.h"
 #include "search/strength.h"

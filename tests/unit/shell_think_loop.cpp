@@ -1,6 +1,7 @@
 // The main loop: what it starts, what it reports, and when it keeps silent.
 #include <algorithm>
 #include <cstdio>
+#include <string>
 
 #include "shell_test_support.h"
 #include "base/clock.h"

@@ -1,4 +1,9 @@
 // The words of the UCI dialogue, as far as they can be told without a running search.
+#include <algorithm>
+#include <initializer_list>
+#include <iterator>
+#include <string>
+
 #include "shell_test_support.h"
 #include "base/output.h"
 #include "search/clock.h"

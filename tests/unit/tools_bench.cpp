@@ -1,4 +1,8 @@
 // The benchmark's rules about depth, time and output. Node limits keep it short.
+#include <algorithm>
+#include <cstdio>
+#include <string>
+
 #include "shell_test_support.h"
 #include "base/output.h"
 #include "search/control.h"

@@ -1,6 +1,10 @@
 // The runner of test suites: which lines are positions, how the engine's move is judged, which
 // search runs, the table of totals, and damaged input.
 #include <cmath>
+#include <cstdio>
+#include <initializer_list>
+#include <sstream>
+#include <string>
 
 #include "tools_support.h"
 #include "base/files.h"

@@ -1,5 +1,11 @@
 // The PGN scanner: how moves, comments and tags are read, the four forms, and what happens when
 // the input is damaged or the output cannot be written.
+#include <filesystem>
+#include <initializer_list>
+#include <iterator>
+#include <sstream>
+#include <string>
+
 #include "tools_support.h"
 #include "base/files.h"
 #include "base/output.h"

@@ -1,5 +1,8 @@
 // The line that shows how far a long run has come: on a terminal alone.
+#include <functional>
 #include <pty.h>
+#include <string>
+#include <unistd.h>
 
 #include "tools_support.h"
 #include "base/clock.h"

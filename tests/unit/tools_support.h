@@ -6,6 +6,7 @@
 #include <csignal>
 #include <filesystem>
 #include <functional>
+#include <string>
 #include <sys/resource.h>
 
 #include "shell_test_support.h"

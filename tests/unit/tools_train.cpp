@@ -1,6 +1,12 @@
 // The training loop: what it prints and counts, when it ends, and the file that it writes.
+#include <cmath>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <initializer_list>
+#include <string>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include "shell_test_support.h"
 #include "base/files.h"

@@ -1,4 +1,6 @@
 // Making a training file: which lines are used, what is written for them, and damaged input.
+#include <string>
+
 #include "tools_support.h"
 #include "base/files.h"
 #include "base/output.h"

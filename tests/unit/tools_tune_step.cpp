@@ -1,6 +1,9 @@
 // One step of the tuner: its arithmetic with coefficients set by hand, and the sampler of lines.
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <set>
+#include <string>
 
 #include "shell_test_support.h"
 #include "board/moves.h"

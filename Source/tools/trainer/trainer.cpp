@@ -6,6 +6,7 @@
 #include "tools/trainer/trainer.h"
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>

@@ -3,6 +3,9 @@
 #include "tools/trainer/trainer_report.h"
 
 #include <cmath>
+#include <cstdio>
+#include <initializer_list>
+#include <unistd.h>
 
 #include "base/files.h"
 #include "eval/weights.h"

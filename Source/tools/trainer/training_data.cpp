@@ -3,6 +3,7 @@
 // chunks and over the file give the same batches.
 #include "tools/trainer/training_data.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
