@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <pthread.h>
@@ -45,6 +46,7 @@ static void* worker_main(void* arg)
     const i32 index = *static_cast<i32*>(arg);
     SearchThread* thread = new_thread_record(index);
     if (thread == nullptr) {
+        fprintf(stderr, "no memory for worker %d\n", index);
         exit(0);
     }
     // Until the first search replaces it.
@@ -138,7 +140,14 @@ void end_search_silently()
     }
     store(stop_code, StopCode::Silent);
     wait_for_workers();
-    store(engine_state, EngineState::Idle);
+}
+
+void drop_search()
+{
+    if (busy_workers() != 0) {
+        end_search_silently();
+        store(engine_state, EngineState::Idle);
+    }
 }
 
 // Resets what a search counts and reports.

@@ -31,9 +31,13 @@ void destroy_workers(i32 count);
 // into all records. Returns after that; does nothing without workers.
 void wake_workers(const SearchThread* game);
 
-// Ends a running search without a report and waits for the workers; the state is idle then.
-// Does nothing while no worker is busy: a result that waits for its report stays.
+// Ends a running search without a report and waits for the workers. The state stays: whoever asked
+// for the search may still ask for its end, and gets what it has found. Does nothing while no
+// worker is busy: a result that waits for its report stays.
 void end_search_silently();
+
+// The same for good: the search is forgotten, and the state is idle if one ran.
+void drop_search();
 
 // Copies the position and the undo stack of a game into all workers and resets their search state.
 void sync_workers(const SearchThread* game);

@@ -270,7 +270,7 @@ static void set_trace(Dialogue*, Words* words, const char*)
 // which the count works.
 static void count_leaves(Dialogue* dialogue, Words* words, const char*)
 {
-    end_search_silently();
+    drop_search();
     if (is_refused(&dialogue->game->pos)) {
         return;
     }

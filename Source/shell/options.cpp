@@ -81,9 +81,10 @@ static void load_named_config(Dialogue* dialogue)
     load_config_file(dialogue);
 }
 
-// A running search uses the table, so it ends first, without a report. A size that stands already
-// costs nothing and keeps the table's content. Without the memory the old table is gone, and the
-// process cannot go on.
+// A running search uses the table, so it ends first. It is not reported now, but the "stop" that
+// its sender owes it is answered with the best move found. A size that stands already costs nothing
+// and keeps the table's content. Without the memory the old table is gone, and the process cannot
+// go on.
 static void resize_hash(Dialogue* dialogue)
 {
     if (dialogue->engine_options.hash == hash.megabytes) {
@@ -91,6 +92,8 @@ static void resize_hash(Dialogue* dialogue)
     }
     end_search_silently();
     if (!make_hash_table(dialogue->engine_options.hash)) {
+        fprintf(
+            stderr, "no memory for a hash table of %d megabytes\n", dialogue->engine_options.hash);
         exit(-1);
     }
 }
@@ -107,14 +110,15 @@ static void restart_workers(Dialogue* dialogue)
     const StopCode stop = load(stop_code);
     destroy_workers(num_threads);
     num_threads = dialogue->engine_options.threads;
-    if (create_workers(num_threads) != 0) {
+    if (const i32 error = create_workers(num_threads); error != 0) {
         print_line("error!");
+        complain("threads", "cannot be started", error);
         exit(-1);
     }
     store(stop_code, stop);
 }
 
-// The search reads the registered tables without a lock, so it ends first.
+// The search reads the registered tables without a lock, so it ends first, as with the table.
 static void find_tables(Dialogue* dialogue)
 {
     end_search_silently();

@@ -4,9 +4,9 @@
 #include "shell/dialogue.h"
 
 // Applies one setting and prints what was set. value may be altered. Unknown names do nothing. A
-// setting that needs a pause (Hash, Threads, SyzygyPath) ends a running search silently; others
-// hold from the next search on. Ends the process where memory or threads for it cannot be had. Main
-// thread.
+// setting that needs a pause (Hash, Threads, SyzygyPath) ends a running search, which is answered
+// when "stop" comes; others hold from the next search on. Ends the process where memory or threads
+// for it cannot be had. Main thread.
 void set_option(Dialogue* dialogue, const char* name, char* value);
 
 // Prints the option lines of "uci" with the values of dialogue->saved_options, and sets an Elo

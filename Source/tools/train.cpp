@@ -261,7 +261,7 @@ static void tune(Dialogue* dialogue, Words* words, const char*)
     if (words->text[1][0] == '\0') {
         return;
     }
-    end_search_silently();
+    drop_search();
     if (is_refused(&dialogue->game->pos)) {
         return;
     }

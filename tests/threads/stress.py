@@ -40,9 +40,9 @@ DISTURBANCES = (
 class Engine:
     """The engine's process and the bestmove lines that it has printed and nobody has taken."""
 
-    def __init__(self, path, folder):
+    def __init__(self, path, folder, words=()):
         self.process = subprocess.Popen(
-            [path], cwd=folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            [path, *words], cwd=folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
             stderr=subprocess.PIPE, text=True)
         self.lines = queue.Queue()
         self.errors = []

@@ -180,14 +180,33 @@ TEST_F(ThinkLoopTest, EndingASearchSilentlyWaitsForTheWorkers)
     EXPECT_EQ(busy_workers(), 1);
     end_search_silently();
     EXPECT_EQ(busy_workers(), 0);
-    EXPECT_EQ(load(engine_state), EngineState::Idle);
-    // Without a search the state stays.
-    store(engine_state, EngineState::Pondering);
+    EXPECT_EQ(load(stop_code), StopCode::Silent);
+    // The "stop" that its sender owes the search must find it.
+    EXPECT_EQ(load(engine_state), EngineState::Thinking);
+    // Without a running search the result that waits is left alone.
     store(stop_code, StopCode::Report);
     end_search_silently();
-    EXPECT_EQ(load(engine_state), EngineState::Pondering);
     EXPECT_EQ(load(stop_code), StopCode::Report);
     EXPECT_EQ(pos->stm, White);
+}
+
+TEST_F(ThinkLoopTest, DroppingASearchForgetsIt)
+{
+    set_workers(1);
+    set_position(start_position);
+    store(noise, silent_noise);
+    prepare_search(&dialogue);
+    store(engine_state, EngineState::Thinking);
+    wake_workers(dialogue.game);
+    drop_search();
+    EXPECT_EQ(busy_workers(), 0);
+    EXPECT_EQ(load(engine_state), EngineState::Idle);
+    // Without a running search the result that waits is left alone.
+    store(engine_state, EngineState::Pondering);
+    store(stop_code, StopCode::Report);
+    drop_search();
+    EXPECT_EQ(load(engine_state), EngineState::Pondering);
+    EXPECT_EQ(load(stop_code), StopCode::Report);
 }
 
 TEST_F(ThinkLoopTest, SelfPlayChargesTheClockAndEndsWithTheGame)
