@@ -17,7 +17,7 @@ constinit i32 exit_status = 0;
 // For a regular file the flag changes nothing.
 FILE* open_regular_file(const char* path, bool append)
 {
-    const int mode = append ? O_WRONLY | O_CREAT | O_APPEND : O_RDONLY;
+    const int mode = append ? O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW : O_RDONLY;
     const int descriptor = open(path, mode | O_NONBLOCK | O_CLOEXEC, 0666);
     if (descriptor < 0) {
         return nullptr;
@@ -32,6 +32,23 @@ FILE* open_regular_file(const char* path, bool append)
         close(descriptor);
     }
     return file;
+}
+
+// Between the removal and the opening the name may come back: then the opening fails.
+int open_new_file(FILE** file, const char* name)
+{
+    *file = nullptr;
+    struct stat status;
+    if (lstat(name, &status) == 0) {
+        if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
+            return EEXIST;
+        }
+        if (unlink(name) != 0) {
+            return errno;
+        }
+    }
+    *file = fopen(name, "wxe");
+    return *file == nullptr ? errno : 0;
 }
 
 void start_reading(LineReader* reader, FILE* file)
@@ -151,7 +168,7 @@ int close_written_file(FILE* file)
 // its results with those of the other run.
 static bool is_being_written(const char* name)
 {
-    const int descriptor = open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int descriptor = open(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) {
         return false;
     }

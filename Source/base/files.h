@@ -8,8 +8,14 @@
 
 // Opens a regular file for reading, or for appending, when it is made if there is none. Returns
 // null if that fails or if path is anything else: a pipe or a device would hold up the main
-// thread, or never end.
+// thread, or never end. What is appended to is not reached through a symbolic link.
 [[nodiscard]] FILE* open_regular_file(const char* path, bool append = false);
+
+// Opens a new, empty file of a fixed name for writing. An older file or a link of that name is
+// removed, not written through: in a folder that others may write to, the name may be a link that
+// somebody else has put there. Returns 0 or the error; EEXIST if the name is neither a file's nor a
+// link's.
+[[nodiscard]] int open_new_file(FILE** file, const char* name);
 
 // A file being read in lines, or in pieces of lines that are longer than the reader allows.
 struct LineReader {

@@ -11,6 +11,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include "base/files.h"
 #include "base/lock.h"
 
 static constexpr size_t line_buffer_size = 8192; // longer ones are written where they stand
@@ -22,6 +23,7 @@ constinit Shared<f64> noise {};
 // Standard output and the log file.
 static constinit SpinLock output_lock { false };
 static constinit FILE* log_file = nullptr; // null while no log is open
+static constinit bool log_is_cut = false;  // a line found no room
 static constinit Shared<u8> logging {};    // lines go to the log too
 
 static constinit Shared<i32> last_output_error {};
@@ -74,7 +76,11 @@ static void write_log_line(std::string_view text)
     }
     fwrite(text.data(), 1, text.size(), log_file);
     fputc('\n', log_file);
-    fflush(log_file);
+    // Told once: whoever asked for the log believes that it is whole.
+    if (fflush(log_file) != 0 && !log_is_cut) {
+        log_is_cut = true;
+        complain(log_name, "lines are missing", errno);
+    }
 }
 
 // The line feed is put behind a copy, outside of the lock; only a line that no buffer holds goes
@@ -143,20 +149,19 @@ void log_line(const char* format, ...)
     write_log_line(text);
 }
 
-// An older log is unlinked, not cut: what has it open keeps it, and a name that is a link to some
-// other file does that no harm.
+// An older log is unlinked, not cut: what has it open keeps it.
 i32 open_log()
 {
     if (log_file != nullptr) {
         return 1;
     }
-    if (access(log_name, F_OK) == 0 && unlink(log_name) != 0) {
+    FILE* file = nullptr;
+    if (open_new_file(&file, log_name) != 0) {
         return 0;
     }
-    FILE* file = fopen(log_name, "we");
     const SpinGuard guard(&output_lock);
     log_file = file;
-    return file != nullptr;
+    return 1;
 }
 
 void close_log()

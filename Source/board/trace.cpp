@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <unistd.h>
 
 #include "base/files.h"
 #include "base/lock.h"
@@ -39,24 +38,16 @@ static void write_move(const UndoStack* stack, Move move)
     noted_depth = depth;
 }
 
-// Opens the file empty. A pipe of that name would hold up the game.
-static FILE* open_trace()
-{
-    FILE* file = open_regular_file("trace.txt", true);
-    if (file != nullptr && ftruncate(fileno(file), 0) != 0) {
-        fclose(file);
-        return nullptr;
-    }
-    return file;
-}
+static constexpr char trace_name[] = "trace.txt";
 
 // Who has asked for a trace and gets none would wait in vain: the program ends.
 void trace_move(const Position* pos, Move move)
 {
     const SpinGuard guard(&trace_lock);
     if (trace_file == nullptr) {
-        trace_file = open_trace();
-        if (trace_file == nullptr) {
+        const int error = open_new_file(&trace_file, trace_name);
+        if (error != 0) {
+            complain(trace_name, "cannot be opened for writing", error);
             exit(0);
         }
     }

@@ -502,27 +502,31 @@ static bool is_lack_of_space(int error)
 }
 
 // Writes the book under another name first, so that the old one stays whole until the new one is.
-// Returns 0 or the error; finding no way to open the file leaves exit_status alone unless the
-// disk is full.
-static int write_book(const NodeTable* table)
+// Returns whether the counts are worth telling: they are where the file is refused from the start
+// or at the end, and not where the disk is full. Whatever fails is complained of and sets
+// exit_status.
+static bool write_book(const NodeTable* table)
 {
     OutputFile book;
     const int open_error = open_output(&book, book_name, unfinished_name);
     if (open_error != 0) {
         complain(book_name, "cannot be opened for writing", open_error);
-        return is_lack_of_space(open_error) ? open_error : 0;
+        exit_status = 1;
+        return !is_lack_of_space(open_error);
     }
     write_nodes(book.file, table);
     const int write_error = close_output(&book);
     if (write_error != 0) {
         complain(book_name, "cannot be written", write_error);
-        return write_error;
+        exit_status = 1;
+        return false;
     }
     const int rename_error = publish_output(&book);
     if (rename_error != 0) {
         complain(book_name, "cannot be replaced", rename_error);
+        exit_status = 1;
     }
-    return 0;
+    return true;
 }
 
 // ---- The mode
@@ -536,6 +540,7 @@ static FILE* open_games(const char* file_name)
         return file;
     }
     fprintf(stderr, "%s: would be replaced by the book\n", file_name);
+    exit_status = 1;
     fclose(file);
     return nullptr;
 }
@@ -548,6 +553,7 @@ static void make_book(BookReader* reader, FILE* games)
     const int read_error = read_games(reader, games);
     if (reader->out_of_memory) {
         fprintf(stderr, "no memory for the positions of %s\n", reader->file_name);
+        exit_status = 1;
         return;
     }
     if (read_error != 0) {
@@ -556,8 +562,7 @@ static void make_book(BookReader* reader, FILE* games)
         return;
     }
     print_plain("\nwriting book file ...");
-    if (write_book(&reader->table) != 0) {
-        exit_status = 1;
+    if (!write_book(&reader->table)) {
         return;
     }
     print_plain("\ngames= %d, nmoves= %d\n", reader->game_count,
@@ -580,6 +585,7 @@ void build_book(Position* pos, const char* file_name)
         make_book(&reader, games);
     } else {
         fprintf(stderr, "no memory for a book\n");
+        exit_status = 1;
     }
     fclose(games);
     free_table(&reader.table);

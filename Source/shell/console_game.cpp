@@ -93,14 +93,16 @@ void save_game(Dialogue* dialogue)
     fputs("[Event \"Unknown\"]\n", file);
     write_moves(dialogue, file);
     fputs("\n\n", file);
+    // The file itself is cut, whatever has its name by then.
+    const int kept_open = dup(fileno(file));
     const int error = close_written_file(file);
-    if (error == 0) {
-        return;
+    if (error != 0) {
+        complain(saved_games, "cannot be written", error);
+        if (ftruncate(kept_open, length) != 0) {
+            complain(saved_games, "holds half a game", errno);
+        }
     }
-    complain(saved_games, "cannot be written", error);
-    if (truncate(saved_games, length) != 0) {
-        complain(saved_games, "holds half a game", errno);
-    }
+    close(kept_open);
 }
 
 // ---- Loading

@@ -16,6 +16,7 @@ Each transcript runs in an empty directory of its own. One step a line; '#' star
   hex NAME DIGITS        appends bytes to a file, two digits each
   directory NAME         makes a directory
   pipe NAME              makes a named pipe
+  link NAME TARGET       makes a symbolic link
   filesize BYTES         limits the length of the files that the engine writes (first steps only)
   crowd NAME COUNT       makes a directory with so many empty files in it
   full                   what the engine prints finds no space (first steps only)
@@ -40,6 +41,7 @@ Each transcript runs in an empty directory of its own. One step a line; '#' star
   idle MS CPU_MS         for so long, at most so much processor time
   has NAME REGEX         a line of the file matches
   lacks NAME REGEX       none does
+  absent NAME            there is no such file
   errors REGEX           the error stream, after the exit, holds a match
   exit STATUS SECONDS    the engine ends by itself; a signal counts negative
   end                    shorthand: send quit, exit 0
@@ -303,6 +305,10 @@ class Run:
     def do_pipe(self, rest):
         os.mkfifo(os.path.join(self.folder, rest))
 
+    def do_link(self, rest):
+        name, target = rest.split()
+        os.symlink(target, os.path.join(self.folder, name))
+
     def do_full(self, _):
         self.full = True
 
@@ -434,6 +440,10 @@ class Run:
         found = self.lines_of(rest)
         if found:
             raise Failure(f"found {found[0]!r}")
+
+    def do_absent(self, rest):
+        if os.path.lexists(os.path.join(self.folder, rest)):
+            raise Failure("there is such a file")
 
     def do_errors(self, rest):
         self.engine.errors.seek(0)

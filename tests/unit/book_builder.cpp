@@ -614,7 +614,7 @@ TEST_F(BookBuilder, GamesUnderANameThatTheBookTakesAreLeftAlone)
         EXPECT_EQ(built.out, "") << name;
         EXPECT_EQ(built.errors, std::string(name) + ": would be replaced by the book\n");
         EXPECT_EQ(read_bytes(name), games) << name;
-        EXPECT_EQ(exit_status, 0);
+        EXPECT_EQ(exit_status, 1);
     }
 }
 
@@ -656,7 +656,7 @@ TEST_F(BookBuilder, BookThatCannotBeReplacedStillEndsWithTheClosingLines)
     EXPECT_EQ(built.out, output_of(3, 1));
     EXPECT_EQ(built.errors, "tmp_book.bin: cannot be replaced: Is a directory\n");
     EXPECT_FALSE(file_exists("tmp_book.part"));
-    EXPECT_EQ(exit_status, 0);
+    EXPECT_EQ(exit_status, 1);
 }
 
 TEST_F(BookBuilder, BookThatCannotBeOpenedStillEndsWithTheClosingLines)
@@ -667,7 +667,7 @@ TEST_F(BookBuilder, BookThatCannotBeOpenedStillEndsWithTheClosingLines)
     EXPECT_EQ(built.out, output_of(3, 1));
     EXPECT_EQ(built.errors, "tmp_book.bin: cannot be opened for writing: File exists\n");
     EXPECT_EQ(read_bytes("tmp_book.bin"), "old");
-    EXPECT_EQ(exit_status, 0);
+    EXPECT_EQ(exit_status, 1);
 }
 
 TEST_F(BookBuilder, FullDiskEndsWithAMessageAndStatus1AndLeavesTheOldBook)
