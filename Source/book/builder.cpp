@@ -565,7 +565,7 @@ static void make_book(BookReader* reader, FILE* games)
     if (!write_book(&reader->table)) {
         return;
     }
-    print_plain("\ngames= %d, nmoves= %d\n", reader->game_count,
+    print_plain("\nngames= %d, nmoves= %d\n", reader->game_count,
         static_cast<i32>(reader->table.node_count));
     print_plain("done\n");
 }

@@ -41,7 +41,7 @@ struct BookBuilder : BookTest {
 static std::string output_of(i32 games, i32 nodes, const std::string& dots = "")
 {
     return " Creating file tmp_book.bin from games in games.pgn\n" + dots
-        + "\nwriting book file ...\ngames= " + std::to_string(games)
+        + "\nwriting book file ...\nngames= " + std::to_string(games)
         + ", nmoves= " + std::to_string(nodes) + "\ndone\n";
 }
 
@@ -550,7 +550,7 @@ TEST_F(BookBuilder, RandomBytesEndSafely)
         }
         bytes.insert(
             next_random(&state, static_cast<u32>(bytes.size()) + 1), "\n[Result \"1-0\"]\n");
-        EXPECT_NE(build(bytes).out.find("games= "), std::string::npos);
+        EXPECT_NE(build(bytes).out.find("\nngames= "), std::string::npos);
     }
 }
 
@@ -565,7 +565,7 @@ TEST_F(BookBuilder, ShuffledPiecesOfGamesEndSafely)
         for (u32 count = next_random(&state, 300); count > 0; --count) {
             text += pieces[next_random(&state, std::size(pieces))];
         }
-        EXPECT_NE(build(text).out.find("games= "), std::string::npos);
+        EXPECT_NE(build(text).out.find("\nngames= "), std::string::npos);
     }
 }
 
