@@ -284,6 +284,17 @@ static i32 piece_total(const Position* pos)
     return popcount(occupied(pos));
 }
 
+// Apart from the conditions, which nearly every node of a search fails: only a node that asks pays
+// for the room that the tables' board takes.
+[[gnu::noinline]] static TbResult ask_tables(const Position* pos)
+{
+    TbPos tb_pos;
+    tb_set_pos(&tb_pos, pos, 0);
+    i32 answer = TbNoAnswer;
+    const i32 wdl = tb_probe_wdl(&tb_pos, &answer);
+    return answer != TbNoAnswer ? tb_result_of(wdl) : TbNone;
+}
+
 // The cheap tests come first: most nodes have too many pieces or too little depth, and leave before
 // a position is copied. The depth for five pieces holds for six as well, besides their own.
 TbResult tb_probe_search(const Position* pos, i32 depth, const TbDepths* least)
@@ -302,14 +313,7 @@ TbResult tb_probe_search(const Position* pos, i32 depth, const TbDepths* least)
         }
     }
     // No table knows of castling.
-    if (pos->castle != 0) {
-        return TbNone;
-    }
-    TbPos tb_pos;
-    tb_set_pos(&tb_pos, pos, 0);
-    i32 answer = TbNoAnswer;
-    const i32 wdl = tb_probe_wdl(&tb_pos, &answer);
-    return answer != TbNoAnswer ? tb_result_of(wdl) : TbNone;
+    return pos->castle != 0 ? TbNone : ask_tables(pos);
 }
 
 // ---- The root
