@@ -33,6 +33,7 @@ STANDARD = {
     "mutex": "lock_guard mutex",
     "new": "nothrow",
     "numeric": "accumulate",
+    "regex": "regex regex_match regex_search smatch",
     "set": "set",
     "span": "span",
     "sstream": "istringstream ostringstream",

@@ -1,12 +1,12 @@
 // The line that shows how far a long run has come: on a terminal alone.
 #include <functional>
 #include <pty.h>
+#include <regex>
 #include <string>
 #include <unistd.h>
 
 #include "tools_support.h"
 #include "base/clock.h"
-#include "search/clock.h"
 #include "tools/tool_input.h"
 
 struct ProgressTest : ToolTest {
@@ -15,7 +15,8 @@ struct ProgressTest : ToolTest {
         return line[0] == 'a';
     }
 
-    // Shows the progress of the second of three items after a while.
+    // Shows the progress of the second of three items, once before it is due and once when it is:
+    // the times are set, since a busy machine may take any.
     static void show_second_item()
     {
         static ToolInput input;
@@ -24,8 +25,9 @@ struct ProgressTest : ToolTest {
         start_progress(&input, is_item);
         char line[8];
         EXPECT_EQ(read_line_piece(&input.lines, line, sizeof line), 2);
-        show_progress(&input, "item", 2); // not due yet
-        sleep_microseconds(250000);
+        input.progress.due = monotonic_seconds() + 1000.0;
+        show_progress(&input, "item", 2);
+        input.progress.due = monotonic_seconds();
         show_progress(&input, "item", 2);
         refuse(&input, 1, "refused");
         close_input(&input);
@@ -53,12 +55,9 @@ struct ProgressTest : ToolTest {
 TEST_F(ProgressTest, IsShownOnATerminalAndTakenAwayBeforeMessages)
 {
     const std::string shown = shown_on_terminal(show_second_item);
-    const std::string head = "\ritem 2 of 3, 0 s elapsed, end expected at ";
-    EXPECT_EQ(shown.substr(0, head.size()), head);
-    const std::string tail = "\x1b[K\r\r\x1b[Kitems.txt:1: refused\r\n";
-    ASSERT_GT(shown.size(), tail.size());
-    EXPECT_EQ(shown.substr(shown.size() - tail.size()), tail);
-    EXPECT_EQ(shown.size(), head.size() + 8 + tail.size()); // a clock of eight characters
+    const std::regex line("\ritem 2 of 3, [0-9]+ s elapsed, end expected at [0-9:]{8}\x1b\\[K\r"
+                          "\r\x1b\\[Kitems\\.txt:1: refused\r\n");
+    EXPECT_TRUE(std::regex_match(shown, line)) << shown;
 }
 
 TEST_F(ProgressTest, IsNotShownInAFile)
