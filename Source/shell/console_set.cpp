@@ -33,7 +33,8 @@ static void set_noise(Dialogue*, const Words* words)
     store(noise, read_real(words->text[2]));
 }
 
-// Lines of a search, the best first.
+// Lines of a search, the best first. Held to the range of the option, as the keys of search
+// parameters are not: no lines at all, or more than the search has room for, would be no search.
 static void set_lines(Dialogue* dialogue, const Words* words)
 {
     dialogue->engine_options.multi_pv =

@@ -171,7 +171,9 @@ static void read_moves(PgnScan* scan, const char* line)
 
 // ---- Games
 
-// Writes the game that has been collected. Tags follow each other, so mostly there is none.
+// Writes the game that has been collected. Tags follow each other, so mostly there is none. Behind
+// a game without moves nothing is written, no line feed either, also where it is the last one: its
+// tags have been copied as they came.
 static void end_game(Dialogue* dialogue, PgnScan* scan)
 {
     if (scan->game.count == 0) {

@@ -286,6 +286,31 @@ TEST_F(TableFiles, FileCutAtAnyByteIsRefused)
     }
 }
 
+// Of a sound file's length, with nothing else changed: only the number itself can tell.
+TEST_F(TableFiles, FileWithAnotherMagicNumberIsRefused)
+{
+    const RealFile files[] = { { "KQvK", TbWdlFile, 0 }, { "KQvK", TbDtzFile, 0 },
+        { "KPvK", TbWdlFile, 0 }, { "KPvK", TbDtzFile, 0 } };
+    for (const RealFile& file : files) {
+        TbEntry* entry = enter_alone(file);
+        const std::string bytes = bytes_of_file(file);
+        ASSERT_TRUE(TableInMemory(entry, file.kind, bytes).is_sound) << file.name;
+        for (size_t at = 0; at < 4; ++at) {
+            for (i32 bit = 0; bit < 8; ++bit) {
+                std::string changed = bytes;
+                changed[at] = static_cast<char>(changed[at] ^ (1 << bit));
+                EXPECT_FALSE(TableInMemory(entry, file.kind, changed).is_sound)
+                    << file.name << " byte " << at << " bit " << bit;
+            }
+        }
+    }
+    // The number of the other kind is none of this one's.
+    TbEntry* entry = enter_alone(files[0]);
+    const std::string bytes =
+        bytes_of_file(files[1]).substr(0, 4) + bytes_of_file(files[0]).substr(4);
+    EXPECT_FALSE(TableInMemory(entry, TbWdlFile, bytes).is_sound);
+}
+
 TEST_F(TableFiles, DamagedFileCountsAsMissing)
 {
     const std::string values = table_bytes("KQvK.rtbw");

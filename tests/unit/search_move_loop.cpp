@@ -358,6 +358,20 @@ TEST_F(MoveLoop, LosingCaptureIsDroppedAtDepthOneOnly)
     EXPECT_NE(searched_at(fen, 2).find("b4d5"), std::string::npos);
 }
 
+TEST_F(MoveLoop, LosingCheckIsDroppedUpToAnOrderingScoreOfForty)
+{
+    // The knight gives check on d5, where the pawn takes it.
+    const char* fen = "8/4k3/2p5/8/1N6/8/8/K7 w - -";
+    for (const i32 score : { 40, 41 }) {
+        Node node = make_node(fen, last_moving_ply);
+        node.rec->hash_move = move_of("a1b1");
+        set_base(&node, score);
+        const std::string searched =
+            sorted_moves_made([&] { run_moves(&node, 1, high, high + 1, CutNode); });
+        EXPECT_EQ(searched.find("b4d5") == std::string::npos, score == 40) << searched;
+    }
+}
+
 TEST_F(MoveLoop, LosingCaptureThatGivesCheckIsKept)
 {
     // The knight takes a guarded pawn on d5; with the king on e7 that is a check.

@@ -229,6 +229,28 @@ TEST_F(Search, EntryDeepEnoughEndsAZeroWindowNodeWithTheWindowsBound)
     }
 }
 
+TEST_F(Search, NoEntryOutsideTheWindowEndsAPvNode)
+{
+    const struct {
+        i32 score;
+        HashBound bound;
+    } rows[] = { { 300, BoundExact }, { 300, BoundLower }, { -300, BoundExact },
+        { -300, BoundUpper } };
+    for (const auto& row : rows) {
+        for (const i32 ply : { 5, 12 }) {
+            Node node = make_node(pawn_up, ply);
+            put_entry(node.pos, NoMove, row.score, 20, row.bound);
+            run_node(&node, 3, -200, 200, PvNode);
+            EXPECT_GT(node_count(), 1u) << row.score << " at ply " << ply;
+
+            node = make_node(pawn_up, ply);
+            put_entry(node.pos, NoMove, row.score, 20, row.bound);
+            run_node(&node, 3, -200, 200, CutNode);
+            EXPECT_EQ(node_count(), 1u) << row.score << " at ply " << ply;
+        }
+    }
+}
+
 TEST_F(Search, MateLikeEntryBelowPlyEightCutsZeroWindowNodesOutsideTheirWindowOnly)
 {
     Node node = make_node(pawn_up, 7);

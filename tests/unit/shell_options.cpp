@@ -356,6 +356,9 @@ TEST_F(OptionsTest, ConfigurationLines)
         { "Ponder = true\n", "info string Ponder set to 1\n" },
         { "Mtl_Pawn = 100,110\n", "info string Mtl_Pawn set to 100,110\n" },
         { "OwnBook_File = a b = c\n", "info string OwnBook_File set to 'a b = c'\n" },
+        // The comment is cut off a text too, and what is behind it is no part of the name.
+        { "OwnBook_File = a.bin # b.bin\n", "info string OwnBook_File set to 'a.bin '\n" },
+        { "OwnBook_File = a#b\n", "info string OwnBook_File set to 'a'\n" },
         // Blanks behind the value stay.
         { "OwnBook_File = a  \n", "info string OwnBook_File set to 'a  '\n" },
     };
