@@ -1,0 +1,148 @@
+#!/usr/bin/env python3
+"""Tests which changes scripts/mutate finds in a text, and what they make of it."""
+
+import pathlib
+import subprocess
+import sys
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "scripts"))
+
+import mutations
+
+SAMPLE = '''\
+// In a comment: a < b, 7, true, return;
+#include "base/types.h"
+#define TWICE(x) \\
+    ((x) + (x))
+
+/* Over two lines: a < b
+   and 7 again; */
+static constexpr i32 table[8] = { 3, 4 };
+
+i32 count_of(const Shape* shape, std::span<const i32> values)
+{
+    debug_check(shape->size > 0
+        && values.size() < 9);
+    const char* text = "a < b \\" 7 // true";
+    const char mark = '7';
+    i32 sum = -1;
+    for (i32 i = 0; i < 5; ++i) {
+        sum += values[i];
+        if (is_odd(values[i])
+            && text != nullptr) {
+            continue;
+        }
+        print(text, mark);
+    }
+    return sum;
+}
+'''
+
+
+def made(text):
+    """What the changes make of a text of one line, by kind."""
+    return {(change.kind, mutations.make_change(text, change))
+            for change in mutations.find_changes(text)}
+
+
+def lines_of(text, kind):
+    return [change.line for change in mutations.find_changes(text) if change.kind == kind]
+
+
+class FindChanges(unittest.TestCase):
+    def test_leaves_alone_what_is_no_code(self):
+        lines = {change.line for change in mutations.find_changes(SAMPLE)}
+        self.assertEqual(lines, {8, 16, 17, 18, 19, 20, 21, 23})
+
+    def test_leaves_the_size_of_an_array_alone(self):
+        found = [mutations.describe(SAMPLE, change)
+                 for change in mutations.find_changes(SAMPLE) if change.line == 8]
+        self.assertEqual(found, ["3 -> 2", "3 -> 4", "4 -> 3", "4 -> 5"])
+        self.assertIn(("constant", "    values[9] = x;"), made("    values[8] = x;"))
+
+    def test_keeps_the_number_of_lines(self):
+        for change in mutations.find_changes(SAMPLE):
+            text = mutations.make_change(SAMPLE, change)
+            self.assertNotEqual(text, SAMPLE)
+            self.assertEqual(text.count("\n"), SAMPLE.count("\n"))
+
+    def test_turns_comparisons_and_moves_them_by_one(self):
+        self.assertEqual(made("x = a < b"), {("comparison", "x = a <= b"),
+                                             ("comparison", "x = a >= b")})
+        self.assertEqual(made("x = a == b"), {("comparison", "x = a != b")})
+        self.assertEqual(made("Shared<T> x"), set())
+        self.assertEqual(made("template <typename T>"), set())
+
+    def test_turns_operators(self):
+        self.assertEqual(made("x = a + b"), {("operator", "x = a - b")})
+        self.assertEqual(made("x = a && b"), {("operator", "x = a || b")})
+        self.assertEqual(made("x = a << b"), {("operator", "x = a >> b")})
+        self.assertEqual(made("x -= b"), {("operator", "x += b")})
+        self.assertEqual(made("const Position* pos"), set())
+        self.assertEqual(made("x = --a"), {("step", "x = ++a")})
+
+    def test_drops_signs(self):
+        self.assertEqual(made("x = -a"), {("sign", "x = a")})
+        self.assertEqual(made("return ~a"), {("sign", "return a")})
+        self.assertEqual(made("f(a, !b)"), {("sign", "f(a, b)")})
+        self.assertEqual(made("p->x"), set())
+
+    def test_moves_constants_by_one(self):
+        self.assertEqual(made("x = 0"), {("constant", "x = 1")})
+        self.assertEqual(made("x = 7U"), {("constant", "x = 8U"), ("constant", "x = 6U")})
+        self.assertEqual(made("x = 0xffULL"), {("constant", "x = 0x100ULL"),
+                                               ("constant", "x = 0xfeULL")})
+        self.assertEqual(made("x = 0.25f"), {("constant", "x = 0.26f")})
+        self.assertEqual(made("x = true"), {("constant", "x = false")})
+        self.assertEqual(made("u8 v2"), set())
+
+    def test_negates_conditions(self):
+        self.assertIn(("condition", "if (!(f(a) && b)) {"), made("if (f(a) && b) {"))
+        self.assertEqual(lines_of(SAMPLE, "condition"), [19])
+        self.assertIn("if (!(is_odd(values[i])\n            && text != nullptr)) {", "".join(
+            mutations.make_change(SAMPLE, change)
+            for change in mutations.find_changes(SAMPLE) if change.kind == "condition"))
+
+    def test_negates_once(self):
+        self.assertEqual(made("if (!a) {"), {("sign", "if (a) {")})
+        self.assertEqual(made("if (a != b) {"), {("comparison", "if (a == b) {")})
+
+    def test_drops_statements_that_are_no_declarations(self):
+        self.assertEqual(lines_of(SAMPLE, "statement"), [18, 21, 23])
+        self.assertIn(("statement", "{\n    ;\n"), made("{\n    rec->list[i] = a;\n"))
+        self.assertIn(("statement", "{\n        ;\n"), made("{\n        return a;\n"))
+        self.assertEqual(lines_of("{\n    i32 x = a;\n    run(a,\n        b);\n", "statement"), [])
+
+
+class Choose(unittest.TestCase):
+    places = [("a.cpp", change) for change in mutations.find_changes(SAMPLE)]
+
+    def test_same_seed_gives_the_same_choice(self):
+        first = mutations.choose(self.places, 5, 3)
+        self.assertEqual(first, mutations.choose(self.places[::-1], 5, 3))
+        self.assertEqual(len(set(first)), 5)
+        self.assertNotEqual(first, mutations.choose(self.places, 5, 4))
+
+    def test_takes_every_line_once_before_a_second_change_of_one(self):
+        lines = {place[1].line for place in self.places}
+        chosen = mutations.choose(self.places, len(lines), 3)
+        self.assertEqual({place[1].line for place in chosen}, lines)
+
+    def test_takes_all_where_no_number_is_said(self):
+        self.assertEqual(mutations.choose(self.places, None, 3), sorted(self.places))
+
+
+class Refuse(unittest.TestCase):
+    def test_takes_sources_of_the_engine_alone(self):
+        for name in ("README.md", "tests/unit/base_text.cpp", "Source/book/random64.cpp",
+                     "Source/none.cpp", "/"):
+            result = subprocess.run([ROOT / "scripts" / "mutate", ROOT / name], text=True,
+                                    capture_output=True, check=False)
+            self.assertEqual(result.returncode, 2, name)
+            self.assertIn(" is no source of the engine", result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()
