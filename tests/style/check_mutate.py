@@ -2,6 +2,7 @@
 """Tests which changes scripts/mutate finds in a text, and what they make of it."""
 
 import pathlib
+import re
 import subprocess
 import sys
 import unittest
@@ -134,7 +135,18 @@ class Choose(unittest.TestCase):
         self.assertEqual(mutations.choose(self.places, None, 3), sorted(self.places))
 
 
-class Refuse(unittest.TestCase):
+class Program(unittest.TestCase):
+    def test_knows_the_tests_of_recorded_results(self):
+        """A name that no test has would let that test count as one of the behaviour."""
+        text = (ROOT / "scripts" / "mutate").read_text(encoding="utf-8")
+        table = text.partition("RECORDED_TESTS = (")[2].split(")")[0]
+        names = re.findall(r'"(\w+)\.(\w+)",', table)
+        self.assertGreater(len(names), 3)
+        sources = "".join(path.read_text(encoding="utf-8")
+                          for path in (ROOT / "tests" / "unit").glob("*.cpp"))
+        for suite, test in names:
+            self.assertRegex(sources, rf"TEST(_F)?\({suite}, {test}\)")
+
     def test_takes_sources_of_the_engine_alone(self):
         for name in ("README.md", "tests/unit/base_text.cpp", "Source/book/random64.cpp",
                      "Source/none.cpp", "/"):
