@@ -141,7 +141,13 @@ static std::vector<i32> table_order(const std::string& name)
         }
         return count(code) > 1 ? 30 + code : (code & 7) == King ? 10 : 20;
     };
-    std::stable_sort(codes.begin(), codes.end(), [&](i32 a, i32 b) { return rank(a) < rank(b); });
+    // Codes of one rank keep their order. (Of the library's stable sort Clang 19 complains, where
+    // the library is older than itself.)
+    for (auto at = codes.begin(); at != codes.end(); ++at) {
+        const auto place = std::upper_bound(
+            codes.begin(), at, *at, [&](i32 a, i32 b) { return rank(a) < rank(b); });
+        std::rotate(place, at, at + 1);
+    }
     return codes;
 }
 
