@@ -2,11 +2,17 @@
 // library: every move played, pondered on or printed in a line must be legal, no clock may run
 // out, and the games end where the referee says so.
 //
-//     node play_games.mjs ENGINE REFEREE_FOLDER [--rounds N] [--parallel N]
+//     node play_games.mjs ENGINE REFEREE_FOLDER [--rounds N] [--parallel N] [--schedule FILE]
 //
 // REFEREE_FOLDER is where npm has installed the library. Status 1 after any violation.
+//
+// FILE holds a JSON array of games in place of those below, each played once a round and told as a
+// line of JSON. Besides the fields of those below a game may have "options" (names and values),
+// "fen" (white to move) and "opening" (moves, none where it is ""), and "peer", the path of another
+// engine that plays itself: of that one only the moves played and the clock are judged.
 
 import { spawn } from "node:child_process";
+import { readFileSync } from "node:fs";
 import { createRequire } from "node:module";
 import { join, resolve } from "node:path";
 import { createInterface } from "node:readline";
@@ -53,10 +59,15 @@ const openings = [
 class Violation extends Error {
 }
 
+// Told apart, since the load of the machine has a part in it.
+class TimeLoss extends Violation {
+}
+
 // One engine process: lines out, lines in, and a wait for a line that matches.
 class Engine {
-    constructor(path, label) {
+    constructor(path, label, isPeer) {
         this.label = label;
+        this.isPeer = isPeer;
         this.log = [];
         this.waiting = null;
         this.infoLines = [];
@@ -111,14 +122,14 @@ class Engine {
         if (reply.line === null) {
             this.fail(this.exited ? `ended (${this.exitText})` : `no reply like ${pattern}`);
         }
-        if (this.problem) {
+        if (this.problem && !this.isPeer) {
             this.fail(this.problem);
         }
         return reply;
     }
 
-    fail(text) {
-        throw new Violation(`${this.label}: ${text}\n${this.log.slice(-12).join("\n")}`);
+    fail(text, Kind = Violation) {
+        throw new Kind(`${this.label}: ${text}\n${this.log.slice(-12).join("\n")}`);
     }
 
     async quit() {
@@ -181,11 +192,15 @@ class LineJudge {
 
 // Judges everything that engine printed for its search of the position fen, and its reply.
 function judgeReply(Chess, engine, fen, reply, counts) {
-    const match = /^bestmove (\S+)(?: ponder (\S+))?$/.exec(reply);
+    const match = /^bestmove (\S+)(?: ponder (\S+))?$/.exec(
+        engine.isPeer ? reply.trim() : reply);
     if (!match) {
         engine.fail(`malformed reply: ${reply}`);
     }
     const judge = new LineJudge(Chess, fen);
+    if (engine.isPeer) {
+        engine.infoLines = [];
+    }
     for (const line of engine.infoLines) {
         const illegal = judge.firstIllegal(line.replace(/^.* pv /, "").trim().split(/\s+/));
         if (illegal) {
@@ -194,7 +209,7 @@ function judgeReply(Chess, engine, fen, reply, counts) {
         counts.lines += 1;
     }
     const [, best, ponder] = match;
-    if (judge.firstIllegal(ponder ? [best, ponder] : [best])) {
+    if (judge.firstIllegal(ponder && !engine.isPeer ? [best, ponder] : [best])) {
         engine.fail(`illegal reply in ${fen}: ${reply}`);
     }
     if (/ score mate 1 /.test(engine.infoLines.at(-1) ?? "")) {
@@ -208,17 +223,25 @@ function judgeReply(Chess, engine, fen, reply, counts) {
 }
 
 async function startEngine(path, label, game) {
-    const engine = new Engine(path, label);
+    const engine = new Engine(path, label, Boolean(game.peer));
     engine.send("uci");
     await engine.expect(/^uciok$/);
     engine.send("setoption name Hash value 16");
     engine.send(`setoption name Threads value ${game.threads ?? 1}`);
     engine.send(`setoption name Ponder value ${game.ponder ? "true" : "false"}`);
+    for (const [name, value] of Object.entries(game.options ?? {})) {
+        engine.send(`setoption name ${name} value ${value}`);
+    }
     engine.send("ucinewgame");
     engine.send("isready");
     await engine.expect(/^readyok$/);
     engine.ready = true;
     return engine;
+}
+
+function positionWords(game, moves) {
+    const start = game.fen ? `fen ${game.fen}` : "startpos";
+    return `position ${start}${moves.length > 0 ? ` moves ${moves.join(" ")}` : ""}`;
 }
 
 function clockWords(game, clocks, plies) {
@@ -254,7 +277,7 @@ function resultOf(chess) {
 // Lets engine search the game's position and returns its judged reply with the time it took.
 // pondering is the move it has been pondering on, the game's last move if it guessed right.
 async function think(Chess, engine, game, chess, moves, clocks, pondering, counts) {
-    const position = `position startpos moves ${moves.join(" ")}`;
+    const position = positionWords(game, moves);
     if (pondering && pondering.guess !== moves.at(-1)) {
         engine.send("stop");
         const { line } = await engine.expect(/^bestmove /);
@@ -282,14 +305,17 @@ function startPondering(Chess, engine, game, chess, moves, clocks, ponder) {
         return null;
     }
     const line = [...moves, ponder];
-    engine.send(`position startpos moves ${line.join(" ")}`);
+    engine.send(positionWords(game, line));
     engine.send(`go ponder ${clockWords(game, clocks, line.length)}`);
     return { guess: ponder, fen: ahead.fen() };
 }
 
 async function playGame(Chess, path, game, opening, label, counts) {
-    const chess = new Chess();
-    const moves = opening.split(" ");
+    const chess = game.fen ? new Chess(game.fen) : new Chess();
+    if (chess.turn() !== "w") {
+        throw new Error(`${game.fen}: clocks are kept for games that White begins`);
+    }
+    const moves = opening.split(" ").filter((text) => text !== "");
     moves.forEach((text) => {
         if (!playMove(chess, text)) {
             throw new Error(`the opening ${opening} is not legal`);
@@ -311,14 +337,14 @@ async function playGame(Chess, path, game, opening, label, counts) {
 function chargeClock(engine, game, clocks, side, took, counts) {
     if (game.movetime) {
         if (took > game.movetime + movetimeSlack) {
-            engine.fail(`took ${took} ms of ${game.movetime}`);
+            engine.fail(`took ${took} ms of ${game.movetime}`, TimeLoss);
         }
         return;
     }
     clocks[side] -= took;
     counts.lowest = Math.min(counts.lowest, clocks[side]);
     if (clocks[side] < 0) {
-        engine.fail(`lost on time by ${-clocks[side]} ms`);
+        engine.fail(`lost on time by ${-clocks[side]} ms`, TimeLoss);
     }
     clocks[side] += game.increment ?? 0;
 }
@@ -356,26 +382,43 @@ async function playMoves(Chess, engines, game, chess, moves, counts) {
     return `${result ?? "* broken off"}, ${moves.length} plies`;
 }
 
-async function playShare({ engine, referee, games }) {
+// A game that was played to its end, for a person.
+function describe(label, game, result, counts) {
+    const ponder = game.ponder ? `, ponder hits ${counts.hits} of `
+        + `${counts.hits + counts.misses}` : "";
+    const clock = game.base ? `, lowest clock ${Math.round(counts.lowest)} ms` : "";
+    return `${label}: ${result}, ${counts.lines} lines${ponder}${clock}`;
+}
+
+async function playShare({ engine, referee, games, asJson }) {
     const { Chess } = createRequire(join(referee, "package.json"))("chess.js");
     let failed = 0;
+    const tell = (text, record) => {
+        parentPort.postMessage(asJson ? JSON.stringify(record) : text);
+    };
     for (const { number, game, opening } of games) {
         const counts = { lines: 0, hits: 0, misses: 0, lowest: game.base ?? 0 };
         const label = `game ${number} (${game.name})`;
+        const record = { number, name: game.name, peer: game.peer ?? null, counts };
         try {
-            const result = await playGame(Chess, engine, game, opening, label, counts);
-            const ponder = game.ponder ? `, ponder hits ${counts.hits} of `
-                + `${counts.hits + counts.misses}` : "";
-            const clock = game.base ? `, lowest clock ${Math.round(counts.lowest)} ms` : "";
-            parentPort.postMessage(`${label}: ${result}, ${counts.lines} lines${ponder}${clock}`);
+            const path = game.peer ?? engine;
+            const result = await playGame(Chess, path, game, opening, label, counts);
+            tell(describe(label, game, result, counts), { ...record, result });
         } catch (error) {
             failed += 1;
-            parentPort.postMessage(`${label}: FAILED: `
-                + `${error instanceof Violation ? error.message : error.stack}`);
+            const failure = error instanceof Violation ? error.message : error.stack;
+            const onTime = error instanceof TimeLoss;
+            tell(`${label}: FAILED: ${failure}`, { ...record, failure, onTime });
         }
     }
     // Engines of a failed game may still run, and would keep the thread alive.
     process.exit(failed);
+}
+
+// The games of one round: those of the file that --schedule names, or the ones above.
+function readSchedule(words) {
+    const index = words.indexOf("--schedule");
+    return index < 0 ? null : JSON.parse(readFileSync(words[index + 1], "utf8"));
 }
 
 function readNumber(words, name, fallback) {
@@ -386,28 +429,34 @@ function readNumber(words, name, fallback) {
 async function main() {
     const [engine, referee, ...words] = process.argv.slice(2);
     if (!engine || !referee) {
-        console.error("usage: play_games.mjs ENGINE REFEREE_FOLDER [--rounds N] [--parallel N]");
+        console.error("usage: play_games.mjs ENGINE REFEREE_FOLDER [--rounds N] [--parallel N] "
+            + "[--schedule FILE]");
         process.exit(2);
     }
-    const rounds = readNumber(words, "--rounds", 2);
+    const ownSchedule = readSchedule(words);
+    const row = ownSchedule ?? schedule;
+    const rounds = readNumber(words, "--rounds", ownSchedule ? 1 : 2);
     const parallel = readNumber(words, "--parallel", 2);
     const shares = Array.from({ length: parallel }, () => []);
-    for (let number = 0; number < rounds * schedule.length; number += 1) {
-        const round = Math.floor(number / schedule.length);
-        const game = schedule[number % schedule.length];
-        const opening = openings[(number + 5 * round) % openings.length];
+    for (let number = 0; number < rounds * row.length; number += 1) {
+        const round = Math.floor(number / row.length);
+        const game = row[number % row.length];
+        const opening = game.opening ?? openings[(number + 5 * round) % openings.length];
         shares[number % parallel].push({ number: number + 1, game, opening });
     }
     const workers = shares.map((games) => {
         const worker = new Worker(fileURLToPath(import.meta.url), {
-            workerData: { engine: resolve(engine), referee: resolve(referee), games },
+            workerData: {
+                engine: resolve(engine), referee: resolve(referee), games,
+                asJson: ownSchedule !== null,
+            },
         });
         worker.on("message", (text) => console.log(text));
         worker.on("error", (error) => console.log(`FAILED: ${error.stack}`));
         return new Promise((done) => worker.on("exit", done));
     });
     const failed = (await Promise.all(workers)).reduce((sum, code) => sum + code, 0);
-    console.log(failed ? `${failed} games failed` : `${rounds * schedule.length} games played`);
+    console.log(failed ? `${failed} games failed` : `${rounds * row.length} games played`);
     process.exit(failed ? 1 : 0);
 }
 
