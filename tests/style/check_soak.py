@@ -1,0 +1,177 @@
+#!/usr/bin/env python3
+"""Checks the parts of scripts/soak that nobody would see fail for hours: damage follows from its
+seed and is what its name says, a state survives being written, bad programs are found out, and
+what has failed gives status 1.
+
+    check_soak.py ROOT
+"""
+
+import json
+import pathlib
+import random
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(sys.argv[1]).resolve()
+sys.path.insert(0, str(ROOT / "scripts"))
+
+import soak_damage
+import soak_jobs
+import soak_state
+
+# Stand-ins for the program: a shell that answers each line with what the dialogue awaits.
+ANSWER = 'while read -r line; do case $line in uci) echo uciok;; go*) echo bestmove;; ' \
+         'isready) echo readyok;; perft*) echo visited;; quit) %s;; esac; done; exit 0'
+PROGRAMS = {
+    "exit 0": None,
+    "exit 1": None,
+    "exit 66": "status 66",
+    "kill -SEGV $$": "status -11",
+    "echo '==1==ERROR: AddressSanitizer: overflow' >&2; exit 0": "told of a defect",
+    "echo >>input.bin; exit 0": "changed its input: input.bin",
+    "exec sleep 60": "no end within",
+    "printf '\\377\\n'; exit 0": None,
+}
+
+
+def check_bytes(data, seed):
+    """Every way of damage, on data: the same again for a seed, and as its name says."""
+    for way in soak_damage.DAMAGES:
+        out = way(data, random.Random(seed))
+        assert out == way(data, random.Random(seed)), way.__name__
+        name = way.__name__
+        if name in ("flip_bits", "zero_page", "overwrite"):
+            assert len(out) == len(data), name
+        if name == "flip_bits" and data:
+            turned = sum((a ^ b).bit_count() for a, b in zip(out, data))
+            assert 1 <= turned <= 8, turned
+        if name == "zero_page":
+            assert all(b in (0, a) for a, b in zip(data, out)), name
+            assert not data.strip(b"\0") or out != data, name
+        if name == "cut":
+            assert data.startswith(out) and (len(out) < len(data) or not data), name
+        if name in ("insert", "repeat") and data:
+            assert len(out) > len(data), name
+            extra = len(out) - len(data)
+            assert any(out[:at] + out[at + extra:] == data for at in range(len(data) + 1)), name
+        if name == "take_out" and data:
+            lost = len(data) - len(out)
+            assert lost > 0, name
+            assert any(data[:at] + data[at + lost:] == out for at in range(len(data))), name
+    assert soak_damage.write_extreme(b"Hash = ", random.Random(seed)) == b"Hash = "
+    assert soak_damage.write_extreme(b"Hash = 17", random.Random(seed)) != b"Hash = 17"
+
+
+def check_damage():
+    for seed in range(200):
+        dice = random.Random(seed)
+        check_bytes(b"", seed)
+        check_bytes(bytes(dice.choices(range(1, 256), k=dice.choice((1, 5, 900)))), seed)
+    large = random.Random(1).randbytes(5 * soak_damage.PAGE).replace(b"\0", b"\1")
+    zeroed = soak_damage.zero_page(large, random.Random(2))
+    assert zeroed.count(0) == soak_damage.PAGE
+    assert soak_damage.damage(large, random.Random(3)) == soak_damage.damage(large,
+                                                                             random.Random(3))
+
+
+def check_cases(folder):
+    """Two rounds of all kinds are laid out alike twice, and differ from seed to seed."""
+    kinds = set()
+    for seed in range(1, 2 * len(soak_damage.MAKERS) + 1):
+        places = [folder / f"{seed}-{number}" for number in (1, 2)]
+        for place in places:
+            place.mkdir()
+        first, second = (soak_damage.make_case(seed, ROOT / "tests/data", place)
+                         for place in places)
+        assert first == second, seed
+        assert soak_damage.snapshot(places[0]) == soak_damage.snapshot(places[1]), seed
+        assert first.ways, seed
+        kinds.add(first.kind)
+    assert len(kinds) == len(soak_damage.MAKERS), kinds
+    # Kings with fixed squares must leave no piece without one.
+    for seed in range(2000):
+        text = soak_damage.random_position(random.Random(seed), "KQPvKRP")
+        assert text.count("K") == text.count("k") == text.count("r") == 1, text
+    assert soak_jobs.choose_game(7, ROOT) == soak_jobs.choose_game(7, ROOT)
+    kept = folder / "kept"
+    soak_damage.keep_case(2, ROOT / "tests/data", kept)
+    again = folder / "again"
+    again.mkdir()
+    assert soak_damage.copy_case(kept, again) == soak_damage.read_case(kept)
+    original = soak_damage.snapshot(folder / "2-1")
+    assert soak_damage.snapshot(again) == original
+
+
+def check_programs(folder):
+    """Programs that end badly, hang, or write to what they read are found out, others not."""
+    for number, (ending, complaint) in enumerate(PROGRAMS.items()):
+        place = folder / f"program-{number}"
+        place.mkdir()
+        (place / "input.bin").write_bytes(b"input")
+        program = folder / f"{number}.sh"
+        program.write_text("#!/bin/sh\n" + ANSWER % ending)
+        program.chmod(0o755)
+        case = soak_damage.Case("book", "input.bin", [], [],
+                                soak_damage.end_steps([("go depth 1", "bestmove")]))
+        found = soak_damage.run_case(program, case, place, limit=3.0)
+        assert (found is None) == (complaint is None), (ending, found)
+        assert complaint is None or complaint in found, (ending, found)
+
+
+def check_state(folder):
+    state = soak_state.new_state()
+    loss = {"what": soak_state.TIME_LOSS, "seed": 1, "command": "true", "kept": None, "text": ""}
+    outcome = soak_state.Outcome(seeds=4, count=3, failures=[loss],
+                                 counters={"peer_games": 1, "targets": {"uci": {"runs": 1}}})
+    soak_state.add_outcome(state, "games", outcome, 2.0, 1.0)
+    soak_state.add_outcome(state, "games", soak_state.Outcome(counters=outcome.counters), 2.0, 1.0)
+    record = state["kinds"]["games"]
+    assert (record["next"], record["count"]) == (6, 4), record
+    assert record["counters"] == {"peer_games": 2, "targets": {"uci": {"runs": 2}}}, record
+    # A game lost on time is the machine's fault where a peer has lost one too, no other failure.
+    assert soak_state.has_failed(state)
+    record["counters"]["peer_lost_on_time"] = 1
+    assert not soak_state.has_failed(state)
+    assert soak_state.has_failed(state, ["asan"])
+    record["failures"].append(dict(loss, what="violation"))
+    assert soak_state.count_failures(record) == 1
+    path = folder / "deep" / "state.json"
+    soak_state.write_json(path, state)
+    assert soak_state.load_state(path) == state
+    assert [file.name for file in path.parent.iterdir()] == ["state.json"]
+
+
+def check_status(folder):
+    """The whole script, without time for any job: what stands in the state decides."""
+    def soak():
+        words = [ROOT / "scripts/soak", "--no-build", "--out", folder / "out", "0"]
+        return subprocess.run(words, capture_output=True, text=True)
+    clean = soak()
+    assert clean.returncode == 0 and "nothing done" in clean.stdout, clean
+    state = soak_state.load_state(folder / "out/state.json")
+    fault = soak_jobs.failure("made up", 5, ["true", "a b"], None, "text")
+    soak_state.add_outcome(state, "damage", soak_state.Outcome(failures=[fault]), 1.0, 1.0)
+    soak_state.write_json(folder / "out/state.json", state)
+    failed = soak()
+    assert failed.returncode == 1 and "damage 1, 1 failed" in failed.stdout, failed
+    report = json.loads((folder / "out/report.json").read_text())
+    assert report["failed"] == 1, report
+    assert report["kinds"]["damage"]["failures"] == [fault], report
+    assert fault["command"] == "true 'a b'"
+
+
+def main():
+    check_damage()
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        check_cases(folder)
+        check_programs(folder)
+        check_state(folder)
+        check_status(folder)
+    print("the soak's parts hold")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
