@@ -198,7 +198,11 @@ def make_config(dice, data, folder):
     changed, ways = damage(source.read_bytes() + b"\nThreads = 2\nMultiPV = 2\nContempt = 7\n"
                            b"Activity_Knight = 90,110\nUCI_Elo = 2200\nOwnBook = true\n", dice)
     (folder / "input.cfg").write_bytes(LARGE_HASH.sub(rb"\1", changed))
-    searches = search_steps(["startpos"], "depth 3") + search_steps(["startpos"], "movetime 50")
+    # A file may set Threads to 0, where nothing but "stop" answers a search.
+    searches = []
+    for limit in ("depth 3", "movetime 50"):
+        searches += [("position startpos", None), (f"go {limit}", None), ("isready", "readyok"),
+                     ("stop", None), ("isready", "readyok")]
     if dice.random() < 0.5:
         return Case("config", source.name, ways, ["-cfg", "input.cfg"], end_steps(searches))
     steps = [("setoption name ConfigFilePath value input.cfg", None), *searches]
