@@ -1,4 +1,5 @@
 // Making a training file: which lines are used, what is written for them, and damaged input.
+#include <cstdio>
 #include <string>
 
 #include "tools_support.h"
@@ -6,6 +7,8 @@
 #include "base/output.h"
 #include "search/control.h"
 #include "search/hash.h"
+#include "search/result.h"
+#include "shell/weights_file.h"
 
 struct TuneFileTest : ToolTest {
     void SetUp() override
@@ -124,6 +127,24 @@ TEST_F(TuneFileTest, PositionInCheckIsNotWrittenWithoutDepth)
 TEST_F(TuneFileTest, LostSearchScoresAreNotWritten)
 {
     EXPECT_EQ(written("qqqqk3/8/8/8/8/8/8/4K3 w - - ce 0; gr 0.5;\n"), "");
+}
+
+// The start position is worth its right to move alone, so the search gives that weight.
+TEST_F(TuneFileTest, SearchScoresUpToTheLargestAreUsed)
+{
+    const auto is_used_at = [](i32 score) {
+        set_weight(stm_bonus, score, score);
+        EXPECT_EQ(save_params_file(params_file), 0);
+        const bool used = is_used("ce 0; gr 0.5;");
+        EXPECT_EQ(load(search_result.result_score), score);
+        return used;
+    };
+    EXPECT_TRUE(is_used_at(1200));
+    EXPECT_FALSE(is_used_at(1201));
+    EXPECT_TRUE(is_used_at(-1200));
+    EXPECT_FALSE(is_used_at(-1201));
+    remove(params_file);
+    build_weights(NormalWeights);
 }
 
 TEST_F(TuneFileTest, HashTableIsNotUsed)

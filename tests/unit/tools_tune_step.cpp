@@ -219,6 +219,20 @@ TEST_F(TuneStep, ALineTakesOneMoveAtEachPlyAndGoesBack)
     EXPECT_EQ(dialogue.game->undo_count, 0);
 }
 
+TEST_F(TuneStep, EachPlyOfALineHasTheRecordOfItsNumber)
+{
+    Position* pos = set_position(middle_game);
+    PlyRecord* rec = pos->thread->ply_rec;
+    for (i32 ply = 1; ply <= 8; ++ply) {
+        rec[ply].list_cursor = nullptr;
+    }
+    srand(5);
+    tune_sample(pos, 1, 3, 1.0f);
+    for (i32 ply = 1; ply <= 8; ++ply) {
+        EXPECT_EQ(rec[ply].list_cursor != nullptr, ply <= 3) << ply;
+    }
+}
+
 TEST_F(TuneStep, ALineOfOneMoveIsOneDrawnByChance)
 {
     const char fen[] = "r1bq1rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP1Q1PPP/R4RK1 b - -";
