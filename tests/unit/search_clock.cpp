@@ -10,6 +10,7 @@
 #include "search/clock.h"
 #include "search/control.h"
 #include "search/hash.h"
+#include "search/limits.h"
 #include "search/strength.h"
 #include "shell/prepare_search.h"
 #include "shell/uci.h"
@@ -113,6 +114,27 @@ TEST_F(TimeControlTest, TheClockIsThatOfTheSideToMove)
     EXPECT_NEAR(target("go wtime 60000 btime 33000", 1), 1.0, 1e-9);
     EXPECT_EQ(contempt_rule.root_side, Black);
     EXPECT_EQ(load(search_clock.clock_side), Black);
+}
+
+TEST_F(TimeControlTest, UntilAClockIsSetEachMoveHasFiveSeconds)
+{
+    SearchLimits* limits = &dialogue.limits;
+    store(limits->tc_moves, 40);
+    limits->tc_seconds = limits->tc_increment = 60.0;
+    store(limits->clock_left[White], 60.0);
+    store(limits->clock_left[Black], 60.0);
+    store(limits->depth_limit, 3);
+    limits->moves_to_go = 10;
+    limits->node_limit_total = 1000;
+    init_limits(limits);
+    EXPECT_EQ(load(limits->tc_moves), FixedTime);
+    EXPECT_EQ(limits->tc_seconds, 5.0);
+    EXPECT_EQ(limits->tc_increment, 0.0);
+    EXPECT_EQ(load(limits->clock_left[White]), 5.0);
+    EXPECT_EQ(load(limits->clock_left[Black]), 5.0);
+    EXPECT_EQ(load(limits->depth_limit), deepest_limit);
+    EXPECT_EQ(limits->moves_to_go, 0);
+    EXPECT_EQ(limits->node_limit_total, 0);
 }
 
 TEST_F(TimeControlTest, TheConsoleCountsMovesPerControlByTheGame)
