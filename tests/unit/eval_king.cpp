@@ -96,6 +96,50 @@ TEST(EvalKing, SingleRookPoints)
     EXPECT_EQ(count_uses(text, Black, enemy_checks), 1);
 }
 
+// In the next five the king stands bare on g8, with f6 to h8 as his zone, and two knights far away
+// make up the material that an attack needs.
+TEST(EvalKing, SingleKnightPoints)
+{
+    // The knight reaches the zone (4), holds f6 and g7 there (4 each) and checks from f6 (1).
+    const char* const text = "6k1/8/8/7N/8/p7/8/KNN5 w - -";
+    EXPECT_EQ(thousandths(text, Black, king_danger2), curve(4 + 8 + 1));
+}
+
+TEST(EvalKing, SingleBishopPoints)
+{
+    // The bishop reaches the zone (3) and holds f6, g7 and h8 (3 each); it never checks.
+    const char* const text = "6k1/8/8/4B3/8/p7/8/KNN5 w - -";
+    EXPECT_EQ(thousandths(text, Black, king_danger2), curve(3 + 9));
+}
+
+TEST(EvalKing, SingleQueenPoints)
+{
+    // The queen reaches the zone (5) and holds f6, g7 and h8 (4 each); she checks on a diagonal and
+    // on a line, each from several squares that count once (4 and 1).
+    const char* const text = "6k1/8/8/4Q3/8/p7/8/K7 w - -";
+    EXPECT_EQ(thousandths(text, Black, king_danger1), curve(5 + 12 + 8 + 2));
+    EXPECT_EQ(count_uses(text, Black, enemy_checks), 2);
+}
+
+TEST(EvalKing, PawnsAttackCountsWithAPieceBehindIt)
+{
+    // The pawn stands before the zone (3), and f6, which it attacks with the knight, counts for it
+    // (4); h6, which it attacks alone, does not.
+    const char* const alone = "6k1/8/8/7N/8/p7/8/KNN5 w - -";
+    const char* const with_pawn = "6k1/8/8/6PN/8/p7/8/KNN5 w - -";
+    EXPECT_EQ(thousandths(alone, Black, king_danger2), curve(13));
+    EXPECT_EQ(thousandths(with_pawn, Black, king_danger2), curve(13 + 3 + 4));
+}
+
+TEST(EvalKing, FullShieldTakesEightPoints)
+{
+    // The queen reaches the zone (5), holds g7, which the king alone guards (4), and checks on the
+    // last rank (4 and 1). Nine squares of the shield take eight points.
+    const char* const text = "6k1/5ppp/8/4Q3/8/8/8/K7 w - -";
+    EXPECT_EQ(thousandths(text, Black, pawn_shield), 0);
+    EXPECT_EQ(thousandths(text, Black, king_danger1), curve(5 + 4 + 4 + 1 - 8));
+}
+
 TEST(EvalKing, TrappedKingInAnyPhase)
 {
     EXPECT_EQ(count_uses("7k/7p/6P1/8/8/8/8/K7 b - -", Black, king_trapped), 0);
