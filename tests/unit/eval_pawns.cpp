@@ -80,6 +80,16 @@ TEST(EvalPawns, OutpostsAreDefendedAndOutOfReachOfEnemyPawns)
     EXPECT_EQ(work_of("4k3/8/3p4/8/8/8/P6P/4K3 w - -")->outposts[Black], 0u);
 }
 
+TEST(EvalPawns, OutpostsLieOnTheFifthAndSixthRank)
+{
+    // d5 covers c6 and e6; one rank further on and one nearer home there are none.
+    EXPECT_EQ(work_of("4k3/7p/8/3P4/8/8/8/4K3 w - -")->outposts[White], squares_of("c6 e6"));
+    EXPECT_EQ(work_of("4k3/7p/3P4/8/8/8/8/4K3 w - -")->outposts[White], 0u);
+    EXPECT_EQ(work_of("4k3/7p/8/8/8/3P4/8/4K3 w - -")->outposts[White], 0u);
+    EXPECT_EQ(work_of("4k3/8/8/8/3p4/8/7P/4K3 w - -")->outposts[Black], squares_of("c3 e3"));
+    EXPECT_EQ(work_of("4k3/8/8/8/8/3p4/7P/4K3 w - -")->outposts[Black], 0u);
+}
+
 TEST(EvalPawns, FirstKingAttackPointsOfPawns)
 {
     // White pawns stepping to f6 and g7's neighbour h6; the black king's zone is f8 to h6.
@@ -126,6 +136,22 @@ TEST(EvalPawns, KingDistancesAreTakenTwoRanksAhead)
     // h3 can step: factor 0.8, target h1; the white king is six steps away, the black one three.
     EXPECT_EQ(thousandths(text, Black, ppawn_eking_dist), 4800);
     EXPECT_EQ(thousandths(text, Black, ppawn_fking_dist), 2400);
+}
+
+TEST(EvalPawns, KingDistancesBeginWithAStepFromTheThirdRank)
+{
+    // Mobile on the third rank or stuck on the fourth: factor 0.2, targets b5 and b6.
+    const char* const mobile = "8/8/8/7k/7p/1P6/8/K7 w - -";
+    EXPECT_EQ(passer_kind(mobile, White, 2), Mobile);
+    EXPECT_EQ(thousandths(mobile, White, ppawn_eking_dist), 1200);
+    EXPECT_EQ(thousandths(mobile, White, ppawn_fking_dist), 800);
+    const char* const fourth = "8/8/8/1n5k/1P5p/8/8/K7 w - -";
+    EXPECT_EQ(passer_kind(fourth, White, 3), Stuck);
+    EXPECT_EQ(thousandths(fourth, White, ppawn_eking_dist), 1200);
+    EXPECT_EQ(thousandths(fourth, White, ppawn_fking_dist), 1000);
+    const char* const third = "8/8/8/7k/1n5p/1P6/8/K7 w - -";
+    EXPECT_EQ(passer_kind(third, White, 2), Stuck);
+    EXPECT_EQ(thousandths(third, White, ppawn_eking_dist), 0);
 }
 
 TEST(EvalPawns, FactorsAreTruncatedByThemselves)
@@ -241,6 +267,14 @@ TEST(EvalPawns, WhatBarsACandidate)
     EXPECT_EQ(work_of("4k3/3p4/8/8/3PP3/8/8/4K3 w - -")->candidates, 0u);
     // An enemy pawn in front.
     EXPECT_EQ(work_of("4k3/4p3/3p4/8/3PP3/8/8/4K3 w - -")->candidates, 0u);
+}
+
+TEST(EvalPawns, KingsHoldACandidatesStopSquareTogetherWithAPawn)
+{
+    // The black king and d6 hold e5 against d4 alone, and not against d4 with f4 or the own king.
+    EXPECT_EQ(work_of("8/8/3pk3/8/3PP3/8/8/4K3 w - -")->candidates, 0u);
+    EXPECT_EQ(work_of("8/8/3pk3/8/3PPP2/8/8/4K3 w - -")->candidates, squares_of("e4"));
+    EXPECT_EQ(work_of("4k3/8/3p1p2/8/3PPK2/8/8/8 w - -")->candidates, squares_of("e4"));
 }
 
 TEST(EvalPawns, CandidateFactorGrowsWithRankAndEnemyKingDistance)
