@@ -212,6 +212,12 @@ TEST(EvalPieces, MinorGuardsTakeSquaresFromRooksButNotFromMinors)
     const i32 open = popcount(seen & ~squares_of("a1"));
     EXPECT_EQ(thousandths(text, White, rook_mobility),
         expected_mobility(rook_parts, (1ULL << (open - 2)) - 1));
+    // The knight on e4 guards c3 and d2, to which the other one may go all the same, and c3, which
+    // the bishop looks at.
+    EXPECT_EQ(thousandths("7k/7p/8/8/4n3/8/8/KN6 w - -", White, knight_mobility),
+        expected_mobility(knight_parts, squares_of("a3 c3 d2")));
+    EXPECT_EQ(thousandths("7k/7p/8/8/4n3/8/1P6/K3B3 w - -", White, bishop_mobility),
+        expected_mobility(bishop_parts, squares_of("d2 c3 b4 a5 f2 g3 h4")));
 }
 
 TEST(EvalPieces, QueenMayMoveToAnEnemyPieceUnlessALesserOneGuardsIt)
