@@ -111,10 +111,10 @@ i32 read_line_piece(LineReader* reader, char* line, i32 size)
     return static_cast<i32>(length);
 }
 
-FILE* open_or_complain(const char* name)
+FILE* open_or_complain(const char* name, bool append)
 {
     errno = 0;
-    FILE* file = open_regular_file(name);
+    FILE* file = open_regular_file(name, append);
     if (file != nullptr) {
         return file;
     }

@@ -38,9 +38,9 @@ void skip_byte_order_mark(LineReader* reader);
 // number, 0 at the end of the file or when it cannot be read any further (see ferror).
 [[nodiscard]] i32 read_line_piece(LineReader* reader, char* line, i32 size);
 
-// Opens a regular file for reading, or says on standard error why not and returns null; errno is
-// then the reason, or 0 if what has the name is no regular file.
-[[nodiscard]] FILE* open_or_complain(const char* name);
+// Opens a file as open_regular_file does, and says on standard error why it failed; errno is then
+// the reason, or 0 if what has the name is no regular file.
+[[nodiscard]] FILE* open_or_complain(const char* name, bool append = false);
 
 // Whether an open file is the one of that name.
 [[nodiscard]] bool is_named(FILE* file, const char* name);

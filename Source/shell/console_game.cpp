@@ -83,7 +83,7 @@ static void write_moves(Dialogue* dialogue, FILE* file)
 // game when it is loaded again. The length before it is kept for that.
 void save_game(Dialogue* dialogue)
 {
-    FILE* file = open_regular_file(saved_games, true);
+    FILE* file = open_or_complain(saved_games, true);
     if (file == nullptr) {
         return;
     }
