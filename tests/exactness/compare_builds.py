@@ -2,7 +2,7 @@
 """Compares builds of the engine move for move: the same fixed-depth searches from a cleared
 table must give the same node count, score and line on every build.
 
-    compare_builds.py [--depth N] [--option-sets N] ENGINE ENGINE...
+    compare_builds.py [--depth N] [--option-sets N] [--starts N] ENGINE ENGINE...
 
 The comparison is made with default options to the given depth, and with options that reach the
 arithmetic to a small one: odd weight options and N random sets of them, a file of weights,
@@ -20,6 +20,8 @@ import re
 import subprocess
 import sys
 import tempfile
+
+import calibration
 
 POSITIONS = (
     "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -",
@@ -44,9 +46,6 @@ WEIGHT_OPTIONS = (
 ODD_VALUES = ("83,117", "129,71", "57,149", "111,38", "64,133", "29,57", "141,23", "77,181",
               "47,119", "113,59", "39,161", "71,127", "137,53")
 OPTIONS_DEPTH = 5
-# An engine measures its speed for this part of a second at its start, whatever else runs: many can
-# start at a time on each processor.
-STARTS_PER_PROCESSOR = 8
 
 
 class Dialogue:
@@ -60,8 +59,13 @@ class Dialogue:
         return self
 
     def __exit__(self, *_):
+        self.close()
+
+    def close(self):
         self.process.kill()
         self.process.wait()
+        self.process.stdin.close()
+        self.process.stdout.close()
 
     def send(self, line):
         self.process.stdin.write(line + "\n")
@@ -78,12 +82,18 @@ class Dialogue:
         return lines
 
 
+def start_dialogue(command, folder=None, words=()):
+    """An engine that has been told some lines and "uci", and what it printed."""
+    engine = Dialogue(command, folder)
+    for word in (*words, "uci"):
+        engine.send(word)
+    return engine, engine.lines_until("uciok")
+
+
 def search_results(command, depth):
     """Depth, score, nodes, line and reply of a search of each position."""
     results = []
-    with Dialogue(command) as engine:
-        engine.send("uci")
-        engine.lines_until("uciok")
+    with calibration.start_fast(lambda: start_dialogue(command))[0] as engine:
         engine.send("setoption name Hash value 16")
         for position in POSITIONS:
             engine.send("ucinewgame")
@@ -134,15 +144,12 @@ def option_results(command, options, files):
         for name, content in files.items():
             (root / name).write_text(content, encoding="ascii")
         (root / "vesk.cfg").write_text("".join(line + "\n" for line in options), encoding="ascii")
-        with Dialogue([os.path.abspath(command), "-c", "-cfg", "vesk.cfg"], folder) as engine:
-            engine.send("sp")
-            for position in POSITIONS:
-                engine.send(f"fen {position}")
-                engine.send("ev")
-            engine.send("uci")
+        words = ["sp"] + [word for position in POSITIONS for word in (f"fen {position}", "ev")]
+        started, lines = calibration.start_fast(lambda: start_dialogue(
+            [os.path.abspath(command), "-c", "-cfg", "vesk.cfg"], folder, words))
+        with started as engine:
             # The speed that is measured at the start is no result.
-            results += [line for line in engine.lines_until("uciok")
-                        if " nps= " not in line and "UCI_Elo" not in line]
+            results += [line for line in lines if " nps= " not in line and "UCI_Elo" not in line]
             for position in POSITIONS[:4]:
                 engine.send("ucinewgame")
                 engine.send(f"position fen {position}")
@@ -154,10 +161,10 @@ def option_results(command, options, files):
     return results
 
 
-def compare_options(engines, random_sets):
+def compare_options(engines, random_sets, starts):
     """Whether all engines agree in all cases; tells of the first line that differs."""
     cases = option_cases(random_sets)
-    workers = STARTS_PER_PROCESSOR * (os.cpu_count() or 1)
+    workers = starts * (os.cpu_count() or 1)
     with concurrent.futures.ThreadPoolExecutor(workers) as pool:
         runs = [[pool.submit(option_results, engine, options, files) for engine in engines]
                 for _, options, files in cases]
@@ -181,6 +188,9 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--depth", type=int, default=9)
     parser.add_argument("--option-sets", type=int, default=10)
+    parser.add_argument("--starts", type=int, default=2, help="engines at a time on a processor: "
+                        "each only measures its speed for a third of a second, but a slow one "
+                        "must not measure too little")
     parser.add_argument("engines", nargs="+")
     arguments = parser.parse_args()
     if len(arguments.engines) < 2:
@@ -198,7 +208,8 @@ def main():
                 print("  found", *found, sep="\n    ")
                 return 1
         print(f"{engine}: the same nodes, scores and lines to depth {arguments.depth}")
-    return 0 if compare_options(arguments.engines, arguments.option_sets) else 1
+    return 0 if compare_options(
+        arguments.engines, arguments.option_sets, arguments.starts) else 1
 
 
 if __name__ == "__main__":

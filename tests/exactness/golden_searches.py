@@ -20,13 +20,14 @@ import re
 import subprocess
 import sys
 
+import calibration
+
 COLUMNS = "id fen moves hash multipv selectivity depth line nodes score seldepth first pv"
 Row = collections.namedtuple("Row", COLUMNS)
 INFO = re.compile(
     r"info (?:multipv (?P<line>\d+) )?depth (?P<depth>\d+) seldepth (?P<seldepth>\d+) "
     r"score (?P<score>cp -?\d+|mate -?\d+) time \d+ nodes (?P<nodes>\d+) .* pv (?P<pv>.*)$")
 SEARCH_SECONDS = 600
-
 
 def read_table(path):
     """The lines of a table: rows, and as they stand comments and empty lines."""
@@ -68,15 +69,19 @@ class Engine:
         return self.process.wait(timeout=SEARCH_SECONDS)
 
 
+def start_engine(program):
+    engine = Engine(program)
+    engine.send("uci")
+    return engine, engine.read_until("uciok")
+
+
 def run_search(program, row):
     """What a search printed: its lines by number at the depth of the row, and the best move.
 
     With several lines the last one stands under 0 too, and the report that follows the search,
     which repeats the first line, is left out.
     """
-    engine = Engine(program)
-    engine.send("uci")
-    engine.read_until("uciok")
+    engine, _ = calibration.start_fast(lambda: start_engine(program))
     for name, value in (("Threads", "1"), ("Hash", row.hash), ("MultiPV", row.multipv),
                         ("Selectivity", row.selectivity)):
         engine.send(f"setoption name {name} value {value}")
