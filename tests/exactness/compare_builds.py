@@ -114,7 +114,8 @@ def weight_options(values):
 def odd_params():
     """A weights file whose first entries are far from the built-in ones."""
     names = ("mtl_pawn", "mtl_knight", "mtl_bishop", "mtl_rook", "mtl_queen")
-    return "".join(f"{name} {91 + 283 * i} {107 + 301 * i}\n" for i, name in enumerate(names))
+    return "".join(f'fset("{name}",{91 + 283 * i},{107 + 301 * i});\n'
+                   for i, name in enumerate(names))
 
 
 def option_cases(random_sets):
@@ -125,7 +126,7 @@ def option_cases(random_sets):
         ("a file of weights", [], {"params.txt": odd_params()}),
         ("a file of weights and options", odd, {"params.txt": odd_params()}),
         ("MultiPV 4", ["MultiPV = 4"], {}),
-        ("limited strength", ["UCI_LimitStrength = true", "UCI_Elo = 2200"], {}),
+        ("limited strength", ["UCI_LimitStrength = true", "UCI_Elo = 2100"], {}),
     ]
     cases += [(f"Contempt {value}", [f"Contempt = {value}"], {}) for value in (-150, -37, 41, 150)]
     cases += [(f"Selectivity {value}", [f"Selectivity = {value}"], {}) for value in (0, 37, 200)]
@@ -153,7 +154,8 @@ def option_results(command, options, files):
             for position in POSITIONS[:4]:
                 engine.send("ucinewgame")
                 engine.send(f"position fen {position}")
-                engine.send(f"go depth {OPTIONS_DEPTH}")
+                # Without any limit of time there is no contempt.
+                engine.send(f"go depth {OPTIONS_DEPTH} movetime 80000000")
                 lines = engine.lines_until("bestmove")
                 results += [re.sub(r" (time|nps) \d+", "", line) for line in lines
                             if re.match(rf"info .*\bdepth {OPTIONS_DEPTH} .* pv ", line)]
@@ -161,15 +163,30 @@ def option_results(command, options, files):
     return results
 
 
+def has_effect(name, results, plain):
+    """Whether a case gives other weights, tables or searches than one without options; what only
+    repeats the settings does not count."""
+    echo = ("info string", "option name", "uciok")
+    if [line for line in results if not line.startswith(echo)] \
+            != [line for line in plain if not line.startswith(echo)]:
+        return True
+    print(f"{name}: changes nothing, so nothing is compared")
+    return False
+
+
 def compare_options(engines, random_sets, starts):
     """Whether all engines agree in all cases; tells of the first line that differs."""
     cases = option_cases(random_sets)
     workers = starts * (os.cpu_count() or 1)
     with concurrent.futures.ThreadPoolExecutor(workers) as pool:
+        plain = pool.submit(option_results, engines[0], [], {})
         runs = [[pool.submit(option_results, engine, options, files) for engine in engines]
                 for _, options, files in cases]
         for (name, options, _), row in zip(cases, runs):
             expected = row[0].result()
+            if not has_effect(name, expected, plain.result()):
+                pool.shutdown(cancel_futures=True)
+                return False
             for engine, run in zip(engines[1:], row[1:]):
                 found = run.result()
                 if found != expected:
