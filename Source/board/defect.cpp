@@ -4,8 +4,8 @@
 #include "board/moves.h"
 #include "board/tables.h"
 
-// More than a game can have: the counts of a side share a word, and seventeen pieces of one type
-// would run into the next type's.
+// As many as a game begins with, the king among them. The counts of a side share a word, four bits
+// each: sixteen pieces of one type would run into the next type's.
 static constexpr i32 max_side_pieces = 16;
 
 // The set of a square that may lie off the board, and is empty then.

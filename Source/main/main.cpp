@@ -93,9 +93,7 @@ static bool init_resources(Dialogue* dialogue)
         complain("threads", "cannot be started", error);
         return false;
     }
-    const i32 megabytes = dialogue->engine_options.hash;
-    if (!make_hash_table(megabytes)) {
-        fprintf(stderr, "no memory for a hash table of %d megabytes\n", megabytes);
+    if (!make_hash_table(dialogue->engine_options.hash)) {
         return false;
     }
     if (dialogue->engine_options.log != 0 && !open_log()) {

@@ -92,8 +92,6 @@ static void resize_hash(Dialogue* dialogue)
     }
     end_search_silently();
     if (!make_hash_table(dialogue->engine_options.hash)) {
-        fprintf(
-            stderr, "no memory for a hash table of %d megabytes\n", dialogue->engine_options.hash);
         exit(-1);
     }
 }

@@ -2,6 +2,8 @@
 // calls of lower floors with what the user is told of them.
 #include "shell/startup.h"
 
+#include <cstdio>
+
 #include "base/output.h"
 #include "board/moves.h"
 #include "eval/evaluate.h"
@@ -86,6 +88,7 @@ void calibrate(Dialogue* dialogue)
 bool make_hash_table(i32 megabytes)
 {
     if (!alloc_hash(megabytes)) {
+        fprintf(stderr, "no memory for a hash table of %d megabytes\n", megabytes);
         return false;
     }
     print_line_format("info string allocated %d Mbytes for hash table\n", megabytes);

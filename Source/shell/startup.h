@@ -9,7 +9,8 @@
 void calibrate(Dialogue* dialogue);
 
 // Makes the hash table, in place of an older one, and tells the user of its size. Returns whether
-// there was the memory; if not, there is no table. No worker may be searching.
+// there was the memory; if not, there is no table, and standard error says so. No worker may be
+// searching.
 [[nodiscard]] bool make_hash_table(i32 megabytes);
 
 // Registers the endgame tables of a path and tells the user how many there are; says nothing where
