@@ -7,8 +7,8 @@ table must give the same node count, score and line on every build.
 The comparison is made with default options to the given depth, and with options that reach the
 arithmetic to a small one: odd weight options and N random sets of them, a file of weights,
 Contempt, Selectivity, several lines, a limit of strength. There the weights and the score tables
-of the console must be the same too. All engines are compared with the first. Status 1 at the first
-difference.
+of the console must be the same too. All engines are compared with the first, and all see the same
+second of the day (still_clock.cpp, built by $CXX or c++). Status 1 at the first difference.
 """
 
 import argparse
@@ -17,6 +17,7 @@ import os
 import pathlib
 import random
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -48,12 +49,28 @@ ODD_VALUES = ("83,117", "129,71", "57,149", "111,38", "64,133", "29,57", "141,23
 OPTIONS_DEPTH = 5
 
 
+still_environment = None    # of every engine: the clock stands still
+
+
+def stop_clock(folder):
+    """Builds the library that stops the clock in a folder, and has every engine load it."""
+    global still_environment
+    library = os.path.join(folder, "still_clock.so")
+    source = pathlib.Path(__file__).with_name("still_clock.cpp")
+    subprocess.run([*shlex.split(os.environ.get("CXX", "c++")), "-shared", "-fPIC", "-O1",
+                    str(source), "-o", library], check=True)
+    # The address sanitizer wants to be the first library, if not asked to bear with another.
+    sanitizer = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
+    still_environment = {**os.environ, "LD_PRELOAD": library, "ASAN_OPTIONS": sanitizer}
+
+
 class Dialogue:
     """One engine process; an engine outlives its standard input, so it is always killed."""
 
     def __init__(self, command, folder=None):
         self.process = subprocess.Popen(
-            command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, cwd=folder)
+            command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, cwd=folder,
+            env=still_environment)
 
     def __enter__(self):
         return self
@@ -104,6 +121,20 @@ def search_results(command, depth):
             fields = re.search(r" depth (\d+) .*(score \w+ -?\d+) .*(nodes \d+) .*(pv .*)$", final)
             results.append((position,) + fields.groups() + (lines[-1],))
     return results
+
+
+def compare_searches(engines, depth):
+    """Whether all engines search alike with default options; tells of the first difference."""
+    expected = search_results([engines[0]], depth)
+    for engine in engines[1:]:
+        for want, found in zip(expected, search_results([engine], depth)):
+            if want != found:
+                print(f"{engine} differs from {engines[0]}:")
+                print("  expected", *want, sep="\n    ")
+                print("  found", *found, sep="\n    ")
+                return False
+        print(f"{engine}: the same nodes, scores and lines to depth {depth}")
+    return True
 
 
 def weight_options(values):
@@ -216,17 +247,11 @@ def main():
         if not os.access(engine, os.X_OK):
             print(f"{engine} is not built")
             return 1
-    expected = search_results([arguments.engines[0]], arguments.depth)
-    for engine in arguments.engines[1:]:
-        for want, found in zip(expected, search_results([engine], arguments.depth)):
-            if want != found:
-                print(f"{engine} differs from {arguments.engines[0]}:")
-                print("  expected", *want, sep="\n    ")
-                print("  found", *found, sep="\n    ")
-                return 1
-        print(f"{engine}: the same nodes, scores and lines to depth {arguments.depth}")
-    return 0 if compare_options(
-        arguments.engines, arguments.option_sets, arguments.starts) else 1
+    with tempfile.TemporaryDirectory() as folder:
+        stop_clock(folder)
+        agreed = compare_searches(arguments.engines, arguments.depth) and compare_options(
+            arguments.engines, arguments.option_sets, arguments.starts)
+    return 0 if agreed else 1
 
 
 if __name__ == "__main__":
