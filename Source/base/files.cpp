@@ -27,6 +27,12 @@ FILE* open_regular_file(const char* path, bool append)
         close(descriptor);
         return nullptr;
     }
+    // A file of several names may be somebody else's, put here to be written to.
+    if (append && status.st_nlink > 1) {
+        close(descriptor);
+        errno = EMLINK;
+        return nullptr;
+    }
     FILE* file = fdopen(descriptor, append ? "a" : "r");
     if (file == nullptr) {
         close(descriptor);

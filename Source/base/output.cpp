@@ -156,7 +156,8 @@ i32 open_log()
         return 1;
     }
     FILE* file = nullptr;
-    if (open_new_file(&file, log_name) != 0) {
+    if (const int error = open_new_file(&file, log_name); error != 0) {
+        complain(log_name, "cannot be opened for writing", error);
         return 0;
     }
     const SpinGuard guard(&output_lock);

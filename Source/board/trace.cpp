@@ -57,3 +57,17 @@ void trace_move(const Position* pos, Move move)
         write_move(pos->stack, move);
     }
 }
+
+// Looked at once, at the end: what a full disk has dropped is missing whenever it was dropped.
+void close_trace()
+{
+    if (trace_file == nullptr) {
+        return;
+    }
+    const int error = close_written_file(trace_file);
+    trace_file = nullptr;
+    if (error != 0) {
+        complain(trace_name, "lines are missing", error);
+        exit_status = 1;
+    }
+}

@@ -11,3 +11,7 @@ extern Shared<u8> trace_level;
 // ply is at most trace_level. Opens the file at the first call and ends the process with
 // status 0 if that fails. Called only while trace_level is not 0.
 void trace_move(const Position* pos, Move move);
+
+// Closes the file, if there is one, and says if something of it is missing, with exit_status 1. No
+// thread may be searching.
+void close_trace();

@@ -40,6 +40,6 @@ void write_book_move(u16 book_move, char* out);
 
 // Builds tmp_book.bin in the current directory from the games of a file, playing them on pos. An
 // old file of that name is replaced only by a complete new one. If the input cannot be read,
-// nothing is written; if the book cannot be written for want of space, exit_status becomes 1.
-// Reasons go to standard error.
+// nothing is written; exit_status becomes 1 where no book was written, but for an input that is not
+// there. Reasons go to standard error.
 void build_book(Position* pos, const char* file_name);

@@ -536,6 +536,10 @@ static bool write_book(const NodeTable* table)
 static FILE* open_games(const char* file_name)
 {
     FILE* file = open_or_complain(file_name);
+    // A file that is not there gives a message alone, as for the other tools.
+    if (file == nullptr && errno != ENOENT) {
+        exit_status = 1;
+    }
     if (file == nullptr || (!is_named(file, book_name) && !is_named(file, unfinished_name))) {
         return file;
     }

@@ -13,6 +13,7 @@
 #include "base/output.h"
 #include "board/position.h"
 #include "board/tables.h"
+#include "board/trace.h"
 #include "book/book.h"
 #include "search/hash.h"
 #include "search/threads.h"
@@ -186,6 +187,7 @@ static void tear_down(Dialogue* dialogue)
     destroy_workers(num_threads);
     free_hash();
     delete dialogue->game;
+    close_trace();
     close_log();
 }
 

@@ -85,6 +85,7 @@ void save_game(Dialogue* dialogue)
 {
     FILE* file = open_or_complain(saved_games, true);
     if (file == nullptr) {
+        exit_status = 1;
         return;
     }
     // So that an error reported by closing is one of this writing.
@@ -97,6 +98,7 @@ void save_game(Dialogue* dialogue)
     const int kept_open = dup(fileno(file));
     const int error = close_written_file(file);
     if (error != 0) {
+        exit_status = 1;
         complain(saved_games, "cannot be written", error);
         if (ftruncate(kept_open, length) != 0) {
             complain(saved_games, "holds half a game", errno);

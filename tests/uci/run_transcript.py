@@ -17,6 +17,7 @@ Each transcript runs in an empty directory of its own. One step a line; '#' star
   directory NAME         makes a directory
   pipe NAME              makes a named pipe
   link NAME TARGET       makes a symbolic link
+  twin NAME TARGET       makes a second name of a file (a hard link)
   filesize BYTES         limits the length of the files that the engine writes (first steps only)
   crowd NAME COUNT       makes a directory with so many empty files in it
   full                   what the engine prints finds no space (first steps only)
@@ -308,6 +309,10 @@ class Run:
     def do_link(self, rest):
         name, target = rest.split()
         os.symlink(target, os.path.join(self.folder, name))
+
+    def do_twin(self, rest):
+        name, target = rest.split()
+        os.link(os.path.join(self.folder, target), os.path.join(self.folder, name))
 
     def do_full(self, _):
         self.full = True

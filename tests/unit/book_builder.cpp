@@ -638,7 +638,7 @@ TEST_F(BookBuilder, FilesWithoutAnEndAreNoFilesOfGames)
         EXPECT_EQ(built.errors, name + ": cannot be opened: not a regular file\n");
     }
     EXPECT_EQ(read_bytes("tmp_book.bin"), "old");
-    EXPECT_EQ(exit_status, 0);
+    EXPECT_EQ(exit_status, 1);
 }
 
 TEST_F(BookBuilder, OldBookIsReplacedAndNothingElseIsLeft)
