@@ -45,20 +45,21 @@ STANDARD = {
     "vector": "vector",
 }
 
-# Functions without std::, by header.
+# Functions, types and variables without std::, by header.
 SYSTEM = {
     "cctype": "isalpha isdigit islower isspace isupper tolower toupper",
-    "cerrno": "",
+    "cerrno": "errno",
+    "cmath": "abs exp fabs floor fmod log log2 pow round sqrt",
     "csignal": "kill raise sigaction sigemptyset signal",
     "cstdarg": "va_arg va_copy va_end va_start",
-    "cstdio": "clearerr fclose fdopen ferror fflush fgets fileno fopen fprintf fputc fputs fread "
+    "cstdio": "FILE stderr stdin stdout clearerr fclose fdopen ferror fflush fgets fileno fopen fprintf fputc fputs fread "
               "fseek fseeko ftell ftello fwrite getc perror printf putchar puts rename rewind "
               "setbuf setvbuf snprintf sscanf tmpfile vsnprintf",
-    "cstdlib": "abort atoi calloc exit free getenv grantpt malloc mkdtemp posix_openpt ptsname "
+    "cstdlib": "abort abs atoi calloc exit free getenv grantpt malloc mkdtemp posix_openpt ptsname "
                "qsort rand realloc srand strtod strtol strtoll strtoul system unlockpt",
     "cstring": "memchr memcmp memcpy memmove memset strchr strcmp strcspn strerror strlen strncmp "
                "strnlen strpbrk strrchr strspn strstr strtok_r",
-    "ctime": "clock_gettime localtime_r nanosleep strftime",
+    "ctime": "clock_gettime localtime_r nanosleep strftime time time_t",
     "fcntl.h": "fcntl open",
     "poll.h": "poll ppoll",
     "pthread.h": "pthread_attr_destroy pthread_attr_init pthread_create pthread_join",
@@ -67,9 +68,10 @@ SYSTEM = {
     "sys/mman.h": "madvise mmap mprotect munmap",
     "sys/resource.h": "getrlimit setrlimit",
     "sys/socket.h": "recv socketpair",
+    "sys/time.h": "gettimeofday",
     "sys/stat.h": "chmod fstat lstat mkdir mkfifo",
-    "unistd.h": "access chdir close dup dup2 ftruncate getcwd isatty lseek pipe pread read rmdir "
-                "sysconf truncate unlink usleep write",
+    "unistd.h": "_exit access chdir close dup dup2 ftruncate getcwd isatty lseek pipe pread read rmdir "
+                "sleep sysconf truncate unlink usleep write",
 }
 
 # Headers that say in their own standard that they bring another along.
@@ -95,6 +97,8 @@ def by_name(lists):
 STANDARD_NAMES = by_name(STANDARD)
 SYSTEM_NAMES = by_name(SYSTEM)
 QUALIFIED = re.compile(r"\bstd::(\w+)")
+# Used without a call; other words of these lists may name a variable of our own.
+OBJECT = re.compile(r"(?<![\w.>:])(errno|FILE|stderr|stdin|stdout|time_t)\b")
 CALL = re.compile(r"(?<![\w.>:])(?:::)?([a-z_]\w*)\s*\(")
 # A loop over values in braces makes a list of them.
 BRACED_LOOP = re.compile(r"\bfor \([^;()]*:\s*\{")
@@ -115,6 +119,7 @@ def missing_headers(text, own_header, code):
     for number, line in enumerate(code, 1):
         uses = [(f"std::{name}", STANDARD_NAMES.get(name)) for name in QUALIFIED.findall(line)]
         uses += [(name, SYSTEM_NAMES[name]) for name in CALL.findall(line) if name in SYSTEM_NAMES]
+        uses += [(name, SYSTEM_NAMES[name]) for name in OBJECT.findall(line)]
         if BRACED_LOOP.search(line):
             uses.append(("a loop over a list in braces", {"initializer_list"}))
         for name, wanted in uses:

@@ -1,4 +1,5 @@
 // Files read in lines and pieces of lines, and files that replace older ones once complete.
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <string>

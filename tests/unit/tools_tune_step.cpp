@@ -1,5 +1,6 @@
 // One step of the tuner: its arithmetic with coefficients set by hand, and the sampler of lines.
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
