@@ -161,9 +161,10 @@ def option_cases(random_sets):
     ]
     cases += [(f"Contempt {value}", [f"Contempt = {value}"], {}) for value in (-150, -37, 41, 150)]
     cases += [(f"Selectivity {value}", [f"Selectivity = {value}"], {}) for value in (0, 37, 200)]
+    # A little beyond the limits, 20 and 200, to which the engine cuts them.
     chance = random.Random(1)
     for number in range(1, random_sets + 1):
-        values = [f"{chance.randint(0, 400)},{chance.randint(0, 400)}" for _ in WEIGHT_OPTIONS]
+        values = [f"{chance.randint(15, 205)},{chance.randint(15, 205)}" for _ in WEIGHT_OPTIONS]
         cases.append((f"random weight options {number}", weight_options(values), {}))
     return cases
 
