@@ -239,8 +239,19 @@ def make_load(dice, data, folder):
     return Case("load", source.name, ways, ["-c", "-hash", "2"], steps)
 
 
+def make_suite(dice, data, folder):
+    """The two files that the console looks for by name: positions to set up, and to tune by."""
+    source = pick(dice, data, "bk.epd", "mates.epd", "scan/*.form2.epd", "scan/blunder.form3.epd")
+    name, steps = dice.choice((
+        ("test.epd", [("get BK.01", None), ("get 1", None), ("get", None), ("bd", None)]),
+        ("tune.epd", [("tune mtl_rook", None), (".", None), ("tune", None), (".", None)])))
+    ways = spoil(dice, source, folder / name)
+    return Case(name.split(".")[0], source.name, ways, ["-c", "-hash", "2"],
+                steps + [("perft 1", "visited"), ("quit", None)])
+
+
 MAKERS = (
-    make_table, make_book, make_config, make_weights, make_load,
+    make_table, make_book, make_config, make_weights, make_load, make_suite,
     make_tool("-mkbook", "pgn/*.pgn", "scan/*.pgn"),
     make_tool("-scan_pgn1", "scan/*.pgn", "pgn/*.pgn"),
     make_tool("-scan_pgn2", "scan/*.pgn", "pgn/*.pgn"),
