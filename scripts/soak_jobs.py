@@ -55,16 +55,17 @@ ENDINGS = (
 
 
 class Place:
-    """Where a soak works: the folder of the sources, and the one for all that it writes."""
+    """Where a soak works: the folder of the sources, the one for all that it writes, and in there
+    an empty one of this run alone."""
 
-    def __init__(self, root, out, peer, is_asked_to_stop):
+    def __init__(self, root, out, scratch, peer, is_asked_to_stop):
         self.root = root
         self.out = out
+        self.scratch = scratch
         self.peer = peer
         self.is_asked_to_stop = is_asked_to_stop
         self.failures = out / "failures"
         self.slow = out / "slow"
-        self.scratch = out / "scratch"
         self.data = root / "tests" / "data"
 
     def relative(self, path):

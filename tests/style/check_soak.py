@@ -9,6 +9,7 @@ what has failed gives status 1.
 import json
 import pathlib
 import random
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -161,6 +162,55 @@ def check_status(folder):
     assert fault["command"] == "true 'a b'"
 
 
+def make_tree(folder):
+    """A tree with the scripts, and programs that do nothing in place of the builds."""
+    shutil.copytree(ROOT / "scripts", folder / "scripts")
+    (folder / "fuzz/corpus/uci").mkdir(parents=True)
+    program = folder / "build/asan/vesk"
+    program.parent.mkdir(parents=True)
+    program.write_text("#!/bin/sh\n")
+    program.chmod(0o755)
+
+
+def run_soak(tree, *words):
+    """Its status, and all that it said. Hours may be so few that no job begins."""
+    result = subprocess.run([tree / "scripts/soak", *words], stdout=subprocess.PIPE,
+                            stderr=subprocess.STDOUT, text=True)
+    return result.returncode, result.stdout
+
+
+def check_folder(folder, tree):
+    """A folder of the user's keeps what was in it, and nothing of the run's scratch stays there."""
+    words = ["--no-build", "--only", "damage", "1e-9", "--out"]
+    folder.mkdir()
+    kept = folder / "kept.txt"
+    kept.write_text("kept")
+    for name, is_link in (("plain", False), ("linked", True)):
+        out = folder / name
+        out.mkdir()
+        own = folder if is_link else out / "scratch"
+        if is_link:
+            (out / "scratch").symlink_to(folder)
+        else:
+            own.mkdir()
+            (own / "kept.txt").write_text("kept")
+        (out / "lock").write_text("kept")
+        status, text = run_soak(tree, *words, out)
+        assert status == 0 and "nothing done" in text, text
+        assert (own / "kept.txt").read_text() == (out / "lock").read_text() == "kept", name
+        assert sorted(path.name for path in out.iterdir()) == [
+            "failures", "lock", "report.json", "scratch", "slow", "state.json"], name
+    check_refusal(tree, "nothing can be written in", *words, kept)
+    assert kept.read_text() == "kept"
+
+
+def check_refusal(tree, reason, *words):
+    """What cannot be done is refused in one line, with status 2."""
+    status, text = run_soak(tree, *words)
+    assert status == 2 and text.startswith("soak: ") and reason in text, (words, status, text)
+    assert text.count("\n") == 1, text
+
+
 def main():
     check_damage()
     with tempfile.TemporaryDirectory() as name:
@@ -169,6 +219,8 @@ def main():
         check_programs(folder)
         check_state(folder)
         check_status(folder)
+        make_tree(folder / "tree")
+        check_folder(folder / "folders", folder / "tree")
     print("the soak's parts hold")
     return 0
 
