@@ -375,18 +375,37 @@ def keep_case(seed, data, target):
     (target / "case.json").write_text(json.dumps(dataclasses.asdict(case), indent=1) + "\n")
 
 
+def are_texts(values):
+    return isinstance(values, list) and all(isinstance(value, str) for value in values)
+
+
+def is_step(step):
+    line, start = step
+    return isinstance(line, str) and (start is None or isinstance(start, str))
+
+
 def read_case(folder):
-    record = json.loads((folder / "case.json").read_text())
-    record["steps"] = [tuple(step) for step in record["steps"]]
-    return Case(**record)
+    """An OSError or a ValueError if that is no kept case."""
+    record = json.loads((folder / "case.json").read_text(encoding="utf-8"))
+    try:
+        record["steps"] = [tuple(step) for step in record["steps"]]
+        case = Case(**record)
+        is_good = are_texts([case.kind, case.source]) and are_texts(case.ways) \
+            and are_texts(case.words) and all(is_step(step) for step in case.steps)
+    except (KeyError, TypeError, ValueError):
+        is_good = False
+    if not is_good:
+        raise ValueError("case.json is none that a soak has written")
+    return case
 
 
 def copy_case(kept, folder):
-    """Lays the files of a kept case into folder."""
+    """Lays the files of a kept case into folder. Raises what read_case does."""
+    case = read_case(pathlib.Path(kept))
     for path in pathlib.Path(kept).iterdir():
         if path.name != "case.json":
             shutil.copyfile(path, folder / path.name)
-    return read_case(pathlib.Path(kept))
+    return case
 
 
 def patience_of(environment):

@@ -10,6 +10,8 @@ import json
 import os
 
 TIME_LOSS = "lost on time"
+# Counters that are tables, and how many deep; all others are numbers.
+TABLES = {"controls": 1, "files": 1, "targets": 2}
 
 
 @dataclasses.dataclass
@@ -37,10 +39,53 @@ def new_state():
     return {"turn": 0, "seconds": 0.0, "runs": [], "kinds": {}}
 
 
+def is_number(value):
+    """Not negative, and small enough to be added to; NaN is none."""
+    return type(value) in (int, float) and 0 <= value < 1e15
+
+
+def is_whole(value, least):
+    return type(value) is int and is_number(value) and value >= least
+
+
+def are_counters(value, depth):
+    """Tables of tables, so many deep, down to numbers."""
+    if depth == 0:
+        return is_number(value)
+    return isinstance(value, dict) and all(are_counters(one, depth - 1) for one in value.values())
+
+
+def is_record(record):
+    """Whether that is what a state holds of one kind."""
+    return (is_whole(record["next"], 1) and is_whole(record["count"], 0)
+            and is_number(record["seconds"]) and is_number(record["cpu_seconds"])
+            and all(isinstance(failure["what"], str) for failure in record["failures"])
+            and all(are_counters(value, TABLES.get(name, 0))
+                    for name, value in record["counters"].items()))
+
+
+def is_state(state):
+    try:
+        return (is_whole(state["turn"], 0) and is_number(state["seconds"])
+                and isinstance(state["runs"], list) and isinstance(state["kinds"], dict)
+                and all("versions" in run and is_number(run["seconds"]) for run in state["runs"])
+                and all(isinstance(record["failures"], list) and is_record(record)
+                        for record in state["kinds"].values()))
+    except (AttributeError, KeyError, TypeError):
+        return False
+
+
 def load_state(path):
+    """A ValueError if the file is none that a soak has written; it may be worth mending by hand."""
     if not path.exists():
         return new_state()
-    return json.loads(path.read_text(encoding="utf-8"))
+    try:
+        state = json.loads(path.read_text(encoding="utf-8"))
+    except RecursionError:
+        state = None
+    if not is_state(state):
+        raise ValueError("not what a soak has written")
+    return state
 
 
 def kind_of(state, kind):

@@ -143,19 +143,17 @@ def check_state(folder):
     assert [file.name for file in path.parent.iterdir()] == ["state.json"]
 
 
-def check_status(folder):
+def check_status(folder, tree):
     """The whole script, without time for any job: what stands in the state decides."""
-    def soak():
-        words = [ROOT / "scripts/soak", "--no-build", "--out", folder / "out", "0"]
-        return subprocess.run(words, capture_output=True, text=True)
-    clean = soak()
-    assert clean.returncode == 0 and "nothing done" in clean.stdout, clean
+    words = ["--no-build", "--only", "damage", "--out", folder / "out", "1e-9"]
+    status, text = run_soak(tree, *words)
+    assert status == 0 and "nothing done" in text, text
     state = soak_state.load_state(folder / "out/state.json")
     fault = soak_jobs.failure("made up", 5, ["true", "a b"], None, "text")
     soak_state.add_outcome(state, "damage", soak_state.Outcome(failures=[fault]), 1.0, 1.0)
     soak_state.write_json(folder / "out/state.json", state)
-    failed = soak()
-    assert failed.returncode == 1 and "damage 1, 1 failed" in failed.stdout, failed
+    status, text = run_soak(tree, *words)
+    assert status == 1 and "damage 1, 1 failed" in text, text
     report = json.loads((folder / "out/report.json").read_text())
     assert report["failed"] == 1, report
     assert report["kinds"]["damage"]["failures"] == [fault], report
@@ -163,12 +161,12 @@ def check_status(folder):
 
 
 def make_tree(folder):
-    """A tree with the scripts, and programs that do nothing in place of the builds."""
+    """A tree with the scripts, and a program that does nothing in place of one build."""
     shutil.copytree(ROOT / "scripts", folder / "scripts")
     (folder / "fuzz/corpus/uci").mkdir(parents=True)
     program = folder / "build/asan/vesk"
     program.parent.mkdir(parents=True)
-    program.write_text("#!/bin/sh\n")
+    program.write_text("#!/bin/sh\n" + ANSWER % "exit 0")
     program.chmod(0o755)
 
 
@@ -211,6 +209,41 @@ def check_refusal(tree, reason, *words):
     assert text.count("\n") == 1, text
 
 
+def check_refusals(folder, tree):
+    out = folder / "refused"
+    words = ["--no-build", "--only", "damage", "--out", out]
+    for hours in ("nan", "inf", "0", "-1", "1e308"):
+        check_refusal(tree, "no hours", *words, hours)
+    check_refusal(tree, "processor 9999 is none of", *words, "--core", "9999", "1")
+    check_refusal(tree, "nothing to soak: there is no fuzz; there is no referee, release",
+                  "--no-build", "--only", "fuzz,games", "--out", out, "1e-9")
+    good = (folder / "out/state.json").read_text()
+    for text in ("{", "[]", '"turn"', '{"kinds": {}}', "[" * 100000,
+                 good.replace('"turn": 0', '"turn": "0"'),
+                 good.replace('"next": 2', '"next": NaN'),
+                 good.replace('"counters": {}', '"counters": {"targets": 1}')):
+        assert text != good
+        (out / "state.json").write_text(text)
+        check_refusal(tree, "cannot go on from", *words, "1e-9")
+        assert (out / "state.json").read_text() == text
+    kept = folder / "refused-case"
+    words = ["--out", out, "--repeat", kept]
+    check_refusal(tree, "is no kept case", *words)
+    kept.mkdir()
+    check_refusal(tree, "is no kept case", *words)
+    for text in ("{", "[]", "{}", '{"kind": 1, "source": "", "ways": [], "words": [], "steps": []}',
+                 '{"kind": "", "source": "", "ways": [], "words": [], "steps": [["a"]]}'):
+        (kept / "case.json").write_text(text)
+        check_refusal(tree, "is no kept case", *words)
+    soak_damage.keep_case(2, ROOT / "tests/data", kept)
+    status, text = run_soak(tree, *words)
+    assert status == 0 and text == "nothing wrong\n", text
+    program = tree / "build/asan/vesk"
+    program.rename(program.with_name("other"))
+    check_refusal(tree, f"there is no {program}", *words)
+    program.with_name("other").rename(program)
+
+
 def main():
     check_damage()
     with tempfile.TemporaryDirectory() as name:
@@ -218,9 +251,10 @@ def main():
         check_cases(folder)
         check_programs(folder)
         check_state(folder)
-        check_status(folder)
         make_tree(folder / "tree")
+        check_status(folder, folder / "tree")
         check_folder(folder / "folders", folder / "tree")
+        check_refusals(folder, folder / "tree")
     print("the soak's parts hold")
     return 0
 
