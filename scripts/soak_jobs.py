@@ -3,6 +3,7 @@ seconds up to a few minutes, and gives an Outcome, or None if it was asked to st
 """
 
 import json
+import math
 import os
 import random
 import re
@@ -11,6 +12,7 @@ import shlex
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import time
 
@@ -85,9 +87,47 @@ def wait_for(place, process, end):
                 return "late"
 
 
+def end_group(process, patience=3.0):
+    """Ends a program with all that it has started. A build tool gives each of its jobs a group of
+    its own, and passes SIGTERM on to them; SIGKILL would hit the tool alone."""
+    try:
+        os.killpg(process.pid, signal.SIGTERM)
+        end = time.monotonic() + patience
+        while time.monotonic() < end:
+            process.poll()
+            os.killpg(process.pid, 0)
+            time.sleep(0.05)
+        os.killpg(process.pid, signal.SIGKILL)
+    except ProcessLookupError:
+        pass                # nobody is left of the group
+    process.wait()
+
+
+def build(place, words):
+    """Runs a part of a build, which says on standard error what it does, in a session of its own.
+    True if that went well, None if the soak was asked to stop."""
+    if place.is_asked_to_stop():
+        return None
+    try:
+        process = subprocess.Popen([str(word) for word in words], cwd=place.root,
+                                   stdin=subprocess.DEVNULL, stdout=sys.stderr,
+                                   start_new_session=True)
+    except OSError as error:
+        print(error, file=sys.stderr, flush=True)
+        return False
+    try:
+        status = wait_for(place, process, math.inf)
+    finally:
+        if process.returncode is None:
+            end_group(process)
+    return None if status is None else status == 0
+
+
 def run(place, words, limit, environment=None, in_place=False):
     """Runs a program in the folder of the sources, with all it starts in one process group. Status
     ("late" behind the limit) and output, or None if the soak was asked to stop."""
+    if place.is_asked_to_stop():
+        return None
     if in_place and subprocess.run(["setarch", "-R", "true"], capture_output=True).returncode == 0:
         words = ["setarch", "-R", *words]
     variables = dict(os.environ, TMPDIR=str(place.scratch), **(environment or {}))

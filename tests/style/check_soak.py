@@ -7,12 +7,15 @@ what has failed gives status 1.
 """
 
 import json
+import os
 import pathlib
 import random
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 
 ROOT = pathlib.Path(sys.argv[1]).resolve()
 sys.path.insert(0, str(ROOT / "scripts"))
@@ -244,6 +247,63 @@ def check_refusals(folder, tree):
     program.with_name("other").rename(program)
 
 
+def interrupt(tree, number, file, *words):
+    """Sends the signal to a soak once the file is there. Status and output, which must come soon."""
+    file.unlink(missing_ok=True)
+    variables = dict(os.environ, PATH=f"{tree / 'bin'}:{os.environ['PATH']}")
+    with subprocess.Popen([tree / "scripts/soak", *words, "1"], env=variables, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
+        try:
+            end = time.monotonic() + 20
+            while not file.exists() and time.monotonic() < end:
+                time.sleep(0.05)
+            assert file.exists(), "not even begun"
+            process.send_signal(number)
+            text = process.communicate(timeout=10)[0]
+        finally:
+            process.kill()
+    return process.returncode, text
+
+
+def has_survived(job):
+    """Whether a process was still there; it is none behind that."""
+    try:
+        os.kill(job, signal.SIGKILL)
+    except ProcessLookupError:
+        return False
+    return True
+
+
+def check_interrupts(folder, tree):
+    """A signal ends a run soon, also while something is built or the benchmark runs, with all that
+    was started for it; nothing more is begun, and the report is written."""
+    cmake = tree / "bin/cmake"
+    cmake.parent.mkdir()
+    shutil.copyfile(ROOT / "tests/style/slow_cmake.py", cmake)
+    cmake.chmod(0o755)
+    program = tree / "build/release/vesk"
+    program.parent.mkdir()
+    program.write_text('#!/bin/sh\necho >"$0.began"\nexec sleep 60\n')
+    program.chmod(0o755)
+    began = program.with_name("vesk.began")
+    for number in (signal.SIGINT, signal.SIGTERM):
+        out = folder / f"interrupted-{number}"
+        (cmake.parent / "calls").unlink(missing_ok=True)
+        status, text = interrupt(tree, number, cmake.parent / "job", "--only", "damage,fuzz",
+                                 "--out", out)
+        assert not has_survived(int((cmake.parent / "job").read_text()))
+        assert status == 0 and "nothing done" in text and "skipping" not in text, text
+        calls = (cmake.parent / "calls").read_text().splitlines()
+        assert [call.split()[:2] for call in calls] == [
+            ["--preset", "asan"], ["--build", "build/asan"]], calls
+        assert not began.exists()
+        assert json.loads((out / "report.json").read_text())["failed"] == 0
+        assert not list(out.glob("scratch-*"))
+    status, text = interrupt(tree, signal.SIGINT, began, "--no-build", "--only", "damage",
+                             "--out", out)
+    assert status == 0 and "nothing done" in text, text
+
+
 def main():
     check_damage()
     with tempfile.TemporaryDirectory() as name:
@@ -255,6 +315,7 @@ def main():
         check_status(folder, folder / "tree")
         check_folder(folder / "folders", folder / "tree")
         check_refusals(folder, folder / "tree")
+        check_interrupts(folder, folder / "tree")
     print("the soak's parts hold")
     return 0
 
