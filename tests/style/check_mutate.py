@@ -1,10 +1,13 @@
 #!/usr/bin/env python3
-"""Tests which changes scripts/mutate finds in a text, and what they make of it."""
+"""Tests which changes scripts/mutate finds in a text and what they make of it, and what it refuses."""
 
+import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
+import tempfile
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -154,6 +157,63 @@ class Program(unittest.TestCase):
                                     capture_output=True, check=False)
             self.assertEqual(result.returncode, 2, name)
             self.assertIn(" is no source of the engine", result.stderr)
+
+    def test_refuses_a_count_below_one(self):
+        for count in ("0", "-1"):
+            result = subprocess.run([ROOT / "scripts" / "mutate", "--count", count, "/"], text=True,
+                                    capture_output=True, check=False)
+            self.assertEqual(result.returncode, 2, count)
+            self.assertIn("error: how many changes?", result.stderr)
+
+
+class Tree(unittest.TestCase):
+    """Runs in a small tree of its own, of one source and one test."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.tree = pathlib.Path(folder.name) / "tree"
+        shutil.copytree(ROOT / "scripts", self.tree / "scripts")
+        self.write("Source/base/sum.cpp", "i32 x = a + b;\n")
+        self.write("tests/unit/base_sum.cpp", "TEST(Sum, Adds)\n")
+        self.write(".gitignore", "/build/\n__pycache__/\n")
+        # A repository around the folder is none of this tree, nor one that a hook has named.
+        self.variables = {name: value for name, value in os.environ.items()
+                          if not name.startswith("GIT_")}
+        self.variables["GIT_CEILING_DIRECTORIES"] = folder.name
+
+    def write(self, name, text):
+        path = self.tree / name
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text, encoding="utf-8")
+
+    def git(self, *words):
+        subprocess.run(["git", "-c", "user.name=x", "-c", "user.email=x@x", *words], check=True,
+                       cwd=self.tree, env=self.variables, capture_output=True)
+
+    def commit(self):
+        self.git("add", ".")
+        self.git("commit", "-q", "-m", "x")
+
+    def check_refusal(self, tree, words, reason):
+        result = subprocess.run([tree / "scripts" / "mutate", *words], text=True,
+                                capture_output=True, check=False, env=self.variables)
+        self.assertEqual(result.returncode, 2)
+        self.assertRegex(result.stderr, rf"\Amutate: .*{reason}.*\n\Z")
+
+    def test_refuses_to_run_outside_of_git(self):
+        for words in (["--changed"], [self.tree / "Source"]):
+            self.check_refusal(self.tree, words, "not a git repository")
+
+    def test_refuses_to_compare_without_an_earlier_commit(self):
+        self.git("init", "-q")
+        self.commit()
+        self.check_refusal(self.tree, ["--changed"], "none before it is known here")
+        self.write("Source/base/sum.cpp", "i32 x = a - b;\n")
+        self.commit()
+        shallow = self.tree.parent / "shallow"
+        self.git("clone", "-q", "--depth", "1", f"file://{self.tree}", shallow)
+        self.check_refusal(shallow, ["--changed"], "none before it is known here")
 
 
 if __name__ == "__main__":
