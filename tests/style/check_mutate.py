@@ -1,13 +1,18 @@
 #!/usr/bin/env python3
-"""Tests which changes scripts/mutate finds in a text and what they make of it, and what it refuses."""
+"""Tests which changes scripts/mutate finds in a text and what they make of it, what it refuses, and
+that it leaves nothing running."""
 
+import importlib.machinery
+import importlib.util
 import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -43,6 +48,15 @@ i32 count_of(const Shape* shape, std::span<const i32> values)
     return sum;
 }
 '''
+
+
+def load_mutate():
+    """The program as a module; its name has no ending."""
+    path = str(ROOT / "scripts" / "mutate")
+    loader = importlib.machinery.SourceFileLoader("mutate", path)
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader("mutate", loader))
+    loader.exec_module(module)
+    return module
 
 
 def made(text):
@@ -214,6 +228,41 @@ class Tree(unittest.TestCase):
         shallow = self.tree.parent / "shallow"
         self.git("clone", "-q", "--depth", "1", f"file://{self.tree}", shallow)
         self.check_refusal(shallow, ["--changed"], "none before it is known here")
+
+    def test_leaves_no_compiler_behind_where_a_build_is_interrupted(self):
+        self.git("init", "-q")
+        self.commit()
+        cmake = self.tree / "build" / "bin" / "cmake"
+        self.write("build/bin/cmake", (ROOT / "tests/style/slow_cmake.py").read_text("utf-8"))
+        cmake.chmod(0o755)
+        self.variables["PATH"] = f"{cmake.parent}:{self.variables['PATH']}"
+        for number in (signal.SIGINT, signal.SIGTERM):
+            job = cmake.with_name("job")
+            job.unlink(missing_ok=True)
+            words = [self.tree / "scripts" / "mutate", self.tree / "Source"]
+            with subprocess.Popen(words, env=self.variables, stdout=subprocess.PIPE,
+                                  text=True) as process:
+                self.addCleanup(process.kill)
+                end = time.monotonic() + 20
+                while not job.exists() and time.monotonic() < end:
+                    time.sleep(0.05)
+                process.send_signal(number)
+                self.assertIn("0 of 1 changes", process.communicate(timeout=15)[0])
+            with self.assertRaises(ProcessLookupError):
+                os.kill(int(job.read_text("utf-8")), signal.SIGKILL)
+
+
+class EndProcess(unittest.TestCase):
+    def test_ends_what_ignores_the_first_signal(self):
+        mutate = load_mutate()
+        mutate.MANNERS_SECONDS = 0.3
+        words = ["sh", "-c", "trap '' TERM; echo; sleep 60; sleep 60"]
+        with subprocess.Popen(words, stdout=subprocess.PIPE, start_new_session=True) as process:
+            process.stdout.readline()
+            mutate.end_process(process)
+            self.assertEqual(process.returncode, -signal.SIGKILL)
+            # The end of the output: nobody of the group is left to hold it open.
+            self.assertEqual(process.stdout.read(), b"")
 
 
 if __name__ == "__main__":
