@@ -248,7 +248,7 @@ def check_refusals(folder, tree):
 
 
 def interrupt(tree, number, file, *words):
-    """Sends the signal to a soak once the file is there. Status and output, which must come soon."""
+    """Sends a soak the signal once the file is there. Status and output; both must come soon."""
     file.unlink(missing_ok=True)
     variables = dict(os.environ, PATH=f"{tree / 'bin'}:{os.environ['PATH']}")
     with subprocess.Popen([tree / "scripts/soak", *words, "1"], env=variables, text=True,
