@@ -247,7 +247,7 @@ def make_suite(dice, data, folder):
         ("tune.epd", [("tune mtl_rook", None), (".", None), ("tune", None), (".", None)])))
     ways = spoil(dice, source, folder / name)
     return Case(name.split(".")[0], source.name, ways, ["-c", "-hash", "2"],
-                steps + [("perft 1", "visited"), ("quit", None)])
+                steps + [("new", None), ("perft 1", "visited"), ("quit", None)])
 
 
 MAKERS = (

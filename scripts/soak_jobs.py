@@ -16,6 +16,7 @@ import sys
 import tempfile
 import time
 
+import process_groups
 import soak_damage
 from soak_state import TIME_LOSS, Outcome
 
@@ -87,22 +88,6 @@ def wait_for(place, process, end):
                 return "late"
 
 
-def end_group(process, patience=3.0):
-    """Ends a program with all that it has started. A build tool gives each of its jobs a group of
-    its own, and passes SIGTERM on to them; SIGKILL would hit the tool alone."""
-    try:
-        os.killpg(process.pid, signal.SIGTERM)
-        end = time.monotonic() + patience
-        while time.monotonic() < end:
-            process.poll()
-            os.killpg(process.pid, 0)
-            time.sleep(0.05)
-        os.killpg(process.pid, signal.SIGKILL)
-    except ProcessLookupError:
-        pass                # nobody is left of the group
-    process.wait()
-
-
 def build(place, words):
     """Runs a part of a build, which says on standard error what it does, in a session of its own.
     True if that went well, None if the soak was asked to stop."""
@@ -119,7 +104,7 @@ def build(place, words):
         status = wait_for(place, process, math.inf)
     finally:
         if process.returncode is None:
-            end_group(process)
+            process_groups.end_group(process)
     return None if status is None else status == 0
 
 

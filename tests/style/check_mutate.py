@@ -255,11 +255,11 @@ class Tree(unittest.TestCase):
 class EndProcess(unittest.TestCase):
     def test_ends_what_ignores_the_first_signal(self):
         mutate = load_mutate()
-        mutate.MANNERS_SECONDS = 0.3
+        mutate.process_groups.MANNERS_SECONDS = 0.3
         words = ["sh", "-c", "trap '' TERM; echo; sleep 60; sleep 60"]
         with subprocess.Popen(words, stdout=subprocess.PIPE, start_new_session=True) as process:
             process.stdout.readline()
-            mutate.end_process(process)
+            mutate.process_groups.end_group(process)
             self.assertEqual(process.returncode, -signal.SIGKILL)
             # The end of the output: nobody of the group is left to hold it open.
             self.assertEqual(process.stdout.read(), b"")
