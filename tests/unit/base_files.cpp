@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <sys/file.h>
+#include <sys/stat.h>
 
 #include "shell_test_support.h"
 #include "base/files.h"
@@ -99,4 +101,35 @@ TEST_F(FilesTest, SecondRunDoesNotTakeTheFileFromTheFirst)
     EXPECT_EQ(close_output(&second), 0);
     EXPECT_EQ(publish_output(&second), 0);
     EXPECT_EQ(read_file("out.txt"), "second");
+}
+
+TEST_F(FilesTest, AnErrorThatTheFileHasToldBeforeIsTheOneOfItsEnd)
+{
+    // Without a buffer nothing is left that closing could fail to write.
+    FILE* file = fopen("/dev/full", "w");
+    ASSERT_NE(file, nullptr);
+    setvbuf(file, nullptr, _IONBF, 0);
+    EXPECT_EQ(fputc('x', file), EOF);
+    errno = 0;
+    EXPECT_EQ(close_written_file(file), ENOSPC);
+}
+
+TEST_F(FilesTest, WhatStandsUnderTheUnfinishedNameIsNeitherFollowedNorWaitedFor)
+{
+    // Somebody holds the file behind the link; nobody will ever write to the pipe.
+    write_file("held.txt", "held");
+    FILE* held = fopen("held.txt", "r");
+    ASSERT_NE(held, nullptr);
+    ASSERT_EQ(flock(fileno(held), LOCK_EX), 0);
+    std::filesystem::create_symlink("held.txt", "out.txt.part");
+    OutputFile out;
+    ASSERT_EQ(open_output(&out, "out.txt", "out.txt.part"), 0);
+    EXPECT_EQ(close_output(&out), 0);
+    EXPECT_EQ(publish_output(&out), 0);
+    EXPECT_EQ(read_file("held.txt"), "held");
+    fclose(held);
+    ASSERT_EQ(mkfifo("out.txt.part", 0600), 0);
+    ASSERT_EQ(open_output(&out, "out.txt", "out.txt.part"), 0);
+    EXPECT_EQ(close_output(&out), 0);
+    EXPECT_EQ(publish_output(&out), 0);
 }
