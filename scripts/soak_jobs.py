@@ -124,10 +124,7 @@ def run(place, words, limit, environment=None, in_place=False):
         try:
             status = wait_for(place, process, time.monotonic() + limit)
         finally:
-            try:
-                os.killpg(process.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
+            process_groups.send(process, signal.SIGKILL)
             process.wait()
         output.seek(0)
         text = output.read().decode("utf-8", "replace")

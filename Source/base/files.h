@@ -8,7 +8,8 @@
 
 // Opens a regular file for reading, or for appending, when it is made if there is none. Returns
 // null if that fails or if path is anything else: a pipe or a device would hold up the main
-// thread, or never end. What is appended to is not reached through a symbolic link.
+// thread, or never end. What is appended to is not reached through a symbolic link and has no
+// second name, which may be another user's file.
 [[nodiscard]] FILE* open_regular_file(const char* path, bool append = false);
 
 // Opens a new, empty file of a fixed name for writing. An older file or a link of that name is

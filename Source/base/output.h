@@ -42,7 +42,8 @@ void print_text(std::string_view text);
 [[gnu::format(printf, 1, 2)]] void log_line(const char* format, ...);
 
 // Opens vesk.log in the current directory, replacing an old one. Returns 1, or 0 if the old
-// file cannot be unlinked or the new one not opened; a second call with an open log returns 1.
+// file cannot be unlinked or the new one not opened, and then standard error says why; a second
+// call with an open log returns 1.
 [[nodiscard]] i32 open_log();
 
 // Closes the log if it is open.

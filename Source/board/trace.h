@@ -12,6 +12,6 @@ extern Shared<u8> trace_level;
 // status 0 if that fails. Called only while trace_level is not 0.
 void trace_move(const Position* pos, Move move);
 
-// Closes the file, if there is one, and says if something of it is missing, with exit_status 1. No
-// thread may be searching.
+// Closes the file, if there is one, and says on standard error if some of it is missing, with
+// exit_status 1. No thread may be searching.
 void close_trace();

@@ -196,7 +196,7 @@ static constinit Dialogue the_dialogue {};
 
 // The order of start-up: streams before anything can be written, the records before the command
 // line that fills them, the resources by what it says. The status is 0, or 1 where start-up failed
-// or a tool refused or lost something.
+// or a tool refused or lost something, a saved game or a trace among it.
 int main(int argc, char** argv)
 {
     Dialogue* dialogue = &the_dialogue;

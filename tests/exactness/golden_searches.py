@@ -29,6 +29,7 @@ INFO = re.compile(
     r"score (?P<score>cp -?\d+|mate -?\d+) time \d+ nodes (?P<nodes>\d+) .* pv (?P<pv>.*)$")
 SEARCH_SECONDS = 600
 
+
 def read_table(path):
     """The lines of a table: rows, and as they stand comments and empty lines."""
     with open(path, encoding="ascii") as table:

@@ -52,8 +52,8 @@ SYSTEM = {
     "cmath": "abs exp fabs floor fmod log log2 pow round sqrt",
     "csignal": "kill raise sigaction sigemptyset signal",
     "cstdarg": "va_arg va_copy va_end va_start",
-    "cstdio": "FILE stderr stdin stdout clearerr fclose fdopen ferror fflush fgets fileno fopen fprintf fputc fputs fread "
-              "fseek fseeko ftell ftello fwrite getc perror printf putchar puts rename rewind "
+    "cstdio": "FILE stderr stdin stdout clearerr fclose fdopen ferror fflush fgets fileno fopen "
+              "fprintf fputc fputs fread fseek fseeko ftell ftello fwrite getc perror printf putchar puts rename rewind "
               "setbuf setvbuf snprintf sscanf tmpfile vsnprintf",
     "cstdlib": "abort abs atoi calloc exit free getenv grantpt malloc mkdtemp posix_openpt ptsname "
                "qsort rand realloc srand strtod strtol strtoll strtoul system unlockpt",
@@ -70,8 +70,8 @@ SYSTEM = {
     "sys/socket.h": "recv socketpair",
     "sys/time.h": "gettimeofday",
     "sys/stat.h": "chmod fstat lstat mkdir mkfifo",
-    "unistd.h": "_exit access chdir close dup dup2 ftruncate getcwd isatty lseek pipe pread read rmdir "
-                "sleep sysconf truncate unlink usleep write",
+    "unistd.h": "_exit access chdir close dup dup2 ftruncate getcwd isatty lseek pipe pread read "
+                "rmdir sleep sysconf truncate unlink usleep write",
 }
 
 # Headers that say in their own standard that they bring another along.
