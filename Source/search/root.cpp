@@ -4,7 +4,7 @@
 // search the same root with a little noise and reach the result through the hash table alone.
 // The root is ply 1: a mate that n plies play out scores ScoreMate - 1 - n there. Whatever stops a
 // pass, the record keeps the last whole answer: line, score and depth change together, and only
-// for a move that was searched to its end.
+// for a move that was searched to its end. Without any answer yet, the first move stands in.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -515,6 +515,20 @@ static bool wait_for_master()
     return true;
 }
 
+// A "stop" may come before the first root move has been searched to its end, as a program sends it
+// at once when a move that was to be pondered on is not played. The first of the list is then as
+// good as any, so that a position with a legal move always gets one. The score is the evaluation of
+// the root, and the depth stays 0, so that no line is printed for what nobody has searched.
+static void publish_first_move(const SearchThread* thread)
+{
+    u16* line = search_result.result_pv;
+    if (line[1] == NoMove) {
+        line[1] = thread->ply_rec[1].list_start[0].move;
+        line[2] = NoMove;
+        store(search_result.result_score, thread->score);
+    }
+}
+
 void run_search(SearchThread* thread, const SearchThread* game)
 {
     const bool master = game != nullptr;
@@ -554,6 +568,7 @@ void run_search(SearchThread* thread, const SearchThread* game)
     // 4. The search.
     iterate(thread, master);
     if (master) {
+        publish_first_move(thread);
         end_search(StopCode::Report);
     }
 }

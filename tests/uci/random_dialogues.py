@@ -5,7 +5,8 @@ positions, words of the console and other commands in any order.
     random_dialogues.py [--dialogues N] [--seed N] [--jobs N] ENGINE REFEREE_FOLDER DATA_FOLDER
 
 A "go" must be answered once when "stop" comes, by a move that an independent rules library knows
-as legal in the position that was searched; only another "go" or "quit" takes the answer away.
+as legal in the position that was searched, and by "null" only where there is none or the fifty
+moves are over; only another "go" or "quit" takes the answer away.
 "isready" must always be answered, and the process must end with "quit", status 0 and a silent
 standard error. REFEREE_FOLDER is where npm has installed the library, DATA_FOLDER holds a book and
 endgame tables. Status 1 if anything was wrong, with the dialogue up to there.
@@ -32,10 +33,12 @@ REPLY_LIMIT = 30.0 * float(os.environ.get("VESK_TIMEOUT_FACTOR", "1"))
 # What the release of each table file says.
 UNMAPPED = "munmap: Success\n"
 
-START = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1"
+# Too many moves without progress: no search runs.
 SHUFFLE = "a2b2 h8g8 b2a2 g8h8 "
+FIFTY_MOVES = ("7k/8/8/8/8/8/R7/K7 w - - 0 1", (SHUFFLE * 26).strip())
+START = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1"
 # Position and moves. The last ones: one legal move, stalemate, mate, and more than fifty moves
-# without progress, where no search runs and only "stop" is answered.
+# without progress, where only "stop" is answered.
 POSITIONS = (
     (START, ""),
     (START, "e2e4 e7e5 g1f3 b8c6 f1b5 a7a6"),
@@ -49,7 +52,7 @@ POSITIONS = (
     ("R6k/5K2/8/8/8/8/8/8 b - - 0 1", ""),
     ("7k/5K2/6Q1/8/8/8/8/8 b - - 0 1", ""),
     ("7k/6Q1/6K1/8/8/8/8/8 b - - 0 1", ""),
-    ("7k/8/8/8/8/8/R7/K7 w - - 0 1", (SHUFFLE * 26).strip()),
+    FIFTY_MOVES,
 )
 LIMITS = ("depth 1", "depth 4", "depth 9", "movetime 1", "movetime 20", "nodes 1", "nodes 3000",
           "wtime 100 btime 100", "wtime 300 btime 200 winc 10 binc 10",
@@ -100,7 +103,6 @@ class Dialogue:
         self.position = POSITIONS[0]
         self.searches = []      # asked for since all were answered or replaced, the latest last
         self.replies = []       # what came for them
-        self.seen_line = False  # an "info ... pv" since the first of them
         self.records = []       # for the judge
 
     def send(self, line):
@@ -112,8 +114,6 @@ class Dialogue:
 
     def take(self, line):
         self.said.append("> " + line)
-        if line.startswith("info ") and " pv " in line:
-            self.seen_line = True
         if not line.startswith("bestmove"):
             return
         words = line.split()
@@ -150,11 +150,9 @@ class Dialogue:
             # Of several searches it is not known which ones were answered before a "go" replaced
             # them; the last answer is the last one's.
             searched = self.searches[-1:] if is_last else self.searches[:-1]
-            must_move = self.seen_line and len(self.searches) == 1
-            self.records.append({"positions": searched, "reply": reply, "mustMove": must_move})
+            self.records.append({"positions": searched, "reply": reply})
         self.searches.clear()
         self.replies.clear()
-        self.seen_line = False
 
     def choose_position(self):
         self.position = self.dice.choice(POSITIONS)
@@ -169,7 +167,9 @@ class Dialogue:
         ponder = "ponder " if self.dice.random() < 0.2 else ""
         self.send(f"go {ponder}{self.dice.choice(LIMITS)}".rstrip())
         fen, moves = self.position
-        self.searches.append({"fen": fen, "moves": moves.split()})
+        # However soon the "stop" comes, there is a move if a search runs at all.
+        self.searches.append(
+            {"fen": fen, "moves": moves.split(), "mustMove": self.position != FIFTY_MOVES})
 
     def stop(self):
         self.send("stop")
@@ -208,7 +208,6 @@ class Dialogue:
             self.read_until("readyok")
             self.searches.clear()
             self.replies.clear()
-            self.seen_line = False
         else:
             self.send("uci")
             self.read_until("uciok")

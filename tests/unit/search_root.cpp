@@ -240,13 +240,16 @@ TEST_F(Root, NodeLimitLeavesDepthOneWhole)
     EXPECT_NE(best_move(), NoMove);
 }
 
-TEST_F(Root, StopAtDepthOneMayLeaveNoMove)
+TEST_F(Root, StopBeforeAnyMoveIsSearchedStillLeavesAMove)
 {
     begin_search(start_position);
     store(dialogue.limits.depth_limit, 20);
     store(stop_code, StopCode::Report);
     search_sync(dialogue.game);
-    EXPECT_EQ(best_move(), NoMove);
+    EXPECT_TRUE(is_playable(&dialogue.game->pos, best_move()));
+    EXPECT_EQ(search_result.result_pv[2], NoMove);
+    EXPECT_EQ(load(search_result.result_score), search_result.root_eval);
+    EXPECT_EQ(search_result.result_depth, 0);
     EXPECT_EQ(search_result.last_iter_depth, 0);
     EXPECT_EQ(load(stop_code), StopCode::Report);
 }
