@@ -163,6 +163,21 @@ TEST_F(BookBuilder, ADotIsPrintedForEvery1024Games)
     EXPECT_EQ(build(repeat(2050, game("*", ""))).out, output_of(2050, 0, ".."));
 }
 
+// The table's lists go by the top 14 bits of the key, and few positions stand in the first of them.
+// The one before the last move here does.
+TEST_F(BookBuilder, KeysOfTheFirstListAreInTheBook)
+{
+    const Built built = build(repeat(4,
+        game("0-1",
+            "1. d4 d5 2. Bf4 Nf6 3. a3 Bg4 4. c3 e6 5. Qb3 Nbd7 6. e3 Bd6 7. Bxd6 cxd6 "
+            "8. Be2 Bf5 9. Nf3 Qb6 10. Nfd2 Qxb3 11. Nxb3 g5 12. Na5 Ke7 13. Nd2 h5 "
+            "14. h4 g4 15. a4 Rab8 16. Ba6 bxa6 17. Nc6+ Kf8 18. Nxb8 Nxb8 19. f3 Ke7 "
+            "20. Ra3 Kd7")));
+    ASSERT_FALSE(built.entries.empty());
+    EXPECT_EQ(built.entries[0].key >> (64 - 14), 0U);
+    EXPECT_EQ(built.entries.size(), 20U);
+}
+
 TEST_F(BookBuilder, MoreNodesThanTheFirstTableHoldsKeepTheirOrder)
 {
     // Random games, each on a line that is read to its end.

@@ -373,6 +373,13 @@ TEST_F(PgnScanTest, GameOfTwoThousandMovesIsCut)
     const std::string without = read_file("tmp.pgn");
     scan(1, game(long_game(800) + "Nf3 {+9.00/1}"));
     EXPECT_EQ(read_file("tmp.pgn"), without);
+    // The comments of the next game are read again.
+    const std::string next = game("e4 {+0.30/1} e5 {+0.20/1}");
+    scan(1, next);
+    const std::string alone = read_file("tmp.pgn");
+    EXPECT_NE(alone.find("30"), std::string::npos) << alone;
+    scan(1, game(long_game(801)) + next);
+    EXPECT_NE(read_file("tmp.pgn").find(alone), std::string::npos);
 }
 
 // ---- Tags
