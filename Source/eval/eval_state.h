@@ -40,13 +40,24 @@ struct TermNotes {
 };
 #endif
 
+// One slot of a thread's pawn cache. Positions with the same pawns and the kings on the same wings
+// share it, so that most lookups of a search hit: most moves are a piece's.
+struct PawnCacheEntry {
+    u64 key;      // pawn key, changed by the wings of the kings
+    i32 score[2]; // score pairs of white and black
+};
+static_assert(sizeof(PawnCacheEntry) == 16);
+
 // Everything one call of evaluate fills; the fields up to occupied, ply and is_complete by each
 // call, the rest by a full evaluation. Sets of squares hold both sides unless they are an array:
 // side index 0 is white, 1 black.
 struct EvalWork {
     const Position* pos;
     EvalState* state; // the owner
-    u64 occupied;     // all pieces of both sides
+    // What the pawn cache holds of this position, or will: it is written once the score is wanted.
+    PawnCacheEntry pawns;
+    bool pawns_cached; // it held it before
+    u64 occupied;      // all pieces of both sides
     // Squares for a minor piece: defended by an own pawn, no enemy pawn ahead to drive it off.
     u64 outposts[2];
     u64 all_pawns;
@@ -90,14 +101,6 @@ struct EvalCacheEntry {
 };
 static_assert(sizeof(EvalCacheEntry) == 16);
 
-// One slot of a thread's pawn cache. Positions with the same pawns and the kings on the same wings
-// share it, so that most lookups of a search hit: most moves are a piece's.
-struct PawnCacheEntry {
-    u64 key;      // pawn key, changed by the wings of the kings
-    i32 score[2]; // score pairs of white and black
-};
-static_assert(sizeof(PawnCacheEntry) == 16);
-
 // Slots, each a power of two so that the low bits of a key are the index: 512 KB and 256 KB.
 inline constexpr i32 eval_cache_size = 32768;
 inline constexpr i32 pawn_cache_size = 16384;
@@ -115,7 +118,12 @@ enum EvalCounter : i32 {
 struct EvalState {
     EvalCacheEntry eval_cache[eval_cache_size];
     PawnCacheEntry pawn_cache[pawn_cache_size];
-    EvalWork eval_work;
+    EvalWork eval_work;                          // of the last evaluation at ply 1
     Shared<u64> eval_counters[EvalCounterCount]; // read by: collect_stats
     bool fills_coef; // tuning build: evaluations at ply 1 fill the coef of all weights
 };
+
+inline PawnCacheEntry* pawn_slot(EvalState* state, u64 key)
+{
+    return &state->pawn_cache[key & (pawn_cache_size - 1)];
+}

@@ -1,6 +1,7 @@
 // The frame of the evaluation: early exits, caches, order of the terms, and the way from two
-// score pairs to one number. All state lies in the thread's EvalWork, which each full evaluation
-// rewrites; danger reaches the search through the ply's record.
+// score pairs to one number. What the terms share lies in an EvalWork on the stack of the call,
+// where the processor has it at hand; at ply 1 in the thread's own, for the printed table and the
+// tuner. danger reaches the search through the ply's record.
 #include "eval/evaluate.h"
 
 #include <cmath>
@@ -202,48 +203,106 @@ static i32 judge_by_terms(EvalWork* work)
     return work->pos->stm == White ? score : -score;
 }
 
-i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 danger[2])
+// What the terms make of a position that nothing simpler could judge.
+static void draft_by_terms(EvalWork* work, EvalDraft* draft)
 {
-    EvalWork* work = &state->eval_work;
+    draft->source = EvalDraft::Terms;
+    draft->score = judge_by_terms(work);
+    draft->pawns = work->pawns;
+    draft->pawns_cached = work->pawns_cached;
+    publish_danger(draft->danger, work->danger);
+}
+
+static void init_call(EvalWork* work, EvalState* state, const Position* pos, i32 ply)
+{
     work->pos = pos;
     work->state = state;
     work->ply = static_cast<u8>(ply);
     work->is_complete = false;
     work->occupied = occupied(pos);
-    add(state->eval_counters[CountEvals], 1);
     if constexpr (tuning) {
         clear_notes(work);
     }
-    // A side in check has no quiet position to judge. Plain material is judged faster than a slot
-    // is looked up, and has no danger to publish.
-    if (in_check) {
-        return no_eval;
-    }
-    if (is_drawn_material(pos)) {
-        return 0;
-    }
-    i32 score = 0;
-    if (eval_lone_king(pos, pos->stm, &score)) {
-        return score;
-    }
-    // The cache holds the score for the side to move, which is part of the key. At the root the
-    // terms run all the same: the printed table and the tuning build want them.
-    EvalCacheEntry* slot = &state->eval_cache[pos->key & (eval_cache_size - 1)];
-    if (slot->key == pos->key && ply >= first_cached_ply) {
-        add(state->eval_counters[CountEvalHits], 1);
-        publish_danger(danger, slot->danger);
-        return slot->score;
-    }
+}
 
-    // Stored at the root too, for the nodes below that come back to its position.
-    score = judge_by_terms(work);
-    slot->key = pos->key;
-    publish_danger(slot->danger, work->danger);
-    slot->score = static_cast<i16>(score);
-    publish_danger(danger, work->danger);
-    if constexpr (tuning) {
-        const f32 scale_ahead[2] = { scale_factor(work, 1), scale_factor(work, -1) };
-        publish_notes(work, work->scale, scale_ahead);
+// Whether a rule that is cheaper than a look into the cache judges the position.
+static bool draft_plainly(const Position* pos, bool in_check, EvalDraft* draft)
+{
+    // A side in check has no quiet position to judge.
+    if (in_check) {
+        draft->source = EvalDraft::Check;
+        draft->score = no_eval;
+        return true;
     }
-    return score;
+    // Plain material has no danger to publish.
+    draft->source = EvalDraft::PlainMaterial;
+    draft->score = 0;
+    return is_drawn_material(pos) || eval_lone_king(pos, pos->stm, &draft->score);
+}
+
+void draft_evaluation(
+    EvalState* state, const Position* pos, i32 ply, bool in_check, EvalDraft* draft)
+{
+    // At the root the terms run all the same: the printed table and the tuning build want them.
+    if (ply < first_cached_ply) {
+        EvalWork* work = &state->eval_work;
+        init_call(work, state, pos, ply);
+        if (draft_plainly(pos, in_check, draft)) {
+            return;
+        }
+        draft->key = pos->key;
+        draft_by_terms(work, draft);
+        if constexpr (tuning) {
+            const f32 scale_ahead[2] = { scale_factor(work, 1), scale_factor(work, -1) };
+            publish_notes(work, work->scale, scale_ahead);
+        }
+        return;
+    }
+    if (draft_plainly(pos, in_check, draft)) {
+        return;
+    }
+    // The cache holds the score for the side to move, which is part of the key.
+    const EvalCacheEntry* slot = &state->eval_cache[pos->key & (eval_cache_size - 1)];
+    if (slot->key == pos->key) {
+        draft->source = EvalDraft::Cache;
+        draft->score = slot->score;
+        publish_danger(draft->danger, slot->danger);
+        return;
+    }
+    EvalWork work;
+    init_call(&work, state, pos, ply);
+    draft->key = pos->key;
+    draft_by_terms(&work, draft);
+}
+
+i32 accept_evaluation(EvalState* state, const EvalDraft* draft, u16 danger[2])
+{
+    add(state->eval_counters[CountEvals], 1);
+    if (draft->source <= EvalDraft::PlainMaterial) {
+        return draft->score;
+    }
+    publish_danger(danger, draft->danger);
+    if (draft->source == EvalDraft::Cache) {
+        add(state->eval_counters[CountEvalHits], 1);
+        return draft->score;
+    }
+    add(state->eval_counters[CountPawnProbes], 1);
+    if (draft->pawns_cached) {
+        add(state->eval_counters[CountPawnHits], 1);
+    } else {
+        *pawn_slot(state, draft->pawns.key) = draft->pawns;
+    }
+    // Stored at the root too, for the nodes below that come back to its position.
+    EvalCacheEntry* slot = &state->eval_cache[draft->key & (eval_cache_size - 1)];
+    slot->key = draft->key;
+    publish_danger(slot->danger, draft->danger);
+    slot->score = static_cast<i16>(draft->score);
+    return draft->score;
+}
+
+i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 danger[2])
+{
+    EvalDraft draft;
+    draft_evaluation(state, pos, ply, in_check, &draft);
+    return accept_evaluation(state, &draft, danger);
 }

@@ -20,19 +20,39 @@ struct ContemptRule {
 };
 extern ContemptRule contempt_rule;
 
-// Evaluates pos in centipawns, positive when the side to move stands better. ply (1 to
-// ply_count - 1): the caches answer only from ply 2 on. in_check returns no_eval and touches
-// nothing but the call counter. danger gets what is at stake for each side, in centipawns, but
-// for plain material (drawn, or a lone king with a rule of its own), which leaves it alone.
+// An evaluation that neither the caches nor the counters know of yet.
+struct EvalDraft {
+    // By what the position was judged; the first two have no danger to tell of.
+    enum : u8 { Check, PlainMaterial, Cache, Terms } source;
+    bool pawns_cached; // of Terms: the pawn cache knew its pawns
+    u16 danger[2];     // what is at stake for each side, centipawns
+    i32 score;         // centipawns, positive when the side to move stands better
+    u64 key;
+    PawnCacheEntry pawns; // of Terms: what the pawn cache holds of the position
+};
+
+// Evaluates pos without leaving anything behind, so that a search may do it while it waits for
+// memory, and drop it if it turns out not to be wanted. ply (1 to ply_count - 1): the caches answer
+// only from ply 2 on. in_check gives no_eval.
+void draft_evaluation(
+    EvalState* state, const Position* pos, i32 ply, bool in_check, EvalDraft* draft);
+
+// Enters a draft into the caches and counters, as if it had been made just now. Returns its score.
+// danger gets what is at stake for each side, but for a side in check and for plain material
+// (drawn, or a lone king with a rule of its own), which leave it alone. No other evaluation may
+// have been accepted since the draft was made.
+i32 accept_evaluation(EvalState* state, const EvalDraft* draft, u16 danger[2]);
+
+// Both in one.
 i32 evaluate(EvalState* state, const Position* pos, i32 ply, bool in_check, u16 danger[2]);
 
 // Empties both caches: no score made with other weights may survive their change.
 void clear_eval_caches(EvalState* state);
 
-// Whether the call of evaluate before has judged pos by its terms, not by a cache or a plain rule.
+// Whether the last evaluation at ply 1 has judged its position by its terms, not by a plain rule.
 [[nodiscard]] bool has_eval_trace(const EvalState* state);
 
-// Writes how the score of the evaluation just made came about into out, which holds at least
+// Writes how the score of the last evaluation at ply 1 came about into out, which holds at least
 // eval_trace_size bytes: a table for a person to read, or an empty text unless it has_eval_trace.
 // with_weights adds all weights.
 inline constexpr size_t eval_trace_size = 32768; // some 16 kilobytes of numbers of usual size

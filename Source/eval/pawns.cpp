@@ -164,25 +164,21 @@ static void eval_structure(EvalWork* work)
 void eval_pawns(EvalWork* work)
 {
     const Position* pos = work->pos;
-    EvalState* state = work->state;
     u64 key = pos->pawn_key;
     for (i32 side = White; side <= Black; ++side) {
         if (is_on_queen_wing(pos->king_sq[side])) {
             key ^= wing_key[side];
         }
     }
-    PawnCacheEntry* slot = &state->pawn_cache[key & (pawn_cache_size - 1)];
-    add(state->eval_counters[CountPawnProbes], 1);
-    if (slot->key == key && work->ply >= first_cached_ply) {
-        add(state->eval_counters[CountPawnHits], 1);
+    const PawnCacheEntry* slot = pawn_slot(work->state, key);
+    work->pawns_cached = slot->key == key && work->ply >= first_cached_ply;
+    if (work->pawns_cached) {
         work->score[White] = slot->score[White];
         work->score[Black] = slot->score[Black];
     } else {
         eval_structure<White>(work);
         eval_structure<Black>(work);
-        slot->key = key;
-        slot->score[White] = work->score[White];
-        slot->score[Black] = work->score[Black];
+        work->pawns = { key, { work->score[White], work->score[Black] } };
     }
     // A pawn that cannot step, whoever stands there, is a target and no threat. It depends on the
     // pieces, so it stays out of the cache.

@@ -372,6 +372,10 @@ i32 search(
     thread->node_depth[ply] = static_cast<i16>(depth);
 
     // 5. Hash table and tablebases. Below the horizon a probe costs more than it saves.
+    // The evaluation of step 6 is made first: while it is, the bucket comes from memory, and only
+    // a node that ends here has made it in vain.
+    EvalDraft draft;
+    draft_evaluation(thread, pos, ply, rec->in_check != 0, &draft);
     HashHints hints = { 0, false, false };
     i32 score;
     if (depth >= 0 && probe_node(pos, rec, ply, &hints, &score)) {
@@ -382,7 +386,7 @@ i32 search(
     }
 
     // 6. Static evaluation. In check there is none: what hangs is decided by the forced reply.
-    const i32 eval = evaluate(thread, pos, ply, rec->in_check != 0, rec->danger);
+    const i32 eval = accept_evaluation(thread, &draft, rec->danger);
     rec->eval = static_cast<i16>(eval);
     // 6a. The last ply: behind it the records soon end. In check there is no evaluation to return.
     if (ply >= max_search_ply) {

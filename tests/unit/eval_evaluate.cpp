@@ -1,4 +1,5 @@
 // The frame of the evaluation: golden scores, caches, closing terms, contempt, taper.
+#include <array>
 #include <string>
 #include <vector>
 
@@ -178,6 +179,48 @@ TEST(Evaluate, EvalCacheAnswersFromPlyTwoOn)
     EXPECT_EQ(evaluate_at(thread, pos->stm, 1, 0), score);
     EXPECT_EQ(counter(CountEvalHits), hits + 1);
     EXPECT_EQ(slot->score, score);
+}
+
+TEST(Evaluate, ADraftLeavesNothingBehindUntilItIsAccepted)
+{
+    Position* pos = set_position(open_game);
+    SearchThread* thread = pos->thread;
+    clear_eval_caches(thread);
+    const auto counts = [] {
+        return std::array { counter(CountEvals), counter(CountEvalHits), counter(CountPawnProbes),
+            counter(CountPawnHits) };
+    };
+    const auto before = counts();
+    EvalDraft draft;
+    draft_evaluation(thread, pos, 2, false, &draft);
+    EXPECT_EQ(counts(), before);
+    EXPECT_EQ(eval_slot(pos)->key, 0u);
+    for (const PawnCacheEntry& entry : thread->pawn_cache) {
+        ASSERT_EQ(entry.key, 0u);
+    }
+    // The second finds nothing of the first.
+    EvalDraft again;
+    draft_evaluation(thread, pos, 2, false, &again);
+    EXPECT_EQ(again.source, EvalDraft::Terms);
+    EXPECT_FALSE(again.pawns_cached);
+    u16 danger[2] = { 1, 1 };
+    EXPECT_EQ(accept_evaluation(thread, &again, danger), draft.score);
+    EXPECT_EQ(danger[White], draft.danger[White]);
+    EXPECT_EQ(danger[Black], draft.danger[Black]);
+    EXPECT_EQ(counts(), (std::array { before[0] + 1, before[1], before[2] + 1, before[3] }));
+    draft_evaluation(thread, pos, 2, false, &again);
+    EXPECT_EQ(again.source, EvalDraft::Cache);
+    accept_evaluation(thread, &again, danger);
+    EXPECT_EQ(counts(), (std::array { before[0] + 2, before[1] + 1, before[2] + 1, before[3] }));
+    // Another position with the same pawns.
+    pos = set_position(open_game);
+    eval_slot(pos)->key = 0;
+    draft_evaluation(thread, pos, 2, false, &again);
+    EXPECT_EQ(again.source, EvalDraft::Terms);
+    EXPECT_TRUE(again.pawns_cached);
+    accept_evaluation(thread, &again, danger);
+    EXPECT_EQ(
+        counts(), (std::array { before[0] + 3, before[1] + 1, before[2] + 2, before[3] + 1 }));
 }
 
 TEST(Evaluate, EvalCacheIsPassedOverWhenItHoldsAnotherKey)

@@ -7,6 +7,7 @@
 
 #include "eval_test_support.h"
 #include "base/output.h"
+#include "board/moves.h"
 #include "eval/evaluate.h"
 #include "search/clock.h"
 
@@ -218,13 +219,25 @@ TEST(EvalTrace, AnEvaluationThatEndsEarlyPrintsNothing)
     EXPECT_EQ(traced("4k3/8/8/8/8/8/PP6/4K3 w - -").rfind(header, 0), 0u);
 }
 
-TEST(EvalTrace, TheCacheAnswersSilentlyButNotAtPlyOne)
+TEST(EvalTrace, TheCacheDoesNotAnswerAtPlyOne)
 {
     Position* pos = set_position(middle_game);
     const std::string first = traced(pos, 1);
     EXPECT_EQ(first.rfind(header, 0), 0u);
     EXPECT_EQ(traced(pos, 1), first);
-    EXPECT_EQ(capture_output([&] { traced_at(pos, 2, 0, 1); }), "");
+}
+
+TEST(EvalTrace, EvaluationsOfASearchLeaveTheTraceOfTheRootAlone)
+{
+    Position* pos = set_position(middle_game);
+    const std::string first = traced(pos, 1);
+    gen_all_moves(pos);
+    make_move(pos, pos->thread->ply_rec[1].list_start[0].move);
+    evaluate_at(pos->thread, pos->stm, 2, 0);
+    unmake_move(pos);
+    static char text[eval_trace_size];
+    write_eval_trace(pos->thread, false, text);
+    EXPECT_EQ(text, first);
 }
 
 TEST(EvalTrace, WithoutTheFlagNothingIsPrinted)
