@@ -4,7 +4,6 @@
 // The unit of an attack is the attack point: one for a square from which a piece could check, three
 // to five for a piece or a square near the king, four for a check by the queen. Points go through a
 // curve, since one attacker is a nuisance and four together are mate.
-#include "base/rounding.h"
 #include "board/tables.h"
 #include "eval/terms.h"
 
@@ -12,10 +11,7 @@
 // the middle of the board, and the king may walk.
 static constexpr i32 attack_material = 8;
 
-// The shield: squares of a king's zone, each missing one costs a ninth of pawn_shield. Each square
-// of it also takes an attack point away, up to the limit.
-static constexpr i32 full_shield = 9;
-static constexpr f64 shield_step = 0.111;
+// Each square of the shield takes an attack point away, up to the limit.
 static constexpr i32 shield_points_limit = 8;
 
 // A queen that gets a safe check right beside the king often mates or wins a piece, in centipawns.
@@ -30,11 +26,8 @@ static constexpr i32 rook_square_points = 4;
 static constexpr i32 queen_square_points = 4;
 static constexpr i32 check_points = 4; // of a kind of queen check: diagonal or line
 
-// The curve: parts of king_danger1 or king_danger2 by the square of the points, 0.0018 for each.
-// It is flat above the limit, at 2.74 times the weight: more attackers cannot mate him twice.
+// One point is no attack.
 static constexpr i32 least_curve_points = 2;
-static constexpr i32 curve_limit = 39;
-static constexpr f64 curve_factor = 0.0018;
 
 // The squares from which the king can be checked on the board as it stands: the same lines seen
 // from the king's end.
@@ -53,9 +46,7 @@ static i32 eval_shield(EvalWork* work)
     const u64 pawns = work->pos->bb[side][Pawn];
     const u64 covered = pawns | forward<side>(pawns) | forward<side>(pawns, 2);
     const i32 shield = popcount(forward<side>(work->king_zone[side]) & covered);
-    // At most 0: a full shield is the normal state and each missing square a loss.
-    const f64 fraction = static_cast<f64>(shield - full_shield) * shield_step;
-    add_fraction(work, side, pawn_shield, to_f32(fraction));
+    add_fraction(work, side, pawn_shield, shield);
     return shield;
 }
 
@@ -94,18 +85,16 @@ static i32 count_attack_points(const EvalWork* work, u64 safe, const CheckLines*
 }
 
 // The attack as a whole. It rises with the square of the points; without a queen it is half as
-// strong, for an attack without her runs dry. The steps are taken in f64 in this order and the
-// height rounded to f32.
+// strong, for an attack without her runs dry.
 template <i32 side>
 static void eval_attack_curve(EvalWork* work, i32 points)
 {
     if (points < least_curve_points) {
         return;
     }
-    const f64 x = static_cast<f64>(points < curve_limit ? points : curve_limit);
-    const f32 height = to_f32(x * curve_factor * x);
+    const i32 step = points < attack_curve_limit ? points : attack_curve_limit;
     const bool queen = count_of(work->pos, side ^ 1, Queen) != 0;
-    add_fraction(work, side, queen ? king_danger1 : king_danger2, height);
+    add_fraction(work, side, queen ? king_danger1 : king_danger2, step);
 }
 
 // The points of all sources together: pieces that reach the zone (king_attack, filled with the

@@ -3,9 +3,6 @@
 // Only what depends on nothing but the pawns and the wings of the kings may go into the cache.
 // Scores are in centipawns and go to the side of the pawn; what a passed pawn threatens goes to the
 // danger of the other side.
-#include <cmath>
-
-#include "base/rounding.h"
 #include "board/moves.h"
 #include "board/tables.h"
 #include "eval/terms.h"
@@ -28,15 +25,6 @@ static constexpr i32 pawn_attack_points = 3;
 // Any two different constants but 0 would do.
 static constexpr u64 wing_key[2] = { 0x5555555555555555ULL, 0xaaaaaaaaaaaaaaaaULL };
 
-// All by relative rank index. The kings' distances in parts of their weights, taken one rank
-// further for a pawn that can step: on its way the kings hardly matter before the fourth rank, and
-// decide on the last ones.
-static constexpr f32 distance_factor[8] = { 0.0f, 0.0f, 0.0f, 0.2f, 0.4f, 0.6f, 0.8f, 1.0f };
-
-// A neighbour that guards the next square, in parts of ppawn_connected; on the seventh rank it
-// guards the queen to be.
-static constexpr f32 connected_factor[8] = { 0.0f, 0.0f, 0.0f, 0.15f, 0.3f, 0.6f, 1.0f, 0.0f };
-
 // What a passed pawn with a free path threatens the enemy with, in centipawns: close to a queen on
 // the seventh rank, half of it for each step that is missing. Half and a quarter of that for a pawn
 // that can only step, or not even that.
@@ -50,10 +38,6 @@ static constexpr i32 free_path_rank = 3;
 
 // On the seventh rank no square is left beyond the next one.
 static constexpr i32 last_but_one_rank = 6;
-
-// Parts of candidate_passer per rank beyond the second, and per step of the enemy king.
-static constexpr f64 candidate_rank_part = 0.15;
-static constexpr f64 candidate_king_part = 0.1;
 
 // Squares strictly in front of the pawns of side on their files. Each step doubles the reach: one,
 // three, seven ranks.
@@ -189,7 +173,7 @@ void eval_pawns(EvalWork* work)
 }
 
 // A candidate is worth the more the further it has come and the longer the enemy king takes to its
-// stop square; king_steps and ranks make 0.4 to 1.3 of the weight.
+// stop square.
 void eval_candidates(EvalWork* work)
 {
     const Position* pos = work->pos;
@@ -198,11 +182,8 @@ void eval_candidates(EvalWork* work)
         const i32 square = pop_lowest(&left);
         const i32 side = (pos->bb[White][Pawn] & bit(square)) ? White : Black;
         const i32 stop = square + pawn_step[side];
-        const f64 rank = static_cast<f64>(relative_rank(side, square) - 1);
-        const f64 distance = static_cast<f64>(king_steps(stop, pos->king_sq[side ^ 1]));
-        // Fused on purpose: the sum is rounded once, and once more to f32.
-        add_fraction(work, side, candidate_passer,
-            to_f32(std::fma(candidate_rank_part, rank, candidate_king_part * distance)));
+        const i32 distance = king_steps(stop, pos->king_sq[side ^ 1]);
+        add_fraction(work, side, candidate_passer, 8 * relative_rank(side, square) + distance);
     }
 }
 
@@ -229,17 +210,16 @@ static bool is_free_path(const EvalWork* work, i32 side, u64 ahead)
     return (ahead & work->attacks_pnb[enemy]) == 0 && (ahead & held & ~work->attacks[side][0]) == 0;
 }
 
-// Steps of each king to target times factor: the enemy's to be far away, the own to be near. The
-// own king is counted from one step on, since on the square itself he would stand in the pawn's
-// way.
-static void eval_king_distances(EvalWork* work, i32 side, i32 target, f32 factor)
+// Steps of each king to target, the enemy's to be far away, the own to be near; rank says how much
+// they count. The own king is counted from one step on, since on the square itself he would stand
+// in the pawn's way.
+static void eval_king_distances(EvalWork* work, i32 side, i32 target, i32 rank)
 {
     const Position* pos = work->pos;
     const i32 own_steps = king_steps(target, pos->king_sq[side]);
     const i32 enemy_steps = king_steps(target, pos->king_sq[side ^ 1]);
-    add_fraction(work, side, ppawn_eking_dist, static_cast<f32>(enemy_steps) * factor);
-    add_fraction(
-        work, side, ppawn_fking_dist, static_cast<f32>(own_steps > 1 ? own_steps : 1) * factor);
+    add_fraction(work, side, ppawn_eking_dist, 8 * rank + enemy_steps);
+    add_fraction(work, side, ppawn_fking_dist, 8 * rank + (own_steps > 1 ? own_steps : 1));
 }
 
 // A passed pawn gets one weight of its rank: the largest if nothing holds up its whole way, less if
@@ -272,9 +252,10 @@ static void eval_passed_pawn(EvalWork* work, i32 side, i32 square)
     // The kings fight for the square beyond the next one: who stands there first decides whether
     // the pawn goes on.
     const i32 target = rank < last_but_one_rank ? goal + step : goal;
-    eval_king_distances(work, side, target, distance_factor[mobile ? rank + 1 : rank]);
+    // One rank further for a pawn that can step.
+    eval_king_distances(work, side, target, mobile ? rank + 1 : rank);
     if (work->attacks[side][Pawn] & bit(goal)) {
-        add_fraction(work, side, ppawn_connected, connected_factor[rank]);
+        add_fraction(work, side, ppawn_connected, rank);
     }
     add_danger(work, side ^ 1, danger);
 }

@@ -22,19 +22,6 @@ static constexpr u64 centre_block = 0x3c3c3c3c0000ULL;
 // The opponent's half of the board as each side sees it.
 static constexpr u64 enemy_half[2] = { 0xffffffff00000000ULL, 0xffffffffULL };
 
-// Parts of the mobility weight by number of squares, from -0.4 for none to 0.6 for all. The first
-// squares matter most and the last least: a piece with three is in play already. The zero lies at
-// an ordinary stand, so that mobility is not material counted twice.
-static constexpr f32 knight_curve[9] = { -0.40f, -0.17f, -0.02f, 0.10f, 0.22f, 0.32f, 0.42f, 0.51f,
-    0.60f };
-static constexpr f32 bishop_curve[14] = { -0.40f, -0.23f, -0.13f, -0.04f, 0.04f, 0.11f, 0.18f,
-    0.25f, 0.31f, 0.37f, 0.43f, 0.49f, 0.55f, 0.60f };
-static constexpr f32 rook_curve[15] = { -0.40f, -0.24f, -0.14f, -0.06f, 0.02f, 0.09f, 0.15f, 0.22f,
-    0.28f, 0.33f, 0.39f, 0.44f, 0.50f, 0.55f, 0.60f };
-static constexpr f32 queen_curve[28] = { -0.40f, -0.25f, -0.17f, -0.10f, -0.04f, 0.02f, 0.07f,
-    0.12f, 0.17f, 0.22f, 0.26f, 0.30f, 0.34f, 0.38f, 0.42f, 0.46f, 0.49f, 0.52f, 0.55f, 0.58f,
-    0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f };
-
 // Enters a piece's attack set. reach is what it bears on for double attacks and the king's zone:
 // the attack set itself for all but queens. Double attacks come first: a piece must not find its
 // own attacks there.
@@ -70,7 +57,7 @@ static void eval_knights(EvalWork* work)
         note_attacks<side>(work, Knight, attacks, attacks);
         add_weight(work, side, table + work->pst_map[side][square]);
         const i32 mobility = popcount(attacks & open);
-        add_fraction(work, side, knight_mobility, knight_curve[mobility]);
+        add_fraction(work, side, knight_mobility, mobility);
         // Shut in: it takes moves of others to free it, and deep in the enemy's camp nothing will.
         if (mobility == 0) {
             add_weight(work, side, knight_trapped);
@@ -108,7 +95,7 @@ static void eval_bishops(EvalWork* work)
         note_attacks<side>(work, Bishop, attacks, attacks);
         add_weight(work, side, table + work->pst_map[side][square]);
         const i32 mobility = popcount(attacks & open);
-        add_fraction(work, side, bishop_mobility, bishop_curve[mobility]);
+        add_fraction(work, side, bishop_mobility, mobility);
         // A bishop that cannot move at all, walled in or caught behind enemy pawns.
         if (mobility == 0) {
             add_weight(work, side, bishop_trapped);
@@ -153,7 +140,7 @@ static void eval_rooks(EvalWork* work)
         note_attacks<side>(work, Rook, attacks, attacks);
         add_weight(work, side, table + work->pst_map[side][square]);
         const i32 mobility = popcount(attacks & open);
-        add_fraction(work, side, rook_mobility, rook_curve[mobility]);
+        add_fraction(work, side, rook_mobility, mobility);
         // Mostly a rook between its own king and the corner: it is out of the game.
         if (mobility == 0) {
             add_weight(work, side, rook_trapped);
@@ -203,7 +190,7 @@ static void eval_queens(EvalWork* work)
         note_attacks<side>(work, Queen, attacks, reach);
         add_weight(work, side, table + work->pst_map[side][square]);
         const i32 mobility = popcount(attacks & open);
-        add_fraction(work, side, queen_mobility, queen_curve[mobility]);
+        add_fraction(work, side, queen_mobility, mobility);
         // The next attack on her wins her.
         if (mobility == 0) {
             add_weight(work, side, queen_trapped);

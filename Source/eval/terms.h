@@ -65,17 +65,13 @@ inline void add_weight(EvalWork* work, i32 side, i32 weight, i32 count = 1)
     note_term(work, side, weight, static_cast<f32>(count), false);
 }
 
-// Adds fraction times a scalar weight to the account of side. The real values are taken, so that
-// a percentage of a personality option keeps its fraction; each product is cut off to whole
-// centipawns by itself, by way of i64, which holds it for any weight that a file can name.
-inline void add_fraction(EvalWork* work, i32 side, i32 weight, f32 fraction)
+// Adds the part of a weight that stands at a step of its list of fractions.
+inline void add_fraction(EvalWork* work, i32 side, i32 weight, i32 step)
 {
-    const f64 factor = static_cast<f64>(fraction);
-    const RealPair* real = &eval_reals[weight];
-    const i32 mg = static_cast<i32>(static_cast<i64>(real->mg * factor));
-    const i32 eg = static_cast<i32>(static_cast<i64>(real->eg * factor));
-    add_word(work, side, pair(mg, eg));
-    note_term(work, side, weight, fraction, true);
+    add_word(work, side, fraction_words[fractions_of(weight).first + step]);
+    if constexpr (tuning) {
+        note_term(work, side, weight, fraction_of(weight, step), true);
+    }
 }
 
 // Adds centipawns to the danger of side: what the enemy may win from it in the next moves. The

@@ -17,7 +17,7 @@ constinit EvalParam eval_params[weight_count] = {};
 constinit i32 eval_param_count = 0;
 constinit i32 param_cursor = 0;
 alignas(64) constinit i32 eval_words[weight_count] = {};
-alignas(64) constinit RealPair eval_reals[scalar_weight_count] = {};
+alignas(64) constinit i32 fraction_words[fraction_count] = {};
 constinit TuneNames tune_names = {};
 
 static_assert(weight_count == scalar_weight_count + 64 * pst_count);
@@ -117,8 +117,103 @@ static constexpr PersonalityRule personality_rules[] = {
     { &WeightScales::Threats, "pinned_piece" },
 };
 
+// Parts of the mobility weight by number of squares, from -0.4 for none to 0.6 for all. The first
+// squares matter most and the last least: a piece with three is in play already. The zero lies at
+// an ordinary stand, so that mobility is not material counted twice.
+static constexpr f32 knight_curve[9] = { -0.40f, -0.17f, -0.02f, 0.10f, 0.22f, 0.32f, 0.42f, 0.51f,
+    0.60f };
+static constexpr f32 bishop_curve[14] = { -0.40f, -0.23f, -0.13f, -0.04f, 0.04f, 0.11f, 0.18f,
+    0.25f, 0.31f, 0.37f, 0.43f, 0.49f, 0.55f, 0.60f };
+static constexpr f32 rook_curve[15] = { -0.40f, -0.24f, -0.14f, -0.06f, 0.02f, 0.09f, 0.15f, 0.22f,
+    0.28f, 0.33f, 0.39f, 0.44f, 0.50f, 0.55f, 0.60f };
+static constexpr f32 queen_curve[28] = { -0.40f, -0.25f, -0.17f, -0.10f, -0.04f, 0.02f, 0.07f,
+    0.12f, 0.17f, 0.22f, 0.26f, 0.30f, 0.34f, 0.38f, 0.42f, 0.46f, 0.49f, 0.52f, 0.55f, 0.58f,
+    0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f, 0.60f };
+
+// Each missing square of the shield costs a ninth of pawn_shield: a full shield is the normal state
+// and each missing square a loss, so the parts are at most 0.
+static constexpr i32 full_shield = 9;
+static constexpr f64 shield_step = 0.111;
+
+// The curve of the attack on a king: parts of king_danger1 or king_danger2 by the square of the
+// points, 0.0018 for each. It ends at its limit, at 2.74 times the weight: more attackers cannot
+// mate him twice.
+static constexpr f64 curve_factor = 0.0018;
+
+// Parts of candidate_passer per rank beyond the second, and per step of the enemy king.
+static constexpr f64 candidate_rank_part = 0.15;
+static constexpr f64 candidate_king_part = 0.1;
+
+// All by relative rank index. The kings' distances in parts of their weights, taken one rank
+// further for a pawn that can step: on its way the kings hardly matter before the fourth rank, and
+// decide on the last ones.
+static constexpr f32 distance_factor[8] = { 0.0f, 0.0f, 0.0f, 0.2f, 0.4f, 0.6f, 0.8f, 1.0f };
+
+// A neighbour that guards the next square, in parts of ppawn_connected; on the seventh rank it
+// guards the queen to be.
+static constexpr f32 connected_factor[8] = { 0.0f, 0.0f, 0.0f, 0.15f, 0.3f, 0.6f, 1.0f, 0.0f };
+
+// The steps are taken in f64 in this order and the height rounded to f32.
+static f32 height_of_attack(i32 points)
+{
+    const f64 x = static_cast<f64>(points);
+    return to_f32(x * curve_factor * x);
+}
+
+// 0.4 to 1.3 where a candidate can stand. Fused on purpose: the sum is rounded once, and once more
+// to f32.
+static f32 part_of_candidate(i32 rank, i32 steps)
+{
+    return to_f32(std::fma(candidate_rank_part, static_cast<f64>(rank - 1),
+        candidate_king_part * static_cast<f64>(steps)));
+}
+
+f32 fraction_of(i32 weight, i32 step)
+{
+    const i32 rank = step / 8;
+    const i32 king_steps = step % 8;
+    switch (weight) {
+    case knight_mobility:
+        return knight_curve[step];
+    case bishop_mobility:
+        return bishop_curve[step];
+    case rook_mobility:
+        return rook_curve[step];
+    case queen_mobility:
+        return queen_curve[step];
+    case pawn_shield:
+        return to_f32(static_cast<f64>(step - full_shield) * shield_step);
+    case king_danger1:
+    case king_danger2:
+        return height_of_attack(step);
+    case candidate_passer:
+        return part_of_candidate(rank, king_steps);
+    case ppawn_eking_dist:
+    case ppawn_fking_dist:
+        return static_cast<f32>(king_steps) * distance_factor[rank];
+    case ppawn_connected:
+        return connected_factor[step];
+    default:
+        return 0.0f;
+    }
+}
+
+// Makes the products of a weight anew; nothing for one that counts as a whole. Each half is the
+// real value times the part, so that a percentage of a personality option keeps its fraction; it is
+// cut off to whole centipawns by itself, by way of i64, which holds it for any weight that a file
+// can name.
+static void set_fractions(i32 weight, f64 mg, f64 eg)
+{
+    const FractionList list = fractions_of(weight);
+    for (i32 step = 0; step < list.size; ++step) {
+        const f64 factor = static_cast<f64>(fraction_of(weight, step));
+        fraction_words[list.first + step] = pair(static_cast<i32>(static_cast<i64>(mg * factor)),
+            static_cast<i32>(static_cast<i64>(eg * factor)));
+    }
+}
+
 // The packed word and its dense copy are rounded to whole centipawns. The real values keep their
-// fractions for add_fraction, for repeated scaling and for the tuner, whose steps are far smaller.
+// fractions for the products, for repeated scaling and for the tuner, whose steps are far smaller.
 void set_weight(i32 index, f64 mg, f64 eg)
 {
     EvalParam* entry = &eval_params[index];
@@ -126,9 +221,7 @@ void set_weight(i32 index, f64 mg, f64 eg)
     entry->eg = eg;
     entry->packed = pair(static_cast<i32>(std::llround(mg)), static_cast<i32>(std::llround(eg)));
     eval_words[index] = entry->packed;
-    if (index < scalar_weight_count) {
-        eval_reals[index] = { mg, eg };
-    }
+    set_fractions(index, mg, eg);
 }
 
 // A new entry takes part in tuning until freeze_unlisted says otherwise.

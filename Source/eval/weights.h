@@ -58,22 +58,83 @@ struct EvalParam {
 };
 static_assert(sizeof(EvalParam) == 56);
 
-// mg and eg of one entry, side by side.
-struct RealPair {
-    f64 mg;
-    f64 eg;
-};
-
 // The table. Written by the main thread while no worker searches: the values by set_weight alone.
 // Read by all threads through the dense copies below.
 extern EvalParam eval_params[weight_count];
 extern i32 eval_param_count; // entries built so far; weight_count when complete
 extern i32 param_cursor;     // the entry that the next fset or file line sets
 
-// Dense copies for the evaluation: entries of 56 bytes would not fit a first-level cache. Only
-// scalar weights are ever taken in parts, so only they have real values here.
-extern i32 eval_words[weight_count];             // packed of every entry
-extern RealPair eval_reals[scalar_weight_count]; // mg and eg of the scalar entries
+// packed of every entry, a dense copy for the evaluation: entries of 56 bytes would not fit a
+// first-level cache.
+extern i32 eval_words[weight_count];
+
+// ---- Weights that count in parts: a mobility by the number of squares, a king's danger by the
+// attack points. Each takes one part out of a short list, so that the products are made whenever
+// the weight is set, and an evaluation reads a packed word like that of any other weight.
+
+// The products of one weight: size of them from first on.
+struct FractionList {
+    i16 first;
+    i16 size;
+};
+
+// Parts by number of squares that a piece can go to: none to all of its kind.
+inline constexpr FractionList knight_fractions = { 0, 9 };
+inline constexpr FractionList bishop_fractions = { 9, 14 };
+inline constexpr FractionList rook_fractions = { 23, 15 };
+inline constexpr FractionList queen_fractions = { 38, 28 };
+// By number of shielded squares, 0 to 9.
+inline constexpr FractionList shield_fractions = { 66, 10 };
+// By attack points, 0 to attack_curve_limit.
+inline constexpr i32 attack_curve_limit = 39;
+inline constexpr FractionList danger1_fractions = { 76, attack_curve_limit + 1 };
+inline constexpr FractionList danger2_fractions = { 116, attack_curve_limit + 1 };
+// By 8 * relative rank + steps of the king.
+inline constexpr FractionList candidate_fractions = { 156, 64 };
+inline constexpr FractionList eking_fractions = { 220, 64 };
+inline constexpr FractionList fking_fractions = { 284, 64 };
+// By relative rank.
+inline constexpr FractionList connected_fractions = { 348, 8 };
+inline constexpr i32 fraction_count = 356;
+
+// The list of a weight that counts in parts, an empty one for the others.
+inline constexpr FractionList fractions_of(i32 weight)
+{
+    switch (weight) {
+    case knight_mobility:
+        return knight_fractions;
+    case bishop_mobility:
+        return bishop_fractions;
+    case rook_mobility:
+        return rook_fractions;
+    case queen_mobility:
+        return queen_fractions;
+    case pawn_shield:
+        return shield_fractions;
+    case king_danger1:
+        return danger1_fractions;
+    case king_danger2:
+        return danger2_fractions;
+    case candidate_passer:
+        return candidate_fractions;
+    case ppawn_eking_dist:
+        return eking_fractions;
+    case ppawn_fking_dist:
+        return fking_fractions;
+    case ppawn_connected:
+        return connected_fractions;
+    default:
+        return { 0, 0 };
+    }
+}
+
+// Packed products of all lists, in centipawns. Written by set_fractions alone, read by all threads.
+extern i32 fraction_words[fraction_count];
+
+// The part of a weight at a step of its list, 0 to size - 1.
+[[nodiscard]] f32 fraction_of(i32 weight, i32 step);
+
+// ---- What may be tuned, and how the table is built
 
 // Names that the tuner may change; with an empty list it may change all. Written by the console's
 // word and the trainer's command line, read when the table is built anew.

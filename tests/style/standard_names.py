@@ -9,7 +9,7 @@ import re
 
 # Names behind std::, by header. A name that several headers have stands with each of them.
 STANDARD = {
-    "algorithm": "all_of any_of clamp copy copy_if copy_n count fill fill_n find includes max min "
+    "algorithm": "all_of any_of clamp copy copy_if copy_n count count_if fill fill_n find includes max min "
                  "none_of remove_if replace reverse rotate sort transform upper_bound",
     "array": "array size",
     "atomic": "atomic atomic_ref memory_order_acq_rel memory_order_acquire memory_order_relaxed "
@@ -17,7 +17,7 @@ STANDARD = {
     "bit": "bit_cast bit_ceil bit_floor countl_zero countr_zero popcount",
     "charconv": "from_chars from_chars_result to_chars",
     "cmath": "abs exp fabs fma fmax fmin isfinite llround log log2 lround pow round sqrt trunc",
-    "cstdint": "int8_t int16_t int32_t int64_t uint8_t uint16_t uint32_t uint64_t",
+    "cstdint": "int8_t int16_t int32_t int64_t uint8_t uint16_t uint32_t uint64_t uintptr_t",
     "cstdlib": "abs",
     "filesystem": "filesystem",
     "fstream": "ifstream ofstream",
@@ -29,6 +29,7 @@ STANDARD = {
     "iterator": "back_inserter istream_iterator istreambuf_iterator size",
     "limits": "numeric_limits",
     "map": "map",
+    "type_traits": "is_trivially_destructible_v",
     "memory": "make_unique unique_ptr",
     "mutex": "lock_guard mutex",
     "new": "nothrow",

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "eval_test_support.h"
@@ -55,11 +56,48 @@ static void expect_copies_in_step()
 {
     for (i32 i = 0; i < weight_count; ++i) {
         EXPECT_EQ(eval_words[i], eval_params[i].packed) << i;
-        if (i < scalar_weight_count) {
-            EXPECT_EQ(eval_reals[i].mg, eval_params[i].mg) << i;
-            EXPECT_EQ(eval_reals[i].eg, eval_params[i].eg) << i;
+    }
+}
+
+// Each list of parts belongs to one weight and follows the one before.
+TEST(EvalWeights, ListsOfPartsCoverTheProductsOnce)
+{
+    std::vector<i32> uses(fraction_count);
+    for (i32 weight = 0; weight < weight_count; ++weight) {
+        const FractionList list = fractions_of(weight);
+        for (i32 step = 0; step < list.size; ++step) {
+            ++uses.at(static_cast<size_t>(list.first + step));
         }
     }
+    EXPECT_EQ(uses, std::vector<i32>(fraction_count, 1));
+}
+
+TEST(EvalWeights, ProductsAreCutOffToWholeCentipawnsHalfByHalf)
+{
+    const WeightsRestored restored;
+    for (i32 weight = 0; weight < scalar_weight_count; ++weight) {
+        const FractionList list = fractions_of(weight);
+        for (const auto& [mg, eg] : { std::pair(14.5, -83.7), std::pair(-0.99, 1e9) }) {
+            set_weight(weight, mg, eg);
+            for (i32 step = 0; step < list.size; ++step) {
+                const f64 part = static_cast<f64>(fraction_of(weight, step));
+                const i32 word = fraction_words[list.first + step];
+                EXPECT_EQ(word,
+                    pair(
+                        static_cast<i32>(mg * part), static_cast<i32>(static_cast<i64>(eg * part))))
+                    << eval_params[weight].name << ' ' << step;
+            }
+        }
+    }
+    EXPECT_EQ(fraction_of(knight_mobility, 0), -0.4f);
+    EXPECT_EQ(fraction_of(queen_mobility, 27), 0.6f);
+    EXPECT_EQ(fraction_of(pawn_shield, 9), 0.0f);
+    EXPECT_EQ(fraction_of(pawn_shield, 8), -0.111f);
+    EXPECT_NEAR(static_cast<f64>(fraction_of(king_danger1, attack_curve_limit)), 2.7378, 1e-6);
+    EXPECT_NEAR(static_cast<f64>(fraction_of(candidate_passer, 8 * 5 + 7)), 1.3, 1e-6);
+    EXPECT_EQ(fraction_of(ppawn_fking_dist, 8 * 4 + 3), 3.0f * 0.4f);
+    EXPECT_EQ(fraction_of(ppawn_connected, 6), 1.0f);
+    EXPECT_EQ(fraction_of(mtl_pawn, 0), 0.0f);
 }
 
 // Columns of a line of tests/data/default-weights.tsv.
