@@ -114,6 +114,32 @@ static i32 swap_gain(const Position* pos, i32 side, i32 square, i32 type, u64 oc
     return gain;
 }
 
+// Whether swap_gain would give least or more; least is 1 or more. The captures of both sides are
+// followed as there, but only as long as the answer is open: a side gains at most what stands on
+// the square, and gains least if what the other side then gains is small enough.
+static bool gains_at_least(const Position* pos, i32 side, i32 square, i32 type, u64 occ, i32 least)
+{
+    // Whether a yes of the side to capture is a yes to the question.
+    bool asked = true;
+    for (;;) {
+        if (type != King && exchange_value[type] < least) {
+            return !asked;
+        }
+        const i32 from = least_attacker(pos, square, side, occ, occ);
+        if (from == NoSquare) {
+            return !asked;
+        }
+        if (type == King) {
+            return (king_capture_value >= least) == asked;
+        }
+        least = exchange_value[type] - least + 1;
+        asked = !asked;
+        type = type_of(pos->board[from]);
+        occ ^= bit(from);
+        side ^= 1;
+    }
+}
+
 i32 swapoff(const Position* pos, i32 side, i32 from, i32 to)
 {
     const u64 occ = occupied(pos);
@@ -123,6 +149,20 @@ i32 swapoff(const Position* pos, i32 side, i32 from, i32 to)
     }
     return exchange_value[target]
         - swap_gain(pos, side ^ 1, to, type_of(pos->board[from]), occ & ~bit(from));
+}
+
+bool swaps_at_least(const Position* pos, i32 side, i32 from, i32 to, i32 least)
+{
+    const u64 occ = occupied(pos);
+    const i32 target = type_of(pos->board[to]);
+    if (from == NoSquare) {
+        return least <= 0 || gains_at_least(pos, side, to, target, occ, least);
+    }
+    // The other side must not gain more than this.
+    const i32 spare = exchange_value[target] - least;
+    return spare >= 0
+        && !gains_at_least(
+            pos, side ^ 1, to, type_of(pos->board[from]), occ & ~bit(from), spare + 1);
 }
 
 // Whether side would still attack square if its piece of the given type were gone from from.

@@ -4,14 +4,14 @@
 
 #include "board/position.h"
 
-// One entry of a move list.
-struct MoveEntry {
+// One entry of a move list: one word of the processor, so that it is moved as one.
+struct alignas(8) MoveEntry {
     u16 move;    // EndOfList closes the list
     i16 score;   // for ordering; generators leave it as it was
     u8 moved;    // piece code on the from-square
     u8 captured; // piece code on the to-square; 0 for en passant
 };
-static_assert(sizeof(MoveEntry) == 6);
+static_assert(sizeof(MoveEntry) == 8);
 
 // ---- make_move.cpp
 
@@ -73,6 +73,10 @@ bool is_attacked(const Position* pos, i32 square, i32 side);
 // open, and then the result is at least 0. Neither pins nor promotions are seen, nor what an en
 // passant takes.
 [[nodiscard]] i32 swapoff(const Position* pos, i32 side, i32 from, i32 to);
+
+// Whether swapoff would give least (centipawns) or more. Cheaper: most exchanges are decided by the
+// first piece or two, and those behind them are never looked for.
+[[nodiscard]] bool swaps_at_least(const Position* pos, i32 side, i32 from, i32 to, i32 least);
 
 // Whether a slider's move (type Bishop, Rook or Queen) of the side to move brings a new
 // attacker to a square of zone that another own piece attacks already.

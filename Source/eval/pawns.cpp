@@ -198,7 +198,7 @@ static bool is_safe_step(const EvalWork* work, i32 side, i32 square, i32 goal)
     // behind and follows it. Without one the costly count is spared.
     const u64 enemy_attacks = work->attacks[side ^ 1][0];
     return (enemy_attacks & (bit(goal) | bit(square))) == 0
-        || swapoff(work->pos, side, square, goal) == 0;
+        || swaps_at_least(work->pos, side, square, goal, 0);
 }
 
 // Whether nothing of the enemy holds up the pawn of side on its way: no pawn or minor piece bears

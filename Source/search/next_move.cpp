@@ -4,6 +4,7 @@
 // The list of a ply always ends in a closing entry, and the list of the next ply starts behind it.
 // A slot that gets only a move keeps the score and pieces of its last use; the history reads them
 // behind a null move, so they must not be cleared.
+#include <algorithm>
 #include <span>
 
 #include "board/tables.h"
@@ -89,18 +90,23 @@ void gen_all_moves(Position* pos)
     publish_list(thread, gen_moves_into(pos, rec->list_start));
 }
 
+// More than the entries of a list; a power of two.
+static constexpr i32 list_places = 2048;
+static_assert(list_places > max_list_moves);
+
 void pick_best(MoveEntry* cursor)
 {
     // A swap and not a shift: what stood at the cursor loses its place in the order of the equals.
-    MoveEntry* best = cursor;
-    for (MoveEntry* entry = cursor + 1; entry->move != EndOfList; ++entry) {
-        if (entry->score > best->score) {
-            best = entry;
-        }
+    // Score and place in one number, whose greatest is the earliest of the best: which entry that
+    // is hangs on chance, and a branch would be guessed wrong every other time.
+    i32 best = cursor->score * list_places;
+    for (i32 place = 1; cursor[place].move != EndOfList; ++place) {
+        best = std::max(best, cursor[place].score * list_places - place);
     }
+    const i32 place = -best & (list_places - 1);
     const MoveEntry first = *cursor;
-    *cursor = *best;
-    *best = first;
+    *cursor = cursor[place];
+    cursor[place] = first;
 }
 
 i32 history_base(i32 replying, i32 plain)
@@ -121,9 +127,15 @@ static void score_captures_by_exchange(const Position* pos, std::span<MoveEntry>
 {
     for (MoveEntry& entry : captures) {
         const Move move = entry.move;
-        const i32 see = swapoff(pos, pos->stm, from_square(move), to_square(move));
+        // What it wins at least, if the capturer is lost and nothing more.
+        const i32 surely =
+            exchange_value[type_of(entry.captured)] - exchange_value[type_of(entry.moved)];
+        const auto wins = [&](i32 least) {
+            return surely >= least
+                || swaps_at_least(pos, pos->stm, from_square(move), to_square(move), least);
+        };
         i32 score;
-        if (see < order_rule.losing_exchange) {
+        if (!wins(order_rule.losing_exchange)) {
             score = losing_capture_score(&entry);
         } else if (move & (PromoteKnight | PromoteBishop | PromoteRook)) {
             // Winning or not: what it could win, a queen mostly wins too.
@@ -132,7 +144,7 @@ static void score_captures_by_exchange(const Position* pos, std::span<MoveEntry>
             score = capture_score(&entry);
             // The exchange only splits the good captures in two; within them the victim decides,
             // for a large victim leaves the opponent less to answer with.
-            if (see < order_rule.winning_exchange) {
+            if (!wins(order_rule.winning_exchange)) {
                 score -= order_rule.even_exchange_malus;
             }
         }

@@ -151,7 +151,8 @@ inline bool loses(const Position* pos, const MoveEntry* entry)
 {
     return exchange_value[type_of(entry->moved)] > exchange_value[type_of(entry->captured)]
         && !is_en_passant(pos, entry)
-        && swapoff(pos, pos->stm, from_square(entry->move), to_square(entry->move)) < bearable_loss;
+        && !swaps_at_least(
+            pos, pos->stm, from_square(entry->move), to_square(entry->move), bearable_loss);
 }
 
 // Copies a child's line behind the move at ply, its closing 0 included. Both are indexed by ply.

@@ -255,10 +255,10 @@ bool threats_harmless(Position* pos, i32 side, i32 eval, i32 beta)
 {
     // One by one: the opponent has one move, and the largest of the threats is what he will carry
     // out. Pawns too, for a pawn may be all that the surplus is.
+    const i32 harmful = std::max(eval - beta - node_rule.harmless_surplus, 1);
     u64 pieces = pieces_of(pos, side) ^ pos->bb[side][King];
     while (pieces != 0) {
-        const i32 gain = swapoff(pos, side ^ 1, NoSquare, pop_lowest(&pieces));
-        if (gain >= 1 && eval - gain <= beta + node_rule.harmless_surplus) {
+        if (swaps_at_least(pos, side ^ 1, NoSquare, pop_lowest(&pieces), harmful)) {
             return false;
         }
     }
@@ -297,7 +297,8 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
         // An even exchange changes nothing that the evaluation has not seen; only one that wins
         // a pawn or more can lift the score by the margin.
         if (move == NoMove || !is_legal_move(pos, side, move)
-            || swapoff(pos, side, from_square(move), to_square(move)) <= prune_rule.probcut_gain) {
+            || !swaps_at_least(
+                pos, side, from_square(move), to_square(move), prune_rule.probcut_gain + 1)) {
             continue;
         }
         make_move(pos, move);

@@ -414,6 +414,34 @@ TEST(BoardExchange, ValuesAgreeWithAPlainRecursion)
     });
 }
 
+TEST(BoardExchange, ThresholdsAgreeWithTheValues)
+{
+    static MoveEntry list[1200];
+    const i32 thresholds[] = { -10000, -9999, -536, -70, -49, -1, 0, 1, 50, 75, 100, 335, 1035,
+        9999, 10000 };
+    for_random_positions(9, 100, [&](Position* pos) {
+        MoveEntry* end = gen_captures(pos, pos->stm, list, NoSquare);
+        end = gen_promotions(pos, pos->stm, 1, end);
+        end = gen_quiets(pos, pos->stm, end, NoSquare);
+        const auto expect_agreement = [&](i32 side, i32 from, i32 to) {
+            const i32 value = swapoff(pos, side, from, to);
+            for (const i32 least : thresholds) {
+                ASSERT_EQ(swaps_at_least(pos, side, from, to, least), value >= least)
+                    << fen_of(pos) << ' ' << from << ' ' << square_name[to] << ' ' << least;
+            }
+            ASSERT_TRUE(swaps_at_least(pos, side, from, to, value)) << fen_of(pos);
+            ASSERT_FALSE(swaps_at_least(pos, side, from, to, value + 1)) << fen_of(pos);
+        };
+        for (const MoveEntry* entry = list; entry < end; ++entry) {
+            expect_agreement(pos->stm, from_square(entry->move), to_square(entry->move));
+        }
+        for (i32 square = 0; square < 64; ++square) {
+            expect_agreement(White, NoSquare, square);
+            expect_agreement(Black, NoSquare, square);
+        }
+    });
+}
+
 // ---- Pressure on a king's squares
 
 static bool pressure(const char* fen, i32 type, const char* from, const char* to, const char* zone)
