@@ -81,6 +81,18 @@ static constexpr void make_square_tables(ConstantTables* tables, i32 square)
     tables->rook_rays[square] = tables->ray_n[square] | tables->ray_e[square]
         | tables->ray_s[square] | tables->ray_w[square];
 
+    for (i32 side = White; side <= Black; ++side) {
+        const auto attacks = [&](i32 type) -> u64& {
+            return tables->empty_attacks[piece_code(side, type)][square];
+        };
+        attacks(Pawn) = tables->pawn_attacks[side][square];
+        attacks(Knight) = tables->knight_attacks[square];
+        attacks(Bishop) = tables->bishop_rays[square];
+        attacks(Rook) = tables->rook_rays[square];
+        attacks(Queen) = tables->bishop_rays[square] | tables->rook_rays[square];
+        attacks(King) = tables->king_attacks[square];
+    }
+
     const u64 files = (file_a << file_of(square)) | tables->adjacent_files[file_of(square)];
     tables->passed_mask[White][square] = files & tables->ranks_above[rank_of(square)];
     tables->passed_mask[Black][square] = files & tables->ranks_below[rank_of(square)];

@@ -13,6 +13,8 @@ struct ConstantTables {
     u64 ray_s[64], ray_w[64], ray_sw[64], ray_se[64]; // towards lower squares
     u64 bishop_rays[64];                              // a bishop's moves on an empty board
     u64 rook_rays[64];
+    // The same by piece code, of all pieces, for whoever has a code and would have to ask its type.
+    u64 empty_attacks[16][64];
     u64 between[64][64];    // squares strictly between two squares of one line
     u64 passed_mask[2][64]; // own and neighbouring files in front of the square
     u64 adjacent_files[8];
@@ -42,6 +44,7 @@ inline constexpr const auto& ray_sw = board_tables.ray_sw;
 inline constexpr const auto& ray_se = board_tables.ray_se;
 inline constexpr const auto& bishop_rays = board_tables.bishop_rays;
 inline constexpr const auto& rook_rays = board_tables.rook_rays;
+inline constexpr const auto& empty_attacks = board_tables.empty_attacks;
 inline constexpr const auto& between = board_tables.between;
 inline constexpr const auto& passed_mask = board_tables.passed_mask;
 inline constexpr const auto& adjacent_files = board_tables.adjacent_files;

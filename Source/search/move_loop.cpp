@@ -146,10 +146,10 @@ i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 bet
         if (move == rec->hash_move && ++seen_hash != 1) {
             continue;
         }
-        if (move == NoMove || !is_legal_move(pos, side, move)) {
+        prefetch_child(pos, entry);
+        if (move == NoMove || !is_safe_move(pos, side, entry, in_check)) {
             continue;
         }
-        prefetch_child(pos, entry);
         const u16 flags = class_of_move(pos, side, entry);
         rec->move_flags = flags;
         rec->reduction = 0;
@@ -169,6 +169,7 @@ i32 search_moves(Position* pos, i32 side, i32 ply, i32 depth, i32 alpha, i32 bet
 
         // 14. The move itself. Only the first is searched with the whole window: with a good order
         // it is the best most of the time, and what is left to do is to prove it.
+        rec->no_check = is_surely_no_check(pos, flags, entry);
         make_move(pos, move);
         i32 s;
         if (searched != 0 && depth >= loop_rule.scout_depth) {

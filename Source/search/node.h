@@ -14,17 +14,17 @@ inline constexpr i32 bearable_loss = -70;
 // Relative ranks of the pawns that get a class of their own.
 enum : i32 { FifthRank = 4, SixthRank = 5, SeventhRank = 6 };
 
-// The type that stands on the to-square after the move: the promoted piece, or the moved one. moved
-// is a piece code, as in a list's entry.
-inline i32 type_after(Move move, u8 moved)
+// The piece code that stands on the to-square after the move: the promoted piece, or the moved one.
+inline i32 code_after(Move move, u8 moved)
 {
     if ((move & PromotionMask) == 0) {
-        return type_of(moved);
+        return moved;
     }
-    return move & PromoteQueen ? Queen
-        : move & PromoteKnight ? Knight
-        : move & PromoteBishop ? Bishop
-                               : Rook;
+    return piece_code(side_of(moved),
+        move & PromoteQueen        ? Queen
+            : move & PromoteKnight ? Knight
+            : move & PromoteBishop ? Bishop
+                                   : Rook);
 }
 
 // Whether the move is an en-passant capture, which no entry's captured piece shows.
@@ -33,26 +33,12 @@ inline bool is_en_passant(const Position* pos, const MoveEntry* entry)
     return to_square(entry->move) == pos->ep_square && type_of(entry->moved) == Pawn;
 }
 
-// Whether a piece of this type and side on square to attacks the enemy king past occ. Only this one
-// line is looked at: no attack set is made.
-inline bool attacks_king(const Position* pos, i32 side, i32 type, i32 to, u64 occ)
+// Whether a piece of this code on square to attacks the enemy king past occ. Only this one line is
+// looked at: no attack set is made. Between a stepper and what it attacks nothing can stand.
+inline bool attacks_king(const Position* pos, i32 code, i32 to, u64 occ)
 {
-    const i32 king = pos->king_sq[side ^ 1];
-    switch (type) {
-    case Pawn:
-        return (pawn_attacks[side][to] & bit(king)) != 0;
-    case Knight:
-        return (knight_attacks[to] & bit(king)) != 0;
-    case Bishop:
-        return (bishop_rays[to] & bit(king)) && !(between[to][king] & occ);
-    case Rook:
-        return (rook_rays[to] & bit(king)) && !(between[to][king] & occ);
-    case Queen:
-        return ((bishop_rays[to] | rook_rays[to]) & bit(king)) && !(between[to][king] & occ);
-    // A king cannot check a king; such a move is illegal and dies later.
-    default:
-        return (king_attacks[to] & bit(king)) != 0;
-    }
+    const i32 king = pos->king_sq[side_of(code) ^ 1];
+    return (empty_attacks[code][to] & bit(king)) != 0 && (between[to][king] & occ) == 0;
 }
 
 // Whether one of the sliders attacks square past occ. They must stand on its rays: that something
@@ -75,8 +61,12 @@ inline bool gives_check(const Position* pos, i32 side, const MoveEntry* entry, u
     const i32 to = to_square(entry->move);
     const i32 king = pos->king_sq[side ^ 1];
     const u64 occ = (occupied(pos) & ~vacated) | bit(to);
-    if (attacks_king(pos, side, type_after(entry->move, entry->moved), to, occ)) {
+    if (attacks_king(pos, code_after(entry->move, entry->moved), to, occ)) {
         return true;
+    }
+    // Most pieces stand on no line of the king and uncover none.
+    if ((empty_attacks[Queen][king] & vacated) == 0) {
+        return false;
     }
     // Discovered: own is the mover's side, without what has left.
     const u64* own = pos->bb[side];
@@ -88,9 +78,20 @@ inline bool gives_check(const Position* pos, i32 side, const MoveEntry* entry, u
         && slider_attacks((own[Rook] | own[Queen]) & rook_rays[king] & ~vacated, king, occ);
 }
 
+// Whether the move leaves no own king in check; in_check tells if he is now. Out of check a piece
+// on no line of its king can go wherever it likes, and most stand so. En passant opens a second
+// line.
+inline bool is_safe_move(Position* pos, i32 side, const MoveEntry* entry, bool in_check)
+{
+    return (!in_check && type_of(entry->moved) != King
+               && (empty_attacks[Queen][pos->king_sq[side]] & bit(from_square(entry->move))) == 0
+               && !is_en_passant(pos, entry))
+        || is_legal_move(pos, side, entry->move);
+}
+
 // Fetches the hash bucket of the position after the move while its tests run: the miss costs more
-// than they do, and a move that is dropped costs one fetch in vain. Castling, double steps and en
-// passant are left out, so that the guess may be wrong, which does no harm.
+// than they do, and a move that is dropped or illegal costs one fetch in vain. Castling, double
+// steps and en passant are left out, so that the guess may be wrong, which does no harm.
 inline void prefetch_child(const Position* pos, const MoveEntry* entry)
 {
     const i32 to = to_square(entry->move);
@@ -110,6 +111,16 @@ enum MoveFlag : u16 {
     FlagQueenPromotion = 0x30, // with or without capture
     FlagClasses = 63,          // any of them
 };
+
+// Whether a move of these classes cannot give check, so that its node need not look for one. The
+// class is made with an en-passant victim in its place and without castling's rook.
+inline bool is_surely_no_check(const Position* pos, u16 flags, const MoveEntry* entry)
+{
+    const i32 step = to_square(entry->move) - from_square(entry->move);
+    return (flags & FlagCheck) == 0 && (entry->move & PromotionMask) == 0
+        && !is_en_passant(pos, entry)
+        && !(type_of(entry->moved) == King && (step == 2 || step == -2));
+}
 
 // The class of a pawn's move by its way to promotion, or 0. A promotion to a queen is one, the
 // others are moves that hardly ever matter, but never quiet.

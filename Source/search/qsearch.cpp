@@ -88,13 +88,15 @@ i32 qsearch(
         }
         // The delta test: what cannot lift the score to the best so far, even if it came for
         // nothing, is not worth a node. Nor is a capture that loses: standing pat is better.
-        if (promised_gain(pos, side, entry) + eval <= best - margin || loses(pos, entry)) {
+        const i32 gain = promised_gain(pos, side, entry);
+        if (gain + eval <= best - margin || loses(pos, entry)) {
             continue;
         }
         // Last, so that illegal moves cost no more than the filters.
-        if (move == NoMove || !is_legal_move(pos, side, move)) {
+        if (move == NoMove || !is_safe_move(pos, side, entry, false)) {
             continue;
         }
+        rec->no_check = gain != qsearch_rule.check_gain;
         make_move(pos, move);
         const i32 s =
             -search(pos, side ^ 1, ply + 1, depth - 1, -beta, -best, child_of(node_type), child_pv);

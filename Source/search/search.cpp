@@ -86,6 +86,7 @@ static void reset_record(PlyRecord* rec, i32 alpha, i32 beta, NodeType node_type
     rec->in_iid = 0;
     rec->extend_hash_move = 0;
     rec->razored = 0;
+    rec->no_check = 0;
     rec->danger[White] = rec->danger[Black] = 0;
     rec->check_sq = NoSquare;
     rec->tb_result = TbNone;
@@ -234,7 +235,9 @@ static i32 null_move_score(
     thread->ply_rec[ply].moves_searched = 0;
     // The plies below must see that nothing was moved: no counter move, no second pass.
     set_null_list(pos);
+    prefetch_bucket(pos->key ^ 1); // but for the en-passant square
     make_null_move(pos);
+    thread->ply_rec[ply].no_check = 1; // or the king could have been taken instead
     const i32 score = -search(pos, side ^ 1, ply + 1, depth, -beta, -alpha, CutNode, pv);
     unmake_null_move(pos);
     --thread->null_depth;
@@ -301,6 +304,7 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
                 pos, side, from_square(move), to_square(move), prune_rule.probcut_gain + 1)) {
             continue;
         }
+        prefetch_child(pos, rec->list_cursor);
         make_move(pos, move);
         const i32 score = -search(pos, side ^ 1, ply + 1, reduced_depth - 1, -raised_beta,
             1 - raised_beta, AllNode, line);
@@ -358,7 +362,13 @@ i32 search(
     reset_record(rec, alpha, beta, node_type);
     // A child that ends before its first move leaves no line either.
     pv[ply + 1] = NoMove;
-    rec->check_sq = static_cast<u8>(find_checker(pos, pos->king_sq[side], side ^ 1, occupied(pos)));
+    // The move into the node may have told that there is no check.
+    if (rec[-1].no_check) {
+        debug_check(find_checker(pos, pos->king_sq[side], side ^ 1, occupied(pos)) == NoSquare);
+    } else {
+        rec->check_sq =
+            static_cast<u8>(find_checker(pos, pos->king_sq[side], side ^ 1, occupied(pos)));
+    }
     rec->in_check = rec->check_sq != NoSquare;
     if (is_draw_by_rule(pos, ply)) {
         return ScoreDraw;

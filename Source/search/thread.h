@@ -52,6 +52,7 @@ struct alignas(64) PlyRecord {
     u16 stage;          // of next_move, with its flags
     MoveEntry* list_start;
     MoveEntry* list_cursor; // the move being searched
+    u8 no_check;            // it surely gives no check: the node behind it need not look
 
     // Kept for the record's shape; nothing in the program reads them.
     u8 extend_hash_move; // always 0

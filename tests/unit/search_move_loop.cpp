@@ -138,21 +138,55 @@ TEST_F(MoveLoop, CheckClassAgreesWithTheBoardAfterTheMove)
             }
             for (const Move move : moves) {
                 const MoveEntry entry = entry_of(pos, text_of(move).c_str());
+                const u16 flags = class_of_move(pos, pos->stm, &entry);
+                const bool flagged = (flags & FlagCheck) != 0;
+                const bool surely_none = is_surely_no_check(pos, flags, &entry);
                 const bool king_jump =
                     (entry.moved & 7) == King && std::abs(to_square(move) - from_square(move)) == 2;
-                if (king_jump || is_en_passant(pos, &entry)) {
-                    continue;
-                }
-                const bool flagged = (class_of_move(pos, pos->stm, &entry) & FlagCheck) != 0;
+                const bool en_passant = is_en_passant(pos, &entry);
                 const std::string fen = fen_of(pos);
                 make_move(pos, move);
                 const bool checked = is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1);
                 unmake_move(pos);
+                ASSERT_FALSE(surely_none && checked) << fen << " " << text_of(move);
+                if (king_jump || en_passant) {
+                    ASSERT_FALSE(surely_none) << fen << " " << text_of(move);
+                    continue;
+                }
+                ASSERT_TRUE(surely_none || flagged || (move & PromotionMask)) << text_of(move);
                 ASSERT_EQ(flagged, checked) << fen << " " << text_of(move);
             }
             make_move(pos, moves[next_random(&state, static_cast<u32>(moves.size()))]);
         }
     }
+}
+
+TEST_F(MoveLoop, SafeMovesAreThoseThatAreLegal)
+{
+    u64 state = 12;
+    MoveEntry list[max_list_moves];
+    for (i32 game = 0; game < 30; ++game) {
+        Position* pos = set_position(start_position);
+        for (i32 ply = 0; ply < 100; ++ply) {
+            const i32 side = pos->stm;
+            const bool in_check = is_attacked(pos, pos->king_sq[side], side ^ 1);
+            const MoveEntry* end = gen_moves_into(pos, list);
+            for (const MoveEntry* entry = list; entry < end; ++entry) {
+                ASSERT_EQ(
+                    is_safe_move(pos, side, entry, in_check), is_legal_move(pos, side, entry->move))
+                    << fen_of(pos) << " " << text_of(entry->move);
+            }
+            const std::vector<Move> moves = legal_moves(pos);
+            if (moves.empty()) {
+                break;
+            }
+            make_move(pos, moves[next_random(&state, static_cast<u32>(moves.size()))]);
+        }
+    }
+    // The pawn and its victim both leave the king's rank.
+    Position* pos = set_position("8/8/8/K2pP2r/8/8/8/4k3 w - d6");
+    const MoveEntry entry = entry_of(pos, "e5d6");
+    EXPECT_FALSE(is_safe_move(pos, White, &entry, false));
 }
 
 // ---- No moves
