@@ -123,6 +123,6 @@ int main(int argc, char** argv)
     for (i32 number = 1; number <= count; ++number) {
         write_game(file, number);
     }
-    delete game;
+    delete_thread_record(game);
     return fclose(file) == 0 ? 0 : 1;
 }

@@ -143,6 +143,6 @@ int main(int argc, char** argv)
     for (i32 written = 0; written < count;) {
         written += play_game(file, count - written);
     }
-    delete game;
+    delete_thread_record(game);
     return fclose(file) == 0 ? 0 : 1;
 }

@@ -11,6 +11,7 @@
 
 #include "base/files.h"
 #include "base/output.h"
+#include "base/wakeup.h"
 #include "board/position.h"
 #include "board/tables.h"
 #include "board/trace.h"
@@ -53,6 +54,7 @@ static void open_closed_streams()
 static void init_streams()
 {
     open_closed_streams();
+    init_wakeup();
     signal(SIGPIPE, SIG_DFL);
     signal(SIGXFSZ, SIG_IGN);
     setbuf(stdout, nullptr);
@@ -186,7 +188,7 @@ static void tear_down(Dialogue* dialogue)
 {
     destroy_workers(num_threads);
     free_hash();
-    delete dialogue->game;
+    delete_thread_record(dialogue->game);
     close_trace();
     close_log();
 }

@@ -8,8 +8,8 @@
 #include <bit>
 #include <cstring>
 #include <span>
-#include <sys/mman.h>
 
+#include "base/pages.h"
 #include "board/moves.h"
 #include "board/tables.h"
 #include "search/result.h"
@@ -17,10 +17,9 @@
 
 constinit HashTable hash {};
 
-static constexpr u32 reserve_slots = 16;     // keep the last bucket inside the block
-static constexpr i32 bucket_slots = 4;       // as long as a cache line, though not aligned to one
-static constexpr u64 huge_page = 2ULL << 20; // bytes
-static constexpr i32 score_bias = 15000;     // makes any score positive in the check word
+static constexpr u32 reserve_slots = 16; // keep the last bucket inside the block
+static constexpr i32 bucket_slots = 4;   // as long as a cache line, though not aligned to one
+static constexpr i32 score_bias = 15000; // makes any score positive in the check word
 
 // When an entry is worth more than the result that comes, in plies of depth.
 static constexpr struct {
@@ -28,9 +27,7 @@ static constexpr struct {
     i32 shallowest = 7;    // that the least of a full bucket may be deeper than the newcomer
 } keep_rule;
 
-// What munmap needs: the block as it was mapped, ahead of the page boundary where the slots begin.
-static void* hash_mapping;
-static size_t hash_mapping_size;
+static size_t mapped_bytes; // of the block
 
 static HashEntry entry_of_words(u64 word0, u64 word1)
 {
@@ -143,37 +140,21 @@ void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alp
 
 void free_hash()
 {
-    if (hash_mapping != nullptr) {
-        munmap(hash_mapping, hash_mapping_size);
+    if (hash.table != nullptr) {
+        unmap_pages(hash.table, mapped_bytes);
     }
-    hash_mapping = nullptr;
     hash.table = hash.low = hash.high = nullptr;
     hash.slots = 0;
     hash.mask = 0;
 }
 
-// Maps memory for the slots, on a huge page boundary. A new mapping reads as zeros, so the table
-// starts clear without being written, and its pages come into being when they are first stored to.
-// Nearly every probe touches another page: large ones keep the processor from looking up each.
-// Returns false without memory.
+// Maps memory for the slots. A new mapping reads as zeros, so the table starts clear without being
+// written. Returns false without memory.
 static bool map_slots(u64 slots)
 {
-    const size_t bytes = slots * sizeof(HashSlot);
-    // A page more than is used, so that there is a boundary to begin at.
-    const size_t size = bytes + (bytes >= huge_page ? huge_page : 0);
-    void* block = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (block == MAP_FAILED) {
-        return false;
-    }
-    hash_mapping = block;
-    hash_mapping_size = size;
-    u64 start = reinterpret_cast<u64>(block);
-    if (bytes >= huge_page) {
-        start = (start + huge_page - 1) & ~(huge_page - 1);
-        madvise(reinterpret_cast<void*>(start), bytes, MADV_HUGEPAGE);
-    }
-    hash.table = reinterpret_cast<HashSlot*>(start);
-    return true;
+    mapped_bytes = slots * sizeof(HashSlot);
+    hash.table = static_cast<HashSlot*>(map_pages(mapped_bytes));
+    return hash.table != nullptr;
 }
 
 bool alloc_hash(i32 megabytes)

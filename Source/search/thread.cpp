@@ -3,13 +3,22 @@
 #include "search/thread.h"
 
 #include <new>
+#include <type_traits>
+
+#include "base/pages.h"
+
+// A whole huge page at least, or the system would not give one.
+static constexpr size_t record_bytes =
+    (sizeof(SearchThread) + huge_page - 1) / huge_page * huge_page;
+static_assert(std::is_trivially_destructible_v<SearchThread>);
 
 SearchThread* new_thread_record(i32 thread_id)
 {
-    SearchThread* thread = new (std::nothrow) SearchThread();
-    if (thread == nullptr) {
+    void* block = map_pages(record_bytes);
+    if (block == nullptr) {
         return nullptr;
     }
+    SearchThread* thread = new (block) SearchThread();
     thread->thread_id = static_cast<i8>(thread_id);
     thread->ply = 1;
     thread->move_store_base = thread->move_store;
@@ -22,6 +31,13 @@ SearchThread* new_thread_record(i32 thread_id)
     thread->fills_coef = thread_id < 0;
     init_move_lists(thread);
     return thread;
+}
+
+void delete_thread_record(SearchThread* thread)
+{
+    if (thread != nullptr) {
+        unmap_pages(thread, record_bytes);
+    }
 }
 
 // Two lists of no move, one behind the other: the moves of ply 1 will be put over the second.

@@ -79,9 +79,10 @@ enum WorkerCommand : u8 {
     CommandHasQuit = 100,
 };
 
-// Everything private to one search thread, in one zero-initialised block. Its first part is the
-// undo stack, which the board works on. The thread alone writes it while it searches; the fields
-// that others may read meanwhile are Shared.
+// Everything private to one search thread, in one zero-initialised block, on a huge page: its
+// caches and tables are read all over, a few bytes in each place. Its first part is the undo stack,
+// which the board works on. The thread alone writes it while it searches; the fields that others
+// may read meanwhile are Shared.
 struct SearchThread : UndoStack, EvalState {
     PlyRecord ply_rec[ply_count]; // by ply; the root is 1
     MoveEntry move_store[move_store_size];
@@ -113,8 +114,11 @@ struct SearchThread : UndoStack, EvalState {
 };
 
 // Allocates a zeroed record and makes it ready (thread id, pointers, two empty move lists).
-// Returns null if there is no memory. The owner gives it back by delete.
+// Returns null if there is no memory.
 SearchThread* new_thread_record(i32 thread_id);
+
+// Gives a record back; null is none.
+void delete_thread_record(SearchThread* thread);
 
 // Makes the two empty lists at the start of move_store, for plies 0 and 1.
 void init_move_lists(SearchThread* thread);

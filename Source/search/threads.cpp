@@ -12,6 +12,7 @@
 #include <pthread.h>
 
 #include "base/clock.h"
+#include "base/wakeup.h"
 #include "search/clock.h"
 #include "search/hash.h"
 #include "search/search.h"
@@ -27,12 +28,8 @@ static constinit Shared<u8> records_synced {};
 // The arguments of the threads, which must live as long as they do.
 static i32 worker_index[max_workers];
 
-// How long to sleep between two looks at what another thread will change, in microseconds. 0 is a
-// system call and no more.
-static constexpr struct {
-    i32 while_copying = 50; // a game of some kilobytes for each worker
-    i32 while_starting = 0; // a thread and its record
-} sleep_rule;
+// Microseconds between two looks at a thread that starts or ends: a system call and no more.
+static constexpr i32 look_microseconds = 0;
 
 static constexpr u8 first_quit_command = 91;
 static constexpr u64 no_node_limit = 1ULL << 62; // nodes; no search comes near
@@ -65,8 +62,11 @@ static void* worker_main(void* arg)
         } else if (command == CommandClearHash) {
             clear_hash_share(index);
         }
-        // What the search has left in the record is the main thread's from here on.
+        // What the search has left in the record is the main thread's from here on. It may wait for
+        // this very word, or for anything that happens.
         store_release(thread->command, CommandIdle);
+        thread->command.value.notify_all();
+        wake_main_loop();
     }
 }
 
@@ -91,7 +91,7 @@ i32 create_workers(i32 count)
     }
     for (i32 i = 0; i < count; ++i) {
         while (load_acquire(workers[i]) == nullptr) {
-            sleep_microseconds(sleep_rule.while_starting);
+            sleep_microseconds(look_microseconds);
         }
     }
     return 0;
@@ -106,11 +106,11 @@ void destroy_workers(i32 count)
         SearchThread* thread = load(workers[i]);
         post_command(thread, CommandQuit);
         while (load_acquire(thread->command) != CommandHasQuit) {
-            sleep_microseconds(sleep_rule.while_starting);
+            sleep_microseconds(look_microseconds);
         }
     }
     for (i32 i = 0; i < count; ++i) {
-        delete load(workers[i]);
+        delete_thread_record(load(workers[i]));
         store(workers[i], nullptr);
     }
 }
@@ -125,9 +125,7 @@ void wake_workers(const SearchThread* game)
     post_command(load(workers[0]), CommandSearch);
     // Worker 0 copies the game into all records; nobody else may run or change the game before
     // that is done.
-    while (load_acquire(records_synced) == 0) {
-        sleep_microseconds(sleep_rule.while_copying);
-    }
+    records_synced.value.wait(0, std::memory_order_acquire);
     for (i32 i = 1; i < num_threads; ++i) {
         post_command(load(workers[i]), CommandSearch);
     }
@@ -204,6 +202,7 @@ void sync_workers(const SearchThread* game)
         sync_worker(load(workers[i]), game);
     }
     store_release(records_synced, 1);
+    records_synced.value.notify_one();
 }
 
 // The counters go on while they are added up: each is a number that its worker has had.

@@ -2,10 +2,7 @@
 // is seen by the worker, and the other way round when the worker clears it.
 #include "search/workers.h"
 
-#include "base/clock.h"
-
-// Between two looks at workers that search: nobody is in a hurry.
-static constexpr i32 look_microseconds = 1000;
+#include <atomic>
 
 constinit Shared<SearchThread*> workers[max_workers] {};
 constinit i32 num_threads = 0;
@@ -30,7 +27,11 @@ i32 busy_workers()
 
 void wait_for_workers()
 {
-    while (busy_workers() != 0) {
-        sleep_microseconds(look_microseconds);
+    for (i32 i = 0; i < num_threads; ++i) {
+        const SearchThread* thread = load(workers[i]);
+        u8 command = CommandIdle;
+        while (thread != nullptr && (command = load_acquire(thread->command)) != CommandIdle) {
+            thread->command.value.wait(command, std::memory_order_acquire);
+        }
     }
 }

@@ -10,8 +10,8 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "base/clock.h"
 #include "base/text.h"
+#include "base/wakeup.h"
 
 // Bytes read at once; must hold the longest line with its end.
 static constexpr i32 buffer_size = 16384;
@@ -82,20 +82,19 @@ i32 read_input(char* out, i32 size, bool wait)
     return length;
 }
 
-// Poll reports the end of input as readable for ever, so that a wait behind it would be none: the
-// time is slept then, or an abandoned process would take a whole processor.
+// Poll reports the end of input as readable for ever, so that a wait behind it would be none: it is
+// not polled then, or an abandoned process would take a whole processor.
 void wait_for_input(i32 microseconds)
 {
     if (line_length(longest_input) != 0) {
         return;
     }
-    if (at_end) {
-        sleep_microseconds(microseconds);
-        return;
-    }
-    pollfd readable = { STDIN_FILENO, POLLIN, 0 };
+    // A negative descriptor is passed over.
+    pollfd readable[2] = { { at_end ? -1 : STDIN_FILENO, POLLIN, 0 },
+        { wakeup_descriptor(), POLLIN, 0 } };
     const timespec limit = { microseconds / 1000000, microseconds % 1000000 * 1000L };
-    ppoll(&readable, 1, &limit, nullptr);
+    ppoll(readable, 2, &limit, nullptr);
+    clear_wakeup();
 }
 
 bool input_is_over()

@@ -330,7 +330,10 @@ static bool is_waiting(const Dialogue* dialogue)
 // ones before it have asked for. Behind "quit" nothing is reported.
 static void run_pass(Dialogue* dialogue)
 {
-    wait_for_input(is_waiting(dialogue) ? waiting_pass_microseconds : pass_microseconds);
+    // What is due already must not wait.
+    if (!search_is_due()) {
+        wait_for_input(is_waiting(dialogue) ? waiting_pass_microseconds : pass_microseconds);
+    }
     tick_clock(dialogue);
     if (search_is_due()) {
         start_search(dialogue);

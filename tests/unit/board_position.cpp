@@ -361,7 +361,8 @@ TEST(BoardPosition, BoardViewTellsTheSideAndReachesTheLog)
 TEST(BoardPosition, ANewRecordIsReadyForAGame)
 {
     test_thread();
-    const std::unique_ptr<SearchThread> thread(new_thread_record(17));
+    const std::unique_ptr<SearchThread, void (*)(SearchThread*)> thread(
+        new_thread_record(17), delete_thread_record);
     ASSERT_NE(thread, nullptr);
     EXPECT_EQ(thread->thread_id, 17);
     EXPECT_EQ(thread->undo_count, 0);

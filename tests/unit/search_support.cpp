@@ -35,7 +35,7 @@ static void reset_globals()
 void SearchTest::use_records(i32 count)
 {
     for (i32 i = 0; i < num_threads; ++i) {
-        delete load(workers[i]);
+        delete_thread_record(load(workers[i]));
         store(workers[i], nullptr);
     }
     num_threads = count;

@@ -300,7 +300,7 @@ TEST_F(OptionsTest, ARunningSearchKeepsWhatItStartedWithButLogsAtOnce)
     EXPECT_EQ(load(contempt_rule.contempt), 44);
     store(workers[0], old_worker);
     num_threads = old_count;
-    delete busy;
+    delete_thread_record(busy);
 }
 
 TEST_F(OptionsTest, AnnouncementShowsTheSavedValues)

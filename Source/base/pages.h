@@ -1,0 +1,14 @@
+// Large blocks of memory, on huge pages where the system has them: a probe that falls anywhere in
+// megabytes would make the processor look up another page nearly every time.
+#pragma once
+
+#include <cstddef>
+
+inline constexpr size_t huge_page = size_t { 2 } << 20; // bytes
+
+// Maps zeroed memory of at least so many bytes, from a huge page on if it fills one. Pages come
+// into being when they are first written to. Returns null without memory.
+[[nodiscard]] void* map_pages(size_t bytes);
+
+// Gives a block back, with the size that it was mapped with.
+void unmap_pages(void* block, size_t bytes);
