@@ -3,6 +3,7 @@
 #include "base/pages.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <sys/mman.h>
 
 void* map_pages(size_t bytes)
@@ -24,7 +25,6 @@ void* map_pages(size_t bytes)
         munmap(mapping, before);
     }
     // The system rounds the end up to a page of its own.
-    const size_t small_page = 4096;
     const size_t used = (bytes + small_page - 1) & ~(small_page - 1);
     if (used < size - before) {
         munmap(block + used, size - before - used);
@@ -36,4 +36,18 @@ void* map_pages(size_t bytes)
 void unmap_pages(void* block, size_t bytes)
 {
     munmap(block, bytes);
+}
+
+bool has_free_memory(size_t bytes)
+{
+    FILE* file = fopen("/proc/meminfo", "re");
+    if (file == nullptr) {
+        return false;
+    }
+    char line[128];
+    unsigned long long kilobytes = 0;
+    while (fgets(line, sizeof line, file) != nullptr
+        && sscanf(line, "MemAvailable: %llu", &kilobytes) != 1) { }
+    fclose(file);
+    return bytes / 1024 < kilobytes;
 }

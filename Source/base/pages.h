@@ -4,7 +4,9 @@
 
 #include <cstddef>
 
-inline constexpr size_t huge_page = size_t { 2 } << 20; // bytes
+// Sizes in bytes.
+inline constexpr size_t small_page = 4096;
+inline constexpr size_t huge_page = size_t { 2 } << 20;
 
 // Maps zeroed memory of at least so many bytes, from a huge page on if it fills one. Pages come
 // into being when they are first written to. Returns null without memory.
@@ -12,3 +14,7 @@ inline constexpr size_t huge_page = size_t { 2 } << 20; // bytes
 
 // Gives a block back, with the size that it was mapped with.
 void unmap_pages(void* block, size_t bytes);
+
+// Whether the system says that it could hand out so many bytes without taking them from programs
+// that run. False where it says nothing.
+[[nodiscard]] bool has_free_memory(size_t bytes);

@@ -99,6 +99,7 @@ static bool init_resources(Dialogue* dialogue)
     if (!make_hash_table(dialogue->engine_options.hash)) {
         return false;
     }
+    touch_hash();
     if (dialogue->engine_options.log != 0 && !open_log()) {
         print_line("log file in use.");
         dialogue->engine_options.log = 0;

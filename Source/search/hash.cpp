@@ -191,11 +191,52 @@ static std::span<HashSlot> all_slots()
     return { hash.table, static_cast<size_t>(hash.slots) + reserve_slots };
 }
 
-void clear_hash_share(i32 thread_id)
+// The part of a worker; what the division leaves over is nobody's.
+static std::span<HashSlot> share_of(i32 thread_id)
 {
     const std::span<HashSlot> slots = all_slots();
     const size_t share = slots.size() / static_cast<size_t>(num_threads);
-    clear_slots(slots.subspan(static_cast<size_t>(thread_id) * share, share));
+    return slots.subspan(static_cast<size_t>(thread_id) * share, share);
+}
+
+void clear_hash_share(i32 thread_id)
+{
+    clear_slots(share_of(thread_id));
+}
+
+// One store for each page of the smallest size; huge ones get more than they need.
+static void touch_slots(std::span<HashSlot> slots)
+{
+    constexpr size_t step = small_page / sizeof(HashSlot);
+    for (size_t i = 0; i < slots.size(); i += step) {
+        store(slots[i].word[0], 0);
+    }
+}
+
+void touch_hash_share(i32 thread_id)
+{
+    touch_slots(share_of(thread_id));
+}
+
+// Gives all workers the same command and waits for them.
+static void command_workers(WorkerCommand command)
+{
+    for (i32 i = 0; i < num_threads; ++i) {
+        post_command(load(workers[i]), command);
+    }
+    wait_for_workers();
+}
+
+void touch_hash()
+{
+    if (!has_free_memory(mapped_bytes)) {
+        return;
+    }
+    if (num_threads > 1) {
+        command_workers(CommandTouchHash);
+    } else {
+        touch_slots(all_slots());
+    }
 }
 
 // The workers share the work: one thread alone would hold up the game for a large table.
@@ -210,10 +251,7 @@ void clear_hash()
         store(hash.written, 0);
         return;
     }
-    for (i32 i = 0; i < num_threads; ++i) {
-        post_command(load(workers[i]), CommandClearHash);
-    }
-    wait_for_workers();
+    command_workers(CommandClearHash);
     // The slots that the division leaves over stay as they were, so the table still counts as
     // written to.
     if (num_threads > 0 && all_slots().size() % static_cast<size_t>(num_threads) == 0) {

@@ -89,6 +89,15 @@ void store_hash(Position* pos, i32 ply, i32 depth, Move move, i32 score, i32 alp
 // Frees the table and sets its size to 0.
 void free_hash();
 
+// Has the system hand out the memory of a table that nobody has used yet, by all workers: else the
+// first seconds of a search in a large table go by waiting for pages. None may be searching. Left
+// undone where it would take the last of the machine's memory: what a search never uses is not
+// needed.
+void touch_hash();
+
+// Touches the worker's share of the table. Called by that worker, by order of touch_hash.
+void touch_hash_share(i32 thread_id);
+
 // Clears the table; with several workers they do it, and the call waits for them. None may be
 // searching. Does nothing where nothing has been written since the last time.
 void clear_hash();

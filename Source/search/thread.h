@@ -75,6 +75,7 @@ enum WorkerCommand : u8 {
     CommandIdle = 0,
     CommandSearch = 1,
     CommandClearHash = 2,
+    CommandTouchHash = 3,
     CommandQuit = 99,
     CommandHasQuit = 100,
 };

@@ -61,6 +61,8 @@ static void* worker_main(void* arg)
             run_search(thread, index == 0 ? game_to_sync : nullptr);
         } else if (command == CommandClearHash) {
             clear_hash_share(index);
+        } else if (command == CommandTouchHash) {
+            touch_hash_share(index);
         }
         // What the search has left in the record is the main thread's from here on. It may wait for
         // this very word, or for anything that happens.

@@ -94,6 +94,7 @@ static void resize_hash(Dialogue* dialogue)
     if (!make_hash_table(dialogue->engine_options.hash)) {
         exit(-1);
     }
+    touch_hash();
 }
 
 // Ending the workers leaves a stop code of its own behind; the result of a search that is over but

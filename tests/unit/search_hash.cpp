@@ -1,6 +1,8 @@
 // The transposition table: addressing, what a store replaces, what a probe refuses, clearing.
+#include <algorithm>
 #include <set>
 #include <string>
+#include <sys/mman.h>
 #include <vector>
 
 #include "search_support.h"
@@ -471,6 +473,39 @@ TEST_F(Hash, SharesLeaveTheSlotsThatTheDivisionLeavesOver)
     for (u32 i = 0; i < all; ++i) {
         ASSERT_EQ(load(hash.table[i].word[0]), i < all - 2 ? 0u : 1u) << i;
     }
+}
+
+// Of a table of 8 megabytes how many pages of the smallest size are resident.
+static i32 resident_pages()
+{
+    const size_t pages = ((size_t { hash.slots } + 16) * sizeof(HashSlot) + 4095) / 4096;
+    std::vector<unsigned char> resident(pages);
+    EXPECT_EQ(mincore(hash.table, pages * 4096, resident.data()), 0);
+    return static_cast<i32>(
+        std::count_if(resident.begin(), resident.end(), [](int page) { return page & 1; }));
+}
+
+TEST_F(Hash, TouchingMakesAllOfATableResidentAndLeavesItClear)
+{
+    resize(8);
+    EXPECT_LT(resident_pages(), 100);
+    touch_hash();
+    EXPECT_EQ(resident_pages(), 2049);
+    EXPECT_EQ(load(hash.written), 0);
+    for (u32 i = 0; i < hash.slots + 16; ++i) {
+        ASSERT_EQ(load(hash.table[i].word[0]) | load(hash.table[i].word[1]), 0u) << i;
+    }
+}
+
+TEST_F(Hash, SharesTouchAllButTheRest)
+{
+    resize(8);
+    use_records(3);
+    for (i32 i = 0; i < 3; ++i) {
+        touch_hash_share(i);
+    }
+    EXPECT_GE(resident_pages(), 2048);
+    use_records(1);
 }
 
 TEST_F(Hash, ClearIfIdleDoesNothingWhileTheTableIsOffOrAWorkerBusy)
