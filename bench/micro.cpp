@@ -60,7 +60,7 @@ static void fill_move_set(MoveSet* set, const char* text)
 
 static void make_engine()
 {
-    init_kpk();
+    init_board_tables();
     game = new_thread_record(0);
     if (!game || !alloc_hash(64)) {
         fprintf(stderr, "no memory\n");

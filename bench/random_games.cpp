@@ -115,7 +115,7 @@ int main(int argc, char** argv)
         fprintf(stderr, "usage: random_games COUNT FILE\n");
         return 1;
     }
-    init_kpk();
+    init_board_tables();
     game = new_thread_record(-1);
     if (game == nullptr) {
         return 1;

@@ -123,7 +123,7 @@ static bool change_weight(const char* name, i32 mg, i32 eg)
 
 static bool make_engine()
 {
-    init_kpk();
+    init_board_tables();
     game = new_thread_record(-1);
     if (game == nullptr) {
         return false;

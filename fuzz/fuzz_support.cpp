@@ -28,7 +28,7 @@ static void make_engine()
     const int nowhere = open("/dev/null", O_WRONLY);
     check(nowhere >= 0 && dup2(nowhere, STDOUT_FILENO) == STDOUT_FILENO, "no /dev/null");
     close(nowhere);
-    init_kpk();
+    init_board_tables();
     dialogue.game = new_thread_record(-1);
     check(dialogue.game != nullptr, "no thread record");
     num_threads = 1;

@@ -175,3 +175,11 @@ static constexpr ConstantTables make_tables()
 }
 
 constinit const ConstantTables board_tables = make_tables();
+
+void init_board_tables()
+{
+#ifdef __BMI2__
+    init_sliders();
+#endif
+    init_kpk();
+}

@@ -2,6 +2,10 @@
 // bitboards, bit 0 for a1; a table by square has one entry for each of the 64.
 #pragma once
 
+#ifdef __BMI2__
+#include <immintrin.h>
+#endif
+
 #include "board/types.h"
 
 // All of them in one block, so that one base address serves for a routine that reads several.
@@ -56,8 +60,11 @@ inline constexpr const auto& map_rotate = board_tables.map_rotate;
 inline constexpr const auto& map_mirror_file = board_tables.map_mirror_file;
 inline constexpr const auto& map_mirror_rank = board_tables.map_mirror_rank;
 
-// King and pawn against king. Written once by init_kpk, which main calls before any thread exists:
-// the compiler would take minutes for it.
+// The tables below are too large for the compiler, which would take minutes. They are written once,
+// by init_board_tables, which main calls before any thread exists.
+void init_board_tables();
+
+// King and pawn against king.
 // [lone side to move][file + 4 * rank of the pawn, files a to d][pawn side's king][lone king]
 extern u8 kpk_table[2][32][64][64];
 inline constexpr u8 kpk_win = 2; // the pawn side wins; any other value is no win
@@ -67,7 +74,7 @@ void init_kpk();
 // part behind its first blocker is taken off again.
 // The guard bits 63 and 0 stand for "no blocker": their rays are empty, and the sets are never
 // empty, so that no direction needs a branch.
-inline u64 bishop_attacks(i32 square, u64 occupied)
+inline u64 bishop_attacks_by_rays(i32 square, u64 occupied)
 {
     const u64 nw = (occupied & ray_nw[square]) | (1ULL << 63);
     const u64 ne = (occupied & ray_ne[square]) | (1ULL << 63);
@@ -77,7 +84,7 @@ inline u64 bishop_attacks(i32 square, u64 occupied)
         ^ ray_se[highest(se)];
 }
 
-inline u64 rook_attacks(i32 square, u64 occupied)
+inline u64 rook_attacks_by_rays(i32 square, u64 occupied)
 {
     const u64 n = (occupied & ray_n[square]) | (1ULL << 63);
     const u64 e = (occupied & ray_e[square]) | (1ULL << 63);
@@ -86,3 +93,48 @@ inline u64 rook_attacks(i32 square, u64 occupied)
     return rook_rays[square] ^ ray_n[lowest(n)] ^ ray_e[lowest(e)] ^ ray_s[highest(s)]
         ^ ray_w[highest(w)];
 }
+
+#ifdef __BMI2__
+// The same sets looked up. One instruction gathers what stands on the lines of a slider into an
+// index, another spreads the entry over the lines again: kept so, in 16 bits each, all sets of all
+// squares fit the second cache.
+struct SliderLines {
+    u64 inner;        // the squares of the lines whose occupation matters: not the last of each
+    u64 all;          // all squares of the lines
+    const u16* reach; // by the gathered occupation: the attacked squares, gathered too
+};
+extern SliderLines bishop_lines[64];
+extern SliderLines rook_lines[64];
+
+// Whether the tables are filled. Some processors have the two instructions but take hundreds of
+// cycles for them: there the rays are faster.
+extern bool sliders_by_table;
+void init_sliders();
+
+inline u64 look_up(const SliderLines& lines, u64 occupied)
+{
+    return _pdep_u64(lines.reach[_pext_u64(occupied, lines.inner)], lines.all);
+}
+
+inline u64 bishop_attacks(i32 square, u64 occupied)
+{
+    return sliders_by_table ? look_up(bishop_lines[square], occupied)
+                            : bishop_attacks_by_rays(square, occupied);
+}
+
+inline u64 rook_attacks(i32 square, u64 occupied)
+{
+    return sliders_by_table ? look_up(rook_lines[square], occupied)
+                            : rook_attacks_by_rays(square, occupied);
+}
+#else
+inline u64 bishop_attacks(i32 square, u64 occupied)
+{
+    return bishop_attacks_by_rays(square, occupied);
+}
+
+inline u64 rook_attacks(i32 square, u64 occupied)
+{
+    return rook_attacks_by_rays(square, occupied);
+}
+#endif

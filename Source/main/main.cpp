@@ -80,7 +80,7 @@ static bool init_records(Dialogue* dialogue)
     if (dialogue->game == nullptr) {
         return false;
     }
-    init_kpk();
+    init_board_tables();
     init_dialogue(dialogue);
     dialogue->tool_words = console_tool_words();
     return true;

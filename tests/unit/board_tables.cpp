@@ -223,6 +223,24 @@ TEST_F(BoardTables, SlidersReachTheFirstBlocker)
         const i32 square = round % 64;
         ASSERT_EQ(bishop_attacks(square, occupied), walk_diagonals(square, occupied));
         ASSERT_EQ(rook_attacks(square, occupied), walk_straights(square, occupied));
+        ASSERT_EQ(bishop_attacks_by_rays(square, occupied), walk_diagonals(square, occupied));
+        ASSERT_EQ(rook_attacks_by_rays(square, occupied), walk_straights(square, occupied));
+    }
+}
+
+// Every entry of the tables, where the processor looks sliders up.
+TEST_F(BoardTables, EverySetOfBlockersGivesWhatTheRaysGive)
+{
+    for (i32 square = 0; square < 64; ++square) {
+        u64 set = 0;
+        do {
+            ASSERT_EQ(bishop_attacks(square, set), bishop_attacks_by_rays(square, set));
+            set = (set - bishop_rays[square]) & bishop_rays[square];
+        } while (set != 0);
+        do {
+            ASSERT_EQ(rook_attacks(square, set), rook_attacks_by_rays(square, set));
+            set = (set - rook_rays[square]) & rook_rays[square];
+        } while (set != 0);
     }
 }
 

@@ -32,7 +32,7 @@ SearchThread* test_thread()
     if (dialogue.game != nullptr) {
         return dialogue.game;
     }
-    init_kpk();
+    init_board_tables();
     reset_run_state();
     SearchThread* thread = new_thread_record(-1);
     if (thread == nullptr) {
