@@ -93,7 +93,7 @@ void wait_for_input(i32 microseconds)
     pollfd readable[2] = { { at_end ? -1 : STDIN_FILENO, POLLIN, 0 },
         { wakeup_descriptor(), POLLIN, 0 } };
     const timespec limit = { microseconds / 1000000, microseconds % 1000000 * 1000L };
-    ppoll(readable, 2, &limit, nullptr);
+    ppoll(readable, 2, microseconds == without_limit ? nullptr : &limit, nullptr);
     clear_wakeup();
 }
 

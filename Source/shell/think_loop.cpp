@@ -25,9 +25,8 @@
 #include "shell/prepare_search.h"
 #include "shell/uci.h"
 
+// How often the clock of a search is looked at; input and the end of the search end a pass at once.
 static constexpr i32 pass_microseconds = 1000;
-// Input ends a wait at once, so this only bounds how often an idle process wakes up.
-static constexpr i32 waiting_pass_microseconds = 50000; // only a command can change anything
 // The growth is taken over four iterations, since odd and even depths grow unlike; before the sixth
 // there are too few nodes to say anything.
 static constexpr i32 branching_depths = 4;
@@ -332,7 +331,7 @@ static void run_pass(Dialogue* dialogue)
 {
     // What is due already must not wait.
     if (!search_is_due()) {
-        wait_for_input(is_waiting(dialogue) ? waiting_pass_microseconds : pass_microseconds);
+        wait_for_input(is_waiting(dialogue) ? without_limit : pass_microseconds);
     }
     tick_clock(dialogue);
     if (search_is_due()) {
