@@ -4,6 +4,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -79,6 +80,14 @@ TEST_F(OutputTest, FormattedLinesAreCutAtTheirBuffer)
     EXPECT_EQ(line, std::string(8191, 'y') + "\n");
 }
 
+// How often this thread has given the processor away by itself.
+static i64 count_sleeps()
+{
+    rusage usage = {};
+    getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_nvcsw;
+}
+
 TEST_F(OutputTest, ASlowReaderGetsEveryByte)
 {
     int ends[2];
@@ -98,9 +107,11 @@ TEST_F(OutputTest, ASlowReaderGetsEveryByte)
         }
     });
     const std::string line(9000, 'z');
+    const i64 sleeps_before = count_sleeps();
     for (i32 i = 0; i < 100; ++i) {
         print_line(line.c_str());
     }
+    const i64 sleeps = count_sleeps() - sleeps_before;
     dup2(kept, STDOUT_FILENO);
     close(kept);
     reader.join();
@@ -111,6 +122,7 @@ TEST_F(OutputTest, ASlowReaderGetsEveryByte)
         wanted += line + "\n";
     }
     EXPECT_TRUE(received == wanted) << received.size() << " of " << wanted.size() << " bytes";
+    EXPECT_GT(sleeps, 0) << "waited for the reader without a sleep";
 }
 
 TEST_F(OutputTest, LinesOfSeveralThreadsDoNotMix)
@@ -151,20 +163,23 @@ TEST_F(OutputTest, OutputThatCannotBeWrittenIsGivenUp)
 TEST_F(OutputTest, TheLogGetsPrintedLinesOnlyWhileItIsOnAndItsOwnWheneverItIsOpen)
 {
     ASSERT_EQ(open_log(), 1);
-    capture_output([] {
-        print_line("before");
-        log_line("own before");
-        dialogue.engine_options.log = 1;
-        publish_options(&dialogue);
-        print_line("first");
-        log_line("own %d", 1);
-        print_plain("plain\n");
-        print_line_format("second %d", 2);
-        dialogue.engine_options.log = 0;
-        publish_options(&dialogue);
-        print_line("after");
-        log_line("own after");
+    const std::string errors = capture_errors([] {
+        capture_output([] {
+            print_line("before");
+            log_line("own before");
+            dialogue.engine_options.log = 1;
+            publish_options(&dialogue);
+            print_line("first");
+            log_line("own %d", 1);
+            print_plain("plain\n");
+            print_line_format("second %d", 2);
+            dialogue.engine_options.log = 0;
+            publish_options(&dialogue);
+            print_line("after");
+            log_line("own after");
+        });
     });
+    EXPECT_EQ(errors, "");
     EXPECT_EQ(read_file("vesk.log"), "own before\nfirst\nown 1\nsecond 2\nown after\n");
 }
 
