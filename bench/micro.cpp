@@ -119,7 +119,7 @@ BENCHMARK(legal_move);
 static void static_exchange(benchmark::State& state)
 {
     over_moves(state, [](Position* pos, i32 side, Move move) {
-        benchmark::DoNotOptimize(swapoff(pos, side, from_square(move), to_square(move)));
+        benchmark::DoNotOptimize(swaps_at_least(pos, side, from_square(move), to_square(move), 0));
     });
 }
 BENCHMARK(static_exchange);

@@ -2,9 +2,15 @@
 // mapped and what lies before the first boundary and behind the block is given back.
 #include "base/pages.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <sys/mman.h>
+
+static constexpr u64 unlimited = ~0ULL;
+static constexpr size_t path_size = 4096;
+static constexpr u64 kept_share = 8; // of what is left, one part is left to others
 
 void* map_pages(size_t bytes)
 {
@@ -38,7 +44,67 @@ void unmap_pages(void* block, size_t bytes)
     munmap(block, bytes);
 }
 
-bool has_free_memory(size_t bytes)
+// The number that a file begins with, or unlimited where it has none: a limit may say "max".
+static u64 read_number(const char* folder, const char* name)
+{
+    char path[path_size];
+    snprintf(path, sizeof path, "%s/%s", folder, name);
+    FILE* file = fopen(path, "re");
+    if (file == nullptr) {
+        return unlimited;
+    }
+    unsigned long long number = unlimited;
+    if (fscanf(file, "%llu", &number) != 1) {
+        number = unlimited;
+    }
+    fclose(file);
+    return number;
+}
+
+u64 group_memory_left(const char* folder)
+{
+    // The names of the second version of control groups, and of the first.
+    u64 limit = read_number(folder, "memory.max");
+    u64 used = read_number(folder, "memory.current");
+    if (limit == unlimited) {
+        limit = read_number(folder, "memory.limit_in_bytes");
+        used = read_number(folder, "memory.usage_in_bytes");
+    }
+    if (limit == unlimited || used == unlimited) {
+        return unlimited;
+    }
+    return limit > used ? limit - used : 0;
+}
+
+// A limit of any group above holds too. In a container the names begin at its own group, and the
+// files of the first version lie where the container has them.
+static u64 memory_left_in_groups()
+{
+    constexpr char root[] = "/sys/fs/cgroup";
+    u64 left = std::min(group_memory_left(root), group_memory_left("/sys/fs/cgroup/memory"));
+    FILE* file = fopen("/proc/self/cgroup", "re");
+    if (file == nullptr) {
+        return left;
+    }
+    char line[path_size];
+    while (fgets(line, sizeof line, file) != nullptr) {
+        if (strncmp(line, "0::/", 4) != 0) {
+            continue;
+        }
+        line[strcspn(line, "\n")] = '\0';
+        char* group = line + 3;
+        while (group[0] == '/' && group[1] != '\0') {
+            char folder[sizeof root + path_size];
+            snprintf(folder, sizeof folder, "%s%s", root, group);
+            left = std::min(left, group_memory_left(folder));
+            *strrchr(group, '/') = '\0';
+        }
+    }
+    fclose(file);
+    return left;
+}
+
+bool has_free_memory(u64 bytes)
 {
     FILE* file = fopen("/proc/meminfo", "re");
     if (file == nullptr) {
@@ -49,5 +115,6 @@ bool has_free_memory(size_t bytes)
     while (fgets(line, sizeof line, file) != nullptr
         && sscanf(line, "MemAvailable: %llu", &kilobytes) != 1) { }
     fclose(file);
-    return bytes / 1024 < kilobytes;
+    const u64 left = std::min<u64>(kilobytes * 1024, memory_left_in_groups());
+    return bytes < left - left / kept_share;
 }

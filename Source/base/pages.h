@@ -4,6 +4,8 @@
 
 #include <cstddef>
 
+#include "base/types.h"
+
 // Sizes in bytes.
 inline constexpr size_t small_page = 4096;
 inline constexpr size_t huge_page = size_t { 2 } << 20;
@@ -16,5 +18,10 @@ inline constexpr size_t huge_page = size_t { 2 } << 20;
 void unmap_pages(void* block, size_t bytes);
 
 // Whether the system says that it could hand out so many bytes without taking them from programs
-// that run. False where it says nothing.
-[[nodiscard]] bool has_free_memory(size_t bytes);
+// that run, with an eighth to spare, and no limit of a container stands against it. False where it
+// says nothing.
+[[nodiscard]] bool has_free_memory(u64 bytes);
+
+// Bytes that a control group still lets its processes take, by the files in its folder; the largest
+// number where they set no limit.
+[[nodiscard]] u64 group_memory_left(const char* folder);

@@ -3,9 +3,9 @@
 
 #ifdef __BMI2__
 
-SliderLines bishop_lines[64];
-SliderLines rook_lines[64];
-bool sliders_by_table = false;
+constinit SliderLines bishop_lines[64] = {};
+constinit SliderLines rook_lines[64] = {};
+constinit bool sliders_by_table = false;
 
 // Sums over all squares of the number of occupations of their inner lines.
 static constexpr i32 bishop_sets = 5248;
@@ -62,6 +62,7 @@ void init_sliders()
         rook =
             fill_lines(&rook_lines[square], square, rook_rays[square], rook_attacks_by_rays, rook);
     }
+    debug_check(bishop == bishop_reach + bishop_sets && rook == rook_reach + rook_sets);
     sliders_by_table = true;
 }
 

@@ -60,8 +60,9 @@ inline constexpr const auto& map_rotate = board_tables.map_rotate;
 inline constexpr const auto& map_mirror_file = board_tables.map_mirror_file;
 inline constexpr const auto& map_mirror_rank = board_tables.map_mirror_rank;
 
-// The tables below are too large for the compiler, which would take minutes. They are written once,
-// by init_board_tables, which main calls before any thread exists.
+// The tables below are written once, by init_board_tables, which main calls before any thread
+// exists: the compiler would take minutes for them, and only a running processor shows whether it
+// has a use for the last ones.
 void init_board_tables();
 
 // King and pawn against king.
@@ -128,6 +129,8 @@ inline u64 rook_attacks(i32 square, u64 occupied)
                             : rook_attacks_by_rays(square, occupied);
 }
 #else
+inline constexpr bool sliders_by_table = false;
+
 inline u64 bishop_attacks(i32 square, u64 occupied)
 {
     return bishop_attacks_by_rays(square, occupied);

@@ -48,16 +48,16 @@ struct PawnCacheEntry {
 };
 static_assert(sizeof(PawnCacheEntry) == 16);
 
-// Everything one call of evaluate fills; the fields up to occupied, ply and is_complete by each
-// call, the rest by a full evaluation. Sets of squares hold both sides unless they are an array:
-// side index 0 is white, 1 black.
+// Everything one call of evaluate fills: the fields up to occupied, ply and is_complete before
+// anything is judged, the rest by a full evaluation. Sets of squares hold both sides unless they
+// are an array: side index 0 is white, 1 black.
 struct EvalWork {
     const Position* pos;
     EvalState* state; // the owner
-    // What the pawn cache holds of this position, or will: it is written once the score is wanted.
+    u64 occupied;     // all pieces of both sides
+    // What the pawn cache will hold of this position, unless it held it before.
     PawnCacheEntry pawns;
     bool pawns_cached; // it held it before
-    u64 occupied;      // all pieces of both sides
     // Squares for a minor piece: defended by an own pawn, no enemy pawn ahead to drive it off.
     u64 outposts[2];
     u64 all_pawns;

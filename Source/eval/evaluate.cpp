@@ -208,8 +208,10 @@ static void draft_by_terms(EvalWork* work, EvalDraft* draft)
 {
     draft->source = EvalDraft::Terms;
     draft->score = judge_by_terms(work);
-    draft->pawns = work->pawns;
     draft->pawns_cached = work->pawns_cached;
+    if (!work->pawns_cached) {
+        draft->pawns = work->pawns; // made by this call only then
+    }
     publish_danger(draft->danger, work->danger);
 }
 

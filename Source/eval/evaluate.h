@@ -33,7 +33,8 @@ struct EvalDraft {
 
 // Evaluates pos without leaving anything behind, so that a search may do it while it waits for
 // memory, and drop it if it turns out not to be wanted. ply (1 to ply_count - 1): the caches answer
-// only from ply 2 on. in_check gives no_eval.
+// only from ply 2 on. At ply 1 the trace is this draft's from then on, and in the tuning build the
+// notes are, wanted or not. in_check gives no_eval.
 void draft_evaluation(
     EvalState* state, const Position* pos, i32 ply, bool in_check, EvalDraft* draft);
 

@@ -171,7 +171,7 @@ static f32 part_of_candidate(i32 rank, i32 steps)
 f32 fraction_of(i32 weight, i32 step)
 {
     const i32 rank = step / 8;
-    const i32 king_steps = step % 8;
+    const i32 steps = step % 8;
     switch (weight) {
     case knight_mobility:
         return knight_curve[step];
@@ -187,10 +187,10 @@ f32 fraction_of(i32 weight, i32 step)
     case king_danger2:
         return height_of_attack(step);
     case candidate_passer:
-        return part_of_candidate(rank, king_steps);
+        return part_of_candidate(rank, steps);
     case ppawn_eking_dist:
     case ppawn_fking_dist:
-        return static_cast<f32>(king_steps) * distance_factor[rank];
+        return static_cast<f32>(steps) * distance_factor[rank];
     case ppawn_connected:
         return connected_factor[step];
     default:

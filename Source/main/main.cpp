@@ -54,7 +54,7 @@ static void open_closed_streams()
 static void init_streams()
 {
     open_closed_streams();
-    init_wakeup();
+    init_wakeup(); // not earlier, or the bell would take the number of a closed stream
     signal(SIGPIPE, SIG_DFL);
     signal(SIGXFSZ, SIG_IGN);
     setbuf(stdout, nullptr);

@@ -111,7 +111,8 @@ static i32 root_move_score(Position* pos, const PlyRecord* ply_rec, const MoveEn
     }
     // An under-promotion without capture is left to the quiet moves, as it wins nothing at once.
     if (entry->captured != NoPiece || (entry->move & PromoteQueen)) {
-        if (swapoff(pos, pos->stm, from_square(entry->move), to) < root_order.losing_exchange) {
+        if (!swaps_at_least(
+                pos, pos->stm, from_square(entry->move), to, root_order.losing_exchange)) {
             return losing_capture_score(entry);
         }
         return capture_score(entry);

@@ -15,10 +15,11 @@ inline constexpr i32 longest_input = 4999; // characters of an input line; the r
 // terminal the end of input is a key; more may follow it.
 i32 read_input(char* out, i32 size, bool wait);
 
-// Sleeps for the given time, or until more input arrives or a worker has ended a search; not at all
-// if a line is there already. After the end of input it only sleeps. An idle process has no reason
-// to wake up by itself, and with without_limit it does not.
+// No time of its own ends such a wait: an idle process has no reason to wake up by itself.
 inline constexpr i32 without_limit = -1;
+
+// Sleeps for the given time, or until more input arrives or the last worker has ended a search; not
+// at all if a line is there already. After the end of input only the two others end it.
 void wait_for_input(i32 microseconds);
 
 // Whether the end of input has been reached and all of it was handed out. A terminal's end key is

@@ -1,7 +1,8 @@
-// The main thread's life between start-up and tear-down. It never searches: once a millisecond, or
-// as soon as input arrives, it looks at the clock, takes at most one command, starts a search that
-// is due and reports one that has ended. So a time-out waits a millisecond at most. The state of
-// the engine moves here alone from asked for to running to idle; commands only ask.
+// The main thread's life between start-up and tear-down. It never searches: once a millisecond
+// while a search runs, and as soon as input arrives or the last worker ends, it looks at the clock,
+// takes at most one command, starts a search that is due and reports one that has ended. So a
+// time-out waits a millisecond at most. The state of the engine moves here alone from asked for to
+// running to idle; commands only ask.
 #include "shell/think_loop.h"
 
 #include <cmath>

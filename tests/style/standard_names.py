@@ -9,8 +9,9 @@ import re
 
 # Names behind std::, by header. A name that several headers have stands with each of them.
 STANDARD = {
-    "algorithm": "all_of any_of clamp copy copy_if copy_n count count_if fill fill_n find includes max min "
-                 "none_of remove_if replace reverse rotate sort transform upper_bound",
+    "algorithm": "all_of any_of clamp copy copy_if copy_n count count_if fill fill_n find "
+                 "includes max min none_of remove_if replace reverse rotate sort transform "
+                 "upper_bound",
     "array": "array size",
     "atomic": "atomic atomic_ref memory_order_acq_rel memory_order_acquire memory_order_relaxed "
               "memory_order_release",
@@ -29,7 +30,6 @@ STANDARD = {
     "iterator": "back_inserter istream_iterator istreambuf_iterator size",
     "limits": "numeric_limits",
     "map": "map",
-    "type_traits": "is_trivially_destructible_v",
     "memory": "make_unique unique_ptr",
     "mutex": "lock_guard mutex",
     "new": "nothrow",
@@ -42,6 +42,7 @@ STANDARD = {
     "string_view": "string_view",
     "system_error": "errc error_code",
     "thread": "thread",
+    "type_traits": "is_trivially_destructible_v",
     "utility": "move pair swap",
     "vector": "vector",
 }

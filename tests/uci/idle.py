@@ -42,28 +42,35 @@ def expect_sleep(engine, when):
     raise SystemExit(f"{when}: the engine does not sleep")
 
 
+def run(engine):
+    engine.send("uci")
+    engine.wait_for("uciok")
+    expect_sleep(engine, "at the start")
+    engine.send("setoption name Threads value 3")
+    engine.send("go depth 6")
+    engine.wait_for("bestmove")
+    expect_sleep(engine, "after a search")
+    engine.send("go ponder depth 3")
+    engine.send("isready")
+    engine.wait_for("readyok")
+    expect_sleep(engine, "when it has pondered to its depth")
+    engine.send("stop")
+    engine.wait_for("bestmove")
+    engine.process.stdin.close()
+    expect_sleep(engine, "after the end of its input")
+    if engine.process.poll() is not None:
+        raise SystemExit("the end of the input has ended the engine")
+
+
 def main():
     with tempfile.TemporaryDirectory() as folder:
         engine = Engine(str(pathlib.Path(sys.argv[1]).resolve()), folder)
-        engine.send("uci")
-        engine.wait_for("uciok")
-        expect_sleep(engine, "at the start")
-        engine.send("setoption name Threads value 3")
-        engine.send("go depth 6")
-        engine.wait_for("bestmove")
-        expect_sleep(engine, "after a search")
-        engine.send("go ponder depth 3")
-        engine.send("isready")
-        engine.wait_for("readyok")
-        expect_sleep(engine, "when it has pondered to its depth")
-        engine.send("stop")
-        engine.wait_for("bestmove")
-        engine.process.stdin.close()
-        expect_sleep(engine, "after the end of its input")
-        if engine.process.poll() is not None:
-            raise SystemExit("the end of the input has ended the engine")
-        engine.process.kill()
-        engine.process.wait()
+        try:
+            run(engine)
+        finally:
+            # An engine outlives its standard input.
+            engine.process.kill()
+            engine.process.wait()
 
 
 if __name__ == "__main__":

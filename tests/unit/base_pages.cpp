@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <initializer_list>
 #include <poll.h>
 #include <thread>
@@ -32,6 +34,28 @@ TEST(Pages, MoreThanThereIsCannotBeHad)
     EXPECT_EQ(map_pages(size_t { 1 } << 60), nullptr);
     EXPECT_FALSE(has_free_memory(size_t { 1 } << 60));
     EXPECT_TRUE(has_free_memory(1));
+}
+
+TEST(Pages, TheLimitOfAContainerCounts)
+{
+    const std::filesystem::path folder = "group";
+    std::filesystem::create_directory(folder);
+    const auto left = [&](const char* limit, const char* limit_text, const char* use,
+                          const char* use_text) {
+        std::ofstream(folder / limit) << limit_text;
+        std::ofstream(folder / use) << use_text;
+        const u64 bytes = group_memory_left(folder.c_str());
+        std::filesystem::remove(folder / limit);
+        std::filesystem::remove(folder / use);
+        return bytes;
+    };
+    constexpr u64 without_end = ~0ULL;
+    EXPECT_EQ(group_memory_left(folder.c_str()), without_end);
+    EXPECT_EQ(left("memory.max", "max\n", "memory.current", "400\n"), without_end);
+    EXPECT_EQ(left("memory.max", "3000000000\n", "memory.current", "400\n"), 2999999600u);
+    EXPECT_EQ(left("memory.max", "400\n", "memory.current", "401\n"), 0u);
+    EXPECT_EQ(left("memory.limit_in_bytes", "1000\n", "memory.usage_in_bytes", "400\n"), 600u);
+    std::filesystem::remove(folder);
 }
 
 static bool is_ringing(int milliseconds)
