@@ -74,6 +74,7 @@ TEST(EvalWeights, ListsOfPartsCoverTheProductsOnce)
 
 TEST(EvalWeights, ProductsAreCutOffToWholeCentipawnsHalfByHalf)
 {
+    test_thread();
     const WeightsRestored restored;
     for (i32 weight = 0; weight < scalar_weight_count; ++weight) {
         const FractionList list = fractions_of(weight);
