@@ -47,7 +47,7 @@ void unmap_pages(void* block, size_t bytes)
 // The number that a file begins with, or unlimited where it has none: a limit may say "max".
 static u64 read_number(const char* folder, const char* name)
 {
-    char path[path_size];
+    char path[2 * path_size];
     snprintf(path, sizeof path, "%s/%s", folder, name);
     FILE* file = fopen(path, "re");
     if (file == nullptr) {

@@ -183,7 +183,7 @@ void eval_candidates(EvalWork* work)
         const i32 side = (pos->bb[White][Pawn] & bit(square)) ? White : Black;
         const i32 stop = square + pawn_step[side];
         const i32 distance = king_steps(stop, pos->king_sq[side ^ 1]);
-        add_fraction(work, side, candidate_passer, 8 * relative_rank(side, square) + distance);
+        add_fraction(work, side, candidate_passer, step_of(relative_rank(side, square), distance));
     }
 }
 
@@ -218,8 +218,8 @@ static void eval_king_distances(EvalWork* work, i32 side, i32 target, i32 rank)
     const Position* pos = work->pos;
     const i32 own_steps = king_steps(target, pos->king_sq[side]);
     const i32 enemy_steps = king_steps(target, pos->king_sq[side ^ 1]);
-    add_fraction(work, side, ppawn_eking_dist, 8 * rank + enemy_steps);
-    add_fraction(work, side, ppawn_fking_dist, 8 * rank + (own_steps > 1 ? own_steps : 1));
+    add_fraction(work, side, ppawn_eking_dist, step_of(rank, enemy_steps));
+    add_fraction(work, side, ppawn_fking_dist, step_of(rank, own_steps > 1 ? own_steps : 1));
 }
 
 // A passed pawn gets one weight of its rank: the largest if nothing holds up its whole way, less if

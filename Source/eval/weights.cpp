@@ -170,6 +170,7 @@ static f32 part_of_candidate(i32 rank, i32 steps)
 
 f32 fraction_of(i32 weight, i32 step)
 {
+    // step_of undone, for the lists that are made by it.
     const i32 rank = step / 8;
     const i32 steps = step % 8;
     switch (weight) {

@@ -89,7 +89,11 @@ inline constexpr FractionList shield_fractions = { 66, 10 };
 inline constexpr i32 attack_curve_limit = 39;
 inline constexpr FractionList danger1_fractions = { 76, attack_curve_limit + 1 };
 inline constexpr FractionList danger2_fractions = { 116, attack_curve_limit + 1 };
-// By 8 * relative rank + steps of the king.
+// By relative rank of the pawn and steps of a king, both 0 to 7.
+inline constexpr i32 step_of(i32 rank, i32 king_distance)
+{
+    return 8 * rank + king_distance;
+}
 inline constexpr FractionList candidate_fractions = { 156, 64 };
 inline constexpr FractionList eking_fractions = { 220, 64 };
 inline constexpr FractionList fking_fractions = { 284, 64 };

@@ -91,8 +91,8 @@ void free_hash();
 
 // Has the system hand out the memory of a table that nobody has used yet, by all workers: else the
 // first seconds of a search in a large table go by waiting for pages. None may be searching. Left
-// undone where it would take the last of the machine's memory: what a search never uses is not
-// needed.
+// undone where it would take the last of the machine's or a container's memory: what a search never
+// uses is not needed.
 void touch_hash();
 
 // Touches the worker's share of the table. Called by that worker, by order of touch_hash.

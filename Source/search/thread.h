@@ -80,11 +80,10 @@ enum WorkerCommand : u8 {
     CommandHasQuit = 100,
 };
 
-// Everything private to one search thread, in one zero-initialised block, on a huge page
-// where the system has one: its
-// caches and tables are read all over, a few bytes in each place. Its first part is the undo stack,
-// which the board works on. The thread alone writes it while it searches; the fields that others
-// may read meanwhile are Shared.
+// Everything private to one search thread, in one zero-initialised block, on a huge page where the
+// system has one: its caches and tables are read all over, a few bytes in each place. Its first
+// part is the undo stack, which the board works on. The thread alone writes it while it searches;
+// the fields that others may read meanwhile are Shared.
 struct SearchThread : UndoStack, EvalState {
     PlyRecord ply_rec[ply_count]; // by ply; the root is 1
     MoveEntry move_store[move_store_size];

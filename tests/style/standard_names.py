@@ -55,8 +55,8 @@ SYSTEM = {
     "csignal": "kill raise sigaction sigemptyset signal",
     "cstdarg": "va_arg va_copy va_end va_start",
     "cstdio": "FILE stderr stdin stdout clearerr fclose fdopen ferror fflush fgets fileno fopen "
-              "fprintf fputc fputs fread fseek fseeko ftell ftello fwrite getc perror printf putchar puts rename rewind "
-              "setbuf setvbuf snprintf sscanf tmpfile vsnprintf",
+              "fprintf fputc fputs fread fseek fseeko ftell ftello fwrite getc perror printf "
+              "putchar puts rename rewind setbuf setvbuf snprintf sscanf tmpfile vsnprintf",
     "cstdlib": "abort abs atoi calloc exit free getenv grantpt malloc mkdtemp posix_openpt ptsname "
                "qsort rand realloc srand strtod strtol strtoll strtoul system unlockpt",
     "cstring": "memchr memcmp memcpy memmove memset strchr strcmp strcspn strerror strlen strncmp "

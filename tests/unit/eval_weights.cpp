@@ -95,8 +95,8 @@ TEST(EvalWeights, ProductsAreCutOffToWholeCentipawnsHalfByHalf)
     EXPECT_EQ(fraction_of(pawn_shield, 9), 0.0f);
     EXPECT_EQ(fraction_of(pawn_shield, 8), -0.111f);
     EXPECT_NEAR(static_cast<f64>(fraction_of(king_danger1, attack_curve_limit)), 2.7378, 1e-6);
-    EXPECT_NEAR(static_cast<f64>(fraction_of(candidate_passer, 8 * 5 + 7)), 1.3, 1e-6);
-    EXPECT_EQ(fraction_of(ppawn_fking_dist, 8 * 4 + 3), 3.0f * 0.4f);
+    EXPECT_NEAR(static_cast<f64>(fraction_of(candidate_passer, step_of(5, 7))), 1.3, 1e-6);
+    EXPECT_EQ(fraction_of(ppawn_fking_dist, step_of(4, 3)), 3.0f * 0.4f);
     EXPECT_EQ(fraction_of(ppawn_connected, 6), 1.0f);
     EXPECT_EQ(fraction_of(mtl_pawn, 0), 0.0f);
 }
