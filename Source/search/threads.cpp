@@ -28,8 +28,9 @@ static constinit Shared<u8> records_synced {};
 // The arguments of the threads, which must live as long as they do.
 static i32 worker_index[max_workers];
 
-// Microseconds between two looks at a thread that starts or ends: a system call and no more.
-static constexpr i32 look_microseconds = 0;
+// Microseconds between two looks at a thread that ends: it cannot call when it has gone. Asleep,
+// not spinning: under a fixed priority on one processor the thread would never get its turn.
+static constexpr i32 look_microseconds = 20;
 
 static constexpr u8 first_quit_command = 91;
 static constexpr u64 no_node_limit = 1ULL << 62; // nodes; no search comes near
@@ -49,6 +50,7 @@ static void* worker_main(void* arg)
     // Until the first search replaces it.
     thread->rand_state = static_cast<u32>(index) * 123;
     store_release(workers[index], thread);
+    workers[index].value.notify_one();
 
     for (;;) {
         thread->command.value.wait(CommandIdle, std::memory_order_acquire);
@@ -92,9 +94,7 @@ i32 create_workers(i32 count)
         return error;
     }
     for (i32 i = 0; i < count; ++i) {
-        while (load_acquire(workers[i]) == nullptr) {
-            sleep_microseconds(look_microseconds);
-        }
+        workers[i].value.wait(nullptr, std::memory_order_acquire);
     }
     return 0;
 }
