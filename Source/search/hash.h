@@ -62,8 +62,10 @@ extern HashTable hash;
 // the key is the side to move and stays in the index.
 inline HashSlot* hash_bucket(u64 key)
 {
-    const u64 index = key & hash.mask;
-    return (key & 1) ? hash.high - index : hash.low + index;
+    // Signed and not in two cases: whose turn it is would be guessed wrong too often.
+    const i64 index = static_cast<i64>(key & hash.mask);
+    const i64 backwards = -static_cast<i64>(key & 1);
+    return ((key & 1) ? hash.high : hash.low) + ((index ^ backwards) - backwards);
 }
 
 // Fetches a bucket ahead of its probe. Buckets are not aligned: most lie on two cache lines.
