@@ -44,7 +44,9 @@ void publish_list(SearchThread* thread, MoveEntry* end);
 
 // Swaps the entry of highest score (the earliest of equals) between cursor and the closing
 // entry to the cursor. Most nodes need a few moves only, so no list is ever sorted as a whole.
+// With end, its closing entry, given it is faster, and may read the seven entries behind that.
 void pick_best(MoveEntry* cursor);
+void pick_best(MoveEntry* cursor, const MoveEntry* end);
 
 // The base of a quiet move's score, 0 to 64, from its two history values: the one in answer to the
 // type of the previous piece, and the one of all times.

@@ -5,6 +5,8 @@
 // A slot that gets only a move keeps the score and pieces of its last use; the history reads them
 // behind a null move, so they must not be cleared.
 #include <algorithm>
+#include <cstring>
+#include <limits>
 #include <span>
 
 #include "board/tables.h"
@@ -90,23 +92,62 @@ void gen_all_moves(Position* pos)
     publish_list(thread, gen_moves_into(pos, rec->list_start));
 }
 
-// More than the entries of a list; a power of two.
-static constexpr i32 list_places = 2048;
-static_assert(list_places > max_list_moves);
+// The closing entry of the list that was published last for the ply of rec.
+static inline MoveEntry* closing_entry(const PlyRecord* rec)
+{
+    return rec[1].list_start - 1;
+}
+
+// Score and place of an entry in one number, whose greatest is the earliest of the best. The score
+// lies in the upper half of an entry's first 32 bits, where the move makes way for the place.
+static constexpr i32 score_mask = static_cast<i32>(0xffff0000);
+static constexpr i32 last_place = 0xffff;
+
+// Eight halves of entries, and so four entries, as the compiler's vectors have them: every
+// processor level gets what it can do. The halves behind the scores never count, as their places
+// lie behind every end.
+using Halves [[gnu::vector_size(32)]] = i32;
+static constexpr i32 nowhere = std::numeric_limits<i32>::max();
+
+// The place of the best of count entries, 1 or more. Looks at eight at a time without a branch: as
+// many as there are of them, and which of them is the best, hangs on chance, and a branch would be
+// guessed wrong every other time. It may read the seven entries behind the last.
+static i32 place_of_best(const MoveEntry* list, i32 count)
+{
+    const Halves none = Halves {} + std::numeric_limits<i32>::min();
+    const Halves step = { 4, 0, 4, 0, 4, 0, 4, 0 };
+    Halves place = { 0, nowhere, 1, nowhere, 2, nowhere, 3, nowhere };
+    Halves best = none;
+    do {
+        for (i32 half = 0; half < 2; ++half) {
+            Halves entries;
+            memcpy(&entries, list, sizeof entries);
+            const Halves key = place < count ? (entries & score_mask) | (last_place - place) : none;
+            best = key > best ? key : best;
+            place += step;
+            list += 4;
+        }
+    } while (place[0] < count);
+    const i32 greatest = std::max(std::max(best[0], best[2]), std::max(best[4], best[6]));
+    return last_place - (greatest & last_place);
+}
+
+void pick_best(MoveEntry* cursor, const MoveEntry* end)
+{
+    // A swap and not a shift: what stood at the cursor loses its place in the order of the equals.
+    MoveEntry* best = cursor + place_of_best(cursor, static_cast<i32>(end - cursor));
+    const MoveEntry first = *cursor;
+    *cursor = *best;
+    *best = first;
+}
 
 void pick_best(MoveEntry* cursor)
 {
-    // A swap and not a shift: what stood at the cursor loses its place in the order of the equals.
-    // Score and place in one number, whose greatest is the earliest of the best: which entry that
-    // is hangs on chance, and a branch would be guessed wrong every other time.
-    i32 best = cursor->score * list_places;
-    for (i32 place = 1; cursor[place].move != EndOfList; ++place) {
-        best = std::max(best, cursor[place].score * list_places - place);
+    const MoveEntry* end = cursor + 1;
+    while (end->move != EndOfList) {
+        ++end;
     }
-    const i32 place = -best & (list_places - 1);
-    const MoveEntry first = *cursor;
-    *cursor = cursor[place];
-    cursor[place] = first;
+    pick_best(cursor, end);
 }
 
 i32 history_base(i32 replying, i32 plain)
@@ -307,18 +348,16 @@ static void score_quiets(
 }
 
 // Puts the quiet moves behind what is left of the list, over its closing entry.
-static void append_quiets(Position* pos, PlyRecord* rec, MoveEntry* cursor)
+static void append_quiets(Position* pos, PlyRecord* rec)
 {
     SearchThread* thread = pos->thread;
     // Their scores and those of the losing captures share one scale, so the two mix.
-    while (cursor->move != EndOfList) {
-        ++cursor;
-    }
-    MoveEntry* end = gen_quiets(pos, pos->stm, cursor, rec->check_sq);
+    MoveEntry* quiets = closing_entry(rec);
+    MoveEntry* end = gen_quiets(pos, pos->stm, quiets, rec->check_sq);
     publish_list(thread, end);
     // At ply 1 there is no previous move to look at; only perft comes here then.
-    if (end > cursor && thread->ply > 1) {
-        score_quiets(thread, rec, { cursor, end });
+    if (end > quiets && thread->ply > 1) {
+        score_quiets(thread, rec, { quiets, end });
     }
 }
 
@@ -336,7 +375,7 @@ static MoveEntry* next_of_rest(PlyRecord* rec, MoveEntry* cursor)
     }
     // One look through what is left for each move asked for: cheaper than sorting as long as few
     // are asked for, so it ends with the moves that have a chance.
-    pick_best(cursor);
+    pick_best(cursor, closing_entry(rec));
     if (cursor->score <= order_rule.sorting_limit) {
         set_stage(rec, StagePlainOrder);
     }
@@ -349,12 +388,12 @@ static MoveEntry* next_good_capture(Position* pos, PlyRecord* rec, MoveEntry* cu
 {
     if (cursor->move != EndOfList) {
         set_stage(rec, StageGoodCaptures);
-        pick_best(cursor);
+        pick_best(cursor, closing_entry(rec));
         if (cursor->score > order_rule.good_capture_limit) {
             return cursor;
         }
     }
-    append_quiets(pos, rec, cursor);
+    append_quiets(pos, rec);
     set_stage(rec, StageRest);
     return next_of_rest(rec, cursor);
 }
@@ -363,7 +402,7 @@ static MoveEntry* next_good_capture(Position* pos, PlyRecord* rec, MoveEntry* cu
 static MoveEntry* next_quiet_search_move(Position* pos, PlyRecord* rec, MoveEntry* cursor)
 {
     if (cursor->move != EndOfList) {
-        pick_best(cursor);
+        pick_best(cursor, closing_entry(rec));
         return cursor;
     }
     // The captures are through, and none was enough.

@@ -295,7 +295,7 @@ bool probcut(Position* pos, i32 ply, i32 depth, i32 beta)
     u16 line[ply_count];
     rec->list_cursor = rec->list_start;
     for (; rec->list_cursor->move != EndOfList; ++rec->list_cursor) {
-        pick_best(rec->list_cursor);
+        pick_best(rec->list_cursor, end);
         const Move move = rec->list_cursor->move;
         // An even exchange changes nothing that the evaluation has not seen; only one that wins
         // a pawn or more can lift the score by the margin.

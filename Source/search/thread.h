@@ -9,8 +9,8 @@ inline constexpr i32 max_workers = 128;
 
 // Room for the move lists of all plies. No list is longer than max_list_moves: a square is entered
 // from at most eight directions and by eight knights, promotions count fourfold, so no board has
-// 1126 pseudo-legal moves.
-inline constexpr i32 move_store_size = ply_count * max_list_moves;
+// 1126 pseudo-legal moves. Some entries behind the last list may be read, but do not count.
+inline constexpr i32 move_store_size = ply_count * max_list_moves + 8;
 
 // What a node is expected to be: the child of an expected cut is an expected all and the other way
 // round, so that the type of a child is the negated one; below a PV node the first child is one

@@ -158,6 +158,38 @@ TEST_F(BoardNextMove, PickBestSwapsTheEarliestOfTheHighest)
     EXPECT_EQ(list[3].move, 3);
 }
 
+TEST_F(BoardNextMove, PickBestWithTheEndTakesTheSameEntry)
+{
+    open(start_text, count_stage);
+    u64 state = 23;
+    for (i32 round = 0; round < 3000; ++round) {
+        // Behind the closing entry lies what would be the best if it counted.
+        const i32 count = 1 + next_random(&state, round < 1000 ? 20 : 230);
+        std::vector<MoveEntry> list(static_cast<size_t>(count) + 8, { 9, 32767, 1, 2 });
+        for (i32 i = 0; i < count; ++i) {
+            // Few different scores, and the ends of their range.
+            const i32 scores[] = { -32768, -1, 0, 1, 32767, 64, 250, -7 };
+            const i32 kinds = 1 + static_cast<i32>(next_random(&state, 8));
+            list[static_cast<size_t>(i)] = { static_cast<u16>(i + 1),
+                static_cast<i16>(scores[next_random(&state, static_cast<u32>(kinds))]), 3, 4 };
+        }
+        list[static_cast<size_t>(count)].move = EndOfList;
+        std::vector<MoveEntry> expected = list;
+        const auto best = std::max_element(expected.begin(), expected.begin() + count,
+            [](const MoveEntry& a, const MoveEntry& b) { return a.score < b.score; });
+        std::swap(expected[0], *best);
+
+        std::vector<MoveEntry> scanned = list;
+        pick_best(list.data(), list.data() + count);
+        pick_best(scanned.data());
+        for (size_t i = 0; i < list.size(); ++i) {
+            ASSERT_EQ(list[i].move, expected[i].move) << count << " entries, place " << i;
+            ASSERT_EQ(list[i].score, expected[i].score);
+            ASSERT_EQ(scanned[i].move, expected[i].move);
+        }
+    }
+}
+
 TEST_F(BoardNextMove, PublishingClosesTheListAndStartsTheNextTwo)
 {
     open(start_text, count_stage);
