@@ -112,17 +112,6 @@ static constexpr void make_between(ConstantTables* tables, i32 square)
     }
 }
 
-// By a table the evaluation turns the board with one load, whichever way it needs it.
-static constexpr void make_square_maps(ConstantTables* tables)
-{
-    for (i32 square = 0; square < 64; ++square) {
-        tables->map_identity[square] = static_cast<u8>(square);
-        tables->map_rotate[square] = static_cast<u8>(63 - square);
-        tables->map_mirror_file[square] = static_cast<u8>(square ^ 7);
-        tables->map_mirror_rank[square] = static_cast<u8>(square ^ 56);
-    }
-}
-
 // Marsaglia's pair of multiply-with-carry generators.
 struct CarryPair {
     u32 z;
@@ -169,7 +158,6 @@ static constexpr ConstantTables make_tables()
         make_square_tables(&tables, square);
         make_between(&tables, square);
     }
-    make_square_maps(&tables);
     make_zobrist(&tables);
     return tables;
 }

@@ -27,10 +27,6 @@ struct ConstantTables {
     // Keys by piece code and square. Row NoPiece serves the en-passant squares and, at the first
     // sixteen, the values of castle: no double step passes over the squares of those numbers.
     u64 zobrist[16][64];
-    u8 map_identity[64]; // square maps of the evaluation: s, 63 - s, s ^ 7, s ^ 56
-    u8 map_rotate[64];
-    u8 map_mirror_file[64];
-    u8 map_mirror_rank[64];
 };
 extern const ConstantTables board_tables;
 
@@ -55,10 +51,6 @@ inline constexpr const auto& adjacent_files = board_tables.adjacent_files;
 inline constexpr const auto& ranks_above = board_tables.ranks_above;
 inline constexpr const auto& ranks_below = board_tables.ranks_below;
 inline constexpr const auto& zobrist = board_tables.zobrist;
-inline constexpr const auto& map_identity = board_tables.map_identity;
-inline constexpr const auto& map_rotate = board_tables.map_rotate;
-inline constexpr const auto& map_mirror_file = board_tables.map_mirror_file;
-inline constexpr const auto& map_mirror_rank = board_tables.map_mirror_rank;
 
 // The tables below are written once, by init_board_tables, which main calls before any thread
 // exists: the compiler would take minutes for them, and only a running processor shows whether it

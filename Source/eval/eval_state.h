@@ -69,16 +69,16 @@ struct EvalWork {
     u64 attacks[2][8];     // [0] all, [1] pawns ... [6] king, [7] unused
     u64 double_attacks[2]; // squares attacked at least twice
     // Attacks by piece types joined, from the least upwards: what attacks with less than a piece
-    // drives it away. pawn_cover is a copy of attacks[side][Pawn] in the shape of the other three.
-    u64 pawn_cover[2];
+    // drives it away.
     u64 attacks_pnb[2]; // pawns, knights and bishops
     u64 attacks_pnbr[2];
     u64 attacks_pnbrq[2];
     i16 king_attack[2];   // attack points against each side's own king
-    i16 same_wing;        // both kings stand on the same wing
     i32 score[2];         // running score pair of each side
     u16 danger[2];        // what each side stands to lose, centipawns
-    const u8* pst_map[2]; // square to piece-square index
+    u64 pst_flip[2];      // exclusive or of a square to its piece-square index
+    i32 pst_shift;        // entries from the first table of a pair to the one that counts
+    const i32* pst_words; // eval_words, so many entries on
     u8 ply;
     bool is_complete;         // all terms were run
     f32 phase;                // 0 full material, 1 kings and pawns

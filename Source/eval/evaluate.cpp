@@ -34,6 +34,15 @@ static constexpr i32 contempt_pawn_points = 2;
 static constexpr i32 contempt_most_pawns = 6;
 static constexpr i32 contempt_full_points = 41;
 
+// What turns the files, or the ranks, of a square round.
+static constexpr u64 flip_files = 7;
+static constexpr u64 flip_ranks = 56;
+
+// One step leads from the first table to the second in every pair of a piece.
+static constexpr i32 pair_step = PST_N2 - PST_N1;
+static_assert(PST_B2 - PST_B1 == pair_step && PST_R2 - PST_R1 == pair_step);
+static_assert(PST_Q2 - PST_Q1 == pair_step);
+
 // One rounding at the end of the sum, none between: the product of the end game is rounded to f32,
 // that of the middle game goes into the sum whole. Other steps would give other scores.
 i32 taper(i32 word, f32 phase)
@@ -55,14 +64,27 @@ static f32 phase_of(const Position* pos)
 
 // The king's square moved off the edge, with its neighbours: always nine squares, so that a king
 // in the corner, who has fewer squares to flee to, does not look safer than one in the middle.
+// All zones are one set moved by a number of squares, which this table holds in a single line of
+// the processor's cache.
+static constexpr u64 corner_zone = 0x70707;
+struct ZoneShifts {
+    u8 squares[64];
+};
+static constexpr ZoneShifts zone_shifts = [] {
+    ZoneShifts shifts = {};
+    for (i32 square = 0; square < 64; ++square) {
+        const i32 file = file_of(square);
+        const i32 rank = rank_of(square);
+        const i32 zone_file = file == 0 ? 1 : file == 7 ? 6 : file;
+        const i32 zone_rank = rank == 0 ? 1 : rank == 7 ? 6 : rank;
+        shifts.squares[square] = static_cast<u8>(8 * (zone_rank - 1) + zone_file - 1);
+    }
+    return shifts;
+}();
+
 static u64 king_zone_of(i32 king_square)
 {
-    const i32 file = file_of(king_square);
-    const i32 rank = rank_of(king_square);
-    const i32 zone_file = file == 0 ? 1 : file == 7 ? 6 : file;
-    const i32 zone_rank = rank == 0 ? 1 : rank == 7 ? 6 : rank;
-    const i32 square = zone_rank * 8 + zone_file;
-    return king_attacks[square] | bit(square);
+    return corner_zone << zone_shifts.squares[king_square];
 }
 
 // Everything that the terms take as given. Where a piece belongs depends on where its own king
@@ -71,13 +93,16 @@ static void init_work(EvalWork* work)
 {
     const Position* pos = work->pos;
     work->phase = phase_of(pos);
-    const bool mirror_white = is_on_queen_wing(pos->king_sq[White]);
-    const bool mirror_black = is_on_queen_wing(pos->king_sq[Black]);
+    // 1 where a king lives on the queen's wing. By sums, not by cases: the wings of two kings are
+    // hard to guess.
+    const u64 mirror_white = is_on_queen_wing(pos->king_sq[White]);
+    const u64 mirror_black = is_on_queen_wing(pos->king_sq[Black]);
     // One table serves all four cases: the squares are mirrored, turned or both.
-    work->pst_map[White] = mirror_white ? map_mirror_file : map_identity;
-    work->pst_map[Black] = mirror_black ? map_rotate : map_mirror_rank;
-    // Of the kings: it chooses between the two tables of each piece.
-    work->same_wing = mirror_white == mirror_black;
+    work->pst_flip[White] = flip_files * mirror_white;
+    work->pst_flip[Black] = flip_files * mirror_black + flip_ranks;
+    // Whether the kings live on one wing chooses between the two tables of each piece.
+    work->pst_shift = pair_step * static_cast<i32>(mirror_white ^ mirror_black);
+    work->pst_words = eval_words + work->pst_shift;
     work->free_passers = 0;
     for (i32 side = White; side <= Black; ++side) {
         work->score[side] = 0;
@@ -110,9 +135,7 @@ static void eval_closing_terms(EvalWork* work)
     // Two bishops cover both colours and each makes up for what the other cannot see. That they
     // are of one colour, after a promotion, is too rare to be asked.
     for (i32 side = White; side <= Black; ++side) {
-        if (count_of(pos, side, Bishop) >= 2) {
-            add_weight(work, side, bishop_pair);
-        }
+        add_weight(work, side, bishop_pair, count_of(pos, side, Bishop) >= 2);
     }
     // The white pawns of rammed pairs; the black ones stand one rank on.
     const u64 rammed = pos->bb[White][Pawn] & (pos->bb[Black][Pawn] >> 8) & rammed_files;
@@ -200,7 +223,8 @@ static i32 judge_by_terms(EvalWork* work)
     work->is_complete = true;
     // The product is rounded to f32 before it is cut off; in f64 the last centipawn could differ.
     const i32 score = static_cast<i32>(static_cast<f32>(value) * work->scale);
-    return work->pos->stm == White ? score : -score;
+    // The side to move is a toss of a coin: no branch could guess it.
+    return score * (1 - 2 * work->pos->stm);
 }
 
 // What the terms make of a position that nothing simpler could judge.

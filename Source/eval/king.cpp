@@ -37,17 +37,15 @@ struct CheckLines {
     u64 knights;
 };
 
-// Counts the shielded squares: those of the zone moved one rank on, where the attackers come from,
-// with an own pawn on them or up to two ranks behind them; a pawn behind still keeps the file
-// closed. Returns their number, 0 to 9.
+// The shielded squares: those of the zone moved one rank on, where the attackers come from, with an
+// own pawn on them or up to two ranks behind them; a pawn behind still keeps the file closed.
+// Returns their number, 0 to 9.
 template <i32 side>
-static i32 eval_shield(EvalWork* work)
+static i32 count_shield(const EvalWork* work)
 {
     const u64 pawns = work->pos->bb[side][Pawn];
     const u64 covered = pawns | forward<side>(pawns) | forward<side>(pawns, 2);
-    const i32 shield = popcount(forward<side>(work->king_zone[side]) & covered);
-    add_fraction(work, side, pawn_shield, shield);
-    return shield;
+    return popcount(forward<side>(work->king_zone[side]) & covered);
 }
 
 // Squares that the attacker of side's king can use: not held by a pawn, minor piece or rook of
@@ -87,24 +85,25 @@ static i32 count_attack_points(const EvalWork* work, u64 safe, const CheckLines*
 // The attack as a whole. It rises with the square of the points; without a queen it is half as
 // strong, for an attack without her runs dry.
 template <i32 side>
-static void eval_attack_curve(EvalWork* work, i32 points)
+static u32 attack_word(EvalWork* work, i32 points)
 {
     if (points < least_curve_points) {
-        return;
+        return 0;
     }
     const i32 step = points < attack_curve_limit ? points : attack_curve_limit;
     const bool queen = count_of(work->pos, side ^ 1, Queen) != 0;
-    add_fraction(work, side, queen ? king_danger1 : king_danger2, step);
+    return queen ? fraction_word(work, side, king_danger1, step)
+                 : fraction_word(work, side, king_danger2, step);
 }
 
 // The points of all sources together: pieces that reach the zone (king_attack, filled with the
-// attack sets), less the shield, squares of the zone, and checks.
+// attack sets), less the shield, squares of the zone, and checks. Returns what they add.
 template <i32 side>
-static void eval_king_attack(EvalWork* work, i32 king_square)
+static u32 eval_king_attack(EvalWork* work, i32 king_square)
 {
     constexpr i32 enemy = side ^ 1;
     const u64* attacks = work->attacks[enemy];
-    const i32 shield = eval_shield<side>(work);
+    const i32 shield = count_shield<side>(work);
     i32 points =
         work->king_attack[side] - (shield < shield_points_limit ? shield : shield_points_limit);
 
@@ -118,9 +117,8 @@ static void eval_king_attack(EvalWork* work, i32 king_square)
     // score cannot see, so the search is warned off pruning.
     const u64 queen_diagonal = attacks[Queen] & from.diagonals & safe;
     const u64 queen_line = attacks[Queen] & from.lines & safe;
-    if ((queen_diagonal | queen_line) & work->king_zone[side]) {
-        add_danger(work, side, queen_check_danger);
-    }
+    const bool beside = ((queen_diagonal | queen_line) & work->king_zone[side]) != 0;
+    add_danger(work, side, beside ? queen_check_danger : 0);
     const i32 queen_checks = (queen_diagonal != 0) + (queen_line != 0);
     points += count_attack_points<side>(work, safe, &from) + check_points * queen_checks;
 
@@ -129,9 +127,8 @@ static void eval_king_attack(EvalWork* work, i32 king_square)
         & ((attacks[Bishop] & from.diagonals) | (attacks[Rook] & from.lines)
             | (attacks[Knight] & from.knights));
     const i32 checks = queen_checks + popcount(other_checks);
-    points += checks;
-    add_weight(work, side, enemy_checks, checks);
-    eval_attack_curve<side>(work, points);
+    return fraction_word(work, side, pawn_shield, shield)
+        + weight_word(work, side, enemy_checks, checks) + attack_word<side>(work, points + checks);
 }
 
 // Steps from the king to the nearest pawn of either colour beyond its first surroundings, which
@@ -155,20 +152,20 @@ static void eval_king_of(EvalWork* work, i32 king_square)
     constexpr i32 enemy = side ^ 1;
     const Position* pos = work->pos;
     // Where a king feels at home: the corner in the middle game, the centre in the end game.
-    add_weight(work, side, PST_K + work->pst_map[side][king_square]);
+    u32 score = weight_word(work, side, PST_K + pst_index(work, side, king_square));
     if (pos->phase_mtl[enemy] > attack_material) {
-        eval_king_attack<side>(work, king_square);
+        score += eval_king_attack<side>(work, king_square);
     }
     // A king without a square to go to is mated by the first check that nobody can answer.
     const u64 barred = work->attacks[enemy][0] | pieces_of(pos, side);
-    if ((work->attacks[side][King] & ~barred) == 0) {
-        add_weight(work, side, king_trapped);
-    }
+    score += weight_word(work, side, king_trapped, (work->attacks[side][King] & ~barred) == 0);
     // In the end game the king belongs to the pawns, his own to guard and the others' to win; per
     // step that he is away from them.
     if (work->all_pawns != 0) {
-        add_weight(work, side, king_pawn_prox, pawn_distance(work->all_pawns, king_square));
+        const i32 distance = pawn_distance(work->all_pawns, king_square);
+        score += weight_word(work, side, king_pawn_prox, distance);
     }
+    add_word(work, side, score);
     work->tally[TallyKing][side] = work->score[side];
 }
 

@@ -21,10 +21,6 @@ static constexpr u64 last_rank[2] = { 0xff00000000000000ULL, 0xffULL };
 // stands in the king's way.
 static constexpr i32 pawn_attack_points = 3;
 
-// XORed into the pawn key for each side whose map mirrors files: the cached squares differ then.
-// Any two different constants but 0 would do.
-static constexpr u64 wing_key[2] = { 0x5555555555555555ULL, 0xaaaaaaaaaaaaaaaaULL };
-
 // What a passed pawn with a free path threatens the enemy with, in centipawns: close to a queen on
 // the seventh rank, half of it for each step that is missing. Half and a quarter of that for a pawn
 // that can only step, or not even that.
@@ -61,7 +57,6 @@ static void init_pawn_attacks(EvalWork* work)
     const u64 attacks = left | right;
     const u64 king = work->attacks[side][King];
     work->attacks[side][Pawn] = attacks;
-    work->pawn_cover[side] = attacks;
     work->attacks[side][0] = attacks | king;
     work->double_attacks[side] = (left & right) | (attacks & king);
 }
@@ -113,12 +108,12 @@ static void eval_structure(EvalWork* work)
     const u64 pawns = work->pos->bb[side][Pawn];
     const u64 defended = work->attacks[side][Pawn];
     const u64 beside = backward<side>(defended);
-    const i32 table = work->same_wing ? PST_P1 : PST_P2;
+    const i32 table = work->pst_shift == 0 ? PST_P1 : PST_P2;
     add_weight(work, side, mtl_pawn, popcount(pawns));
     u64 left = pawns;
     while (left != 0) {
         const i32 square = pop_lowest(&left);
-        const i32 index = work->pst_map[side][square];
+        const i32 index = pst_index(work, side, square);
         add_weight(work, side, table + index);
         // A chain stands by itself; two abreast control the squares in front of each other. Both
         // are worth the more the further they have come.
@@ -148,12 +143,7 @@ static void eval_structure(EvalWork* work)
 void eval_pawns(EvalWork* work)
 {
     const Position* pos = work->pos;
-    u64 key = pos->pawn_key;
-    for (i32 side = White; side <= Black; ++side) {
-        if (is_on_queen_wing(pos->king_sq[side])) {
-            key ^= wing_key[side];
-        }
-    }
+    const u64 key = pawn_cache_key(pos);
     const PawnCacheEntry* slot = pawn_slot(work->state, key);
     work->pawns_cached = slot->key == key && work->ply >= first_cached_ply;
     if (work->pawns_cached) {

@@ -9,7 +9,7 @@
 
 // Attack points on the enemy king by piece type, once per piece that reaches the king's zone. The
 // bishop's colour spares half of the zone; the queen reaches all of it.
-static constexpr i16 attack_points[8] = { 0, 0, 4, 3, 4, 5, 0, 0 };
+static constexpr i32 attack_points[8] = { 0, 0, 4, 3, 4, 5, 0, 0 };
 
 // Danger of a minor piece without a move on the seventh or eighth rank of its side, in centipawns:
 // it took something deep in the enemy's camp and will not come back.
@@ -22,97 +22,153 @@ static constexpr u64 centre_block = 0x3c3c3c3c0000ULL;
 // The opponent's half of the board as each side sees it.
 static constexpr u64 enemy_half[2] = { 0xffffffff00000000ULL, 0xffffffffULL };
 
+// What the pieces of one side have added up so far. Kept apart from the working record, so that it
+// lives in registers while they are gone through one by one: a store into the record makes the
+// compiler read again whatever it might have changed.
+struct PieceSums {
+    u64 all;    // squares attacked by anything
+    u64 twice;  // double attacks
+    u32 score;  // the score pair of the side
+    i32 points; // attack points on the enemy king
+};
+
+// What those of one type add, besides. Weights that count once per case are added behind the loop,
+// by the number of cases: in it their words would take registers that the sets need.
+struct TypeSums {
+    u64 attacks;   // squares attacked by the type
+    i32 attackers; // pieces that reach the enemy king's zone
+};
+
+template <i32 side>
+static inline PieceSums begin_pieces(const EvalWork* work)
+{
+    return { work->attacks[side][0], work->double_attacks[side],
+        static_cast<u32>(work->score[side]), work->king_attack[side ^ 1] };
+}
+
+// A piece's own value, that of its square and its mobility. table is the first of a pair.
+template <i32 side>
+static inline u32 place_word(EvalWork* work, i32 table, i32 square, i32 curve, i32 mobility)
+{
+    const u64 index = static_cast<u64>(square) ^ work->pst_flip[side];
+    note_term(work, side, table + work->pst_shift + static_cast<i32>(index), 1.0f, false);
+    return static_cast<u32>(work->pst_words[static_cast<u64>(table) + index])
+        + fraction_word(work, side, curve, mobility);
+}
+
 // Enters a piece's attack set. reach is what it bears on for double attacks and the king's zone:
 // the attack set itself for all but queens. Double attacks come first: a piece must not find its
 // own attacks there.
-template <i32 side>
-static inline void note_attacks(EvalWork* work, i32 type, u64 attacks, u64 reach)
+static inline void note_attacks(PieceSums* sums, TypeSums* type, u64 zone, u64 attacks, u64 reach)
 {
-    work->double_attacks[side] |= work->attacks[side][0] & reach;
-    work->attacks[side][0] |= attacks;
-    work->attacks[side][type] |= attacks;
+    sums->twice |= sums->all & reach;
+    sums->all |= attacks;
+    type->attacks |= attacks;
     // Each piece that joins in counts by itself: it is numbers that break a king's defence.
-    if (reach & work->king_zone[side ^ 1]) {
-        work->king_attack[side ^ 1] =
-            static_cast<i16>(work->king_attack[side ^ 1] + attack_points[type]);
+    type->attackers += (reach & zone) != 0;
+}
+
+// Leaves what the later terms and the printed table read of a type that has been gone through.
+template <i32 side>
+static inline void end_type(
+    EvalWork* work, i32 type, TallyRow row, PieceSums* sums, const TypeSums* added)
+{
+    sums->points += attack_points[type] * added->attackers;
+    work->attacks[side][type] = added->attacks;
+    work->tally[row][side] = static_cast<i32>(sums->score);
+}
+
+template <i32 side>
+static inline void end_pieces(EvalWork* work, const PieceSums* sums)
+{
+    work->attacks[side][0] = sums->all;
+    work->double_attacks[side] = sums->twice;
+    work->score[side] = static_cast<i32>(sums->score);
+    work->king_attack[side ^ 1] = static_cast<i16>(sums->points);
+}
+
+// A minor piece that cannot move, walled in or caught behind enemy pawns: it takes moves of others
+// to free it, and deep in the enemy's camp nothing will.
+template <i32 side>
+static inline u32 trapped_minor(EvalWork* work, i32 weight, i32 square)
+{
+    if (far_ranks[side] & bit(square)) {
+        add_danger(work, side, trapped_minor_danger);
     }
+    return weight_word(work, side, weight);
 }
 
 // Material, squares and mobility, then what a knight is for: a stand that nobody can drive it from,
 // or the way to one. Mobility counts squares that no enemy pawn guards and no own piece fills, and
 // a knight without any is worth little until it gets one.
 template <i32 side>
-static void eval_knights(EvalWork* work)
+static inline void eval_knights(EvalWork* work, PieceSums* sums)
 {
     const Position* pos = work->pos;
-    const i32 table = work->same_wing ? PST_N1 : PST_N2;
+    const u64 zone = work->king_zone[side ^ 1];
     const u64 open = ~(pieces_of(pos, side) | work->attacks[side ^ 1][Pawn]);
     const u64 outposts = work->outposts[side];
-    u64 left = pos->bb[side][Knight];
-    add_weight(work, side, mtl_knight, popcount(left));
-    work->attacks[side][Knight] = 0;
-    while (left != 0) {
+    const u64 knights = pos->bb[side][Knight];
+    TypeSums added = {};
+    i32 ways = 0;
+    for (u64 left = knights; left != 0;) {
         const i32 square = pop_lowest(&left);
         const u64 attacks = knight_attacks[square];
-        note_attacks<side>(work, Knight, attacks, attacks);
-        add_weight(work, side, table + work->pst_map[side][square]);
+        note_attacks(sums, &added, zone, attacks, attacks);
         const i32 mobility = popcount(attacks & open);
-        add_fraction(work, side, knight_mobility, mobility);
-        // Shut in: it takes moves of others to free it, and deep in the enemy's camp nothing will.
-        if (mobility == 0) {
-            add_weight(work, side, knight_trapped);
-            if (far_ranks[side] & bit(square)) {
-                add_danger(work, side, trapped_minor_danger);
-            }
-        }
-        if (outposts & bit(square)) {
-            add_weight(work, side, knight_outpost);
+        sums->score += place_word<side>(work, PST_N1, square, knight_mobility, mobility);
+        if (mobility == 0) [[unlikely]] {
+            sums->score += trapped_minor<side>(work, knight_trapped, square);
         }
         // A good stand one move away; several of them count once.
-        if (outposts & attacks) {
-            add_weight(work, side, knight_outpost_atk);
-        }
+        ways += (outposts & attacks) != 0;
     }
+    if (knights != 0) {
+        sums->score += weight_word(work, side, mtl_knight, popcount(knights));
+        sums->score += weight_word(work, side, knight_outpost, popcount(outposts & knights));
+        sums->score += weight_word(work, side, knight_outpost_atk, ways);
+    }
+    end_type<side>(work, Knight, TallyKnights, sums, &added);
 }
 
 // As knights; an outpost suits a bishop too, and the centre shows how much of the board its colour
 // rules. An own queen does not end its diagonal: the two attack together.
 template <i32 side>
-static void eval_bishops(EvalWork* work)
+static inline void eval_bishops(EvalWork* work, PieceSums* sums)
 {
     const Position* pos = work->pos;
-    const i32 table = work->same_wing ? PST_B1 : PST_B2;
+    const u64 zone = work->king_zone[side ^ 1];
     const u64 open = ~(pieces_of(pos, side) | work->attacks[side ^ 1][Pawn]);
     const u64 outposts = work->outposts[side];
     // The own queen gives way or goes along.
     const u64 blockers = work->occupied ^ pos->bb[side][Queen];
-    u64 left = pos->bb[side][Bishop];
-    add_weight(work, side, mtl_bishop, popcount(left));
-    work->attacks[side][Bishop] = 0;
-    while (left != 0) {
+    const u64 bishops = pos->bb[side][Bishop];
+    TypeSums added = {};
+    i32 ways = 0;
+    i32 centre = 0;
+    for (u64 left = bishops; left != 0;) {
         const i32 square = pop_lowest(&left);
         const u64 attacks = bishop_attacks(square, blockers);
-        note_attacks<side>(work, Bishop, attacks, attacks);
-        add_weight(work, side, table + work->pst_map[side][square]);
+        note_attacks(sums, &added, zone, attacks, attacks);
         const i32 mobility = popcount(attacks & open);
-        add_fraction(work, side, bishop_mobility, mobility);
-        // A bishop that cannot move at all, walled in or caught behind enemy pawns.
-        if (mobility == 0) {
-            add_weight(work, side, bishop_trapped);
-            if (far_ranks[side] & bit(square)) {
-                add_danger(work, side, trapped_minor_danger);
-            }
+        sums->score += place_word<side>(work, PST_B1, square, bishop_mobility, mobility);
+        if (mobility == 0) [[unlikely]] {
+            sums->score += trapped_minor<side>(work, bishop_trapped, square);
         }
         // Per square of the centre, whoever stands there and guards it.
-        add_weight(work, side, bishop_mob2, popcount(attacks & centre_block));
+        centre += popcount(attacks & centre_block);
         // As for knights; a bishop also works from afar, so the way to one matters less.
-        if (outposts & bit(square)) {
-            add_weight(work, side, bishop_outpost);
-        }
-        if (outposts & attacks) {
-            add_weight(work, side, bishop_outpost_atk);
-        }
+        ways += (outposts & attacks) != 0;
     }
+    if (bishops != 0) {
+        sums->score += weight_word(work, side, mtl_bishop, popcount(bishops));
+        sums->score += weight_word(work, side, bishop_mob2, centre);
+        sums->score += weight_word(work, side, bishop_outpost, popcount(outposts & bishops));
+        sums->score += weight_word(work, side, bishop_outpost_atk, ways);
+    }
+    end_type<side>(work, Bishop, TallyBishops, sums, &added);
+    work->attacks_pnb[side] =
+        work->attacks[side][Pawn] | work->attacks[side][Knight] | added.attacks;
 }
 
 // Rooks want lines: a file without pawns, squares of the enemy's half down their file, and the
@@ -120,43 +176,47 @@ static void eval_bishops(EvalWork* work)
 // Squares that a minor piece guards are none for a rook. Own rooks and queens do not end its line:
 // doubled on a file they bear on all of it.
 template <i32 side>
-static void eval_rooks(EvalWork* work)
+static inline void eval_rooks(EvalWork* work, PieceSums* sums)
 {
     const Position* pos = work->pos;
-    const i32 table = work->same_wing ? PST_R1 : PST_R2;
+    const u64 zone = work->king_zone[side ^ 1];
     // Lesser pieces chase a rook off, so their squares are closed to it; of equals it is not
     // afraid.
     const u64 open = ~(pieces_of(pos, side) | work->attacks_pnb[side ^ 1]);
     // Rooks behind each other or behind the queen push together.
-    const u64 blockers = work->occupied ^ (pos->bb[side][Rook] | pos->bb[side][Queen]);
-    const bool enemy_king_far = (far_ranks[side] & pos->bb[side ^ 1][King]) != 0;
-    u64 left = pos->bb[side][Rook];
-    add_weight(work, side, mtl_rook, popcount(left));
-    work->attacks[side][Rook] = 0;
-    while (left != 0) {
+    const u64 rooks = pos->bb[side][Rook];
+    const u64 blockers = work->occupied ^ (rooks | pos->bb[side][Queen]);
+    TypeSums added = {};
+    i32 targets = 0;
+    i32 open_files = 0;
+    for (u64 left = rooks; left != 0;) {
         const i32 square = pop_lowest(&left);
         const u64 attacks = rook_attacks(square, blockers);
         const u64 file = file_a << file_of(square);
-        note_attacks<side>(work, Rook, attacks, attacks);
-        add_weight(work, side, table + work->pst_map[side][square]);
+        note_attacks(sums, &added, zone, attacks, attacks);
         const i32 mobility = popcount(attacks & open);
-        add_fraction(work, side, rook_mobility, mobility);
+        sums->score += place_word<side>(work, PST_R1, square, rook_mobility, mobility);
         // Mostly a rook between its own king and the corner: it is out of the game.
-        if (mobility == 0) {
-            add_weight(work, side, rook_trapped);
+        if (mobility == 0) [[unlikely]] {
+            sums->score += weight_word(work, side, rook_trapped);
         }
         // Per square of the enemy's half that it looks at down its file: there are its targets.
-        add_weight(work, side, rook_mob2, popcount(attacks & file & enemy_half[side]));
+        targets += popcount(attacks & file & enemy_half[side]);
         // Nothing closes the file for good, so the rook will come in on it.
-        if ((file & work->all_pawns) == 0) {
-            add_weight(work, side, rook_openfile);
-        }
+        open_files += (file & work->all_pawns) == 0;
+    }
+    if (rooks != 0) {
         // It eats pawns from the side and keeps the king on the edge; without him there is no
         // hurry.
-        if (enemy_king_far && (seventh_rank[side] & bit(square))) {
-            add_weight(work, side, rook_7th);
-        }
+        const bool enemy_king_far = (far_ranks[side] & pos->bb[side ^ 1][King]) != 0;
+        const u64 seventh = enemy_king_far ? rooks & seventh_rank[side] : 0;
+        sums->score += weight_word(work, side, mtl_rook, popcount(rooks));
+        sums->score += weight_word(work, side, rook_mob2, targets);
+        sums->score += weight_word(work, side, rook_openfile, open_files);
+        sums->score += weight_word(work, side, rook_7th, popcount(seventh));
     }
+    end_type<side>(work, Rook, TallyRooks, sums, &added);
+    work->attacks_pnbr[side] = work->attacks_pnb[side] | added.attacks;
 }
 
 // A queen bears on what lies behind own bishops on its diagonals and own rooks on its lines, but
@@ -164,17 +224,16 @@ static void eval_rooks(EvalWork* work)
 // herself cannot go there. No square that a pawn, minor piece or rook guards is one for a queen,
 // and a queen without any is about to be lost.
 template <i32 side>
-static void eval_queens(EvalWork* work)
+static inline void eval_queens(EvalWork* work, PieceSums* sums)
 {
     const Position* pos = work->pos;
-    const i32 table = work->same_wing ? PST_Q1 : PST_Q2;
+    const u64 zone = work->king_zone[side ^ 1];
     const u64 open = ~(pieces_of(pos, side) | work->attacks_pnbr[side ^ 1]);
     const u64 bishops = pos->bb[side][Bishop];
     const u64 rooks = pos->bb[side][Rook];
-    u64 left = pos->bb[side][Queen];
-    add_weight(work, side, mtl_queen, popcount(left));
-    work->attacks[side][Queen] = 0;
-    while (left != 0) {
+    const u64 queens = pos->bb[side][Queen];
+    TypeSums added = {};
+    for (u64 left = queens; left != 0;) {
         const i32 square = pop_lowest(&left);
         const u64 diagonals = bishop_attacks(square, work->occupied);
         const u64 lines = rook_attacks(square, work->occupied);
@@ -187,41 +246,35 @@ static void eval_queens(EvalWork* work)
         if (lines & rooks) {
             reach |= rook_attacks(square, work->occupied ^ rooks);
         }
-        note_attacks<side>(work, Queen, attacks, reach);
-        add_weight(work, side, table + work->pst_map[side][square]);
+        note_attacks(sums, &added, zone, attacks, reach);
         const i32 mobility = popcount(attacks & open);
-        add_fraction(work, side, queen_mobility, mobility);
+        sums->score += place_word<side>(work, PST_Q1, square, queen_mobility, mobility);
         // The next attack on her wins her.
-        if (mobility == 0) {
-            add_weight(work, side, queen_trapped);
+        if (mobility == 0) [[unlikely]] {
+            sums->score += weight_word(work, side, queen_trapped);
         }
     }
+    sums->score += weight_word(work, side, mtl_queen, popcount(queens));
+    end_type<side>(work, Queen, TallyQueens, sums, &added);
+    work->attacks_pnbrq[side] = work->attacks_pnbr[side] | added.attacks;
 }
 
-// Both sides of a type before the next: the unions of lesser attacks must be whole when they are
-// read.
-void eval_pieces(EvalWork* work)
+// What a type reads of the enemy's lesser pieces must be whole by then: rooks ask for his minor
+// pieces, queens for his rooks too. In this order no side is left and taken up again more than
+// once, so that its sums can stay in registers. As a routine of its own: among the other terms the
+// compiler runs out of registers and spills the sums within the loops.
+[[gnu::noinline]] void eval_pieces(EvalWork* work)
 {
-    eval_knights<White>(work);
-    eval_knights<Black>(work);
-    take_tally(work, TallyKnights);
-    eval_bishops<White>(work);
-    eval_bishops<Black>(work);
-    take_tally(work, TallyBishops);
-    for (i32 side = White; side <= Black; ++side) {
-        work->attacks_pnb[side] =
-            work->attacks[side][Pawn] | work->attacks[side][Knight] | work->attacks[side][Bishop];
-    }
-    eval_rooks<White>(work);
-    eval_rooks<Black>(work);
-    take_tally(work, TallyRooks);
-    for (i32 side = White; side <= Black; ++side) {
-        work->attacks_pnbr[side] = work->attacks_pnb[side] | work->attacks[side][Rook];
-    }
-    eval_queens<White>(work);
-    eval_queens<Black>(work);
-    take_tally(work, TallyQueens);
-    for (i32 side = White; side <= Black; ++side) {
-        work->attacks_pnbrq[side] = work->attacks_pnbr[side] | work->attacks[side][Queen];
-    }
+    PieceSums white = begin_pieces<White>(work);
+    eval_knights<White>(work, &white);
+    eval_bishops<White>(work, &white);
+    PieceSums black = begin_pieces<Black>(work);
+    eval_knights<Black>(work, &black);
+    eval_bishops<Black>(work, &black);
+    eval_rooks<Black>(work, &black);
+    eval_rooks<White>(work, &white);
+    eval_queens<White>(work, &white);
+    end_pieces<White>(work, &white);
+    eval_queens<Black>(work, &black);
+    end_pieces<Black>(work, &black);
 }

@@ -48,30 +48,57 @@ inline bool is_on_queen_wing(i32 king_square)
     return file_of(king_square) <= queen_wing_last;
 }
 
-// Adds a score pair to the account of side. The sum is taken unsigned, since absurd weights may
-// make it wrap.
-inline void add_word(EvalWork* work, i32 side, i32 word)
+// XORed into the pawn key for each side whose squares are mirrored: what is cached of them differs
+// then. Any two different constants but 0 would do.
+inline constexpr u64 wing_key[2] = { 0x5555555555555555ULL, 0xaaaaaaaaaaaaaaaaULL };
+
+// The key of pos in the pawn cache.
+inline u64 pawn_cache_key(const Position* pos)
 {
-    work->score[side] =
-        static_cast<i32>(static_cast<u32>(work->score[side]) + static_cast<u32>(word));
+    return pos->pawn_key ^ (is_on_queen_wing(pos->king_sq[White]) ? wing_key[White] : 0)
+        ^ (is_on_queen_wing(pos->king_sq[Black]) ? wing_key[Black] : 0);
 }
 
-// Adds a weight count times to the account of side. Both halves are multiplied in one go: the
-// product of a packed word is the packed word of the products.
+// The entry of a square in the piece-square tables, as side sees it.
+inline i32 pst_index(const EvalWork* work, i32 side, i32 square)
+{
+    return static_cast<i32>(static_cast<u64>(square) ^ work->pst_flip[side]);
+}
+
+// Adds a score pair to the account of side. The sum is taken unsigned, since absurd weights may
+// make it wrap.
+inline void add_word(EvalWork* work, i32 side, u32 word)
+{
+    work->score[side] = static_cast<i32>(static_cast<u32>(work->score[side]) + word);
+}
+
+// What a weight adds when it counts so many times, noted for side; the caller adds it up. Both
+// halves are multiplied in one go: the product of a packed word is the packed word of the products.
+inline u32 weight_word(EvalWork* work, i32 side, i32 weight, i32 count = 1)
+{
+    note_term(work, side, weight, static_cast<f32>(count), false);
+    return static_cast<u32>(eval_words[weight]) * static_cast<u32>(count);
+}
+
+// The same of the part of a weight that stands at a step of its list of fractions.
+inline u32 fraction_word(EvalWork* work, i32 side, i32 weight, i32 step)
+{
+    if constexpr (tuning) {
+        note_term(work, side, weight, fraction_of(weight, step), true);
+    }
+    return static_cast<u32>(fraction_words[fractions_of(weight).first + step]);
+}
+
+// Adds a weight count times to the account of side.
 inline void add_weight(EvalWork* work, i32 side, i32 weight, i32 count = 1)
 {
-    const u32 word = static_cast<u32>(eval_words[weight]);
-    add_word(work, side, static_cast<i32>(word * static_cast<u32>(count)));
-    note_term(work, side, weight, static_cast<f32>(count), false);
+    add_word(work, side, weight_word(work, side, weight, count));
 }
 
 // Adds the part of a weight that stands at a step of its list of fractions.
 inline void add_fraction(EvalWork* work, i32 side, i32 weight, i32 step)
 {
-    add_word(work, side, fraction_words[fractions_of(weight).first + step]);
-    if constexpr (tuning) {
-        note_term(work, side, weight, fraction_of(weight, step), true);
-    }
+    add_word(work, side, fraction_word(work, side, weight, step));
 }
 
 // Adds centipawns to the danger of side: what the enemy may win from it in the next moves. The

@@ -23,60 +23,40 @@ static u64 enemy_ahead(const EvalWork* work)
         | (work->attacks[enemy][0] & ~work->attacks[side][0]);
 }
 
-// A pawn counts only where no pawn of either side bears on it; those are left to the pawn terms.
-// Returns the hanging pawns.
-template <i32 side>
-static u64 eval_attacked_pawns(EvalWork* work, u64 ahead)
-{
-    const u64 pawn_attacks_all = work->attacks[White][Pawn] | work->attacks[Black][Pawn];
-    const u64 targets = work->pos->bb[side][Pawn] & work->attacks[side ^ 1][0] & ~pawn_attacks_all;
-    if (targets == 0) {
-        return 0;
-    }
-    const u64 hanging = targets & ahead;
-    const i32 count = popcount(hanging);
-    // A pawn that can be won now, and one that ties a defender to it.
-    add_weight(work, side, hung_pawn, count);
-    add_danger(work, side, hung_pawn_danger * count);
-    // Attacked and held: nothing is lost, but somebody has to stay where he is.
-    add_weight(work, side, attacked_pawn, popcount(targets & ~ahead));
-    return hanging;
-}
-
-// Minor pieces hang where a pawn attacks them and rooks and queens where a pawn or minor does,
-// whatever defends them; lesser[side] is that set of attacks. What a lesser own piece guards is
-// merely attacked and gets no term. Returns the hanging pieces.
-template <i32 side>
-static u64 eval_attacked_pieces(
-    EvalWork* work, u64 pieces, u64 ahead, const u64* lesser, i32 hung_weight, i32 attacked_weight)
-{
-    const u64 targets = pieces & work->attacks[side ^ 1][0];
-    if (targets == 0) {
-        return 0;
-    }
-    // What is attacked by something cheaper has to move even if it is defended.
-    const u64 hanging = targets & (ahead | lesser[side ^ 1]);
-    const i32 count = popcount(hanging);
-    add_weight(work, side, hung_weight, count);
-    add_danger(work, side, hung_piece_danger * count);
-    add_weight(work, side, attacked_weight, popcount(targets & ~(hanging | lesser[side])));
-    return hanging;
-}
-
-// Returns all that hangs. A cheaper attacker is a pawn for the minor pieces, a pawn or a minor
-// piece for rooks and queens; a rook that attacks a queen is not counted as such.
+// Returns all that hangs. A pawn counts only where no pawn of either side bears on it; those are
+// left to the pawn terms. Minor pieces hang where a pawn attacks them and rooks and queens where a
+// pawn or minor does, whatever defends them: they have to move. What a lesser own piece guards is
+// merely attacked and gets no term. A rook that attacks a queen is no lesser attacker.
+// Nothing is asked about empty sets, which add nothing: whether a piece of a kind is attacked is
+// guessed wrong too often.
 template <i32 side>
 static u64 eval_attacked(EvalWork* work)
 {
+    constexpr i32 enemy = side ^ 1;
     const u64* pieces = work->pos->bb[side];
     const u64 ahead = enemy_ahead<side>(work);
-    const u64 minors = pieces[Knight] | pieces[Bishop];
-    const u64 majors = pieces[Rook] | pieces[Queen];
-    return eval_attacked_pawns<side>(work, ahead)
-        | eval_attacked_pieces<side>(
-            work, minors, ahead, work->pawn_cover, hung_minor, attacked_minor)
-        | eval_attacked_pieces<side>(
-            work, majors, ahead, work->attacks_pnb, hung_major, attacked_major);
+    const u64 attacked = work->attacks[enemy][0];
+    const u64 pawn_attacks_all = work->attacks[White][Pawn] | work->attacks[Black][Pawn];
+    const u64 pawns = pieces[Pawn] & attacked & ~pawn_attacks_all;
+    const u64 minors = (pieces[Knight] | pieces[Bishop]) & attacked;
+    const u64 majors = (pieces[Rook] | pieces[Queen]) & attacked;
+    // What can be won now.
+    const u64 hung_pawns = pawns & ahead;
+    const u64 hung_minors = minors & (ahead | work->attacks[enemy][Pawn]);
+    const u64 hung_majors = majors & (ahead | work->attacks_pnb[enemy]);
+    const i32 hung[3] = { popcount(hung_pawns), popcount(hung_minors), popcount(hung_majors) };
+    // What ties a defender: nothing is lost, but somebody has to stay where he is.
+    const u64 held_minors = minors & ~(hung_minors | work->attacks[side][Pawn]);
+    const u64 held_majors = majors & ~(hung_majors | work->attacks_pnb[side]);
+    u32 score = weight_word(work, side, hung_pawn, hung[0]);
+    score += weight_word(work, side, attacked_pawn, popcount(pawns & ~ahead));
+    score += weight_word(work, side, hung_minor, hung[1]);
+    score += weight_word(work, side, attacked_minor, popcount(held_minors));
+    score += weight_word(work, side, hung_major, hung[2]);
+    score += weight_word(work, side, attacked_major, popcount(held_majors));
+    add_word(work, side, score);
+    add_danger(work, side, hung_pawn_danger * hung[0] + hung_piece_danger * (hung[1] + hung[2]));
+    return hung_pawns | hung_minors | hung_majors;
 }
 
 // Pieces of the enemy, the king among them, that a pawn of side would attack after a safe step: he

@@ -173,16 +173,6 @@ TEST_F(BoardTables, FileAndRankMasks)
     EXPECT_EQ(ranks_below[0], 0U);
 }
 
-TEST_F(BoardTables, SquareMapsTurnAndMirrorTheBoard)
-{
-    for (i32 square = 0; square < 64; ++square) {
-        EXPECT_EQ(map_identity[square], square);
-        EXPECT_EQ(map_rotate[square], 63 - square);
-        EXPECT_EQ(map_mirror_file[square], square / 8 * 8 + 7 - square % 8);
-        EXPECT_EQ(map_mirror_rank[square], (7 - square / 8) * 8 + square % 8);
-    }
-}
-
 TEST_F(BoardTables, BitHelpersCountAndScan)
 {
     u64 state = 1;

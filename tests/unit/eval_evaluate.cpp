@@ -373,7 +373,7 @@ TEST(Evaluate, WingsOfTheKingsChooseMapAndTables)
         EXPECT_EQ(count_uses(one.text, White, used + one.white_index), 1) << one.text;
         EXPECT_EQ(count_uses(one.text, Black, used + one.black_index), 1) << one.text;
         EXPECT_EQ(count_uses(one.text, White, unused + one.white_index), 0) << one.text;
-        EXPECT_EQ(last_work()->same_wing, one.same_wing) << one.text;
+        EXPECT_EQ(last_work()->pst_shift == 0, one.same_wing != 0) << one.text;
     }
 }
 
@@ -420,5 +420,28 @@ TEST(Evaluate, KingZoneHasNineSquaresEverywhere)
         const u64 zone = last_work()->king_zone[White];
         EXPECT_EQ(popcount(zone), 9) << text;
         EXPECT_NE(zone & bit(square), 0u) << text;
+    }
+}
+
+// The square of the tables is the own one seen from the side's first rank, mirrored with the king
+// on the queen's wing.
+TEST(Evaluate, TablesAreReadFromTheOwnSideAndItsKingsWing)
+{
+    const std::string kings[2][2] = { { "2K5", "5K2" }, { "2k5", "5k2" } };
+    for (i32 wings = 0; wings < 4; ++wings) {
+        const bool right[2] = { (wings & 1) != 0, (wings & 2) != 0 };
+        const std::string text = kings[Black][right[Black]] + "/8/8/3p4/3P4/8/1N4n1/"
+            + kings[White][right[White]] + " w - -";
+        const EvalWork* work = work_of(text.c_str());
+        for (i32 square = 0; square < 64; ++square) {
+            for (i32 side = White; side <= Black; ++side) {
+                const i32 rank = side == White ? square / 8 : 7 - square / 8;
+                const i32 file = right[side] ? square % 8 : 7 - square % 8;
+                EXPECT_EQ(pst_index(work, side, square), 8 * rank + file) << text;
+            }
+        }
+        const i32 table = right[White] == right[Black] ? PST_N1 : PST_N2;
+        EXPECT_EQ(PST_N1 + work->pst_shift, table) << text;
+        EXPECT_EQ(work->pst_words + PST_N1, eval_words + table) << text;
     }
 }

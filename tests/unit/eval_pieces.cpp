@@ -274,6 +274,5 @@ TEST(EvalPieces, UnionsOfAttacks)
         EXPECT_EQ(work->attacks_pnbr[side], work->attacks_pnb[side] | attacks[Rook]);
         EXPECT_EQ(work->attacks_pnbrq[side], work->attacks_pnbr[side] | attacks[Queen]);
         EXPECT_EQ(attacks[0], work->attacks_pnbrq[side] | attacks[King]);
-        EXPECT_EQ(work->pawn_cover[side], attacks[Pawn]);
     }
 }
