@@ -287,6 +287,8 @@ void draft_evaluation(
     if (draft_plainly(pos, in_check, draft)) {
         return;
     }
+    // The terms begin with the pawns: their slot comes from memory while the other cache is asked.
+    __builtin_prefetch(pawn_slot(state, pawn_cache_key(pos)));
     // The cache holds the score for the side to move, which is part of the key.
     const EvalCacheEntry* slot = &state->eval_cache[pos->key & (eval_cache_size - 1)];
     if (slot->key == pos->key) {
