@@ -16,7 +16,7 @@
 //   codes that lead to symbols that are not there: codes_are_covered
 //   index entries that name no block: tb_index_table_is_sound
 //   block sizes that lead out of the blocks, or through gigabytes of them: find_block
-//   blocks whose codes run on: find_symbol, at the end of the mapping
+//   blocks whose codes run on: load_bits, at the end of the mapping
 // A wrong value inside of sound ranges cannot be told from a right one; the probes bear any.
 #include "fathom/tbpairs.h"
 
@@ -27,6 +27,7 @@
 static constexpr u32 leaf_mark = 0xfff;       // as right half: the left one is a value
 static constexpr u32 max_symbols = leaf_mark; // so no symbol is called like the mark
 static constexpr i32 max_code_length = 32;    // what find_symbol compares at once
+static constexpr i32 run_bits = 8;            // that set_runs takes apart in advance
 static constexpr i32 max_symbol_values = 256; // symlen holds one less in a byte
 static constexpr i32 max_log2 = 31;           // of bytes per block and values per index entry
 static constexpr i32 fixed_header = 10;       // bytes before the offsets
@@ -93,12 +94,38 @@ static u32 right_symbol(const u8* sympat, u32 symbol)
     return static_cast<u32>(bytes[2]) << 4 | bytes[1] >> 4;
 }
 
+// ---- What a decoder needs of a symbol, in one word: its left half in bits 0 to 11, the symlen of
+// that half in 12 to 19, its right half in 20 to 31. A leaf has its value for the left half.
+
+static SymbolHalves pack_halves(u32 left, u32 left_symlen, u32 right)
+{
+    return left | left_symlen << 12 | right << 20;
+}
+
+static inline u32 left_half(SymbolHalves halves)
+{
+    return halves & 0xfff;
+}
+
+static inline i32 left_symlen(SymbolHalves halves)
+{
+    return static_cast<i32>(halves >> 12 & 255);
+}
+
+static inline u32 right_half(SymbolHalves halves)
+{
+    return halves >> 20;
+}
+
+// ---- Symbols and codes
+
 // Open is a symbol whose halves are being measured.
 enum SymbolState : u8 { SymbolUnseen, SymbolOpen, SymbolDone };
 
 struct SymbolWalk {
     const u8* sympat;
     u8* symlen;
+    SymbolHalves* halves;
     u32 num_syms;
     u32 highest;
     u8 state[max_symbols];
@@ -108,6 +135,8 @@ struct SymbolWalk {
 // again, a symbol that there is none of, too many values, or too high a value. A symbol is opened
 // once, so the recursion is no deeper than there are symbols. What it proves, expand_symbol relies
 // on: from a symbol down there are fewer values with each step, and at the end stands a sound one.
+// A symbol whose values are all the same becomes a leaf for expand_symbol, which need not go down
+// to find out: most of those of 256 values are such, and that spares it eight steps.
 static bool measure_symbol(SymbolWalk* walk, u32 symbol)
 {
     if (symbol >= walk->num_syms || walk->state[symbol] == SymbolOpen) {
@@ -120,6 +149,7 @@ static bool measure_symbol(SymbolWalk* walk, u32 symbol)
     const u32 right = right_symbol(walk->sympat, symbol);
     if (right == leaf_mark) {
         walk->symlen[symbol] = 0;
+        walk->halves[symbol] = pack_halves(left, 0, leaf_mark);
         walk->state[symbol] = SymbolDone;
         return left <= walk->highest;
     }
@@ -130,13 +160,17 @@ static bool measure_symbol(SymbolWalk* walk, u32 symbol)
     walk->state[symbol] = SymbolDone;
     const i32 values = walk->symlen[left] + walk->symlen[right] + 2;
     walk->symlen[symbol] = static_cast<u8>(values - 1);
+    const SymbolHalves half = walk->halves[left];
+    const bool all_same = right_half(half) == leaf_mark && walk->halves[right] == half;
+    walk->halves[symbol] = all_same ? half : pack_halves(left, walk->symlen[left], right);
     return values <= max_symbol_values;
 }
 
-static bool measure_symbols(const PairsData* pairs, u32 num_syms, i32 highest)
+static bool measure_symbols(const PairsData* pairs, const PairsHeader* header, i32 highest)
 {
-    SymbolWalk walk = { pairs->sympat, pairs->symlen, num_syms, static_cast<u32>(highest), {} };
-    for (u32 symbol = 0; symbol < num_syms; ++symbol) {
+    SymbolWalk walk = { header->sympat, pairs->symlen, pairs->halves, header->num_syms,
+        static_cast<u32>(highest), {} };
+    for (u32 symbol = 0; symbol < header->num_syms; ++symbol) {
         if (!measure_symbol(&walk, symbol)) {
             return false;
         }
@@ -190,16 +224,48 @@ static bool set_bases(PairsData* pairs, i32 lengths, u32 num_syms)
     return codes_are_covered(pairs, lengths, num_syms);
 }
 
-// Finds for every start of a code the shortest length that it can have: the first one whose base is
-// not above all codes that start so. It spares the decoder most of its steps from length to length.
-static void set_shortest(PairsData* pairs)
+// The place of a code's length behind min_len, from the 32 bits that begin with it; no place below
+// first is tried. The base of the longest codes is 0, so the search ends.
+static inline i32 find_length(const PairsData* pairs, i32 first, u32 top)
 {
-    for (u32 start = 0; start < 256; ++start) {
-        u8 i = 0;
-        while ((start << 24 | 0xffffff) < pairs->base[i]) {
-            ++i;
+    i32 i = first;
+    while (top < pairs->base[i]) {
+        ++i;
+    }
+    return i;
+}
+
+// The symbol of a code whose length has place i.
+static inline u32 symbol_of(const PairsData* pairs, i32 i, u32 top)
+{
+    const i32 unused = 32 - (pairs->min_len + i);
+    return tb_u16(pairs->offset + 2 * i) + ((top - pairs->base[i]) >> unused);
+}
+
+// Takes apart what a block's next bits can be. The base of a length has no bits beyond that length:
+// so the codes that end within these bits are the same whatever follows, and where all that follows
+// is 1 the first code has the shortest length that it can have.
+static void set_runs(PairsData* pairs)
+{
+    static constexpr u32 rest = (1U << (32 - run_bits)) - 1;
+    for (u32 next = 0; next < pairs_runs; ++next) {
+        u32 top = next << (32 - run_bits);
+        PairsRun* run = &pairs->runs[next];
+        run->shortest = static_cast<u8>(find_length(pairs, 0, top | rest));
+        i32 bits = 0;
+        i32 values = 0;
+        for (;;) {
+            const i32 i = find_length(pairs, 0, top);
+            const i32 length = pairs->min_len + i;
+            if (bits + length > run_bits) {
+                break;
+            }
+            values += pairs->symlen[symbol_of(pairs, i, top)] + 1;
+            bits += length;
+            top <<= length;
         }
-        pairs->shortest[start] = i;
+        run->bits = static_cast<u8>(bits);
+        run->last = static_cast<u16>(values - 1); // without a whole code the greatest number
     }
 }
 
@@ -208,14 +274,17 @@ static void set_shortest(PairsData* pairs)
 static PairsData* new_pairs(i32 lengths, u32 num_syms, u64 table_size)
 {
     const size_t bases = static_cast<size_t>(lengths) * sizeof(u32);
-    void* block = malloc(sizeof(PairsData) + bases + num_syms);
+    const size_t halves = num_syms * sizeof(SymbolHalves);
+    const size_t size = sizeof(PairsData) + bases + halves + num_syms;
+    void* block = malloc(size);
     if (block == nullptr) {
         return nullptr;
     }
     PairsData* pairs = static_cast<PairsData*>(block);
-    memset(block, 0, sizeof(PairsData) + bases + num_syms);
+    memset(block, 0, size);
     pairs->base = reinterpret_cast<u32*>(pairs + 1);
-    pairs->symlen = reinterpret_cast<u8*>(pairs + 1) + bases;
+    pairs->halves = pairs->base + lengths;
+    pairs->symlen = reinterpret_cast<u8*>(pairs->halves + num_syms);
     pairs->table_size = table_size;
     return pairs;
 }
@@ -232,19 +301,18 @@ PairsData* tb_setup_pairs(
         return nullptr;
     }
     pairs->offset = header.offset;
-    pairs->sympat = header.sympat;
     pairs->end = end;
     pairs->blocks = header.blocks;
     pairs->size_entries = header.size_entries;
     pairs->block_size = header.block_size;
     pairs->idx_bits = header.idx_bits;
     pairs->min_len = header.min_len;
-    if (!measure_symbols(pairs, header.num_syms, highest)
+    if (!measure_symbols(pairs, &header, highest)
         || !set_bases(pairs, header.lengths, header.num_syms)) {
         free(pairs);
         return nullptr;
     }
-    set_shortest(pairs);
+    set_runs(pairs);
     // The last stretch of the index table may be cut short by the end of the table. None of the
     // sums can wrap around: a table has less than 2^40 values, and the blocks less than 2^63 bytes.
     const u64 stretch = 1ULL << header.idx_bits;
@@ -268,10 +336,13 @@ PairsData* tb_one_value(i32 value, u64 table_size)
 
 // The blocks' bits run from the highest of a byte to the lowest and so on: the numbers of the
 // decoder have the first byte on top, other than all else in the file.
-static inline u32 big_endian_u32(const u8* bytes)
+static inline u64 big_endian_u64(const u8* bytes)
 {
-    return static_cast<u32>(bytes[0]) << 24 | static_cast<u32>(bytes[1]) << 16
-        | static_cast<u32>(bytes[2]) << 8 | bytes[3];
+    u64 number = 0;
+    for (i32 i = 0; i < 8; ++i) {
+        number = number << 8 | bytes[i];
+    }
+    return number;
 }
 
 // Values in a block, minus 1.
@@ -313,62 +384,74 @@ static inline bool find_block(const PairsData* pairs, u64 index, u64* block_foun
     return block < end;
 }
 
+// The bits of a block behind those passed, the first on top. They come from two words of the block,
+// so there are 33 at least. Returns false if the words are not all in the mapping; the checksum
+// behind the data lets the first two of every block be read.
+static inline bool load_bits(const PairsData* pairs, const u8* start, i32 passed, u64* bits)
+{
+    const u8* next = start + 4 * (passed / 32);
+    if (pairs->end - next < 8) {
+        return false;
+    }
+    *bits = big_endian_u64(next) << (passed & 31);
+    return true;
+}
+
+static inline const PairsRun* next_run(const PairsData* pairs, u64 bits)
+{
+    return &pairs->runs[bits >> (64 - run_bits)];
+}
+
 // The symbol in a block that holds the value at *place, which becomes the place in the symbol; -1
-// if the bits run on beyond the mapping.
+// if the bits run on beyond the mapping. In front of the symbol there are 80 codes in the mean,
+// most of one bit or two. So they are passed over by runs, as many as the bits are sure to last
+// for, and only those of the last run and the long ones are looked at one by one.
 static inline i32 find_symbol(const PairsData* pairs, u64 block, i32* place)
 {
-    // A block has at most 65536 values and every symbol at least one, so this ends. The checksum
-    // behind the data lets the first 8 bytes of every block be read.
-    const u8* next = pairs->data + (block << pairs->block_size);
-    // The next bits stand at the top; used counts those of them that have gone, and as soon as 32
-    // have, 32 new ones come in below. So 32 bits at least are there for a code.
-    u64 bits = static_cast<u64>(big_endian_u32(next)) << 32 | big_endian_u32(next + 4);
-    next += 8;
-    i32 used = 0;
+    static constexpr i32 runs_at_once = 33 / run_bits;
+    // A block has at most 65536 values and every code has at least one, so this ends.
+    const u8* start = pairs->data + (block << pairs->block_size);
     i32 lit = *place;
-    for (;;) {
-        const u32 top = static_cast<u32>(bits >> 32);
-        i32 i = pairs->shortest[top >> 24];
-        while (top < pairs->base[i]) {
-            ++i;
+    i32 passed = 0;
+    u64 bits;
+    while (load_bits(pairs, start, passed, &bits)) {
+        const PairsRun* run = next_run(pairs, bits);
+        if (lit > run->last) {
+            for (i32 k = 0; k < runs_at_once && lit > run->last; ++k) {
+                lit -= run->last + 1;
+                passed += run->bits;
+                bits <<= run->bits;
+                run = next_run(pairs, bits);
+            }
+            continue;
         }
-        const i32 length = pairs->min_len + i;
-        const u32 symbol =
-            tb_u16(pairs->offset + 2 * i) + ((top - pairs->base[i]) >> (32 - length));
         // Whole symbols are passed over without being taken apart.
+        const u32 top = static_cast<u32>(bits >> 32);
+        const i32 i = find_length(pairs, run->shortest, top);
+        const u32 symbol = symbol_of(pairs, i, top);
         const i32 values = pairs->symlen[symbol] + 1;
         if (lit < values) {
             *place = lit;
             return static_cast<i32>(symbol);
         }
         lit -= values;
-        bits <<= length;
-        used += length;
-        if (used >= 32) {
-            used -= 32;
-            if (pairs->end - next < 4) {
-                return -1;
-            }
-            bits |= static_cast<u64>(big_endian_u32(next)) << used;
-            next += 4;
-        }
+        passed += pairs->min_len + i;
     }
+    return -1;
 }
 
-// Follows a symbol's halves down to the value at place.
+// Follows a symbol's halves down to the value at place. Which half comes next hangs on chance, so
+// it is chosen without a branch.
 static inline i32 expand_symbol(const PairsData* pairs, u32 symbol, i32 place)
 {
-    while (pairs->symlen[symbol] != 0) {
-        const u32 left = left_symbol(pairs->sympat, symbol);
-        const i32 values = pairs->symlen[left] + 1;
-        if (place < values) {
-            symbol = left;
-        } else {
-            place -= values;
-            symbol = right_symbol(pairs->sympat, symbol);
-        }
+    SymbolHalves halves = pairs->halves[symbol];
+    while (right_half(halves) != leaf_mark) {
+        const i32 values = left_symlen(halves) + 1;
+        const bool right = place >= values;
+        place -= right ? values : 0;
+        halves = pairs->halves[right ? right_half(halves) : left_half(halves)];
     }
-    return static_cast<i32>(left_symbol(pairs->sympat, symbol) & 255);
+    return static_cast<i32>(left_half(halves));
 }
 
 i32 tb_decompress_pairs(const PairsData* pairs, u64 index)

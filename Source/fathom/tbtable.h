@@ -18,26 +18,38 @@ inline constexpr i32 tb_map_lists = 4;  // wins, losses, and those that the fift
 inline constexpr i32 tb_name_size = 16; // a table's name with its NUL
 inline constexpr i32 tb_code_count = 16;
 
+// The codes that are whole in the next 8 bits of a block. A decoder passes over them at once if the
+// value that it looks for lies behind them: with one code after the other a probe takes half as
+// long again.
+struct PairsRun {
+    u16 last; // values of the codes minus 1; 65535, which no value's place exceeds, without a code
+    u8 bits;  // of the codes
+    u8 shortest; // the first length that the first code may have, from min_len on
+};
+inline constexpr u32 pairs_runs = 256;
+
+using SymbolHalves = u32; // packed by tbpairs.cpp
+
 // Decodes one section: a block of values compressed by pairing symbols and Huffman codes. One
-// allocation, with base and symlen behind the record, so that one free gives all of it back. All
-// pointers into the file have been checked against the end of the mapping. The blocks' bits are
-// too many to be checked when the file is opened, so end goes along and the decoder looks.
+// allocation, with base, halves and symlen behind the record, so that one free gives all of it
+// back. All pointers into the file have been checked against the end of the mapping. The blocks'
+// bits are too many to be checked when the file is opened, so end goes along and the decoder looks.
 struct PairsData {
-    const u8* index_table; // 6 bytes each: u32 block, u16 place in the block
-    const u8* size_table;  // u16 each: values of a block minus 1
-    const u8* data;        // the blocks
-    const u8* offset;      // u16 each: first symbol of a code length, from min_len on
-    u8* symlen;            // values of a symbol minus 1
-    const u8* sympat;      // 3 bytes each: two halves of 12 bits
-    const u8* end;         // of the mapping
-    u64 table_size;        // values in the section
-    u32 blocks;            // blocks with data
-    u32 size_entries;      // blocks and the padding behind them, in size_table
-    i32 block_size;        // log2 of the bytes of a block
-    i32 idx_bits;          // log2 of the values per index entry; 0 marks a one-value section
-    i32 min_len;           // shortest code length, or the one value
-    u32* base;             // per length from min_len on: its smallest code, left-aligned
-    u8 shortest[256];      // by the next 8 bits: the first length to be tried, from min_len on
+    const u8* index_table;     // 6 bytes each: u32 block, u16 place in the block
+    const u8* size_table;      // u16 each: values of a block minus 1
+    const u8* data;            // the blocks
+    const u8* offset;          // u16 each: first symbol of a code length, from min_len on
+    u8* symlen;                // values of a symbol minus 1
+    SymbolHalves* halves;      // of a symbol; of one whose values are all the same, as of a leaf
+    const u8* end;             // of the mapping
+    u64 table_size;            // values in the section
+    u32 blocks;                // blocks with data
+    u32 size_entries;          // blocks and the padding behind them, in size_table
+    i32 block_size;            // log2 of the bytes of a block
+    i32 idx_bits;              // log2 of the values per index entry; 0 marks a one-value section
+    i32 min_len;               // shortest code length, or the one value
+    u32* base;                 // per length from min_len on: its smallest code, left-aligned
+    PairsRun runs[pairs_runs]; // by the next 8 bits
 };
 
 // One section: its decoding, and the order and weights of its pieces in the index. Every section
