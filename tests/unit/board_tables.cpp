@@ -371,13 +371,16 @@ static bool kpk_can_occur(i32 black_moves, i32 pawn, i32 king, i32 lone)
     return black_moves || !pawn_hits(pawn, lone);
 }
 
+// The table that the plain rules below look positions up in: the program's, or one being solved.
+static const u8 (*kpk_values)[32][64][64] = kpk_table;
+
 static bool kpk_won(i32 black_moves, i32 pawn, i32 king, i32 lone)
 {
     // A new queen wins if it is not taken at once.
     if (pawn >= 56) {
         return !are_neighbours(lone, pawn) || are_neighbours(king, pawn);
     }
-    return kpk_table[black_moves][pawn % 8 + 4 * (pawn / 8)][king][lone] == 2;
+    return kpk_values[black_moves][pawn % 8 + 4 * (pawn / 8)][king][lone] == 2;
 }
 
 static bool white_can_win(i32 pawn, i32 king, i32 lone)
@@ -433,6 +436,47 @@ TEST_F(BoardTables, KpkValuesFollowFromTheValuesOneMoveOn)
                 ASSERT_EQ(kpk_won(1, pawn, king, lone), black_is_lost(pawn, king, lone))
                     << pawn << " " << king << " " << lone;
             }
+        }
+    }
+}
+
+// Marks what the rules find to be won, given the wins marked so far; whether there was any more.
+static bool mark_wins(i32 pawn, u8 solved[2][32][64][64])
+{
+    const i32 index = pawn % 8 + 4 * (pawn / 8);
+    bool changed = false;
+    for (i32 kings = 0; kings < 4096; ++kings) {
+        const i32 king = kings / 64;
+        const i32 lone = kings % 64;
+        u8* white_moves = &solved[0][index][king][lone];
+        u8* black_moves = &solved[1][index][king][lone];
+        if (*white_moves != 2 && kpk_can_occur(0, pawn, king, lone)
+            && white_can_win(pawn, king, lone)) {
+            *white_moves = 2;
+            changed = true;
+        }
+        if (*black_moves != 2 && kpk_can_occur(1, pawn, king, lone)
+            && black_is_lost(pawn, king, lone)) {
+            *black_moves = 2;
+            changed = true;
+        }
+    }
+    return changed;
+}
+
+TEST_F(BoardTables, KpkIsWhatGoingThroughAllPositionsFinds)
+{
+    static u8 solved[2][32][64][64];
+    memset(solved, 1, sizeof solved);
+    kpk_values = solved;
+    for (i32 pawn = 55; pawn >= 8; --pawn) {
+        while (pawn % 8 <= 3 && mark_wins(pawn, solved)) { }
+    }
+    kpk_values = kpk_table;
+    for (i32 black_moves = 0; black_moves < 2; ++black_moves) {
+        for (i32 index = 4; index < 28; ++index) {
+            EXPECT_EQ(memcmp(solved[black_moves][index], kpk_table[black_moves][index], 64 * 64), 0)
+                << black_moves << " " << index;
         }
     }
 }
