@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "test_support.h"
@@ -84,4 +85,45 @@ TEST(BoardPerft, KeepsStateOfThePly)
     EXPECT_EQ(count_leaves(pos, 1), 5u);
     EXPECT_EQ(rec->check_sq, NoSquare);
     EXPECT_EQ(rec->in_check, 0);
+}
+
+// Every legal move of a position is found by making it: what the count of the last ply takes for
+// legal without a look included.
+static u64 count_by_making(Position* pos)
+{
+    MoveEntry moves[max_list_moves];
+    const MoveEntry* end = gen_moves_into(pos, moves);
+    const i32 side = pos->stm;
+    u64 legal = 0;
+    for (const MoveEntry* entry = moves; entry < end; ++entry) {
+        const i32 from = from_square(entry->move);
+        const i32 to = to_square(entry->move);
+        const bool castling = pos->king_sq[side] == from && std::abs(to - from) == 2;
+        const bool passes = !castling
+            || (!is_attacked(pos, from, side ^ 1) && !is_attacked(pos, (from + to) / 2, side ^ 1));
+        make_move(pos, entry->move);
+        legal += passes && !is_attacked(pos, pos->king_sq[side], side ^ 1);
+        unmake_move(pos);
+    }
+    return legal;
+}
+
+// One move on from the stored positions there are pins, checks and en passant of all kinds.
+TEST(BoardPerft, LastPlyCountsWhatMakingTheMovesFinds)
+{
+    for (const auto& row : read_tsv("perft.tsv")) {
+        Position* pos = set_position(row[0]);
+        gen_all_moves(pos); // which also gives the next ply its place for a list
+        const MoveEntry* entry = dialogue.game->ply_rec[1].list_start;
+        for (; entry->move != EndOfList; ++entry) {
+            if (!is_legal_move(pos, pos->stm, entry->move)) {
+                continue;
+            }
+            make_move(pos, entry->move);
+            store(pos->thread->counters[CountNodes], 0);
+            perft(pos->thread, pos->stm, 2, 1);
+            EXPECT_EQ(load(pos->thread->counters[CountNodes]), count_by_making(pos)) << row[0];
+            unmake_move(pos);
+        }
+    }
 }
