@@ -4,6 +4,8 @@
 
 #include "board/position.h"
 
+// ---- notation.cpp
+
 // Coordinate text of a move that is not 0. out holds at least 8 bytes.
 // A promotion ends in q, n, b or r in UCI mode, in =Q, =N, =B or =R at the console.
 void move_text(Move move, char* out);
@@ -21,6 +23,8 @@ void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, 
 // pos->thread alone.
 [[nodiscard]] i32 parse_move(Position* pos, char* text, Move* move);
 
+// ---- epd_text.cpp
+
 // Sizes of the buffers of read_epd_ops, with their NUL.
 inline constexpr i32 epd_pos_size = 512;
 inline constexpr i32 epd_operand_size = 328;
@@ -34,6 +38,8 @@ i32 read_epd_ops(
 // The operand of one operation of an EPD line as it stands, blanks and all, so that its words can
 // be told apart; empty if the line has none. operand holds size bytes, longer ones are cut.
 void read_epd_list(const char* line, const char* opcode, char* operand, size_t size);
+
+// ---- Words
 
 // The square of a file and a rank letter, 0 to 255; above 63 it is none.
 inline i32 square_of_text(const char* text)
