@@ -2,6 +2,8 @@
 // long for its buffer is cut, never an error.
 #pragma once
 
+#include <string_view>
+
 #include "board/position.h"
 
 // ---- notation.cpp
@@ -22,6 +24,9 @@ void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, 
 // character. Returns the number of moves that fit: at 1 the move is stored. Leaves the lists of
 // pos->thread alone.
 [[nodiscard]] i32 parse_move(Position* pos, char* text, Move* move);
+
+// The same for a text that stays as it is.
+[[nodiscard]] i32 find_move(Position* pos, std::string_view text, Move* move);
 
 // ---- epd_text.cpp
 

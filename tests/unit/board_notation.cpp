@@ -481,11 +481,30 @@ static std::string parse_slowly(const std::vector<WrittenMove>& moves, const std
     return matches == 2 ? "ambiguous move\n" : matches == 1 ? text_of(found) : "0";
 }
 
-// Every form of every move and some texts near them, through both readers.
+// What find_move gives, told the same way. It says nothing to the user.
+static std::string find_on_board(Position* pos, const std::string& text)
+{
+    Move move = NoMove;
+    const i32 matches = find_move(pos, text, &move);
+    return matches == 2 ? "ambiguous move\n" : matches == 1 ? text_of(move) : "0";
+}
+
+// Both readers beside the slow one.
+static void compare_readers_of(
+    Position* pos, const std::vector<WrittenMove>& moves, const std::string& text)
+{
+    const std::string expected = parse_slowly(moves, text);
+    EXPECT_EQ(expected, parse_on_board(text)) << fen_of(pos) << ' ' << text;
+    EXPECT_EQ(expected, find_on_board(pos, text)) << fen_of(pos) << ' ' << text;
+}
+
+// Every form of every move and some texts near them.
 static void compare_readers(Position* pos, u64* state)
 {
     std::vector<std::string> texts = { "", "=Q", "o-o", "O-O-O", "e4", "d5", "ed", "cd=N", "Kf1",
-        "Nf3", "Qd1", "P", "x", "Pe4", "e9", "i4", "e", "4" };
+        "Nf3", "Qd1", "P", "x", "Pe4", "e9", "i4", "e", "4", "+", "Nf3++", "e4+d5", "e8=Q+", "exd6",
+        "xe4", "Nxx4", "N9f3", "Ni4f3", "a1", "h8", std::string(40, 'N'),
+        "Nf3" + std::string(40, '!') };
     const std::vector<WrittenMove> moves = write_legal_moves(pos);
     static MoveEntry list[max_list_moves];
     const MoveEntry* end = gen_moves_into(pos, list);
@@ -497,14 +516,14 @@ static void compare_readers(Position* pos, u64* state)
         }
     }
     for (const std::string& text : texts) {
-        EXPECT_EQ(parse_slowly(moves, text), parse_on_board(text)) << fen_of(pos) << ' ' << text;
+        compare_readers_of(pos, moves, text);
         if (text.empty() || next_random(state, 8) != 0) {
             continue;
         }
         std::string other = text;
         other[next_random(state, static_cast<u32>(other.size()))] =
             "abcdefgh12345678NBRQKxo=+-"[next_random(state, 26)];
-        EXPECT_EQ(parse_slowly(moves, other), parse_on_board(other)) << fen_of(pos) << ' ' << other;
+        compare_readers_of(pos, moves, other);
     }
 }
 
