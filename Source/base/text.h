@@ -56,6 +56,13 @@ inline i64 read_integer(const char* text)
     const bool negative = *text == '-';
     const char* digits = negative || *text == '+' ? text + 1 : text;
     const char* end = digits;
+    i64 shortened = 0; // the number, if it has few digits: nearly all have
+    while (is_digit(*end) && end - digits < std::numeric_limits<i64>::digits10) {
+        shortened = 10 * shortened + (*end++ - '0');
+    }
+    if (!is_digit(*end)) {
+        return negative ? -shortened : shortened;
+    }
     while (is_digit(*end)) {
         ++end;
     }
@@ -81,12 +88,44 @@ inline i32 read_i32(const char* text)
     return static_cast<i32>(value);
 }
 
+// Reads a number as nearly all are written: a sign at most, some digits, and a point among them.
+// Returns false for any other. Both the digits as a number and the power of ten are exact, so that
+// their quotient, rounded once, is what strtod gives after many more steps.
+inline bool read_short_real(const char* text, f64* value)
+{
+    constexpr i32 most_digits = 15; // any number of so many is below 2^53
+    constexpr f64 powers_of_ten[most_digits + 1] = { 1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8,
+        1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15 };
+    const bool negative = *text == '-';
+    text += negative || *text == '+';
+    i64 number = 0;
+    i32 digits = 0;
+    for (; is_digit(*text) && digits < most_digits; ++digits) {
+        number = 10 * number + (*text++ - '0');
+    }
+    const i32 before = digits;
+    text += *text == '.';
+    for (; is_digit(*text) && digits < most_digits; ++digits) {
+        number = 10 * number + (*text++ - '0');
+    }
+    // A letter may go on with an exponent or be the mark of a hexadecimal number.
+    if (digits == 0 || is_digit(*text) || is_letter(*text)) {
+        return false;
+    }
+    const f64 size = static_cast<f64>(number) / powers_of_ten[digits - before];
+    *value = negative ? -size : size;
+    return true;
+}
+
 // The real number at the start of text; not a number gives 0. By strtod, because a user may write
 // what it reads and from_chars does not: white space, a plus, a hexadecimal number, or one too
 // large for any, which is infinity.
 inline f64 read_real(const char* text)
 {
-    const f64 value = strtod(text, nullptr);
+    f64 value;
+    if (!read_short_real(text, &value)) {
+        value = strtod(text, nullptr);
+    }
     return value == value ? value : 0.0;
 }
 

@@ -1,6 +1,7 @@
 // Texts that grow, and numbers read out of texts.
 #include "base/text.h"
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -51,6 +52,34 @@ TEST(Text, IntegersAreReadAsTheLibraryReadsThem)
             text += " \t+-0123456789x"[next_random(&state, 15)];
         }
         EXPECT_EQ(read_integer(text.c_str()), strtoll(text.c_str(), nullptr, 10)) << text;
+    }
+}
+
+// Bit by bit, so that a zero has its sign.
+static void compare_real(const std::string& text)
+{
+    const f64 expected = strtod(text.c_str(), nullptr);
+    EXPECT_EQ(std::bit_cast<u64>(read_real(text.c_str())),
+        std::bit_cast<u64>(expected == expected ? expected : 0.0))
+        << '"' << text << '"';
+}
+
+TEST(Text, RealNumbersAreReadAsTheLibraryReadsThem)
+{
+    for (const char* text :
+        { "", "-", "+", ".", "-.", "0", "-0", "+0.0", "-0.00", ".5", "5.", "-.5x", "1..5", "1.2.3",
+            "0x10", "0x1p3", "1e3", "1.5e", "2.05", "-2.05/12", " 1", "\t-1.5", "inf", "-infinity",
+            "nan", "999999999999999", "9999999999999999", "0.999999999999999", "0.00000000000001",
+            "0.000000000000001", "123456789.0123456789", "1,5" }) {
+        compare_real(text);
+    }
+    u64 state = 7;
+    for (i32 round = 0; round < 50000; ++round) {
+        std::string text;
+        for (u32 left = next_random(&state, 20); left > 0; --left) {
+            text += "0123456789012345678901234567..-+ex"[next_random(&state, 34)];
+        }
+        compare_real(text);
     }
 }
 
