@@ -25,8 +25,10 @@ const char square_name[64][3] = {
 // clang-format on
 
 // Letters by piece code in a position text, and in the board view, whose black pawn is an o: beside
-// each other p and P are hard to tell apart. Blanks stand for codes that are no piece.
+// each other p and P are hard to tell apart. Blanks stand for codes that are no piece; the nought
+// for empty squares in a rank is what their number is added to.
 static constexpr std::string_view fen_letters = " PNBRQK  pnbrqk";
+static constexpr std::string_view rank_letters = "0PNBRQK  pnbrqk";
 static constexpr std::string_view view_letters = "-PNBRQK -onbrqk";
 
 // By the bit of the right.
@@ -47,7 +49,6 @@ static constexpr CastleHome castle_homes[] = {
     { BlackLong, piece_code(Black, King), 60, piece_code(Black, Rook), 56 },
 };
 
-static constexpr u64 first_rank_squares = 0xff;
 static constexpr i32 last_piece_code = piece_code(Black, King);
 
 // ---- Setting up
@@ -257,32 +258,26 @@ u64 compute_pawn_key(const Position* pos)
 
 // ---- Text
 
-// Writes one rank, empty squares as their number, and returns the end.
+// Writes one rank, empty squares as their number, and returns the end. Every square writes its
+// character, which is its piece or the number of empty squares up to it; that one takes the place
+// of the number before it. There is nothing that the processor could guess wrong.
 static char* write_rank(const Position* pos, i32 rank, char* out)
 {
-    u64 pieces = occupied(pos) >> square_at(0, rank) & first_rank_squares;
-    i32 file = 0;
-    while (pieces != 0) {
-        const i32 next = pop_lowest(&pieces);
-        if (next > file) {
-            *out++ = static_cast<char>('0' + next - file);
-        }
-        *out++ = fen_letters[pos->board[square_at(next, rank)]];
-        file = next + 1;
-    }
-    if (file < 8) {
-        *out++ = static_cast<char>('0' + 8 - file);
+    const u8* squares = pos->board + square_at(0, rank);
+    i32 empty = 0;
+    for (i32 file = 0; file < 8; ++file) {
+        empty = (empty + 1) & -static_cast<i32>(squares[file] == NoPiece);
+        out += empty < 2;
+        out[-1] = static_cast<char>(rank_letters[squares[file]] + empty);
     }
     return out;
 }
 
-// Only the four fields that make a position: a clock and a move number are of the game.
-void make_fen(const Position* pos, char* out)
+// Writes what stands behind the pieces, from the blank before the side to move to the NUL, and
+// returns where that is.
+static char* write_state(const Position* pos, char* out)
 {
-    for (i32 rank = 7; rank >= 0; --rank) {
-        out = write_rank(pos, rank, out);
-        *out++ = rank > 0 ? '/' : ' ';
-    }
+    *out++ = ' ';
     *out++ = pos->stm == White ? 'w' : 'b';
     *out++ = ' ';
     for (i32 i = 0; i < 4; ++i) {
@@ -294,7 +289,48 @@ void make_fen(const Position* pos, char* out)
         *out++ = '-';
     }
     *out++ = ' ';
-    copy_text(out, 3, pos->ep_square < NoSquare ? square_name[pos->ep_square] : "-");
+    if (pos->ep_square < NoSquare) {
+        *out++ = square_name[pos->ep_square][0];
+        *out++ = square_name[pos->ep_square][1];
+    } else {
+        *out++ = '-';
+    }
+    *out = '\0';
+    return out;
+}
+
+// Only the four fields that make a position: a clock and a move number are of the game.
+void make_fen(const Position* pos, char* out)
+{
+    for (i32 rank = 7; rank >= 0; --rank) {
+        out = write_rank(pos, rank, out);
+        *out++ = '/';
+    }
+    write_state(pos, out - 1);
+}
+
+// A move changes two ranks of eight, and the others are copied in one step each, whatever their
+// length.
+char* make_next_fen(const Position* pos, RankTexts* ranks, char* out)
+{
+    u64 squares[8];
+    memcpy(squares, pos->board, sizeof squares);
+    u64 changed = 0;
+    for (i32 rank = 0; rank < 8; ++rank) {
+        changed |= u64 { ranks->squares[rank] != squares[rank] } << rank;
+    }
+    while (changed != 0) {
+        const i32 rank = pop_lowest(&changed);
+        const char* end = write_rank(pos, rank, ranks->text[rank]);
+        ranks->size[rank] = static_cast<u8>(end - ranks->text[rank]);
+        ranks->squares[rank] = squares[rank];
+    }
+    for (i32 rank = 7; rank >= 0; --rank) {
+        memcpy(out, ranks->text[rank], sizeof ranks->text[rank]);
+        out += ranks->size[rank];
+        *out++ = '/';
+    }
+    return write_state(pos, out - 1);
 }
 
 // Dark squares and light ones differ where they are empty, so that diagonals can be followed.

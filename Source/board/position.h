@@ -109,6 +109,17 @@ void remove_piece(Position* pos, i32 square);
 inline constexpr i32 fen_size = 128;
 void make_fen(const Position* pos, char* out);
 
+// The ranks of the position text written last, at first those of an empty board.
+struct RankTexts {
+    u64 squares[8] = {}; // the piece codes of each, a byte for a square
+    char text[8][8] = { "8", "8", "8", "8", "8", "8", "8", "8" };
+    u8 size[8] = { 1, 1, 1, 1, 1, 1, 1, 1 };
+};
+
+// The same as make_fen for one position of a game after the other: writes anew only the ranks that
+// have changed since the last call. Returns where the NUL is.
+char* make_next_fen(const Position* pos, RankTexts* ranks, char* out);
+
 // Writes the board for a person to look at into out, which holds at least board_view_size bytes:
 // eight lines, rank 8 first.
 inline constexpr i32 board_view_size = 8 * 18 + 1;

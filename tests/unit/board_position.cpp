@@ -308,6 +308,26 @@ TEST(BoardPosition, HalfMoveClockIsNotInTheKey)
 
 // ---- make_fen and print_board
 
+// The position text made from the ranks that changed, beside the one made from all.
+TEST(BoardPosition, NextFenIsTheFenWhateverChanged)
+{
+    u64 state = 11;
+    RankTexts ranks;
+    for (i32 game = 0; game < 20; ++game) {
+        Position* pos = set_position(game % 2 == 0
+                ? start_text
+                : "r3k2r/pPppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -");
+        // Castling, promotions and positions that are passed over among them.
+        for (i32 step = 0; step < 100; ++step) {
+            char text[fen_size];
+            const char* end = make_next_fen(pos, &ranks, text);
+            ASSERT_EQ(text, fen_of(pos));
+            ASSERT_EQ(end, text + strlen(text));
+            play_random_moves(pos, &state, 1 + static_cast<i32>(next_random(&state, 3)));
+        }
+    }
+}
+
 TEST(BoardPosition, TextOfAPositionGivesTheTextBack)
 {
     for (const std::string& text : sample_positions(1)) {
