@@ -198,6 +198,7 @@ int open_output(OutputFile* out, const char* name, const char* unfinished)
     if (out->file == nullptr) {
         return errno;
     }
+    setvbuf(out->file, out->buffer, _IOFBF, sizeof out->buffer);
     flock(fileno(out->file), LOCK_EX | LOCK_NB);
     return 0;
 }

@@ -54,6 +54,7 @@ struct OutputFile {
     FILE* file;
     const char* name;       // what it is to be called
     const char* unfinished; // what it is called until then; an older file of that name is lost
+    char buffer[65536];     // of file, whose own would be written out by every 4 KB
 };
 
 // Opens a file for writing. Returns 0 or the error; EBUSY if another run is writing it just now.

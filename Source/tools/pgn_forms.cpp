@@ -19,8 +19,9 @@
 
 static constexpr i32 comment_size = 512;
 static constexpr i32 position_line_size = fen_size + 64; // a move, a number and a result behind it
-static constexpr i32 lowest_eval = 1 - ScoreMate;        // what lies below is none
-static constexpr f64 pawn = 0.01;                        // of a centipawn
+static constexpr i32 lines_size = 8192;           // of the lines that are written in one step
+static constexpr i32 lowest_eval = 1 - ScoreMate; // what lies below is none
+static constexpr f64 pawn = 0.01;                 // of a centipawn
 
 // When a move counts as a blunder: how the opponent's evaluations before it and after the next
 // replies go on. Centipawns. One high evaluation may be a mistake of the opponent, so its own next
@@ -52,9 +53,9 @@ static constexpr struct {
 // How a line ends behind its evaluation, by the result for the side to move. The two
 // forms name it differently: gr is what -mktune and the trainer read.
 struct ResultTexts {
-    const char* won;
-    const char* drawn;
-    const char* lost;
+    std::string_view won;
+    std::string_view drawn;
+    std::string_view lost;
 };
 static constexpr ResultTexts tuning_results = { "; gr 1.0;\n", "; gr 0.5;\n", "; gr 0.0;\n" };
 static constexpr ResultTexts ending_results = { "; tune 1.00000;\n", "; tune 0.50000;\n",
@@ -73,14 +74,20 @@ struct ReplayedGame {
     Move move; // that of the present index
     i32 written;
     char fen[fen_size];
+    RankTexts ranks;
+    i32 lines_used;
+    char lines[lines_size]; // that are not in the file yet
 };
 
 // Reads the move of index i. It is an ambiguous or unknown text that ends the game: without the
-// move the position is lost. read_move may make the text one character longer, so the copy has
-// room.
+// move the position is lost. read_move tells the user why; it may make the text one character
+// longer, so the copy has room.
 static bool read_scanned_move(ReplayedGame* replay, i32 i)
 {
     const ScannedMove* scanned = &replay->game->moves[i];
+    if (find_move(replay->pos, { scanned->text, scanned->size }, &replay->move) == 1) {
+        return true;
+    }
     char text[sizeof scanned->text + 1];
     memcpy(text, scanned->text, sizeof scanned->text);
     if (read_move(replay->pos, text, &replay->move)) {
@@ -190,19 +197,28 @@ static char* append_number(char* out, i32 number)
     return std::to_chars(out, out + longest_number, number).ptr;
 }
 
+static void write_lines(ReplayedGame* replay)
+{
+    fwrite(replay->lines, 1, static_cast<size_t>(replay->lines_used), replay->out);
+    replay->lines_used = 0;
+}
+
 // Writes a line with the position before move i, the move, its evaluation and more operations.
-// Millions of them are written, so they are put together without printf.
-static void write_position(ReplayedGame* replay, i32 i, const char* operations)
+// Millions of them are written, so they are put together without printf, and many go to the file
+// at once.
+static void write_position(ReplayedGame* replay, i32 i, std::string_view operations)
 {
     const ScannedMove* scanned = &replay->game->moves[i];
-    char line[position_line_size];
-    make_fen(replay->pos, line);
-    char* out = append_text(line + strlen(line), " bm ");
-    out = append_text(out, scanned->text);
-    out = append_text(out, "; ce ");
+    if (replay->lines_used > lines_size - position_line_size) {
+        write_lines(replay);
+    }
+    char* out = make_next_fen(replay->pos, &replay->ranks, replay->lines + replay->lines_used);
+    out = append_text(out, " bm ");
+    memcpy(out, scanned->text, sizeof scanned->text);
+    out = append_text(out + scanned->size, "; ce ");
     out = append_number(out, scanned->eval);
     out = append_text(out, operations);
-    fwrite(line, 1, static_cast<size_t>(out - line), replay->out);
+    replay->lines_used = static_cast<i32>(out - replay->lines);
     ++replay->written;
 }
 
@@ -215,7 +231,7 @@ static bool is_for_tuning(const ReplayedGame* replay, i32 i)
 }
 
 // The text for the result of the game from the view of the side to move at index i.
-static const char* result_text(const ScannedGame* game, i32 i, const ResultTexts* texts)
+static std::string_view result_text(const ScannedGame* game, i32 i, const ResultTexts* texts)
 {
     return game->result == NoWinner ? texts->drawn
         : game->result == i % 2     ? texts->won
@@ -277,7 +293,14 @@ static void write_rook_endings(ReplayedGame* replay)
 i32 write_scanned_game(Dialogue* dialogue, i32 form, const ScannedGame* game, ToolInput* input,
     FILE* out, FILE* refutations)
 {
-    ReplayedGame replay = { game, input, &dialogue->game->pos, out, refutations, NoMove, 0, "" };
+    ReplayedGame replay;
+    replay.game = game;
+    replay.input = input;
+    replay.pos = &dialogue->game->pos;
+    replay.out = out;
+    replay.refutations = refutations;
+    replay.written = 0;
+    replay.lines_used = 0;
     read_position(replay.pos, start_position);
     store(dialogue->limits.depth_limit, form == TuningPositions ? 1 : 0);
     store(noise, silent_noise);
@@ -296,5 +319,6 @@ i32 write_scanned_game(Dialogue* dialogue, i32 form, const ScannedGame* game, To
         write_rook_endings(&replay);
         break;
     }
+    write_lines(&replay);
     return replay.written;
 }

@@ -27,6 +27,7 @@ enum ScannedEval : i16 {
 
 struct ScannedMove {
     char text[8]; // as written, cut: the longest move, such as "Nb1xd2+" or "exd8=Q+", fits
+    u8 size;      // of text, without its NUL
     i16 eval;     // centipawns from the view of the side that made the move
     i32 line_number;
 };

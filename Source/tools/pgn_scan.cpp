@@ -1,8 +1,10 @@
 // The PGN scanner: games with an engine's evaluations in their comments become annotated games or
 // positions. Reading collects the moves of a game with their evaluations; the game is written by
 // pgn_forms.cpp when the next one begins. Nothing is searched, and only one game is in memory.
+#include <array>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "base/files.h"
 #include "base/output.h"
@@ -35,26 +37,27 @@ struct PgnScan {
     i64 positions;
 };
 
-static bool holds(const char* text, const char* part)
+static bool holds(std::string_view text, std::string_view part)
 {
-    return strstr(text, part) != nullptr;
+    return text.find(part) != text.npos;
 }
 
 // ---- Comments
 
-// A number in centipawns from White's view, as a comment "eval 25, depth 12" has it.
-static i16 eval_of_number(const char* text, bool white)
+// A number in centipawns from White's view, as a comment "eval 25, depth 12" has it. What ends the
+// comment ends the number, too.
+static i16 eval_of_number(std::string_view text, bool white)
 {
-    if (*text == '\0' || *text == ',') {
+    if (text.empty() || text[0] == ',') {
         return BadEval;
     }
-    const i64 value = read_i32(text);
+    const i64 value = read_i32(text.data());
     return narrow_to_i16(static_cast<f64>(white ? value : -value));
 }
 
-// The score of a word such as "+0.35", in pawns from the mover's view. It is cut, not rounded:
-// "-2.05" times 100 is a little less than 205 and gives -204.
-static i16 eval_of_score(const char* word)
+// The score of a word such as "+0.35", in pawns from the mover's view, which a slash ends. It is
+// cut, not rounded: "-2.05" times 100 is a little less than 205 and gives -204.
+static i16 eval_of_score(std::string_view word)
 {
     if (holds(word, "-M")) {
         return -mate_eval;
@@ -62,29 +65,30 @@ static i16 eval_of_score(const char* word)
     if (holds(word, "+M")) {
         return mate_eval;
     }
-    return narrow_to_i16(read_real(word) * centipawns);
+    return narrow_to_i16(read_real(word.data()) * centipawns);
 }
 
-// The word that ends before the slash, which is replaced: behind it stands the depth.
-static const char* word_before(char* text, char* slash)
+// The last word of a text, which ends at its last blank.
+static std::string_view last_word(std::string_view text)
 {
-    *slash = '\0';
-    const char* blank = strrchr(text, ' ');
-    return blank != nullptr ? blank + 1 : text;
+    return text.substr(text.rfind(' ') + 1);
 }
 
 // The evaluation that a comment gives the move before it, by the habits of the programs that play
-// matches. A move out of the book was not thought about and counts as even.
-static i16 judge_comment(char* text, bool white)
+// matches. A move out of the book was not thought about and counts as even. Behind the text stands
+// a brace or a NUL, so that no number goes on there.
+static i16 judge_comment(std::string_view text, bool white)
 {
     if (holds(text, "book")) {
         return 0;
     }
-    if (const char* number = strstr(text, "eval ")) {
-        return eval_of_number(number + strlen("eval "), white);
+    constexpr std::string_view mark = "eval ";
+    if (const size_t start = text.find(mark); start != text.npos) {
+        return eval_of_number(text.substr(start + mark.size()), white);
     }
-    if (char* slash = strchr(text, '/')) {
-        return eval_of_score(word_before(text, slash));
+    // Behind the slash stands the depth.
+    if (const size_t slash = text.find('/'); slash != text.npos) {
+        return eval_of_score(last_word(text.substr(0, slash)));
     }
     return BadEval;
 }
@@ -97,47 +101,26 @@ static void reset_comment(PgnScan* scan)
 }
 
 // The move before a comment is White's if an odd number of moves has been read.
-static void end_comment(PgnScan* scan)
+static void end_comment(PgnScan* scan, std::string_view text)
 {
     ScannedGame* game = &scan->game;
-    scan->comment[scan->comment_length] = '\0';
-    scan->comment_length = 0;
     // A move that found no room in the table takes its comment with it.
     if (game->count > 0 && game->lost_moves == 0) {
-        game->moves[game->count - 1].eval = judge_comment(scan->comment, game->count % 2 == 1);
+        game->moves[game->count - 1].eval = judge_comment(text, game->count % 2 == 1);
     }
 }
 
-// A line feed becomes a blank: an evaluation may be the first word of a comment's second line.
-static void add_to_comment(PgnScan* scan, char c)
+// A line feed, which is the last character of its line, becomes a blank: an evaluation may be the
+// first word of a comment's second line.
+static void add_to_comment(PgnScan* scan, std::string_view text)
 {
-    if (scan->comment_length < comment_size - 1) {
-        scan->comment[scan->comment_length++] = c == '\n' ? ' ' : c;
+    char* out = scan->comment + scan->comment_length;
+    const size_t size =
+        text.copy(out, static_cast<size_t>(comment_size - 1 - scan->comment_length));
+    if (size > 0 && out[size - 1] == '\n') {
+        out[size - 1] = ' ';
     }
-}
-
-// ---- Moves
-
-// Stores the move that text begins with and returns its length, the whole word's. Moves are taken
-// for what they look like; whether they can be played is seen when the game is written.
-static size_t read_move(PgnScan* scan, const char* text)
-{
-    ScannedGame* game = &scan->game;
-    const size_t length = strcspn(text, " \r\n");
-    if (game->count == max_scanned_moves) {
-        if (game->lost_moves++ == 0) {
-            refuse(&scan->input, scan->input.lines.line_number,
-                "the moves of a game behind half-move %d are left out", max_scanned_moves);
-        }
-        return length;
-    }
-    ScannedMove* move = &game->moves[game->count++];
-    const size_t kept = length < sizeof move->text ? length : sizeof move->text - 1;
-    memcpy(move->text, text, kept);
-    move->text[kept] = '\0';
-    move->eval = NoEval;
-    move->line_number = scan->input.lines.line_number;
-    return length;
+    scan->comment_length += static_cast<i32>(size);
 }
 
 // Comments may contain others and end with the outermost brace. A closing brace without an opening
@@ -147,25 +130,118 @@ static void read_brace(PgnScan* scan, char c)
     if (c == '{') {
         ++scan->comment_depth;
     } else if (scan->comment_depth > 0 && --scan->comment_depth == 0) {
-        end_comment(scan);
+        scan->comment[scan->comment_length] = '\0';
+        end_comment(scan, { scan->comment, static_cast<size_t>(scan->comment_length) });
+        scan->comment_length = 0;
     }
 }
 
-// Goes through a line, or a piece of one: comments and the moves outside of them. Numbers, dots and
-// results do not begin with a letter and so are passed over character by character.
+static const char* find_in(const char* text, const char* end, char c)
+{
+    return static_cast<const char*>(memchr(text, c, static_cast<size_t>(end - text)));
+}
+
+// Reads on in a comment and returns the place behind its next brace, or the end of the line. Mostly
+// that is the brace that ends it, and the comment stands in this line as a whole: then it is judged
+// where it stands, and only others are collected.
+static const char* read_comment(PgnScan* scan, const char* text, const char* end)
+{
+    const char* closing = find_in(text, end, '}');
+    const char* opening = find_in(text, closing != nullptr ? closing : end, '{');
+    const char* brace = opening != nullptr ? opening : closing;
+    if (brace == nullptr) {
+        add_to_comment(scan, { text, static_cast<size_t>(end - text) });
+        return end;
+    }
+    const std::string_view part = { text, static_cast<size_t>(brace - text) };
+    if (brace == closing && scan->comment_depth == 1 && scan->comment_length == 0) {
+        scan->comment_depth = 0;
+        end_comment(scan, part);
+    } else {
+        add_to_comment(scan, part);
+        read_brace(scan, *brace);
+    }
+    return brace + 1;
+}
+
+// ---- Moves
+
+// The length of the word that text begins with, which is not empty, and its first eight characters,
+// those behind it as NULs. A word of less is found in one step: a loop ends after two to five
+// characters, as no processor can guess. Bytes below '!' borrow from the next one and so get their
+// top bit; of those that have it the lowest is surely one.
+struct Word {
+    size_t size;
+    char start[8];
+};
+static Word first_word(const char* text)
+{
+    constexpr u64 every_byte = 0x0101010101010101ULL;
+    u64 bytes;
+    memcpy(&bytes, text, sizeof bytes);
+    const u64 ends = (bytes - every_byte * '!') & ~bytes & (every_byte << 7);
+    Word word;
+    word.size = ends != 0 ? static_cast<size_t>(lowest(ends)) / 8 : 8;
+    const char end = text[word.size];
+    if (ends != 0 && (end == ' ' || end == '\n' || end == '\r' || end == '\0')) {
+        bytes &= bit(static_cast<i32>(8 * word.size)) - 1;
+        memcpy(word.start, &bytes, sizeof bytes);
+        return word;
+    }
+    word.size = strcspn(text, " \r\n");
+    memset(word.start, 0, sizeof word.start);
+    memcpy(word.start, text, word.size < 8 ? word.size : 8);
+    return word;
+}
+
+// Stores the move that text begins with and returns its length, the whole word's. Moves are taken
+// for what they look like; whether they can be played is seen when the game is written.
+static size_t read_move(PgnScan* scan, const char* text)
+{
+    ScannedGame* game = &scan->game;
+    const Word word = first_word(text);
+    if (game->count == max_scanned_moves) {
+        if (game->lost_moves++ == 0) {
+            refuse(&scan->input, scan->input.lines.line_number,
+                "the moves of a game behind half-move %d are left out", max_scanned_moves);
+        }
+        return word.size;
+    }
+    ScannedMove* move = &game->moves[game->count++];
+    memcpy(move->text, word.start, sizeof move->text);
+    move->text[sizeof move->text - 1] = '\0';
+    move->size = static_cast<u8>(word.size < sizeof move->text ? word.size : sizeof move->text - 1);
+    move->eval = NoEval;
+    move->line_number = scan->input.lines.line_number;
+    return word.size;
+}
+
+// What is passed over outside of comments: numbers, dots and results do not begin with a letter.
+static constexpr auto passed_over = [] {
+    std::array<bool, 256> table {};
+    for (size_t c = 1; c < 256; ++c) {
+        table[c] = !is_letter(static_cast<char>(c)) && c != '{' && c != '}';
+    }
+    return table;
+}();
+
+// Goes through a line, or a piece of one: comments and the moves outside of them. Behind it there
+// is room for eight characters more.
 static void read_moves(PgnScan* scan, const char* line)
 {
-    while (*line != '\0') {
-        const char c = *line;
-        if (c == '{' || c == '}') {
-            read_brace(scan, c);
-        } else if (scan->comment_depth > 0) {
-            add_to_comment(scan, c);
-        } else if (is_letter(c)) {
+    const char* end = line + strlen(line);
+    while (line < end) {
+        if (scan->comment_depth > 0) {
+            line = read_comment(scan, line, end);
+        } else if (is_letter(*line)) {
             line += read_move(scan, line);
-            continue;
+        } else if (*line == '{' || *line == '}') {
+            read_brace(scan, *line++);
+        } else {
+            while (passed_over[static_cast<u8>(*line)]) {
+                ++line;
+            }
         }
-        ++line;
     }
 }
 
@@ -199,19 +275,19 @@ static void start_game(PgnScan* scan)
 }
 
 // The result that stands in quotes. Anything but a win of one side counts as a draw.
-static i32 result_of(char* tag)
+static i32 result_of(std::string_view tag)
 {
-    char* text = strchr(tag, '"');
-    if (text == nullptr) {
+    const size_t quote = tag.find('"');
+    if (quote == tag.npos) {
         return NoWinner;
     }
-    ++text;
-    text[strcspn(text, "\"")] = '\0';
+    tag.remove_prefix(quote + 1);
+    const std::string_view text = tag.substr(0, tag.find('"'));
     return holds(text, "1-0") ? White : holds(text, "0-1") ? Black : NoWinner;
 }
 
 // A game that a tag marks as broken off gives nothing: its result is not the board's.
-static void judge_tag(PgnScan* scan, char* line)
+static void judge_tag(PgnScan* scan, std::string_view line)
 {
     scan->game.count = 0;
     scan->game.lost_moves = 0;
@@ -228,7 +304,7 @@ static void judge_tag(PgnScan* scan, char* line)
 }
 
 // The first tag behind the moves of a game tells that it is over.
-static void read_tag(Dialogue* dialogue, PgnScan* scan, char* line)
+static void read_tag(Dialogue* dialogue, PgnScan* scan, const char* line)
 {
     end_game(dialogue, scan);
     if (scan->form == AnnotatedGames) {
@@ -241,7 +317,7 @@ static void read_tag(Dialogue* dialogue, PgnScan* scan, char* line)
 }
 
 // Clock times and the like of a comment that goes on over several lines look like tags: "[%clk".
-static void read_scan_line(Dialogue* dialogue, PgnScan* scan, char* line)
+static void read_scan_line(Dialogue* dialogue, PgnScan* scan, const char* line)
 {
     if (line[0] == '[' && line[1] != '%') {
         read_tag(dialogue, scan, line);
@@ -263,8 +339,8 @@ static void cut_carriage_return(char* line, i32 length)
 // The last game has no tag behind it, so it ends with the file.
 static void scan_games(Dialogue* dialogue, PgnScan* scan)
 {
-    char line[line_size];
-    for (i32 length; (length = read_line_piece(&scan->input.lines, line, sizeof line)) > 0;) {
+    char line[line_size + 8] = ""; // read_moves may look behind its end
+    for (i32 length; (length = read_line_piece(&scan->input.lines, line, line_size)) > 0;) {
         cut_carriage_return(line, length);
         read_scan_line(dialogue, scan, line);
     }
