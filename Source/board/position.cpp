@@ -89,9 +89,15 @@ void remove_piece(Position* pos, i32 square)
     }
 }
 
+static void clear_stack(UndoStack* stack)
+{
+    stack->undo_count = 0;
+    stack->ply = 1;
+    stack->last_move = 0;
+}
+
 void clear_board(Position* pos)
 {
-    UndoStack* stack = pos->stack;
     pos->castle = 15;
     pos->ep_square = NoSquare;
     pos->cnt50 = 0;
@@ -104,9 +110,7 @@ void clear_board(Position* pos)
             pos->bb[side][type] = 0;
         }
     }
-    stack->undo_count = 0;
-    stack->ply = 1;
-    stack->last_move = 0;
+    clear_stack(pos->stack);
 }
 
 // Reads the piece field and returns the character that ends it, a blank or the NUL. A row that is
@@ -186,6 +190,13 @@ i32 drop_false_castling(Position* pos)
     return popcount(dropped);
 }
 
+// Whoever looks at the move before the first, or for one to take back, finds none.
+static void clear_first_records(UndoStack* stack)
+{
+    stack->undo[0] = {};
+    stack->undo[1] = {};
+}
+
 // Sets all of pos and returns what stands behind the fields. dropped gets the number of castling
 // rights that had to be dropped.
 static const char* read_fields(Position* pos, const char* text, i32* dropped)
@@ -207,9 +218,7 @@ static const char* read_fields(Position* pos, const char* text, i32* dropped)
     text = read_castling(pos, skip_blanks(text));
     text = read_ep_square(pos, skip_blanks(text));
 
-    // Whoever looks at the move before the first, or for one to take back, finds none.
-    pos->stack->undo[0] = {};
-    pos->stack->undo[1] = {};
+    clear_first_records(pos->stack);
     *dropped = drop_false_castling(pos);
     pos->key = compute_key(pos);
     pos->pawn_key = compute_pawn_key(pos);
@@ -224,6 +233,17 @@ i32 parse_epd(Position* pos, const char* text, const char** rest)
         *rest = text;
     }
     return dropped == 0 ? 0 : -1;
+}
+
+void copy_position(Position* pos, const Position* other)
+{
+    UndoStack* stack = pos->stack;
+    SearchThread* thread = pos->thread;
+    *pos = *other;
+    pos->stack = stack;
+    pos->thread = thread;
+    clear_stack(stack);
+    clear_first_records(stack);
 }
 
 // ---- Keys

@@ -95,6 +95,9 @@ extern const char square_name[64][3];
 // en-passant field that names no square counts as none.
 i32 parse_epd(Position* pos, const char* text, const char** rest = nullptr);
 
+// Sets pos to another position and empties its undo stack, as reading that one's text would.
+void copy_position(Position* pos, const Position* other);
+
 // Empties the board and the undo stack: all castling rights, no en-passant square,
 // half-move clock 0. The side to move, the king squares and the keys stay as they are.
 void clear_board(Position* pos);

@@ -4,6 +4,7 @@
 // that a walk over all of them meets the keys in the order that a book file must have: nothing is
 // sorted at the end. A node once made stays where it is and keeps its key and move.
 // Text comes from anywhere: a line may have any length and hold any bytes.
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -87,6 +88,9 @@ struct PlayedMove {
 // The run and the game being read. A line has fewer moves than characters, so line_moves has room.
 struct BookReader {
     Position* pos; // the games are played here
+    BookBoard board;
+    Position start; // where they begin
+    BookBoard start_board;
     const char* file_name;
     NodeTable table;
     PlayedMove line_moves[line_length]; // of the line being read, in their order
@@ -211,7 +215,8 @@ static bool holds(std::string_view line, std::string_view text)
 // played from the start position too, until a move does not fit.
 static void start_game(BookReader* reader, std::string_view line)
 {
-    parse_epd(reader->pos, start_position);
+    copy_position(reader->pos, &reader->start);
+    reader->board = reader->start_board;
     if (holds(line, "1-0")) {
         reader->result = WhiteWon;
     } else if (holds(line, "0-1")) {
@@ -271,15 +276,15 @@ static void count_line_moves(BookReader* reader)
     reader->line_move_count = 0;
 }
 
-// Plays a move of the game; its text has room for one character more.
-static void play_move(BookReader* reader, char* text)
+// Plays a move of the game.
+static void play_move(BookReader* reader, std::string_view text)
 {
     Position* pos = reader->pos;
     PlayedMove* played = &reader->line_moves[reader->line_move_count];
-    played->key = book_key(pos);
+    played->key = next_book_key(pos, &reader->board);
     played->side = pos->stm;
     // What is no move, or two, ends the game here; what was read of it counts.
-    const i32 matches = parse_move(pos, text, &played->move);
+    const i32 matches = find_move(pos, text, &played->move);
     if (matches == 2) {
         print_plain("ambiguous move\n");
     }
@@ -292,16 +297,14 @@ static void play_move(BookReader* reader, char* text)
     ++reader->line_move_count;
 }
 
-// Where the move begins in a word such as "12.Nf3" or "4.0-0"; null if there is none, as in a
+// The move that a word such as "12.Nf3" or "4.0-0" ends with; empty if there is none, as in a
 // number or most results. "0-1" looks like castling, is none and ends the game as it should.
-static char* find_move_text(char* word)
+static std::string_view find_move_text(std::string_view word)
 {
-    for (; *word != '\0'; ++word) {
-        if (is_letter(*word) || (word[0] == '0' && word[1] == '-')) {
-            return word;
-        }
+    while (!word.empty() && !is_letter(word[0]) && !word.starts_with("0-")) {
+        word.remove_prefix(1);
     }
-    return nullptr;
+    return word;
 }
 
 // Comments and variations may hold each other. They are counted apart, as the text closes them.
@@ -324,7 +327,7 @@ static void read_mark(BookReader* reader, char mark)
 }
 
 // A word that begins with ; or $ is passed over, but not the rest of its line.
-static void read_word(BookReader* reader, char* word)
+static void read_word(BookReader* reader, std::string_view word)
 {
     if (word[0] == ';' || word[0] == '$') {
         return;
@@ -332,41 +335,71 @@ static void read_word(BookReader* reader, char* word)
     if (reader->comment_depth != 0 || reader->variation_depth != 0) {
         return;
     }
-    if (char* text = find_move_text(word)) {
+    const std::string_view text = find_move_text(word);
+    if (!text.empty()) {
         play_move(reader, text);
     }
 }
 
-static bool is_mark(char c)
+// What a character is to the words of a line. Those that cannot be printed are dropped wherever
+// they stand.
+enum CharacterKind : u8 { OfWord, Blank, Mark, Dropped };
+static constexpr auto character_kinds = [] {
+    std::array<CharacterKind, 256> kinds {};
+    for (size_t c = 0; c < 256; ++c) {
+        kinds[c] = c == '{' || c == '}' || c == '(' || c == ')' ? Mark
+            : c == ' '                                          ? Blank
+            : c > ' ' && c < 127                                ? OfWord
+                                                                : Dropped;
+    }
+    return kinds;
+}();
+
+static CharacterKind kind_of(char c)
 {
-    return c == '{' || c == '}' || c == '(' || c == ')';
+    return character_kinds[static_cast<u8>(c)];
 }
 
-// Reads the moves of a line. Words end at blanks and at the marks of comments and variations;
-// other characters that cannot be printed are dropped wherever they stand.
+// Takes a word off the line, up to the blank or mark behind it. Nearly all words are read where
+// they stand; one with a dropped character among its own is put together in joined, which has room
+// for a whole line.
+static std::string_view take_word(std::string_view* line, char* joined)
+{
+    const char* text = line->data();
+    const char* end = text + line->size();
+    while (text < end && kind_of(*text) == OfWord) {
+        ++text;
+    }
+    std::string_view word = line->substr(0, static_cast<size_t>(text - line->data()));
+    if (text < end && kind_of(*text) == Dropped) {
+        size_t size = word.copy(joined, word.size());
+        for (; text < end && kind_of(*text) != Blank && kind_of(*text) != Mark; ++text) {
+            if (kind_of(*text) == OfWord) {
+                joined[size++] = *text;
+            }
+        }
+        word = { joined, size };
+    }
+    line->remove_prefix(static_cast<size_t>(text - line->data()));
+    return word;
+}
+
+// Reads the moves of a line. Words end at blanks and at the marks of comments and variations.
 static void read_moves(BookReader* reader, std::string_view line)
 {
-    // As long as a line, its NUL and the one character that parse_move may add.
-    char word[line_length + 2];
-    size_t size = 0;
-    // A blank behind the line ends its last word.
-    for (size_t i = 0; i <= line.size() && !reader->skips; ++i) {
-        const char c = i < line.size() ? line[i] : ' ';
-        if (c > ' ' && c < 127 && !is_mark(c)) {
-            word[size++] = c;
-            continue;
-        }
-        if (c != ' ' && !is_mark(c)) {
-            continue;
-        }
-        if (size > 0) {
-            word[size] = '\0';
-            size = 0;
+    char joined[line_length];
+    while (!line.empty() && !reader->skips) {
+        const std::string_view word = take_word(&line, joined);
+        if (!word.empty()) {
             read_word(reader, word);
         }
-        if (is_mark(c) && !reader->skips) {
-            read_mark(reader, c);
+        if (reader->skips || line.empty()) {
+            return;
         }
+        if (kind_of(line[0]) == Mark) {
+            read_mark(reader, line[0]);
+        }
+        line.remove_prefix(1);
     }
 }
 
@@ -486,8 +519,11 @@ static void write_nodes(FILE* file, const NodeTable* table)
 {
     const u64 count = 1ULL << table->list_bits;
     for (u64 list = 0; list < count; ++list) {
-        if (list + lists_ahead < count) {
-            __builtin_prefetch(table->lists[list + lists_ahead]);
+        if (list + 2 * lists_ahead < count) {
+            __builtin_prefetch(table->lists[list + 2 * lists_ahead]);
+            if (const BookNode* first = table->lists[list + lists_ahead]) {
+                __builtin_prefetch(first->next);
+            }
         }
         for (const BookNode* node = table->lists[list]; node != nullptr;) {
             node = write_key(file, node);
@@ -583,6 +619,9 @@ void build_book(Position* pos, const char* file_name)
     BookReader reader = {};
     reader.pos = pos;
     reader.file_name = file_name;
+    parse_epd(pos, start_position);
+    reader.start = *pos;
+    next_book_key(pos, &reader.start_board);
     // Of no consequence: nothing is counted before the first result tag.
     reader.result = Drawn;
     if (make_table(&reader.table)) {

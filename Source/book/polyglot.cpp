@@ -32,20 +32,26 @@ static constexpr i32 promotion_mask = 7;
 static constexpr Move promotion_flags[8] = { 0, PromoteKnight, PromoteBishop, PromoteRook,
     PromoteQueen, 0, 0, 0 };
 
-// Another key than the position's own: books were made with these constants by many programs.
-u64 book_key(const Position* pos)
+static constexpr const u64* white(i32 type)
+{
+    return random64 + square_count * (2 * (type - Pawn) + 1);
+}
+
+static constexpr const u64* black(i32 type)
+{
+    return random64 + square_count * (2 * (type - Pawn));
+}
+
+// The constants of the squares by piece code: none for the codes that are no piece.
+static constexpr u64 nothing[square_count] = {};
+static constexpr const u64* piece_constants[16] = { nothing, white(Pawn), white(Knight),
+    white(Bishop), white(Rook), white(Queen), white(King), nothing, nothing, black(Pawn),
+    black(Knight), black(Bishop), black(Rook), black(Queen), black(King), nothing };
+
+// The share of castling rights, en-passant square and side to move.
+static u64 key_of_state(const Position* pos)
 {
     u64 key = 0;
-    for (i32 type = Pawn; type <= King; ++type) {
-        const u64* black_constants = &random64[2 * square_count * (type - Pawn)];
-        const u64* white_constants = black_constants + square_count;
-        for (u64 set = pos->bb[Black][type]; set != 0;) {
-            key ^= black_constants[pop_lowest(&set)];
-        }
-        for (u64 set = pos->bb[White][type]; set != 0;) {
-            key ^= white_constants[pop_lowest(&set)];
-        }
-    }
     // The bits of castle happen to have the order of the constants.
     for (i32 right = 0; right < 4; ++right) {
         if (pos->castle & (1 << right)) {
@@ -63,6 +69,30 @@ u64 book_key(const Position* pos)
         key ^= random64[white_to_move_constant];
     }
     return key;
+}
+
+// A square whose piece changes leaves the set of one side or enters that of the other.
+u64 next_book_key(const Position* pos, BookBoard* board)
+{
+    u64 changed = 0;
+    for (i32 side = White; side <= Black; ++side) {
+        changed |= board->pieces[side] ^ pieces_of(pos, side);
+        board->pieces[side] = pieces_of(pos, side);
+    }
+    while (changed != 0) {
+        const i32 square = pop_lowest(&changed);
+        const u8 code = pos->board[square];
+        board->key ^= piece_constants[board->codes[square]][square] ^ piece_constants[code][square];
+        board->codes[square] = code;
+    }
+    return board->key ^ key_of_state(pos);
+}
+
+// Another key than the position's own: books were made with these constants by many programs.
+u64 book_key(const Position* pos)
+{
+    BookBoard board = {};
+    return next_book_key(pos, &board);
 }
 
 // Reads a number of so many bytes, the highest first; false at the end of the file.

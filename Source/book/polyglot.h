@@ -15,6 +15,18 @@ extern const u64 random64[random64_count];
 // it, whether or not the capture would be legal.
 u64 book_key(const Position* pos);
 
+// The pieces that a key was last made for, and their share in it; all zero for an empty board.
+struct BookBoard {
+    u64 pieces[2];
+    u64 key;
+    u8 codes[64];
+};
+
+// The same key for one position after another: only the squares that differ from those of the last
+// call are looked at. A square must not have changed its piece for another of the same side, which
+// no move does.
+u64 next_book_key(const Position* pos, BookBoard* board);
+
 // Reads the next 16 bytes of file. Returns 0, or 1 at the end of the file, also within a record;
 // then entry holds nothing of use.
 [[nodiscard]] i32 read_book_entry(FILE* file, BookEntry* entry);

@@ -306,6 +306,29 @@ TEST(BoardPosition, HalfMoveClockIsNotInTheKey)
     EXPECT_EQ(compute_key(pos), key);
 }
 
+// The parts of the owner stay as they are.
+TEST(BoardPosition, CopiedPositionIsTheOneThatItsTextGives)
+{
+    Position* pos = set_position("r3k2r/8/8/3pP3/8/8/8/R3K2R w Kq d6");
+    const Position wanted = *pos;
+    u64 state = 3;
+    play_random_moves(set_position(start_text), &state, 9);
+    Position other = wanted;
+    other.stack = nullptr;
+    other.thread = nullptr;
+    copy_position(pos, &other);
+    EXPECT_EQ(fen_of(pos), fen_of(&wanted));
+    EXPECT_TRUE(fields_agree(pos));
+    EXPECT_EQ(pos->stack, wanted.stack);
+    EXPECT_EQ(pos->thread, wanted.thread);
+    EXPECT_EQ(pos->cnt50, 0);
+    EXPECT_EQ(pos->stack->undo_count, 0);
+    EXPECT_EQ(pos->stack->ply, 1);
+    EXPECT_EQ(pos->stack->last_move, NoMove);
+    EXPECT_EQ(pos->stack->undo[0].move, NoMove);
+    EXPECT_EQ(pos->stack->undo[1].move, NoMove);
+}
+
 // ---- make_fen and print_board
 
 // The position text made from the ranks that changed, beside the one made from all.

@@ -314,6 +314,14 @@ TEST_F(BookBuilder, TranspositionsMeetInOneRecord)
 
 // ---- Reading words
 
+// The pieces of the game before stand on squares of the same side, each in the place of another.
+TEST_F(BookBuilder, GameBeginsWithTheStartWhateverTheOneBeforeLeft)
+{
+    const std::string moves = "1. e4 e5 2. Bc4 Bc5 3. Kf1 Kf8 4. Qe1 Qe8 5. Nf3";
+    EXPECT_EQ(nodes_of(moves), 9);
+    EXPECT_EQ(build(repeat(3, game("1-0", moves))).out, output_of(3, 9));
+}
+
 TEST_F(BookBuilder, CommentsAndVariationsAreLeftOut)
 {
     const std::string moves = "1. e4 {best (by test)} e5 (1... c5 2. Nf3) 2. Nf3";

@@ -52,6 +52,24 @@ TEST_F(BookPolyglot, KeysAgreeWithThePublishedRule)
     }
 }
 
+TEST_F(BookPolyglot, NextKeyIsTheKeyAfterEveryMove)
+{
+    const char* const fens[] = { start_position,
+        "r3k2r/pPppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -",
+        "4k3/P1PP1p2/8/3pP3/1pP5/8/pP3p1p/4K3 w - d6" };
+    u64 state = 21;
+    for (const char* fen : fens) {
+        for (i32 game = 0; game < 20; ++game) {
+            Position* pos = set_position(fen);
+            BookBoard board = {};
+            for (i32 ply = 0; ply < 80; ++ply) {
+                ASSERT_EQ(next_book_key(pos, &board), book_key(pos)) << fen_of(pos);
+                play_random_moves(pos, &state, 1);
+            }
+        }
+    }
+}
+
 TEST_F(BookPolyglot, DoubleStepWithoutACaptureLeavesTheKeyAlone)
 {
     i32 tested = 0;
