@@ -1,13 +1,9 @@
 // Making an opening book from games. Every position and move is counted by how the games went for
 // the side that played it; what did not do well often enough is left out.
-// The nodes are kept in lists by the top bits of their key, each list in the order of its keys, so
-// that a walk over all of them meets the keys in the order that a book file must have: nothing is
-// sorted at the end. A node once made stays where it is and keeps its key and move.
 // Text comes from anywhere: a line may have any length and hold any bytes.
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <new>
 #include <string_view>
 
@@ -16,6 +12,7 @@
 #include "base/text.h"
 #include "board/moves.h"
 #include "board/notation.h"
+#include "book/nodes.h"
 #include "book/polyglot.h"
 
 static constexpr char book_name[] = "tmp_book.bin";
@@ -41,38 +38,7 @@ static constexpr u32 least_wins = 3;
 static constexpr f64 highest_weight = 60000.0;
 static constexpr i32 max_moves_of_key = 256; // no position has more legal moves
 
-// The table grows so that a list keeps a few nodes: from 128 KB of lists to 8 GB.
-static constexpr i32 first_list_bits = 14;
-static constexpr i32 last_list_bits = 30;
-static constexpr u64 nodes_per_list = 2;
-static constexpr i32 nodes_per_block = 4096;
 static constexpr u64 lists_ahead = 8; // nodes lie all over the memory: fetched early
-
-// A position and a move played there, with the ends of those games for the side to move.
-struct BookNode {
-    u64 key;
-    u32 wins;
-    u32 losses;
-    u32 draws;
-    u16 move;
-    BookNode* next; // higher or equal key; equal keys in the order of their first appearance
-};
-static_assert(sizeof(BookNode) == 32);
-
-// Nodes are allocated by the block: one at a time they would need half as much again.
-struct NodeBlock {
-    NodeBlock* next;
-    i32 used;
-    BookNode nodes[nodes_per_block];
-};
-
-// All nodes: 2^list_bits lists, a node standing in the one that the top bits of its key name.
-struct NodeTable {
-    BookNode** lists;
-    i32 list_bits;
-    u64 node_count;
-    NodeBlock* blocks;
-};
 
 // The first two are sides, so that a result is compared with the side that moved.
 enum GameResult : i32 { WhiteWon = White, BlackWon = Black, Drawn, Unknown };
@@ -103,105 +69,6 @@ struct BookReader {
     bool skips;          // a move could not be read: the rest of the game is lost
     bool out_of_memory;
 };
-
-// ---- The nodes
-
-// Returns false if there is no memory; the table may be freed all the same.
-static bool make_table(NodeTable* table)
-{
-    *table = {};
-    table->list_bits = first_list_bits;
-    table->lists = static_cast<BookNode**>(calloc(1ULL << first_list_bits, sizeof(BookNode*)));
-    return table->lists != nullptr;
-}
-
-// Nodes go with their blocks, never one by one.
-static void free_table(NodeTable* table)
-{
-    free(table->lists);
-    while (table->blocks != nullptr) {
-        NodeBlock* block = table->blocks;
-        table->blocks = block->next;
-        free(block);
-    }
-    *table = {};
-}
-
-// A zeroed node, or null if there is no memory.
-static BookNode* new_node(NodeTable* table)
-{
-    NodeBlock* block = table->blocks;
-    if (block == nullptr || block->used == nodes_per_block) {
-        block = static_cast<NodeBlock*>(calloc(1, sizeof(NodeBlock)));
-        if (block == nullptr) {
-            return nullptr;
-        }
-        block->next = table->blocks;
-        table->blocks = block;
-    }
-    ++table->node_count;
-    return &block->nodes[block->used++];
-}
-
-// Doubles the number of lists, each being cut in two where the next bit of the key changes.
-// Without the memory for it all stays as it is, only slower.
-static void split_lists(NodeTable* table)
-{
-    const u64 count = 1ULL << table->list_bits;
-    BookNode** lists = static_cast<BookNode**>(calloc(2 * count, sizeof(BookNode*)));
-    if (lists == nullptr) {
-        return;
-    }
-    // A list is in the order of its keys, so one cut divides it.
-    const u64 next_bit = 1ULL << (63 - table->list_bits);
-    for (u64 i = 0; i < count; ++i) {
-        BookNode** link = &table->lists[i];
-        while (*link != nullptr && ((*link)->key & next_bit) == 0) {
-            link = &(*link)->next;
-        }
-        lists[2 * i + 1] = *link;
-        *link = nullptr;
-        lists[2 * i] = table->lists[i];
-    }
-    free(table->lists);
-    table->lists = lists;
-    ++table->list_bits;
-}
-
-// Where the list begins in which a key stands, if anywhere.
-static BookNode** list_of(const NodeTable* table, u64 key)
-{
-    return &table->lists[key >> (64 - table->list_bits)];
-}
-
-// The node of a key and a move, made if there is none yet. Null if there is no memory for it.
-static BookNode* find_node(NodeTable* table, u64 key, Move move)
-{
-    if (table->node_count > nodes_per_list << table->list_bits
-        && table->list_bits < last_list_bits) {
-        split_lists(table);
-    }
-
-    // Behind the smaller keys, then behind the other moves of this one.
-    BookNode** link = list_of(table, key);
-    while (*link != nullptr && (*link)->key < key) {
-        link = &(*link)->next;
-    }
-    for (; *link != nullptr && (*link)->key == key; link = &(*link)->next) {
-        if ((*link)->move == move) {
-            return *link;
-        }
-    }
-    BookNode* node = new_node(table);
-    if (node == nullptr) {
-        return nullptr;
-    }
-    node->key = key;
-    node->move = move;
-    node->next = *link;
-    *link = node;
-    return node;
-}
 
 // ---- Reading games
 
