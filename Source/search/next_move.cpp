@@ -103,10 +103,16 @@ static inline MoveEntry* closing_entry(const PlyRecord* rec)
 static constexpr i32 score_mask = static_cast<i32>(0xffff0000);
 static constexpr i32 last_place = 0xffff;
 
-// Eight halves of entries, and so four entries, as the compiler's vectors have them: every
-// processor level gets what it can do. The halves behind the scores never count, as their places
-// lie behind every end.
-using Halves [[gnu::vector_size(32)]] = i32;
+// Halves of entries in one of the processor's own vectors: a compiler takes wider ones to pieces.
+// The halves behind the scores never count, as their places lie behind every end.
+#ifdef __AVX2__
+static constexpr i32 vector_size = 32;
+#else
+static constexpr i32 vector_size = 16;
+#endif
+using Halves [[gnu::vector_size(vector_size)]] = i32;
+static constexpr i32 vector_entries = vector_size / static_cast<i32>(sizeof(MoveEntry));
+static constexpr i32 entries_at_once = 8;
 static constexpr i32 nowhere = std::numeric_limits<i32>::max();
 
 // The place of the best of count entries, 1 or more. Looks at eight at a time without a branch: as
@@ -115,20 +121,29 @@ static constexpr i32 nowhere = std::numeric_limits<i32>::max();
 static i32 place_of_best(const MoveEntry* list, i32 count)
 {
     const Halves none = Halves {} + std::numeric_limits<i32>::min();
-    const Halves step = { 4, 0, 4, 0, 4, 0, 4, 0 };
-    Halves place = { 0, nowhere, 1, nowhere, 2, nowhere, 3, nowhere };
+    Halves place;
+    Halves step;
+    for (i32 entry = 0; entry < vector_entries; ++entry) {
+        place[2 * entry] = entry;
+        step[2 * entry] = vector_entries;
+        place[2 * entry + 1] = nowhere;
+        step[2 * entry + 1] = 0;
+    }
     Halves best = none;
     do {
-        for (i32 half = 0; half < 2; ++half) {
+        for (i32 done = 0; done < entries_at_once; done += vector_entries) {
             Halves entries;
             memcpy(&entries, list, sizeof entries);
             const Halves key = place < count ? (entries & score_mask) | (last_place - place) : none;
             best = key > best ? key : best;
             place += step;
-            list += 4;
+            list += vector_entries;
         }
     } while (place[0] < count);
-    const i32 greatest = std::max(std::max(best[0], best[2]), std::max(best[4], best[6]));
+    i32 greatest = best[0];
+    for (i32 entry = 1; entry < vector_entries; ++entry) {
+        greatest = std::max(greatest, best[2 * entry]);
+    }
     return last_place - (greatest & last_place);
 }
 
