@@ -10,7 +10,7 @@ import re
 # Names behind std::, by header. A name that several headers have stands with each of them.
 STANDARD = {
     "algorithm": "all_of any_of clamp copy copy_if copy_n count count_if fill fill_n find "
-                 "includes max min none_of remove_if replace reverse rotate sort transform "
+                 "includes max max_element min none_of remove_if replace reverse rotate sort transform "
                  "upper_bound",
     "array": "array size",
     "atomic": "atomic atomic_ref memory_order_acq_rel memory_order_acquire memory_order_relaxed "
