@@ -44,7 +44,8 @@ void publish_list(SearchThread* thread, MoveEntry* end);
 
 // Swaps the entry of highest score (the earliest of equals) between cursor and the closing
 // entry to the cursor. Most nodes need a few moves only, so no list is ever sorted as a whole.
-// With end, its closing entry, given it is faster, and may read the seven entries behind that.
+// Reads up to seven entries behind the closing one, which a list outside of the store must have
+// room for; they do not count. Faster where the caller knows end, the closing entry.
 void pick_best(MoveEntry* cursor);
 void pick_best(MoveEntry* cursor, const MoveEntry* end);
 

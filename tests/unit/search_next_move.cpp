@@ -140,7 +140,7 @@ TEST_F(BoardNextMove, HistoryBaseTruncatesEachDivisionTowardsZero)
 TEST_F(BoardNextMove, PickBestSwapsTheEarliestOfTheHighest)
 {
     open(start_text, count_stage);
-    MoveEntry list[5] = { { 1, 5, 11, 21 }, { 2, 9, 12, 22 }, { 3, -7, 13, 23 }, { 4, 9, 14, 24 },
+    MoveEntry list[12] = { { 1, 5, 11, 21 }, { 2, 9, 12, 22 }, { 3, -7, 13, 23 }, { 4, 9, 14, 24 },
         { EndOfList, 99, 0, 0 } };
     pick_best(list);
     EXPECT_EQ(list[0].move, 2);
