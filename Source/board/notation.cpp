@@ -350,20 +350,8 @@ struct PlainText {
 
 static i32 type_of_letter(char letter)
 {
-    switch (letter) {
-    case 'N':
-        return Knight;
-    case 'B':
-        return Bishop;
-    case 'R':
-        return Rook;
-    case 'Q':
-        return Queen;
-    case 'K':
-        return King;
-    default:
-        return NoPiece;
-    }
+    const size_t type = piece_letters.find(letter, Knight); // a pawn has none
+    return type != piece_letters.npos ? static_cast<i32>(type) : NoPiece;
 }
 
 static bool is_file_letter(char c)
