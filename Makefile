@@ -1,4 +1,4 @@
-# Short names for the CMake presets. "make" leaves the optimised program as ./vesk.
+# Short names for the CMake presets. "make" leaves the optimised programs as ./vesk and ./vesk-uci.
 # ARCH chooses the processor level (x86-64-v3, x86-64-v2, x86-64, native, generic); without it
 # the highest that this machine can run is taken. WERROR=ON takes warnings for errors.
 
@@ -18,6 +18,7 @@ all: vesk
 
 vesk: release
 	cp -f build/release/vesk vesk
+	cp -f build/release/vesk-uci vesk-uci
 
 release:
 	$(call build,release,$(level))

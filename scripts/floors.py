@@ -17,6 +17,7 @@ FLOORS = (
     ("shell",),
     ("tools",),
     ("main",),
+    ("host",),
 )
 
 HEIGHT = {folder: height for height, floor in enumerate(FLOORS) for folder in floor}
