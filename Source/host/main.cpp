@@ -30,6 +30,7 @@ int main(int argc, char** argv)
             return row.run(arguments);
         }
     }
-    fprintf(stderr, "vesk-uci: '%s' is no word of its command line; try vesk-uci --help\n", argv[1]);
+    fprintf(
+        stderr, "vesk-uci: '%s' is no word of its command line; try vesk-uci --help\n", argv[1]);
     return 2;
 }
