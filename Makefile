@@ -11,10 +11,28 @@ TESTS ?= *
 level = -DVESK_ARCH=$(ARCH)
 build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) $(2) && cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all vesk release native baseline clang test bench bench-book bench-scan bench-tune sanitize \
+.PHONY: all exe vesk release native baseline clang test bench bench-book bench-scan bench-tune sanitize \
 	asan tsan pgo ttune micro fuzz quick format tidy clean
 
+# "make EXE=name CC=g++" builds vesk-uci alone and leaves it under that name, as distributed test
+# systems call it. CXX= does as well, and a C compiler's name stands for its sister's; without one
+# CMake chooses. Each compiler has a folder of its own, as CMake keeps the one it has begun with.
+ifeq ($(origin EXE),command line)
+all: exe
+is_said = $(filter-out default undefined,$(origin $(1)))
+compiler := $(if $(call is_said,CXX),$(CXX),$(if $(call is_said,CC),$(CC)))
+compiler := $(shell echo '$(compiler)' \
+	| sed -E 's/clang(\+\+)?/clang++/; s/(^|[/-])gcc($$|-)/\1g++\2/; s/(^|\/)cc$$/\1c++/')
+exe_folder := build/exe/$(ARCH)-$(or $(notdir $(compiler)),default)
+else
 all: vesk
+endif
+
+exe:
+	cmake --preset release -B $(exe_folder) $(level) \
+		$(if $(compiler),-DCMAKE_CXX_COMPILER='$(compiler)')
+	cmake --build $(exe_folder) --target vesk-uci -j $(JOBS)
+	cp -f $(exe_folder)/vesk-uci '$(EXE)'
 
 vesk: release
 	cp -f build/release/vesk vesk

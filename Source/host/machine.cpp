@@ -151,14 +151,18 @@ i32 hash_for_analysis(u64 bytes)
 
 // ---- Processors
 
-// Whether the system lists this processor first among those of its core; true if it does not say.
-static bool is_first_of_core(const char* root, i32 processor)
+// The first processor of the core that this one belongs to; itself if the system does not say.
+static i32 first_of_core(const char* root, i32 processor)
 {
     char name[128];
     snprintf(name, sizeof name, "/sys/devices/system/cpu/cpu%d/topology/thread_siblings_list",
         processor);
     char line[line_size];
-    return !read_first_line(root, name, line) || read_i32(line) == processor;
+    if (!read_first_line(root, name, line) || !is_digit(line[0])) {
+        return processor;
+    }
+    const i32 first = read_i32(line);
+    return first < CPU_SETSIZE ? first : processor;
 }
 
 static void take_quota(const char* folder, void* context)
@@ -191,20 +195,19 @@ Processors read_processors(const char* root)
 {
     Processors processors = {};
     cpu_set_t set;
+    cpu_set_t cores;
     CPU_ZERO(&set);
+    CPU_ZERO(&cores);
     if (sched_getaffinity(0, sizeof set, &set) == 0) {
         for (i32 i = 0; i < CPU_SETSIZE; ++i) {
             if (CPU_ISSET(i, &set)) {
-                ++processors.threads;
-                processors.cores += is_first_of_core(root, i) ? 1 : 0;
+                CPU_SET(first_of_core(root, i), &cores);
             }
         }
-    }
-    if (processors.threads == 0) {
+        processors.threads = CPU_COUNT(&set);
+        processors.cores = CPU_COUNT(&cores);
+    } else {
         processors.threads = static_cast<i32>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
-    }
-    // Where only the second thread of a core may be used, the core counts all the same.
-    if (processors.cores == 0) {
         processors.cores = processors.threads;
     }
     visit_groups(root, take_quota, &processors.quota);
