@@ -53,7 +53,6 @@ clang:
 
 test: release
 	$(call build,debug,$(level))
-	scripts/fetch_referee
 	ctest --preset debug -j $(JOBS)
 
 bench: vesk
@@ -74,12 +73,10 @@ sanitize: asan tsan
 
 asan: release
 	$(call build,asan,$(level))
-	scripts/fetch_referee
 	scripts/run_sanitized asan -j $(JOBS)
 
 tsan: release
 	$(call build,tsan,$(level))
-	scripts/fetch_referee
 	scripts/run_sanitized tsan -j $(JOBS)
 
 # The counts of the first build steer the second. Neither may change a result.

@@ -188,7 +188,7 @@ def play_schedule(place, games, file):
 
 
 def referee_words(place, file):
-    return ["node", "tests/games/play_games.mjs", "build/release/vesk", "build/referee",
+    return ["python3", "tests/games/play_games.py", "build/release/vesk",
             "--parallel", "1", "--schedule", place.relative(file)]
 
 
@@ -228,7 +228,7 @@ def soak_dialogues(build):
     def job(place, seed, _seconds):
         def words_for(count, first):
             return ["python3", "tests/uci/random_dialogues.py", "--dialogues", count, "--seed",
-                    first, "--jobs", 1, f"build/{build}/vesk", "build/referee", "tests/data"]
+                    first, "--jobs", 1, f"build/{build}/vesk", "tests/data"]
         count = DIALOGUES[build]
         environment = SANITIZERS if build != "release" else {}
         result = run(place, words_for(count, seed), DIALOGUE_LIMIT, environment, build == "tsan")
@@ -240,8 +240,8 @@ def soak_dialogues(build):
             return outcome
         kept = place.failures / f"dialogues-{build}-{seed}.txt"
         kept.write_text(output, encoding="utf-8")
-        found = re.findall(r'^dialogue (\d+):|^\{.*"seed": ?(\d+)', output, re.M)
-        seeds = sorted({int(number) for pair in found for number in pair if number})
+        found = re.findall(r"^dialogue (\d+):", output, re.M)
+        seeds = sorted({int(number) for number in found})
         prefix = [f"{name}={value}" for name, value in environment.items()]
         prefix += ["setarch", "-R"] if build == "tsan" else []
         for number in seeds or [seed]:

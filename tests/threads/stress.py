@@ -9,13 +9,15 @@ silent standard error.
 """
 
 import argparse
-import queue
+import pathlib
 import random
-import subprocess
 import sys
 import tempfile
-import threading
 import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+
+import uci_games
 
 REPLY_LIMIT = 60.0
 
@@ -37,47 +39,17 @@ DISTURBANCES = (
 ) + POSITIONS
 
 
-class Engine:
-    """The engine's process and the bestmove lines that it has printed and nobody has taken."""
-
-    def __init__(self, path, folder, words=()):
-        self.process = subprocess.Popen(
-            [path, *words], cwd=folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE, text=True)
-        self.lines = queue.Queue()
-        self.errors = []
-        self.readers = [threading.Thread(target=self.read_output, daemon=True),
-                        threading.Thread(target=self.read_errors, daemon=True)]
-        for reader in self.readers:
-            reader.start()
-
-    def read_output(self):
-        for line in self.process.stdout:
-            self.lines.put(line.rstrip("\n"))
-        self.lines.put(None)
-
-    def read_errors(self):
-        self.errors.extend(self.process.stderr)
-
-    def send(self, line):
-        self.process.stdin.write(line + "\n")
-        self.process.stdin.flush()
+class Engine(uci_games.Engine):
+    """The engine's process; whatever is wrong with it ends the test."""
 
     def wait_for(self, start):
         """Takes lines up to the one that begins with start; gives those before it."""
-        before = []
-        limit = time.monotonic() + REPLY_LIMIT
-        while True:
-            try:
-                line = self.lines.get(timeout=max(0.0, limit - time.monotonic()))
-            except queue.Empty:
-                raise SystemExit(f"no '{start}' within {REPLY_LIMIT} s") from None
-            if line is None:
-                raise SystemExit(f"the engine ended while '{start}' was awaited\n"
-                                 + "".join(self.errors))
-            if line.startswith(start):
-                return before
-            before.append(line)
+        lines = []
+        try:
+            super().wait_for(start, REPLY_LIMIT, lines.append)
+        except uci_games.EngineFault as fault:
+            raise SystemExit(f"{fault}\n" + "".join(self.errors)) from None
+        return lines[:-1]
 
     def settle(self):
         """Nothing of the past may stand in the pipe afterwards, least of all a bestmove."""

@@ -2,31 +2,30 @@
 """Random dialogues over UCI: searches of every kind, disturbed at any moment by options, new
 positions, words of the console and other commands in any order.
 
-    random_dialogues.py [--dialogues N] [--seed N] [--jobs N] ENGINE REFEREE_FOLDER DATA_FOLDER
+    random_dialogues.py [--dialogues N] [--seed N] [--jobs N] ENGINE DATA_FOLDER
 
-A "go" must be answered once when "stop" comes, by a move that an independent rules library knows
-as legal in the position that was searched, and by "null" only where there is none or the fifty
-moves are over; only another "go" or "quit" takes the answer away.
-"isready" must always be answered, and the process must end with "quit", status 0 and a silent
-standard error. REFEREE_FOLDER is where npm has installed the library, DATA_FOLDER holds a book and
-endgame tables. Status 1 if anything was wrong, with the dialogue up to there.
+A "go" must be answered once when "stop" comes, by a move that pgn-extract, an independent reader of
+the rules, knows as legal in the position that was searched, and by "null" only where there is none
+or the fifty moves are over; only another "go" or "quit" takes the answer away. "isready" must
+always be answered, and the process must end with "quit", status 0 and a silent standard error.
+DATA_FOLDER holds a book and endgame tables. Status 1 if anything was wrong, with the dialogue up to
+there. Where pgn-extract is not installed the moves alone are not judged.
 """
 
 import argparse
 import concurrent.futures
-import json
 import os
 import pathlib
-import queue
 import random
 import subprocess
 import sys
 import tempfile
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "threads"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
 
-from stress import Engine
+import uci_games
+from uci_games import EngineFault, Game
 
 REPLY_LIMIT = 30.0 * float(os.environ.get("VESK_TIMEOUT_FACTOR", "1"))
 
@@ -36,13 +35,12 @@ UNMAPPED = "munmap: Success\n"
 # Too many moves without progress: no search runs.
 SHUFFLE = "a2b2 h8g8 b2a2 g8h8 "
 FIFTY_MOVES = ("7k/8/8/8/8/8/R7/K7 w - - 0 1", (SHUFFLE * 26).strip())
-START = "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1"
 # Position and moves. The last ones: one legal move, stalemate, mate, and more than fifty moves
 # without progress, where only "stop" is answered.
 POSITIONS = (
-    (START, ""),
-    (START, "e2e4 e7e5 g1f3 b8c6 f1b5 a7a6"),
-    (START, "d2d4 d7d5 c2c4 e7e6 b1c3 g8f6"),
+    (uci_games.START, ""),
+    (uci_games.START, "e2e4 e7e5 g1f3 b8c6 f1b5 a7a6"),
+    (uci_games.START, "d2d4 d7d5 c2c4 e7e6 b1c3 g8f6"),
     ("r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1", ""),
     ("8/2p5/3p4/KP5r/1R3p1k/8/4P1P1/8 w - - 0 1", "e2e4"),
     ("rnbq1k1r/pp1Pbppp/2p5/8/2B5/8/PPP1NnPP/RNBQK2R w KQ - 1 8", ""),
@@ -70,10 +68,6 @@ CONFIGS = {
     "again.cfg": "Hash = 4\nConfigFilePath = again.cfg\n",
 }
 PAUSES = (0.0, 0.0, 0.0, 0.0005, 0.001, 0.002, 0.005, 0.02)
-
-
-class Fault(Exception):
-    pass
 
 
 def option_lines(data):
@@ -107,10 +101,7 @@ class Dialogue:
 
     def send(self, line):
         self.said.append("< " + line)
-        try:
-            self.engine.send(line)
-        except BrokenPipeError:
-            raise Fault("the engine has ended") from None
+        self.engine.send(line)
 
     def take(self, line):
         self.said.append("> " + line)
@@ -118,23 +109,13 @@ class Dialogue:
             return
         words = line.split()
         if len(words) not in (2, 4) or (len(words) == 4 and words[2] != "ponder"):
-            raise Fault("a bestmove of another form")
+            raise EngineFault("a bestmove of another form")
         self.replies.append([word for word in words[1::2] if word != "null"])
         if len(self.replies) > len(self.searches):
-            raise Fault("a bestmove that nobody had asked for")
+            raise EngineFault("a bestmove that nobody had asked for")
 
     def read_until(self, start):
-        limit = time.monotonic() + REPLY_LIMIT
-        while True:
-            try:
-                line = self.engine.lines.get(timeout=max(0.0, limit - time.monotonic()))
-            except queue.Empty:
-                raise Fault(f"no '{start}' within {REPLY_LIMIT} s") from None
-            if line is None:
-                raise Fault(f"the engine ended while '{start}' was awaited")
-            self.take(line)
-            if line.startswith(start):
-                return
+        self.engine.wait_for(start, REPLY_LIMIT, self.take)
 
     def settle(self):
         """All that was said has been heard, and what it printed has been read."""
@@ -158,7 +139,8 @@ class Dialogue:
         self.position = self.dice.choice(POSITIONS)
         fen, moves = self.position
         behind = f" moves {moves}" if moves else ""
-        self.send(f"position startpos{behind}" if fen == START else f"position fen {fen}{behind}")
+        start = "startpos" if fen == uci_games.START else f"fen {fen}"
+        self.send(f"position {start}{behind}")
 
     def go(self):
         # Half of the searches are replaced when it is known whether they have been answered.
@@ -176,7 +158,7 @@ class Dialogue:
         self.settle()
         if self.searches:
             if not self.replies:
-                raise Fault("no bestmove after stop")
+                raise EngineFault("no bestmove after stop")
             self.close()
 
     def disturb(self):
@@ -229,14 +211,7 @@ class Dialogue:
         if self.dice.random() < 0.7:
             self.stop()
         self.send("quit")
-        while True:
-            try:
-                line = self.engine.lines.get(timeout=REPLY_LIMIT)
-            except queue.Empty:
-                raise Fault(f"no end within {REPLY_LIMIT} s of quit") from None
-            if line is None:
-                return
-            self.take(line)
+        self.engine.wait_for_end(REPLY_LIMIT, self.take)
 
 
 def run_dialogue(arguments, seed):
@@ -246,7 +221,7 @@ def run_dialogue(arguments, seed):
     with tempfile.TemporaryDirectory() as folder:
         for name, content in CONFIGS.items():
             (pathlib.Path(folder) / name).write_text(content, encoding="ascii")
-        engine = Engine(arguments.engine, folder, ["-c"] if at_console else [])
+        engine = uci_games.Engine(arguments.engine, folder, ["-c"] if at_console else [])
         dialogue = Dialogue(engine, option_lines(arguments.data_folder.resolve()), dice)
         fault = None
         try:
@@ -256,15 +231,39 @@ def run_dialogue(arguments, seed):
             errors = [line for line in engine.errors if line != UNMAPPED]
             if status != 0 or errors:
                 fault = f"ended with status {status}\n" + "".join(errors)
-        except (Fault, subprocess.TimeoutExpired) as error:
+        except (EngineFault, subprocess.TimeoutExpired) as error:
             fault = str(error) + "\n" + "".join(engine.errors)
         finally:
-            # An engine outlives its standard input.
-            engine.process.kill()
-            engine.process.wait()
+            engine.close()
     if fault is not None:
         fault = f"dialogue {seed}: {fault}\n  " + "\n  ".join(dialogue.said[-60:])
     return [dict(record, seed=seed) for record in dialogue.records], fault
+
+
+def candidates(record):
+    """The games of which one must be right for the reply to be right."""
+    reply = record["reply"]
+    for position in record["positions"]:
+        claim = "no move" if not reply and position["mustMove"] else None
+        yield Game([*position["moves"], *reply], position["fen"], claim=claim)
+
+
+def judge_replies(records):
+    """Prints the records whose reply fits none of the positions. How many they are."""
+    ours = [Game(moves.split(), fen) for fen, moves in POSITIONS]
+    groups = [list(candidates(record)) for record in records]
+    complaints = uci_games.judge([*ours, *(game for group in groups for game in group)])
+    for game in ours:
+        if complaints.pop(0) is not None:
+            raise SystemExit(f"this test plays an illegal move: {game}")
+    wrong = 0
+    for record, group in zip(records, groups):
+        found = [complaints.pop(0) for _ in group]
+        if None not in found:
+            wrong += 1
+            print(f"dialogue {record['seed']}: {record}: {'; '.join(found)}")
+    print(f"{len(records)} replies, {wrong} wrong")
+    return wrong
 
 
 def main():
@@ -274,7 +273,6 @@ def main():
     parser.add_argument("--seed", type=int, default=1, help="of the first dialogue")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("engine")
-    parser.add_argument("referee_folder")
     parser.add_argument("data_folder", type=pathlib.Path)
     arguments = parser.parse_args()
     arguments.engine = os.path.abspath(arguments.engine)
@@ -287,11 +285,13 @@ def main():
             if fault is not None:
                 faults += 1
                 print(fault)
-    judge = subprocess.run(
-        ["node", pathlib.Path(__file__).with_name("judge_moves.mjs"), arguments.referee_folder],
-        input="".join(json.dumps(record) + "\n" for record in records), text=True)
+    wrong = 0
+    if uci_games.find_referee() is None:
+        print("pgn-extract is not installed: the moves are not judged")
+    else:
+        wrong = judge_replies(records)
     print(f"{arguments.dialogues} dialogues, {faults} at fault")
-    return 1 if faults or judge.returncode != 0 or not records else 0
+    return 1 if faults or wrong or not records else 0
 
 
 if __name__ == "__main__":
