@@ -5,6 +5,7 @@
 
 Every indented line of the page up to its options that begins with a command is run as it stands, in
 an empty folder with the two files that the page asks for. Status 1 if one fails or leaves nothing.
+The match is left out where its referee, pgn-extract, is not installed.
 """
 
 import os
@@ -13,6 +14,10 @@ import re
 import subprocess
 import sys
 import tempfile
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
+
+import uci_games
 
 OPENINGS = 2
 EXPECTED = ("tmp.epd", "tune_new.epd", "tuned/params.txt", "tune_report.txt", "tune_report.csv")
@@ -38,7 +43,11 @@ def main():
         lines = openings.read_text(encoding="ascii").splitlines(keepends=True)
         (work / "openings.epd").write_text("".join(lines[:OPENINGS]), encoding="ascii")
         last = ""
+        has_referee = uci_games.find_referee() is not None
         for command in commands(page):
+            if "match.py" in command and not has_referee:
+                print(f"pgn-extract is not installed, so this is left out: {command}")
+                continue
             result = subprocess.run(["bash", "-c", command], cwd=work, capture_output=True,
                                     text=True, stdin=subprocess.DEVNULL, timeout=300, check=False,
                                     env={**os.environ, "VESK": str(root)})
@@ -48,7 +57,7 @@ def main():
         for name in EXPECTED:
             if not (work / name).is_file() or (work / name).stat().st_size == 0:
                 raise SystemExit(f"the commands leave no {name}")
-        if f"games {2 * OPENINGS}: " not in last:
+        if has_referee and f"games {2 * OPENINGS}: " not in last:
             raise SystemExit(f"no match was played:\n{last}")
 
 
