@@ -1,3 +1,4 @@
+// The curve of the chances and its two numbers.
 #include "host/chances.h"
 
 #include <cmath>

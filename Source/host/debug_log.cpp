@@ -1,3 +1,4 @@
+// The log of the dialogue: every line is written at once, so that it is there after a crash.
 #include "host/debug_log.h"
 
 #include <cerrno>

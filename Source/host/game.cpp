@@ -1,3 +1,4 @@
+// The rules of chess, asked before the engine is: nothing reaches it that it would take wrongly.
 #include "host/game.h"
 
 #include <algorithm>

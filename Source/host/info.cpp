@@ -1,3 +1,4 @@
+// Lines are changed as texts, word by word, so that what is not known here stays as it is.
 #include "host/info.h"
 
 #include "host/chances.h"

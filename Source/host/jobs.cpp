@@ -1,13 +1,15 @@
+// The console's answers are read here, since UCI has no words for a score table or a count.
 #include "host/jobs.h"
 
 #include <cerrno>
+#include <string_view>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include "board/moves.h"
+#include "host/bench_word.h"
 #include "host/game.h"
 #include "host/text.h"
-#include "host/words.h"
 #include "main/engine.h"
 
 // What the console answers.
@@ -28,10 +30,9 @@ static int run_console(void* context)
     return run_engine(file != nullptr ? 4 : 2, words);
 }
 
-static int run_bench_word(void* context)
+static int run_benchmark(void* context)
 {
-    char* words[] = { static_cast<char*>(context) };
-    return run_bench(Arguments(words, 1));
+    return print_benchmark(*static_cast<const i32*>(context));
 }
 
 // ---- Starting
@@ -105,8 +106,7 @@ int start_perft(Job* job, HostGame* game, i32 depth)
 int start_benchmark(Job* job, i32 depth)
 {
     begin_job(job, JobKind::Benchmark);
-    std::string word = std::to_string(depth);
-    return start_process(&job->process, run_bench_word, word.data());
+    return start_process(&job->process, run_benchmark, &depth);
 }
 
 // ---- Showing

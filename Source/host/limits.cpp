@@ -1,3 +1,4 @@
+// The engine's rules of "go", put to use: which word lifts which limit, and what no word can say.
 #include "host/limits.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Reading and writing without ever waiting: the relay would not hear a "stop" meanwhile.
 #include "host/lines.h"
 
 #include <algorithm>

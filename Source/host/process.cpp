@@ -1,3 +1,4 @@
+// Forking, with the care that no process outlives the other: each end sees the end of its pipe.
 #include "host/process.h"
 
 #include <cerrno>

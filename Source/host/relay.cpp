@@ -6,9 +6,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <poll.h>
+#include <string>
+#include <string_view>
 #include <sys/signalfd.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -17,6 +21,7 @@
 #include "base/version.h"
 #include "board/moves.h"
 #include "board/tables.h"
+#include "host/bench_word.h"
 #include "host/relay_state.h"
 #include "host/text.h"
 
@@ -27,7 +32,6 @@ static constexpr f64 longest_end = 2.0;
 static constexpr f64 longest_job_end = 60.0;
 static constexpr f64 last_flush = 0.2;
 static constexpr char params_file[] = "params.txt";
-static constexpr i64 default_bench_depth = 10;
 static constexpr i64 deepest_perft = 20;
 static constexpr char default_log[] = "vesk.log";
 
@@ -228,7 +232,8 @@ static void run_benchmark_word(Relay* relay, std::string_view words)
     const std::string_view word = take_word(&words);
     if (!word.empty() && (!read_number(word, &depth) || depth < 1)) {
         remark_to_host(relay, "bench takes a depth");
-    } else if (start_benchmark(&relay->job, static_cast<i32>(std::min<i64>(depth, 66))) != 0) {
+    } else if (start_benchmark(&relay->job, static_cast<i32>(std::min<i64>(depth, deepest_bench)))
+        != 0) {
         remark_to_host(relay, "no process could be started");
     }
 }

@@ -1,6 +1,10 @@
 // The life of the engine behind the relay. It is a process of its own: a crash, a lack of memory or
 // a kill from outside costs one search, and the host hears of it.
 #include "base/version.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
 #include "host/relay_state.h"
 #include "host/text.h"
 #include "main/engine.h"

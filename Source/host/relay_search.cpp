@@ -1,5 +1,8 @@
 // One "go": what the engine is told, what the host sees of its lines, and an answer in every case.
 #include <algorithm>
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include "host/info.h"
 #include "host/relay_state.h"

@@ -1,3 +1,4 @@
+// One list of options in two views: the host's values, and what the engine was told of them.
 #include "host/settings.h"
 
 #include <algorithm>

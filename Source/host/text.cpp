@@ -1,3 +1,4 @@
+// Blanks and tabs part words; everything else belongs to them.
 #include "host/text.h"
 
 #include <charconv>

@@ -19,7 +19,8 @@ NAME = re.compile(r"`([^`]+)`")
 
 
 def existing_tests(tests):
-    names = {f"uci/{path.name}" for path in (tests / "uci").glob("*.uci")}
+    names = {f"{folder}/{path.name}" for folder in ("uci", "host")
+             for path in (tests / folder).glob("*.uci")}
     for folder in ("unit", "tune", "endings"):
         for path in (tests / folder).glob("*.cpp"):
             names.update(map(".".join, UNIT_TEST.findall(path.read_text(encoding="utf-8"))))

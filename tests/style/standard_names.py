@@ -9,7 +9,7 @@ import re
 
 # Names behind std::, by header. A name that several headers have stands with each of them.
 STANDARD = {
-    "algorithm": "all_of any_of clamp copy copy_if copy_n count count_if fill fill_n find "
+    "algorithm": "all_of any_of clamp copy copy_if copy_n count count_if fill fill_n find find_if "
                  "includes max max_element min none_of remove_if replace reverse rotate sort transform "
                  "upper_bound",
     "array": "array size",
@@ -20,6 +20,7 @@ STANDARD = {
     "cmath": "abs exp fabs fma fmax fmin isfinite llround log log2 lround pow round sqrt trunc",
     "cstdint": "int8_t int16_t int32_t int64_t uint8_t uint16_t uint32_t uint64_t uintptr_t",
     "cstdlib": "abs",
+    "deque": "deque",
     "filesystem": "filesystem",
     "fstream": "ifstream ofstream",
     "functional": "function",
@@ -27,18 +28,19 @@ STANDARD = {
     "ios": "ios streamsize",
     "iostream": "cin cout cerr ios",
     "istream": "getline",
-    "iterator": "back_inserter istream_iterator istreambuf_iterator size",
+    "iterator": "back_inserter begin end istream_iterator istreambuf_iterator size",
     "limits": "numeric_limits",
     "map": "map",
     "memory": "make_unique unique_ptr",
     "mutex": "lock_guard mutex",
     "new": "nothrow",
     "numeric": "accumulate",
+    "optional": "nullopt optional",
     "regex": "regex regex_match regex_search smatch",
     "set": "set",
     "span": "span",
     "sstream": "istringstream ostringstream",
-    "string": "getline stod stoi stoull string to_string",
+    "string": "erase_if getline stod stoi stoull string to_string",
     "string_view": "string_view",
     "system_error": "errc error_code",
     "thread": "thread",

@@ -1,8 +1,11 @@
 // The host's game: what cannot be is refused, and what the engine cannot take is given otherwise.
 #include "host/game.h"
 
+#include <array>
 #include <gtest/gtest.h>
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "board/moves.h"
 

@@ -2,6 +2,9 @@
 #include "host/limits.h"
 
 #include <gtest/gtest.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
 
 #include "board/types.h"
 

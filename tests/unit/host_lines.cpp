@@ -5,7 +5,11 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <limits>
+#include <string>
+#include <string_view>
 #include <unistd.h>
+#include <vector>
 
 #include "host/chances.h"
 #include "host/debug_log.h"

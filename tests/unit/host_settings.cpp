@@ -1,7 +1,12 @@
 // Options by any spelling, and what of them the engine hears.
 #include "host/settings.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
 
 static Settings known_settings()
 {
