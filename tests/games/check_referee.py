@@ -112,8 +112,8 @@ LINES = (
     (2, "d8h4", False),
     (2, "g1f3 ) (", False),
 )
-# What an engine prints for "go" behind so many half-moves, and what the driver says of the game.
-# It plays both sides.
+# What an engine prints for "go" behind so many half-moves, and what the driver says of the game
+# when it is called with the words behind that. The engine plays both sides.
 REPLIES = {0: ["bestmove f2f3"], 1: ["bestmove e7e5"], 2: ["bestmove g2g4 ponder d8h4"],
            3: ["info depth 1 score mate 1 pv d8h4", "bestmove d8h4"], 4: ["bestmove null"]}
 PLAYED = (
@@ -125,10 +125,10 @@ PLAYED = (
     ({2: ["bestmove null"]}, "the game is not what it is called: over"),
     ({2: ["info depth 1 score mate 1 pv g2g4", "bestmove g2g4"]},
      "the game is not what it is called: checkmate"),
-    ({2: ["bestmove"]}, "no 'bestmove ' within 1 s"),
+    ({2: ["bestmove"]}, "no 'bestmove ' within 3 s", "--reply-limit", "3"),
     ({2: ["bestmove g2g4 d8h4"]}, "game 1 (made up) white: malformed reply"),
     ({2: ["something else", "bestmove g2g4"]}, "white: unexpected line: something else"),
-    ({2: ["sleep 0.4", "bestmove g2g4"]}, "game 1 (made up) white: lost on time"),
+    ({2: ["sleep 2.2", "bestmove g2g4"]}, "game 1 (made up) white: lost on time"),
     ({2: ["exit 0"]}, "white: the engine ended while 'bestmove ' was awaited"),
     ({"quit": ["exit 3"]}, "did not end well after quit: status 3"),
     ({"quit": ["bestmove a2a3", "exit 0"]}, "a reply that nobody had asked for: bestmove a2a3"),
@@ -218,11 +218,11 @@ def run_driver(*words, **variables):
 def check_drivers(folder):
     """The drivers play with engines that go wrong in one place."""
     schedule = folder / "games.json"
-    schedule.write_text(json.dumps([{"name": "made up", "base": 300, "opening": ""}]))
+    schedule.write_text(json.dumps([{"name": "made up", "base": 2000, "opening": ""}]))
     driver = ROOT / "tests/games/play_games.py"
-    for changes, text in PLAYED:
+    for changes, text, *words in PLAYED:
         engine = make_engine(folder, changes)
-        status, output = run_driver(driver, engine, "--schedule", schedule, "--reply-limit", "1")
+        status, output = run_driver(driver, engine, "--schedule", schedule, *words)
         record = json.loads(output.splitlines()[0])
         assert text in record.get("failure", record.get("result")), (changes, record)
         assert status == (1 if changes else 0), (changes, output)
