@@ -52,7 +52,7 @@ static void read_go(std::string_view words)
 }
 
 // Whatever is set, the engine gets lines that it can read.
-static void set_option_text(Settings* settings, std::string_view words)
+static void set_option_text(HostSettings* settings, std::string_view words)
 {
     const SettingResult result = change_setting(settings, words);
     demand((result.changed == nullptr) == !result.remark.empty());
@@ -68,9 +68,9 @@ static void read_info_line(const std::string& text)
     (void)with_line_number(text, 2);
 }
 
-static Settings start_settings()
+static HostSettings start_settings()
 {
-    Settings settings;
+    HostSettings settings;
     learn_option(&settings, "option name Hash type spin default 64 min 0 max 16384");
     learn_option(&settings, "option name Clear_Hash type button");
     learn_option(&settings, "option name OwnBook_File type string default ");
@@ -84,7 +84,7 @@ static Settings start_settings()
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     ready_engine();
-    Settings settings = start_settings();
+    HostSettings settings = start_settings();
     std::string_view text(reinterpret_cast<const char*>(data), size);
     while (!text.empty()) {
         const size_t end = text.find('\n');

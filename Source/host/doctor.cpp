@@ -110,13 +110,13 @@ static void print_number(const char* name, i32 value)
     print_row("%-16s %d", name, value);
 }
 
-struct Settings {
+struct Advice {
     i32 hash;
     i32 threads;
     i32 overhead;
 };
 
-static void print_settings(const Report* report, const Settings* settings, const DoctorWords* words)
+static void print_settings(const Report* report, const Advice* settings, const DoctorWords* words)
 {
     char buffer[4 * PATH_MAX];
     print_heading(report, "What to put into a chess program");
@@ -162,7 +162,7 @@ int run_doctor(Arguments arguments)
     Report report = start_report();
     printf("%s, built for %s by %s, commit %s\n", version_string, build_level, build_compiler,
         build_commit);
-    Settings settings = {};
+    Advice settings = {};
     examine_processor(&report);
     settings.hash = examine_memory(&report);
     settings.threads = examine_threads(&report);

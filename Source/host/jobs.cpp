@@ -46,7 +46,7 @@ static std::string fen_of(const Position* pos)
 
 // The options that the evaluation hangs on, as lines of a configuration file in memory: the file is
 // open in this process, where the forked one finds it by the process's number.
-static int write_config(Job* job, const Settings* settings)
+static int write_config(Job* job, const HostSettings* settings)
 {
     std::string text;
     for (const Setting& setting : settings->list) {
@@ -69,7 +69,7 @@ static void begin_job(Job* job, JobKind kind)
     job->kind = kind;
 }
 
-int start_evaluation(Job* job, const Settings* settings, const HostGame* game)
+int start_evaluation(Job* job, const HostSettings* settings, const HostGame* game)
 {
     begin_job(job, JobKind::Evaluation);
     if (const int error = write_config(job, settings); error != 0) {

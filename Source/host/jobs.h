@@ -25,7 +25,7 @@ struct HostGame;
 
 // Starts a job on a game without a defect; depth is that of a count or a benchmark. Returns 0 or
 // the error.
-[[nodiscard]] int start_evaluation(Job* job, const Settings* settings, const HostGame* game);
+[[nodiscard]] int start_evaluation(Job* job, const HostSettings* settings, const HostGame* game);
 [[nodiscard]] int start_perft(Job* job, HostGame* game, i32 depth);
 [[nodiscard]] int start_benchmark(Job* job, i32 depth);
 

@@ -43,7 +43,8 @@ void start_engine(Relay* relay)
 }
 
 // An answer that the host waits for must not be lost with the engine: what it had asked for is
-// asked again. Settings that the engine has not survived go back to what it was known to survive.
+// asked again. HostSettings that the engine has not survived go back to what it was known to
+// survive.
 void restart_engine(Relay* relay, std::string_view reason)
 {
     end_process(&relay->engine);

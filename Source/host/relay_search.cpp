@@ -27,7 +27,7 @@ static Moment moment_after(std::optional<f64> milliseconds)
 // Gives the answer as soon as it is known and may be given.
 static void give_answer(Relay* relay)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     if (!search->runs || search->answer.empty() || !search->released) {
         return;
     }
@@ -37,7 +37,7 @@ static void give_answer(Relay* relay)
     search->answer_by = std::nullopt;
 }
 
-static bool is_allowed(const Search* search, std::string_view move)
+static bool is_allowed(const HostSearch* search, std::string_view move)
 {
     return search->allowed.empty()
         || std::find(search->allowed.begin(), search->allowed.end(), move) != search->allowed.end();
@@ -45,7 +45,7 @@ static bool is_allowed(const Search* search, std::string_view move)
 
 static std::string own_choice(Relay* relay)
 {
-    const Search* search = &relay->search;
+    const HostSearch* search = &relay->search;
     if (!search->allowed.empty()) {
         return search->allowed.front();
     }
@@ -56,7 +56,7 @@ static std::string own_choice(Relay* relay)
 // a move that the rules allow.
 static void settle_answer(Relay* relay, std::string_view move, std::string_view reply)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     if (!search->answer.empty()) {
         return;
     }
@@ -86,7 +86,7 @@ void answer_without_engine(Relay* relay)
 
 void take_best_move(Relay* relay, const std::string& line)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     if (!search->engine_runs) {
         return;
     }
@@ -108,7 +108,7 @@ void take_best_move(Relay* relay, const std::string& line)
 
 static void stop_engine(Relay* relay)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     search->stop_at = std::nullopt;
     if (search->engine_runs && !search->stopped) {
         search->stopped = true;
@@ -120,7 +120,7 @@ static void stop_engine(Relay* relay)
 // A host that wants an answer at once still wants one that was searched for.
 void stop_search(Relay* relay)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     search->released = true;
     search->pondering = false;
     if (search->best.empty() && now_seconds() < search->start + shortest_search) {
@@ -132,7 +132,7 @@ void stop_search(Relay* relay)
 }
 
 // From here on the clock is the engine's own.
-static void start_watch(Search* search, i32 side)
+static void start_watch(HostSearch* search, i32 side)
 {
     search->stop_at = moment_after(stop_after(&search->limits, side));
     search->answer_by = moment_after(answer_within(&search->limits, side));
@@ -140,7 +140,7 @@ static void start_watch(Search* search, i32 side)
 
 void hit_ponder_move(Relay* relay)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     if (!search->runs || !search->pondering) {
         return;
     }
@@ -155,7 +155,7 @@ void hit_ponder_move(Relay* relay)
 
 Moment next_moment(const Relay* relay)
 {
-    const Search* search = &relay->search;
+    const HostSearch* search = &relay->search;
     Moment next = relay->end_by;
     for (const Moment moment : { search->stop_at, search->answer_by, search->give_up_at }) {
         if (moment && (!next || *moment < *next)) {
@@ -167,7 +167,7 @@ Moment next_moment(const Relay* relay)
 
 void watch_search(Relay* relay)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     const f64 now = now_seconds();
     if (search->stop_at && now >= *search->stop_at) {
         stop_engine(relay);
@@ -197,7 +197,7 @@ static void answer_at_once(Relay* relay, std::string_view answer)
 // Sets the moves of "searchmoves" that are legal. Returns false if the words named none.
 static bool choose_moves(Relay* relay)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     for (const std::string& word : search->limits.search_moves) {
         const Move move = find_legal_move(&relay->game, word);
         if (move == NoMove) {
@@ -223,8 +223,8 @@ static void send_position(Relay* relay)
 void begin_search(Relay* relay, std::string_view words)
 {
     std::string remark;
-    Search* search = &relay->search;
-    *search = Search {};
+    HostSearch* search = &relay->search;
+    *search = HostSearch {};
     search->limits = read_limits(words, &remark);
     if (!remark.empty()) {
         remark_to_host(relay, remark);
@@ -274,7 +274,7 @@ void begin_search(Relay* relay, std::string_view words)
 // ---- Its lines
 
 // Puts a line among those of the moves asked for. Returns its number among them, 0 if it is none.
-static i64 rank_of_line(Search* search, const InfoLine& info, std::string_view move)
+static i64 rank_of_line(HostSearch* search, const InfoLine& info, std::string_view move)
 {
     const i64 number = info.line_number.value_or(1);
     if (number <= search->last_number) {
@@ -294,7 +294,7 @@ static i64 lines_wanted(const Relay* relay)
 // Nodes that the engine cannot count to: told by its lines, and between them by its rate.
 static void watch_nodes(Relay* relay, const InfoLine& info)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     const std::optional<i64> goal = nodes_to_watch(&search->limits);
     if (!goal || !info.nodes) {
         return;
@@ -327,7 +327,7 @@ static void show_line(Relay* relay, const std::string& line)
 
 void take_info(Relay* relay, const std::string& line)
 {
-    Search* search = &relay->search;
+    HostSearch* search = &relay->search;
     if (!search->runs || !search->answer.empty()) {
         return;
     }

@@ -20,7 +20,7 @@
 using Moment = std::optional<f64>;
 
 // One "go" of the host, from its line to its "bestmove".
-struct Search {
+struct HostSearch {
     bool runs = false;        // the host is owed a "bestmove"
     bool engine_runs = false; // the engine owes one; it may outlast the host's
     bool released = true;     // the answer may go out as soon as it is known
@@ -53,7 +53,7 @@ struct Relay {
     bool starting = false; // the engine has not answered its first lines yet
     bool learning = false; // its option lines are on their way
     i32 failures = 0;      // starts in a row that came to nothing
-    Settings settings;
+    HostSettings settings;
     bool knows_options = false;
     std::deque<ReadyOwner> ready_owners;
     bool is_quiet = false; // what the engine says of its settings is not the host's doing
@@ -61,7 +61,7 @@ struct Relay {
     std::string sent_position; // the line that the engine's board was set up by
     i32 sent_plies = 0;
     LeftLimits left;
-    Search search;
+    HostSearch search;
     Job job;
     std::deque<std::string> waiting; // lines of the host that wait for an end of the search
     size_t waiting_size = 0;         // characters

@@ -30,7 +30,7 @@ static std::string plain_name(std::string_view name)
     return plain;
 }
 
-static Setting* look_up(Settings* settings, std::string_view name)
+static Setting* look_up(HostSettings* settings, std::string_view name)
 {
     const std::string plain = plain_name(name);
     for (Setting& setting : settings->list) {
@@ -41,14 +41,14 @@ static Setting* look_up(Settings* settings, std::string_view name)
     return nullptr;
 }
 
-const Setting* find_setting(const Settings* settings, std::string_view name)
+const Setting* find_setting(const HostSettings* settings, std::string_view name)
 {
     const auto found = std::find_if(settings->list.begin(), settings->list.end(),
         [name](const Setting& setting) { return setting.name == name; });
     return found == settings->list.end() ? nullptr : &*found;
 }
 
-bool is_on(const Settings* settings, std::string_view name)
+bool is_on(const HostSettings* settings, std::string_view name)
 {
     const Setting* setting = find_setting(settings, name);
     return setting != nullptr && setting->value == "true";
@@ -94,7 +94,7 @@ static Setting make_setting(std::string_view name, SettingKind kind, bool of_eng
     return { std::string(name), kind, of_engine, value, lowest, highest, value, value, value };
 }
 
-void learn_option(Settings* settings, std::string_view line)
+void learn_option(HostSettings* settings, std::string_view line)
 {
     const std::string_view name = part_behind(line, "option name ");
     const std::string value(part_behind(line, " default "));
@@ -127,7 +127,7 @@ void learn_option(Settings* settings, std::string_view line)
     settings->list.push_back(setting);
 }
 
-void add_own_options(Settings* settings)
+void add_own_options(HostSettings* settings)
 {
     for (const auto& [name, engine_name] : aliases) {
         const Setting* engine = find_setting(settings, engine_name);
@@ -145,7 +145,7 @@ void add_own_options(Settings* settings)
         std::string(version_string) + " by Brin Tolvey, a chess engine for Linux"));
 }
 
-std::vector<std::string> option_lines(const Settings* settings)
+std::vector<std::string> option_lines(const HostSettings* settings)
 {
     std::vector<std::string> lines;
     for (const Setting& setting : settings->list) {
@@ -235,7 +235,7 @@ static void split_words(std::string_view words, std::string* name, std::string* 
 }
 
 // The first row of a name is the engine's; an exact name finds its own.
-SettingResult change_setting(Settings* settings, std::string_view words)
+SettingResult change_setting(HostSettings* settings, std::string_view words)
 {
     std::string name;
     std::string value;
@@ -263,7 +263,7 @@ SettingResult change_setting(Settings* settings, std::string_view words)
 
 // The value of an option that is announced under two names. A host that sends every option once
 // sends one of the two at its default, which must not take the other back.
-static const std::string& value_by_any_name(const Settings* settings, const Setting& setting)
+static const std::string& value_by_any_name(const HostSettings* settings, const Setting& setting)
 {
     for (const auto& [name, engine_name] : aliases) {
         const Setting* alias = engine_name == setting.name ? find_setting(settings, name) : nullptr;
@@ -276,7 +276,7 @@ static const std::string& value_by_any_name(const Settings* settings, const Sett
 }
 
 // What the engine is to work with for the host's value.
-static std::string wanted(const Settings* settings, const Setting& setting, i32 lines)
+static std::string wanted(const HostSettings* settings, const Setting& setting, i32 lines)
 {
     const bool analyses = is_on(settings, "UCI_AnalyseMode");
     if (setting.name == "MultiPV" && lines > 0) {
@@ -300,7 +300,7 @@ static std::string wanted(const Settings* settings, const Setting& setting, i32 
 }
 
 // While the limit is off the engine overwrites its Elo, so that is told last and anew.
-std::vector<std::string> lines_for_engine(Settings* settings, i32 lines)
+std::vector<std::string> lines_for_engine(HostSettings* settings, i32 lines)
 {
     std::vector<std::string> told;
     for (Setting& setting : settings->list) {
@@ -320,7 +320,7 @@ std::vector<std::string> lines_for_engine(Settings* settings, i32 lines)
     return told;
 }
 
-void forget_sent(Settings* settings)
+void forget_sent(HostSettings* settings)
 {
     for (Setting& setting : settings->list) {
         setting.sent = setting.name == "UCI_Elo" ? "" : setting.start;
@@ -331,7 +331,7 @@ void forget_sent(Settings* settings)
     }
 }
 
-void confirm_sent(Settings* settings)
+void confirm_sent(HostSettings* settings)
 {
     for (Setting& setting : settings->list) {
         if (setting.value == setting.sent) {
@@ -340,7 +340,7 @@ void confirm_sent(Settings* settings)
     }
 }
 
-std::string take_back_unconfirmed(Settings* settings)
+std::string take_back_unconfirmed(HostSettings* settings)
 {
     std::string names;
     for (Setting& setting : settings->list) {

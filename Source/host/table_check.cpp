@@ -206,13 +206,13 @@ static const char* find_fault(const char* path, TableFileKind kind, u64* bytes)
     return *bytes % alignment == tail ? nullptr : "cut short, or not copied to its end";
 }
 
-struct Search {
+struct FolderSearch {
     const char* path;
     TableCheck* check;
     i32 pieces;
 };
 
-static void look_for_file(const Search* search, const char* material, TableFileKind kind)
+static void look_for_file(const FolderSearch* search, const char* material, TableFileKind kind)
 {
     TableCount* count = &search->check->counts[search->pieces][kind];
     char file_name[table_name_size];
@@ -239,7 +239,7 @@ static void look_for_file(const Search* search, const char* material, TableFileK
 
 static void look_for_material(const char* name, void* context)
 {
-    const Search* search = static_cast<const Search*>(context);
+    const FolderSearch* search = static_cast<const FolderSearch*>(context);
     look_for_file(search, name, ResultFile);
     look_for_file(search, name, DistanceFile);
 }
@@ -288,7 +288,7 @@ void check_tables(const char* path, TableCheck* check)
 {
     *check = TableCheck {};
     for (i32 pieces = fewest_table_pieces; pieces <= most_table_pieces; ++pieces) {
-        Search search = { path, check, pieces };
+        FolderSearch search = { path, check, pieces };
         visit_materials(pieces, look_for_material, &search);
     }
     char folder[path_size];

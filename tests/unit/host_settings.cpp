@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-static Settings known_settings()
+static HostSettings known_settings()
 {
-    Settings settings;
+    HostSettings settings;
     for (const char* line : { "option name ConfigFilePath type string default ",
              "option name Hash type spin default 64 min 0 max 16384",
              "option name Clear_Hash type button", "option name OwnBook type check default false",
@@ -31,7 +31,7 @@ static Settings known_settings()
 using Lines = std::vector<std::string>;
 
 // Applies settings, which must all be taken, and returns what the engine then hears.
-static Lines told(Settings* settings, std::initializer_list<const char*> words)
+static Lines told(HostSettings* settings, std::initializer_list<const char*> words)
 {
     for (const char* text : words) {
         const SettingResult result = change_setting(settings, text);
@@ -43,7 +43,7 @@ static Lines told(Settings* settings, std::initializer_list<const char*> words)
 
 TEST(HostSettings, NamesAreTakenAsHostsWriteThem)
 {
-    Settings settings = known_settings();
+    HostSettings settings = known_settings();
     EXPECT_EQ(
         told(&settings, { "name hash value 128" }), Lines { "setoption name Hash value 128" });
     EXPECT_EQ(
@@ -56,7 +56,7 @@ TEST(HostSettings, NamesAreTakenAsHostsWriteThem)
 
 TEST(HostSettings, TheEngineHearsOnlyWhatChanges)
 {
-    Settings settings = known_settings();
+    HostSettings settings = known_settings();
     EXPECT_EQ(told(&settings, { "name Hash value 64", "name Contempt value 0" }), Lines {});
     EXPECT_EQ(told(&settings, { "name Hash value 32" }).size(), 1u);
     EXPECT_EQ(told(&settings, { "name Hash value 32" }), Lines {});
@@ -64,7 +64,7 @@ TEST(HostSettings, TheEngineHearsOnlyWhatChanges)
 
 TEST(HostSettings, ValuesAreKeptInRangeOrRefused)
 {
-    Settings settings = known_settings();
+    HostSettings settings = known_settings();
     EXPECT_EQ(told(&settings, { "name Hash value 0" }), Lines { "setoption name Hash value 1" });
     EXPECT_EQ(
         told(&settings, { "name Hash value 999999" }), Lines { "setoption name Hash value 16384" });
@@ -83,7 +83,7 @@ TEST(HostSettings, ValuesAreKeptInRangeOrRefused)
 
 TEST(HostSettings, TwoNamesOfOneOptionDoNotUndoEachOther)
 {
-    Settings settings = known_settings();
+    HostSettings settings = known_settings();
     EXPECT_EQ(told(&settings, { "name Move Overhead value 300", "name MoveOverhead value 50" }),
         Lines { "setoption name MoveOverhead value 300" });
     EXPECT_EQ(told(&settings, { "name MoveOverhead value 20" }),
@@ -94,7 +94,7 @@ TEST(HostSettings, TwoNamesOfOneOptionDoNotUndoEachOther)
 
 TEST(HostSettings, ALimitOfStrengthIsToldAnewAndOnlyWhereItCanBeMet)
 {
-    Settings settings = known_settings();
+    HostSettings settings = known_settings();
     EXPECT_EQ(told(&settings, { "name UCI_Elo value 1800" }), Lines {});
     EXPECT_EQ(told(&settings, { "name UCI_LimitStrength value true" }),
         (Lines {
@@ -108,7 +108,7 @@ TEST(HostSettings, ALimitOfStrengthIsToldAnewAndOnlyWhereItCanBeMet)
 
 TEST(HostSettings, AnalysisHasNoBookAndNoContempt)
 {
-    Settings settings = known_settings();
+    HostSettings settings = known_settings();
     (void)told(&settings, { "name OwnBook value true", "name Contempt value 30" });
     EXPECT_EQ(told(&settings, { "name UCI_AnalyseMode value true" }),
         (Lines { "setoption name OwnBook value false", "setoption name Contempt value 0" }));
@@ -118,7 +118,7 @@ TEST(HostSettings, AnalysisHasNoBookAndNoContempt)
 
 TEST(HostSettings, WhatTheEngineDiesOfGoesBack)
 {
-    Settings settings = known_settings();
+    HostSettings settings = known_settings();
     (void)told(&settings, { "name Contempt value 30" });
     confirm_sent(&settings);
     (void)told(&settings, { "name Hash value 16000" });
@@ -129,7 +129,7 @@ TEST(HostSettings, WhatTheEngineDiesOfGoesBack)
 
 TEST(HostSettings, AnnouncesAFixedEloAndItsOwnOptions)
 {
-    const Settings settings = known_settings();
+    const HostSettings settings = known_settings();
     const Lines lines = option_lines(&settings);
     const auto has = [&lines](std::string_view line) {
         return std::find(lines.begin(), lines.end(), line) != lines.end();
@@ -144,7 +144,7 @@ TEST(HostSettings, AnnouncesAFixedEloAndItsOwnOptions)
 
 TEST(HostSettings, SomeLinesForAnAnalysisOfChosenMoves)
 {
-    Settings settings = known_settings();
+    HostSettings settings = known_settings();
     EXPECT_EQ(lines_for_engine(&settings, 20), Lines { "setoption name MultiPV value 20" });
     EXPECT_EQ(lines_for_engine(&settings, 0), Lines { "setoption name MultiPV value 1" });
 }
