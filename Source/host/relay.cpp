@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -27,6 +28,7 @@
 
 // Characters of lines that wait, at most; those beyond are dropped, and the host is told.
 static constexpr size_t most_waiting = 1 << 26;
+static constexpr size_t most_waiting_lines = 1 << 14;
 // Seconds that the answers may take once the input is over, and a job that somebody may still read.
 static constexpr f64 longest_end = 2.0;
 static constexpr f64 longest_job_end = 60.0;
@@ -319,30 +321,37 @@ static bool may_act(const Relay* relay, const HostWord* word)
     if (word->when == When::Now || !is_busy(relay)) {
         return true;
     }
-    return word->when == When::Search && !relay->starting;
+    // Behind a "stop" everything waits for the answer.
+    return word->when == When::Search && !relay->starting && !relay->search.unwanted;
 }
 
-// Acts on what has waited, as far as that goes. A search that others wait behind is ended if one of
-// them does not want it any more.
+// Takes a line out of those that wait, and acts on it.
+static void act_on_waiting(Relay* relay, size_t number)
+{
+    const auto place = relay->waiting.begin() + static_cast<std::ptrdiff_t>(number);
+    const std::string line = *place;
+    relay->waiting.erase(place);
+    relay->waiting_size -= line.size() + 1;
+    act(relay, find_word(line), line);
+}
+
+// Acts on what has waited, as far as that goes. Words for the search that runs go before those that
+// wait for its end; and a search is ended if a line behind it does not want it any more.
 static void work_off(Relay* relay)
 {
-    while (!relay->waiting.empty() && !relay->quit) {
-        const HostWord* word = find_word(relay->waiting.front());
-        if (!may_act(relay, word)) {
-            break;
-        }
-        const std::string line = relay->waiting.front();
-        relay->waiting.pop_front();
-        relay->waiting_size -= line.size() + 1;
-        act(relay, word, line);
-    }
-    if (!relay->search.runs || relay->search.stopped) {
-        return;
-    }
-    for (const std::string& line : relay->waiting) {
-        if (find_word(line)->replaces) {
+    size_t number = 0;
+    while (number < relay->waiting.size() && !relay->quit) {
+        const HostWord* word = find_word(relay->waiting[number]);
+        if (may_act(relay, word) && (number == 0 || word->when == When::Search)) {
+            act_on_waiting(relay, number);
+            number = 0; // its act may have let others go
+        } else if (relay->search.runs && word->replaces && !relay->search.unwanted) {
             stop_search(relay);
-            return;
+            number = 0;
+        } else if (word->replaces) {
+            return; // what comes behind it is not for this search
+        } else {
+            ++number;
         }
     }
 }
@@ -360,22 +369,21 @@ static void take_host_line(Relay* relay, const std::string& line)
                 + "'. Type help for the words that there are.");
         return;
     }
-    // Nothing overtakes what waits but the words that hold at any time, and a question of a host
-    // that watches a search go on.
-    const bool may_overtake = word->when == When::Now
-        || (word->when == When::Search && !word->replaces && relay->search.runs
-            && !relay->search.stopped);
-    if (may_act(relay, word) && (relay->waiting.empty() || may_overtake)) {
+    if (may_act(relay, word) && (relay->waiting.empty() || word->when == When::Now)) {
         act(relay, word, line);
         return;
     }
-    if (relay->waiting_size + line.size() >= most_waiting) {
+    if (relay->waiting_size + line.size() >= most_waiting
+        || relay->waiting.size() >= most_waiting_lines) {
         remark_to_host(relay, "too much waits; dropped: " + std::string(shortened(line)));
         return;
     }
     relay->waiting.push_back(line);
     relay->waiting_size += line.size() + 1;
-    work_off(relay);
+    // A line that waits for the end of a search changes nothing yet.
+    if (word->replaces || word->when == When::Search) {
+        work_off(relay);
+    }
 }
 
 // ---- The loop
@@ -543,7 +551,7 @@ static void turn(Relay* relay, Descriptors* others)
     // With the input over nobody is left to say "stop"; but whoever has piped in a word for a
     // person still reads what it gives.
     if (relay->ending) {
-        if (relay->search.runs && !relay->search.stopped) {
+        if (relay->search.runs && !relay->search.unwanted) {
             stop_search(relay);
         }
         if (is_running(&relay->job.process)) {

@@ -123,6 +123,7 @@ void stop_search(Relay* relay)
     HostSearch* search = &relay->search;
     search->released = true;
     search->pondering = false;
+    search->unwanted = true;
     if (search->best.empty() && now_seconds() < search->start + shortest_search) {
         search->stop_at = search->start + shortest_search;
     } else {

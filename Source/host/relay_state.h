@@ -25,6 +25,7 @@ struct HostSearch {
     bool engine_runs = false; // the engine owes one; it may outlast the host's
     bool released = true;     // the answer may go out as soon as it is known
     bool stopped = false;     // the engine has been told to stop
+    bool unwanted = false;    // the host has asked for its end
     bool pondering = false;
     bool beyond = false; // the engine has gone deeper than it should: its own choice is another's
     GoLimits limits;

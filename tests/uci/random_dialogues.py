@@ -2,12 +2,15 @@
 """Random dialogues over UCI: searches of every kind, disturbed at any moment by options, new
 positions, words of the console and other commands in any order.
 
-    random_dialogues.py [--dialogues N] [--seed N] [--jobs N] ENGINE DATA_FOLDER
+    random_dialogues.py [--host] [--dialogues N] [--seed N] [--jobs N] ENGINE DATA_FOLDER
 
 A "go" must be answered once when "stop" comes, by a move that pgn-extract, an independent reader of
 the rules, knows as legal in the position that was searched, and by "null" only where there is none
 or the fifty moves are over; only another "go" or "quit" takes the answer away. "isready" must
 always be answered, and the process must end with "quit", status 0 and a silent standard error.
+With --host the program is vesk-uci: every "go" is answered, by "(none)" where there is no move, and
+its engine is killed now and then.
+
 DATA_FOLDER holds a book and endgame tables. Status 1 if anything was wrong, with the dialogue up to
 there. Where pgn-extract is not installed the moves alone are not judged.
 """
@@ -17,6 +20,7 @@ import concurrent.futures
 import os
 import pathlib
 import random
+import signal
 import subprocess
 import sys
 import tempfile
@@ -89,8 +93,9 @@ def option_lines(data):
 class Dialogue:
     """One dialogue: what was said, and which searches may still be answered."""
 
-    def __init__(self, engine, options, dice):
+    def __init__(self, engine, options, dice, is_host):
         self.engine = engine
+        self.is_host = is_host
         self.options = options
         self.dice = dice
         self.said = []
@@ -110,7 +115,7 @@ class Dialogue:
         words = line.split()
         if len(words) not in (2, 4) or (len(words) == 4 and words[2] != "ponder"):
             raise EngineFault("a bestmove of another form")
-        self.replies.append([word for word in words[1::2] if word != "null"])
+        self.replies.append([word for word in words[1::2] if word not in ("null", "(none)")])
         if len(self.replies) > len(self.searches):
             raise EngineFault("a bestmove that nobody had asked for")
 
@@ -127,6 +132,9 @@ class Dialogue:
     def close(self):
         """The latest search has been answered, and none of the others will be any more."""
         for number, reply in enumerate(self.replies):
+            if self.is_host:
+                self.records.append({"positions": [self.searches[number]], "reply": reply})
+                continue
             is_last = number == len(self.replies) - 1
             # Of several searches it is not known which ones were answered before a "go" replaced
             # them; the last answer is the last one's.
@@ -151,7 +159,8 @@ class Dialogue:
         fen, moves = self.position
         # However soon the "stop" comes, there is a move if a search runs at all.
         self.searches.append(
-            {"fen": fen, "moves": moves.split(), "mustMove": self.position != FIFTY_MOVES})
+            {"fen": fen, "moves": moves.split(),
+             "mustMove": self.is_host or self.position != FIFTY_MOVES})
 
     def stop(self):
         self.send("stop")
@@ -159,10 +168,26 @@ class Dialogue:
         if self.searches:
             if not self.replies:
                 raise EngineFault("no bestmove after stop")
+            if self.is_host and len(self.replies) != len(self.searches):
+                raise EngineFault("a search without a bestmove")
             self.close()
+
+    def kill_engine(self):
+        pid = self.engine.process.pid
+        path = pathlib.Path(f"/proc/{pid}/task/{pid}/children")
+        children = path.read_text(encoding="ascii").split()
+        self.said.append(f"(kills {' '.join(children)})")
+        for child in children:
+            try:
+                os.kill(int(child), signal.SIGKILL)
+            except ProcessLookupError:
+                pass
 
     def disturb(self):
         kind = self.dice.random()
+        if self.is_host and self.dice.random() < 0.04:
+            self.kill_engine()
+            return
         if kind < 0.4:
             self.send(self.dice.choice(self.options))
         elif kind < 0.6:
@@ -217,12 +242,13 @@ class Dialogue:
 def run_dialogue(arguments, seed):
     """The records for the judge and the complaint, if there is one, of the dialogue of a seed."""
     dice = random.Random(seed)
-    at_console = dice.random() < 0.2
+    at_console = dice.random() < 0.2 and not arguments.host
     with tempfile.TemporaryDirectory() as folder:
         for name, content in CONFIGS.items():
             (pathlib.Path(folder) / name).write_text(content, encoding="ascii")
         engine = uci_games.Engine(arguments.engine, folder, ["-c"] if at_console else [])
-        dialogue = Dialogue(engine, option_lines(arguments.data_folder.resolve()), dice)
+        dialogue = Dialogue(engine, option_lines(arguments.data_folder.resolve()), dice,
+                            arguments.host)
         fault = None
         try:
             dialogue.run(arguments.actions, at_console)
@@ -268,6 +294,7 @@ def judge_replies(records):
 
 def main():
     parser = argparse.ArgumentParser()
+    parser.add_argument("--host", action="store_true")
     parser.add_argument("--dialogues", type=int, default=60)
     parser.add_argument("--actions", type=int, default=30)
     parser.add_argument("--seed", type=int, default=1, help="of the first dialogue")
