@@ -7,12 +7,14 @@ WERROR ?= OFF
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 TESTS ?= *
+PREFIX ?= /usr/local
+export DESTDIR
 
 level = -DVESK_ARCH=$(ARCH)
 build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) $(2) && cmake --build --preset $(1) -j $(JOBS)
 
-.PHONY: all exe vesk release native baseline clang test bench bench-book bench-scan bench-tune sanitize \
-	asan tsan pgo ttune micro fuzz quick format tidy clean
+.PHONY: all exe vesk release native baseline clang test bench bench-book bench-scan bench-tune \
+	sanitize asan tsan pgo ttune micro fuzz quick format tidy install uninstall deb clean
 
 # "make EXE=name CC=g++" builds vesk-uci alone and leaves it under that name, as distributed test
 # systems call it. CXX= does as well, and a C compiler's name stands for its sister's; without one
@@ -114,5 +116,18 @@ tidy:
 	cmake --preset debug -DVESK_WERROR=$(WERROR) $(level)
 	scripts/check_tidy || [ $$? -eq 77 ]
 
+# Installs what was built last, so that it need not be built again by root.
+install:
+	test -x build/release/vesk-uci || $(MAKE) --no-print-directory release
+	cmake --install build/release --prefix $(PREFIX)
+
+# What the last "make install" wrote.
+uninstall:
+	sed "s|^|$$DESTDIR|" build/release/install_manifest.txt | tr '\n' '\0' | xargs -0 rm -f
+
+deb:
+	scripts/install_missing deb
+	WERROR=$(WERROR) JOBS=$(JOBS) scripts/make_deb
+
 clean:
-	rm -rf build vesk vesk-tune
+	rm -rf build vesk vesk-uci vesk-tune
