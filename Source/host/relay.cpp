@@ -5,12 +5,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <iterator>
 #include <poll.h>
 #include <string>
 #include <string_view>
@@ -243,8 +243,8 @@ static void run_benchmark_word(Relay* relay, std::string_view words)
 static void show_help(Relay* relay, std::string_view)
 {
     for (const char* line : {
-             "Words of UCI: uci, isready, ucinewgame, setoption, position, go, stop, ponderhit, "
-             "quit.",
+             "Words of UCI: uci, isready, ucinewgame, setoption, position, go, stop,",
+             "  ponderhit, quit.",
              "  position startpos moves e2e4 e7e5",
              "  position fen FEN",
              "  go depth N | nodes N | movetime MS | infinite | mate N | wtime MS btime MS ...",
@@ -328,7 +328,7 @@ static bool may_act(const Relay* relay, const HostWord* word)
 // Takes a line out of those that wait, and acts on it.
 static void act_on_waiting(Relay* relay, size_t number)
 {
-    const auto place = relay->waiting.begin() + static_cast<std::ptrdiff_t>(number);
+    const auto place = std::next(relay->waiting.begin(), static_cast<long>(number));
     const std::string line = *place;
     relay->waiting.erase(place);
     relay->waiting_size -= line.size() + 1;

@@ -28,7 +28,7 @@ STANDARD = {
     "ios": "ios streamsize",
     "iostream": "cin cout cerr ios",
     "istream": "getline",
-    "iterator": "back_inserter begin end istream_iterator istreambuf_iterator size",
+    "iterator": "back_inserter begin end istream_iterator istreambuf_iterator next size",
     "limits": "numeric_limits",
     "map": "map",
     "memory": "make_unique unique_ptr",
