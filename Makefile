@@ -118,7 +118,7 @@ tidy:
 
 # Installs what was built last, so that it need not be built again by root.
 install:
-	test -x build/release/vesk-uci || $(MAKE) --no-print-directory release
+	@test -x build/release/vesk-uci || $(MAKE) --no-print-directory release
 	cmake --install build/release --prefix $(PREFIX)
 
 # What the last "make install" wrote.
