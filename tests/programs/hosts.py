@@ -40,6 +40,9 @@ def play_by_clicking(desktop, engine, log, window, square):
 
 # ---- xboard: on its command line, with polyglot between
 
+XBOARD_WORDS = "-fcp {engine} -fUCI -scp {engine} -sUCI -mg 1 -mps 40"
+
+
 class XBoard:
     name = "xboard"
     needs = ["xboard", "polyglot"]
@@ -53,8 +56,7 @@ class XBoard:
     def start(desktop, engine):
         # It looks up the home in the list of users, and would write its settings there.
         return desktop.start("xboard", "-saveSettingsFile", str(desktop.home / ".xboardrc"),
-                             "-fcp", str(engine), "-fUCI", "-scp", str(engine), "-sUCI", "-mg", "1",
-                             "-mps", "40", "-tc", "0:20")
+                             *XBOARD_WORDS.format(engine=engine).split(), "-tc", "0:20")
 
     @staticmethod
     def play(desktop, engine, log):
