@@ -188,9 +188,22 @@ static void hit(Relay* relay, std::string_view)
     hit_ponder_move(relay);
 }
 
+// From here on only what was said before is answered.
+static void end_input(Relay* relay)
+{
+    relay->ending = true;
+    relay->input_end = now_seconds();
+    relay->end_by = relay->input_end + longest_end;
+}
+
+// What was said before is still answered, as for the end of the input: a script says all of its
+// words at once. A person at a terminal who leaves in the middle of a job means it.
 static void leave(Relay* relay, std::string_view)
 {
-    relay->quit = true;
+    if (isatty(STDIN_FILENO)) {
+        end_job(&relay->job);
+    }
+    end_input(relay);
 }
 
 static void pass_over(Relay*, std::string_view)
@@ -285,7 +298,7 @@ static constexpr HostWord host_words[] = {
     { "go", When::Idle, true, go },
     { "stop", When::Search, true, end_what_runs },
     { "ponderhit", When::Search, false, hit },
-    { "quit", When::Now, true, leave },
+    { "quit", When::Now, false, leave },
     { "debug", When::Now, false, pass_over },
     { "register", When::Now, false, pass_over },
     { "d", When::Idle, false, show_board },
@@ -448,7 +461,7 @@ static void wait_for_events(const Relay* relay, const Descriptors* others, pollf
 {
     // A host that does not read its lines gets no more made, and what it says is still heard.
     const bool full = relay->to_host.pending.size() > full_sink;
-    events[FromHost] = { relay->from_host.at_end ? -1 : relay->from_host.descriptor, POLLIN, 0 };
+    events[FromHost] = { relay->ending ? -1 : relay->from_host.descriptor, POLLIN, 0 };
     events[ToHost] = { relay->to_host.descriptor, writes(&relay->to_host), 0 };
     events[FromEngine] = { full ? -1 : relay->engine.from.descriptor, POLLIN, 0 };
     events[ToEngine] = { relay->engine.to.pending.empty() ? -1 : relay->engine.to.descriptor,
@@ -471,7 +484,7 @@ static void read_host(Relay* relay)
 {
     fill_source(&relay->from_host);
     std::string line;
-    while (!relay->quit && take_line(&relay->from_host, &line)) {
+    while (!relay->ending && take_line(&relay->from_host, &line)) {
         take_host_line(relay, line);
     }
     if (relay->from_host.dropped > relay->reported_drops) {
@@ -479,9 +492,7 @@ static void read_host(Relay* relay)
         remark_to_host(relay, "a line of more than a megabyte was dropped");
     }
     if (relay->from_host.at_end && !relay->ending) {
-        relay->ending = true;
-        relay->input_end = now_seconds();
-        relay->end_by = relay->input_end + longest_end;
+        end_input(relay);
     }
 }
 
