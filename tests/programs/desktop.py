@@ -21,15 +21,19 @@ class Failure(Exception):
     pass
 
 
+class Late(Failure):
+    """Something has not come in time."""
+
+
 def wait_for(what, seconds, look):
-    """The first true value that looking gives; a failure if there is none in time."""
+    """The first true value that looking gives."""
     end = time.monotonic() + seconds
     while True:
         found = look()
         if found:
             return found
         if time.monotonic() > end:
-            raise Failure(f"no {what} within {seconds} s")
+            raise Late(f"no {what} within {seconds} s")
         time.sleep(POLL_SECONDS)
 
 

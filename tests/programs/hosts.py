@@ -6,7 +6,7 @@ Each program has `play`, which leaves its window with ten moves of both sides on
 import subprocess
 import time
 
-from desktop import Failure, has_tool, wait_for
+from desktop import Failure, has_tool, processes_of, wait_for
 from engine_log import Adviser, answers, plies_told
 
 WHOLE_MOVES = 10
@@ -190,9 +190,11 @@ class Scid:
 
     @staticmethod
     def think(desktop, engine):
-        del engine
         Scid.open(desktop)
-        desktop.press("F4") # the engine on top of the list is at hand already, and now analyses
+        # The engine on top of the list is at hand from the start, and now analyses.
+        wait_for("engine in the window for analysis", 60, lambda: processes_of(engine))
+        time.sleep(3)
+        desktop.press("F4")
 
 
 # ---- gnome-chess: in its list of engines, the first of which is the opponent
