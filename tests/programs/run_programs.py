@@ -111,7 +111,7 @@ def try_host(host, engine, pictures):
 
 def try_twice(host, engine, pictures):
     """Windows come late on a busy machine, and keys pressed too early are lost: what is late is
-    tried again. What the engine does wrong is not."""
+    tried again. What the engine does wrong is not. True, False, or None for what came late twice."""
     for attempt in ("first", "second"):
         try:
             try_host(host, engine, pictures)
@@ -119,14 +119,16 @@ def try_twice(host, engine, pictures):
         except Failure as failure:
             print(f"{host.name}: FAILED, {attempt} time: {failure}", flush=True)
             if not isinstance(failure, Late):
-                break
-    return False
+                return False
+    return None
 
 
 def main():
     parser = argparse.ArgumentParser(usage=__doc__)
     parser.add_argument("engine", type=Path)
     parser.add_argument("pictures", type=Path)
+    parser.add_argument("--patient", action="store_true",
+                        help="leave out what comes late twice, if as many programs pass")
     parser.add_argument("program", nargs="*", help="the names of some of the programs")
     arguments = parser.parse_args()
 
@@ -146,8 +148,11 @@ def main():
     engine = arguments.engine.resolve()
     with ThreadPoolExecutor(AT_ONCE) as pool:
         passed = list(pool.map(lambda host: try_twice(host, engine, arguments.pictures), hosts))
-    if not all(passed):
+    late = passed.count(None)
+    if False in passed or (late and not arguments.patient) or late > passed.count(True):
         return 1
+    if late:
+        print(f"Left out, as too slow on this machine: {late} of {len(hosts)} programs")
     return 0 if hosts else SKIPPED
 
 
