@@ -25,6 +25,7 @@
 #include "host/bench_word.h"
 #include "host/relay_state.h"
 #include "host/text.h"
+#include "shell/weights_file.h"
 
 // Characters of lines that wait, at most; those beyond are dropped, and the host is told.
 static constexpr size_t most_waiting = 1 << 26;
@@ -33,7 +34,6 @@ static constexpr size_t most_waiting_lines = 1 << 14;
 static constexpr f64 longest_end = 2.0;
 static constexpr f64 longest_job_end = 60.0;
 static constexpr f64 last_flush = 0.2;
-static constexpr char params_file[] = "params.txt";
 static constexpr i64 deepest_perft = 20;
 static constexpr char default_log[] = "vesk.log";
 

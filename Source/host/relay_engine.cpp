@@ -1,10 +1,9 @@
 // The life of the engine behind the relay. It is a process of its own: a crash, a lack of memory or
 // a kill from outside costs one search, and the host hears of it.
-#include "base/version.h"
-
 #include <string>
 #include <string_view>
 #include <vector>
+
 #include "host/relay_state.h"
 #include "host/text.h"
 #include "main/engine.h"
@@ -43,8 +42,7 @@ void start_engine(Relay* relay)
 }
 
 // An answer that the host waits for must not be lost with the engine: what it had asked for is
-// asked again. HostSettings that the engine has not survived go back to what it was known to
-// survive.
+// asked again. Settings that the engine has not survived go back to what it was known to survive.
 void restart_engine(Relay* relay, std::string_view reason)
 {
     end_process(&relay->engine);
