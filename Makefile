@@ -1,9 +1,11 @@
 # Short names for the CMake presets. "make" leaves the optimised programs as ./vesk and ./vesk-uci.
 # ARCH chooses the processor level (x86-64-v3, x86-64-v2, x86-64, native, generic); without it
-# the highest that this machine can run is taken. WERROR=ON takes warnings for errors.
+# the highest that this machine can run is taken. WERROR=ON takes warnings for errors, DEBUG_INFO
+# chooses what debug builds tell a debugger.
 
 ARCH ?= $(shell scripts/processor_level)
 WERROR ?= OFF
+DEBUG_INFO ?= -g
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 TESTS ?= *
@@ -11,7 +13,7 @@ PREFIX ?= /usr/local
 export DESTDIR
 
 level = -DVESK_ARCH=$(ARCH)
-build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) $(2) && cmake --build --preset $(1) -j $(JOBS)
+build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) -DVESK_DEBUG_INFO=$(DEBUG_INFO) $(2) && cmake --build --preset $(1) -j $(JOBS)
 
 .PHONY: all exe vesk release native baseline clang test bench bench-book bench-scan bench-tune \
 	sanitize asan tsan pgo ttune micro fuzz quick format tidy install uninstall deb clean

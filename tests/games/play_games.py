@@ -38,9 +38,9 @@ MOVETIME_SLACK = 250    # ms that a fixed-time move may take longer than told
 # Every move costs some milliseconds even on an empty clock, so games without an increment are
 # broken off earlier than the others.
 SCHEDULE = (
-    {"name": "sudden death", "base": 8000, "maxPlies": 180},
-    {"name": "sudden death, ponder", "base": 8000, "maxPlies": 180, "ponder": True},
-    {"name": "sudden death, 2 threads", "base": 8000, "maxPlies": 180, "threads": 2},
+    {"name": "sudden death", "base": 5000, "maxPlies": 140},
+    {"name": "sudden death, ponder", "base": 5000, "maxPlies": 140, "ponder": True},
+    {"name": "sudden death, 2 threads", "base": 5000, "maxPlies": 140, "threads": 2},
     {"name": "sudden death, very short", "base": 2000, "maxPlies": 100},
     {"name": "increment", "base": 800, "increment": 40},
     {"name": "increment, ponder", "base": 800, "increment": 40, "ponder": True},
