@@ -149,7 +149,7 @@ bool move_fits_board(const Position* pos, Move move)
 
 // Generates into a list of its own: the position may stand at any ply of the game, and the lists of
 // its thread may be in use.
-static bool has_legal_move(Position* pos)
+bool has_legal_move(Position* pos)
 {
     MoveEntry moves[max_list_moves];
     const MoveEntry* end = gen_moves_into(pos, moves);

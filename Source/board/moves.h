@@ -91,6 +91,9 @@ bool is_legal_move(Position* pos, i32 side, Move move);
 // they are.
 [[nodiscard]] bool is_playable(Position* pos, Move move);
 
+// Whether the side to move has a legal move. Leaves all lists as they are.
+[[nodiscard]] bool has_legal_move(Position* pos);
+
 // Whether move can exist in this position (for moves out of the hash table): pieces, patterns
 // and blockers, not castling rights and not the own king's safety.
 [[nodiscard]] bool move_fits_board(const Position* pos, Move move);

@@ -14,6 +14,7 @@
 #include "base/text.h"
 #include "search/strength.h"
 #include "search/threads.h"
+#include "tools/selfplay/selfplay_options.h"
 #include "tools/trainer/trainer_options.h"
 
 // Written with a digit behind it, which is the form: see is_option.
@@ -270,6 +271,22 @@ static bool is_option(CommandLine* line, const CommandLineOption& option, std::s
     return true;
 }
 
+// Takes the arguments of the tuning build's own modes. Returns how many were taken, or -1 after an
+// error.
+static i32 take_tuning_arguments(CommandLine* line, char* const* arguments, i32 count)
+{
+    i32 taken = take_tune_arguments(arguments, count);
+    if (taken != 0) {
+        line->mode = tune_options.file != nullptr ? ModeTune : line->mode;
+        return taken;
+    }
+    taken = take_selfplay_arguments(arguments, count);
+    if (taken > 0) {
+        line->mode = ModeSelfplay;
+    }
+    return taken;
+}
+
 // The tuner's arguments come first in a tuning build: it takes as many as belong together, and a
 // value that looks like one of the other options is still the tuner's. An argument goes on through
 // the table after a match, with its value's text.
@@ -282,13 +299,12 @@ void read_command_line(Dialogue* dialogue, i32 argc, char* const* argv, CommandL
     line->tool_file[0] = '\0';
     for (i32 i = 1; i < argc; ++i) {
         if constexpr (tuning) {
-            const i32 taken = take_tune_arguments(argv + i, argc - i);
+            const i32 taken = take_tuning_arguments(line, argv + i, argc - i);
             if (taken < 0) {
                 line->mode = ModeEnd;
                 return;
             }
             if (taken > 0) {
-                line->mode = tune_options.file != nullptr ? ModeTune : line->mode;
                 i += taken - 1;
                 continue;
             }
@@ -313,6 +329,10 @@ void read_command_line(Dialogue* dialogue, i32 argc, char* const* argv, CommandL
                 return;
             }
         }
+    }
+    if (tuning && line->mode == ModeSelfplay && !selfplay_is_complete()) {
+        line->mode = ModeEnd;
+        return;
     }
     // Once, behind the last argument, and not at all where no run follows.
     publish_options(dialogue);

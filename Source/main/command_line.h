@@ -17,7 +17,8 @@ enum RunMode : i32 {
     ModeMakeBook = 11,
     ModeMakeConfig = 12,
     ModeMakeTune = 13,
-    ModeTune = 14, // in the tuning build alone
+    ModeTune = 14,     // in the tuning build alone, as the next one
+    ModeSelfplay = 15, // games against itself
 };
 
 // What the command line asks for, beside what it has set in the dialogue. Names longer than their

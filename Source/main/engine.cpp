@@ -24,6 +24,7 @@
 #include "shell/prepare_search.h"
 #include "shell/startup.h"
 #include "shell/think_loop.h"
+#include "tools/selfplay/selfplay.h"
 #include "tools/tools.h"
 #include "tools/trainer/trainer.h"
 #include "main/command_line.h"
@@ -166,6 +167,11 @@ static void run(const CommandLine* line)
         // The normal program has no trainer to call.
         if constexpr (tuning) {
             run_trainer(dialogue);
+        }
+        break;
+    case ModeSelfplay:
+        if constexpr (tuning) {
+            run_selfplay(dialogue);
         }
         break;
     default:

@@ -69,7 +69,7 @@ static void keep_legal_moves(Position* pos)
     kept->move = EndOfList;
 }
 
-static bool has_legal_move(Position* pos)
+static bool has_legal_root_move(Position* pos)
 {
     const MoveEntry* entry = pos->thread->ply_rec[1].list_start;
     while (entry->move != EndOfList && !is_legal_move(pos, pos->stm, entry->move)) {
@@ -542,7 +542,7 @@ void run_search(SearchThread* thread, const SearchThread* game)
 
     // 1. Roots that need no search.
     gen_all_moves(pos);
-    if (!has_legal_move(pos)) {
+    if (!has_legal_root_move(pos)) {
         finish_without_moves(thread, master);
         return;
     }

@@ -46,7 +46,7 @@ STANDARD = {
     "thread": "thread",
     "type_traits": "is_trivially_destructible_v",
     "utility": "move pair swap",
-    "vector": "vector",
+    "unordered_set": "unordered_set", "vector": "vector",
 }
 
 # Functions, types and variables without std::, by header.
