@@ -18,11 +18,15 @@ inline constexpr f64 no_result = -9.0;
 inline constexpr f64 result_share = 0.9;
 inline constexpr f64 score_share = 0.1;
 
-// The expected result, 0 to 1, of a score in centipawns: 0.67 for a pawn, 0.94 for four. The
-// product is taken in float: with double the last digits of trained weights would differ.
-inline f32 sigmoid(f32 score)
+// How steeply the expected result rises with the score, per centipawn.
+inline constexpr f32 usual_factor = 0.007f;
+
+// The expected result, 0 to 1, of a score in centipawns: with the usual factor 0.67 for a pawn,
+// 0.94 for four. The product is taken in float: with double the last digits of trained weights
+// would differ.
+inline f32 sigmoid(f32 score, f32 factor = usual_factor)
 {
-    return to_f32(1.0 / (1.0 + std::exp(static_cast<f64>(-0.007f * score))));
+    return to_f32(1.0 / (1.0 + std::exp(static_cast<f64>(-factor * score))));
 }
 
 // The mean of a result and of the expectation that a score stands for, by their shares. Fused, on

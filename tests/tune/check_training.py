@@ -88,7 +88,7 @@ def bishop_pair():
 
 def files():
     """The bytes of all that a training writes; the old ones are removed."""
-    names = ("params.txt", "tune_report.txt", "tune_report.csv")
+    names = ("params.txt", "tune_report.txt", "tune_report.csv", "tune_errors.csv")
     found = [pathlib.Path(name).read_bytes() for name in names]
     for name in names:
         os.remove(name)
@@ -334,7 +334,8 @@ def check_bad_input(trainer, lines):
 
 def check_outputs_that_cannot_be(trainer, lines):
     """What the end could not write, or would take from the user, is told at the start."""
-    for name in ("params.part", "tune_report.txt", "tune_report.csv", "tune_report.part"):
+    for name in ("params.part", "tune_report.txt", "tune_report.csv", "tune_report.part",
+                 "tune_errors.csv", "tune_errors.part"):
         shutil.copy(lines, name)
         result = trainer.run("-tune", name, "-tune-passes", 1)
         expect(result.returncode == 1 and name in result.stderr and "pass" not in result.stdout,

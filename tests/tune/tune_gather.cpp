@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -34,6 +35,7 @@ struct TuneGather : testing::Test {
         set_position(start_position);
         build_weights(PlainWeights);
         gatherer = {};
+        gatherer.rule = usual_rule;
         gatherer.thread = dialogue.game;
     }
 
@@ -84,6 +86,53 @@ TEST_F(TuneGather, TargetsAreFromWhitesView)
     EXPECT_NEAR(target(black + " c9 \"1-0\";"), 1.0, 1e-6);
     EXPECT_NEAR(target(black + " ce 100;"), 1.0 - expected(100), 1e-6);
     EXPECT_NEAR(target(start + " 0 1 ce -5000; gr 0.5;"), 0.45, 1e-6);
+}
+
+// A target made of a raw record is the one that the line gives at once, but for the last digit.
+TEST_F(TuneGather, TargetsAreBlendedByTheRule)
+{
+    gatherer.rule.score_share = 0.6;
+    gatherer.rule.factor = 0.004f;
+    const f64 won = 1.0 / (1.0 + exp(-0.4));
+    const std::pair<std::string, f64> lines[] = {
+        { start + " ce 100; gr 1.0;", 0.4 + 0.6 * won },
+        { black + " ce 100; gr 1.0;", 0.6 * (1.0 - won) },
+        { black + " ce 100;", 1.0 - won },
+        { black + " gr 0.25;", 0.75 },
+        { start + " ce 100; [0.0]", 0.0 },
+    };
+    for (const auto& [line, wanted] : lines) {
+        gatherer.rule.fits = false;
+        gatherer.rule.is_raw = false;
+        EXPECT_NEAR(target(line), wanted, 1e-6) << line;
+        gatherer.rule.fits = true;
+        gatherer.rule.is_raw = true;
+        TrainingPosition position = gather(line).position;
+        settle_target(&position, &gatherer.rule);
+        EXPECT_NEAR(static_cast<f64>(position.target), wanted, 1e-6) << line;
+        // Read again once the factor is known: the same to the last digit.
+        gatherer.rule.is_raw = false;
+        EXPECT_EQ(gather(line).position.target, position.target) << line;
+    }
+}
+
+TEST_F(TuneGather, PositionsCountByPhaseAndScore)
+{
+    const std::string bare = "4k3/1p3p2/8/8/8/8/1P3PP1/4K3 w - -";
+    EXPECT_EQ(gather(start + " ce 300; gr 1;").position.emphasis, 1.0f);
+    EXPECT_EQ(gather(bare + " gr 1;").position.emphasis, 1.0f);
+    gatherer.rule.late = 3.0;
+    EXPECT_EQ(gather(start + " gr 1;").position.emphasis, 1.0f);
+    const TrainingPosition ending = gather(bare + " gr 1;").position;
+    EXPECT_NEAR(static_cast<f64>(ending.emphasis), 1.0 + 2.0 * static_cast<f64>(ending.phase), 1e-6);
+    gatherer.rule.late = 1.0;
+    gatherer.rule.near_draw = 300.0;
+    EXPECT_EQ(gather(start + " ce 300; gr 1;").position.emphasis, 0.5f);
+    EXPECT_EQ(gather(black + " ce -300; gr 1;").position.emphasis, 0.5f);
+    EXPECT_EQ(gather(start + " ce 0; gr 1;").position.emphasis, 1.0f);
+    // Without a score the evaluation judges.
+    EXPECT_GT(gather(start + " gr 1;").position.emphasis, 0.9f);
+    EXPECT_LT(gather("4k3/1p3p2/8/8/8/8/1P3PP1/QQ2K3 w - - gr 1;").position.emphasis, 0.05f);
 }
 
 TEST_F(TuneGather, LinesAreTakenLeftOutOrRefused)
@@ -317,6 +366,85 @@ TEST_F(TuneData, TheSeedChoosesTheValidationLines)
     start_data(1 << 30, 2);
     load_text(many_lines());
     EXPECT_NE(sweep(ValidationPart), first);
+}
+
+// Lines of 300 games of 7 lines; the score tells the game.
+static std::string lines_of_games(bool told)
+{
+    std::string text;
+    for (i32 i = 0; i < 2100; ++i) {
+        const std::string game = std::to_string(i / 7);
+        text += start + " ce " + game + "; gr 0.5;" + (told ? " c0 \"game " + game + "\";" : "")
+            + "\n";
+    }
+    return text;
+}
+
+// How many lines of each game a part has.
+static std::map<i16, i32> games_of(const std::vector<u32>& words)
+{
+    std::map<i16, i32> games;
+    for (size_t i = 0; i < words.size();) {
+        TrainingPosition position;
+        memcpy(&position, &words[i], sizeof position);
+        ++games[position.score];
+        i += position_words + position.terms;
+    }
+    return games;
+}
+
+TEST_F(TuneData, AGameIsHeldOutAsAWhole)
+{
+    EXPECT_EQ(load_text(lines_of_games(true)), "");
+    EXPECT_EQ(data.game_lines, 2100);
+    const std::map<i16, i32> trained = games_of(sweep(TrainingPart));
+    const std::map<i16, i32> held_out = games_of(sweep(ValidationPart));
+    EXPECT_EQ(trained.size() + held_out.size(), 300u);
+    EXPECT_NEAR(static_cast<f64>(held_out.size()), 60.0, 25.0);
+    for (const auto& [game, lines] : held_out) {
+        EXPECT_EQ(trained.count(game), 0u) << game;
+        EXPECT_EQ(lines, 7) << game;
+    }
+    EXPECT_EQ(trained.count(0), 1u) << "the first game trains";
+}
+
+TEST_F(TuneData, LinesThatTellNoGameAreHeldOutInGroups)
+{
+    load_text(lines_of_games(false));
+    EXPECT_EQ(data.game_lines, 0);
+    EXPECT_EQ(games_of(sweep(TrainingPart)).count(0), 1u) << "the first lines train";
+    i32 shared = 0;
+    const std::map<i16, i32> trained = games_of(sweep(TrainingPart));
+    for (const auto& [game, lines] : games_of(sweep(ValidationPart))) {
+        shared += trained.count(game) != 0;
+    }
+    EXPECT_GT(shared, 0);
+}
+
+// Only games follow the seed and the key: the same game is on one side wherever its lines stand.
+TEST_F(TuneData, LinesOfAGameNeedNotStandTogether)
+{
+    std::string text;
+    for (i32 i = 0; i < 2100; ++i) {
+        const std::string game = std::to_string(i % 300);
+        text += start + " ce " + game + "; gr 0.5; c0 \"game " + game + "\";\n";
+    }
+    load_text(text);
+    const std::map<i16, i32> trained = games_of(sweep(TrainingPart));
+    for (const auto& [game, lines] : games_of(sweep(ValidationPart))) {
+        EXPECT_EQ(trained.count(game), 0u) << game;
+        EXPECT_EQ(lines, 7) << game;
+    }
+}
+
+TEST_F(TuneData, OneGameAloneTrains)
+{
+    for (i64 seed = 0; seed < 20; ++seed) {
+        load_text(start + " gr 0.5; c0 \"game 7\";\n" + black + " gr 0.5; c0 \"game 7\";\n");
+        EXPECT_EQ(data.positions[TrainingPart], 2) << seed;
+        free_training_data(&data);
+        start_data(1 << 30, seed);
+    }
 }
 
 TEST_F(TuneData, LinesWithoutPositionsTakeNoMemory)

@@ -5,6 +5,7 @@
 // new one, and never takes the place of a file that the training did not begin with.
 #include "tools/trainer/trainer.h"
 
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -20,6 +21,8 @@
 #include "search/threads.h"
 #include "shell/weights_file.h"
 #include "tools/tools.h"
+#include "tools/trainer/merge_lines.h"
+#include "tools/trainer/trainer_fit.h"
 #include "tools/trainer/trainer_options.h"
 #include "tools/trainer/trainer_report.h"
 #include "tools/trainer/trainer_steps.h"
@@ -185,18 +188,22 @@ static f64 sweep(Trainer* trainer, Part part, bool learns)
     trainer->learns = learns;
     start_sweep(&trainer->data, part);
     f64 error = 0.0;
+    f64 all_emphasis = 0.0;
     i64 done = 0;
     i32 count = 0;
     while ((trainer->batch = next_batch(&trainer->data, &count)) != nullptr && interrupted == 0) {
         run_team(&trainer->team, count, sum_chunk, trainer);
         i64 positions = 0;
+        f64 emphasis = 0.0;
         for (i32 i = 0; i < count; ++i) {
             positions += trainer->batch[i].positions[part];
+            emphasis += trainer->sums[i].emphasis;
             error += trainer->sums[i].error;
         }
         done += positions;
+        all_emphasis += emphasis;
         if (learns && positions > 0) {
-            take_step(trainer, positions);
+            take_step(trainer, emphasis);
             trainer->unsaved += positions;
             show_training(trainer, done, start);
         }
@@ -206,7 +213,7 @@ static f64 sweep(Trainer* trainer, Part part, bool learns)
         }
     }
     const bool whole = interrupted == 0 && is_whole_sweep(trainer, part, done);
-    return whole ? error / static_cast<f64>(done > 0 ? done : 1) : -1.0;
+    return whole ? error / (done > 0 ? all_emphasis : 1.0) : -1.0;
 }
 
 // The values become the best ones; they are what is written at the end.
@@ -235,6 +242,14 @@ static void print_pass(
         static_cast<f64>(trainer->data.positions[TrainingPart]) / seconds, left);
 }
 
+// The rate of a pass, from 1 on: it falls by the same share from each to the next, so that the
+// weights settle where the first passes have only brought them near.
+static f64 rate_of(i64 pass)
+{
+    return tune_options.rate
+        * std::pow(1.0 - 0.01 * tune_options.decay, static_cast<f64>(pass - 1));
+}
+
 // One pass: trains, then measures. Pass 0 only measures, so that weights which training makes worse
 // are not written. Without validation lines the training error decides which pass is the best one.
 // Returns false if it could not be done to the end.
@@ -242,6 +257,7 @@ static bool run_pass(Trainer* trainer)
 {
     const f64 start = monotonic_seconds();
     const bool learns = trainer->pass > 0;
+    trainer->rate = learns ? rate_of(trainer->pass) : 0.0;
     const f64 training = sweep(trainer, TrainingPart, learns);
     const f64 swept = monotonic_seconds();
     const bool has_validation = trainer->data.positions[ValidationPart] > 0;
@@ -258,6 +274,9 @@ static bool run_pass(Trainer* trainer)
         keep_best(trainer, validation);
     }
     print_pass(trainer, training, validation, is_best && learns, swept - start);
+    const PassErrors row = { trainer->pass, trainer->rate, training, validation, has_validation,
+        is_best };
+    add_errors(&trainer->errors, &row, trainer->weights, trainer->counts);
     return true;
 }
 
@@ -399,6 +418,13 @@ static void print_data(const Trainer* trainer)
         print_plain("read again for every pass: more than %lld MB\n",
             static_cast<long long>(tune_options.memory));
     }
+    const i64 alone = positions - data->game_lines;
+    if (tune_options.validation > 0 && alone == 0) {
+        print_plain("validation by whole games\n");
+    } else if (tune_options.validation > 0) {
+        print_plain("validation by groups of 32 lines: %lld positions do not tell their game\n",
+            static_cast<long long>(alone));
+    }
 }
 
 // Adds up what the threads have found out, in whatever order they worked: counts and greatest
@@ -442,6 +468,9 @@ static bool load_data(Dialogue* dialogue, Trainer* trainer)
     for (i32 worker = 0; worker < trainer->team.size; ++worker) {
         SearchThread* thread = load_acquire(workers[worker]);
         data->gatherers[worker].thread = thread != nullptr ? thread : dialogue->game;
+        data->gatherers[worker].rule = { tune_options.score_share, tune_options.late,
+            tune_options.near_draw, usual_factor, tune_options.fits_scale,
+            tune_options.fits_scale };
     }
     print_plain("Training using %s ...\n", tune_options.file);
     const bool loaded = load_training_data(data, tune_options.file, show_reading);
@@ -453,18 +482,48 @@ static bool load_data(Dialogue* dialogue, Trainer* trainer)
     return collect_gathered(trainer);
 }
 
+static bool goes_on()
+{
+    return interrupted == 0;
+}
+
+// The factor of the logistic, for targets and errors alike, and what goes by it. Returns false if
+// it is to be fitted and cannot be, or if the user has ended the training.
+static bool set_factor(Trainer* trainer)
+{
+    trainer->factor = usual_factor;
+    if (tune_options.fits_scale) {
+        trainer->factor = fit_to_results(trainer, goes_on);
+        if (trainer->factor == 0.0f) {
+            return false;
+        }
+        print_plain("factor of the logistic: %.6f\n", static_cast<f64>(trainer->factor));
+        settle_targets(&trainer->data, trainer->factor);
+    }
+    init_prior(&trainer->prior, tune_options.pull, tune_options.smooth,
+        static_cast<f64>(trainer->factor), trainer->data.positions[TrainingPart], trainer->counts);
+    return true;
+}
+
 // Weights before outputs, outputs before the long reading: what can be refused is refused early. An
 // interruption while reading leaves nothing changed, one in the passes still writes.
 static void train(Dialogue* dialogue, Trainer* trainer)
 {
+    print_tune_settings();
     if (!init_weights(trainer) || !outputs_can_be_written() || !load_data(dialogue, trainer)) {
         return;
     }
+    const bool has_factor = set_factor(trainer);
     if (interrupted != 0) {
         print_plain("interrupted before the first pass\n");
         return;
     }
+    if (!has_factor) {
+        return;
+    }
+    begin_errors(&trainer->errors);
     run_passes(trainer);
+    finish_errors(&trainer->errors);
     if (write_values(trainer)) {
         print_plain("%s written\n", trainer->weights_name);
     }
@@ -475,6 +534,10 @@ static void train(Dialogue* dialogue, Trainer* trainer)
 // tests run several trainings in a process.
 void run_trainer(Dialogue* dialogue)
 {
+    if (tune_options.shards != nullptr) {
+        merge_lines(dialogue->game);
+        return;
+    }
     Trainer* trainer = new (std::nothrow) Trainer {};
     if (trainer == nullptr) {
         reject("no memory", "trainer");

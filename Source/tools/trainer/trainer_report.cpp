@@ -8,12 +8,15 @@
 #include <unistd.h>
 
 #include "base/files.h"
+#include "board/position.h"
 #include "eval/weights.h"
 
 static constexpr i32 label_size = 40;
 static constexpr char text_name[] = "tune_report.txt";
 static constexpr char table_name[] = "tune_report.csv";
 static constexpr char unfinished_name[] = "tune_report.part";
+static constexpr char errors_name[] = "tune_errors.csv";
+static constexpr char unfinished_errors[] = "tune_errors.part";
 
 // The name of a weight and, where several share it, the rank or the square of its table. Passed
 // pawns' tables have eight ranks each, from 1 on.
@@ -84,6 +87,72 @@ static void write_table(FILE* file, const TrainedWeight* weights, const i64* cou
     }
 }
 
+// ---- The errors
+
+void begin_errors(ErrorTable* table)
+{
+    const int error = open_output(&table->out, errors_name, unfinished_errors);
+    table->is_open = error == 0;
+    if (error != 0) {
+        complain(errors_name, "cannot be opened for writing", error);
+        exit_status = 1;
+        return;
+    }
+    fprintf(table->out.file, "pass,rate,training_error,validation_error,change,best\n");
+}
+
+// Root mean square over the weights that count, centipawns.
+static f64 mean_change(const TrainedWeight* weights, const i64* counts)
+{
+    f64 sum = 0.0;
+    i64 halves = 0;
+    for (i32 i = 0; i < weight_count; ++i) {
+        if (!is_trained(i) || counts[i] == 0) {
+            continue;
+        }
+        for (i32 half = 0; half < 2; ++half) {
+            const f64 change = weights[i].value[half] - weights[i].old[half];
+            sum += change * change;
+        }
+        halves += 2;
+    }
+    return halves > 0 ? std::sqrt(sum / static_cast<f64>(halves)) : 0.0;
+}
+
+// Written out at once: a plot may be made while the training goes on, from the unfinished file.
+void add_errors(
+    ErrorTable* table, const PassErrors* row, const TrainedWeight* weights, const i64* counts)
+{
+    if (!table->is_open) {
+        return;
+    }
+    char validation[32] = "";
+    if (row->has_validation) {
+        snprintf(validation, sizeof validation, "%.9f", row->validation);
+    }
+    fprintf(table->out.file, "%lld,%.6g,%.9f,%s,%.4f,%d\n", static_cast<long long>(row->pass),
+        row->rate, row->training, validation, mean_change(weights, counts), row->is_best);
+    fflush(table->out.file);
+}
+
+void finish_errors(ErrorTable* table)
+{
+    if (!table->is_open) {
+        return;
+    }
+    table->is_open = false;
+    int error = close_output(&table->out);
+    if (error == 0) {
+        error = publish_output(&table->out);
+    }
+    if (error != 0) {
+        complain(errors_name, "cannot be written", error);
+        exit_status = 1;
+    }
+}
+
+// ---- The reports
+
 // A report that cannot be written leaves the weights file as the training's result, and the status
 // tells of it.
 static void write_report(const char* name,
@@ -121,5 +190,10 @@ bool reports_can_be_written(const ToolInput* input)
         }
         drop_output(&out);
     }
+    OutputFile out;
+    if (!open_tool_output(input, &out, errors_name, unfinished_errors)) {
+        return false;
+    }
+    drop_output(&out);
     return true;
 }

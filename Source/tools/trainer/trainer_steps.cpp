@@ -7,7 +7,6 @@
 
 #include "base/rounding.h"
 #include "board/types.h"
-#include "tools/trainer/trainer_options.h"
 
 // Of the steps: how much of the running means a step keeps. The last one slows down weights that
 // count less than once in a batch, whose mean square would be near nothing.
@@ -19,23 +18,8 @@ static constexpr f64 largest_weight = 9999.0; // centipawns; keeps sums within 1
 
 // ---- The sum over a chunk
 
-// The score before its scale, centipawns from white's view. Two sums for each half, since one would
-// wait for its own last term.
-static f32 unscaled_score(
-    const TrainingPosition* position, const u32* terms, const FloatPair* values)
-{
-    FloatPair sums[2] = {};
-    for (u32 i = 0; i < position->terms; ++i) {
-        const FloatPair* value = &values[term_weight(terms[i])];
-        const f32 coef = term_coef(terms[i]);
-        sums[i & 1].mg += coef * value->mg;
-        sums[i & 1].eg += coef * value->eg;
-    }
-    return position->fixed + (1.0f - position->phase) * (sums[0].mg + sums[1].mg)
-        + position->phase * (sums[0].eg + sums[1].eg);
-}
-
-// Adds a position's part of the gradient; slope is the error times the scale. The slope of the
+// Adds a position's part of the gradient; slope is the error times scale and
+// emphasis. The slope of the
 // sigmoid itself is left out, as in the gradient of the likelihood: positions that are judged
 // wholly wrong then pull hardest.
 static void add_gradient(
@@ -51,8 +35,7 @@ static void add_gradient(
     }
 }
 
-// Reads the records of one part, one behind the other. The side ahead before scaling chooses the
-// scale: a factor never turns the score round.
+// Reads the records of one part, one behind the other.
 void sum_chunk(void* context, i32, i32 index)
 {
     Trainer* trainer = static_cast<Trainer*>(context);
@@ -66,11 +49,13 @@ void sum_chunk(void* context, i32, i32 index)
         const u32* terms = words + position_words;
         words = terms + position.terms;
         const f32 unscaled = unscaled_score(&position, terms, trainer->values);
-        const f32 scale = position.scale[unscaled > 0.0f ? White : Black];
-        const f32 error = sigmoid(unscaled * scale) - position.target;
-        sums->error += static_cast<f64>(error) * static_cast<f64>(error);
+        const f32 scale = scale_of(&position, unscaled);
+        const f32 error = sigmoid(unscaled * scale, trainer->factor) - position.target;
+        const f64 emphasis = static_cast<f64>(position.emphasis);
+        sums->error += static_cast<f64>(error) * static_cast<f64>(error) * emphasis;
+        sums->emphasis += emphasis;
         if (trainer->learns) {
-            add_gradient(&position, terms, error * scale, sums->gradient);
+            add_gradient(&position, terms, error * scale * position.emphasis, sums->gradient);
         }
     }
 }
@@ -79,14 +64,15 @@ void sum_chunk(void* context, i32, i32 index)
 
 // Moves one half of a weight against its gradient. correction makes up for the running means having
 // begun at 0. No weight leaves the range in which sums of weights fit.
-static void move_half(TrainedWeight* weight, i32 half, f64 gradient, const f64* correction)
+static void move_half(
+    TrainedWeight* weight, i32 half, f64 gradient, const f64* correction, f64 rate)
 {
     f64* mean = &weight->mean[half];
     f64* square = &weight->square[half];
     *mean = mean_decay * *mean + (1.0 - mean_decay) * gradient;
     *square = square_decay * *square + (1.0 - square_decay) * gradient * gradient;
     const f64 step = *mean * correction[0] / (std::sqrt(*square * correction[1]) + least_gradient);
-    const f64 moved = weight->value[half] - tune_options.rate * step;
+    const f64 moved = weight->value[half] - rate * step;
     weight->value[half] = std::fmin(std::fmax(moved, -largest_weight), largest_weight);
 }
 
@@ -113,10 +99,12 @@ void copy_values(Trainer* trainer)
 
 // One step of all weights by the batch just summed up, by its mean gradient: a short last batch
 // steps as far as a full one. Entry 0 anchors the scale. Weights that no position has met rest; one
-// that was met goes on with its running mean through batches without it.
-void take_step(Trainer* trainer, i64 positions)
+// that was met goes on with its running mean through batches without it. What the weights owe to
+// their start is taken before any of them moves; reports know nothing of it.
+void take_step(Trainer* trainer, f64 emphasis)
 {
     ++trainer->steps;
+    sum_prior(&trainer->prior, trainer->weights);
     const f64 count = static_cast<f64>(trainer->steps);
     const f64 correction[2] = { 1.0 / (1.0 - std::pow(mean_decay, count)),
         1.0 / (1.0 - std::pow(square_decay, count)) };
@@ -125,12 +113,13 @@ void take_step(Trainer* trainer, i64 positions)
         f64 gradient[2];
         sum_gradient(trainer, i, gradient);
         for (i32 half = 0; half < 2; ++half) {
-            gradient[half] /= static_cast<f64>(positions);
+            gradient[half] /= emphasis;
             if (gradient[half] != 0.0) {
                 weight->gradient[half] = gradient[half];
             }
             if (weight->gradient[half] != 0.0) {
-                move_half(weight, half, gradient[half], correction);
+                move_half(weight, half, gradient[half] + trainer->prior.gradient[i][half],
+                    correction, trainer->rate);
             }
         }
     }

@@ -3,18 +3,9 @@
 #pragma once
 
 #include "tools/trainer/team.h"
+#include "tools/trainer/trainer_prior.h"
+#include "tools/trainer/trainer_report.h"
 #include "tools/trainer/training_data.h"
-
-// What belongs to one weight while it is trained: mg first, then eg. Values are centipawns and stay
-// unrounded until they are written: a step is a fraction of one. Gradients are means over a batch.
-struct TrainedWeight {
-    f64 value[2];
-    f64 old[2];      // before the training
-    f64 best[2];     // at the pass with the least error
-    f64 mean[2];     // running mean of the gradient
-    f64 square[2];   // running mean of its square
-    f64 gradient[2]; // of the last batch in which the weight counted
-};
 
 // Both values of a weight, or both halves of its gradient, as the sums over positions need them:
 // narrow, since a pass reads them for each term of each position.
@@ -27,6 +18,7 @@ struct FloatPair {
 // up over a whole pass.
 struct ChunkSums {
     f64 error;
+    f64 emphasis; // sum over the positions
     FloatPair gradient[weight_count];
 };
 
@@ -40,6 +32,9 @@ struct Trainer {
     FloatPair values[weight_count]; // of the weights, for the sums
     ChunkSums sums[batch_chunks];
     i64 counts[weight_count]; // positions in which a weight counts
+    Prior prior;
+    f32 factor; // of the logistic, per centipawn
+    f64 rate;   // of the pass that runs, centipawns
     // Taken since the start, for the running means.
     i64 steps;
     // The one that runs, from 0 on.
@@ -53,6 +48,7 @@ struct Trainer {
     const Chunk* batch;
     Part part;
     bool learns;
+    ErrorTable errors;
     bool failed;              // a sweep lacked positions
     bool has_file;            // the weights file is this training's to replace
     const char* weights_name; // of the file that the weights go to
@@ -62,8 +58,32 @@ struct Trainer {
 // number. context is the trainer.
 void sum_chunk(void* context, i32 worker, i32 index);
 
+// The score before its scale, centipawns from white's view. Two sums for each half, since one would
+// wait for its own last term.
+inline f32 unscaled_score(
+    const TrainingPosition* position, const u32* terms, const FloatPair* values)
+{
+    FloatPair sums[2] = {};
+    for (u32 i = 0; i < position->terms; ++i) {
+        const FloatPair* value = &values[term_weight(terms[i])];
+        const f32 coef = term_coef(terms[i]);
+        sums[i & 1].mg += coef * value->mg;
+        sums[i & 1].eg += coef * value->eg;
+    }
+    return position->fixed + (1.0f - position->phase) * (sums[0].mg + sums[1].mg)
+        + position->phase * (sums[0].eg + sums[1].eg);
+}
+
+// The scale of such a score. The side ahead before scaling chooses it: a factor never turns the
+// score round.
+inline f32 scale_of(const TrainingPosition* position, f32 unscaled)
+{
+    return position->scale[unscaled > 0.0f ? White : Black];
+}
+
 // Makes the values for the sums of those that the weights have.
 void copy_values(Trainer* trainer);
 
-// One step of all weights by the batch just summed up, which has so many positions (not 0).
-void take_step(Trainer* trainer, i64 positions);
+// One step of all weights by the batch just summed up, whose positions count so much together (not
+// 0).
+void take_step(Trainer* trainer, f64 emphasis);

@@ -9,27 +9,48 @@
 
 #include "base/files.h"
 
-// A game's lines are spread over few groups this way.
-static constexpr i32 group_lines = 32; // that train or are held out together
+// Lines that train or are held out together where the game is not told: a game's lines are spread
+// over few groups this way.
+static constexpr i32 group_lines = 32;
+static constexpr char game_word[] = " c0 \"game ";
 // The sample on which scores are rebuilt: checking all lines would only cost time, as an error of
 // the notes shows early.
 static constexpr i32 checked_lines = 32768; // the sample on which scores are rebuilt
 static constexpr u32 first_capacity = 8192; // words
 
-// Whether a line only measures, by its number alone: an even mixture of its group's bits. Lines of
-// one game stand together and are much alike, so they are held out in groups; the first one
-// trains, so that a short file is not all held out.
-static bool is_validation_line(const TrainingData* data, i32 line)
+// The key of the game that a line tells, by the text behind the word; 0 if it tells none.
+static u64 game_key(const char* line)
 {
-    const i32 group = (line - 1) / group_lines;
-    if (group == 0) {
-        return false;
+    const char* text = strstr(line, game_word);
+    if (text == nullptr) {
+        return 0;
     }
-    u64 x = static_cast<u64>(group) + static_cast<u64>(data->seed) * 0x9e3779b97f4a7c15ULL;
+    u64 key = 0xcbf29ce484222325ULL;
+    for (text += sizeof game_word - 1; *text != '\0' && *text != '"'; ++text) {
+        key = (key ^ static_cast<u8>(*text)) * 0x100000001b3ULL;
+    }
+    return key != 0 ? key : 1;
+}
+
+// Whether a group of lines only measures, by its number alone: an even mixture of its bits.
+static bool is_held_out(const TrainingData* data, u64 group)
+{
+    u64 x = group + static_cast<u64>(data->seed) * 0x9e3779b97f4a7c15ULL;
     x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
     x = (x ^ (x >> 27)) * 0x94d049bb133111ebULL;
     x ^= x >> 31;
     return static_cast<i64>(x % 100) < data->validation;
+}
+
+// The positions of one game are much alike and share its result: with some of them trained on, the
+// others would measure what was learnt by heart. So a game is held out as a whole, or 32 lines
+// where it is not told. The first of either trains, so that a short file is not all held out. game
+// is the key of the line's, number its own.
+static Part part_of_line(const TrainingData* data, u64 game, i32 number)
+{
+    const u64 group = static_cast<u64>((number - 1) / group_lines);
+    const bool is_first = game != 0 ? game == data->first_game : group == 0;
+    return !is_first && is_held_out(data, game != 0 ? game : group) ? ValidationPart : TrainingPart;
 }
 
 // ---- Lines
@@ -45,9 +66,7 @@ static bool skip_rest(LineReader* lines)
     return any;
 }
 
-// Reads the next line without its line feed and a carriage return before it. A line that is too
-// long or no text is read to its end all the same. Returns false at the end of the file.
-static bool read_line(LineReader* lines, char* out, LineVerdict* verdict)
+bool read_training_line(LineReader* lines, char* out, LineVerdict* verdict)
 {
     i32 length = read_line_piece(lines, out, line_slot);
     if (length == 0) {
@@ -69,10 +88,16 @@ static bool read_lines(TrainingData* data)
 {
     i32 count = 0;
     while (count < batch_lines
-        && read_line(&data->input.lines, data->lines[count], &data->verdicts[count])) {
+        && read_training_line(&data->input.lines, data->lines[count], &data->verdicts[count])) {
         ++count;
     }
     data->lines_read = count;
+    // The games of later batches are held out by chance alone: there is something to train on then.
+    if (data->is_first_reading && data->input.lines.line_number <= batch_lines) {
+        for (i32 i = 0; i < count && data->first_game == 0; ++i) {
+            data->first_game = game_key(data->lines[i]);
+        }
+    }
     return count > 0;
 }
 
@@ -108,6 +133,7 @@ static void empty_chunk(Chunk* chunk)
         chunk->size[part] = 0;
         chunk->positions[part] = 0;
     }
+    chunk->game_lines = 0;
 }
 
 static void free_chunk(Chunk* chunk)
@@ -127,11 +153,12 @@ static void gather_chunk(void* context, i32 worker, i32 index)
     empty_chunk(chunk);
     for (i32 i = index * chunk_lines; i < (index + 1) * chunk_lines && i < data->lines_read; ++i) {
         const i32 line = line_number(data, i);
-        const Part part = is_validation_line(data, line) ? ValidationPart : TrainingPart;
         LineVerdict* verdict = &data->verdicts[i];
         if (*verdict != LineUsed) {
             continue;
         }
+        const u64 game = game_key(data->lines[i]);
+        const Part part = part_of_line(data, game, line);
         if (data->wanted != PartCount && data->wanted != part) {
             *verdict = LineOfOtherPart;
             continue;
@@ -146,6 +173,7 @@ static void gather_chunk(void* context, i32 worker, i32 index)
             &words);
         chunk->size[part] += words;
         chunk->positions[part] += *verdict == LineUsed;
+        chunk->game_lines += *verdict == LineUsed && game != 0;
     }
 }
 
@@ -219,6 +247,7 @@ static void settle_chunks(TrainingData* data)
 {
     for (i64 i = data->chunk_count - batch_chunks; i < data->chunk_count; ++i) {
         Chunk* chunk = &data->chunks[i];
+        data->game_lines += chunk->game_lines;
         for (i32 part = 0; part < PartCount; ++part) {
             data->positions[part] += chunk->positions[part];
             data->memory += static_cast<i64>(chunk->size[part] * sizeof(u32));
@@ -300,6 +329,36 @@ bool load_training_data(
         return reject(data, "no memory for its positions");
     }
     return data->positions[TrainingPart] > 0 || reject(data, "no position to train on");
+}
+
+// ---- Targets
+
+// A job of the team: settles the records of one chunk.
+static void settle_chunk(void* context, i32, i32 index)
+{
+    TrainingData* data = static_cast<TrainingData*>(context);
+    const Chunk* chunk = &data->chunks[index];
+    for (i32 part = 0; part < PartCount; ++part) {
+        u32* words = chunk->words[part];
+        for (i32 i = 0; i < chunk->positions[part]; ++i) {
+            TrainingPosition position;
+            memcpy(&position, words, sizeof position);
+            settle_target(&position, &data->gatherers[0].rule);
+            memcpy(words, &position, sizeof position);
+            words += position_words + position.terms;
+        }
+    }
+}
+
+void settle_targets(TrainingData* data, f32 factor)
+{
+    for (i32 worker = 0; worker < data->team->size; ++worker) {
+        data->gatherers[worker].rule.factor = factor;
+        data->gatherers[worker].rule.is_raw = false;
+    }
+    if (data->is_kept) {
+        run_team(data->team, static_cast<i32>(data->chunk_count), settle_chunk, data);
+    }
 }
 
 // ---- Sweeps

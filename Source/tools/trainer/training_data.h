@@ -1,6 +1,7 @@
 // The training file as the trainer walks it: parts for training and for validation, each in
-// batches of chunks. Chunks are made of a fixed number of lines, so they are the same however many
-// threads there are, and whether they are kept in memory or made again for every sweep.
+// batches of chunks. Lines of one game are of one part. Chunks are made of a fixed number of lines,
+// so they are the same however many threads there are, and whether they are kept in memory or made
+// again for every sweep.
 #pragma once
 
 #include "tools/tool_input.h"
@@ -25,6 +26,7 @@ struct Chunk {
     u32 size[PartCount]; // words in use
     u32 capacity[PartCount];
     i32 positions[PartCount];
+    i32 game_lines; // of all its lines: those that tell their game
 };
 
 // The file and what has been made of it. The main thread writes all but the chunks and verdicts of
@@ -33,7 +35,7 @@ struct TrainingData {
     ToolInput input;
     i64 file_bytes;
     i64 seed;
-    i64 validation;   // per cent of the lines
+    i64 validation;   // per cent of the games
     i64 memory_limit; // bytes for chunks
     i64 memory;       // bytes that they take
     bool is_kept;     // the chunks hold the whole file; else it is read again
@@ -52,12 +54,19 @@ struct TrainingData {
     char (*lines)[line_slot]; // the batch being read
     LineVerdict* verdicts;
     i32 lines_read;
-    Part wanted; // part gathered, PartCount for both
+    Part wanted;    // part gathered, PartCount for both
+    u64 first_game; // key of the first game that the file tells; it trains. 0 for none
 
     // Of the first reading: lines by what became of them, and positions by part.
     i64 counts[LineVerdictCount];
     i64 positions[PartCount];
+    i64 game_lines; // that tell their game
 };
+
+// Reads the next line of a training file, without its line feed and a carriage return before it,
+// into line_slot bytes. verdict gets LineUsed, or why it cannot be read as a text; such a line is
+// read to its end all the same. Returns false at the end of the file.
+[[nodiscard]] bool read_training_line(LineReader* lines, char* out, LineVerdict* verdict);
 
 // Opens the file path and reads it once: checks and counts its lines, tells standard error which
 // are refused, and keeps the positions if they fit. on_progress is called now and then and may ask
@@ -65,6 +74,10 @@ struct TrainingData {
 // nothing to train on; the data must be freed in any case.
 [[nodiscard]] bool load_training_data(
     TrainingData* data, const char* path, bool (*on_progress)(TrainingData* data));
+
+// Makes the targets of raw records in all kept chunks, by the gatherers' rule, whose factor has
+// become known; lines that are read again from then on have theirs at once.
+void settle_targets(TrainingData* data, f32 factor);
 
 // Begins a sweep over one part, at its first batch, whatever became of an earlier one.
 void start_sweep(TrainingData* data, Part part);

@@ -109,19 +109,23 @@ static bool find_result(const char* line, i32 side, bool* is_bracket, f64* resul
         && *result >= 0.0 && *result <= 1.0;
 }
 
-// The target from the view of side: result and score in the training loop's shares, or the one that
-// is there. A bracket is the whole target. Scores beyond the largest say that a side wins, not by
-// how much.
-static LineVerdict find_target(const char* line, const char* score_text, i32 side, f32* target)
+// What a line says of its position, from the view of the side to move.
+struct LineJudgement {
+    f64 result; // unknown if the line has none
+    i16 score;  // no_score if the line has none
+    bool is_bracket;
+};
+
+// Reads result and score. Scores beyond the largest say that a side wins, not by how much.
+static LineVerdict read_judgement(
+    const char* line, const char* score_text, i32 side, LineJudgement* said)
 {
-    f64 result = unknown;
-    bool is_bracket = false;
-    if (!find_result(line, side, &is_bracket, &result)) {
+    *said = { unknown, no_score, false };
+    if (!find_result(line, side, &said->is_bracket, &said->result)) {
         return LineBadResult;
     }
     if (score_text[0] == '\0') {
-        *target = to_f32(result);
-        return result == unknown ? LineUnjudged : LineUsed;
+        return said->result == unknown ? LineUnjudged : LineUsed;
     }
     char* end = nullptr;
     const i64 score = strtoll(score_text, &end, 10);
@@ -131,11 +135,58 @@ static LineVerdict find_target(const char* line, const char* score_text, i32 sid
     if (score < -largest_training_score || score > largest_training_score) {
         return LineFarScore;
     }
-    const f32 expected = sigmoid(static_cast<f32>(score));
-    *target = result == unknown ? expected
-        : is_bracket            ? to_f32(result)
-                                : blend_target(result, expected);
+    said->score = static_cast<i16>(score);
     return LineUsed;
+}
+
+// The target by result and score, in the rule's shares, or by the one that is there; from the view
+// that both have. Fused, on every machine: whether a compiler fuses by itself depends on the
+// processor.
+static f32 target_of(f64 result, i16 score, const TargetRule* rule)
+{
+    if (score == no_score) {
+        return to_f32(result);
+    }
+    const f32 expected = sigmoid(static_cast<f32>(score), rule->factor);
+    if (result == unknown) {
+        return expected;
+    }
+    const f64 share = rule->score_share;
+    return to_f32(std::fma(1.0 - share, result, share * static_cast<f64>(expected)));
+}
+
+void settle_target(TrainingPosition* position, const TargetRule* rule)
+{
+    position->target = target_of(static_cast<f64>(position->target), position->score, rule);
+}
+
+// Puts target and score of the line into a record, turned to white's view. A bracket is the whole
+// target. Where a factor is fitted every record is raw first, whether the line is read before the
+// factor is known or after: so it gets the same target to the last digit.
+static void set_target(
+    TrainingPosition* record, const LineJudgement* said, i32 side, const TargetRule* rule)
+{
+    const i16 score = said->is_bracket ? no_score : said->score;
+    record->score = score == no_score || side == White ? score : static_cast<i16>(-score);
+    if (!rule->fits) {
+        const f32 target = target_of(said->result, score, rule);
+        record->target = side == Black ? 1.0f - target : target;
+        return;
+    }
+    const bool is_turned = side == Black && said->result != unknown;
+    record->target = to_f32(is_turned ? 1.0 - said->result : said->result);
+    if (!rule->is_raw) {
+        settle_target(record, rule);
+    }
+}
+
+// By phase and by score, white's or black's; the evaluation stands in for a score that the line
+// does not have.
+static f32 emphasis_of(f64 phase, f64 score, const TargetRule* rule)
+{
+    const f64 by_phase = 1.0 + (rule->late - 1.0) * phase;
+    const f64 widths = rule->near_draw > 0.0 ? score / rule->near_draw : 0.0;
+    return to_f32(by_phase / (1.0 + widths * widths));
 }
 
 // Compares the evaluation with the sum of its notes, unrounded. Each part of a weight may lose up
@@ -194,10 +245,10 @@ static bool is_trained(i32 weight)
     return weight != mtl_pawn && eval_params[weight].frozen == 0;
 }
 
-// Writes the record of the position just evaluated and returns its number of words. Weights that
-// cancel out leave no term; those that are not trained are summed up here once, since no pass
-// changes them. Clears the marks of net_notes on its way.
-static u32 pack_position(Gatherer* gatherer, f32 target, u32* out)
+// Completes the record of the position just evaluated, writes it and returns its number of words.
+// Weights that cancel out leave no term; those that are not trained are summed up here once, since
+// no pass changes them. Clears the marks of net_notes on its way.
+static u32 pack_position(Gatherer* gatherer, TrainingPosition record, u32* out)
 {
     const EvalWork* work = &gatherer->thread->eval_work;
     const f64 phase = static_cast<f64>(work->phase);
@@ -219,17 +270,19 @@ static u32 pack_position(Gatherer* gatherer, f32 target, u32* out)
             fixed += static_cast<f64>(coef) * ((1.0 - phase) * entry->mg + phase * entry->eg);
         }
     }
-    const TrainingPosition record = { terms, target, work->phase, to_f32(fixed),
-        { work->notes.scale_ahead[White], work->notes.scale_ahead[Black] } };
+    record.terms = static_cast<u16>(terms);
+    record.phase = work->phase;
+    record.fixed = to_f32(fixed);
+    record.scale[White] = work->notes.scale_ahead[White];
+    record.scale[Black] = work->notes.scale_ahead[Black];
     memcpy(out, &record, sizeof record);
     return position_words + terms;
 }
 
 // The board is judged before the target, and the target before a position in check is left out, so
-// that a bad line is told of whichever way. Targets are turned to white's view, as the scores are.
-LineVerdict gather_line(Gatherer* gatherer, const char* line, bool check, u32* out, u32* words)
+// that a bad line is told of whichever way.
+static LineVerdict read_line(Position* pos, const char* line, LineJudgement* said)
 {
-    *words = 0;
     if (line[0] == '\0' || is_epd_comment(line)) {
         return LineComment;
     }
@@ -237,15 +290,29 @@ LineVerdict gather_line(Gatherer* gatherer, const char* line, bool check, u32* o
     char score_text[epd_operand_size];
     char other[4][epd_operand_size];
     read_epd_ops(line, position, other[0], other[1], other[2], score_text, other[3]);
-    Position* pos = &gatherer->thread->pos;
     const LineVerdict board = judge_board(pos, position);
     if (board >= LineRefused) {
         return board;
     }
-    f32 target = 0.0f;
-    const LineVerdict judged = find_target(line, score_text, pos->stm, &target);
-    if (judged != LineUsed || board != LineUsed) {
-        return judged != LineUsed ? judged : board;
+    const LineVerdict judged = read_judgement(line, score_text, pos->stm, said);
+    return judged != LineUsed ? judged : board;
+}
+
+LineVerdict judge_line(SearchThread* thread, const char* line)
+{
+    LineJudgement said;
+    return read_line(&thread->pos, line, &said);
+}
+
+// Targets are turned to white's view, as the scores are.
+LineVerdict gather_line(Gatherer* gatherer, const char* line, bool check, u32* out, u32* words)
+{
+    *words = 0;
+    Position* pos = &gatherer->thread->pos;
+    LineJudgement said;
+    const LineVerdict verdict = read_line(pos, line, &said);
+    if (verdict != LineUsed) {
+        return verdict;
     }
     u16 danger[2];
     const i32 own_view = evaluate(gatherer->thread, pos, uncached_ply, false, danger);
@@ -256,6 +323,10 @@ LineVerdict gather_line(Gatherer* gatherer, const char* line, bool check, u32* o
     if (check) {
         check_rebuilt(&gatherer->check, &gatherer->thread->eval_work, score);
     }
-    *words = pack_position(gatherer, pos->stm == Black ? 1.0f - target : target, out);
+    TrainingPosition record = {};
+    set_target(&record, &said, pos->stm, &gatherer->rule);
+    record.emphasis = emphasis_of(static_cast<f64>(gatherer->thread->eval_work.phase),
+        said.score != no_score ? said.score : score, &gatherer->rule);
+    *words = pack_position(gatherer, record, out);
     return LineUsed;
 }
