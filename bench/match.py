@@ -1,177 +1,386 @@
 #!/usr/bin/env python3
 """Lets two UCI engines play a match and tells who is the stronger one.
 
-    match.py [--games N] [--openings FILE] [--nodes N | --movetime MS] [--pgn FILE]
-             [--concurrency N] FIRST SECOND
+    match.py [OPTIONS] FIRST SECOND
 
 An engine is PROGRAM or PROGRAM@FOLDER. It runs in FOLDER, where Vesk looks for params.txt: so one
-program can play against itself with two sets of weights. Each opening (a FEN or EPD a line) is
-played twice, with the colours exchanged; without --games that is done once for each. A game ends by
-mate or stalemate, the third repetition, fifty moves, bare material, or as a draw after 400
-half-moves, as the package pgn-extract finds it to be. An engine that plays an illegal move, ends,
-or says nothing for five minutes loses the game.
+program can play against itself with two sets of weights. A PROGRAM without a slash is looked for
+here and then among the installed ones. Each opening (a FEN or EPD a line) is played twice, with the
+colours exchanged; without --games that is done once for each. A game ends by mate or stalemate, the
+third repetition, fifty moves, bare material, or as a draw after 400 half-moves, as the package
+pgn-extract finds it to be. An engine that plays an illegal move, ends, oversteps its clock, or says
+nothing for five minutes loses the game.
+
+With --sprt the match ends as soon as it is proved whether the first engine is stronger by more than
+ELO0 or by ELO1: 5 % of such proofs are wrong.
+
+With --pgn the games are written to FILE, and beside it to FILE.state what --resume needs to go on
+where a match was broken off: by Ctrl-C, by a full disk, or by the loss of power. Nothing but
+--games, --sprt, --concurrency, --plot and --report may differ then.
+
+Status 0 if the match is over, 1 if it was broken off or something is wrong with a file, an engine
+or a game, 2 if it cannot be begun as told.
 """
 
 import argparse
-import concurrent.futures
-import math
+import datetime
+import hashlib
 import pathlib
-import queue
-import subprocess
+import random
+import re
+import resource
+import signal
 import sys
+import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "scripts"))
 
+import match_stats as stats
+import svg_plot
 import uci_games
-from uci_games import EngineFault, Game, Record
+from match_board import find_fault
+from match_play import Arena, Job, Limit, Rules, SetupFault, Side
+from match_record import Record, RecordFault, write_whole
 
-LONGEST = 400           # half-moves
-REPLY_LIMIT = 300.0     # seconds
-NO_MOVE = ("null", "(none)", "0000")
-
-
-def start_engine(text):
-    program, _, folder = text.partition("@")
-    engine = uci_games.Engine(str(pathlib.Path(program).resolve()), folder or None,
-                              errors=subprocess.DEVNULL)
-    engine.send("uci")
-    engine.wait_for("uciok", REPLY_LIMIT)
-    return engine
+PLOT_EVERY = 20.0       # seconds
+JUDGED_AT_ONCE = 200    # games
+FIRST_SHOWN = 0.05      # of the games: the Elo of fewer is not drawn, it jumps about
 
 
-def ask_move(engine, record, limit):
-    played = f" moves {' '.join(record.moves)}" if record.moves else ""
-    engine.send(f"position fen {record.fen}{played}")
-    engine.send(f"go {limit}")
-    words = engine.wait_for("bestmove", REPLY_LIMIT)[0].split()
-    return words[1] if len(words) > 1 else ""
+class InputFault(Exception):
+    """A file that cannot be used."""
 
 
-def forfeit(plies, whites_turn, reason):
-    return plies, "0-1" if whites_turn else "1-0", f"forfeit: {reason}"
+# ---- What the user says.
+
+def parse_clock(text):
+    match = re.fullmatch(r"(?:(\d+)/)?(?:(\d+):)?(\d+(?:\.\d*)?|\.\d+)(?:\+(\d+(?:\.\d*)?|\.\d+))?",
+                         text)
+    if match is None:
+        raise argparse.ArgumentTypeError(f"'{text}' is not like 2+0.03, 40/60 or 1:30+1")
+    moves, minutes, seconds, increment = match.groups()
+    base = 60 * int(minutes or 0) + float(seconds)
+    if base <= 0:
+        raise argparse.ArgumentTypeError(f"'{text}' leaves no time")
+    return Limit(base=base, increment=float(increment or 0), moves=int(moves or 0))
 
 
-def find_result(record, white_begins, is_last=False):
-    """Half-moves, result and reason of a game that is over, or None."""
-    end = record.find_end(is_last)
-    if end is None or end[1] != "*":
-        return end
-    return forfeit(end[0], (end[0] % 2 == 0) == white_begins, end[2])
+def parse_option(text):
+    name, sign, value = text.partition("=")
+    if not name or not sign:
+        raise argparse.ArgumentTypeError(f"'{text}' is not like Hash=16")
+    return name, value
 
 
-def play(white, black, fen, limit):
-    """Plays a game and gives it, with what the referee is to find true of it."""
-    record = Record(fen, [])
-    white_begins = fen.split()[1] == "w"
-    for engine in (white, black):
-        engine.send("ucinewgame")
-    end = find_result(record, white_begins)
-    while end is None and len(record.moves) < LONGEST:
-        whites_turn = (len(record.moves) % 2 == 0) == white_begins
-        try:
-            move = ask_move(white if whites_turn else black, record, limit)
-        except EngineFault as fault:
-            end = find_result(record, white_begins, is_last=True)
-            end = end or forfeit(len(record.moves), whites_turn, fault)
-            break
-        if not uci_games.is_move(move):
-            reason = "no move" if move in NO_MOVE else f"illegal move {move}"
-            end = find_result(record, white_begins, is_last=True)
-            end = end or forfeit(len(record.moves), whites_turn, reason)
-            break
-        record.moves.append(move)
-        end = find_result(record, white_begins)
-    end = end or find_result(record, white_begins, is_last=True)
-    plies, result, why = end or (len(record.moves), "1/2-1/2", "length")
-    claim = {"length": "unfinished"}.get(why, None if why.startswith("forfeit") else why)
-    return Game(record.moves[:plies], fen, result=result, claim=claim, tags={"Termination": why})
+def parse_numbers(names):
+    """A reader of words like movenumber=40,movecount=8,score=10."""
+    def parse(text):
+        found = dict(part.partition("=")[::2] for part in text.split(","))
+        if set(found) != set(names) or not all(value.isdigit() for value in found.values()):
+            raise argparse.ArgumentTypeError(
+                f"'{text}' is not like {','.join(f'{name}=N' for name in names)}")
+        return tuple(int(found[name]) for name in names)
+    return parse
 
 
-def play_pair(names, waiting, opening, limit, games):
-    """Plays an opening with both colours, games of them, by engines that wait for a game."""
-    played = []
-    engines = waiting.get()
-    for turn in range(games):
-        order = (0, 1) if turn == 0 else (1, 0)
-        game = play(*(engines[side] for side in order), f"{opening} 0 1", limit)
-        game.tags.update(White=names[order[0]], Black=names[order[1]])
-        played.append(game)
-        if game.tags["Termination"].startswith("forfeit"):
-            for engine in engines:
-                engine.close()
-            engines = [start_engine(name) for name in names]
-    waiting.put(engines)
-    return played
-
-
-def points(game, is_first_white):
-    """What the game is worth for the first engine."""
-    white = {"1-0": 1, "0-1": 0, "1/2-1/2": 0.5}[game.result]
-    return white if is_first_white else 1 - white
-
-
-def elo(share):
-    return -400 * math.log10(1 / share - 1) if 0 < share < 1 else math.copysign(math.inf, share - .5)
-
-
-def summary(results):
-    """Wins, draws and losses of the first engine, and the difference in Elo with its error."""
-    count = len(results)
-    wins, draws = results.count(1), results.count(0.5)
-    share = sum(results) / count
-    deviation = math.sqrt(sum((result - share) ** 2 for result in results) / count / count)
-    low, high = (elo(min(max(share + sign * 1.96 * deviation, 0), 1)) for sign in (-1, 1))
-    return (f"games {count}: won {wins}, drawn {draws}, lost {count - wins - draws}; "
-            f"{100 * share:.1f} %, Elo {elo(share):+.1f} ({low:+.1f} to {high:+.1f} with 95 %)")
+def positive(text):
+    if not text.isdigit() or int(text) < 1:
+        raise argparse.ArgumentTypeError(f"'{text}' is no number above 0")
+    return int(text)
 
 
 def arguments():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--games", type=int)
-    parser.add_argument("--openings", type=pathlib.Path)
-    parser.add_argument("--nodes", type=int, default=10000)
-    parser.add_argument("--movetime", type=int)
-    parser.add_argument("--concurrency", type=int, default=1)
-    parser.add_argument("--pgn", type=pathlib.Path)
-    parser.add_argument("first")
-    parser.add_argument("second")
-    return parser.parse_args()
+    add = parser.add_argument
+    add("--games", type=positive, help="games to play; two for each opening if it is left out")
+    add("--sprt", type=float, nargs=2, metavar=("ELO0", "ELO1"),
+        help="end the match once one of the two is proved")
+    add("--openings", type=pathlib.Path, metavar="FILE", help="positions, a FEN or EPD a line")
+    add("--seed", type=int, help="shuffle the openings by this number")
+    limits = parser.add_mutually_exclusive_group()
+    limits.add_argument("--nodes", type=positive, help="for each move; 10000 if nothing is said")
+    limits.add_argument("--movetime", type=positive, metavar="MS", help="for each move")
+    limits.add_argument("--tc", type=parse_clock, metavar="[MOVES/]SECONDS[+INCREMENT]",
+                        help="a clock for each engine")
+    add("--margin", type=int, default=0, metavar="MS",
+        help="how late a move may come under --tc before the game is lost")
+    add("--option", type=parse_option, action="append", default=[], metavar="NAME=VALUE",
+        help="a UCI option of both engines; may be repeated")
+    for number, name in ((1, "first"), (2, "second")):
+        add(f"--option{number}", type=parse_option, action="append", default=[],
+            metavar="NAME=VALUE", help=f"of the {name} engine alone")
+        add(f"--name{number}", metavar="NAME", help=f"the {name} engine's name in the games")
+    add("--draw", type=parse_numbers(("movenumber", "movecount", "score")),
+        metavar="movenumber=N,movecount=N,score=CP",
+        help="end as a draw once both engines have called it one for so many moves")
+    add("--resign", type=parse_numbers(("movecount", "score")), metavar="movecount=N,score=CP",
+        help="end as won once both engines have said so for so many moves")
+    add("--concurrency", type=positive, default=1, metavar="N", help="games at a time")
+    add("--pgn", type=pathlib.Path, metavar="FILE", help="write the games")
+    add("--resume", action="store_true", help="go on with the match in the file of --pgn")
+    add("--plot", type=pathlib.Path, metavar="FILE.svg", help="draw Elo over the games")
+    add("--report", type=positive, metavar="N", help="print the summary after every N games")
+    add("first")
+    add("second")
+    options = parser.parse_args()
+    if options.resume and not options.pgn:
+        parser.error("--resume goes on with the match in the file of --pgn")
+    if options.sprt and options.sprt[0] >= options.sprt[1]:
+        parser.error("--sprt: ELO0 must be below ELO1")
+    return options
+
+
+def make_limit(options):
+    if options.tc:
+        options.tc.margin = options.margin / 1000
+        return options.tc
+    if options.movetime:
+        return Limit(movetime=options.movetime)
+    return Limit(nodes=options.nodes or 10000)
+
+
+def make_sides(options):
+    sides = []
+    for text, name, own in ((options.first, options.name1, options.option1),
+                            (options.second, options.name2, options.option2)):
+        program, _, folder = text.partition("@")
+        sides.append(Side(name or text, program, folder or None, [*options.option, *own]))
+    if sides[0].name == sides[1].name:
+        for number, side in enumerate(sides, 1):
+            side.name += f" ({number})"
+    return sides
 
 
 def read_openings(path):
-    lines = path.read_text(encoding="ascii").splitlines() if path else [uci_games.START]
-    return [" ".join(line.split()[:4]) for line in lines if line.strip() and line[0] not in "#;"]
+    """The positions of a file, each sound and with a move to be played."""
+    if path is None:
+        return [uci_games.START]
+    try:
+        lines = path.read_text(encoding="utf-8-sig", errors="replace").splitlines()
+    except OSError as error:
+        raise InputFault(f"{path}: {error.strerror}") from None
+    found = [(number, " ".join(line.split()[:4])) for number, line in enumerate(lines, 1)
+             if line.strip() and line.strip()[0] not in "#;"]
+    if not found:
+        raise InputFault(f"{path}: there are no positions in it")
+    for number, fen in found:
+        fault = find_fault(fen)
+        if fault is not None:
+            raise InputFault(f"{path}:{number}: {fault}")
+    text = "".join(uci_games.numbered(number, f"{fen} 0 1", "*", "*") for number, fen in found)
+    for number in sorted(uci_games.run_referee(text, "--stalemate")):
+        raise InputFault(f"{path}:{number}: no move can be played here")
+    return [f"{fen} 0 1" for _, fen in found]
 
 
-def play_all(options, names, openings):
-    """Plays the games one opening after the other. Gives them, and their points."""
-    limit = f"movetime {options.movetime}" if options.movetime else f"nodes {options.nodes}"
-    count = options.games or 2 * len(openings)
-    games, results = [], []
-    waiting = queue.Queue()
-    for _ in range(options.concurrency):
-        waiting.put([start_engine(name) for name in names])
-    with concurrent.futures.ThreadPoolExecutor(options.concurrency) as pool:
-        pairs = [pool.submit(play_pair, names, waiting, openings[first // 2 % len(openings)], limit,
-                             min(2, count - first)) for first in range(0, count, 2)]
-        for pair in pairs:
-            for turn, game in enumerate(pair.result()):
-                games.append(game)
-                results.append(points(game, turn == 0))
-                if options.pgn:
-                    with options.pgn.open("a", encoding="ascii") as file:
-                        file.write(uci_games.to_pgn(game, {"Round": len(games)}))
-                if game.tags["Termination"].startswith("forfeit"):
-                    print(game.tags["Termination"], file=sys.stderr)
-            if sys.stderr.isatty():
-                print(f"\r{summary(results)}", end="", file=sys.stderr)
-    while not waiting.empty():
-        for engine in waiting.get():
-            engine.close()
+def describe(options, sides, rules, openings):
+    """What must not change while a match is interrupted."""
+    digest = hashlib.sha256("\n".join(openings).encode()).hexdigest()
+    found = {f"the {name} engine": {"name": side.name, "program": side.program,
+                                    "folder": side.folder, "options": side.options}
+             for name, side in zip(("first", "second"), sides)}
+    found |= {"the limit": str(rules.limit), "the margin": rules.limit.margin,
+              "the draw rule": rules.draw, "the resign rule": rules.resign,
+              "the digest of the openings in their order": digest}
+    # As they come back from the file.
+    return {name: tuples_as_lists(value) for name, value in found.items()}
+
+
+def tuples_as_lists(value):
+    if isinstance(value, dict):
+        return {name: tuples_as_lists(part) for name, part in value.items()}
+    return [tuples_as_lists(part) for part in value] if isinstance(value, (list, tuple)) else value
+
+
+# ---- The match.
+
+class Match:
+    """The games that are over, and what they say."""
+
+    def __init__(self, options, sides, rules, openings):
+        self.options, self.sides, self.rules, self.openings = options, sides, rules, openings
+        self.count = options.games or 2 * len(openings)
+        self.points = []        # of each game, for the first engine
+        self.by_pair = {}       # of a pair's turns
+        self.pairs = []         # points of those that are complete, in the order in which they were
+        self.verdict = None
+        self.forfeits = 0
+        self.unjudged, self.complaints = [], []
+        self.record = None
+
+    def take(self, pair, turn, points):
+        self.points.append(points)
+        turns = self.by_pair.setdefault(pair, {})
+        turns[turn] = points
+        if len(turns) == 2:
+            self.pairs.append(sum(turns.values()))
+            self.verdict = stats.verdict(self.ratio(), stats.sprt_bounds()) \
+                if self.options.sprt else None
+
+    def ratio(self):
+        return stats.log_likelihood_ratio(stats.count_pairs(self.pairs), *self.options.sprt)
+
+    def jobs(self):
+        """What is left to be played."""
+        done = {pair: set(turns) for pair, turns in self.by_pair.items()}
+        for pair in range((self.count + 1) // 2):
+            turns = range(min(2, self.count - 2 * pair))
+            left = tuple(turn for turn in turns if turn not in done.get(pair, ()))
+            if left:
+                yield Job(pair, self.openings[pair % len(self.openings)], left)
+
+    def tags(self):
+        limit = self.rules.limit
+        return {"Event": f"{self.sides[0].name} against {self.sides[1].name}, {limit}",
+                "Date": datetime.date.today().strftime("%Y.%m.%d"),
+                **({"TimeControl": str(limit)[3:]} if limit.base else {})}
+
+    def add(self, job, turn, game):
+        white = {"1-0": 1, "0-1": 0, "1/2-1/2": 0.5}[game.result]
+        points = white if turn == 0 else 1 - white
+        if self.record:
+            self.record.add(job.number, turn, points, game, self.tags())
+        self.take(job.number, turn, points)
+        if game.why.startswith("forfeit"):
+            self.forfeits += 1
+            clear_line()
+            print(f"game {job.number + 1}.{turn + 1}: {game.why}, "
+                  f"{game.result} of {game.white} and {game.black}", file=sys.stderr)
+        self.unjudged.append(uci_games.Game(game.moves, game.fen, result=game.result,
+                                            claim=game.claim))
+        if len(self.unjudged) >= JUDGED_AT_ONCE:
+            self.judge()
+
+    def judge(self):
+        """Lets the referee try each game by its own tests."""
+        complaints = [text for text in uci_games.judge(self.unjudged) if text is not None]
+        self.unjudged = []
+        for text in complaints:
+            print(text, file=sys.stderr)
+        self.complaints += complaints
+
+    def words(self):
+        rows = [stats.summary(self.points, self.pairs)]
+        if self.options.sprt:
+            counts = stats.count_pairs(self.pairs)
+            rows += [f"pairs with 0, 0.5, 1, 1.5 and 2 points: {', '.join(map(str, counts))}",
+                     stats.sprt_words(self.ratio(), self.options.sprt, stats.sprt_bounds())]
+        return "\n".join(rows)
+
+    def picture(self):
+        """Elo with its range over the games, and the way of the test."""
+        elo, band, ratios = [], [], []
+        counts = [0] * 5
+        step = max(1, len(self.pairs) // svg_plot.MOST_POINTS)
+        for number, points in enumerate(self.pairs, 1):
+            counts[round(2 * points)] += 1
+            if number % step and number != len(self.pairs):
+                continue
+            found = stats.elo_range(counts)
+            if found and number >= FIRST_SHOWN * len(self.pairs):
+                elo.append((2 * number, found[0]))
+                band.append((2 * number, *(max(-2000.0, min(2000.0, end)) for end in found[1:])))
+            if self.options.sprt:
+                ratios.append((2 * number, stats.log_likelihood_ratio(counts, *self.options.sprt)))
+        ends = [end for _, *ends in band[len(band) // 10:] for end in ends] + [0]
+        panel = svg_plot.Panel(f"{self.sides[0].name} against {self.sides[1].name}, "
+                               f"{self.rules.limit}: Elo with its 95 % range", "games", "Elo",
+                               min(ends), max(ends))
+        panel.lines, panel.band, panel.levels = [("Elo", elo)], band, [(0, "")]
+        panels = [panel]
+        if self.options.sprt:
+            bounds = stats.sprt_bounds()
+            panel = svg_plot.Panel("sequential test: log-likelihood ratio", "games", "ratio")
+            panel.lines = [("ratio", [(0, 0.0), *ratios])]
+            panel.levels = [(bound, f"{elo:g} Elo") for bound, elo in zip(bounds,
+                                                                         self.options.sprt)]
+            panels.append(panel)
+        return svg_plot.picture(panels)
+
+
+def clear_line():
     if sys.stderr.isatty():
-        print(file=sys.stderr)
-    return games, results
+        print("\r\x1b[K", end="", file=sys.stderr)
+
+
+def show_progress(match, begun, games_before):
+    if not sys.stderr.isatty():
+        return
+    played = len(match.points) - games_before
+    rate = played / max(1e-9, time.monotonic() - begun)
+    left = ""
+    if played:
+        seconds = round((match.count - len(match.points)) / rate)
+        left = f", {rate:.2f} games/s, at most {datetime.timedelta(seconds=seconds)} left"
+    test = f"; SPRT {match.ratio():+.2f}" if match.options.sprt else ""
+    text = stats.summary(match.points, match.pairs).partition(":")[2]
+    clear_line()
+    print(f"game {len(match.points)} of {match.count}{left}{test};{text}"[:150], end="",
+          file=sys.stderr, flush=True)
+
+
+def play_all(match, arena):
+    """Plays what is left. True if nobody has broken it off."""
+    interrupted = []
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda *_: interrupted.append(True))
+    begun = drawn = time.monotonic()
+    before = len(match.points)
+    for found in arena.play(match.jobs()):
+        if found is not None:
+            match.add(*found)
+            if match.options.report and len(match.points) % match.options.report == 0:
+                clear_line()
+                print(match.words(), flush=True)
+        if interrupted or match.verdict is not None:
+            arena.stop()
+        show_progress(match, begun, before)
+        if match.options.plot and time.monotonic() - drawn > PLOT_EVERY:
+            drawn = time.monotonic()
+            write_whole(match.options.plot, match.picture())
+    clear_line()
+    return not interrupted
+
+
+def show_cost(begun, games):
+    """What the match has cost beside the engines, whose time counts once they are gone."""
+    seconds = time.monotonic() - begun
+    print(f"{games} games in {seconds:.1f} s, {games / seconds:.2f} a second", file=sys.stderr)
+
+
+def run(options):
+    openings = read_openings(options.openings)
+    if options.seed is not None:
+        random.Random(options.seed).shuffle(openings)
+    sides = make_sides(options)
+    rules = Rules(make_limit(options), draw=options.draw, resign=options.resign)
+    match = Match(options, sides, rules, openings)
+    if options.pgn:
+        match.record = Record(options.pgn, describe(options, sides, rules, openings),
+                              options.resume)
+        for line in match.record.done:
+            match.take(line["pair"], line["turn"], line["points"])
+    if match.count > 2 * len(openings):
+        print("there are fewer openings than pairs: they are played again, and games may repeat",
+              file=sys.stderr)
+    arena = Arena(sides, rules, options.concurrency)
+    fault, is_whole = None, True
+    try:
+        if match.verdict is None:
+            is_whole = play_all(match, arena)
+    except (SetupFault, RecordFault) as found:
+        clear_line()
+        fault = found
+    match.judge()
+    print(match.words())
+    if options.plot:
+        write_whole(options.plot, match.picture())
+    if fault is not None:
+        raise fault
+    if not is_whole:
+        print("broken off" + ("; --resume goes on" if match.record else ""), file=sys.stderr)
+    return 1 if match.complaints or not is_whole else 0
 
 
 def main():
@@ -180,13 +389,11 @@ def main():
         print("The games are judged by pgn-extract, which is not installed: "
               "apt-get install pgn-extract", file=sys.stderr)
         return 2
-    games, results = play_all(options, (options.first, options.second),
-                              read_openings(options.openings))
-    wrong = [complaint for complaint in uci_games.judge(games) if complaint is not None]
-    for complaint in wrong:
-        print(complaint, file=sys.stderr)
-    print(summary(results))
-    return 1 if wrong else 0
+    try:
+        return run(options)
+    except (InputFault, SetupFault, RecordFault, uci_games.RefereeFault) as fault:
+        print(fault, file=sys.stderr)
+        return 1
 
 
 if __name__ == "__main__":

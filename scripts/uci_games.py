@@ -179,14 +179,13 @@ def as_written(match):
     return source + target + promotion.lower()
 
 
-def ask_referee(text, *words):
-    """What the referee prints of the games: their numbers, and of each its result and its moves
-    with what stands between them, in one line. Games with an illegal move are left out, or end
-    before it if they are to be kept broken."""
+def run_referee(text, *words):
+    """What the referee prints of the games, as it comes: their numbers, and of each its result and
+    its moves."""
     path = find_referee()
     if path is None:
         raise RefereeFault("pgn-extract is not installed")
-    words = [path, "-s", "-Wxlalg", "--nomovenumbers", "--nochecks", *words]
+    words = [path, "-s", "--nomovenumbers", *words]
     answer = subprocess.run(words, input=text, text=True, stdout=subprocess.PIPE,
                             stderr=subprocess.PIPE, timeout=REFEREE_LIMIT)
     if answer.returncode != 0:
@@ -196,9 +195,18 @@ def ask_referee(text, *words):
         tags, _, moves = block.partition("\n\n")
         number = int(re.search(r'\[Round "(\d+)"\]', tags).group(1))
         result = re.search(r'\[Result "([^"]*)"\]', tags).group(1)
-        moves = PRINTED_MOVE.sub(as_written, moves.replace("(", " ( ").replace(")", " ) "))
-        found[number] = result, " ".join(moves.split())
+        found[number] = result, moves
     return found
+
+
+def ask_referee(text, *words):
+    """What the referee prints of the games: their numbers, and of each its result and its moves
+    with what stands between them, in one line. Games with an illegal move are left out, or end
+    before it if they are to be kept broken."""
+    found = run_referee(text, "-Wxlalg", "--nochecks", *words)
+    return {number: (result, " ".join(PRINTED_MOVE.sub(
+        as_written, moves.replace("(", " ( ").replace(")", " ) ")).split()))
+            for number, (result, moves) in found.items()}
 
 
 def numbered(number, fen, text, result):
@@ -243,13 +251,17 @@ def look_at(fen, moves):
     read = re.findall(rf"({MOVE.pattern}) (?:\{{[^}}/]*\}} )?\{{ ([^}}]*/[^}}]*) \}}", text)
     legal = next((ply for ply, (move, own) in enumerate(zip(moves, read))
                   if move != own[0]), min(len(moves), len(read)))
-    fens = [fen, *(own[1] for own in read[:legal])]
+    return make_look([fen, *(own[1] for own in read[:legal])], len(moves), result)
+
+
+def make_look(fens, plies, result):
+    """The look at a game of so many half-moves, whose legal ones lead to the positions."""
     end = None
     seen = collections.Counter()
     for ply, position in enumerate(fens):
         fields = position.split()
         seen[tuple(fields[:4])] += 1
-        is_last = ply == len(moves)
+        is_last = ply == plies
         if is_last and result != "*":
             end = ply, result, "stalemate" if result == "1/2-1/2" else "checkmate"
         elif seen[tuple(fields[:4])] >= 3:
@@ -260,7 +272,21 @@ def look_at(fen, moves):
             end = ply, "1/2-1/2", "material"
         if end:
             break
-    return Look(legal, int(fens[-1].split()[4]), end)
+    return Look(len(fens) - 1, int(fens[-1].split()[4]), end)
+
+
+def retell(fen, moves, is_so):
+    """The referee's view of a game, and its moves as people write them. is_so says of the position
+    behind so many half-moves whether it is the one that the moves were meant to lead to."""
+    found = run_referee(numbered(0, fen, movetext(moves, {}, "*"), "*"), "-Wsan", "--keepbroken",
+                        "--fencomments", "--fixresulttags")
+    result, text = found.get(0, ("*", ""))
+    # A broken move's own comment stands before that of the position.
+    read = re.findall(r"([^\s{}]+) (?:\{ [^}/]* \} )?\{ ([^}]*/[^}]*) \}", " ".join(text.split()))
+    legal = next((ply for ply, (_, position) in enumerate(read) if not is_so(ply + 1, position)),
+                 len(read))
+    look = make_look([fen, *(position for _, position in read[:legal])], len(moves), result)
+    return look, [move for move, _ in read[:legal]]
 
 
 class Record:
