@@ -28,7 +28,6 @@ import hashlib
 import pathlib
 import random
 import re
-import resource
 import signal
 import sys
 import time
@@ -145,7 +144,9 @@ def make_sides(options):
     for text, name, own in ((options.first, options.name1, options.option1),
                             (options.second, options.name2, options.option2)):
         program, _, folder = text.partition("@")
-        sides.append(Side(name or text, program, folder or None, [*options.option, *own]))
+        if not name:
+            name = pathlib.Path(program).name + (f"@{pathlib.Path(folder).name}" if folder else "")
+        sides.append(Side(name, program, folder or None, [*options.option, *own]))
     if sides[0].name == sides[1].name:
         for number, side in enumerate(sides, 1):
             side.name += f" ({number})"
@@ -341,12 +342,6 @@ def play_all(match, arena):
             write_whole(match.options.plot, match.picture())
     clear_line()
     return not interrupted
-
-
-def show_cost(begun, games):
-    """What the match has cost beside the engines, whose time counts once they are gone."""
-    seconds = time.monotonic() - begun
-    print(f"{games} games in {seconds:.1f} s, {games / seconds:.2f} a second", file=sys.stderr)
 
 
 def run(options):
