@@ -9,6 +9,7 @@ FIFTY_MOVES = 100       # half-moves
 SQUARES = {f"{file}{rank}": 8 * (8 - rank) + column
            for column, file in enumerate("abcdefgh") for rank in range(1, 9)}
 EMPTY = "."
+MATING = frozenset("QRPqrp")    # pieces that leave no game drawn by bare material
 # A king's two squares to the side, and what its rook does.
 ROOK_LEAPS = {("e1", "g1"): ("h1", "f1"), ("e1", "c1"): ("a1", "d1"),
               ("e8", "g8"): ("h8", "f8"), ("e8", "c8"): ("a8", "d8")}
@@ -62,7 +63,7 @@ class Board:
         # Castling and en passant are looked over, so this is true at least where it must be.
         self.may_be_over = (self.quiet >= FIFTY_MOVES
                             or self.seen[position, self.whites_turn] >= 3
-                            or position.count(EMPTY) >= 61)
+                            or (position.count(EMPTY) >= 61 and MATING.isdisjoint(position)))
         return True
 
 

@@ -28,6 +28,8 @@ REPLY_LIMIT = 300.0     # seconds
 NO_MOVE = ("null", "(none)", "0000")
 MATE_SCORE = 30000      # centipawns
 LONGEST_OUTPUT = 1 << 24    # bytes that an engine may print for one move
+SCORE = re.compile(rb" score (cp|mate) (-?\d+)")
+DEPTH = re.compile(rb" depth (\d+)")
 OPTION = re.compile(r"option name (.+?) type (\w+)(.*)")
 
 
@@ -81,25 +83,25 @@ class Engine:
         """What the engine prints up to the line that begins with start, that line, and the time
         when it came."""
         end = time.monotonic() + limit
-        start = start.encode()
-        data, self.rest = self.rest, b""
+        mark = b"\n" + start.encode()
+        data, self.rest = b"\n" + self.rest, b""
         when = time.monotonic()
         searched = 0
         while True:
-            place = 0 if data.startswith(start) else data.find(b"\n" + start, searched) + 1
-            stop = data.find(b"\n", place) if place or data.startswith(start) else -1
+            place = data.find(mark, searched)
+            stop = data.find(b"\n", place + 1) if place >= 0 else -1
             if stop >= 0:
                 self.rest = data[stop + 1:]
                 return data[:place], data[place:stop].decode(errors="replace").strip(), when
-            searched = max(0, (place or len(data)) - len(start) - 1)
-            left = end - time.monotonic()
+            searched = place if place >= 0 else max(0, len(data) - len(mark))
             # What came while this thread had to wait for the processor is still read.
-            if not self.poll.poll(max(0, math.ceil(1000 * left))) or len(data) > LONGEST_OUTPUT:
-                raise EngineFault(f"no '{start.decode()}' within {limit:g} s")
+            left = max(0, math.ceil(1000 * (end - time.monotonic())))
+            if not self.poll.poll(left) or len(data) > LONGEST_OUTPUT:
+                raise EngineFault(f"no '{start}' within {limit:g} s")
             chunk = os.read(self.output, 1 << 16)
             when = time.monotonic()
             if not chunk:
-                raise EngineFault(f"the engine ended while '{start.decode()}' was awaited")
+                raise EngineFault(f"the engine ended while '{start}' was awaited")
             data += chunk
 
     def close(self):
@@ -155,23 +157,21 @@ def start_engine(side, limit=REPLY_LIMIT):
 
 
 def read_score(printed):
-    """The score of the last line that has one, in centipawns, as people write it, and its depth."""
-    for line in reversed(printed.decode(errors="replace").splitlines()):
-        if " score " not in line or "bound" in line or \
-                (" multipv " in line and " multipv 1 " not in line):
+    """The score of the last line that has one, in centipawns and as people write it with its depth,
+    and whether it says that the move mates."""
+    for line in reversed(printed.split(b"\n")):
+        found = SCORE.search(line)
+        if found is None or b"bound" in line or \
+                (b" multipv " in line and b" multipv 1 " not in line):
             continue
-        found = re.search(r"score (cp|mate) (-?\d+)", line)
-        if found is None:
-            continue
-        depth = re.search(r" depth (\d+)", line)
-        kind, value = found.group(1), int(found.group(2))
+        depth = DEPTH.search(line)
+        value = int(found.group(2))
         sign = "-" if value < 0 else "+"
-        if kind == "mate":
-            score = math.copysign(MATE_SCORE - abs(value), 1 if value > 0 else -1)
-            text = f"{sign}M{abs(value)}"
-        else:
-            score, text = value, f"{sign}{abs(value) / 100:.2f}"
-        return score, f"{text}/{depth.group(1) if depth else 0}", kind == "mate" and value == 1
+        behind = f"/{int(depth.group(1)) if depth else 0}"
+        if found.group(1) == b"cp":
+            return value, f"{sign}{abs(value) / 100:.2f}{behind}", False
+        score = MATE_SCORE - value if value > 0 else -MATE_SCORE - value
+        return score, f"{sign}M{abs(value)}{behind}", value == 1
     return None, "", False
 
 

@@ -238,6 +238,8 @@ class Look:
 
 def is_bare(fen):
     """Whether the pieces of a position mate in no way: at most a bishop or a knight."""
+    if re.match(r"\S*[QRPqrp]", fen):
+        return False
     pieces = [char for char in fen.split()[0] if char.isalpha() and char not in "Kk"]
     return not pieces or (len(pieces) == 1 and pieces[0] in "NnBb")
 
