@@ -12,6 +12,7 @@
 
 #include "base/text.h"
 #include "base/version.h"
+#include "host/table_check.h"
 #include "host/version.h"
 #include "host/words.h"
 
@@ -92,12 +93,10 @@ static void find_program(char* path, size_t size)
 
 // A chess program starts its engine in a folder of its own, so a path must be a whole one. What is
 // not there stays as it was written.
-static void append_whole_path(TextBuffer* text, const char* path, size_t length)
+static void append_whole_path(TextBuffer* text, const char* path)
 {
-    char part[PATH_MAX];
-    snprintf(part, sizeof part, "%.*s", static_cast<int>(length), path);
     char whole[PATH_MAX];
-    append_format(text, "%s", realpath(part, whole) != nullptr ? whole : part);
+    append_format(text, "%s", realpath(path, whole) != nullptr ? whole : path);
 }
 
 static void print_setting(const char* name, const char* value)
@@ -129,13 +128,10 @@ static void print_settings(const Report* report, const Advice* settings, const D
     if (words->tables != nullptr) {
         TextBuffer text = { buffer };
         buffer[0] = '\0';
-        for (const char* rest = words->tables; *rest != '\0';) {
-            const size_t length = strcspn(rest, ":");
-            if (length > 0) {
-                append_format(&text, "%s", text.used > 0 ? ":" : "");
-                append_whole_path(&text, rest, length);
-            }
-            rest += length + (rest[length] == ':' ? 1 : 0);
+        char folder[PATH_MAX];
+        for (const char* rest = words->tables; next_folder(&rest, folder, sizeof folder);) {
+            append_format(&text, "%s", text.used > 0 ? ":" : "");
+            append_whole_path(&text, folder);
         }
         print_setting("SyzygyPath", buffer);
     } else {
@@ -145,7 +141,7 @@ static void print_settings(const Report* report, const Advice* settings, const D
     static constexpr const char* book_options[most_books] = { "OwnBook_File", "OwnBook2_File" };
     for (i32 i = 0; i < words->book_count; ++i) {
         TextBuffer text = { buffer };
-        append_whole_path(&text, words->books[i], strlen(words->books[i]));
+        append_whole_path(&text, words->books[i]);
         if (i == 0) {
             print_setting("OwnBook", "on");
         }

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -20,10 +20,9 @@
 
 #include "base/clock.h"
 #include "base/version.h"
-#include "board/moves.h"
 #include "board/tables.h"
-#include "host/bench_word.h"
 #include "host/relay_state.h"
+#include "host/table_check.h"
 #include "host/text.h"
 #include "shell/weights_file.h"
 
@@ -34,7 +33,6 @@ static constexpr size_t most_waiting_lines = 1 << 14;
 static constexpr f64 longest_end = 2.0;
 static constexpr f64 longest_job_end = 60.0;
 static constexpr f64 last_flush = 0.2;
-static constexpr i64 deepest_perft = 20;
 static constexpr char default_log[] = "vesk.log";
 
 f64 now_seconds()
@@ -104,6 +102,23 @@ static void open_debug_log(Relay* relay, const std::string& name)
     }
 }
 
+// Tables that are not where they are looked for are no error to the engine.
+static void report_missing_folders(Relay* relay, const std::string& path)
+{
+    char folder[PATH_MAX];
+    for (const char* rest = path.c_str(); next_folder(&rest, folder, sizeof folder);) {
+        const FolderKind kind = look_at_folder(folder);
+        if (kind != FolderKind::Readable) {
+            remark_to_host(relay,
+                std::string("SyzygyPath: ")
+                    + (kind == FolderKind::Missing         ? "there is no folder "
+                            : kind == FolderKind::NoFolder ? "no folder, but a file: "
+                                                           : "not open to this user: ")
+                    + std::string(shortened(folder)));
+        }
+    }
+}
+
 static void set_option_word(Relay* relay, std::string_view words)
 {
     const SettingResult result = change_setting(&relay->settings, words);
@@ -120,6 +135,8 @@ static void set_option_word(Relay* relay, std::string_view words)
         open_debug_log(relay, setting.value);
     } else if (setting.name == "Log") {
         open_debug_log(relay, setting.value == "true" ? default_log : "");
+    } else if (setting.name == "SyzygyPath") {
+        report_missing_folders(relay, setting.value);
     }
     send_settings(relay, 0, false);
 }
@@ -144,22 +161,6 @@ static void set_up_board(Relay* relay, std::string_view words)
         remark_to_host(relay, "position: " + relay->game.defect);
     } else if (!relay->game.remark.empty()) {
         remark_to_host(relay, "position: " + relay->game.remark);
-    }
-}
-
-static void run_perft(Relay* relay, std::string_view words)
-{
-    i64 depth = 0;
-    if (!read_number(take_word(&words), &depth) || depth < 1 || depth > deepest_perft) {
-        remark_to_host(relay, "perft needs a depth from 1 to 20");
-        return;
-    }
-    if (!relay->game.defect.empty()) {
-        remark_to_host(relay, "position: " + relay->game.defect);
-        return;
-    }
-    if (start_perft(&relay->job, &relay->game, static_cast<i32>(depth)) != 0) {
-        remark_to_host(relay, "no process could be started");
     }
 }
 
@@ -208,69 +209,6 @@ static void leave(Relay* relay, std::string_view)
 
 static void pass_over(Relay*, std::string_view)
 {
-}
-
-// ---- Words for a person
-
-static void show_board(Relay* relay, std::string_view)
-{
-    char view[board_view_size];
-    char key[32];
-    make_board_view(&relay->game.pos, view);
-    snprintf(key, sizeof key, "%016llX", static_cast<unsigned long long>(relay->game.pos.key));
-    std::string_view lines = view;
-    while (!lines.empty()) {
-        const size_t end = lines.find('\n');
-        tell_host(relay, lines.substr(0, end));
-        lines = end == std::string_view::npos ? "" : lines.substr(end + 1);
-    }
-    tell_host(relay, "");
-    tell_host(relay, "Fen: " + whole_fen(&relay->game));
-    tell_host(relay, std::string("Key: ") + key);
-    if (!relay->game.defect.empty()) {
-        tell_host(relay, "Defect: " + relay->game.defect);
-    }
-}
-
-static void show_evaluation(Relay* relay, std::string_view)
-{
-    if (!relay->game.defect.empty()) {
-        remark_to_host(relay, "position: " + relay->game.defect);
-    } else if (start_evaluation(&relay->job, &relay->settings, &relay->game) != 0) {
-        remark_to_host(relay, "no process could be started");
-    }
-}
-
-static void run_benchmark_word(Relay* relay, std::string_view words)
-{
-    i64 depth = default_bench_depth;
-    const std::string_view word = take_word(&words);
-    if (!word.empty() && (!read_number(word, &depth) || depth < 1)) {
-        remark_to_host(relay, "bench takes a depth");
-    } else if (start_benchmark(&relay->job, static_cast<i32>(std::min<i64>(depth, deepest_bench)))
-        != 0) {
-        remark_to_host(relay, "no process could be started");
-    }
-}
-
-static void show_help(Relay* relay, std::string_view)
-{
-    for (const char* line : {
-             "Words of UCI: uci, isready, ucinewgame, setoption, position, go, stop,",
-             "  ponderhit, quit.",
-             "  position startpos moves e2e4 e7e5",
-             "  position fen FEN",
-             "  go depth N | nodes N | movetime MS | infinite | mate N | wtime MS btime MS ...",
-             "  setoption name Hash value 256",
-             "And for a person:",
-             "  d              the board, its FEN and key",
-             "  eval           what each term says about it",
-             "  perft N        counts the moves N plies deep, by first move",
-             "  bench [DEPTH]  the benchmark",
-             "  quit           ends the program",
-         }) {
-        tell_host(relay, line);
-    }
 }
 
 // ---- The table of words

@@ -119,6 +119,14 @@ void watch_search(Relay* relay);
 // The next moment at which there may be something to do.
 [[nodiscard]] Moment next_moment(const Relay* relay);
 
+// ---- relay_person.cpp: words for a person, with what stands behind them
+
+void show_board(Relay* relay, std::string_view words);
+void show_evaluation(Relay* relay, std::string_view words);
+void run_perft(Relay* relay, std::string_view words);
+void run_benchmark_word(Relay* relay, std::string_view words);
+void show_help(Relay* relay, std::string_view words);
+
 // ---- relay.cpp
 
 // Whether lines that change anything have to wait.
