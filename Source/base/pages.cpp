@@ -5,11 +5,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <sys/mman.h>
 
-static constexpr u64 unlimited = ~0ULL;
-static constexpr size_t path_size = 4096;
+#include "base/groups.h"
+
 static constexpr u64 kept_share = 8; // of what is left, one part is left to others
 
 void* map_pages(size_t bytes)
@@ -44,64 +43,10 @@ void unmap_pages(void* block, size_t bytes)
     munmap(block, bytes);
 }
 
-// The number that a file begins with, or unlimited where it has none: a limit may say "max".
-static u64 read_number(const char* folder, const char* name)
+static void take_least(const char* folder, void* context)
 {
-    char path[2 * path_size];
-    snprintf(path, sizeof path, "%s/%s", folder, name);
-    FILE* file = fopen(path, "re");
-    if (file == nullptr) {
-        return unlimited;
-    }
-    unsigned long long number = unlimited;
-    if (fscanf(file, "%llu", &number) != 1) {
-        number = unlimited;
-    }
-    fclose(file);
-    return number;
-}
-
-u64 group_memory_left(const char* folder)
-{
-    // The names of the second version of control groups, and of the first.
-    u64 limit = read_number(folder, "memory.max");
-    u64 used = read_number(folder, "memory.current");
-    if (limit == unlimited) {
-        limit = read_number(folder, "memory.limit_in_bytes");
-        used = read_number(folder, "memory.usage_in_bytes");
-    }
-    if (limit == unlimited || used == unlimited) {
-        return unlimited;
-    }
-    return limit > used ? limit - used : 0;
-}
-
-// A limit of any group above holds too. In a container the names begin at its own group, and the
-// files of the first version lie where the container has them.
-static u64 memory_left_in_groups()
-{
-    constexpr char root[] = "/sys/fs/cgroup";
-    u64 left = std::min(group_memory_left(root), group_memory_left("/sys/fs/cgroup/memory"));
-    FILE* file = fopen("/proc/self/cgroup", "re");
-    if (file == nullptr) {
-        return left;
-    }
-    char line[path_size];
-    while (fgets(line, sizeof line, file) != nullptr) {
-        if (strncmp(line, "0::/", 4) != 0) {
-            continue;
-        }
-        line[strcspn(line, "\n")] = '\0';
-        char* group = line + 3;
-        while (group[0] == '/' && group[1] != '\0') {
-            char folder[sizeof root + path_size];
-            snprintf(folder, sizeof folder, "%s%s", root, group);
-            left = std::min(left, group_memory_left(folder));
-            *strrchr(group, '/') = '\0';
-        }
-    }
-    fclose(file);
-    return left;
+    u64* left = static_cast<u64*>(context);
+    *left = std::min(*left, group_memory_left(folder));
 }
 
 bool has_free_memory(u64 bytes)
@@ -115,6 +60,7 @@ bool has_free_memory(u64 bytes)
     while (fgets(line, sizeof line, file) != nullptr
         && sscanf(line, "MemAvailable: %llu", &kilobytes) != 1) { }
     fclose(file);
-    const u64 left = std::min<u64>(kilobytes * 1024, memory_left_in_groups());
+    u64 left = kilobytes * 1024;
+    visit_groups("", take_least, &left);
     return bytes < left - left / kept_share;
 }

@@ -21,7 +21,3 @@ void unmap_pages(void* block, size_t bytes);
 // that run, with an eighth to spare, and no limit of a container stands against it. False where it
 // says nothing.
 [[nodiscard]] bool has_free_memory(u64 bytes);
-
-// Bytes that a control group still lets its processes take, by the files in its folder; the largest
-// number where they set no limit.
-[[nodiscard]] u64 group_memory_left(const char* folder);

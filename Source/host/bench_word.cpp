@@ -12,7 +12,7 @@
 #include "host/child.h"
 #include "host/weights_check.h"
 
-static int run_bench_engine(const void* context)
+static int run_bench_engine(void* context)
 {
     char depth[16];
     snprintf(depth, sizeof depth, "%d", *static_cast<const i32*>(context));

@@ -13,7 +13,7 @@ struct Child {
 
 // Forks a process that ends with the status of run(context), with an empty standard input and with
 // standard output at child->lines. It is killed if this process ends first. Returns 0 or the error.
-[[nodiscard]] int start_child(Child* child, int (*run)(const void* context), const void* context);
+[[nodiscard]] int start_child(Child* child, int (*run)(void* context), void* context);
 
 // Waits for its end, and returns its status: 1 for one that a signal has ended. What nobody has
 // read is lost.

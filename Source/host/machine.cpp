@@ -1,5 +1,4 @@
-// Reading the system's files. A container sees the limits of its own group at the root of the
-// folder of groups; elsewhere the process's group has a path, and limits of all groups above hold.
+// Reading the system's files.
 #include "host/machine.h"
 
 #include <algorithm>
@@ -12,7 +11,7 @@
 #include <unistd.h>
 
 #include "base/clock.h"
-#include "base/pages.h"
+#include "base/groups.h"
 #include "base/text.h"
 
 static constexpr size_t path_size = 4096;
@@ -48,41 +47,6 @@ HugePages read_huge_pages(const char* root)
         return HugePages::OnWish;
     }
     return strstr(line, "[never]") != nullptr ? HugePages::Never : HugePages::Unknown;
-}
-
-// ---- Groups of processes
-
-// Calls visit with each folder that may hold limits of this process's.
-static void visit_groups(
-    const char* root, void (*visit)(const char* folder, void* context), void* context)
-{
-    char base[path_size / 4];
-    copy_text(base, sizeof base, root);
-    char folder[2 * path_size];
-    for (const char* name : { "", "/memory", "/cpu", "/cpu,cpuacct" }) {
-        snprintf(folder, sizeof folder, "%s/sys/fs/cgroup%s", base, name);
-        visit(folder, context);
-    }
-    char path[path_size];
-    snprintf(path, sizeof path, "%s/proc/self/cgroup", base);
-    FILE* file = fopen(path, "re");
-    if (file == nullptr) {
-        return;
-    }
-    char line[line_size];
-    while (fgets(line, sizeof line, file) != nullptr) {
-        if (strncmp(line, "0::/", 4) != 0) {
-            continue;
-        }
-        line[strcspn(line, "\n")] = '\0';
-        char* group = line + 3;
-        while (group[0] == '/' && group[1] != '\0') {
-            snprintf(folder, sizeof folder, "%s/sys/fs/cgroup%s", base, group);
-            visit(folder, context);
-            *strrchr(group, '/') = '\0';
-        }
-    }
-    fclose(file);
 }
 
 // ---- Memory

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -52,6 +53,7 @@ static void close_pair(const int* pair)
     close(pair[1]);
 }
 
+// What this process has not written out yet would be written by both.
 int start_process(Process* process, int (*run)(void* context), void* context)
 {
     int input[2];
@@ -64,6 +66,7 @@ int start_process(Process* process, int (*run)(void* context), void* context)
         close_pair(input);
         return error;
     }
+    fflush(nullptr);
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid < 0) {

@@ -17,7 +17,7 @@
 
 static constexpr char complaint[] = "error ";
 
-static int compare_weights(const void*)
+static int compare_weights(void*)
 {
     static i32 own_words[weight_count];
     init_eval_params(PlainWeights, nullptr);

@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <thread>
 
+#include "base/groups.h"
 #include "base/pages.h"
 #include "base/wakeup.h"
 
