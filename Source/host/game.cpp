@@ -101,7 +101,7 @@ static std::string read_start(HostGame* game, std::string_view* words)
     }
     for (std::string& field : std::span(fields).subspan(2)) {
         if (field.empty()) {
-            field = "-";
+            field.push_back('-');
         }
     }
     const std::string text = fields[0] + ' ' + fields[1] + ' ' + fields[2] + ' ' + fields[3];
@@ -209,8 +209,41 @@ std::string whole_fen(const HostGame* game)
     return std::string(fen) + ' ' + std::to_string(half_moves) + ' ' + std::to_string(move);
 }
 
+// Plays the moves of words. Where all can be, the whole text of the game is kept for the line that
+// goes on from there.
+static void play_moves(HostGame* game, std::string_view whole, std::string_view words)
+{
+    for (std::string_view word = take_word(&words); !word.empty(); word = take_word(&words)) {
+        const Move move = find_legal_move(game, word);
+        if (move == NoMove) {
+            game->defect = "move " + std::to_string(game->plies + 1) + ", "
+                + std::string(shortened(word)) + ", is not legal";
+            return;
+        }
+        play(game, move);
+    }
+    game->words = whole;
+}
+
+// A chess program tells the whole game before each move; only what is new of it is played, or the
+// time that goes into a move would grow with the game.
+static bool goes_on(const HostGame* game, std::string_view words)
+{
+    const size_t known = game->words.size();
+    return known > 0 && words.starts_with(game->words)
+        && (words.size() == known || words[known] == ' ');
+}
+
 void set_up_game(HostGame* game, std::string_view words)
 {
+    const std::string_view whole = words;
+    if (goes_on(game, whole)) {
+        words.remove_prefix(game->words.size());
+        game->words.clear();
+        play_moves(game, whole, words);
+        return;
+    }
+    game->words.clear();
     game->pos.stack = &game->stack;
     game->moves.clear();
     game->plies = 0;
@@ -227,14 +260,8 @@ void set_up_game(HostGame* game, std::string_view words)
     while (!word.empty() && word != "moves") {
         word = take_word(&words);
     }
-    for (word = take_word(&words); !word.empty(); word = take_word(&words)) {
-        const Move move = find_legal_move(game, word);
-        if (move == NoMove) {
-            game->defect = "move " + std::to_string(game->plies + 1) + ", "
-                + std::string(shortened(word)) + ", is not legal";
-            return;
-        }
-        play(game, move);
+    if (word == "moves") {
+        play_moves(game, whole, words);
     }
 }
 

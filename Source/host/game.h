@@ -24,6 +24,9 @@ struct HostGame {
     i32 late_plies = 0;
     // Why it cannot be searched, in words for the user; empty if it can.
     std::string defect;
+    // The words that this game was set up by, if it has moves and no defect: the next line of the
+    // same game begins with them.
+    std::string words;
     // Something that was put right, in words for the user; empty if nothing was.
     std::string remark;
 };

@@ -103,6 +103,37 @@ TEST(HostGame, ALongGameKeepsWhatCanRepeat)
     EXPECT_EQ(is_draw_by_rule(&again->pos, 0), is_draw_by_rule(&game->pos, 0));
 }
 
+TEST(HostGame, TheNextLineOfAGameIsAsIfItWereTheFirst)
+{
+    const auto game = game_of("startpos moves e2e4");
+    for (const std::string_view words : {
+             "startpos moves e2e4",
+             "startpos moves e2e4 e7e5 g1f3",
+             "startpos moves e2e4 e7e5 g1f3 e7e5", // the last is not legal
+             "startpos moves e2e4 e7e5 g1f3 e7e5 b8c6",
+             "startpos moves e2e4 e7e5 g1f3 b8c6",
+             "startpos moves e2e4 e7e5",
+             "startpos",
+             "startpos moves",
+             "startpos moves a2a3",
+             "fen 4k3/8/8/8/8/8/8/4K2R w KQkq - 7 40 moves h1h8",
+             "fen 4k3/8/8/8/8/8/8/4K2R w KQkq - 7 40 moves h1h8 e8e7",
+             "fen 4k3/8/8/8/8/8/8/4K2R w KQkq - 7 40 moves h1h8 e8e7 h8h1",
+             "fen 4k3/P7/8/8/8/8/8/4K3 w - - 0 1 moves a7a8",
+             "fen 4k3/P7/8/8/8/8/8/4K3 w - - 0 1 moves a7a8q e8e7",
+         }) {
+        SCOPED_TRACE(words);
+        set_up_game(game.get(), words);
+        const auto first = game_of(words);
+        EXPECT_EQ(game->defect, first->defect);
+        EXPECT_EQ(game->remark, first->remark);
+        EXPECT_EQ(game->plies, first->plies);
+        EXPECT_EQ(game->pos.key, first->pos.key);
+        EXPECT_EQ(whole_fen(game.get()), whole_fen(first.get()));
+        EXPECT_EQ(position_line(game.get()).text, position_line(first.get()).text);
+    }
+}
+
 TEST(HostGame, MoreThanFiftyMovesWithoutProgressAreGivenAsABoard)
 {
     std::string words = "startpos moves";
