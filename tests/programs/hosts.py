@@ -18,6 +18,12 @@ def both_sides_have_moved(log):
     return len(answers(log)) >= 2 * WHOLE_MOVES and plies_told(log) >= 2 * WHOLE_MOVES - 1
 
 
+def watch_ten_moves(desktop, log, title):
+    """Waits while the engine plays against itself; the window of the game."""
+    wait_for("twenty half-moves", GAME_SECONDS, lambda: both_sides_have_moved(log))
+    return desktop.window(title)
+
+
 def play_by_clicking(desktop, engine, log, window, square):
     """A player with the white pieces, who clicks on the squares of the moves that he is advised."""
     def click_square(name):
@@ -38,19 +44,23 @@ def play_by_clicking(desktop, engine, log, window, square):
     return moves
 
 
+class ChessProgram:
+    """What most of them have in common."""
+    path = "/usr/games:/usr/bin:/bin"
+
+    @staticmethod
+    def add_engine(desktop, engine, thinks_long):
+        pass
+
+
 # ---- xboard: on its command line, with polyglot between
 
 XBOARD_WORDS = "-fcp {engine} -fUCI -scp {engine} -sUCI -mg 1 -mps 40"
 
 
-class XBoard:
+class XBoard(ChessProgram):
     name = "xboard"
     needs = ["xboard", "polyglot"]
-    path = "/usr/games:/usr/bin:/bin"
-
-    @staticmethod
-    def add_engine(desktop, engine, _):
-        del desktop, engine
 
     @staticmethod
     def start(desktop, engine):
@@ -61,8 +71,7 @@ class XBoard:
     @staticmethod
     def play(desktop, engine, log):
         del engine
-        wait_for("twenty half-moves", GAME_SECONDS, lambda: both_sides_have_moved(log))
-        return desktop.window("Vesk .* vs. Vesk")
+        return watch_ten_moves(desktop, log, "Vesk .* vs. Vesk")
 
     @staticmethod
     def think(desktop, engine):
@@ -85,7 +94,7 @@ PYCHESS_BLACK = (257, 122)
 PYCHESS_START = (70, 28) # counted from the lower right corner
 
 
-class PyChess:
+class PyChess(ChessProgram):
     name = "pychess"
     needs = ["pychess"]
     path = "/usr/bin:/bin" # it looks for engines where this leads, and asks all that it finds
@@ -124,8 +133,7 @@ class PyChess:
     @staticmethod
     def play(desktop, engine, log):
         PyChess.think(desktop, engine)
-        wait_for("twenty half-moves", GAME_SECONDS, lambda: both_sides_have_moved(log))
-        return desktop.window("Vesk .* - PyChess")
+        return watch_ten_moves(desktop, log, "Vesk .* - PyChess")
 
 
 # ---- scid: in its list of engines, played against in a serious game
@@ -148,10 +156,9 @@ set ::sergame::depth 8
 """
 
 
-class Scid:
+class Scid(ChessProgram):
     name = "scid"
     needs = ["scid"]
-    path = "/usr/games:/usr/bin:/bin"
 
     @staticmethod
     def add_engine(desktop, engine, _):
@@ -209,10 +216,9 @@ GNOME_CHESS_A8 = (178, 102)
 GNOME_CHESS_SQUARE = 48
 
 
-class GnomeChess:
+class GnomeChess(ChessProgram):
     name = "gnome-chess"
     needs = ["gnome-chess"]
-    path = "/usr/games:/usr/bin:/bin"
 
     @staticmethod
     def add_engine(desktop, engine, thinks_long):
