@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 
 static constexpr u64 unlimited = ~0ULL;
 static constexpr size_t path_size = 4096;

@@ -20,6 +20,7 @@ static bool is_ignored(int number)
 
 void catch_interrupts()
 {
+    interrupted = 0;
     struct sigaction action = {};
     action.sa_handler = interrupt;
     action.sa_flags = SA_RESTART;

@@ -39,7 +39,7 @@ STANDARD = {
     "regex": "regex regex_match regex_search smatch",
     "set": "set",
     "span": "span",
-    "sstream": "istringstream ostringstream",
+    "sstream": "istringstream ostringstream stringstream",
     "string": "erase_if getline stod stoi stoull string to_string",
     "string_view": "string_view",
     "system_error": "errc error_code",

@@ -124,7 +124,8 @@ TEST_F(TuneGather, PositionsCountByPhaseAndScore)
     gatherer.rule.late = 3.0;
     EXPECT_EQ(gather(start + " gr 1;").position.emphasis, 1.0f);
     const TrainingPosition ending = gather(bare + " gr 1;").position;
-    EXPECT_NEAR(static_cast<f64>(ending.emphasis), 1.0 + 2.0 * static_cast<f64>(ending.phase), 1e-6);
+    EXPECT_NEAR(
+        static_cast<f64>(ending.emphasis), 1.0 + 2.0 * static_cast<f64>(ending.phase), 1e-6);
     gatherer.rule.late = 1.0;
     gatherer.rule.near_draw = 300.0;
     EXPECT_EQ(gather(start + " ce 300; gr 1;").position.emphasis, 0.5f);
@@ -374,8 +375,8 @@ static std::string lines_of_games(bool told)
     std::string text;
     for (i32 i = 0; i < 2100; ++i) {
         const std::string game = std::to_string(i / 7);
-        text += start + " ce " + game + "; gr 0.5;" + (told ? " c0 \"game " + game + "\";" : "")
-            + "\n";
+        text +=
+            start + " ce " + game + "; gr 0.5;" + (told ? " c0 \"game " + game + "\";" : "") + "\n";
     }
     return text;
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -17,7 +18,8 @@
 #include "tools/trainer/trainer_options.h"
 
 static const std::string first = "4k3/1p3p2/2n5/8/8/2N5/1P3PP1/4K3 b - - ce 5; gr 0.0;";
-static const std::string second = "r4rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP3PPP/R4RK1 w - - ce 12; gr 1;";
+static const std::string second =
+    "r4rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP3PPP/R4RK1 w - - ce 12; gr 1;";
 static const std::string third = "8/5pk1/4b1p1/7p/7P/3B2P1/5PK1/8 w - - ce 150; gr 0.0;";
 
 static void write(const char* name, const std::string& text)
@@ -82,8 +84,8 @@ TEST_F(TuneMerge, EachPositionIsWrittenOnceAsItCameFirst)
     write(a, "\xef\xbb\xbf# a comment\n" + first + " c0 \"game 1\";\r\n\n" + second + "\n");
     write(b, first + "\n" + third + "\n" + second + "\n" + third + "\n");
     EXPECT_EQ(merge(), "");
-    EXPECT_EQ(read("merged.epd"),
-        first + " c0 \"game 1\";\n" + second + "\n" + third + "\n# lines 3\n");
+    EXPECT_EQ(
+        read("merged.epd"), first + " c0 \"game 1\";\n" + second + "\n" + third + "\n# lines 3\n");
     EXPECT_EQ(out,
         "merged.epd: 3 lines of 2 files\n"
         "left out: 3 of a position that was there already, 0 refused\n");
@@ -103,8 +105,8 @@ TEST_F(TuneMerge, PositionsDifferByMoreThanTheirPieces)
 
 TEST_F(TuneMerge, ManyPositionsAreAllKept)
 {
-    // 64 * 63 boards of two kings, less those side by side: more than the table begins with need not
-    // be, but with pawns there are.
+    // 64 * 63 boards of two kings, less those side by side: more than the table begins with need
+    // not be, but with pawns there are.
     std::vector<std::string> boards;
     std::string text;
     i64 lines = 0;
@@ -163,8 +165,7 @@ TEST_F(TuneMerge, AFileThatIsThereIsReplacedOnlyWhenAsked)
     write(a, first + "\n");
     write(b, second + "\n");
     write("merged.epd", "of a week\n");
-    EXPECT_EQ(
-        merge(), "merged.epd: is there: replace it with -merge-replace, or move it away\n");
+    EXPECT_EQ(merge(), "merged.epd: is there: replace it with -merge-replace, or move it away\n");
     EXPECT_EQ(read("merged.epd"), "of a week\n");
     EXPECT_EQ(exit_status, 1);
     exit_status = 0;

@@ -293,7 +293,8 @@ TEST_F(TuneSums, GradientsAgreeWithFiniteDifferences)
             *value -= 0.2;
             const f64 below = loss(&squares);
             *value += 0.1;
-            const f64 gradient = static_cast<f64>(half == 0 ? sums.gradient[i].mg : sums.gradient[i].eg);
+            const f64 gradient =
+                static_cast<f64>(half == 0 ? sums.gradient[i].mg : sums.gradient[i].eg);
             EXPECT_NEAR(gradient, (above - below) / 0.2, 1e-4 + 1e-3 * std::fabs(gradient)) << i;
             checked += gradient != 0.0;
         }

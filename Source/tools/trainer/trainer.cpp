@@ -6,7 +6,6 @@
 #include "tools/trainer/trainer.h"
 
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +14,7 @@
 
 #include "base/clock.h"
 #include "base/files.h"
+#include "base/interrupt.h"
 #include "base/output.h"
 #include "eval/evaluate.h"
 #include "eval/weights.h"
@@ -32,38 +32,6 @@ static constexpr i64 bytes_per_megabyte = 1048576;
 static constexpr f64 seconds_per_progress = 0.5;
 // Where the weights go that may not replace a file.
 static constexpr char second_name[] = "params_new.txt";
-
-// Set by a signal; looked at between batches. A handler may do no more than this.
-static volatile sig_atomic_t interrupted = 0;
-
-static void interrupt(int)
-{
-    interrupted = 1;
-}
-
-// Whether the parent process has asked for a signal to be passed over.
-static bool is_ignored(int number)
-{
-    struct sigaction action = {};
-    return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
-}
-
-// A second signal ends the process as usual. A reader of the output that has gone ends the training
-// too, but never the process: Ctrl-C ends the reader as well, and the weights are still to be
-// written then. A terminal that has gone is ignored if the user has asked for that (nohup).
-static void catch_interrupts()
-{
-    struct sigaction action = {};
-    action.sa_handler = interrupt;
-    action.sa_flags = SA_RESTART;
-    sigaction(SIGPIPE, &action, nullptr);
-    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    if (!is_ignored(SIGHUP)) {
-        sigaction(SIGHUP, &action, nullptr);
-    }
-}
 
 // ---- Progress, on a terminal's standard error alone
 
@@ -98,7 +66,7 @@ static bool show_reading(TrainingData* data)
             100.0 * static_cast<f64>(ftello(data->input.lines.file))
                 / static_cast<f64>(data->file_bytes + 1));
     }
-    return interrupted == 0;
+    return !is_interrupted();
 }
 
 // "At most", as patience may end the training before its last pass. A pass is taken to last as long
@@ -191,7 +159,7 @@ static f64 sweep(Trainer* trainer, Part part, bool learns)
     f64 all_emphasis = 0.0;
     i64 done = 0;
     i32 count = 0;
-    while ((trainer->batch = next_batch(&trainer->data, &count)) != nullptr && interrupted == 0) {
+    while ((trainer->batch = next_batch(&trainer->data, &count)) != nullptr && !is_interrupted()) {
         run_team(&trainer->team, count, sum_chunk, trainer);
         i64 positions = 0;
         f64 emphasis = 0.0;
@@ -212,7 +180,7 @@ static f64 sweep(Trainer* trainer, Part part, bool learns)
             write_values(trainer);
         }
     }
-    const bool whole = interrupted == 0 && is_whole_sweep(trainer, part, done);
+    const bool whole = !is_interrupted() && is_whole_sweep(trainer, part, done);
     return whole ? error / (done > 0 ? all_emphasis : 1.0) : -1.0;
 }
 
@@ -484,7 +452,7 @@ static bool load_data(Dialogue* dialogue, Trainer* trainer)
 
 static bool goes_on()
 {
-    return interrupted == 0;
+    return !is_interrupted();
 }
 
 // The factor of the logistic, for targets and errors alike, and what goes by it. Returns false if
@@ -514,7 +482,7 @@ static void train(Dialogue* dialogue, Trainer* trainer)
         return;
     }
     const bool has_factor = set_factor(trainer);
-    if (interrupted != 0) {
+    if (is_interrupted()) {
         print_plain("interrupted before the first pass\n");
         return;
     }
@@ -543,7 +511,6 @@ void run_trainer(Dialogue* dialogue)
         reject("no memory", "trainer");
         return;
     }
-    interrupted = 0;
     trainer->weights_name = params_file;
     contempt_rule.off = true;
     catch_interrupts();

@@ -4,12 +4,12 @@
 #include "tools/trainer/trainer_options.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include "base/output.h"
 #include "base/text.h"
 #include "eval/weights.h"
+#include "tools/number_option.h"
 #include "tools/training_line.h"
 
 // What a user gets who sets nothing; the units stand at the fields.
@@ -35,18 +35,9 @@ constinit TuneOptions tune_options = {
     .resume = false,
 };
 
-// An option with a number; one of the two fields takes it.
-struct TuneNumber {
-    const char* name;
-    f64 least;
-    f64 greatest;
-    f64* real;
-    i64* whole;
-};
-
 // Ranges keep nonsense out, not bad choices: at least a tenth of the lines must train, and whole
 // numbers must be exact as real ones.
-static constexpr TuneNumber tune_numbers[] = {
+static constexpr NumberOption tune_numbers[] = {
     { "-tune-rate", 0.0001, 100.0, &tune_options.rate, nullptr },
     { "-tune-decay", 0.0, 99.0, &tune_options.decay, nullptr },
     { "-tune-pull", 0.0, 1e9, &tune_options.pull, nullptr },
@@ -63,30 +54,6 @@ static constexpr TuneNumber tune_numbers[] = {
 };
 
 static constexpr i32 refused = -1;
-
-// Reads a number as a whole: one with something behind it, as 10k, is refused. The range comes
-// before the conversion, which is undefined beyond it. Takes the name and the value.
-static i32 take_number(const TuneNumber& option, const char* text)
-{
-    char* end = nullptr;
-    const f64 value = text == nullptr ? 0.0 : strtod(text, &end);
-    const bool is_number = text != nullptr && end != text && *end == '\0';
-    const bool is_whole = option.whole == nullptr
-        || value
-            == static_cast<f64>(
-                static_cast<i64>(value >= option.least && value <= option.greatest ? value : 0.0));
-    if (!is_number || !(value >= option.least && value <= option.greatest) || !is_whole) {
-        fprintf(stderr, "option %s needs a %snumber from %.15g to %.15g\n", option.name,
-            option.whole != nullptr ? "whole " : "", option.least, option.greatest);
-        return refused;
-    }
-    if (option.whole != nullptr) {
-        *option.whole = static_cast<i64>(value);
-    } else {
-        *option.real = value;
-    }
-    return 2;
-}
 
 // The file behind -tune and the names behind it, up to the next option. More names than there is
 // room for are refused, since the others would silently not be trained.
@@ -175,9 +142,9 @@ i32 take_tune_arguments(char* const* arguments, i32 count)
         tune_options.fits_scale = true;
         return 1;
     }
-    for (const TuneNumber& option : tune_numbers) {
+    for (const NumberOption& option : tune_numbers) {
         if (name == option.name) {
-            return take_number(option, count > 1 ? arguments[1] : nullptr);
+            return set_number(option, count > 1 ? arguments[1] : nullptr) ? 2 : refused;
         }
     }
     if (name.starts_with("-tune-")) {

@@ -5,6 +5,7 @@
 #include "tools/trainer/trainer_prior.h"
 
 #include <cstring>
+#include <initializer_list>
 
 static constexpr f64 even_curvature = 0.25; // of the logistic, times its factor
 
