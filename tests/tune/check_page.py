@@ -20,7 +20,8 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts"))
 import uci_games
 
 OPENINGS = 2
-EXPECTED = ("tmp.epd", "tune_new.epd", "tuned/params.txt", "tune_report.txt", "tune_report.csv")
+EXPECTED = ("tmp.epd", "tune_new.epd", "tuned/params.txt", "tune_report.txt", "tune_report.csv",
+            "tune_errors.csv", "tune_errors.svg", "all.epd")
 
 
 def commands(page):
@@ -34,15 +35,15 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         root = pathlib.Path(folder) / "sources"
         work = pathlib.Path(folder) / "work"
-        for path in (root / "bench", work):
+        for path in (root, work):
             path.mkdir(parents=True)
         (root / "vesk").symlink_to(vesk)
         (root / "vesk-tune").symlink_to(tune)
-        (root / "bench/match.py").symlink_to(match)
+        (root / "bench").symlink_to(match.parent)
         (work / "games.pgn").write_bytes(games.read_bytes())
         lines = openings.read_text(encoding="ascii").splitlines(keepends=True)
         (work / "openings.epd").write_text("".join(lines[:OPENINGS]), encoding="ascii")
-        last = ""
+        played = ""
         has_referee = uci_games.find_referee() is not None
         for command in commands(page):
             if "match.py" in command and not has_referee:
@@ -51,14 +52,16 @@ def main():
             result = subprocess.run(["bash", "-c", command], cwd=work, capture_output=True,
                                     text=True, stdin=subprocess.DEVNULL, timeout=300, check=False,
                                     env={**os.environ, "VESK": str(root)})
-            last = result.stdout
+            if "match.py" in command:
+                played = result.stdout
             if result.returncode != 0:
-                raise SystemExit(f"{command}: status {result.returncode}\n{last}{result.stderr}")
+                raise SystemExit(f"{command}: status {result.returncode}\n"
+                                 f"{result.stdout}{result.stderr}")
         for name in EXPECTED:
             if not (work / name).is_file() or (work / name).stat().st_size == 0:
                 raise SystemExit(f"the commands leave no {name}")
-        if has_referee and f"games {2 * OPENINGS}: " not in last:
-            raise SystemExit(f"no match was played:\n{last}")
+        if has_referee and f"games {2 * OPENINGS}: " not in played:
+            raise SystemExit(f"no match was played:\n{played}")
 
 
 if __name__ == "__main__":
