@@ -23,6 +23,7 @@ or a game, 2 if it cannot be begun as told.
 """
 
 import argparse
+import contextlib
 import datetime
 import hashlib
 import pathlib
@@ -328,18 +329,19 @@ def play_all(match, arena):
         signal.signal(number, lambda *_: interrupted.append(True))
     begun = drawn = time.monotonic()
     before = len(match.points)
-    for found in arena.play(match.jobs()):
-        if found is not None:
-            match.add(*found)
-            if match.options.report and len(match.points) % match.options.report == 0:
-                clear_line()
-                print(match.words(), flush=True)
-        if interrupted or match.verdict is not None:
-            arena.stop()
-        show_progress(match, begun, before)
-        if match.options.plot and time.monotonic() - drawn > PLOT_EVERY:
-            drawn = time.monotonic()
-            write_whole(match.options.plot, match.picture())
+    with contextlib.closing(arena.play(match.jobs())) as games:
+        for found in games:
+            if found is not None:
+                match.add(*found)
+                if match.options.report and len(match.points) % match.options.report == 0:
+                    clear_line()
+                    print(match.words(), flush=True)
+            if interrupted or match.verdict is not None:
+                arena.stop()
+            show_progress(match, begun, before)
+            if match.options.plot and time.monotonic() - drawn > PLOT_EVERY:
+                drawn = time.monotonic()
+                write_whole(match.options.plot, match.picture())
     clear_line()
     return not interrupted
 

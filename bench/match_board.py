@@ -38,8 +38,8 @@ class Board:
         self.may_be_over = False
 
     def play(self, move):
-        """Plays a word of UCI's. False, with nothing done, if no piece of the mover stands there, or
-        one stands on its target."""
+        """Plays a word of UCI's. False, with nothing done, if no piece of the mover stands there,
+        or one stands on its target."""
         source, target = SQUARES[move[:2]], SQUARES[move[2:4]]
         piece, taken = self.squares[source], self.squares[target]
         if piece == EMPTY or piece.isupper() != self.whites_turn or \

@@ -437,7 +437,8 @@ class Arena:
 
     def play(self, jobs, every=0.5):
         """Gives each game as (job, turn, game) when it is over, and None every so often, until the
-        jobs are done or somebody stops the arena. Jobs are drawn one at a time."""
+        jobs are done or somebody stops the arena. Jobs are drawn one at a time. Who may leave it
+        earlier closes it, which ends the engines."""
         threads = [threading.Thread(target=self.work, args=(jobs,))
                    for _ in range(self.concurrency)]
         for thread in threads:

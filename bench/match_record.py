@@ -1,11 +1,11 @@
 """What a match leaves on the disk: the games as PGN, and beside them a state file, with which an
 interrupted match goes on.
 
-The state file has a line of JSON for the settings of the match, then one for each game that is over,
-in the order in which they ended: opening, colours, points of the first engine, and how long the
-file of games is behind it. A game counts once its line is there, so that whatever a power cut or a
-full disk has left behind the last line is cut off and played again. Both files belong to one match
-at a time.
+The state file has a line of JSON for the settings of the match, then one for each game that is
+over, in the order in which they ended: opening, colours, points of the first engine, and how long
+the file of games is behind it. A game counts once its line is there, so that whatever a power cut
+or a full disk has left behind the last line is cut off and played again. Both files belong to one
+match at a time.
 """
 
 import fcntl

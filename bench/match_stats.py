@@ -18,7 +18,9 @@ NORMALISED = 800 / math.log(10)     # Elo by a standard deviation of one game, n
 
 def elo_of(share):
     """The difference in Elo that lets one expect this share of the points."""
-    return -400 * math.log10(1 / share - 1) if 0 < share < 1 else math.copysign(math.inf, share - .5)
+    if not 0 < share < 1:
+        return math.copysign(math.inf, share - 0.5)
+    return -400 * math.log10(1 / share - 1)
 
 
 def share_of(elo):
@@ -131,7 +133,7 @@ def summary(results, pairs):
         return f"{text}Elo {elo_of(share):+.1f} (too few pairs for an error)"
     text += "Elo {:+.1f} ({:+.1f} to {:+.1f} with 95 %)".format(*found)
     normalised = normalised_elo(counts)
-    return text if normalised is None else text + ", normalised {:+.1f} ± {:.1f}".format(*normalised)
+    return text + (", normalised {:+.1f} ± {:.1f}".format(*normalised) if normalised else "")
 
 
 def sprt_words(ratio, elos, bounds):

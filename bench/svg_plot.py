@@ -95,7 +95,8 @@ class Panel:
         if len(self.lines) > 1:
             for place, (label, _) in enumerate(self.lines):
                 rows.append(f'<text x="{LEFT + wide - 4}" y="{TOP + 16 + 16 * place}" '
-                            f'text-anchor="end" fill="{COLOURS[place]}">{html.escape(label)}</text>')
+                            f'text-anchor="end" fill="{COLOURS[place]}">'
+                            f'{html.escape(label)}</text>')
         rows.append(f'<rect x="{LEFT}" y="{TOP}" width="{wide}" height="{tall}" fill="none" '
                     'stroke="#444444"/>'
                     f'<text x="{LEFT + wide / 2:.0f}" y="{HEIGHT - 12}" text-anchor="middle">'

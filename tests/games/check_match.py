@@ -146,7 +146,8 @@ def check_board():
     assert board.positions[-1] == squares_of("1N6/7k/8/8/8/8/8/K7 b - -")
     board = Board(START)
     shuffle = "g1f3 g8f6 f3g1 f6g8 " * 2
-    assert [board.may_be_over for move in shuffle.split() if board.play(move)] == [False] * 7 + [True]
+    found = [board.may_be_over for move in shuffle.split() if board.play(move)]
+    assert found == [False] * 7 + [True], found
 
 
 def check_faults():
@@ -276,8 +277,8 @@ def check_full_disk(folder):
 # ---- Whole matches.
 
 def run_match(*words, **variables):
-    found = subprocess.run([sys.executable, MATCH, *map(str, words)], capture_output=True, text=True,
-                           env={**os.environ, **variables}, timeout=300, check=False)
+    found = subprocess.run([sys.executable, MATCH, *map(str, words)], capture_output=True,
+                           text=True, env={**os.environ, **variables}, timeout=300, check=False)
     return found.returncode, found.stdout, found.stderr
 
 
@@ -317,12 +318,13 @@ def check_losses(folder):
             ({2: ["exit 0"]}, (), "forfeit: the engine ended while 'bestmove' was awaited, 0-1")):
         engine = make_engine(folder, changes)
         status, output, errors = run_match(*words, engine, engine)
-        assert status == 0 and "games 2: won 1, drawn 0, lost 1" in output, (changes, output, errors)
+        assert status == 0 and "won 1, drawn 0, lost 1" in output, (changes, output, errors)
         assert errors == "" if wanted is None else wanted in errors, (changes, errors)
     engine = make_engine(folder, {})
     bad = folder / "bad.epd"
     for text, wanted in (
-            ("#\n\n8/8/8/8/8/8/8/8 w - -\n", "bad.epd:3: 0 white kings"), ("", "no positions in it"),
+            ("#\n\n8/8/8/8/8/8/8/8 w - -\n", "bad.epd:3: 0 white kings"),
+            ("", "no positions in it"),
             ("7k/5K2/6Q1/8/8/8/8/8 b - -\n", "bad.epd:1: no move can be played here")):
         bad.write_text(text, encoding="ascii")
         status, output, errors = run_match("--openings", bad, engine, engine)
@@ -337,6 +339,23 @@ def check_losses(folder):
     for words in (("--tc", "x"), ("--tc", "2", "--nodes", "5"), ("--sprt", 5, 0), ("--resume",),
                   ("--option1", "Hash"), ("--draw", "score=3")):
         assert run_match(*words, engine, engine)[0] == 2, words
+
+
+def check_no_room(folder):
+    """A match whose files run full ends with all that is in them; with room it goes on."""
+    engine = make_engine(folder, {})
+    games = folder / "room.pgn"
+    words = [sys.executable, MATCH, "--games", "400", "--pgn", games, engine, engine]
+    found = subprocess.run(
+        words, capture_output=True, text=True, timeout=100, check=False,
+        preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1500, 1500)))
+    played = games.read_text(encoding="ascii").count("[Event")
+    assert found.returncode == 1 and "room.pgn: File too large" in found.stderr, found
+    assert "Traceback" not in found.stderr and f"games {played}: " in found.stdout, found
+    assert games.read_text(encoding="ascii").endswith(" 0-1\n\n") and played >= 2
+    words[3] = str(played + 2)
+    found = subprocess.run([*words, "--resume"], capture_output=True, text=True, check=False)
+    assert found.returncode == 0 and f"games {played + 2}: " in found.stdout, found
 
 
 def check_interrupt(folder):
@@ -377,6 +396,7 @@ def main():
             return uci_games.SKIPPED
         check_matches(folder)
         check_losses(folder)
+        check_no_room(folder)
         check_interrupt(folder)
     print("matches are as they should be")
     return 0
