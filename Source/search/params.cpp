@@ -15,11 +15,8 @@ constinit PruningTables pruning {};
 
 // Margins in centipawns, depths in plies.
 static constexpr struct {
-    i32 fp_base = 50;             // of the drop into quiescence, before its step per ply
-    i32 lmp_base = 1;             // moves searched at any depth before one is dropped
-    i32 bp_margin = 15;           // at full selectivity: just more than the noise of an evaluation
-    i32 full_selectivity = 100;   // per cent; below it bp_margin grows by half of what is missing
-    i16 no_margin = 5000;         // bp_margin that no evaluation reaches
+    i32 full_selectivity = 100;   // per cent; below it BP_margin grows by half of what is missing
+    i16 no_margin = 5000;         // BP_margin that no evaluation reaches
     i16 never_deep_enough = 100;  // deeper than any node
     i16 never_shallow_enough = 0; // shallower than any node that is asked
 } param_rule;
@@ -44,21 +41,26 @@ struct ReductionRule {
 
 // A PV node reduces late and little, for its score is the one that is played; elsewhere every later
 // move is reduced from depth 3 on.
-static constexpr ReductionRule pv_rule = { 0.44, -0.6, 4.0, 2 };
-static constexpr ReductionRule nonpv_rule = { 0.46, 0.6, 5.0, 1 };
+static constexpr struct {
+    f64 pv_limit = 4.0;
+    i32 pv_room = 2;
+    f64 nonpv_limit = 5.0;
+    i32 nonpv_room = 1;
+    f64 hundredths = 100.0; // the quotient is the nearest number to the decimal one
+} reduction_rule;
 
 // One reduction table, by depth and moves searched before. Nothing is reduced at depths 1 and 2,
 // nor is a first move.
 static void fill_reductions(
-    u8 (&table)[reduction_size][reduction_size], const ReductionRule* rule, f64 scale)
+    u8 (&table)[reduction_size][reduction_size], const ReductionRule& rule, f64 scale)
 {
     for (i32 d = 0; d < reduction_size; ++d) {
         for (i32 m = 0; m < reduction_size; ++m) {
             table[d][m] = 0;
             if (d > 2 && m > 0) {
-                f64 x = scale * (rule->factor * std::log(d) * std::log(m) + rule->offset);
-                x = std::min(x, static_cast<f64>(d - rule->room));
-                table[d][m] = static_cast<u8>(std::round(std::clamp(x, 0.0, rule->limit)));
+                f64 x = scale * (rule.factor * std::log(d) * std::log(m) + rule.offset);
+                x = std::min(x, static_cast<f64>(d - rule.room));
+                table[d][m] = static_cast<u8>(std::round(std::clamp(x, 0.0, rule.limit)));
             }
         }
     }
@@ -82,9 +84,9 @@ static u32 level_of_limit(i32 elo)
 static void fill_margins(const SearchParams* params)
 {
     for (i32 d = 0; d <= last_margin; ++d) {
-        pruning.fp_margin[d] = static_cast<i16>(param_rule.fp_base + params->FP_margin * d);
+        pruning.fp_margin[d] = static_cast<i16>(params->FP_base + params->FP_margin * d);
         pruning.sep_margin[d] = static_cast<i16>(params->SEP_margin * d);
-        pruning.lmp_count[d] = static_cast<i16>(param_rule.lmp_base + params->LMP_count * d);
+        pruning.lmp_count[d] = static_cast<i16>(params->LMP_base + params->LMP_count * d);
     }
 }
 
@@ -105,7 +107,7 @@ void set_search_params(const SearchParams* params, i32 selectivity, i32 elo)
     pruning.ProbCut_margin = params->ProbCut_margin;
     // Less selective: the gate of step 8 opens later. More selective opens it no earlier.
     const i32 missing = std::max(param_rule.full_selectivity - selectivity, 0);
-    pruning.BP_margin = static_cast<i16>(param_rule.bp_margin + missing / 2);
+    pruning.BP_margin = static_cast<i16>(params->BP_margin + missing / 2);
     // Nothing is left out: for tests, and for who wants to see what the rules miss. The rules stay
     // where they are and find no node that they apply to.
     if (selectivity == 0) {
@@ -116,8 +118,15 @@ void set_search_params(const SearchParams* params, i32 selectivity, i32 elo)
     }
     // 0 leaves zeros, and the reductions above 100 per cent still end at their limit.
     const f64 scale = selectivity * 0.01;
-    fill_reductions(pruning.lmr_pv, &pv_rule, scale);
-    fill_reductions(pruning.lmr_nonpv, &nonpv_rule, scale);
+    const auto& r = reduction_rule;
+    fill_reductions(pruning.lmr_pv,
+        { params->LMR_pv_factor / r.hundredths, params->LMR_pv_offset / r.hundredths, r.pv_limit,
+            r.pv_room },
+        scale);
+    fill_reductions(pruning.lmr_nonpv,
+        { params->LMR_nonpv_factor / r.hundredths, params->LMR_nonpv_offset / r.hundredths,
+            r.nonpv_limit, r.nonpv_room },
+        scale);
 }
 
 // Prints a depth and the entries of a table from 1 up to it as one line.

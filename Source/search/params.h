@@ -10,19 +10,24 @@ inline constexpr i32 last_margin = 11;
 // Entries of a reduction table for depths and for moves; what lies beyond reads the last.
 inline constexpr i32 reduction_size = 32;
 
-// What the user may set of the pruning rules. Depths in plies, margins in centipawns.
+// What may be set of the pruning rules. Depths in plies, margins in centipawns.
 struct SearchParams {
+    i16 BP_margin;         // 8: margin of its gate at full selectivity
     i16 SEP_depth;         // 8a: deepest node of static evaluation pruning
     i16 SEP_margin;        // step of its margin per ply
     i16 NMP_depth;         // 8d: shallowest node of the null move
     i16 FP_depth;          // 7b: deepest node of the drop into quiescence
-    i16 FP_margin;         // step of its margin per ply
+    i16 FP_base;           // its margin, before
+    i16 FP_margin;         // the step per ply
     i16 ProbCut_depth;     // 8c: shallowest node of ProbCut
     i16 ProbCut_reduction; // plies less than the node
     i16 ProbCut_margin;    // how far its beta lies above the node's
     i16 LMP_depth;         // 12: deepest node where late moves are dropped
-    i16 LMP_count;         // moves a ply that are searched before
+    i16 LMP_base;          // moves that are searched before at any depth, and
+    i16 LMP_count;         // further ones a ply
     i16 LMR_depth;         // 13: shallowest node that reduces
+    // The form of a reduction (see ReductionRule): hundredths of its factor, and of a ply.
+    i16 LMR_pv_factor, LMR_pv_offset, LMR_nonpv_factor, LMR_nonpv_offset;
 };
 
 // The working tables. Written by set_search_params alone, between searches; read by every node

@@ -12,6 +12,7 @@
 #include "search/control.h"
 #include "search/hash.h"
 #include "search/strength.h"
+#include "shell/search_fields.h"
 
 // As the option MultiPV allows.
 static constexpr i32 most_lines = 255;
@@ -122,24 +123,32 @@ static constexpr SetKey set_keys[] = {
     { "ss", set_selective_search },
 };
 
-// Keys that write one number. It is held to 16 bits and to no range, unlike an option's: this is
-// for trying out what a rule does.
+// Keys that write one number, beside those of the search's parameters.
 struct SetField {
     std::string_view key;
-    i16 SearchParams::*param;   // a parameter of the search, or
-    i16 EngineOptions::*option; // another option
+    i16 EngineOptions::*option;
 };
 
 static constexpr SetField set_fields[] = {
-    { "NMP_depth", &SearchParams::NMP_depth, nullptr },
-    { "SEP_depth", &SearchParams::SEP_depth, nullptr },
-    { "FP_depth", &SearchParams::FP_depth, nullptr },
-    { "ProbCut_depth", &SearchParams::ProbCut_depth, nullptr },
-    { "LMP_depth", &SearchParams::LMP_depth, nullptr },
-    { "LMR_depth", &SearchParams::LMR_depth, nullptr },
-    { "Selectivity", nullptr, &EngineOptions::selectivity },
-    { "ponder", nullptr, &EngineOptions::ponder },
+    { "Selectivity", &EngineOptions::selectivity },
+    { "ponder", &EngineOptions::ponder },
 };
+
+// The number that a key writes, or null.
+static i16* field_of_key(EngineOptions* options, std::string_view key)
+{
+    for (const SearchField& row : search_fields) {
+        if (row.name == key && (row.at_console || tuning)) {
+            return &(options->search.*row.param);
+        }
+    }
+    for (const SetField& row : set_fields) {
+        if (row.key == key) {
+            return &(options->*row.option);
+        }
+    }
+    return nullptr;
+}
 
 // Exact, in capitals and small letters, but for the key of the lines.
 static bool is_key(std::string_view key, std::string_view text)
@@ -155,14 +164,10 @@ static void apply_setting(Dialogue* dialogue, const char* key, const Words* word
             return;
         }
     }
-    for (const SetField& row : set_fields) {
-        if (row.key == key) {
-            EngineOptions* options = &dialogue->engine_options;
-            i16& value = row.param != nullptr ? options->search.*row.param : options->*row.option;
-            value = narrow_to_i16(read_i32(words->text[2]));
-            print_line_format("%s set to %d", key, value);
-            return;
-        }
+    // Held to 16 bits and to no range, unlike an option: this is for trying out what a rule does.
+    if (i16* const value = field_of_key(&dialogue->engine_options, key); value != nullptr) {
+        *value = narrow_to_i16(read_i32(words->text[2]));
+        print_line_format("%s set to %d", key, *value);
     }
 }
 

@@ -17,6 +17,7 @@
 #include "search/strength.h"
 #include "search/threads.h"
 #include "shell/input.h"
+#include "shell/search_fields.h"
 #include "shell/startup.h"
 
 // Keeps every term in play and none far above the others.
@@ -256,6 +257,18 @@ static void set_row(Dialogue* dialogue, const OptionRow& row, const char* value)
     }
 }
 
+// The tuning program's options of the search, which hold from the next one on.
+static void set_search_field(Dialogue* dialogue, std::string_view name, const char* value)
+{
+    for (const SearchField& row : search_fields) {
+        if (name == row.name) {
+            dialogue->engine_options.search.*row.param =
+                static_cast<i16>(set_spin_option(row.name, value, row.lowest, row.highest));
+            return;
+        }
+    }
+}
+
 // Names are compared as they are, capitals and small letters apart, without blanks behind them.
 void set_option(Dialogue* dialogue, const char* name, char* value)
 {
@@ -265,9 +278,18 @@ void set_option(Dialogue* dialogue, const char* name, char* value)
             return;
         }
     }
+    if (tuning) {
+        set_search_field(dialogue, name, value);
+    }
 }
 
 // ---- Announcing
+
+static void announce_spin_line(const char* name, i32 value, i32 lowest, i32 highest)
+{
+    print_line_format(
+        "option name %s type spin default %d min %d max %d", name, value, lowest, highest);
+}
 
 // An Elo that nobody has set gets the machine's estimate as its default, and keeps it until a
 // setting is made.
@@ -280,8 +302,7 @@ static void announce_spin(Dialogue* dialogue, const OptionRow& row)
             dialogue->saved_options.*row.number = static_cast<i16>(highest);
         }
     }
-    print_line_format("option name %s type spin default %d min %d max %d", row.name,
-        dialogue->saved_options.*row.number, row.announced_min, highest);
+    announce_spin_line(row.name, dialogue->saved_options.*row.number, row.announced_min, highest);
 }
 
 // The defaults are the settings as they stand, so a program that restores "defaults" gets what the
@@ -311,6 +332,13 @@ void announce_options(Dialogue* dialogue)
                 (dialogue->saved_options.scales.*row.scale)[1]);
             break;
         }
+    }
+    if (!tuning) {
+        return;
+    }
+    for (const SearchField& row : search_fields) {
+        announce_spin_line(
+            row.name, dialogue->saved_options.search.*row.param, row.lowest, row.highest);
     }
 }
 

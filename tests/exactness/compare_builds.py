@@ -47,6 +47,7 @@ WEIGHT_OPTIONS = (
 ODD_VALUES = ("83,117", "129,71", "57,149", "111,38", "64,133", "29,57", "141,23", "77,181",
               "47,119", "113,59", "39,161", "71,127", "137,53")
 OPTIONS_DEPTH = 5
+TUNING_OPTION = re.compile(r"option name (BP|SEP|NMP|FP|ProbCut|LMP|LMR)_")
 
 
 still_environment = None    # of every engine: the clock stands still
@@ -181,8 +182,10 @@ def option_results(command, options, files):
         started, lines = calibration.start_fast(lambda: start_dialogue(
             [os.path.abspath(command), "-c", "-cfg", "vesk.cfg"], folder, words))
         with started as engine:
-            # The speed that is measured at the start is no result.
-            results += [line for line in lines if " nps= " not in line and "UCI_Elo" not in line]
+            # The speed that is measured at the start is no result, and the tuning program has
+            # options of its own.
+            results += [line for line in lines if " nps= " not in line and "UCI_Elo" not in line
+                        and not TUNING_OPTION.match(line)]
             for position in POSITIONS[:4]:
                 engine.send("ucinewgame")
                 engine.send(f"position fen {position}")

@@ -59,6 +59,24 @@ TEST_F(Params, MarginsGrowByTheirStepWithDepth)
     }
 }
 
+TEST_F(Params, BasesAndReductionsFollowTheirInputs)
+{
+    dialogue.engine_options.search.BP_margin = -30;
+    dialogue.engine_options.search.FP_base = 70;
+    dialogue.engine_options.search.LMP_base = 4;
+    dialogue.engine_options.search.LMR_pv_factor = 0;
+    dialogue.engine_options.search.LMR_pv_offset = 200;
+    dialogue.engine_options.search.LMR_nonpv_factor = 150;
+    dialogue.engine_options.search.LMR_nonpv_offset = -149;
+    rebuild_search_tables(&dialogue);
+    EXPECT_EQ(pruning.BP_margin, -30);
+    EXPECT_EQ(pruning.fp_margin[2], 70 + 2 * 125);
+    EXPECT_EQ(pruning.lmp_count[2], 4 + 2 * 2);
+    expect_row(pruning.lmr_pv, 8, { 2, 2, 2, 2, 2, 2, 2, 2 });
+    // 1.5 ln(8) ln(2) - 1.49 is 0.67, ln(3) in its place gives 1.94.
+    expect_row(pruning.lmr_nonpv, 8, { 0, 1, 2, 4, 5, 5, 5, 5 });
+}
+
 TEST_F(Params, ReductionRowsAtFullSelectivity)
 {
     expect_row(pruning.lmr_pv, 8, { 0, 0, 0, 1, 1, 2, 2, 3 });
