@@ -265,10 +265,10 @@ struct TuneSums : testing::Test {
     }
 
     static constexpr const char* lines[] = {
-        "r1bqkbnr/pppp1ppp/2n5/4p3/2B1P3/5N2/PPPP1PPP/RNBQK2R b KQkq - ce -30; gr 0.5;",
-        "r4rk1/pp3ppp/2n1pn2/3p4/3P4/2N1PN2/PP3PPP/R4RK1 w - - ce 12; gr 1.0;",
-        "8/5pk1/4b1p1/7p/7P/3B2P1/5PK1/8 w - - ce 150; gr 0.0;",
-        "4k3/1p3p2/2n5/8/8/2N5/1P3PP1/4K3 b - - gr 0.0;",
+        "r1bqk2r/pp2ppbp/n5p1/1N6/4P3/2Pp4/PP1B1PPP/R1Q1KB1R w KQkq - ce -47; gr 0.5;",
+        "r1bqr1k1/pp3p1p/2n2np1/3p4/1b1P4/2NB1N2/PPQ2PPP/R1B2RK1 w - - ce 12; gr 1.0;",
+        "8/5pk1/4b1p1/p6p/2P4P/3R2P1/5PK1/8 w - - ce 150; gr 0.0;",
+        "2r3k1/1p3p2/2n3p1/8/2P5/2N5/1P1R1PP1/4K3 b - - gr 0.0;",
     };
     Gatherer gatherer = {};
     std::unique_ptr<Trainer> trainer = std::make_unique<Trainer>();
