@@ -140,16 +140,17 @@ TEST_F(HostWords, OutputThatIsLostIsNoSuccess)
 
 // ---- Children
 
-static int print_and_end(const void* context)
+static int print_and_end(void* context)
 {
-    printf("a line\nand %s\n", static_cast<const char*>(context));
+    printf("a line\nand %s\n", static_cast<char*>(context));
     return getc(stdin) == EOF ? 7 : 8;
 }
 
 TEST_F(HostWords, ChildIsReadInLinesAndItsStatusIsKept)
 {
     Child child;
-    ASSERT_EQ(start_child(&child, print_and_end, "another"), 0);
+    char word[] = "another";
+    ASSERT_EQ(start_child(&child, print_and_end, word), 0);
     char line[64];
     std::string text;
     while (fgets(line, sizeof line, child.lines) != nullptr) {
@@ -163,7 +164,7 @@ TEST_F(HostWords, ChildThatDiesHasFailed)
 {
     Child child;
     ASSERT_EQ(start_child(
-                  &child, [](const void*) -> int { _exit(kill(getpid(), SIGKILL)); }, nullptr),
+                  &child, [](void*) -> int { _exit(kill(getpid(), SIGKILL)); }, nullptr),
         0);
     EXPECT_EQ(end_child(&child), 1);
 }
