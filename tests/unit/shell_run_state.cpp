@@ -1,6 +1,5 @@
 // Start values of the run state and of the options, and the clock.
 
-#include <cstring>
 
 #include "shell_test_support.h"
 #include "base/clock.h"
@@ -73,8 +72,17 @@ TEST_F(RunStateTest, OptionsStartAtTheirDefaults)
     EXPECT_EQ(o.syzygy_probe_depth6, 1);
     EXPECT_EQ(o.contempt, 0);
     EXPECT_EQ(o.selectivity, 100);
-    const i16 search[11] = { 3, 75, 3, 3, 125, 3, 3, 100, 6, 2, 3 };
-    EXPECT_EQ(memcmp(&o.search, search, sizeof search), 0);
+    EXPECT_EQ(o.search.SEP_depth, 3);
+    EXPECT_EQ(o.search.SEP_margin, 75);
+    EXPECT_EQ(o.search.NMP_depth, 3);
+    EXPECT_EQ(o.search.FP_depth, 3);
+    EXPECT_EQ(o.search.FP_margin, 125);
+    EXPECT_EQ(o.search.ProbCut_depth, 3);
+    EXPECT_EQ(o.search.ProbCut_reduction, 3);
+    EXPECT_EQ(o.search.ProbCut_margin, 100);
+    EXPECT_EQ(o.search.LMP_depth, 6);
+    EXPECT_EQ(o.search.LMP_count, 2);
+    EXPECT_EQ(o.search.LMR_depth, 3);
     for (const WeightScale* scale :
         { &o.scales.Mtl_Pawn, &o.scales.Mtl_Knight, &o.scales.Mtl_Bishop, &o.scales.Mtl_Rook,
             &o.scales.Mtl_Queen, &o.scales.Activity_Knight, &o.scales.Activity_Bishop,
