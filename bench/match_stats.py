@@ -138,8 +138,6 @@ def summary(results, pairs):
 
 def sprt_words(ratio, elos, bounds):
     """The state of the test in a line."""
-    texts = {0: f"not stronger by more than {elos[0]:g}: the first hypothesis is accepted",
-             1: f"stronger by {elos[1]:g} or more: the second hypothesis is accepted",
-             None: "undecided"}
+    texts = {0: f"{elos[0]:g} Elo accepted", 1: f"{elos[1]:g} Elo accepted", None: "undecided"}
     return (f"SPRT {elos[0]:g} to {elos[1]:g}: log-likelihood ratio {ratio:+.2f} "
             f"({bounds[0]:.2f} to {bounds[1]:.2f}), {texts[verdict(ratio, bounds)]}")

@@ -127,8 +127,7 @@ def check_words():
     assert text == "games 24: won 10, drawn 12, lost 2; 66.7 %, Elo +120.4 (+42.8 to +212.0 with " \
                    "95 %), normalised +219.7 ± 139.0", text
     text = stats.sprt_words(3.0, (0, 5), stats.sprt_bounds())
-    assert text == "SPRT 0 to 5: log-likelihood ratio +3.00 (-2.94 to 2.94), stronger by 5 or " \
-                   "more: the second hypothesis is accepted", text
+    assert text == "SPRT 0 to 5: log-likelihood ratio +3.00 (-2.94 to 2.94), 5 Elo accepted", text
 
 
 # ---- Boards and clocks.
