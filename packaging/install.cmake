@@ -15,6 +15,7 @@ foreach(program vesk vesk-uci)
 endforeach()
 install(FILES README.md DESTINATION ${pages})
 install(DIRECTORY docs DESTINATION ${pages} PATTERN man EXCLUDE)
+install(DIRECTORY weights DESTINATION ${CMAKE_INSTALL_DATADIR}/vesk)
 # xboard looks into this folder below /usr and /usr/local, and takes up an engine whose file is
 # younger than the user's settings.
 set(engine_list ${CMAKE_INSTALL_DATADIR}/games/plugins/uci)
