@@ -1,6 +1,5 @@
 // Start values of the run state and of the options, and the clock.
 
-
 #include "shell_test_support.h"
 #include "base/clock.h"
 #include "base/output.h"
