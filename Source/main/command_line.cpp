@@ -271,9 +271,9 @@ static bool is_option(CommandLine* line, const CommandLineOption& option, std::s
     return true;
 }
 
-// Takes the arguments of the tuning build's own modes. Returns how many were taken, or -1 after an
-// error.
-static i32 take_tuning_arguments(CommandLine* line, char* const* arguments, i32 count)
+// Takes the arguments of the tuning build's own modes; other builds leave it out. Returns how many
+// were taken, or -1 after an error.
+[[maybe_unused]] static i32 take_tuning_arguments(CommandLine* line, char* const* arguments, i32 count)
 {
     i32 taken = take_tune_arguments(arguments, count);
     if (taken != 0) {

@@ -5,7 +5,6 @@
 #include "board/position.h"
 #include "eval/weights.h"
 #include "tools/training_line.h"
-#include "tools/training_line.h"
 
 // A position, followed by its terms. The score from white's view is
 //   scale * (fixed + sum of coef * ((1 - phase) * mg + phase * eg))
