@@ -148,6 +148,60 @@ def check_sameness(trainer, lines, first):
         expect(files() == first, f"{words} give another result")
 
 
+def check_recipe(trainer, lines):
+    """All that may be asked for at once: the same bytes however it is run, and each is told."""
+    words = ("-tune", lines, "-tune-passes", 3, "-tune-fit-scale", "-tune-pull", 200,
+             "-tune-smooth", 300, "-tune-decay", 20, "-tune-score-share", 0.4, "-tune-late", 2,
+             "-tune-near-draw", 300)
+    out = trainer.train(*words)
+    for text in ("target: 0.6 of the result, 0.4 of the score", "20 per cent less",
+                 "worth 200 positions", "worth 300 positions", "counts 2 times",
+                 "a score of 300 counts half"):
+        expect(text in out, f"{text}: {out}")
+    # The results were made with this factor, from other weights.
+    factor = float(out.split("\nfactor of the logistic: ")[1].split()[0])
+    expect(0.0055 < factor < 0.0085, f"the factor is {factor}")
+    first = files()
+    rates = [row["rate"] for row in csv.DictReader(first[3].decode().splitlines())]
+    expect(rates == ["0", "0.5", "0.4", "0.32"], f"rates {rates}")
+    for more in (("-threads", 3, "-tune-memory", 0), ("-threads", 2)):
+        trainer.train(*words, *more)
+        expect(files() == first, f"{more} give another result")
+
+
+def check_pull(trainer, lines):
+    """A start that is worth more than all positions stays; only measuring changes nothing."""
+    trainer.train("-tune", lines, "bishop_pair", "-tune-passes", 20, "-tune-pull", 1e8)
+    expect(all(abs(now - old) <= 3 for now, old in zip(bishop_pair(), OLD)),
+           f"bishop_pair is {bishop_pair()}")
+    files()
+    out = trainer.train("-tune", lines, "-tune-passes", 0)
+    expect("pass 0: " in out and "pass 1: " not in out and bishop_pair() == OLD, out)
+    files()
+
+
+def check_merging(trainer, lines):
+    """Shards come back as the file that they were cut from; a training takes it as it is."""
+    text = pathlib.Path(lines).read_bytes().splitlines(keepends=True)
+    pathlib.Path("one.epd").write_bytes(b"".join(text[:7000]))
+    pathlib.Path("two.epd").write_bytes(b"".join(text[5000:]))
+    out = trainer.run("-merge", "all.epd", "one.epd", "two.epd")
+    expect(out.returncode == 0 and out.stderr == "", f"{out.returncode} {out.stdout}{out.stderr}")
+    written = int(out.stdout.split("all.epd: ")[1].split()[0])
+    merged = pathlib.Path("all.epd").read_bytes().splitlines(keepends=True)
+    expect(merged[-1] == f"# lines {written}\n".encode() and len(merged) == written + 1,
+           f"{merged[-1]}")
+    expect(set(merged[:-1]) <= set(text) and len(set(merged)) == len(merged), "other lines")
+    trainer.train("-tune", "all.epd", "bishop_pair", "-tune-passes", 1)
+    files()
+    for words, error in ((("-merge", "all.epd", "one.epd"), "all.epd: is there"),
+                         (("-merge", "all.epd"), "-merge needs"),
+                         (("-merge", "new.epd", "one.epd", "none.epd"), "none.epd")):
+        out = trainer.run(*words)
+        expect(out.returncode == 1 and error in out.stderr, f"{words}: {out.stderr}")
+    expect(not os.path.exists("new.epd"), "a merge without its shards was written")
+
+
 def check_start(trainer):
     """Before the first step the sums over all terms give the evaluations of the golden table."""
     lines = []
@@ -316,7 +370,14 @@ def check_bad_input(trainer, lines):
         (("-tune", lines, "-tune-passes", "1.5"), "-tune-passes"),
         (("-tune", lines, "-tune-validation"), "-tune-validation"),
         (("-tune", lines, "-tune-colour", "1"), "-tune-colour"),
+        (("-tune", lines, "-tune-score-share", "1.5"), "-tune-score-share"),
+        (("-tune", lines, "-tune-pull", "-1"), "-tune-pull"),
+        (("-tune", lines, "-tune-decay", "100"), "-tune-decay"),
+        (("-tune", "scores.epd", "-tune-fit-scale"), "fit no factor"),
     )
+    with open(lines, encoding="ascii") as good:
+        pathlib.Path("scores.epd").write_text(
+            "".join(line.split(" gr ")[0] + "\n" for line in good), encoding="ascii")
     for words, text in cases:
         result = trainer.run(*words)
         expect(result.returncode == 1 and text in result.stderr,
@@ -390,6 +451,9 @@ def main():
         first = check_way_back(trainer, "lines.epd")
         check_report(first)
         check_sameness(trainer, "lines.epd", first)
+        check_recipe(trainer, "lines.epd")
+        check_pull(trainer, "lines.epd")
+        check_merging(trainer, "lines.epd")
         check_start(trainer)
         check_names(trainer, "lines.epd")
         check_resuming(trainer, "lines.epd")
