@@ -61,7 +61,7 @@ struct TuneMerge : testing::Test {
     std::string merge()
     {
         static char output[] = "merged.epd";
-        static char* shards[] = { a, b };
+        char* shards[] = { a, b };
         tune_options.file = output;
         tune_options.shards = shards;
         tune_options.shard_count = 2;
