@@ -273,7 +273,8 @@ static bool is_option(CommandLine* line, const CommandLineOption& option, std::s
 
 // Takes the arguments of the tuning build's own modes; other builds leave it out. Returns how many
 // were taken, or -1 after an error.
-[[maybe_unused]] static i32 take_tuning_arguments(CommandLine* line, char* const* arguments, i32 count)
+[[maybe_unused]] static i32 take_tuning_arguments(
+    CommandLine* line, char* const* arguments, i32 count)
 {
     i32 taken = take_tune_arguments(arguments, count);
     if (taken != 0) {
