@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "base/clock.h"
+#include "base/mixing.h"
 #include "board/moves.h"
 #include "fathom/tbprobe.h"
 #include "search/hash.h"
@@ -18,27 +19,24 @@
 #include "tools/selfplay/selfplay_options.h"
 
 static constexpr struct {
-    i32 random_plies = 8; // from the start position, and one more in every second game
-    i32 tries = 1000;     // openings that are drawn before the game begins without
-    i32 resign_plies = 4; // searches in a row, of both sides, that see the game decided
-    i32 draw_plies = 10;  // the same, that see it even
-    i32 draw_after = 70;  // half-moves before it may be given a draw
-    f64 seconds = 1e6;    // of a search; nodes or depth end it long before
-    i32 table_depth = 127;
+    i32 random_plies = 8;  // from the start position, and one more in every second game
+    i32 tries = 1000;      // openings that are drawn before the game begins without
+    i32 resign_plies = 4;  // searches in a row, of both sides, that see the game decided
+    i32 draw_plies = 10;   // the same, that see it even
+    i32 draw_after = 70;   // half-moves before it may be given a draw
+    f64 seconds = 1e6;     // of a search; nodes or depth end it long before
+    i32 table_depth = 127; // plies, deeper than any least depth of the options
 } selfplay_rule;
 
-// SplitMix64 (Steele, Lea and Flood, "Fast splittable pseudorandom number generators").
+// A generator of chance, SplitMix64.
 struct Chance {
     u64 state;
 };
 
 static u64 draw(Chance* chance)
 {
-    chance->state += 0x9e3779b97f4a7c15ULL;
-    u64 word = chance->state;
-    word = (word ^ (word >> 30)) * 0xbf58476d1ce4e5b9ULL;
-    word = (word ^ (word >> 27)) * 0x94d049bb133111ebULL;
-    return word ^ (word >> 31);
+    chance->state += mixing_step;
+    return mix_bits(chance->state);
 }
 
 // A number from 0 to count - 1. The low ones are favoured by less than count in 2^32.

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/mixing.h"
 #include "board/moves.h"
 #include "board/notation.h"
 #include "search/result.h"
@@ -186,18 +187,12 @@ i32 write_selfplay_lines(Position* pos, const SelfplayGame* game, std::string* o
 
 // ---- The key
 
-// FNV-1a (Fowler, Noll and Vo), a byte at a time.
-static u64 add_to_key(u64 key, char c)
-{
-    return (key ^ static_cast<u8>(c)) * 0x100000001b3ULL;
-}
-
 // Moves are the words that begin with a letter; comments and all tags but that of the opening are
 // passed over.
 u64 key_of_game_text(std::string_view text)
 {
     constexpr std::string_view opening_tag = "[FEN \"";
-    u64 key = 0xcbf29ce484222325ULL;
+    u64 key = empty_text_key;
     bool in_comment = false;
     bool starts_line = true;
     for (size_t i = 0; i < text.size();) {
@@ -206,7 +201,7 @@ u64 key_of_game_text(std::string_view text)
             const size_t end = text.find('\n', i);
             const std::string_view tag = text.substr(i, end - i);
             for (size_t k = 0; tag.starts_with(opening_tag) && k < tag.size(); ++k) {
-                key = add_to_key(key, tag[k]);
+                key = add_to_text_key(key, tag[k]);
             }
             i = end == text.npos ? text.size() : end + 1;
             continue;
@@ -216,9 +211,9 @@ u64 key_of_game_text(std::string_view text)
             in_comment = c == '{';
         } else if (!in_comment && isalpha(static_cast<u8>(c))) {
             for (; i < text.size() && isgraph(static_cast<u8>(text[i])); ++i) {
-                key = add_to_key(key, text[i]);
+                key = add_to_text_key(key, text[i]);
             }
-            key = add_to_key(key, ' ');
+            key = add_to_text_key(key, ' ');
             continue;
         }
         ++i;

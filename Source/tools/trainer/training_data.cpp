@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/files.h"
+#include "base/mixing.h"
 
 // Lines that train or are held out together where the game is not told: a game's lines are spread
 // over few groups this way.
@@ -25,9 +26,9 @@ static u64 game_key(const char* line)
     if (text == nullptr) {
         return 0;
     }
-    u64 key = 0xcbf29ce484222325ULL;
+    u64 key = empty_text_key;
     for (text += sizeof game_word - 1; *text != '\0' && *text != '"'; ++text) {
-        key = (key ^ static_cast<u8>(*text)) * 0x100000001b3ULL;
+        key = add_to_text_key(key, *text);
     }
     return key != 0 ? key : 1;
 }
@@ -35,11 +36,8 @@ static u64 game_key(const char* line)
 // Whether a group of lines only measures, by its number alone: an even mixture of its bits.
 static bool is_held_out(const TrainingData* data, u64 group)
 {
-    u64 x = group + static_cast<u64>(data->seed) * 0x9e3779b97f4a7c15ULL;
-    x = (x ^ (x >> 30)) * 0xbf58476d1ce4e5b9ULL;
-    x = (x ^ (x >> 27)) * 0x94d049bb133111ebULL;
-    x ^= x >> 31;
-    return static_cast<i64>(x % 100) < data->validation;
+    const u64 mixed = mix_bits(group + static_cast<u64>(data->seed) * mixing_step);
+    return static_cast<i64>(mixed % 100) < data->validation;
 }
 
 // The positions of one game are much alike and share its result: with some of them trained on, the
