@@ -73,7 +73,6 @@ struct Selfplay {
     f64 seconds; // of all players
     f64 search_seconds;
     f64 started;
-    f64 shown; // the progress
     bool failed;
 };
 
@@ -132,8 +131,9 @@ static u64 key_of_openings(const Selfplay* run)
     return key_of_game_text(text);
 }
 
-// Whatever makes the games of a run what they are stands in their event, so that no run goes on
-// with games of other settings, and nobody wonders later how they were made.
+// What the options of such a run make of its games stands in their event, so that no run goes on
+// with games of other settings, and nobody wonders later how they were made. Weights, tables and
+// other options of the engine do not stand there: they are the user's to keep.
 static void write_event(Selfplay* run)
 {
     const SelfplayOptions* options = &selfplay_options;
