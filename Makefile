@@ -1,4 +1,5 @@
-# Short names for the CMake presets. "make" leaves the optimised programs as ./vesk and ./vesk-uci.
+# Short names for the CMake presets. "make" leaves the optimised programs as ./vesk, ./vesk-uci
+# and ./vesk-data.
 # ARCH chooses the processor level (x86-64-v3, x86-64-v2, x86-64, native, generic); without it
 # the highest that this machine can run is taken. WERROR=ON takes warnings for errors, DEBUG_INFO
 # chooses what debug builds tell a debugger.
@@ -41,6 +42,7 @@ exe:
 vesk: release
 	cp -f build/release/vesk vesk
 	cp -f build/release/vesk-uci vesk-uci
+	cp -f build/release/vesk-data vesk-data
 
 release:
 	$(call build,release,$(level))
@@ -132,4 +134,4 @@ deb:
 	WERROR=$(WERROR) JOBS=$(JOBS) scripts/make_deb
 
 clean:
-	rm -rf build vesk vesk-uci vesk-tune
+	rm -rf build vesk vesk-uci vesk-data vesk-tune

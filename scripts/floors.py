@@ -17,7 +17,7 @@ FLOORS = (
     ("shell",),
     ("tools",),
     ("main",),
-    ("host",),
+    ("host", "data"),
 )
 
 HEIGHT = {folder: height for height, floor in enumerate(FLOORS) for folder in floor}

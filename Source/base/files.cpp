@@ -154,16 +154,19 @@ static int find_write_error(FILE* file)
     return errno != 0 ? errno : EIO;
 }
 
+int flush_written_file(FILE* file)
+{
+    if (ferror(file)) {
+        return find_write_error(file);
+    }
+    return fflush(file) != 0 ? errno : 0;
+}
+
 // An error may show first when the buffer is written out, or only when the file is closed; the
 // first one is the one to tell.
 int close_written_file(FILE* file)
 {
-    int error = 0;
-    if (ferror(file)) {
-        error = find_write_error(file);
-    } else if (fflush(file) != 0) {
-        error = errno;
-    }
+    int error = flush_written_file(file);
     if (fclose(file) != 0 && error == 0) {
         error = errno;
     }

@@ -46,6 +46,10 @@ void skip_byte_order_mark(LineReader* reader);
 // Whether an open file is the one of that name.
 [[nodiscard]] bool is_named(FILE* file, const char* name);
 
+// Writes out what a file's buffer holds. Returns 0, or the error that kept the file from taking all
+// that was written so far.
+[[nodiscard]] int flush_written_file(FILE* file);
+
 // Closes a file that was written. Returns 0, or the error that kept it from taking all.
 [[nodiscard]] int close_written_file(FILE* file);
 

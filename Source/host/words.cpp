@@ -4,15 +4,17 @@
 #include "host/words.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
+#include <iterator>
 #include <string_view>
 #include <system_error>
 
 #include "base/files.h"
+#include "base/nearest_word.h"
 #include "base/types.h"
 #include "base/version.h"
 #include "host/bench_word.h"
@@ -31,52 +33,13 @@ static constexpr CommandWord command_words[] = {
     { "-h", run_help },
 };
 
-// Letters that a word may be wrong in and still be meant.
-static constexpr i32 near_enough = 2;
-static constexpr size_t longest_guess = 16;
-
-static std::string_view without_dashes(std::string_view word)
-{
-    return word.substr(std::min(word.find_first_not_of('-'), word.size()));
-}
-
-// How many letters must be changed, added or left out to make the one of the other; at most
-// longest_guess letters are compared.
-static i32 distance(std::string_view a, std::string_view b)
-{
-    a = a.substr(0, longest_guess);
-    b = b.substr(0, longest_guess);
-    i32 row[longest_guess + 1];
-    for (size_t i = 0; i <= b.size(); ++i) {
-        row[i] = static_cast<i32>(i);
-    }
-    for (size_t i = 0; i < a.size(); ++i) {
-        i32 diagonal = row[0]++;
-        for (size_t j = 0; j < b.size(); ++j) {
-            const i32 changed = diagonal + ((a[i] | 0x20) == (b[j] | 0x20) ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({ changed, diagonal + 1, row[j] + 1 });
-        }
-    }
-    return row[b.size()];
-}
-
 // The word that was probably meant; null if none is near.
-static const CommandWord* guess_word(std::string_view word)
+static const char* guess_word(std::string_view word)
 {
-    const std::string_view letters = without_dashes(word);
-    const CommandWord* best = nullptr;
-    i32 least = near_enough + 1;
-    for (const CommandWord& row : command_words) {
-        const std::string_view other = without_dashes(row.word);
-        const i32 steps = distance(letters, other);
-        // A word of a letter or two is near to everything.
-        if (steps < least && steps < static_cast<i32>(std::min(letters.size(), other.size()))) {
-            least = steps;
-            best = &row;
-        }
-    }
-    return best;
+    std::array<std::string_view, std::size(command_words)> names;
+    std::ranges::transform(command_words, names.begin(), &CommandWord::word);
+    const std::string_view near = nearest_word(word, names);
+    return near.empty() ? nullptr : near.data();
 }
 
 int refuse_words(const char* format, ...)
@@ -108,9 +71,8 @@ int run_word(Arguments words)
             return row.run(words.subspan(1));
         }
     }
-    if (const CommandWord* near = guess_word(word)) {
-        return refuse_words(
-            "there is no word '%s'; '%s' may be meant", words.front(), near->word.data());
+    if (const char* near = guess_word(word)) {
+        return refuse_words("there is no word '%s'; '%s' may be meant", words.front(), near);
     }
     if (word.starts_with('-')) {
         return refuse_words("there is no option '%s'; those of vesk, the engine alone, are not "

@@ -24,7 +24,7 @@ import standard_names
 NO_CONTAINERS = "no library containers or streams"
 
 # Folders that keep what they hear or collect in containers: they are on the path of no search.
-COLLECTORS = ("host", "tools/selfplay")
+COLLECTORS = ("host", "data", "tools/selfplay")
 
 # What the engine does without, and why.
 BANNED = (

@@ -9,7 +9,7 @@ import re
 
 # Names behind std::, by header. A name that several headers have stands with each of them.
 STANDARD = {
-    "algorithm": "all_of any_of clamp copy copy_if copy_n count count_if fill fill_n find find_if "
+    "algorithm": "ranges all_of any_of clamp copy copy_if copy_n count count_if fill fill_n find find_if "
                  "includes max max_element min none_of remove_if replace reverse rotate sort transform "
                  "upper_bound",
     "array": "array size",
@@ -21,6 +21,7 @@ STANDARD = {
     "cstdint": "int8_t int16_t int32_t int64_t uint8_t uint16_t uint32_t uint64_t uintptr_t",
     "cstdlib": "abs",
     "deque": "deque",
+    "condition_variable": "condition_variable",
     "filesystem": "filesystem",
     "fstream": "ifstream ofstream",
     "functional": "function",
@@ -32,7 +33,7 @@ STANDARD = {
     "limits": "numeric_limits",
     "map": "map",
     "memory": "make_unique unique_ptr",
-    "mutex": "lock_guard mutex",
+    "mutex": "lock_guard mutex unique_lock",
     "new": "nothrow",
     "numeric": "accumulate",
     "optional": "nullopt optional",
@@ -45,7 +46,7 @@ STANDARD = {
     "system_error": "errc error_code",
     "thread": "thread",
     "type_traits": "is_trivially_destructible_v",
-    "utility": "move pair swap",
+    "utility": "exchange move pair swap",
     "unordered_set": "unordered_set", "vector": "vector",
 }
 

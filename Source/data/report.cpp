@@ -1,0 +1,201 @@
+// Counting and telling.
+#include "data/report.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "base/files.h"
+
+Report start_report(std::string_view word, const CommonOptions& common)
+{
+    Report report;
+    report.word = word;
+    report.max_messages = common.max_messages;
+    return report;
+}
+
+static CountGroup* find_group(Report* report, std::string_view name)
+{
+    const auto found = std::ranges::find(report->groups, name, &CountGroup::name);
+    if (found != report->groups.end()) {
+        return &*found;
+    }
+    return &report->groups.emplace_back(CountGroup { std::string(name), {} });
+}
+
+void add_count(Report* report, std::string_view group, std::string_view name, i64 value)
+{
+    std::vector<Count>& counts = find_group(report, group)->counts;
+    const auto found = std::ranges::find(counts, name, &Count::name);
+    if (found != counts.end()) {
+        found->value += value;
+    } else {
+        counts.push_back({ std::string(name), value });
+    }
+}
+
+// What a file holds may stand in a message, and a terminal takes some bytes for commands.
+static void print_safely(std::string_view text)
+{
+    for (const char c : text) {
+        const bool is_control = static_cast<u8>(c) < 0x20 || c == 0x7f;
+        fputc(is_control ? '?' : c, stderr);
+    }
+}
+
+void refuse_item(Report* report, std::string_view file, const Refusal& refusal)
+{
+    ++report->refused;
+    add_count(report, "refused", refusal.reason);
+    if (report->told == report->max_messages) {
+        return;
+    }
+    hide_run_progress(&report->progress);
+    ++report->told;
+    print_safely(file);
+    if (refusal.line > 0) {
+        fprintf(stderr, ":%lld", static_cast<long long>(refusal.line));
+    }
+    fputs(": ", stderr);
+    print_safely(refusal.reason);
+    if (!refusal.detail.empty()) {
+        fputs(": ", stderr);
+        print_safely(refusal.detail);
+    }
+    fputc('\n', stderr);
+    if (report->told == report->max_messages && report->max_messages > 0) {
+        fputs("what else is refused is only counted; --max-messages tells more\n", stderr);
+    }
+}
+
+void fail_file(Report* report, std::string_view file, std::string_view what, int error)
+{
+    hide_run_progress(&report->progress);
+    ++report->failed;
+    print_safely(file);
+    fputs(": ", stderr);
+    print_safely(what);
+    if (error != 0) {
+        fprintf(stderr, ": %s", strerror(error));
+    }
+    fputc('\n', stderr);
+}
+
+// The length of the UTF-8 character at the start of text, 0 if there is none: RFC 3629.
+static size_t character_length(std::string_view text)
+{
+    const auto byte = [&](size_t i) { return static_cast<u8>(i < text.size() ? text[i] : 0); };
+    const auto follows = [&](size_t i) { return (byte(i) & 0xc0) == 0x80; };
+    const u8 first = byte(0);
+    if (first < 0x80) {
+        return 1;
+    }
+    if (first >= 0xc2 && first <= 0xdf) {
+        return follows(1) ? 2 : 0;
+    }
+    if (first >= 0xe0 && first <= 0xef) {
+        const bool overlong = first == 0xe0 && byte(1) < 0xa0;
+        const bool surrogate = first == 0xed && byte(1) > 0x9f;
+        return follows(1) && follows(2) && !overlong && !surrogate ? 3 : 0;
+    }
+    if (first >= 0xf0 && first <= 0xf4) {
+        const bool overlong = first == 0xf0 && byte(1) < 0x90;
+        const bool beyond = first == 0xf4 && byte(1) > 0x8f;
+        return follows(1) && follows(2) && follows(3) && !overlong && !beyond ? 4 : 0;
+    }
+    return 0;
+}
+
+void append_json_string(std::string* json, std::string_view text)
+{
+    json->push_back('"');
+    while (!text.empty()) {
+        const size_t length = character_length(text);
+        const char c = text.front();
+        if (length == 0) {
+            json->append("\xef\xbf\xbd");
+        } else if (static_cast<u8>(c) < 0x20 || c == 0x7f) {
+            char escape[8];
+            snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(static_cast<u8>(c)));
+            json->append(escape);
+        } else {
+            if (c == '"' || c == '\\') {
+                json->push_back('\\');
+            }
+            json->append(text.substr(0, length));
+        }
+        text.remove_prefix(length == 0 ? 1 : length);
+    }
+    json->push_back('"');
+}
+
+static std::string report_as_json(const Report& report, std::string_view extra)
+{
+    std::string json = "{\"word\":";
+    append_json_string(&json, report.word);
+    json += ",\"refusals\":" + std::to_string(report.refused);
+    json += ",\"failed_files\":" + std::to_string(report.failed);
+    for (const CountGroup& group : report.groups) {
+        json += ',';
+        append_json_string(&json, group.name);
+        json += ":{";
+        for (size_t i = 0; i < group.counts.size(); ++i) {
+            json += i > 0 ? "," : "";
+            append_json_string(&json, group.counts[i].name);
+            json += ':' + std::to_string(group.counts[i].value);
+        }
+        json += '}';
+    }
+    if (!extra.empty()) {
+        json += ',';
+        json += extra;
+    }
+    return json + "}\n";
+}
+
+static std::string report_as_table(const Report& report)
+{
+    size_t width = 0;
+    for (const CountGroup& group : report.groups) {
+        for (const Count& count : group.counts) {
+            width = std::max(width, count.name.size());
+        }
+    }
+    std::string table;
+    for (const CountGroup& group : report.groups) {
+        table += group.name + '\n';
+        for (const Count& count : group.counts) {
+            const std::string value = std::to_string(count.value);
+            table += "  " + count.name + std::string(width - count.name.size() + 2, ' ');
+            table += std::string(value.size() < 12 ? 12 - value.size() : 0, ' ') + value + '\n';
+        }
+    }
+    return table;
+}
+
+// Standard output is for what the word makes. Only where it makes nothing, or makes it elsewhere,
+// is the report found there.
+int finish_report(
+    Report* report, const CommonOptions& common, bool is_output_free, std::string_view extra)
+{
+    hide_run_progress(&report->progress);
+    const std::string text =
+        common.json ? report_as_json(*report, extra) : report_as_table(*report);
+    FILE* file = is_output_free ? stdout : stderr;
+    const char* name = is_output_free ? "standard output" : "standard error";
+    if (!common.report.empty()) {
+        name = common.report.c_str();
+        const int error = open_new_file(&file, name);
+        if (error != 0) {
+            fail_file(report, name, "cannot be opened for writing", error);
+            return 1;
+        }
+    }
+    fwrite(text.data(), 1, text.size(), file);
+    const int error = common.report.empty() ? flush_written_file(file) : close_written_file(file);
+    if (error != 0) {
+        fail_file(report, name, "cannot be written", error);
+    }
+    return report->refused > 0 || report->failed > 0 ? 1 : 0;
+}

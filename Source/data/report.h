@@ -1,0 +1,64 @@
+// What a run tells of itself: refusals as they come, and at the end its counts, as a table for
+// people or as JSON for scripts.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/types.h"
+#include "data/arguments.h"
+#include "data/progress.h"
+
+// Something that was refused.
+struct Refusal {
+    i64 line = 0;       // in its file, the first is 1; 0 where lines mean nothing
+    std::string reason; // a short class of refusals, counted as one: "no such move"
+    std::string detail; // what of this one, may be empty: "Nf9"
+};
+
+// A line of the closing table.
+struct Count {
+    std::string name;
+    i64 value;
+};
+
+// Counts that belong together, under a heading; in JSON an object of that name.
+struct CountGroup {
+    std::string name;
+    std::vector<Count> counts; // in the order of their first mention
+};
+
+// The report of a run. Kept by one thread: what others find reaches it in the order of the input.
+struct Report {
+    std::string word;
+    i64 max_messages = 0;
+    i64 told = 0;    // refusals told singly
+    i64 refused = 0; // all of them
+    i64 failed = 0;  // files that could not be read or written
+    std::vector<CountGroup> groups;
+    RunProgress progress;
+};
+
+// Starts the report of a word.
+[[nodiscard]] Report start_report(std::string_view word, const CommonOptions& common);
+
+// Adds to a count, which begins with 0 when it is named first.
+void add_count(Report* report, std::string_view group, std::string_view name, i64 value = 1);
+
+// Counts a refusal by its reason in the group "refused", and tells of it on standard error as
+// "FILE:LINE: REASON: DETAIL" unless enough have been told.
+void refuse_item(Report* report, std::string_view file, const Refusal& refusal);
+
+// Counts and tells of a file that cannot be read or written; error is an errno, or 0 where what
+// says it all.
+void fail_file(Report* report, std::string_view file, std::string_view what, int error);
+
+// Ends the run: the report goes where the options want it, and what is returned is the status of
+// the process. is_output_free tells whether standard output holds nothing else. extra is put into
+// the JSON object as it stands, members with a comma between them; empty for none.
+[[nodiscard]] int finish_report(
+    Report* report, const CommonOptions& common, bool is_output_free, std::string_view extra = {});
+
+// Adds text as a string of JSON, quoted. Bytes that are no UTF-8 become U+FFFD.
+void append_json_string(std::string* json, std::string_view text);

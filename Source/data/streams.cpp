@@ -1,0 +1,637 @@
+// Unpacking and packing behind the calls of the standard library, by fopencookie. A packed file is
+// taken in pieces, so that memory is bounded whatever it unpacks to.
+#include "data/streams.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+#include <utility>
+
+#ifdef VESK_ZLIB
+#include <zlib.h>
+#endif
+#ifdef VESK_ZSTD
+#include <zstd.h>
+#endif
+
+#include "base/files.h"
+
+#if defined(VESK_ZLIB) && defined(VESK_ZSTD)
+const char* const packed_forms = ".gz .zst";
+#elif defined(VESK_ZLIB)
+const char* const packed_forms = ".gz";
+#elif defined(VESK_ZSTD)
+const char* const packed_forms = ".zst";
+#else
+const char* const packed_forms = "none";
+#endif
+
+static constexpr size_t piece_size = 128 * 1024;
+static constexpr char damaged[] = "is damaged: what is packed in it cannot be unpacked";
+static constexpr char cut_short[] = "ends too early, as an unfinished download does";
+
+enum class Form : u8 { Plain, Gzip, Zstd };
+
+struct Unpacker {
+    FILE* file = nullptr; // the packed one
+    Form form = Form::Plain;
+    bool begun = false;   // the form is known
+    bool complete = true; // what is packed has come to an end, as far as it was read
+    i64 taken = 0;        // bytes of the packed file
+    size_t start = 0;     // of what is still to be unpacked
+    size_t end = 0;
+    const char* problem = nullptr; // why it could not be read on, where no errno says it
+    int error = 0;                 // errno of the packed file
+    char piece[piece_size];
+#ifdef VESK_ZLIB
+    z_stream gzip {};
+#endif
+#ifdef VESK_ZSTD
+    ZSTD_DCtx* zstd = nullptr;
+#endif
+
+    ~Unpacker()
+    {
+#ifdef VESK_ZLIB
+        if (form == Form::Gzip && begun) {
+            inflateEnd(&gzip);
+        }
+#endif
+#ifdef VESK_ZSTD
+        ZSTD_freeDCtx(zstd);
+#endif
+        if (file != nullptr && file != stdin) {
+            fclose(file);
+        }
+    }
+};
+
+// Reads the next piece when all of the last one is used. Returns whether there is any.
+static bool fill_piece(Unpacker* unpacker)
+{
+    if (unpacker->start < unpacker->end) {
+        return true;
+    }
+    unpacker->start = 0;
+    unpacker->end = 0;
+    // Not by fread, which waits for a whole piece: what comes through a pipe is worked on at once.
+    ssize_t count;
+    do {
+        count = read(fileno(unpacker->file), unpacker->piece, piece_size);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0) {
+        unpacker->error = errno;
+        return false;
+    }
+    unpacker->end = static_cast<size_t>(count);
+    unpacker->taken += static_cast<i64>(count);
+    return count > 0;
+}
+
+// A pipe may hand out the first bytes one at a time.
+static size_t fill_magic(Unpacker* unpacker, size_t size)
+{
+    while (unpacker->end < size) {
+        const ssize_t count =
+            read(fileno(unpacker->file), unpacker->piece + unpacker->end, size - unpacker->end);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            unpacker->error = count < 0 ? errno : 0;
+            break;
+        }
+        unpacker->end += static_cast<size_t>(count);
+        unpacker->taken += static_cast<i64>(count);
+    }
+    return unpacker->end;
+}
+
+// Tells the form by the first bytes: names lie. Returns false if this build cannot read it.
+static bool find_form(Unpacker* unpacker)
+{
+    const size_t size = fill_magic(unpacker, 4);
+    unpacker->begun = true;
+    if (size >= 2 && memcmp(unpacker->piece, "\x1f\x8b", 2) == 0) {
+#ifdef VESK_ZLIB
+        constexpr int gzip_window = 15 + 16; // the largest, with the header of a gzip file
+        if (inflateInit2(&unpacker->gzip, gzip_window) == Z_OK) {
+            unpacker->form = Form::Gzip;
+            return true;
+        }
+        unpacker->error = ENOMEM;
+#else
+        unpacker->problem = no_gzip;
+#endif
+        return false;
+    }
+    if (size >= 4 && memcmp(unpacker->piece, "\x28\xb5\x2f\xfd", 4) == 0) {
+#ifdef VESK_ZSTD
+        unpacker->zstd = ZSTD_createDCtx();
+        unpacker->form = Form::Zstd;
+        unpacker->error = unpacker->zstd == nullptr ? ENOMEM : 0;
+        return unpacker->zstd != nullptr;
+#else
+        unpacker->problem = no_zstd;
+        return false;
+#endif
+    }
+    return unpacker->error == 0;
+}
+
+static ssize_t refuse_reading(Unpacker* unpacker, const char* problem)
+{
+    unpacker->problem = problem;
+    errno = EIO;
+    return -1;
+}
+
+static ssize_t read_plain(Unpacker* unpacker, char* buffer, size_t size)
+{
+    if (!fill_piece(unpacker)) {
+        return 0;
+    }
+    const size_t count = std::min(size, unpacker->end - unpacker->start);
+    memcpy(buffer, unpacker->piece + unpacker->start, count);
+    unpacker->start += count;
+    return static_cast<ssize_t>(count);
+}
+
+#ifdef VESK_ZLIB
+// Several gzip files may stand one behind the other, and zeros behind the last, as tapes have them.
+static ssize_t read_gzip(Unpacker* unpacker, char* buffer, size_t size)
+{
+    z_stream* gzip = &unpacker->gzip;
+    gzip->next_out = reinterpret_cast<Bytef*>(buffer);
+    gzip->avail_out = static_cast<uInt>(size);
+    while (gzip->avail_out == size && fill_piece(unpacker)) {
+        if (unpacker->complete) {
+            if (unpacker->taken > static_cast<i64>(unpacker->end) || unpacker->start > 0) {
+                if (unpacker->piece[unpacker->start] == '\0') {
+                    ++unpacker->start;
+                    continue;
+                }
+                inflateReset(gzip);
+            }
+            unpacker->complete = false;
+        }
+        gzip->next_in = reinterpret_cast<Bytef*>(unpacker->piece + unpacker->start);
+        gzip->avail_in = static_cast<uInt>(unpacker->end - unpacker->start);
+        const int status = inflate(gzip, Z_NO_FLUSH);
+        unpacker->start = unpacker->end - gzip->avail_in;
+        if (status == Z_STREAM_END) {
+            unpacker->complete = true;
+        } else if (status != Z_OK && status != Z_BUF_ERROR) {
+            return refuse_reading(unpacker, damaged);
+        }
+    }
+    return static_cast<ssize_t>(size - gzip->avail_out);
+}
+#endif
+
+#ifdef VESK_ZSTD
+static ssize_t read_zstd(Unpacker* unpacker, char* buffer, size_t size)
+{
+    ZSTD_outBuffer out = { buffer, size, 0 };
+    while (out.pos == 0) {
+        // What the library still holds comes out at the end of the file too.
+        const bool has_input = fill_piece(unpacker);
+        if (!has_input && unpacker->complete) {
+            break;
+        }
+        ZSTD_inBuffer in = { unpacker->piece + unpacker->start,
+            has_input ? unpacker->end - unpacker->start : 0, 0 };
+        const size_t status = ZSTD_decompressStream(unpacker->zstd, &out, &in);
+        if (ZSTD_isError(status) != 0) {
+            return refuse_reading(unpacker, damaged);
+        }
+        unpacker->start += in.pos;
+        unpacker->complete = status == 0;
+        if (!has_input && out.pos == 0) {
+            break;
+        }
+    }
+    return static_cast<ssize_t>(out.pos);
+}
+#endif
+
+// For fopencookie: the number of bytes, 0 at the end, -1 with errno for an error.
+static ssize_t read_cookie(void* cookie, char* buffer, size_t size)
+{
+    Unpacker* unpacker = static_cast<Unpacker*>(cookie);
+    if (!unpacker->begun && !find_form(unpacker)) {
+        errno = unpacker->error != 0 ? unpacker->error : EIO;
+        return -1;
+    }
+    ssize_t count = 0;
+    switch (unpacker->form) {
+    case Form::Plain:
+        count = read_plain(unpacker, buffer, size);
+        break;
+#ifdef VESK_ZLIB
+    case Form::Gzip:
+        count = read_gzip(unpacker, buffer, size);
+        break;
+#endif
+#ifdef VESK_ZSTD
+    case Form::Zstd:
+        count = read_zstd(unpacker, buffer, size);
+        break;
+#endif
+    default:
+        break;
+    }
+    if (count == 0 && unpacker->error != 0) {
+        errno = unpacker->error;
+        return -1;
+    }
+    if (count == 0 && !unpacker->complete) {
+        return refuse_reading(unpacker, cut_short);
+    }
+    return count;
+}
+
+InputStream::InputStream() = default;
+InputStream::InputStream(InputStream&& other) noexcept
+    : name(std::move(other.name))
+    , file(std::exchange(other.file, nullptr))
+    , size(other.size)
+    , unpacker(std::move(other.unpacker))
+{
+}
+
+InputStream& InputStream::operator=(InputStream&& other) noexcept
+{
+    std::swap(name, other.name);
+    std::swap(file, other.file);
+    std::swap(size, other.size);
+    std::swap(unpacker, other.unpacker);
+    return *this;
+}
+
+InputStream::~InputStream()
+{
+    if (file != nullptr) {
+        fclose(file);
+    }
+}
+
+// A folder can be opened, and only its reading would fail.
+static FILE* open_to_read(const std::string& name, i64* size, int* error)
+{
+    const int descriptor = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status;
+    if (descriptor < 0 || fstat(descriptor, &status) != 0) {
+        *error = errno;
+    } else if (S_ISDIR(status.st_mode)) {
+        *error = EISDIR;
+    } else {
+        *size = S_ISREG(status.st_mode) ? static_cast<i64>(status.st_size) : 0;
+        FILE* file = fdopen(descriptor, "r");
+        if (file != nullptr) {
+            return file;
+        }
+        *error = errno;
+    }
+    if (descriptor >= 0) {
+        close(descriptor);
+    }
+    return nullptr;
+}
+
+bool open_stream(InputStream* stream, const std::string& name, Report* report)
+{
+    *stream = InputStream();
+    stream->name = name == "-" ? "standard input" : name;
+    stream->unpacker = std::make_unique<Unpacker>();
+    int error = 0;
+    stream->unpacker->file = name == "-" ? stdin : open_to_read(name, &stream->size, &error);
+    if (stream->unpacker->file != nullptr) {
+        const cookie_io_functions_t calls = {
+            .read = read_cookie, .write = nullptr, .seek = nullptr, .close = nullptr
+        };
+        stream->file = fopencookie(stream->unpacker.get(), "r", calls);
+        error = stream->file == nullptr ? errno : 0;
+    }
+    if (stream->file == nullptr) {
+        fail_file(report, stream->name, "cannot be opened", error);
+        return false;
+    }
+    return true;
+}
+
+i64 stream_position(const InputStream& stream)
+{
+    const Unpacker& unpacker = *stream.unpacker;
+    return unpacker.taken - static_cast<i64>(unpacker.end - unpacker.start);
+}
+
+bool close_stream(InputStream* stream, Report* report)
+{
+    const Unpacker& unpacker = *stream->unpacker;
+    const bool good = ferror(stream->file) == 0;
+    if (!good) {
+        if (unpacker.problem != nullptr) {
+            fail_file(report, stream->name, unpacker.problem, 0);
+        } else {
+            fail_file(report, stream->name, "cannot be read to its end",
+                unpacker.error != 0 ? unpacker.error : EIO);
+        }
+    }
+    *stream = InputStream();
+    return good;
+}
+
+// ---- Output
+
+struct Packer {
+    OutputFile out {};
+    std::string unfinished;
+    bool is_named = false; // out is open; otherwise it is standard output
+    FILE* target = nullptr;
+    Form form = Form::Plain;
+    int error = 0;
+    char piece[piece_size];
+#ifdef VESK_ZLIB
+    z_stream gzip {};
+#endif
+#ifdef VESK_ZSTD
+    ZSTD_CCtx* zstd = nullptr;
+#endif
+
+    ~Packer()
+    {
+#ifdef VESK_ZLIB
+        if (form == Form::Gzip) {
+            deflateEnd(&gzip);
+        }
+#endif
+#ifdef VESK_ZSTD
+        ZSTD_freeCCtx(zstd);
+#endif
+        if (is_named && out.file != nullptr) {
+            fclose(out.file);
+            unlink(unfinished.c_str());
+        }
+    }
+};
+
+static bool put_piece(Packer* packer, size_t size)
+{
+    errno = 0;
+    if (fwrite(packer->piece, 1, size, packer->target) != size) {
+        packer->error = errno != 0 ? errno : EIO;
+        return false;
+    }
+    return true;
+}
+
+#ifdef VESK_ZLIB
+static bool pack_gzip(Packer* packer, const char* buffer, size_t size, int flush)
+{
+    z_stream* gzip = &packer->gzip;
+    gzip->next_in = reinterpret_cast<Bytef*>(const_cast<char*>(buffer));
+    gzip->avail_in = static_cast<uInt>(size);
+    do {
+        gzip->next_out = reinterpret_cast<Bytef*>(packer->piece);
+        gzip->avail_out = piece_size;
+        deflate(gzip, flush);
+        if (!put_piece(packer, piece_size - gzip->avail_out)) {
+            return false;
+        }
+    } while (gzip->avail_out == 0);
+    return true;
+}
+#endif
+
+#ifdef VESK_ZSTD
+static bool pack_zstd(Packer* packer, const char* buffer, size_t size, ZSTD_EndDirective end)
+{
+    ZSTD_inBuffer in = { buffer, size, 0 };
+    size_t left = 0;
+    do {
+        ZSTD_outBuffer out = { packer->piece, piece_size, 0 };
+        left = ZSTD_compressStream2(packer->zstd, &out, &in, end);
+        if (ZSTD_isError(left) != 0 || !put_piece(packer, out.pos)) {
+            packer->error = packer->error != 0 ? packer->error : ENOMEM;
+            return false;
+        }
+    } while (end == ZSTD_e_end ? left > 0 : in.pos < in.size);
+    return true;
+}
+#endif
+
+// For fopencookie: the number of bytes taken, 0 for an error.
+static ssize_t write_cookie(void* cookie, const char* buffer, size_t size)
+{
+    Packer* packer = static_cast<Packer*>(cookie);
+    bool good = false;
+#ifdef VESK_ZLIB
+    if (packer->form == Form::Gzip) {
+        good = pack_gzip(packer, buffer, size, Z_NO_FLUSH);
+    }
+#endif
+#ifdef VESK_ZSTD
+    if (packer->form == Form::Zstd) {
+        good = pack_zstd(packer, buffer, size, ZSTD_e_continue);
+    }
+#endif
+    (void)buffer;
+    if (!good) {
+        errno = packer->error != 0 ? packer->error : EIO;
+        return 0;
+    }
+    return static_cast<ssize_t>(size);
+}
+
+// Starts packing if the name wants it. Returns false with a reason if this build cannot.
+static bool start_packing(Packer* packer, const std::string& name, const char** problem)
+{
+    if (name.ends_with(".gz")) {
+#ifdef VESK_ZLIB
+        constexpr int gzip_window = 15 + 16;
+        constexpr int usual_memory = 8;
+        if (deflateInit2(&packer->gzip, Z_DEFAULT_COMPRESSION, Z_DEFLATED, gzip_window,
+                usual_memory, Z_DEFAULT_STRATEGY)
+            == Z_OK) {
+            packer->form = Form::Gzip;
+            return true;
+        }
+        *problem = "cannot be packed: out of memory";
+#else
+        *problem = "cannot be packed: this build does not know gzip";
+#endif
+        return false;
+    }
+    if (name.ends_with(".zst")) {
+#ifdef VESK_ZSTD
+        packer->zstd = ZSTD_createCCtx();
+        packer->form = Form::Zstd;
+        *problem = "cannot be packed: out of memory";
+        return packer->zstd != nullptr
+            && ZSTD_isError(ZSTD_CCtx_setParameter(packer->zstd, ZSTD_c_checksumFlag, 1)) == 0;
+#else
+        *problem = "cannot be packed: this build does not know zstd";
+        return false;
+#endif
+    }
+    return true;
+}
+
+OutputStream::OutputStream() = default;
+OutputStream::OutputStream(OutputStream&& other) noexcept
+    : name(std::move(other.name))
+    , file(std::exchange(other.file, nullptr))
+    , packer(std::move(other.packer))
+{
+}
+
+OutputStream& OutputStream::operator=(OutputStream&& other) noexcept
+{
+    std::swap(name, other.name);
+    std::swap(file, other.file);
+    std::swap(packer, other.packer);
+    return *this;
+}
+
+OutputStream::~OutputStream()
+{
+    // A FILE of its own stands before the target only where it is packed.
+    if (file != nullptr && packer != nullptr && packer->form != Form::Plain) {
+        fclose(file);
+    }
+}
+
+// Whether both names are one file's.
+static bool is_same_file(const std::string& a, const std::string& b)
+{
+    struct stat first;
+    struct stat second;
+    return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0
+        && first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+static bool open_target(
+    OutputStream* stream, const std::vector<std::string>& inputs, Report* report)
+{
+    Packer* packer = stream->packer.get();
+    packer->unfinished = stream->name + ".part";
+    for (const std::string& input : inputs) {
+        if (is_same_file(input, stream->name) || is_same_file(input, packer->unfinished)) {
+            fail_file(report, input, "would be replaced by the output", 0);
+            return false;
+        }
+    }
+    struct stat status;
+    const bool is_there = stat(stream->name.c_str(), &status) == 0;
+    // A device takes what it is given, but is not replaced by a file.
+    if (is_there && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        packer->target = fopen(stream->name.c_str(), "we");
+        if (packer->target == nullptr) {
+            fail_file(report, stream->name, "cannot be opened for writing", errno);
+        }
+        return packer->target != nullptr;
+    }
+    const int error = is_there && S_ISDIR(status.st_mode)
+        ? EISDIR
+        : open_output(&packer->out, stream->name.c_str(), packer->unfinished.c_str());
+    if (error != 0) {
+        fail_file(report, stream->name, "cannot be opened for writing", error);
+        return false;
+    }
+    packer->is_named = true;
+    packer->target = packer->out.file;
+    return true;
+}
+
+bool open_sink(OutputStream* stream, const std::string& name,
+    const std::vector<std::string>& inputs, Report* report)
+{
+    *stream = OutputStream();
+    stream->name = name;
+    stream->packer = std::make_unique<Packer>();
+    Packer* packer = stream->packer.get();
+    if (name == "-") {
+        stream->name = "standard output";
+        packer->target = stdout;
+    } else if (!open_target(stream, inputs, report)) {
+        return false;
+    }
+    const char* problem = nullptr;
+    if (!start_packing(packer, name, &problem)) {
+        fail_file(report, stream->name, problem, 0);
+        return false;
+    }
+    stream->file = packer->target;
+    if (packer->form != Form::Plain) {
+        const cookie_io_functions_t calls = {
+            .read = nullptr, .write = write_cookie, .seek = nullptr, .close = nullptr
+        };
+        stream->file = fopencookie(packer, "w", calls);
+        if (stream->file == nullptr) {
+            fail_file(report, stream->name, "cannot be opened for writing", errno);
+            return false;
+        }
+    }
+    return true;
+}
+
+// Writes what the packing still holds.
+static void finish_packing(OutputStream* stream)
+{
+    Packer* packer = stream->packer.get();
+    if (packer->form == Form::Plain) {
+        return;
+    }
+    if (fclose(std::exchange(stream->file, nullptr)) != 0 && packer->error == 0) {
+        packer->error = errno;
+    }
+    if (packer->error != 0) {
+        return;
+    }
+#ifdef VESK_ZLIB
+    if (packer->form == Form::Gzip) {
+        pack_gzip(packer, nullptr, 0, Z_FINISH);
+    }
+#endif
+#ifdef VESK_ZSTD
+    if (packer->form == Form::Zstd) {
+        pack_zstd(packer, nullptr, 0, ZSTD_e_end);
+    }
+#endif
+}
+
+bool finish_sink(OutputStream* stream, Report* report)
+{
+    Packer* packer = stream->packer.get();
+    finish_packing(stream);
+    int error = packer->error;
+    if (packer->is_named) {
+        const int closing = close_output(&packer->out);
+        if (error != 0 && closing == 0) {
+            unlink(packer->unfinished.c_str());
+        }
+        error = error != 0 ? error : closing;
+        error = error != 0 ? error : publish_output(&packer->out);
+    } else {
+        const int flushing = packer->target == stdout ? flush_written_file(stdout)
+                                                      : close_written_file(packer->target);
+        error = error != 0 ? error : flushing;
+    }
+    const std::string name = stream->name;
+    stream->file = nullptr;
+    *stream = OutputStream();
+    if (error != 0) {
+        fail_file(report, name, "cannot be written", error);
+    }
+    return error == 0;
+}
+
+bool is_sink_well(const OutputStream& stream)
+{
+    return ferror(stream.file) == 0 && stream.packer->error == 0;
+}

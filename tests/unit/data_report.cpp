@@ -1,0 +1,72 @@
+// What a run of vesk-data tells of itself.
+#include "data/report.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+static std::string quoted(std::string_view text)
+{
+    std::string json;
+    append_json_string(&json, text);
+    return json;
+}
+
+TEST(DataReport, QuotesForJson)
+{
+    EXPECT_EQ(quoted("a\"b\\c\n\x01"), "\"a\\\"b\\\\c\\u000a\\u0001\"");
+    EXPECT_EQ(quoted("Gr\xc3\xbc\xc3\x9f \xe2\x99\x94 \xf0\x9f\x8f\x81"),
+        "\"Gr\xc3\xbc\xc3\x9f \xe2\x99\x94 \xf0\x9f\x8f\x81\"");
+}
+
+// Latin-1, an overlong form, half a pair, a cut end, beyond the last character.
+TEST(DataReport, ReplacesWhatIsNoUtf8)
+{
+    EXPECT_EQ(quoted("\xfc"), "\"\xef\xbf\xbd\"");
+    EXPECT_EQ(quoted("\xc0\xaf"), "\"\xef\xbf\xbd\xef\xbf\xbd\"");
+    EXPECT_EQ(quoted("\xed\xa0\x80"), "\"\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\"");
+    EXPECT_EQ(quoted("\xe2\x99"), "\"\xef\xbf\xbd\xef\xbf\xbd\"");
+    EXPECT_EQ(quoted("\xf4\x90\x80\x80"), "\"\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\xef\xbf\xbd\"");
+}
+
+TEST(DataReport, TellsRefusalsUpToALimitAndCountsAll)
+{
+    CommonOptions common;
+    common.max_messages = 2;
+    Report report = start_report("games", common);
+    testing::internal::CaptureStderr();
+    refuse_item(&report, "a.pgn",
+        { 7, "no such move",
+            "N\x1b"
+            "f9" });
+    refuse_item(&report, "a.pgn", { 0, "variant", "" });
+    refuse_item(&report, "a.pgn", { 9, "variant", "" });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+        "a.pgn:7: no such move: N?f9\na.pgn: variant\n"
+        "what else is refused is only counted; --max-messages tells more\n");
+    EXPECT_EQ(report.refused, 3);
+    ASSERT_EQ(report.groups.size(), 1u);
+    EXPECT_EQ(report.groups[0].counts[1].name, "variant");
+    EXPECT_EQ(report.groups[0].counts[1].value, 2);
+}
+
+TEST(DataReport, EndsAsTableOrJson)
+{
+    CommonOptions common;
+    Report report = start_report("games", common);
+    add_count(&report, "games", "read", 3);
+    add_count(&report, "games", "used");
+    add_count(&report, "games", "used", 2);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(finish_report(&report, common, true), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+        "games\n  read             3\n  used             3\n");
+    common.json = true;
+    testing::internal::CaptureStdout();
+    report.refused = 1;
+    EXPECT_EQ(finish_report(&report, common, true, "\"more\":[1]"), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+        "{\"word\":\"games\",\"refusals\":1,\"failed_files\":0,"
+        "\"games\":{\"read\":3,\"used\":3},\"more\":[1]}\n");
+}
