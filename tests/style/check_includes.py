@@ -106,7 +106,8 @@ def check_standard_names(path):
 
 
 def check_alone(source, compiler, path):
-    """Compiles a header with nothing in front of it."""
+    """Compiles a header with nothing in front of it. Where a source file of the same name stands,
+    the build does that: it includes its header first."""
     name = path.relative_to(source).as_posix()
     with tempfile.NamedTemporaryFile("w", suffix=".cpp") as file:
         file.write(f'#include "{name}"\n')
@@ -145,7 +146,8 @@ def main():
         check_text(path)
         check_standard_names(path)
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
-        headers = [path for path in engine if path.suffix == ".h"]
+        headers = [path for path in engine
+                   if path.suffix == ".h" and not path.with_suffix(".cpp").is_file()]
         list(pool.map(lambda path: check_alone(source, compiler, path), headers))
     check_list(root, "CMakeLists.txt", [path for path in engine if path.suffix == ".cpp"])
     check_list(root, "tests/CMakeLists.txt", sorted((root / "tests/unit").glob("*.cpp"))
