@@ -11,6 +11,7 @@ import os
 import pathlib
 import re
 import resource
+import shutil
 import signal
 import subprocess
 import sys
@@ -197,6 +198,11 @@ def check_foreign_files(program):
     program.refuses("one.pgn: is there already", "-selfplay", 2, *out)
     program.refuses("one.pgn:1: no game that was played with these settings", "-selfplay", 30,
                     "-selfplay-nodes", 300, *out, "-selfplay-resume")
+    # Other weights make another player of it.
+    shutil.copy(pathlib.Path(__file__).resolve().parents[2] / "weights" / "params.txt", ".")
+    program.refuses("one.pgn:1: no game that was played with these settings", "-selfplay", 30,
+                    *NODES, *out, "-selfplay-resume")
+    pathlib.Path("params.txt").unlink()
     for name in ("fens.epd", "none.epd"):
         kept = read(name)
         program.refuses(f"{name}:1: ", "-selfplay", 30, "-selfplay-out", name,

@@ -17,15 +17,19 @@
 #include <string_view>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <type_traits>
 #include <unistd.h>
 #include <vector>
 
 #include "base/clock.h"
 #include "base/files.h"
 #include "base/interrupt.h"
+#include "base/mixing.h"
 #include "base/output.h"
 #include "board/defect.h"
 #include "board/moves.h"
+#include "eval/weights.h"
+#include "fathom/tbcore.h"
 #include "search/hash.h"
 #include "search/workers.h"
 #include "shell/startup.h"
@@ -131,10 +135,38 @@ static u64 key_of_openings(const Selfplay* run)
     return key_of_game_text(text);
 }
 
+static u64 add_bytes(u64 key, const void* bytes, size_t size)
+{
+    for (size_t i = 0; i < size; ++i) {
+        key = add_to_text_key(key, static_cast<const char*>(bytes)[i]);
+    }
+    return key;
+}
+
+// A number that tells two players apart: the weights in use, wherever they come from, what bends
+// the search, and how many pieces the endgame tables know.
+static u64 key_of_player(const Dialogue* dialogue)
+{
+    u64 key = empty_text_key;
+    for (const EvalParam& weight : eval_params) {
+        key = add_bytes(key, &weight.mg, sizeof weight.mg);
+        key = add_bytes(key, &weight.eg, sizeof weight.eg);
+    }
+    const EngineOptions* options = &dialogue->engine_options;
+    static_assert(std::has_unique_object_representations_v<SearchParams>);
+    key = add_bytes(key, &options->search, sizeof options->search);
+    for (const i32 value : { i32 { options->contempt }, i32 { options->selectivity },
+             i32 { options->limit_strength }, options->limit_strength != 0 ? options->elo : 0,
+             tb_largest, tb_largest > 0 ? options->syzygy_probe_depth5 : 0,
+             tb_largest > 0 ? options->syzygy_probe_depth6 : 0 }) {
+        key = add_bytes(key, &value, sizeof value);
+    }
+    return key;
+}
+
 // What the options of such a run make of its games stands in their event, so that no run goes on
-// with games of other settings, and nobody wonders later how they were made. Weights, tables and
-// other options of the engine do not stand there: they are the user's to keep.
-static void write_event(Selfplay* run)
+// with games of other settings or of another player, and nobody wonders later how they were made.
+static void write_event(const Dialogue* dialogue, Selfplay* run)
 {
     const SelfplayOptions* options = &selfplay_options;
     char effort[64];
@@ -148,11 +180,12 @@ static void write_event(Selfplay* run)
     char text[400];
     snprintf(text, sizeof text,
         "Vesk by itself: seed %lld, %s, spread %lld, %s, random %lld, balance %lld, resign %lld,"
-        " draw %lld, hash %lld",
+        " draw %lld, hash %lld, player %08llx",
         static_cast<long long>(options->seed), effort, static_cast<long long>(options->spread),
         openings, static_cast<long long>(options->random), static_cast<long long>(options->balance),
         static_cast<long long>(options->resign), static_cast<long long>(options->draw),
-        static_cast<long long>(options->hash));
+        static_cast<long long>(options->hash),
+        static_cast<unsigned long long>(key_of_player(dialogue) & 0xffffffff));
     run->event = text;
 }
 
@@ -445,7 +478,7 @@ void run_selfplay(Dialogue* dialogue)
     Selfplay* run = new Selfplay();
     register_tables(dialogue->engine_options.syzygy_path);
     if (read_openings(dialogue, run)) {
-        write_event(run);
+        write_event(dialogue, run);
         if (!alloc_hash(static_cast<i32>(selfplay_options.hash))) {
             complain("the hash table", "cannot be had", ENOMEM);
             exit_status = 1;
