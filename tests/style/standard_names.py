@@ -45,7 +45,7 @@ STANDARD = {
     "string_view": "string_view",
     "system_error": "errc error_code",
     "thread": "thread",
-    "type_traits": "is_trivially_destructible_v",
+    "type_traits": "has_unique_object_representations_v is_trivially_destructible_v",
     "utility": "exchange move pair swap",
     "unordered_set": "unordered_set", "vector": "vector",
 }
