@@ -1,12 +1,17 @@
 // The tests that stand between a position from outside and the search, which relies on all of them.
 #include "board/defect.h"
 
+#include <string_view>
+
 #include "board/moves.h"
 #include "board/tables.h"
 
 // As many as a game begins with, the king among them. The counts of a side share a word, four bits
 // each: sixteen pieces of one type would run into the next type's.
 static constexpr i32 max_side_pieces = 16;
+
+static constexpr i32 board_size = 8; // ranks, and files
+static constexpr std::string_view piece_letters = "PNBRQKpnbrqk";
 
 // The set of a square that may lie off the board, and is empty then.
 static u64 bit_on_board(i32 square)
@@ -65,4 +70,26 @@ const char* position_defect(Position* pos)
         return "there is no pawn to take en passant";
     }
     return nullptr;
+}
+
+bool is_whole_board(std::string_view text)
+{
+    i32 ranks = 1;
+    i32 files = 0;
+    for (const char letter : text) {
+        if (letter == '/') {
+            if (files != board_size) {
+                return false;
+            }
+            ++ranks;
+            files = 0;
+        } else if (letter >= '1' && letter <= '8') {
+            files += letter - '0';
+        } else if (piece_letters.find(letter) != std::string_view::npos) {
+            ++files;
+        } else {
+            return false;
+        }
+    }
+    return ranks == board_size && files == board_size;
 }

@@ -2,7 +2,6 @@
 #include "host/game.h"
 
 #include <algorithm>
-#include <cstring>
 #include <span>
 
 #include "board/defect.h"
@@ -12,33 +11,9 @@
 
 // The engine reads lines of up to 4999 characters; some room stays.
 static constexpr size_t longest_position_line = 4900;
-static constexpr i32 board_size = 8;
 static constexpr i64 highest_counter = 9999; // of half-moves and moves in a position text
 
 // ---- The text of a position
-
-// Whether a text gives eight ranks of eight squares, as a board in a position text must.
-static bool is_whole_board(std::string_view text)
-{
-    i32 ranks = 1;
-    i32 files = 0;
-    for (const char letter : text) {
-        if (letter == '/') {
-            if (files != board_size) {
-                return false;
-            }
-            ++ranks;
-            files = 0;
-        } else if (letter >= '1' && letter <= '8') {
-            files += letter - '0';
-        } else if (strchr("PNBRQKpnbrqk", letter) != nullptr) {
-            ++files;
-        } else {
-            return false;
-        }
-    }
-    return ranks == board_size && files == board_size;
-}
 
 // Whether a castling field names a right that the classical game does not know: by the file of a
 // rook, or with king or rook on other squares than at home. A right without any rook on its side is

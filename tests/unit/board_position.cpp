@@ -7,6 +7,7 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "board_support.h"
@@ -477,6 +478,27 @@ TEST(BoardPosition, EveryDisagreementOfAFieldIsSeen)
         EXPECT_FALSE(fields_agree(pos)) << i;
         EXPECT_NE(position_defect(pos), nullptr) << i;
     }
+}
+
+TEST(BoardPosition, AWholeBoardIsEightRanksOfEightSquares)
+{
+    EXPECT_TRUE(is_whole_board("8/8/8/8/8/8/8/8"));
+    EXPECT_TRUE(is_whole_board("rnbqkbnr/pppppppp/8/35/44/4P3/PPPP1PPP/RNBQKBNR"));
+    static constexpr std::string_view texts[] = {
+        "",
+        "8/8/8/8/8/8/8",
+        "8/8/8/8/8/8/8/8/",
+        "8/8/8/8/8/8/8/8/8",
+        "8/8/8/8/9/8/8/8",
+        "8/8/8/8/8/7/8/8",
+        "8/8/8/8/8/8K/8/8",
+        "8/8/8/8/8/7x/8/8",
+        "8/8/8/8/8/70/8/8",
+    };
+    for (const std::string_view text : texts) {
+        EXPECT_FALSE(is_whole_board(text)) << text;
+    }
+    EXPECT_FALSE(is_whole_board(std::string_view("8/8/8/8/8/8/8/7\0", 17))) << "a NUL";
 }
 
 TEST(BoardPosition, PositionsThatNoSearchCanPlayAreRefused)
