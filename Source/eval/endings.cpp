@@ -156,26 +156,42 @@ static i32 eval_heavy_mate(const Position* pos, i32 strong)
         * (edge_value(lone_king) - heavy_distance_step * king_steps(king, lone_king));
 }
 
-// Other material, two bishops or several pawns, is left to the terms.
-bool eval_lone_king(const Position* pos, i32 side, i32* score)
+LoneKingRule find_lone_king_rule(const Position* pos, i32* strong)
 {
     const bool lone_white = pos->piece_count[White] == 0;
     const bool lone_black = pos->piece_count[Black] == 0;
     // Two lone kings have been drawn before; with pieces on both sides the terms judge.
     if (lone_white == lone_black) {
-        return false;
+        return LoneKingRule::None;
     }
-    const i32 strong = lone_white ? Black : White;
-    // Exactly one pawn, exactly bishop and knight, or any rook or queen with whatever else.
-    const u32 material = pos->piece_count[strong];
-    i32 value = 0;
+    *strong = lone_white ? Black : White;
+    // Exactly one pawn, exactly bishop and knight, or any rook or queen with whatever else. Other
+    // material, two bishops or several pawns, is left to the terms.
+    const u32 material = pos->piece_count[*strong];
     if (material == one_pawn) {
+        return LoneKingRule::SinglePawn;
+    }
+    if (material == bishop_and_knight) {
+        return LoneKingRule::BishopAndKnight;
+    }
+    return (material & heavy_counts) != 0 ? LoneKingRule::HeavyMate : LoneKingRule::None;
+}
+
+bool eval_lone_king(const Position* pos, i32 side, i32* score)
+{
+    i32 strong = White;
+    i32 value = 0;
+    switch (find_lone_king_rule(pos, &strong)) {
+    case LoneKingRule::SinglePawn:
         value = eval_single_pawn(pos, strong, side);
-    } else if (material == bishop_and_knight) {
+        break;
+    case LoneKingRule::BishopAndKnight:
         value = eval_bishop_and_knight(pos, strong);
-    } else if (material & heavy_counts) {
+        break;
+    case LoneKingRule::HeavyMate:
         value = eval_heavy_mate(pos, strong);
-    } else {
+        break;
+    case LoneKingRule::None:
         return false;
     }
     *score = side == strong ? value : -value;

@@ -2,7 +2,9 @@
 // the closing line; on demand all weights as well. Only the text is made here: it is for a person
 // at the console, and whoever asks for it prints it.
 #include <cstring>
+#include <iterator>
 #include <span>
+#include <string_view>
 
 #include "base/text.h"
 #include "eval/evaluate.h"
@@ -31,6 +33,8 @@ static constexpr TraceRow trace_rows[] = {
     { "ppawns:", TallyKing, TallyPassed, NoPiece, 0 },
     { "other:", TallyPassed, last_terms, NoPiece, 0 },
 };
+
+static_assert(std::size(trace_rows) == eval_trace_rows);
 
 // The piece-square tables in the order of their printing.
 static constexpr struct {
@@ -65,32 +69,60 @@ static i32 word_difference(i32 a, i32 b)
     return static_cast<i32>(static_cast<u32>(a) - static_cast<u32>(b));
 }
 
-// The blended worth of a side's pieces of one type.
-static i32 material_of(const EvalWork* work, const TraceRow& row, i32 side)
+// The worth of a side's pieces of one type.
+static i32 material_word(const EvalWork* work, const TraceRow& row, i32 side)
 {
     if (row.type == NoPiece) {
         return 0;
     }
     const u32 count = static_cast<u32>(count_of(work->pos, side, row.type));
-    const u32 word = count * static_cast<u32>(eval_params[row.material].packed);
-    return taper(static_cast<i32>(word), work->phase);
+    return static_cast<i32>(count * static_cast<u32>(eval_params[row.material].packed));
 }
 
-static i32 terms_of(const EvalWork* work, const TraceRow& row, i32 side)
+std::string_view eval_trace_name(i32 row)
 {
-    const i32 gained =
-        word_difference(score_at(work, row.to, side), score_at(work, row.from, side));
-    return taper(gained, work->phase) - material_of(work, row, side);
+    std::string_view name = trace_rows[row].label;
+    name.remove_suffix(1);
+    return name;
 }
 
-static void write_rows(const EvalWork* work, TextBuffer* out)
+void read_eval_trace(const EvalState* state, std::span<EvalTraceRow, eval_trace_rows> rows)
 {
-    append_format(out, "           white  black    pos    mtl\n");
+    const EvalWork* work = &state->eval_work;
+    EvalTraceRow* out = rows.data();
     for (const TraceRow& row : trace_rows) {
-        const i32 white = terms_of(work, row, White);
-        const i32 black = terms_of(work, row, Black);
-        append_format(out, "%-10s  %4d   %4d   %4d   %4d\n", row.label, white, black, white - black,
-            material_of(work, row, White) - material_of(work, row, Black));
+        for (i32 side = White; side <= Black; ++side) {
+            out->gained[side] =
+                word_difference(score_at(work, row.to, side), score_at(work, row.from, side));
+            out->material[side] = material_word(work, row, side);
+        }
+        ++out;
+    }
+}
+
+i32 shown_material(const EvalTraceRow& row, i32 side, f32 phase)
+{
+    return taper(row.material[side], phase);
+}
+
+// Each number is blended by itself, so that the columns of a row add up as they are shown.
+i32 shown_terms(const EvalTraceRow& row, i32 side, f32 phase)
+{
+    return taper(row.gained[side], phase) - shown_material(row, side, phase);
+}
+
+static void write_rows(const EvalState* state, TextBuffer* out)
+{
+    EvalTraceRow rows[eval_trace_rows];
+    read_eval_trace(state, rows);
+    const f32 phase = state->eval_work.phase;
+    append_format(out, "           white  black    pos    mtl\n");
+    for (i32 i = 0; i < eval_trace_rows; ++i) {
+        const EvalTraceRow& row = rows[i];
+        const i32 white = shown_terms(row, White, phase);
+        const i32 black = shown_terms(row, Black, phase);
+        append_format(out, "%-10s  %4d   %4d   %4d   %4d\n", trace_rows[i].label, white, black,
+            white - black, shown_material(row, White, phase) - shown_material(row, Black, phase));
     }
 }
 
@@ -149,7 +181,7 @@ void write_eval_trace(const EvalState* state, bool with_weights, std::span<char>
     if (!work->is_complete) {
         return;
     }
-    write_rows(work, &text);
+    write_rows(state, &text);
     write_hung(work->hung, &text);
     // The side to move's view of the score without contempt.
     const i32 white_view = static_cast<i32>(static_cast<f32>(work->tapered) * work->scale);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <span>
+#include <string_view>
 
 #include "eval/eval_state.h"
 
@@ -52,6 +53,24 @@ void clear_eval_caches(EvalState* state);
 
 // Whether the last evaluation at ply 1 has judged its position by its terms, not by a plain rule.
 [[nodiscard]] bool has_eval_trace(const EvalState* state);
+
+// The name of a row of the score table, 0 to eval_trace_rows - 1, without the colon.
+inline constexpr i32 eval_trace_rows = 8;
+[[nodiscard]] std::string_view eval_trace_name(i32 row);
+
+// A row of the score table: what a group of terms has given to each side, as score pairs.
+struct EvalTraceRow {
+    i32 gained[2];   // the material of the row's pieces among it
+    i32 material[2]; // of the row's pieces, 0 for a row of none
+};
+
+// Gives the rows of the last evaluation at ply 1; has_eval_trace must be true. What all rows have
+// gained together is the score of each side.
+void read_eval_trace(const EvalState* state, std::span<EvalTraceRow, eval_trace_rows> rows);
+
+// What a row shows of a side beside its material, and of that material: blended by the phase.
+[[nodiscard]] i32 shown_terms(const EvalTraceRow& row, i32 side, f32 phase);
+[[nodiscard]] i32 shown_material(const EvalTraceRow& row, i32 side, f32 phase);
 
 // Writes how the score of the last evaluation at ply 1 came about into out, which holds at least
 // eval_trace_size bytes: a table for a person to read, or an empty text unless it has_eval_trace.

@@ -122,6 +122,17 @@ inline void take_tally(EvalWork* work, TallyRow row)
 // bishop, or one or two knights.
 bool is_drawn_material(const Position* pos);
 
+// The plain rules for a side against a lone king, by what it has.
+enum class LoneKingRule : u8 {
+    None,            // two sides with pieces, two lone kings, or material that the terms judge
+    SinglePawn,      // won or drawn by a table of all positions
+    BishopAndKnight, // mate in a corner of the bishop's colour
+    HeavyMate,       // a rook or a queen at least, whatever else: mate on the edge
+};
+
+// The rule that judges pos; *strong becomes the side that has the pieces, where there is a rule.
+[[nodiscard]] LoneKingRule find_lone_king_rule(const Position* pos, i32* strong);
+
 // Judges a lone king against a side for which there is a plain rule. Returns true and stores the
 // score from the view of side in centipawns, or returns false and leaves it alone.
 [[nodiscard]] bool eval_lone_king(const Position* pos, i32 side, i32* score);

@@ -5,9 +5,11 @@
 #include "shell/options.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string_view>
 
 #include "base/files.h"
@@ -20,9 +22,6 @@
 #include "shell/search_fields.h"
 #include "shell/startup.h"
 
-// Keeps every term in play and none far above the others.
-static constexpr i32 lowest_scale = 20; // per cent
-static constexpr i32 highest_scale = 200;
 static constexpr i32 name_size = 101; // a line's name and value, with their NUL
 static constexpr i32 value_size = 201;
 static constexpr i32 config_line_size = 255;
@@ -168,6 +167,30 @@ static constexpr OptionRow option_rows[] = {
     scale_row("King_Safety", &WeightScales::King_Safety),
     scale_row("Threats", &WeightScales::Threats),
 };
+
+static constexpr size_t scale_option_count =
+    std::ranges::count(option_rows, ScaleOption, &OptionRow::kind);
+
+std::span<const NamedScale> scale_options()
+{
+    static constexpr auto list = [] {
+        std::array<NamedScale, scale_option_count> found = {};
+        size_t count = 0;
+        for (const OptionRow& row : option_rows) {
+            if (row.kind == ScaleOption) {
+                found[count++] = { row.name, row.scale };
+            }
+        }
+        return found;
+    }();
+    return list;
+}
+
+bool is_option_name(std::string_view name)
+{
+    return std::ranges::any_of(
+        option_rows, [name](const OptionRow& row) { return name == row.name; });
+}
 
 // ---- Setting
 

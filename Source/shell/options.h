@@ -1,6 +1,10 @@
 // The user's options by name: setting, announcing, and the configuration file.
 #pragma once
 
+#include <span>
+#include <string_view>
+
+#include "eval/weights.h"
 #include "shell/dialogue.h"
 
 // Applies one setting and prints what was set. value may be altered. Unknown names do nothing. A
@@ -17,3 +21,16 @@ void announce_options(Dialogue* dialogue);
 // is no regular file, or was named by too many others. What it set becomes the announced defaults.
 // Lines that set nothing are passed over.
 i32 load_config_file(Dialogue* dialogue);
+
+// The options that scale weights, in the order of announcement: each takes two per cents, of the
+// middle game's and of the end game's values, in this range.
+struct NamedScale {
+    std::string_view name;
+    WeightScale WeightScales::*scale;
+};
+inline constexpr i32 lowest_scale = 20; // keeps every term in play and none far above the others
+inline constexpr i32 highest_scale = 200;
+[[nodiscard]] std::span<const NamedScale> scale_options();
+
+// Whether there is an option of that name, letter by letter.
+[[nodiscard]] bool is_option_name(std::string_view name);

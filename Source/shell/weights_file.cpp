@@ -22,16 +22,12 @@ static bool take_integer(const char* text, i32* value)
 
 // Words end at the marks of fset("name",mg,eg); and at the line feed, so what stands between them
 // may hold blanks. The first word is passed over, whatever it is.
-void load_params_file(const char* file_name)
+void read_params(FILE* file, NameComplaint complain, void* context)
 {
     static constexpr char delimiters[] = "(),\"\n";
-    FILE* const file = open_regular_file(file_name);
-    if (file == nullptr) {
-        return;
-    }
     // A longer line is read in pieces of 254 characters, each taken as a line.
     char line[255];
-    while (fgets(line, sizeof line, file) != nullptr) {
+    for (i32 number = 1; fgets(line, sizeof line, file) != nullptr; ++number) {
         char* rest = nullptr;
         const char* const word = strtok_r(line, delimiters, &rest);
         const char* const name = word ? strtok_r(nullptr, delimiters, &rest) : nullptr;
@@ -42,10 +38,24 @@ void load_params_file(const char* file_name)
         // A line that lacks fields sets nothing and leaves the cursor where it is.
         if (eg_text != nullptr && take_integer(mg_text, &mg) && take_integer(eg_text, &eg)) {
             if (const char* const expected = fset(name, mg, eg)) {
-                print_plain("error %s  %s\n", name, expected);
+                complain(context, number, name, expected);
             }
         }
     }
+}
+
+static void print_complaint(void*, i32, const char* name, const char* expected)
+{
+    print_plain("error %s  %s\n", name, expected);
+}
+
+void load_params_file(const char* file_name)
+{
+    FILE* const file = open_regular_file(file_name);
+    if (file == nullptr) {
+        return;
+    }
+    read_params(file, print_complaint, nullptr);
     fclose(file);
 }
 
