@@ -9,7 +9,7 @@ import re
 
 # Names behind std::, by header. A name that several headers have stands with each of them.
 STANDARD = {
-    "algorithm": "ranges all_of any_of clamp copy copy_if copy_n count count_if fill fill_n find find_if "
+    "algorithm": "ranges all_of any_of clamp copy copy_if copy_n count count_if equal fill fill_n find find_if "
                  "includes max max_element min none_of remove_if replace reverse rotate sort transform "
                  "upper_bound",
     "array": "array size",
@@ -21,6 +21,7 @@ STANDARD = {
     "cstdint": "int8_t int16_t int32_t int64_t uint8_t uint16_t uint32_t uint64_t uintptr_t",
     "cstdlib": "abs",
     "deque": "deque",
+    "barrier": "barrier",
     "condition_variable": "condition_variable",
     "filesystem": "filesystem",
     "fstream": "ifstream ofstream",
