@@ -14,6 +14,7 @@
 #include "board/position.h"
 #include "board/tables.h"
 #include "data/arguments.h"
+#include "data/blocks.h"
 #include "data/explain_forms.h"
 #include "data/explain_settings.h"
 #include "data/explain_weights.h"
@@ -27,7 +28,8 @@
 // rest is read and dropped.
 static constexpr size_t longest_line = 65536;
 static constexpr size_t quoted_length = 80; // of a line that is refused
-static constexpr size_t batch_size = 256;   // positions that are explained together
+// Positions that are explained together, some kilobytes each; the threads meet often in between.
+static constexpr size_t batch_size = 2048;
 static constexpr size_t longest_id = 256;
 static constexpr size_t fields_behind_board = 5; // of a FEN
 
@@ -200,36 +202,69 @@ struct ExplainRun {
     UndoStack stack;
 };
 
-// Explains what has been read and writes it. Returns false if it cannot be written.
+// Counts an answer, or tells of it that it is none. Returns the position that it explains, or null.
+static const ExplainedPosition* count_answer(
+    Report* report, const Batch& batch, const std::string& name, Answer* answer)
+{
+    const ExplainedPosition* position = nullptr;
+    if (answer->defect.empty()) {
+        position = &batch.positions[answer->position];
+        if (!position->why.is_whole) {
+            answer->defect = "the uses of its weights do not make up its score";
+        }
+    }
+    if (!answer->defect.empty()) {
+        refuse_item(report, name, { answer->line, answer->defect, answer->text });
+        return nullptr;
+    }
+    add_count(report, "positions", "explained");
+    add_count(report, "positions", "in check", position->why.in_check ? 1 : 0);
+    add_count(report, "positions", "judged by a rule", position->why.by_terms ? 0 : 1);
+    return position;
+}
+
+// Writes the answers, put into words by several threads where there are many. Returns false if it
+// cannot be written.
+static bool write_answers(
+    ExplainRun* run, const Batch& batch, const std::vector<const ExplainedPosition*>& positions)
+{
+    constexpr size_t piece_size = 64;
+    size_t next = 0;
+    const auto take = [&](size_t* start) {
+        *start = next;
+        next += piece_size;
+        return *start < batch.answers.size();
+    };
+    const auto put_into_words = [&](const size_t* start, std::string* text) {
+        const size_t end = std::min(*start + piece_size, batch.answers.size());
+        for (size_t i = *start; i < end; ++i) {
+            append_answer(text, run->form, batch.answers[i], positions[i]);
+        }
+    };
+    const auto write = [&](const std::string* text) {
+        fwrite(text->data(), 1, text->size(), run->out.file);
+        return is_sink_well(run->out);
+    };
+    const i64 jobs = batch.answers.size() > piece_size ? run->common.jobs : 1;
+    work_in_order<size_t, std::string>(jobs, take, put_into_words, write);
+    return is_sink_well(run->out);
+}
+
+// Explains what has been read and writes it, at once where somebody waits for it. Returns false if
+// it cannot be written.
 static bool answer_batch(ExplainRun* run, Batch* batch, const std::string& name, bool at_once)
 {
     explain_positions(&run->explainer, batch->positions);
-    std::string text;
+    std::vector<const ExplainedPosition*> positions;
     for (Answer& answer : batch->answers) {
-        const ExplainedPosition* position = nullptr;
-        if (answer.defect.empty()) {
-            position = &batch->positions[answer.position];
-            if (!position->why.is_whole) {
-                answer.defect = "the uses of its weights do not make up its score";
-                position = nullptr;
-            }
-        }
-        if (position == nullptr) {
-            refuse_item(&run->report, name, { answer.line, answer.defect, answer.text });
-        } else {
-            add_count(&run->report, "positions", "explained");
-            add_count(&run->report, "positions", "in check", position->why.in_check ? 1 : 0);
-            add_count(
-                &run->report, "positions", "judged by a rule", position->why.by_terms ? 0 : 1);
-        }
-        append_answer(&text, run->form, answer, position);
+        positions.push_back(count_answer(&run->report, *batch, name, &answer));
     }
+    const bool well = write_answers(run, *batch, positions);
     *batch = {};
-    fwrite(text.data(), 1, text.size(), run->out.file);
     if (at_once) {
         fflush(run->out.file);
     }
-    return is_sink_well(run->out);
+    return well && is_sink_well(run->out);
 }
 
 static void add_file_line(ExplainRun* run, Batch* batch, std::string line, i64 number, bool is_long)

@@ -28,6 +28,7 @@ static constexpr const char* side_names[2] = { "white", "black" };
 bool choose_term(FormSettings* settings, std::string_view name)
 {
     std::vector<std::string_view> names;
+    names.reserve(eval_trace_rows + weight_count);
     for (i32 row = 0; row < eval_trace_rows; ++row) {
         names.push_back(eval_trace_name(row));
     }
@@ -367,7 +368,11 @@ std::string head_of_form(const FormSettings& settings)
     }
     for (const std::string_view weight : settings.weights) {
         const std::string name(weight);
-        head += ',' + name + "_white_times," + name + "_black_times";
+        for (const char* part : { "_white_times", "_black_times" }) {
+            head += ',';
+            head += name;
+            head += part;
+        }
         append_csv_names(&head, name);
     }
     return head + '\n';

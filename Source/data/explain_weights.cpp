@@ -9,7 +9,9 @@
 #include "data/explain_weights.h"
 
 #include <algorithm>
+#include <array>
 #include <barrier>
+#include <cstddef>
 #include <iterator>
 #include <thread>
 
@@ -75,16 +77,13 @@ static void clear_probe(const Probe& probe)
     std::fill_n(probe.list->words + probe.first, probe.count, 0);
 }
 
-// The table of weights as it stands when positions are to be explained, and again afterwards.
-struct SavedWords {
-    i32 words[weight_count];
-    i32 fractions[fraction_count];
-};
+// The words of the table as it stands, in the order of the uses.
+using SavedWords = std::array<i32, word_count>;
 
 static void save_words(SavedWords* saved)
 {
-    std::copy_n(eval_words, weight_count, saved->words);
-    std::copy_n(fraction_words, fraction_count, saved->fractions);
+    std::copy_n(eval_words, weight_count, saved->data());
+    std::copy_n(fraction_words, fraction_count, saved->data() + weight_count);
 }
 
 static void clear_words()
@@ -95,8 +94,8 @@ static void clear_words()
 
 static void restore_words(const SavedWords& saved)
 {
-    std::copy_n(saved.words, weight_count, eval_words);
-    std::copy_n(saved.fractions, fraction_count, fraction_words);
+    std::copy_n(saved.data(), weight_count, eval_words);
+    std::copy_n(saved.data() + weight_count, fraction_count, fraction_words);
 }
 
 // ---- One position
@@ -166,11 +165,9 @@ static void find_uses(EvalState* state, const Probe& probe, ExplainedPosition* p
 static bool are_uses_whole(const Explanation& why, const SavedWords& saved)
 {
     u32 gained[eval_trace_rows][2] = {};
-    for (i32 word = 0; word < word_count; ++word) {
-        const i32 value =
-            word < weight_count ? saved.words[word] : saved.fractions[word - weight_count];
+    for (size_t word = 0; word < saved.size(); ++word) {
         for (i32 side = White; side <= Black; ++side) {
-            gained[why.row_of[word]][side] += static_cast<u32>(value) * why.uses[word][side];
+            gained[why.row_of[word]][side] += static_cast<u32>(saved[word]) * why.uses[word][side];
         }
     }
     for (i32 row = 0; row < eval_trace_rows; ++row) {
@@ -200,7 +197,7 @@ Explainer make_explainer(i64 jobs, bool makes_tables)
 void explain_positions(Explainer* explainer, std::span<ExplainedPosition> positions)
 {
     const size_t jobs = std::clamp(positions.size(), size_t { 1 }, explainer->states.size());
-    SavedWords saved;
+    SavedWords saved = {};
     save_words(&saved);
     i32 number = -1; // of the probe; before the first one the true weights stand
     std::barrier meeting(static_cast<i64>(jobs), [&]() noexcept {

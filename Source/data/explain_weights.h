@@ -1,7 +1,6 @@
 // Which weights make up an evaluation, and how often each one counts in it.
 #pragma once
 
-#include <array>
 #include <memory>
 #include <span>
 #include <string>
