@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Starts scripts/play in a small tree whose makefile calls CMake as the real one does: a build
-shows its steps, a start without a build shows nothing but the program's own words, a build that
-fails shows its errors, and arguments, input and status reach the program and come back.
+shows its steps, a start without a build shows nothing but the program's own words and installs
+nothing, whatever the build can do without is missing, a build that fails shows its errors, and arguments, input and status reach the program and come back.
 
     check_play.py ROOT
 
@@ -36,12 +36,21 @@ int main(int argc, char** argv)
 }
 """
 
+# A compiler that finds no header, and what would install the packages of some.
+TOOLS = {
+    "g++": "#!/bin/sh\ncase \" $* \" in *' -E '*) exit 1 ;; esac\nexec {compiler} \"$@\"\n",
+    "apt-get": "#!/bin/sh\necho \"$@\" >>{calls}\n",
+    "sudo": "#!/bin/sh\necho \"$@\" >>{calls}\n",
+}
+
 wrong = []
 
 
-def play(root):
+def play(root, tools=None):
     # As from a shell, not from below a "make test" with words of its own.
     surroundings = {name: value for name, value in os.environ.items() if "MAKE" not in name}
+    if tools is not None:
+        surroundings["PATH"] = f"{tools}:{surroundings['PATH']}"
     return subprocess.run([root / "scripts" / "play", "two words"], input="x",
                           cwd=root / "elsewhere", env=surroundings,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
@@ -55,6 +64,14 @@ def expect(true, text, result):
 
 def plays(result):
     return (result.returncode, result.stdout) == (7, "2 two words x\n")
+
+
+def make_tools(folder):
+    folder.mkdir()
+    for name, text in TOOLS.items():
+        tool = folder / name
+        tool.write_text(text.format(compiler=shutil.which("g++"), calls=folder / "calls"))
+        tool.chmod(0o755)
 
 
 def main():
@@ -79,12 +96,17 @@ def main():
         expect(plays(second) and second.stderr == "",
                "a start without a build is not quiet", second)
 
+        make_tools(root / "tools")
+        lacking = play(root, root / "tools")
+        expect(plays(lacking) and lacking.stderr == "" and not (root / "tools" / "calls").exists(),
+               "a start without packages that a build can do without is not quiet", lacking)
+
         (root / "main.cpp").write_text("int main() { return lost; }\n")
         third = play(root)
         expect(third.returncode == 1 and third.stdout == "" and "lost" in third.stderr
                and third.stderr.endswith("Vesk could not be built; the lines above tell why.\n"),
                "a failed build does not say why", third)
-    print("\n".join(wrong + [f"3 starts, {len(wrong)} complaints"]))
+    print("\n".join(wrong + [f"4 starts, {len(wrong)} complaints"]))
     return 1 if wrong else 0
 
 
