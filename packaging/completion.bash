@@ -1,4 +1,4 @@
-# Completion of vesk's and vesk-uci's command lines for bash. Needs nothing but bash.
+# Completion of the command lines of vesk, vesk-uci and vesk-data for bash. Needs nothing but bash.
 
 _vesk_words()
 {
@@ -54,5 +54,50 @@ _vesk_uci()
     esac # the depth behind "bench" is a number of one's own
 }
 
+# vesk-data tells its words and their options itself, so that nothing is said twice: a word begins a
+# line of its page behind two blanks, and so does an option, with what it takes behind it.
+_vesk_data_page()
+{
+    "${COMP_WORDS[0]}" "$@" 2>/dev/null </dev/null
+}
+
+_vesk_data()
+{
+    local word=$2 before=$3 line offered=
+    if [ "$COMP_CWORD" -eq 1 ]; then
+        while IFS= read -r line; do
+            if [[ $line =~ ^'  '([a-z]+)'  ' ]]; then
+                offered+=" ${BASH_REMATCH[1]}"
+            fi
+        done < <(_vesk_data_page --help)
+        _vesk_words "$offered --version --help" "$word"
+        return
+    fi
+    while IFS= read -r line; do
+        if [[ $line =~ ^'  '(--[a-z-]+)(' '([^ ]+))? ]]; then
+            offered+=" ${BASH_REMATCH[1]}"
+            if [ "${BASH_REMATCH[1]}" = "$before" ]; then
+                case ${BASH_REMATCH[3]} in
+                    '') ;; # takes nothing
+                    *\|*)
+                        _vesk_words "${BASH_REMATCH[3]//|/ }" "$word"
+                        return
+                        ;;
+                    FILE | PATH | FOLDER)
+                        _vesk_files -f "$word"
+                        return
+                        ;;
+                    *) return ;; # something of one's own
+                esac
+            fi
+        fi
+    done < <(_vesk_data_page "${COMP_WORDS[1]}" --help; _vesk_data_page --help)
+    case $word in
+        -*) _vesk_words "$offered --help" "$word" ;;
+        *) _vesk_files -f "$word" ;;
+    esac
+}
+
 complete -F _vesk vesk
 complete -F _vesk_uci vesk-uci
+complete -F _vesk_data vesk-data

@@ -6,10 +6,11 @@ set(VESK_PACKAGE "" CACHE STRING
     "Make a Debian package of the programs for these processor levels, the lowest first")
 
 set(pages ${CMAKE_INSTALL_DATADIR}/doc/vesk)
+set(programs vesk vesk-uci vesk-data)
 
-install(TARGETS vesk vesk-uci RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT programs)
-install(FILES docs/man/vesk.6 docs/man/vesk-uci.6 DESTINATION ${CMAKE_INSTALL_MANDIR}/man6)
-foreach(program vesk vesk-uci)
+install(TARGETS ${programs} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT programs)
+foreach(program ${programs})
+    install(FILES docs/man/${program}.6 DESTINATION ${CMAKE_INSTALL_MANDIR}/man6)
     install(FILES packaging/completion.bash RENAME ${program}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endforeach()
@@ -35,7 +36,7 @@ target_link_options(vesk_flags INTERFACE -s)
 
 set(VESK_LEVELS_FOLDER /usr/lib/vesk)
 list(GET VESK_PACKAGE 0 VESK_LOWEST_LEVEL)
-foreach(program vesk vesk-uci)
+foreach(program ${programs})
     configure_file(packaging/launcher.in launchers/${program} @ONLY)
     install(PROGRAMS ${PROJECT_BINARY_DIR}/launchers/${program} DESTINATION games)
 endforeach()
@@ -70,7 +71,8 @@ tables. Its strength can be limited, and its style changed by options.
 .
 The package holds the engine for three levels of 64-bit processors; the
 programs of this name start the fastest that the machine can run. vesk-uci
-is the one for chess programs, vesk has a console and tools besides.")
+is the one for chess programs, vesk has a console and tools besides, and
+vesk-data looks into games, positions, books and tables.")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_VERSION ${PROJECT_VERSION}+${package_stamp})
 set(CPACK_DEBIAN_PACKAGE_SECTION games)
