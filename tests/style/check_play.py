@@ -80,7 +80,7 @@ def main():
         root = pathlib.Path(folder)
         (root / "scripts").mkdir()
         (root / "elsewhere").mkdir()
-        for name in ("play", "install_missing"):
+        for name in ("play", "build_quietly", "install_missing"):
             shutil.copy(source / "scripts" / name, root / "scripts")
         (root / "Makefile").write_text(MAKEFILE)
         (root / "CMakeLists.txt").write_text(CMAKE)
