@@ -1,8 +1,5 @@
 // Merging shards in one walk: each line is judged as the trainer will judge it, and written unless
-// its position has been. Of all that is read only the positions' keys are kept, 8 bytes in a table
-// that is at most three quarters full: 100 million positions take 1 GB, and half as much again for
-// the moment in which the table is made larger. At that number the chance that any two positions
-// share a key is one in four thousand.
+// its position has been. Of all that is read only the positions' keys are kept.
 #include "tools/trainer/merge_lines.h"
 
 #include <cerrno>
@@ -14,72 +11,13 @@
 #include "base/clock.h"
 #include "base/files.h"
 #include "base/output.h"
+#include "tools/key_set.h"
+#include "tools/line_judge.h"
 #include "tools/trainer/trainer_options.h"
 #include "tools/trainer/training_data.h"
 
-static constexpr i64 first_slots = 65536; // a power of two
 static constexpr f64 seconds_per_progress = 0.5;
 static constexpr char unfinished_end[] = ".part";
-// Stands behind the lines of a file that is whole; as a comment it is passed over by all readers.
-static constexpr char trailer[] = "# lines ";
-
-// ---- Keys
-
-// The positions written so far. 0 is an empty slot, so that key is taken for another.
-struct KeySet {
-    u64* slots;
-    i64 size;
-    i64 count;
-};
-
-// The slot of a key, or the empty one where it belongs. Keys are as good as drawn by chance but for
-// the lowest bit, which is the side to move.
-static u64* find_slot(const KeySet* set, u64 key)
-{
-    const u64 mask = static_cast<u64>(set->size) - 1;
-    u64 index = (key >> 1) & mask;
-    while (set->slots[index] != 0 && set->slots[index] != key) {
-        index = (index + 1) & mask;
-    }
-    return &set->slots[index];
-}
-
-// Twice as many slots, or the first ones. Returns false without memory; the set is as it was then.
-static bool grow(KeySet* set)
-{
-    const KeySet old = *set;
-    const i64 size = old.size == 0 ? first_slots : 2 * old.size;
-    u64* slots = static_cast<u64*>(calloc(static_cast<size_t>(size), sizeof(u64)));
-    if (slots == nullptr) {
-        return false;
-    }
-    *set = { slots, size, old.count };
-    for (i64 i = 0; i < old.size; ++i) {
-        if (old.slots[i] != 0) {
-            *find_slot(set, old.slots[i]) = old.slots[i];
-        }
-    }
-    free(old.slots);
-    return true;
-}
-
-// What became of a key.
-enum KeyVerdict : u8 { KeyAdded, KeyKnown, KeyWithoutMemory };
-
-static KeyVerdict add_key(KeySet* set, u64 key)
-{
-    key = key != 0 ? key : 1;
-    if (4 * set->count >= 3 * set->size && !grow(set)) {
-        return KeyWithoutMemory;
-    }
-    u64* slot = find_slot(set, key);
-    if (*slot == key) {
-        return KeyKnown;
-    }
-    *slot = key;
-    ++set->count;
-    return KeyAdded;
-}
 
 // ---- One shard
 
@@ -105,12 +43,11 @@ static void reject(const char* name, const char* text)
 // were merged before may have been put one behind the other. Returns whether the line is a trailer.
 static bool check_trailer(ToolInput* input, const char* line, i64* lines)
 {
-    if (strncmp(line, trailer, sizeof trailer - 1) != 0) {
+    i64 told = 0;
+    if (!read_trailer(line, &told)) {
         return false;
     }
-    char* end = nullptr;
-    const i64 told = strtoll(line + sizeof trailer - 1, &end, 10);
-    if (end == line + sizeof trailer - 1 || *end != '\0' || told != *lines) {
+    if (told != *lines) {
         refuse(input, input->lines.line_number,
             "tells of another number of lines than the %lld there are: some have been lost",
             static_cast<long long>(*lines));
@@ -167,6 +104,7 @@ static void merge_shard(Merge* merge, const char* name)
     }
     char line[line_slot];
     LineVerdict verdict = LineUsed;
+    LineJudgement said;
     i64 lines = 0;
     while (!merge->failed && read_training_line(&input.lines, line, &verdict)) {
         show_merging(merge, &input);
@@ -177,7 +115,7 @@ static void merge_shard(Merge* merge, const char* name)
         if (verdict == LineUsed && check_trailer(&input, line, &lines)) {
             continue;
         }
-        verdict = verdict == LineUsed ? judge_line(merge->thread, line) : verdict;
+        verdict = verdict == LineUsed ? judge_line(&merge->thread->pos, line, &said) : verdict;
         if (verdict == LineComment) {
             continue;
         }
@@ -231,7 +169,7 @@ static bool close_merge(Merge* merge)
         }
         return false;
     }
-    fprintf(merge->out.file, "%s%lld\n", trailer, static_cast<long long>(merge->written));
+    fprintf(merge->out.file, "%s%lld\n", line_trailer, static_cast<long long>(merge->written));
     int error = close_output(&merge->out);
     if (error == 0) {
         error = publish_output(&merge->out);
@@ -266,7 +204,7 @@ void merge_lines(SearchThread* thread)
                     static_cast<long long>(merge->refused));
             }
         }
-        free(merge->keys.slots);
+        free_keys(&merge->keys);
     }
     free(merge);
     free(unfinished);

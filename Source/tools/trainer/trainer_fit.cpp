@@ -1,6 +1,5 @@
 // Fitting the factor of the logistic. The results are counted by score in one sweep over the
-// training part; the fit works on these counts alone, so that it costs no further pass. The
-// likelihood has one maximum, where its slope, which falls all the way, is zero.
+// training part; the fit works on these counts alone, so that it costs no further pass.
 #include "tools/trainer/trainer_fit.h"
 
 #include <algorithm>
@@ -10,45 +9,6 @@
 #include <cstring>
 
 #include "base/files.h"
-
-static constexpr f64 count_unit = 1048576.0; // counts of one position with emphasis 1
-static constexpr f64 least_factor = 0.0002;
-static constexpr f64 largest_factor = 0.1;
-static constexpr i32 halvings = 60; // to the last digit
-
-static i64 to_units(f64 value)
-{
-    return std::llround(value * count_unit);
-}
-
-// How the likelihood changes with the factor, up to a positive constant.
-static f64 slope_at(const ScoreCounts* counts, f64 factor)
-{
-    f64 slope = 0.0;
-    for (i32 i = 0; i <= 2 * largest_fitted_score; ++i) {
-        const f64 score = i - largest_fitted_score;
-        const f64 expected = 1.0 / (1.0 + std::exp(-factor * score));
-        slope += score
-            * (static_cast<f64>(counts->won[i]) - expected * static_cast<f64>(counts->all[i]));
-    }
-    return slope;
-}
-
-// A slope that does not change its sign between the ends has no zero there: results that are not
-// of these scores, or too few.
-f32 fit_factor(const ScoreCounts* counts)
-{
-    f64 low = least_factor;
-    f64 high = largest_factor;
-    if (slope_at(counts, low) <= 0.0 || slope_at(counts, high) >= 0.0) {
-        return 0.0f;
-    }
-    for (i32 i = 0; i < halvings; ++i) {
-        const f64 middle = 0.5 * (low + high);
-        (slope_at(counts, middle) > 0.0 ? low : high) = middle;
-    }
-    return to_f32(low);
-}
 
 // What the sweep works on.
 struct FitSweep {
@@ -78,8 +38,8 @@ static void count_chunk(void* context, i32 worker, i32 index)
         const i32 bin =
             largest_fitted_score + std::clamp(score, -largest_fitted_score, largest_fitted_score);
         const f64 emphasis = static_cast<f64>(position.emphasis);
-        counts->all[bin] += to_units(emphasis);
-        counts->won[bin] += to_units(emphasis * static_cast<f64>(position.target));
+        counts->all[bin] += score_units(emphasis);
+        counts->won[bin] += score_units(emphasis * static_cast<f64>(position.target));
     }
 }
 

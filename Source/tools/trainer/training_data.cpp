@@ -13,25 +13,10 @@
 // Lines that train or are held out together where the game is not told: a game's lines are spread
 // over few groups this way.
 static constexpr i32 group_lines = 32;
-static constexpr char game_word[] = " c0 \"game ";
 // The sample on which scores are rebuilt: checking all lines would only cost time, as an error of
 // the notes shows early.
 static constexpr i32 checked_lines = 32768; // the sample on which scores are rebuilt
 static constexpr u32 first_capacity = 8192; // words
-
-// The key of the game that a line tells, by the text behind the word; 0 if it tells none.
-static u64 game_key(const char* line)
-{
-    const char* text = strstr(line, game_word);
-    if (text == nullptr) {
-        return 0;
-    }
-    u64 key = empty_text_key;
-    for (text += sizeof game_word - 1; *text != '\0' && *text != '"'; ++text) {
-        key = add_to_text_key(key, *text);
-    }
-    return key != 0 ? key : 1;
-}
 
 // Whether a group of lines only measures, by its number alone: an even mixture of its bits.
 static bool is_held_out(const TrainingData* data, u64 group)

@@ -1,6 +1,4 @@
-// Reading a training line strictly, and netting the notes of an evaluation into terms. A line is
-// used as a whole or not at all: what is half understood would train on a wrong target, and nobody
-// would notice.
+// Netting the notes of an evaluation into terms, with the target that the line makes up.
 #include "tools/trainer/training_gather.h"
 
 #include <cmath>
@@ -8,136 +6,16 @@
 #include <cstring>
 
 #include "base/rounding.h"
-#include "board/defect.h"
-#include "board/moves.h"
-#include "board/notation.h"
 #include "eval/evaluate.h"
 #include "search/thread.h"
-#include "tools/tool_input.h"
 
 // The evaluation's caches hold scores and not the notes behind them.
 static constexpr i32 uncached_ply = 1;
 // What a term has room for; no position comes near.
 static constexpr f32 largest_coef = 127.0f;
-static constexpr f64 unknown = -1.0; // no result, no score
 
 // What float arithmetic and steps of coef may add to the difference of scores, centipawns.
 static constexpr f64 arithmetic_slack = 0.05;
-
-// Each goes on a line of standard error behind the number of the line.
-const char* refusal_text(LineVerdict verdict)
-{
-    switch (verdict) {
-    case LineTooLong:
-        return "is longer than 254 characters";
-    case LineBinary:
-        return "is no text";
-    case LineBadFields:
-        return "does not begin with the four fields of a position";
-    case LineBadCastling:
-        return "has a castling right without king and rook at home";
-    case LineBadBoard:
-        return "has a position that cannot be";
-    case LineBadScore:
-        return "has a ce that is no number";
-    case LineBadResult:
-        return "has a result that is not between 0 and 1";
-    default:
-        return "has neither a ce nor a result";
-    }
-}
-
-// Whether the text has four fields, the second of them w or b: others leave the side to move as it
-// was, by chance.
-static bool has_position_fields(const char* text)
-{
-    const char* side = strchr(text, ' ');
-    if (side == nullptr || (side[1] != 'w' && side[1] != 'b') || side[2] != ' ') {
-        return false;
-    }
-    const char* en_passant = strchr(side + 3, ' ');
-    return en_passant != nullptr && en_passant[1] != '\0';
-}
-
-// A board that the evaluation can judge and that can come about in a game. Check is told apart from
-// what is refused: such lines are sound, but the evaluation has no score for them.
-static LineVerdict judge_board(Position* pos, const char* text)
-{
-    if (!has_position_fields(text)) {
-        return LineBadFields;
-    }
-    if (parse_epd(pos, text) != 0) {
-        return LineBadCastling;
-    }
-    if (position_defect(pos) != nullptr) {
-        return LineBadBoard;
-    }
-    return is_attacked(pos, pos->king_sq[pos->stm], pos->stm ^ 1) ? LineInCheck : LineUsed;
-}
-
-// Whether the operand at text is a number without a sign and nothing else: of 1/2 or 0,5 the start
-// would be another result.
-static bool is_result_number(const char* text)
-{
-    text += strspn(text, " ");
-    if ((*text < '0' || *text > '9') && *text != '.') {
-        return false;
-    }
-    char* end = nullptr;
-    strtod(text, &end);
-    const char* rest = end + strspn(end, " ");
-    return end != text && (*rest == ';' || *rest == '\0');
-}
-
-// The result from the view of side, or unknown. Returns false if there is one that cannot be read.
-// A bracket comes first, as it is a target and not a game's result. Both words of a result in one
-// line must be readable, whichever of them is taken.
-static bool find_result(const char* line, i32 side, bool* is_bracket, f64* result)
-{
-    *is_bracket = read_bracket_result(line, side, result);
-    if (*is_bracket) {
-        return true;
-    }
-    const char* number = strstr(line, " gr ");
-    const bool has_name = strstr(line, " c9 ") != nullptr;
-    if (number == nullptr && !has_name) {
-        *result = unknown;
-        return true;
-    }
-    *result = read_result(line, side);
-    return (number == nullptr || is_result_number(number + 4)) && (!has_name || names_result(line))
-        && *result >= 0.0 && *result <= 1.0;
-}
-
-// What a line says of its position, from the view of the side to move.
-struct LineJudgement {
-    f64 result; // unknown if the line has none
-    i16 score;  // no_score if the line has none
-    bool is_bracket;
-};
-
-// Reads result and score. Scores beyond the largest say that a side wins, not by how much.
-static LineVerdict read_judgement(
-    const char* line, const char* score_text, i32 side, LineJudgement* said)
-{
-    *said = { unknown, no_score, false };
-    if (!find_result(line, side, &said->is_bracket, &said->result)) {
-        return LineBadResult;
-    }
-    if (score_text[0] == '\0') {
-        return said->result == unknown ? LineUnjudged : LineUsed;
-    }
-    char* end = nullptr;
-    const i64 score = strtoll(score_text, &end, 10);
-    if (end == score_text || *end != '\0') {
-        return LineBadScore;
-    }
-    if (score < -largest_training_score || score > largest_training_score) {
-        return LineFarScore;
-    }
-    said->score = static_cast<i16>(score);
-    return LineUsed;
-}
 
 // The target by result and score, in the rule's shares, or by the one that is there; from the view
 // that both have. Fused, on every machine: whether a compiler fuses by itself depends on the
@@ -148,7 +26,7 @@ static f32 target_of(f64 result, i16 score, const TargetRule* rule)
         return to_f32(result);
     }
     const f32 expected = sigmoid(static_cast<f32>(score), rule->factor);
-    if (result == unknown) {
+    if (result == unknown_result) {
         return expected;
     }
     const f64 share = rule->score_share;
@@ -173,7 +51,7 @@ static void set_target(
         record->target = side == Black ? 1.0f - target : target;
         return;
     }
-    const bool is_turned = side == Black && said->result != unknown;
+    const bool is_turned = side == Black && said->result != unknown_result;
     record->target = to_f32(is_turned ? 1.0 - said->result : said->result);
     if (!rule->is_raw) {
         settle_target(record, rule);
@@ -279,38 +157,13 @@ static u32 pack_position(Gatherer* gatherer, TrainingPosition record, u32* out)
     return position_words + terms;
 }
 
-// The board is judged before the target, and the target before a position in check is left out, so
-// that a bad line is told of whichever way.
-static LineVerdict read_line(Position* pos, const char* line, LineJudgement* said)
-{
-    if (line[0] == '\0' || is_epd_comment(line)) {
-        return LineComment;
-    }
-    char position[epd_pos_size];
-    char score_text[epd_operand_size];
-    char other[4][epd_operand_size];
-    read_epd_ops(line, position, other[0], other[1], other[2], score_text, other[3]);
-    const LineVerdict board = judge_board(pos, position);
-    if (board >= LineRefused) {
-        return board;
-    }
-    const LineVerdict judged = read_judgement(line, score_text, pos->stm, said);
-    return judged != LineUsed ? judged : board;
-}
-
-LineVerdict judge_line(SearchThread* thread, const char* line)
-{
-    LineJudgement said;
-    return read_line(&thread->pos, line, &said);
-}
-
 // Targets are turned to white's view, as the scores are.
 LineVerdict gather_line(Gatherer* gatherer, const char* line, bool check, u32* out, u32* words)
 {
     *words = 0;
     Position* pos = &gatherer->thread->pos;
     LineJudgement said;
-    const LineVerdict verdict = read_line(pos, line, &said);
+    const LineVerdict verdict = judge_line(pos, line, &said);
     if (verdict != LineUsed) {
         return verdict;
     }

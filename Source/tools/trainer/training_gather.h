@@ -4,6 +4,7 @@
 
 #include "board/position.h"
 #include "eval/weights.h"
+#include "tools/line_judge.h"
 #include "tools/training_line.h"
 
 // A position, followed by its terms. The score from white's view is
@@ -20,7 +21,6 @@ struct TrainingPosition {
     f32 fixed;    // what the weights that are not trained add
     f32 scale[2]; // with white or with black ahead
 };
-inline constexpr i16 no_score = -32768;
 inline constexpr u32 position_words = sizeof(TrainingPosition) / sizeof(u32);
 
 // A term: the weight in the low ten bits, above them coef in steps of 2^-14, up to +-128.
@@ -37,29 +37,6 @@ inline constexpr f32 term_coef(u32 term)
 {
     return static_cast<f32>(static_cast<i32>(term) >> weight_bits) * coef_step;
 }
-
-// What became of a line. From LineRefused on the user is told.
-enum LineVerdict : u8 {
-    LineUsed,
-    LineComment,        // or empty
-    LineOfOtherPart,    // of the other part of the file than the one wanted
-    LineInCheck,        // the evaluation judges no such position
-    LineWithoutWeights, // judged by a rule of its own
-    LineFarScore,       // ce beyond the largest
-    LineRefused,
-    LineTooLong = LineRefused,
-    LineBinary,
-    LineBadFields,
-    LineBadCastling,
-    LineBadBoard,
-    LineBadScore,
-    LineBadResult,
-    LineUnjudged,
-    LineVerdictCount,
-};
-
-// Why a line was refused.
-const char* refusal_text(LineVerdict verdict);
 
 // How far scores that are rebuilt from coefficients lie from those of the evaluation.
 struct RebuiltCheck {
@@ -95,10 +72,6 @@ struct Gatherer {
 
 // The most words that a position can take.
 inline constexpr u32 most_position_words = position_words + weight_count;
-
-// Judges a line by its board and its operands alone: LineUsed, or what is wrong with it or keeps it
-// from being trained on. Unless it is a comment or refused, thread holds its position then.
-LineVerdict judge_line(SearchThread* thread, const char* line);
 
 // Makes the target of a raw record out of its score and its result.
 void settle_target(TrainingPosition* position, const TargetRule* rule);
