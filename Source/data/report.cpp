@@ -107,6 +107,18 @@ static size_t character_length(std::string_view text)
     return 0;
 }
 
+bool is_utf8(std::string_view text)
+{
+    while (!text.empty()) {
+        const size_t length = character_length(text);
+        if (length == 0) {
+            return false;
+        }
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
 void append_json_string(std::string* json, std::string_view text)
 {
     json->push_back('"');

@@ -60,5 +60,8 @@ void fail_file(Report* report, std::string_view file, std::string_view what, int
 [[nodiscard]] int finish_report(
     Report* report, const CommonOptions& common, bool is_output_free, std::string_view extra = {});
 
+// Whether text is UTF-8 as a whole (RFC 3629).
+[[nodiscard]] bool is_utf8(std::string_view text);
+
 // Adds text as a string of JSON, quoted. Bytes that are no UTF-8 become U+FFFD.
 void append_json_string(std::string* json, std::string_view text);

@@ -22,6 +22,7 @@ struct CommandWord {
 
 static constexpr CommandWord command_words[] = {
     { "explain", run_explain },
+    { "positions", run_positions },
     { "--version", run_data_version },
     { "--help", run_data_help },
     { "help", run_data_help },
@@ -62,6 +63,7 @@ int run_data_help(Arguments arguments)
          "Words; each has a page of its own: vesk-data WORD --help\n"
          "\n"
          "  explain     why the evaluation judges a position as it does\n"
+         "  positions   lines for training and for test suites: checked, mixed, counted\n"
          "  --version   version, and which packed files can be read\n"
          "\n"
          "For all words: FILES may be - for standard input, and packed as .gz or .zst.\n"

@@ -24,6 +24,8 @@ def existing_tests(tests):
     for folder in ("unit", "tune", "endings"):
         for path in (tests / folder).glob("*.cpp"):
             names.update(map(".".join, UNIT_TEST.findall(path.read_text(encoding="utf-8"))))
+    names.update(f"data.{path.stem.removeprefix('check_')}"
+                 for path in (tests / "data_words").glob("check_*.py"))
     names.update(BUILD_TEST.findall((tests / "CMakeLists.txt").read_text(encoding="utf-8")))
     return names
 

@@ -10,14 +10,14 @@ import re
 # Names behind std::, by header. A name that several headers have stands with each of them.
 STANDARD = {
     "algorithm": "ranges all_of any_of clamp copy copy_if copy_n count count_if equal fill fill_n find find_if "
-                 "includes max max_element min none_of remove_if replace reverse rotate sort transform "
+                 "includes is_sorted max max_element min none_of remove_if replace reverse rotate sort transform "
                  "upper_bound",
     "array": "array size",
     "atomic": "atomic atomic_ref memory_order_acq_rel memory_order_acquire memory_order_relaxed "
               "memory_order_release",
     "bit": "bit_cast bit_ceil bit_floor countl_zero countr_zero popcount",
     "charconv": "from_chars from_chars_result to_chars",
-    "cmath": "abs exp fabs fma fmax fmin isfinite llround log log2 lround pow round sqrt trunc",
+    "cmath": "abs ceil exp fabs fma fmax fmin isfinite llround log log10 log2 lround pow round sqrt trunc",
     "cstdint": "int8_t int16_t int32_t int64_t uint8_t uint16_t uint32_t uint64_t uintptr_t",
     "cstdlib": "abs",
     "deque": "deque",
@@ -46,7 +46,8 @@ STANDARD = {
     "string_view": "string_view",
     "system_error": "errc error_code",
     "thread": "thread",
-    "type_traits": "has_unique_object_representations_v is_trivially_destructible_v",
+    "type_traits": "has_unique_object_representations_v is_trivially_copyable_v "
+                   "is_trivially_destructible_v",
     "utility": "exchange move pair swap",
     "unordered_set": "unordered_set", "vector": "vector",
 }
