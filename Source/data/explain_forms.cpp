@@ -92,6 +92,20 @@ static const char* judge_name(const Explanation& why)
     }
 }
 
+// In words, in the order of their bits.
+static constexpr const char* scale_reason_names[] = { "two bishops against a knight",
+    "no pawns ahead", "rook's pawn with the wrong bishop", "opposite bishops", "no other pieces",
+    "last pawn", "no free path" };
+
+// Calls tell(text) for each reason of the scale.
+template <typename Tell>
+static void tell_scale_reasons(const Explanation& why, Tell tell)
+{
+    for (u64 left = why.scale_reasons; left != 0;) {
+        tell(scale_reason_names[pop_lowest(&left)]);
+    }
+}
+
 static bool is_table(i32 weight)
 {
     return weight >= scalar_weight_count;
@@ -206,6 +220,18 @@ static void append_text(std::string* out, const FormSettings& settings, const An
         return;
     }
     *out += why.table;
+    if (why.scale_reasons != 0) {
+        // The table ends with an empty line.
+        out->pop_back();
+        *out += "hard to win:";
+        const char* mark = " ";
+        tell_scale_reasons(why, [&](const char* reason) {
+            *out += mark;
+            *out += reason;
+            mark = ", ";
+        });
+        *out += "\n\n";
+    }
     append_text_weights(out, settings, why);
 }
 
@@ -265,8 +291,14 @@ static void append_json_terms(
     append_line(out, ",\"phase\":%.9g,\"scale\":%.9g,\"tapered\":%d,", static_cast<f64>(why.phase),
         static_cast<f64>(why.scale), why.tapered);
     append_json_halves(out, "sum", word_difference(why.sum[White], why.sum[Black]));
-    *out += "},\"hung\":[";
+    *out += "},\"hard_to_win\":[";
     const char* comma = "";
+    tell_scale_reasons(why, [&](const char* reason) {
+        append_line(out, "%s\"%s\"", comma, reason);
+        comma = ",";
+    });
+    *out += "],\"hung\":[";
+    comma = "";
     for (u64 hung = why.hung; hung != 0;) {
         append_line(out, "%s\"%s\"", comma, square_name[pop_lowest(&hung)]);
         comma = ",";

@@ -127,6 +127,7 @@ static void explain_score(EvalState* state, bool makes_table, ExplainedPosition*
     why->tapered = work->tapered;
     why->phase = work->phase;
     why->scale = work->scale;
+    why->scale_reasons = scale_reasons(work, work->tapered);
     why->hung = work->hung;
     read_eval_trace(state, why->rows);
     if (makes_table) {

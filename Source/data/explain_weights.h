@@ -29,6 +29,7 @@ struct Explanation {
     i32 tapered = 0;             // of white's sum less black's, centipawns
     f32 phase = 0.0f;            // 0 full material, 1 kings and pawns
     f32 scale = 1.0f;            // what is left of tapered in an ending that is hard to win
+    u32 scale_reasons = 0;       // ScaleReason bits
     u64 pst_flip[2] = {};        // exclusive or of a square to its entry of a table
     u64 hung = 0;                // pieces found hanging, of both sides
     EvalTraceRow rows[eval_trace_rows] = {}; // of the score table

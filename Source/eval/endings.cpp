@@ -207,7 +207,7 @@ static f32 scaled(f32 scale, f64 factor)
 
 // Whether all pawns of strong stand on one rook's file, the enemy king holds its corner, and no
 // bishop of strong is of the corner's colour: nothing can drive him out, however many pawns come.
-static bool is_wrong_rook_pawn(const Position* pos, i32 strong)
+[[gnu::always_inline]] static inline bool is_wrong_rook_pawn(const Position* pos, i32 strong)
 {
     const u64 pawns = pos->bb[strong][Pawn];
     if (pawns == 0 || (pos->piece_count[strong] & (knight_counts | heavy_counts)) != 0) {
@@ -226,34 +226,45 @@ static bool is_wrong_rook_pawn(const Position* pos, i32 strong)
         && (pos->bb[strong][Bishop] & corner_colour) == 0;
 }
 
+// The factor and the reasons for it. A search asks for the factor alone: the compiler drops the
+// rest.
+struct Scaling {
+    f32 factor;
+    u32 reasons; // ScaleReason bits
+};
+
 // The factor of opposite bishops, 1 if they are not there. lead is how many pawns white is ahead.
 // Each bishop holds the squares of its colour and nobody contests them: a pawn or two more do not
 // get through, least of all where no other pieces help.
-static f32 opposite_bishops_scale(const Position* pos, i32 lead)
+static inline Scaling opposite_bishops_scale(const Position* pos, i32 lead)
 {
     const bool one_each = count_of(pos, White, Bishop) == 1 && count_of(pos, Black, Bishop) == 1;
     if (!one_each || pos->phase_mtl[White] != pos->phase_mtl[Black] || lead < -most_opposite_lead
         || lead > most_opposite_lead) {
-        return full_scale;
+        return { full_scale, 0 };
     }
     // One bishop each, but they may still run on the same colour and then they do fight.
     const bool light_white = (pos->bb[White][Bishop] & light_squares) != 0;
     const bool light_black = (pos->bb[Black][Bishop] & light_squares) != 0;
     if (light_white == light_black) {
-        return full_scale;
+        return { full_scale, 0 };
     }
     // Rooks or knights that are left give the side ahead something to attack with.
     const bool is_close = lead >= -close_lead && lead <= close_lead;
     const f32 scale =
         scaled(full_scale, is_close ? close_opposite_bishops : clear_opposite_bishops);
     const bool bishops_only = pos->phase_mtl[White] == minor_points;
-    return bishops_only ? scaled(scale, bare_opposite_bishops) : scale;
+    if (bishops_only) {
+        return { scaled(scale, bare_opposite_bishops),
+            ScaleOppositeBishops | ScaleBareOppositeBishops };
+    }
+    return { scale, ScaleOppositeBishops };
 }
 
 // The side ahead has one or two pawns left, and the enemy a piece that may be given for the last.
 // A minor piece is soon given for it, a rook costs more. A pawn whose path is free will not wait
 // for the sacrifice; without one there is time for it.
-static f32 few_pawns_scale(const EvalWork* work, i32 strong, f32 scale)
+static inline Scaling few_pawns_scale(const EvalWork* work, i32 strong, Scaling scale)
 {
     const Position* pos = work->pos;
     const i32 weak = strong ^ 1;
@@ -266,18 +277,22 @@ static f32 few_pawns_scale(const EvalWork* work, i32 strong, f32 scale)
     }
     if (pawns == 1) {
         const bool minor = (pos->piece_count[weak] & minor_counts) != 0;
-        scale = scaled(scale, minor ? last_pawn_against_minor : last_pawn_against_major);
+        scale.factor =
+            scaled(scale.factor, minor ? last_pawn_against_minor : last_pawn_against_major);
+        scale.reasons |= ScaleLastPawn;
     }
     // Of either number of pawns: without a free path each of them can still be stopped.
     if ((work->free_passers & pos->bb[strong][Pawn]) == 0) {
-        scale = scaled(scale, no_free_pawn);
+        scale.factor = scaled(scale.factor, no_free_pawn);
+        scale.reasons |= ScaleNoFreePawn;
     }
     return scale;
 }
 
 // The conditions go from what decides alone to what adds up. A score of 0 has no side ahead, and
-// only the bishops can be asked about.
-f32 scale_factor(const EvalWork* work, i32 value)
+// only the bishops can be asked about. All of it is compiled into both of its callers, so that the
+// one of the search is as short as if there were no reasons.
+[[gnu::always_inline]] static inline Scaling find_scaling(const EvalWork* work, i32 value)
 {
     const Position* pos = work->pos;
     const i32 white_material = pos->phase_mtl[White];
@@ -285,7 +300,7 @@ f32 scale_factor(const EvalWork* work, i32 value)
     const i32 gap = white_material - black_material;
     if (white_material > most_scaled_material || black_material > most_scaled_material
         || gap > most_scaled_gap || gap < -most_scaled_gap) {
-        return full_scale;
+        return { full_scale, 0 };
     }
     // Whoever is ahead by the terms, not by material: he is the one who has to win.
     const i32 strong = value > 0 ? White : Black;
@@ -294,15 +309,27 @@ f32 scale_factor(const EvalWork* work, i32 value)
         if (count_of(pos, strong, Pawn) == 0) {
             const bool bishops_against_knight = pos->piece_count[strong] == two_bishops
                 && pos->piece_count[strong ^ 1] == one_knight;
-            return bishops_against_knight ? bishops_against_knight_scale : pawnless_scale;
+            return bishops_against_knight
+                ? Scaling { bishops_against_knight_scale, ScaleBishopsAgainstKnight }
+                : Scaling { pawnless_scale, ScalePawnless };
         }
         // The enemy king in front of a rook's pawn goes in and out of the corner, or is stalemated.
         if (is_wrong_rook_pawn(pos, strong)) {
-            return wrong_corner_scale;
+            return { wrong_corner_scale, ScaleWrongCorner };
         }
     }
     // The factors of opposite bishops and of few pawns go on top of each other.
     const i32 lead = count_of(pos, White, Pawn) - count_of(pos, Black, Pawn);
-    const f32 scale = opposite_bishops_scale(pos, lead);
+    const Scaling scale = opposite_bishops_scale(pos, lead);
     return value != 0 ? few_pawns_scale(work, strong, scale) : scale;
+}
+
+f32 scale_factor(const EvalWork* work, i32 value)
+{
+    return find_scaling(work, value).factor;
+}
+
+u32 scale_reasons(const EvalWork* work, i32 value)
+{
+    return find_scaling(work, value).reasons;
 }

@@ -137,6 +137,20 @@ enum class LoneKingRule : u8 {
 // score from the view of side in centipawns, or returns false and leaves it alone.
 [[nodiscard]] bool eval_lone_king(const Position* pos, i32 side, i32* score);
 
+// Why an ending is hard to win; several reasons may come together.
+enum ScaleReason : u32 {
+    ScaleBishopsAgainstKnight = 1, // two bishops without pawns against a knight
+    ScalePawnless = 2,             // the side ahead has no pawns
+    ScaleWrongCorner = 4,          // rook's pawns, and no bishop of their corner's colour
+    ScaleOppositeBishops = 8,      // and at most two pawns between the sides
+    ScaleBareOppositeBishops = 16, // these without other pieces
+    ScaleLastPawn = 32,            // of the side ahead, for which a piece can be given
+    ScaleNoFreePawn = 64,          // none of its last pawns has a free path
+};
+
+// The reasons, ScaleReason bits, for the factor that scale_factor gives.
+[[nodiscard]] u32 scale_reasons(const EvalWork* work, i32 value);
+
 // The factor for endings that are hard to win, 0.05 to 1. value is the score from white's view:
 // its sign alone says who is ahead. Reads free_passers, so the terms must have run.
 f32 scale_factor(const EvalWork* work, i32 value);

@@ -236,6 +236,34 @@ TEST(DataExplain, NameTheRuleThatOverrulesTheTerms)
     EXPECT_EQ(positions[3].why.strong, Black);
 }
 
+TEST(DataExplain, SayWhyAnEndingIsHardToWin)
+{
+    static const struct {
+        const char* fen;
+        u32 reasons;
+        f32 scale;
+    } cases[] = {
+        { "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -", 0, 1.0f },
+        { "8/8/3nk3/8/8/8/8/KBB5 w - -", ScaleBishopsAgainstKnight, 0.75f },
+        { "8/8/3nk3/8/8/8/3R4/K7 w - -", ScalePawnless, 0.15f },
+        { "k7/8/p7/8/8/8/P7/K1B5 w - -", ScaleWrongCorner, 0.05f },
+        { "8/pp3k2/8/3b4/3B4/8/PPP3K1/8 w - -", ScaleOppositeBishops | ScaleBareOppositeBishops,
+            0.4225f },
+        { "r7/pp3k2/8/3b4/3B4/8/PPP3K1/R7 w - -", ScaleOppositeBishops, 0.65f },
+        { "8/4nk2/8/8/8/P7/8/K1N5 w - -", ScaleLastPawn | ScaleNoFreePawn, 0.425f },
+    };
+    for (const auto& one : cases) {
+        const Explanation why = explain({ one.fen })[0].why;
+        EXPECT_EQ(why.scale_reasons, one.reasons) << one.fen;
+        EXPECT_FLOAT_EQ(why.scale, one.scale) << one.fen;
+    }
+    // A reason wherever there is a scale, and nowhere else.
+    for (const ExplainedPosition& position : explain(stored_fens())) {
+        EXPECT_EQ(position.why.scale_reasons != 0, position.why.scale < 1.0f)
+            << fen_of(&position.pos);
+    }
+}
+
 // ---- Forms
 
 TEST(DataExplain, RowsOfCsvHaveTheColumnsOfTheirHead)
