@@ -55,7 +55,8 @@ _vesk_uci()
 }
 
 # vesk-data tells its words and their options itself, so that nothing is said twice: a word begins a
-# line of its page behind two blanks, and so does an option, with what it takes behind it.
+# line of its page behind two blanks, and so does an option, with what it takes behind it in capitals
+# or as words with bars between.
 _vesk_data_page()
 {
     "${COMP_WORDS[0]}" "$@" 2>/dev/null </dev/null
@@ -74,23 +75,30 @@ _vesk_data()
         return
     fi
     while IFS= read -r line; do
-        if [[ $line =~ ^'  '(--[a-z-]+)(' '([^ ]+))? ]]; then
-            offered+=" ${BASH_REMATCH[1]}"
-            if [ "${BASH_REMATCH[1]}" = "$before" ]; then
-                case ${BASH_REMATCH[3]} in
-                    '') ;; # takes nothing
-                    *\|*)
-                        _vesk_words "${BASH_REMATCH[3]//|/ }" "$word"
-                        return
-                        ;;
-                    FILE | PATH | FOLDER)
-                        _vesk_files -f "$word"
-                        return
-                        ;;
-                    *) return ;; # something of one's own
-                esac
-            fi
-        fi
+        [[ $line == '  --'* ]] || continue
+        line=${line#  }
+        # One option, or one that goes with another.
+        while [[ $line =~ ^(--[a-z-]+)(' '([A-Z][^ ]*|[^ ]+\|[^ ]*))?' '?(.*) ]]; do
+            [ "${BASH_REMATCH[1]}" = --version ] || offered+=" ${BASH_REMATCH[1]}"
+            line=${BASH_REMATCH[4]}
+            [ "${BASH_REMATCH[1]}" = "$before" ] || continue
+            case ${BASH_REMATCH[3]} in
+                '') ;; # takes nothing
+                *\|*)
+                    _vesk_words "${BASH_REMATCH[3]//|/ }" "$word"
+                    return
+                    ;;
+                FILE | PATH)
+                    _vesk_files -f "$word"
+                    return
+                    ;;
+                FOLDER)
+                    _vesk_files -d "$word"
+                    return
+                    ;;
+                *) return ;; # something of one's own
+            esac
+        done
     done < <(_vesk_data_page "${COMP_WORDS[1]}" --help; _vesk_data_page --help)
     case $word in
         -*) _vesk_words "$offered --help" "$word" ;;
