@@ -22,6 +22,7 @@ struct CommandWord {
 
 static constexpr CommandWord command_words[] = {
     { "explain", run_explain },
+    { "games", run_games },
     { "positions", run_positions },
     { "--version", run_data_version },
     { "--help", run_data_help },
@@ -63,6 +64,7 @@ int run_data_help(Arguments arguments)
          "Words; each has a page of its own: vesk-data WORD --help\n"
          "\n"
          "  explain     why the evaluation judges a position as it does\n"
+         "  games       PGN of any program for the scanner and the book builder\n"
          "  positions   lines for training and for test suites: checked, mixed, counted\n"
          "  --version   version, and which packed files can be read\n"
          "\n"

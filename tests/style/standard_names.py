@@ -16,7 +16,7 @@ STANDARD = {
     "atomic": "atomic atomic_ref memory_order_acq_rel memory_order_acquire memory_order_relaxed "
               "memory_order_release",
     "bit": "bit_cast bit_ceil bit_floor countl_zero countr_zero popcount",
-    "charconv": "from_chars from_chars_result to_chars",
+    "charconv": "chars_format from_chars from_chars_result to_chars",
     "cmath": "abs ceil exp fabs fma fmax fmin isfinite llround log log10 log2 lround pow round sqrt trunc",
     "cstdint": "int8_t int16_t int32_t int64_t uint8_t uint16_t uint32_t uint64_t uintptr_t",
     "cstdlib": "abs",
