@@ -18,11 +18,11 @@ export class Analyse {
         this.isReviewing = false
         this.draw = limited(() => this.show(), FRAME)
         byId("analysis").onclick = () => (this.isOn ? this.stop() : this.start())
+        byId("limit").addEventListener("change", () => this.fitLimit())
         for (const id of ["lines", "limit", "limit-value"]) {
             byId(id).addEventListener("change", () => this.changed())
         }
         byId("review").onclick = () => (this.isReviewing ? this.stopReview() : this.review())
-        byId("limit").addEventListener("input", () => this.fitLimit())
         this.fitLimit()
     }
 

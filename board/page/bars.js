@@ -7,17 +7,10 @@ export const TERMS = { material: "Material", pawns: "Pawns", knights: "Knights",
     bishops: "Bishops", rooks: "Rooks", queens: "Queens", king: "King", ppawns: "Passed pawns",
     other: "Threats and rest" }
 
-// The rows of a table with the material in a row of its own: { term, white, black, difference }, in
-// centipawns; where the parts are known, whiteParts and blackParts hold what middle game and endgame
-// add.
+// The rows of a table, each with the difference of both sides: { term, white, black, difference,
+// whiteParts, blackParts }, in centipawns; the parts are what middle game and endgame add.
 export function rowsOf(table) {
-    if (!table?.rows?.length) {
-        return []
-    }
-    const material = table.rows.reduce((sum, row) => sum + row.material, 0)
-    const first = { term: "material", white: Math.max(0, material), black: Math.max(0, -material),
-        difference: material, ...(table.material ?? {}) }
-    return [first, ...table.rows.map(row => ({ ...row, difference: row.white - row.black }))]
+    return (table?.rows ?? []).map(row => ({ ...row, difference: row.white - row.black }))
 }
 
 function bar(side, value, parts, scale) {
@@ -43,6 +36,18 @@ function bar(side, value, parts, scale) {
     return box
 }
 
+// What the bars of a row show. Of the material, thousands on both sides, only what one has more.
+function barsOf(row) {
+    if (row.term !== "material") {
+        return row
+    }
+    const parts = row.whiteParts.map((part, half) => part - row.blackParts[half])
+    return row.difference >= 0
+        ? { white: row.difference, whiteParts: parts, black: 0, blackParts: [0, 0] }
+        : { white: 0, whiteParts: [0, 0], black: -row.difference,
+            blackParts: parts.map(part => -part) }
+}
+
 // The element of one row. change is what the last move has made of the difference; ghost the
 // difference to compare with.
 export function rowElement(row, scale, { change, ghost, onclick } = {}) {
@@ -62,9 +67,10 @@ export function rowElement(row, scale, { change, ghost, onclick } = {}) {
         chip.classList.add(row.difference > ghost ? "up" : "down")
         words.push(`${centipawns(row.difference - ghost)} by the taste`)
     }
+    const shown = barsOf(row)
     const bars = h("span", { class: "bars", "aria-hidden": "true" },
-        bar("white", row.white, row.whiteParts, scale),
-        bar("black", row.black, row.blackParts, scale))
+        bar("white", shown.white, shown.whiteParts, scale),
+        bar("black", shown.black, shown.blackParts, scale))
     const parts = [h("span", { class: "term" }, name), bars, difference, chip]
     return onclick ? h("button", { type: "button", class: "term-row", "data-term": row.term,
         "aria-label": words.join("; "), onclick }, parts)
@@ -73,7 +79,7 @@ export function rowElement(row, scale, { change, ghost, onclick } = {}) {
 
 // Centipawns of the longest bar, so that all fit.
 export function scaleOf(...tables) {
-    const values = tables.flat().flatMap(row => [row.white, row.black, row.difference,
+    const values = tables.flat().map(barsOf).flatMap(row => [row.white, row.black,
         ...(row.whiteParts ?? []), ...(row.blackParts ?? [])])
     return Math.max(100, ...values.map(Math.abs))
 }

@@ -32,6 +32,7 @@ class Coordinates extends Extension {
         const { view, state } = this.chessboard
         const names = state.orientation === "w" ? "abcdefgh" : "hgfedcba"
         const size = view.squareWidth
+        view.coordinatesGroup.replaceChildren()
         const put = (text, x, y, shade) => {
             Svg.addElement(view.coordinatesGroup, "text", { class: `coordinate ${shade}`, x, y,
                 "font-size": 0.16 * size }).textContent = text
@@ -72,6 +73,14 @@ export class Board {
             "Chessboard. Arrow keys go from square to square, Enter takes and drops a piece.")
         this.marks = []
         this.shown = ""
+        // The package writes the place of a dragged piece into its text, which the server's policy
+        // forbids.
+        const input = this.view.view.visualMoveInput
+        input.moveDraggablePiece = (x, y) => {
+            const half = this.view.view.squareHeight / 2
+            Object.assign(input.draggablePiece.style, { position: "absolute",
+                pointerEvents: "none", left: `${x - half}px`, top: `${y - half}px` })
+        }
     }
 
     get orientation() {

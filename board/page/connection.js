@@ -28,6 +28,18 @@ export class Connection extends EventTarget {
             this.key = takeKey()
             this.retry()
         })
+        // A page that the browser keeps for the way back needs no engine.
+        addEventListener("pagehide", () => {
+            clearTimeout(this.timer)
+            this.isAway = true
+            this.socket.close()
+        })
+        addEventListener("pageshow", event => {
+            this.isAway = false
+            if (event.persisted) {
+                this.open()
+            }
+        })
         document.addEventListener("visibilitychange", () => document.hidden || this.retry())
     }
 
@@ -40,6 +52,9 @@ export class Connection extends EventTarget {
         this.socket.onmessage = event => this.take(event.data)
         this.socket.onclose = () => {
             this.emit("state", { state: "closed" })
+            if (this.isAway) {
+                return
+            }
             this.timer = setTimeout(() => this.open(), this.wait)
             this.wait = Math.min(2 * this.wait, LONGEST_WAIT)
         }
@@ -59,7 +74,9 @@ export class Connection extends EventTarget {
         } catch {
             return
         }
-        this.emit(message.type, message)
+        if (typeof message?.type === "string") {
+            this.emit(message.type, message)
+        }
     }
 
     emit(type, detail) {

@@ -38,6 +38,8 @@ export class Graph {
     draw() {
         const { game, place } = this
         const count = game.plies.length
+        // Without scores there is nothing to see.
+        place.hidden = !game.plies.some(ply => ply.eval)
         const width = place.clientWidth
         place.setAttribute("aria-valuemax", count)
         place.setAttribute("aria-valuenow", game.ply)

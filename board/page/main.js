@@ -329,7 +329,7 @@ function begin() {
     app.show(PANELS.includes(panel) ? panel : "play")
     app.board.show()
     app.refresh()
-    document.body.dataset.ready = "true"
+    app.loaded = performance.now()      // milliseconds from the first byte asked for
 }
 
 begin()

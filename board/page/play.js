@@ -41,7 +41,9 @@ export class Play {
         byId("with-taste").checked = settings.withTaste
         document.querySelector(`[name=color][value=${settings.color}]`).checked = true
         document.querySelector(`[name=pace][value=${settings.pace}]`).checked = true
-        byId("play-form").addEventListener("input", () => this.read())
+        for (const event of ["input", "change"]) {
+            byId("play-form").addEventListener(event, () => this.read())
+        }
         byId("play-form").addEventListener("submit", event => {
             event.preventDefault()
             this.start()

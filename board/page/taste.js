@@ -147,10 +147,9 @@ export class Taste {
         const scale = scaleOf(rows, rowsOf(plain))
         byId("taste-bars").replaceChildren(...rows.map(row =>
             rowElement(row, scale, { ghost: ghosts[row.term] })))
-        const white = value => (game.turnAt(game.ply) === "w" ? value : -value)
         byId("taste-head").textContent = rows.length
-            ? `The position on the board: ${centipawns(white(table.score))} by this taste, `
-                + `${centipawns(white(plain.score))} by Vesk as it is.`
+            ? `The position on the board: ${centipawns(table.score)} by this taste, `
+                + `${centipawns(plain.score)} by Vesk as it is.`
             : "This position is judged by a rule, whatever the taste."
     }
 
@@ -227,7 +226,7 @@ export class Taste {
         }
         const words = `${name} against ${other}: ${played} of ${games} games, won ${won}, drawn `
             + `${drawn}, lost ${lost}.`
-        byId("match-text").textContent = [name ? words : "", text ?? "",
+        byId("match-text").textContent = [name ? words : "", text ? `${text}.` : "",
             path ? `The games: ${path}` : ""].filter(Boolean).join(" ")
         if (state === "over") {
             say(`The match is over: won ${won}, drawn ${drawn}, lost ${lost}.`)

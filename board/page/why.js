@@ -5,6 +5,8 @@ import { rowElement, rowsOf, scaleOf } from "./bars.js"
 import { featuresOf } from "./features.js"
 import { centipawns } from "./score.js"
 
+const MOST_WEIGHTS = 8  // of a term
+
 export class Why {
     constructor(app) {
         this.app = app
@@ -50,12 +52,12 @@ export class Why {
         if (!table.rows.length) {
             head.replaceChildren(h("p", {}, table.text
                 ? `No table: ${table.text}.`
-                : "This ending is judged by a rule of its own, not by terms."))
+                : `This ending is judged by a rule, not by terms: ${table.rule}, `
+                    + `${centipawns(table.score)}.`))
             byId("phase").hidden = true
             return
         }
-        const white = value => (game.turnAt(game.ply) === "w" ? value : -value)
-        const score = white(table.score)
+        const { score } = table
         const who = score > 0 ? "White" : score < 0 ? "Black" : "nobody"
         const scale = table.scale < 1
             ? ` Of that ${Math.round(100 * table.scale)} % count: this is hard to win.` : ""
@@ -63,7 +65,7 @@ export class Why {
         const text = [h("strong", {}, centipawns(score)),
             ` for ${who}, without any search.${scale}`]
         if (move && before?.rows?.length) {
-            const change = score - (game.turnAt(game.ply - 1) === "w" ? 1 : -1) * before.score
+            const change = score - before.score
             text.push(` The arrows show what ${move.san} changed: ${centipawns(change)} in all.`)
         }
         head.replaceChildren(h("p", {}, ...text))
@@ -87,5 +89,18 @@ export class Why {
         app.board.drawMarks(marks)
         byId("why-legend").textContent = text
             || "Choose a term to see on the board what it looks at."
+        this.showWeights()
+    }
+
+    // The weights that make up the chosen term, the largest first.
+    showWeights() {
+        const weights = (this.table?.weights ?? []).filter(({ term }) => term === this.term)
+            .filter(({ white, black }) => white !== 0 || black !== 0).slice(0, MOST_WEIGHTS)
+        const cells = (tag, texts) => h("tr", {}, ...texts.map(text => h(tag, {}, text)))
+        byId("why-weights").replaceChildren(...(weights.length && this.isShown
+            ? [h("table", { class: "movers" }, cells("th", ["Weight", "White", "Black"]),
+                ...weights.map(({ name, squares, white, black }) => cells("td",
+                    [`${name}${squares.length ? ` ${squares.join(" ")}` : ""}`, centipawns(white),
+                        centipawns(black)])))] : []))
     }
 }

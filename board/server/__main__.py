@@ -1,10 +1,5 @@
-"""The server of the page. scripts/board starts it.
-
-    python3 -m server --programs FOLDER --folder FOLDER [--reports FOLDER] [--port N]
-        [--games N] [--open]
-
-Listens on the loopback address alone, prints the address of the page, and ends by Ctrl-C or TERM
-with all that it has started. Writes to its folder and nowhere else.
+"""Serves Vesk on a page to this machine alone: prints the address of the page, and ends by Ctrl-C
+or TERM with all that it has started. Writes to its folder and nowhere else.
 """
 
 import argparse

@@ -13,13 +13,16 @@ from aiohttp import web
 HOST = "127.0.0.1"
 LOCAL_NAMES = (HOST, "localhost")
 KEY_BYTES = 18
+# The one style that a package writes into an element: "pointer-events: none", of a piece in the hand.
+HELD_PIECE = "sha256-0LPZoaUlRg6skhVDAsOXJDYd0QywFnns8TclTlStHUs="
 
 
 def make_policy(port):
     """What the browser lets the page do: nothing from elsewhere, no script or style within the
     page's text, no frames, no forms."""
     sockets = " ".join(f"ws://{name}:{port}" for name in LOCAL_NAMES)
-    return ("default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data: blob:; "
+    return ("default-src 'none'; script-src 'self'; style-src 'self'; "
+            f"style-src-attr 'unsafe-hashes' '{HELD_PIECE}'; img-src 'self' data: blob:; "
             f"connect-src 'self' {sockets}; manifest-src 'self'; base-uri 'none'; "
             "form-action 'none'; frame-ancestors 'none'")
 

@@ -81,7 +81,8 @@ class Matches:
                 if (found := SUMMARY.match(line)) is not None:
                     played, won, drawn, lost = map(int, found.groups()[:4])
                     self.change(played=played, won=won, drawn=drawn, lost=lost,
-                                text=found[5].strip(), path=str(games))
+                                text=found[5].strip(),
+                                path=f"{self.folder.name}/{games.name}")
             await reader
             status = await self.process.wait()
             (self.folder / f"{games.name}.state").unlink(missing_ok=True)

@@ -22,16 +22,18 @@ class Programs:
     """Where the programs lie that the server starts."""
     engine: pathlib.Path
     console: pathlib.Path
+    data: pathlib.Path
     match: pathlib.Path
     weights: pathlib.Path       # the folder of the tuned weights
 
     @staticmethod
     def find(folder, top):
         """Those of a folder that programs were built in. Raises SetupFault."""
-        engine = folder / "vesk-uci"
-        if not engine.is_file():
-            raise SetupFault(f"{engine} is not there: make builds it")
-        return Programs(engine, folder / "vesk", top / "bench" / "match.py", top / "weights")
+        found = [folder / name for name in ("vesk-uci", "vesk", "vesk-data")]
+        for path in found:
+            if not path.is_file():
+                raise SetupFault(f"{path} is not there: make builds it")
+        return Programs(*found, top / "bench" / "match.py", top / "weights")
 
 
 class Server:

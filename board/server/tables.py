@@ -1,32 +1,68 @@
-"""Score tables: what each term of the evaluation says about a position, for both sides."""
+"""Score tables: what each term of the evaluation says about a position, for both sides, as
+`vesk-data explain` tells it."""
 
 import asyncio
 import collections
-import re
+import json
 
 from .processes import end_process, start_process
-from .words import Refusal
 
-LIMIT = 20.0        # seconds that a table may take
+LIMIT = 20.0        # seconds that a table may take; a few hundredths are usual
+LONGEST = 1 << 18   # bytes of a table; the longest real ones have some 20,000
 MOST_KEPT = 500     # tables; a game is gone through back and forth
 AT_ONCE = 2         # processes
-ROW = re.compile(r"(\w+): +(-?\d+) +(-?\d+) +(-?\d+) +(-?\d+)")
-HUNG = re.compile(r"hung pieces on: +(.*)")
-LAST = re.compile(r"eval= (-?\d+), +phase= (-?[\d.]+), +sf= (-?[\d.]+)")
-TERMS = {"pawns", "knights", "bishops", "rooks", "queens", "king", "ppawns", "other"}
+MOST_WEIGHTS = 60   # of a table that are shown
 
 
-def read_table(text):
-    """The printed table as a record: rows with white's and black's centipawns and what their
-    material differs by; the squares of hanging pieces; the score for the side to move. Without rows
-    where the engine judges by a rule instead."""
-    rows = [{"term": name, "white": int(white), "black": int(black), "material": int(material)}
-            for name, white, black, _, material in ROW.findall(text) if name in TERMS]
-    hung, last = HUNG.search(text), LAST.search(text)
-    table = {"rows": rows, "hung": hung[1].split() if hung else []}
-    if last:
-        table |= {"score": int(last[1]), "phase": float(last[2]), "scale": float(last[3])}
-    return table
+def parts_of(pair, phase):
+    """What middle game and endgame add, in centipawns, by how far the game is."""
+    return [round(pair["mg"] * (1 - phase)), round(pair["eg"] * phase)]
+
+
+def read_row(row, phase):
+    """A term: the centipawns of both sides without material, and their parts."""
+    found = {"term": row["name"]}
+    for side in ("white", "black"):
+        found[side] = row[side]["value"]
+        found[f"{side}Parts"] = parts_of(row[side], phase)
+    return found
+
+
+def read_material(rows, phase):
+    """All material, as a row."""
+    found = {"term": "material"}
+    for side in ("white", "black"):
+        pairs = [row["material"][side] for row in rows if "material" in row]
+        found[side] = sum(pair["value"] for pair in pairs)
+        parts = [parts_of(pair, phase) for pair in pairs]
+        found[f"{side}Parts"] = [sum(part[half] for part in parts) for half in (0, 1)]
+    return found
+
+
+def read_weight(weight, phase):
+    """A weight that acts: its name, the term that it belongs to, what it adds for each side."""
+    sums = {side: sum(parts_of(weight[side], phase)) for side in ("white", "black")}
+    squares = [weight[side]["square"] for side in ("white", "black") if "square" in weight[side]]
+    return {"name": weight["name"], "term": weight["term"], **sums, "squares": squares,
+            "times": [weight[side]["times"] for side in ("white", "black")]}
+
+
+def read_table(answer):
+    """A line of JSON as the page gets it: rows, the squares of hanging pieces, the weights that
+    act, the score for White. Without rows where the engine judges by a rule instead."""
+    if "error" in answer:
+        return {"rows": [], "hung": [], "text": answer["error"]}
+    table = {"rows": [], "hung": answer.get("hung", []), "score": answer["score"]["white"]}
+    rows = answer.get("terms")
+    if not rows:
+        return {**table, "rule": answer["judged_by"]}
+    phase = answer["phase"]
+    weights = [read_weight(weight, phase) for weight in answer["weights"]
+               if not weight["name"].startswith("mtl_")]
+    weights.sort(key=lambda weight: -abs(weight["white"]) - abs(weight["black"]))
+    return {**table, "rows": [read_material(rows, phase), *(read_row(row, phase) for row in rows)],
+            "weights": weights[:MOST_WEIGHTS], "phase": phase, "scale": answer["scale"],
+            "check": answer["check"]}
 
 
 class Tables:
@@ -46,30 +82,26 @@ class Tables:
             return self.kept[key]
         async with self.turn:
             try:
-                table = await asyncio.wait_for(self.ask(fen, taste), LIMIT)
-            except (asyncio.TimeoutError, OSError, Refusal) as fault:
+                answer = await asyncio.wait_for(self.ask(fen, taste), LIMIT)
+                table = read_table(json.loads(answer))
+            except (asyncio.TimeoutError, OSError) as fault:
                 return {"rows": [], "hung": [], "text": str(fault) or "no answer in time"}
+            except (ValueError, KeyError):
+                return {"rows": [], "hung": [], "text": "vesk-data tells something else"}
         self.kept[key] = table
         if len(self.kept) > MOST_KEPT:
             self.kept.popitem(last=False)
         return table
 
     async def ask(self, fen, taste):
-        """Has the engine print the table."""
-        lines = [f"setoption name {name} value {pair[0]},{pair[1]}" for name, pair in taste.items()]
-        lines += [f"position fen {fen}", "eval"]
-        pipe = asyncio.subprocess.PIPE
-        process = await start_process([self.programs.engine], self.folder, stdin=pipe, stdout=pipe,
-                                      stderr=asyncio.subprocess.DEVNULL)
+        """What vesk-data answers, a line."""
+        words = [word for name, pair in taste.items()
+                 for word in ("--set", f"{name}={pair[0]},{pair[1]}")]
+        process = await start_process(
+            [self.programs.data, "explain", "--form", "json", *words, fen], self.folder,
+            stdin=asyncio.subprocess.DEVNULL, stdout=asyncio.subprocess.PIPE,
+            stderr=asyncio.subprocess.DEVNULL, limit=LONGEST)
         try:
-            process.stdin.write(("\n".join(lines) + "\n").encode())
-            text = ""
-            while line := (await process.stdout.readline()).decode(errors="replace"):
-                if line.startswith("info string position:"):
-                    raise Refusal(line[len("info string "):].strip())
-                text += line
-                if line.startswith("eval="):
-                    break
+            return await process.stdout.readline()
         finally:
             await end_process(process)
-        return read_table(text)

@@ -109,7 +109,8 @@ class Guard(ServerTest):
         self.assertEqual((status, headers["Content-Encoding"], body[:2]), (200, "gzip", b"\x1f\x8b"))
         policy = headers["Content-Security-Policy"]
         self.assertIn("default-src 'none'; script-src 'self'; style-src 'self'", policy)
-        self.assertNotIn("unsafe", policy)
+        self.assertNotIn("unsafe-inline", policy)
+        self.assertNotIn("unsafe-eval", policy)
         self.assertIn("frame-ancestors 'none'", policy)
         self.assertEqual(headers["X-Content-Type-Options"], "nosniff")
         tag = headers["ETag"]
@@ -325,10 +326,22 @@ class Tables(ServerTest):
             table = await page.hear("explained")
             self.assertEqual(table["id"], 5)
             self.assertEqual([row["term"] for row in table["rows"]],
-                             ["pawns", "knights", "bishops", "rooks", "queens", "king", "ppawns",
-                              "other"])
-            self.assertEqual({(row["white"], row["black"]) for row in table["rows"][:7]},
-                             {(row["white"], row["white"]) for row in table["rows"][:7]})
+                             ["material", "pawns", "knights", "bishops", "rooks", "queens", "king",
+                              "ppawns", "other"])
+            for row in table["rows"][:8]:
+                self.assertEqual(row["white"], row["black"], row)
+            total = sum(row["white"] - row["black"] for row in table["rows"])
+            self.assertEqual(total, table["score"])
+            self.assertIn("stm_bonus", [weight["name"] for weight in table["weights"]])
+
+    async def test_middle_game_and_endgame_add_up(self):
+        async with open_page(self.server) as page:
+            await page.say("explain", id=1, fen="2r3k1/pp3ppp/8/8/3N4/8/PP3PPP/2R3K1 w - - 0 1")
+            table = await page.hear("explained")
+            self.assertTrue(0 < table["phase"] < 1)
+            for row in table["rows"]:
+                for side in ("white", "black"):
+                    self.assertAlmostEqual(row[side], sum(row[f"{side}Parts"]), delta=5)
 
     async def test_hanging_pieces_are_named(self):
         async with open_page(self.server) as page:
@@ -342,13 +355,21 @@ class Tables(ServerTest):
             plain = await page.hear("explained")
             await page.say("explain", id=2, fen=fen, taste={"Activity_Bishop": [200, 200]})
             other = await page.hear("explained")
-            self.assertNotEqual(plain["rows"][2], other["rows"][2])
-            self.assertEqual(plain["rows"][0], other["rows"][0])
+            self.assertNotEqual(plain["rows"][3], other["rows"][3])
+            self.assertEqual(plain["rows"][1], other["rows"][1])
 
     async def test_an_ending_that_a_rule_judges_has_no_rows(self):
         async with open_page(self.server) as page:
             await page.say("explain", id=1, fen="4k3/8/8/8/8/8/8/4K3 w - - 0 1")
-            self.assertEqual((await page.hear("explained"))["rows"], [])
+            table = await page.hear("explained")
+            self.assertEqual((table["rows"], table["rule"]), ([], "drawn material"))
+
+    async def test_a_position_that_cannot_be_has_a_reason(self):
+        async with open_page(self.server) as page:
+            await page.say("explain", id=1, fen="8/8/8/8/8/8/8/8 w - - 0 1")
+            table = await page.hear("explained")
+            self.assertEqual((table["rows"], table["text"]),
+                             ([], "each side needs exactly one king"))
 
 
 class Tastes(ServerTest):
@@ -381,7 +402,7 @@ class Tastes(ServerTest):
                 state = await page.hear("match")
             self.assertEqual((state["state"], state["played"]), ("over", 2), state)
             self.assertEqual(state["won"] + state["drawn"] + state["lost"], 2)
-            games = pathlib.Path(state["path"]).read_text()
+            games = (self.server.folder / state["path"]).read_text()
             self.assertEqual(games.count("[Event "), 2)
             await page.say("match", **words)
             await page.say("stop_match")
