@@ -240,6 +240,54 @@ void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, 
     }
 }
 
+// The squares from which other pieces of the mover's kind can legally go to the same square.
+static u64 find_legal_twins(Position* pos, Move move)
+{
+    MoveEntry moves[max_list_moves];
+    const MoveEntry* end = gen_moves_into(pos, moves);
+    const i32 moved = pos->board[from_square(move)];
+    u64 twins = 0;
+    for (const MoveEntry* entry = moves; entry < end; ++entry) {
+        if (to_square(entry->move) == to_square(move) && entry->moved == moved
+            && from_square(entry->move) != from_square(move)
+            && is_legal_move(pos, pos->stm, entry->move)) {
+            twins |= bit(from_square(entry->move));
+        }
+    }
+    return twins;
+}
+
+// A piece that is not alone in reaching its square is named by its file, if two stand on that by
+// its rank, and if need be by both.
+void make_standard_san(Position* pos, Move move, char* out)
+{
+    char coord[form_size];
+    char san[form_size];
+    char by_file[form_size];
+    char by_rank[form_size];
+    make_san(pos, move, coord, san, by_file, by_rank);
+    const i32 from = from_square(move);
+    if (san[0] == 'o') {
+        for (char* c = san; *c != '\0'; ++c) {
+            *c = static_cast<char>(toupper(static_cast<u8>(*c)));
+        }
+    }
+    const bool is_piece = type_of(pos->board[from]) != Pawn && san[0] != 'O';
+    const u64 twins = is_piece ? find_legal_twins(pos, move) : 0;
+    if (twins == 0) {
+        copy_text(out, form_size, san);
+    } else if ((twins & (file_a << file_of(from))) == 0) {
+        copy_text(out, form_size, by_file);
+    } else if ((twins & (first_rank << (8 * rank_of(from)))) == 0) {
+        copy_text(out, form_size, by_rank);
+    } else {
+        // The letter, the square, and the rest of the form by file.
+        out[0] = by_file[0];
+        copy_text(out + 1, form_size - 1, square_name[from]);
+        copy_text(out + 3, form_size - 3, by_file + 2);
+    }
+}
+
 // ---- Text as moves
 
 // Ends a text at the first c, if it has one.

@@ -20,6 +20,10 @@ char* move_text_or_null(Move move, char* out);
 // forms carry it.
 void make_san(Position* pos, Move move, char* coord, char* san, char* san_file, char* san_rank);
 
+// The move in standard algebraic notation, but for a mate, which has the mark of a check. out holds
+// at least 16 bytes. The move is legal and not made yet.
+void make_standard_san(Position* pos, Move move, char* out);
+
 // Finds the legal move of pos that text stands for. Changes text, which must have room for one more
 // character. Returns the number of moves that fit: at 1 the move is stored. Leaves the lists of
 // pos->thread alone.

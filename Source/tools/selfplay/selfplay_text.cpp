@@ -14,57 +14,10 @@
 #include "tools/training_line.h"
 
 static constexpr size_t line_length = 80;
-static constexpr i32 form_size = 16;
 // Won positions teach an evaluation little: that they are won shows in any score.
 static constexpr i32 largest_line_score = 2000;
 
-// ---- Moves
-
-// The squares from which other pieces of the mover's kind can go to the same square.
-static u64 twins_of(Position* pos, Move move)
-{
-    MoveEntry moves[max_list_moves];
-    const MoveEntry* end = gen_moves_into(pos, moves);
-    const i32 moved = pos->board[from_square(move)];
-    u64 twins = 0;
-    for (const MoveEntry* entry = moves; entry < end; ++entry) {
-        if (to_square(entry->move) == to_square(move) && entry->moved == moved
-            && from_square(entry->move) != from_square(move)
-            && is_legal_move(pos, pos->stm, entry->move)) {
-            twins |= bit(from_square(entry->move));
-        }
-    }
-    return twins;
-}
-
-// A piece that is not alone in reaching its square is named by its file, if two stand on that by
-// its rank, and if need be by both.
-static void write_move(Position* pos, Move move, char* out)
-{
-    char coord[form_size];
-    char san[form_size];
-    char by_file[form_size];
-    char by_rank[form_size];
-    make_san(pos, move, coord, san, by_file, by_rank);
-    const i32 from = from_square(move);
-    if (san[0] == 'o') {
-        for (char* c = san; *c != '\0'; ++c) {
-            *c = static_cast<char>(toupper(static_cast<u8>(*c)));
-        }
-    }
-    const bool is_piece = type_of(pos->board[from]) != Pawn && san[0] != 'O';
-    const u64 twins = is_piece ? twins_of(pos, move) : 0;
-    if (twins == 0) {
-        snprintf(out, form_size, "%s", san);
-    } else if ((twins & (file_a << file_of(from))) == 0) {
-        snprintf(out, form_size, "%s", by_file);
-    } else if ((twins & (0xffULL << (8 * rank_of(from)))) == 0) {
-        snprintf(out, form_size, "%s", by_rank);
-    } else {
-        // The letter, the square, and the rest of the form by file.
-        snprintf(out, form_size, "%c%s%s", by_file[0], square_name[from], by_file + 2);
-    }
-}
+// ---- Comments
 
 // The score in pawns, of a mate the moves that it takes. The word for a drawn move is the one that
 // match programs write, and by which the scanner knows a move that nobody has thought about.
@@ -150,7 +103,7 @@ void write_selfplay_game(
                 pos->stm == White ? "" : "..");
         }
         const size_t used = strlen(text);
-        write_move(pos, move->move, text + used);
+        make_standard_san(pos, move->move, text + used);
         const size_t moved = strlen(text);
         write_comment(move, text + moved, sizeof text - moved);
         add_word(out, &line_start, text);
