@@ -95,33 +95,30 @@ u64 book_key(const Position* pos)
     return next_book_key(pos, &board);
 }
 
-// Reads a number of so many bytes, the highest first; false at the end of the file.
-static bool read_number(FILE* file, i32 bytes, u64* value)
+// The number that stands in so many bytes, the highest first.
+static u64 take_number(const u8* bytes, i32 count)
 {
     u64 number = 0;
-    for (i32 i = 0; i < bytes; ++i) {
-        const int c = getc(file);
-        if (c == EOF) {
-            return false;
-        }
-        number = number << 8 | static_cast<u64>(c);
+    for (i32 i = 0; i < count; ++i) {
+        number = number << 8 | bytes[i];
     }
-    *value = number;
-    return true;
+    return number;
+}
+
+BookEntry decode_book_entry(const u8* bytes)
+{
+    return { take_number(bytes, 8), static_cast<u16>(take_number(bytes + 8, 2)),
+        static_cast<u16>(take_number(bytes + 10, 2)),
+        static_cast<u32>(take_number(bytes + 12, 4)) };
 }
 
 i32 read_book_entry(FILE* file, BookEntry* entry)
 {
-    u64 move;
-    u64 weight;
-    u64 learn;
-    if (!read_number(file, 8, &entry->key) || !read_number(file, 2, &move)
-        || !read_number(file, 2, &weight) || !read_number(file, 4, &learn)) {
+    u8 bytes[sizeof(BookEntry)];
+    if (fread(bytes, 1, sizeof bytes, file) != sizeof bytes) {
         return 1;
     }
-    entry->move = static_cast<u16>(move);
-    entry->weight = static_cast<u16>(weight);
-    entry->learn = static_cast<u32>(learn);
+    *entry = decode_book_entry(bytes);
     return 0;
 }
 

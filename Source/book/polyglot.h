@@ -1,5 +1,6 @@
 // The Polyglot format: the key of a position, the records of a file, the code of a move, the order
-// of records and the choice among those of one position. Private to this folder.
+// of records and the choice among those of one position. For this folder, and for what looks into
+// books without playing from them.
 #pragma once
 
 #include <cstdio>
@@ -27,9 +28,16 @@ struct BookBoard {
 // no move does.
 u64 next_book_key(const Position* pos, BookBoard* board);
 
+// The fields of the 16 bytes at bytes.
+[[nodiscard]] BookEntry decode_book_entry(const u8* bytes);
+
 // Reads the next 16 bytes of file. Returns 0, or 1 at the end of the file, also within a record;
 // then entry holds nothing of use.
 [[nodiscard]] i32 read_book_entry(FILE* file, BookEntry* entry);
+
+// Fills entries, which has room for max_book_entries, with the records of key in the order of an
+// open file and returns their number. A file that is not sorted finds less.
+[[nodiscard]] i32 find_book_entries(FILE* file, u64 key, BookEntry* entries);
 
 // Writes entry as 16 bytes. Returns 0, or 1 if the file does not take them.
 i32 write_book_entry(FILE* file, const BookEntry* entry);
@@ -48,6 +56,9 @@ int book_entry_compare(const void* a, const void* b);
 // Returns the sum of adjusted, or 0 if all weights are 0; then adjusted is not written.
 u32 adjust_book_weights(const BookEntry* entries, i32 count, i32 variety, u16* adjusted);
 
-// The index of the entry that a draw from 0 to 999 chooses; one of weight 0 never is, so there
+// A choice is drawn by a number from 0 to one less than this.
+inline constexpr u32 book_draw_limit = 1000;
+
+// The index of the entry that such a draw chooses; one of weight 0 never is, so there
 // must be another.
 i32 choose_book_entry(const BookEntry* entries, i32 count, const u16* adjusted, u32 sum, u32 draw);

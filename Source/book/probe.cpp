@@ -23,7 +23,6 @@ static constexpr i32 weight_scale = 10000; // adjusted weights are ten-thousandt
 // thousandths of the sum of adjusted weights.
 static constexpr u32 draw_factor = 98765;
 static constexpr u32 draw_offset = 123456789;
-static constexpr u32 draw_limit = 1000;
 static constexpr f64 draw_step = 0.001;
 
 // ---- Reading
@@ -68,13 +67,8 @@ static i64 find_first_record(FILE* file, u64 key, BookEntry* found)
     return found->key == key ? high : -1;
 }
 
-// Fills entries with the records of key in the order of the file and returns their number.
-static i32 read_entries(const char* file_name, u64 key, BookEntry* entries)
+i32 find_book_entries(FILE* file, u64 key, BookEntry* entries)
 {
-    FILE* file = open_regular_file(file_name);
-    if (file == nullptr) {
-        return 0;
-    }
     // The first record is there already; the others follow it without a gap.
     i32 count = 0;
     const i64 first = find_first_record(file, key, &entries[0]);
@@ -87,7 +81,6 @@ static i32 read_entries(const char* file_name, u64 key, BookEntry* entries)
             }
         }
     }
-    fclose(file);
     return count;
 }
 
@@ -140,7 +133,7 @@ i32 choose_book_entry(const BookEntry* entries, i32 count, const u16* adjusted, 
 // rand is seeded once at start-up. The main thread alone draws.
 static u32 draw_number()
 {
-    return (static_cast<u32>(rand()) * draw_factor + draw_offset) % draw_limit;
+    return (static_cast<u32>(rand()) * draw_factor + draw_offset) % book_draw_limit;
 }
 
 // ---- The probe
@@ -158,7 +151,12 @@ void book_probe(Position* pos, const char* file_name, i32 variety, BookChoice* c
     if (file_name[0] == '\0') {
         return;
     }
-    const i32 count = read_entries(file_name, book_key(pos), choice->entries);
+    FILE* file = open_regular_file(file_name);
+    if (file == nullptr) {
+        return;
+    }
+    const i32 count = find_book_entries(file, book_key(pos), choice->entries);
+    fclose(file);
     if (count == 0) {
         return;
     }

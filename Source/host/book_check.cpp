@@ -7,19 +7,8 @@
 #include <sys/stat.h>
 
 #include "base/files.h"
-
-static constexpr size_t record_size = 16;
-static constexpr size_t key_size = 8;                // at the start of a record
-static constexpr u64 start_key = 0x463b96181691fc9c; // of the position before the first move
-
-static u64 key_of(const u8* record)
-{
-    u64 key = 0;
-    for (size_t i = 0; i < key_size; ++i) {
-        key = key << 8 | record[i];
-    }
-    return key;
-}
+#include "book/polyglot.h"
+#include "book/scan.h"
 
 BookCheck check_book(const char* path)
 {
@@ -39,18 +28,15 @@ BookCheck check_book(const char* path)
         check.error = errno != 0 ? errno : EIO;
         return check;
     }
-    u8 record[record_size];
-    u64 last = 0;
-    while (fread(record, 1, sizeof record, file) == sizeof record) {
-        const u64 key = key_of(record);
-        ++check.records;
-        check.positions += check.records == 1 || key != last ? 1 : 0;
-        if (key < last && check.first_unsorted == 0) {
-            check.first_unsorted = check.records;
-        }
-        check.start_position |= key == start_key;
-        last = key;
+    BookScan scan = {};
+    BookEntry entry;
+    while (read_book_entry(file, &entry) == 0) {
+        scan_book_entry(&scan, entry);
     }
+    check.records = scan.records;
+    check.positions = scan.positions;
+    check.first_unsorted = scan.first_unsorted;
+    check.start_position = scan.start_position;
     check.error = ferror(file) != 0 ? EIO : 0;
     fclose(file);
     return check;
