@@ -44,10 +44,9 @@ static void print_safely(std::string_view text)
     }
 }
 
-void refuse_item(Report* report, std::string_view file, const Refusal& refusal)
+// Tells of a refusal unless enough have been told.
+static void tell_item(Report* report, std::string_view file, const Refusal& refusal)
 {
-    ++report->refused;
-    add_count(report, "refused", refusal.reason);
     if (report->told == report->max_messages) {
         return;
     }
@@ -58,6 +57,9 @@ void refuse_item(Report* report, std::string_view file, const Refusal& refusal)
         fprintf(stderr, ":%lld", static_cast<long long>(refusal.line));
     }
     fputs(": ", stderr);
+    if (refusal.entry > 0) {
+        fprintf(stderr, "entry %lld: ", static_cast<long long>(refusal.entry));
+    }
     print_safely(refusal.reason);
     if (!refusal.detail.empty()) {
         fputs(": ", stderr);
@@ -67,6 +69,19 @@ void refuse_item(Report* report, std::string_view file, const Refusal& refusal)
     if (report->told == report->max_messages && report->max_messages > 0) {
         fputs("what else is refused is only counted; --max-messages tells more\n", stderr);
     }
+}
+
+void refuse_item(Report* report, std::string_view file, const Refusal& refusal)
+{
+    ++report->refused;
+    add_count(report, "refused", refusal.reason);
+    tell_item(report, file, refusal);
+}
+
+void note_item(Report* report, std::string_view file, const Refusal& refusal)
+{
+    add_count(report, "noted", refusal.reason);
+    tell_item(report, file, refusal);
 }
 
 void fail_file(Report* report, std::string_view file, std::string_view what, int error)

@@ -15,6 +15,7 @@ struct Refusal {
     i64 line = 0;       // in its file, the first is 1; 0 where lines mean nothing
     std::string reason; // a short class of refusals, counted as one: "no such move"
     std::string detail; // what of this one, may be empty: "Nf9"
+    i64 entry = 0;      // in a file of records, the first is 1; 0 where there are lines
 };
 
 // A line of the closing table.
@@ -47,8 +48,13 @@ struct Report {
 void add_count(Report* report, std::string_view group, std::string_view name, i64 value = 1);
 
 // Counts a refusal by its reason in the group "refused", and tells of it on standard error as
-// "FILE:LINE: REASON: DETAIL" unless enough have been told.
+// "FILE:LINE: REASON: DETAIL", or "FILE: entry ENTRY: REASON: DETAIL", unless enough have been
+// told.
 void refuse_item(Report* report, std::string_view file, const Refusal& refusal);
+
+// The same for what is used all the same and only worth knowing: counted in the group "noted", and
+// no reason for the status to be 1.
+void note_item(Report* report, std::string_view file, const Refusal& refusal);
 
 // Counts and tells of a file that cannot be read or written; error is an errno, or 0 where what
 // says it all.

@@ -4,12 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <type_traits>
 #include <unistd.h>
 #include <utility>
+
+#include "data/nameless.h"
 
 static_assert(std::is_trivially_copyable_v<LineFacts>);
 
@@ -33,21 +33,6 @@ void start_scratch(Scratch* scratch, const ScratchPlace& place, size_t buckets)
 }
 
 // ---- The file
-
-// The name is taken away at once. Where the file system has none without a name, one is made first.
-static int open_nameless(const std::string& folder)
-{
-    const int descriptor = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (descriptor >= 0) {
-        return descriptor;
-    }
-    std::string name = folder + "/vesk-data-XXXXXX";
-    const int named = mkostemp(name.data(), O_CLOEXEC);
-    if (named >= 0) {
-        unlink(name.c_str());
-    }
-    return named;
-}
 
 static bool fail(Scratch* scratch, int error)
 {

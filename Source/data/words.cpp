@@ -21,6 +21,7 @@ struct CommandWord {
 };
 
 static constexpr CommandWord command_words[] = {
+    { "book", run_book },
     { "explain", run_explain },
     { "games", run_games },
     { "positions", run_positions },
@@ -63,6 +64,7 @@ int run_data_help(Arguments arguments)
          "\n"
          "Words; each has a page of its own: vesk-data WORD --help\n"
          "\n"
+         "  book        opening books: check, dump, play, diff, merge, prune\n"
          "  explain     why the evaluation judges a position as it does\n"
          "  games       PGN of any program for the scanner and the book builder\n"
          "  positions   lines for training and for test suites: checked, mixed, counted\n"

@@ -10,7 +10,7 @@ import re
 # Names behind std::, by header. A name that several headers have stands with each of them.
 STANDARD = {
     "algorithm": "ranges all_of any_of clamp copy copy_if copy_n count count_if equal fill fill_n find find_if "
-                 "includes is_sorted max max_element min none_of remove_if replace reverse rotate sort transform "
+                 "includes is_sorted lower_bound max max_element min none_of remove_if replace reverse rotate sort stable_sort transform "
                  "upper_bound",
     "array": "array size",
     "atomic": "atomic atomic_ref memory_order_acq_rel memory_order_acquire memory_order_relaxed "
@@ -38,18 +38,19 @@ STANDARD = {
     "new": "nothrow",
     "numeric": "accumulate",
     "optional": "nullopt optional",
+    "queue": "priority_queue",
     "regex": "regex regex_match regex_search smatch",
     "set": "set",
     "span": "span",
     "sstream": "istringstream ostringstream stringstream",
-    "string": "erase_if getline stod stoi stoull string to_string",
+    "string": "erase erase_if getline stod stoi stoull string to_string",
     "string_view": "string_view",
     "system_error": "errc error_code",
     "thread": "thread",
     "type_traits": "has_unique_object_representations_v is_trivially_copyable_v "
                    "is_trivially_destructible_v",
     "utility": "exchange move pair swap",
-    "unordered_set": "unordered_set", "vector": "vector",
+    "unordered_set": "unordered_set", "vector": "erase erase_if vector",
 }
 
 # Functions, types and variables without std::, by header.
