@@ -20,8 +20,7 @@ export class Play {
         this.clock = new Clock(side => this.fall(side))
         this.job = null
         this.fill()
-        app.engine.addEventListener("state", ({ detail }) =>
-            detail.state === "ready" && this.fitElo())
+        app.engine.addEventListener("state", ({ detail }) => this.takeState(detail.state))
         // Reloading a page must not give time away, nor take it.
         addEventListener("pagehide", () => { this.clock.count(); app.save() })
     }
@@ -55,11 +54,20 @@ export class Play {
         this.read()
     }
 
-    fitElo() {
-        const [low, high] = this.app.engine.elo
-        byId("elo").min = low
-        byId("elo").max = high
-        this.read()
+    // The range of strengths is the engine's. While it is away nobody's clock runs.
+    takeState(state) {
+        if (state === "ready") {
+            const [low, high] = this.app.engine.elo
+            byId("elo").min = low
+            byId("elo").max = high
+            this.read()
+        }
+        if (this.isOn && state === "ready") {
+            const { game } = this.app
+            this.clock.run(game.turnAt(game.plies.length))
+        } else if (this.isOn) {
+            this.clock.halt()
+        }
     }
 
     read() {

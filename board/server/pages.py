@@ -30,6 +30,7 @@ def find_files(page, packages):
                       for path in (top / folder).rglob("*")
                       if path.suffix in TYPES and path.is_file()}
     found["/"] = found["/index.html"]
+    found["/favicon.ico"] = found["/icon.svg"]      # asked for without being named
     return found
 
 

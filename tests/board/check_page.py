@@ -54,9 +54,8 @@ class PageTest(unittest.TestCase):
 
     def setUp(self):
         self.page.resize(1280, 900)
-        self.page.open(self.server.address)
-        self.page.ask("(localStorage.clear(), sessionStorage.clear(), "
-                      "window.vesk.save = () => {})")
+        self.page.driver.get(f"http://{self.server.host}/icon.svg")
+        self.page.ask("(localStorage.clear(), sessionStorage.clear())")
         self.page.open(self.server.address)
 
     def tearDown(self):
@@ -128,6 +127,15 @@ class Playing(PageTest):
         self.assertRegex(page.text("#clock-w"), r"^[45]:\d\d")
         first = page.text("#clock-b")
         page.until(lambda: page.text("#clock-b") != first, "my clock runs")
+        self.server.stop()
+        page.until(lambda: not page.text("#connection").startswith("Vesk"), "the page notices")
+        away = page.text("#clock-b")
+        time.sleep(1)
+        self.assertEqual(page.text("#clock-b"), away, "time runs while the engine is away")
+        self.server.start()
+        page.wait_ready()
+        page.until(lambda: page.text("#clock-b") != away, "my clock runs again")
+        page.complaints()   # of the server that was away
         before = page.moves()
         page.driver.refresh()
         page.wait_ready()
