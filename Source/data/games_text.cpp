@@ -307,9 +307,9 @@ static void skip_variation(GameReading* reading)
 
 // ---- Words
 
-enum CharacterKind : u8 { OfWord, Space, LineFeed, Mark, Quality };
+enum TextKind : u8 { OfWord, Space, LineFeed, Mark, Quality };
 static constexpr auto character_kinds = [] {
-    std::array<CharacterKind, 256> kinds {};
+    std::array<TextKind, 256> kinds {};
     for (size_t c = 0; c < 256; ++c) {
         const char text = static_cast<char>(c);
         const bool is_mark = std::string_view("{}()[]<>;$\"").find(text) != std::string_view::npos;
@@ -322,7 +322,7 @@ static constexpr auto character_kinds = [] {
     return kinds;
 }();
 
-static CharacterKind kind_of(char c)
+static TextKind kind_of(char c)
 {
     return character_kinds[static_cast<u8>(c)];
 }

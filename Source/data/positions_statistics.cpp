@@ -47,7 +47,10 @@ static void append_list(std::string* json, const char* name, std::span<const i64
 {
     *json += std::string(",\"") + name + "\":[";
     for (const i64 count : counts) {
-        *json += (json->back() == '[' ? "" : ",") + std::to_string(count);
+        if (json->back() != '[') {
+            *json += ',';
+        }
+        *json += std::to_string(count);
     }
     *json += ']';
 }
