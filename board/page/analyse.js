@@ -6,6 +6,9 @@ import { markOf, scoreText, whiteView } from "./score.js"
 
 const FRAME = 50        // milliseconds between two redraws
 const SHOWN_MOVES = 14
+const FEW_MOVES = 4     // of each, where there are many lines
+const MANY = 12
+const MOST_LINES = 255
 const short = new Intl.NumberFormat("en", { notation: "compact", maximumFractionDigits: 1 })
 
 export class Analyse {
@@ -13,6 +16,7 @@ export class Analyse {
         this.app = app
         this.job = null
         this.lines = []
+        this.texts = new Map()      // of lines that were written out already
         this.ply = 0
         this.isOn = false           // goes on with the position that is looked at
         this.isReviewing = false
@@ -64,6 +68,7 @@ export class Analyse {
         this.job?.cancel()
         this.job = null
         this.lines = []
+        this.texts.clear()
         const { game } = this.app
         this.ply = game.ply
         if (this.isOn) {
@@ -79,7 +84,8 @@ export class Analyse {
         if (game.legalMoves().length === 0) {
             return
         }
-        const count = Math.max(1, Math.min(10, Number(byId("lines").value) || 1))
+        const wanted = Math.floor(Number(byId("lines").value)) || 1
+        const count = Math.max(1, Math.min(MOST_LINES, wanted))
         const job = app.engine.search({ fen: game.start,
             moves: game.plies.slice(0, ply).map(one => one.uci), limits: this.limits(),
             lines: count, elo: null, taste: app.play.settings.withTaste ? app.taste.values() : {},
@@ -107,7 +113,7 @@ export class Analyse {
             const value = whiteView(line, turn)
             return h("li", {}, h("b", { class: value.won < 0 || value.cp < 0 ? "behind" : "ahead" },
                 scoreText(value)),
-            h("span", {}, game.lineText(ply, line.pv ?? [], SHOWN_MOVES)))
+            h("span", {}, this.textOf(line.pv ?? [])))
         })
         list.replaceChildren(...rows)
         const first = this.lines[0]
@@ -127,6 +133,16 @@ export class Analyse {
         if (this.isOn) {
             app.board.drawArrows(byId("arrows").checked ? this.arrows() : [])
         }
+    }
+
+    // A line as people write it. Most lines are the same from one redraw to the next.
+    textOf(moves) {
+        const shown = moves.slice(0, this.lines.length > MANY ? FEW_MOVES : SHOWN_MOVES)
+        const key = shown.join(" ")
+        if (!this.texts.has(key)) {
+            this.texts.set(key, this.app.game.lineText(this.ply, shown, shown.length))
+        }
+        return this.texts.get(key)
     }
 
     arrows() {

@@ -9,7 +9,7 @@ import re
 
 LONGEST_MESSAGE = 1 << 16   # bytes of one message; a game of 600 moves has some 6,000
 MOST_PLIES = 3000           # half-moves of a game
-MOST_LINES = 10             # of an analysis
+MOST_LINES = 255            # of an analysis, as many as the engine gives
 LONGEST_THINK = 3600 * 1000     # milliseconds of one search that has a limit
 TASTE_NAMES = (
     "Mtl_Pawn", "Mtl_Knight", "Mtl_Bishop", "Mtl_Rook", "Mtl_Queen",

@@ -206,6 +206,12 @@ class Analysing(PageTest):
         runs = page.ask("window.vesk.analyse.draw.runs") - runs
         self.assertLessEqual(runs, MOST_REDRAWS * (time.monotonic() - begun) + 1)
         self.assertRegex(page.text("#nodes"), r"^\d")
+        page.type("#lines", "255" + Keys.TAB)
+        page.until(lambda: len(page.all("#analysis-lines li")) == 20, "each move has a line")
+        begun, runs = time.monotonic(), page.ask("window.vesk.analyse.draw.runs")
+        time.sleep(1)
+        runs = page.ask("window.vesk.analyse.draw.runs") - runs
+        self.assertLessEqual(runs, MOST_REDRAWS * (time.monotonic() - begun) + 1)
         page.move("d4")
         page.until(lambda: page.text("#analysis-lines li span").startswith("1…"),
                    "it follows the board")

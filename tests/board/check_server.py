@@ -181,7 +181,7 @@ class Messages(ServerTest):
                   {"fen": START, "moves": 4000 * ["e2e4"]}, {"fen": START, "moves": [["e2e4"]]},
                   {"fen": START, "limits": {"infinite": 1}}, {"fen": START, "limits": {"depth": "9"}},
                   {"fen": START, "limits": {"movetime": 1e99}}, {"fen": START, "limits": {"depth": True}},
-                  {"fen": START, "limits": []}, {"fen": START, "lines": 99}, {"fen": START, "elo": -1},
+                  {"fen": START, "limits": []}, {"fen": START, "lines": 256}, {"fen": START, "elo": -1},
                   {"fen": START, "taste": {"Hash": [100, 100]}},
                   {"fen": START, "taste": {"Threats": [100, 1000]}},
                   {"fen": START, "taste": {"Threats": ["100", "1"]}}, {"fen": START, "id": "1"}]
