@@ -24,7 +24,6 @@ static constexpr i32 max_pawn_tables = 256;
 
 static constexpr i32 hash_bits = 10;
 static constexpr i32 bucket_size = 5; // slots for keys of the same hash_bits highest bits
-static constexpr i32 path_size = 256; // a file's path with its NUL; longer ones are not opened
 
 // The key is atomic because a worker may forget a table while others look tables up. The entry is
 // not: it changes in tb_init alone. So a slot once taken stays taken, forgotten or not.
@@ -221,34 +220,36 @@ static TbEntry* new_entry(bool has_pawns)
     return &tb_pieces[tb_piece_count++].head;
 }
 
-// The pool's records are used again by the next tb_init, so every field is set that the last use
-// may have left behind; the sections' decoding records have been freed by then.
-void tb_add_table(const char* name)
+void tb_set_material(TbEntry* entry, const char* name)
 {
     u8 count[tb_code_count] = {};
     count_pieces(name, count);
-    const u64 key = key_of_counts(count, false);
-    const u64 mirrored = key_of_counts(count, true);
-    const bool has_pawns = count[piece_code(White, Pawn)] + count[piece_code(Black, Pawn)] != 0;
-    TbEntry* entry = new_entry(has_pawns);
-    entry->has_pawns = has_pawns;
-    entry->data = nullptr;
-    entry->mapping_size = 0;
-    entry->key = key;
-    entry->symmetric = key == mirrored;
-    store(entry->ready, 0);
+    entry->has_pawns = count[piece_code(White, Pawn)] + count[piece_code(Black, Pawn)] != 0;
+    entry->key = key_of_counts(count, false);
+    entry->symmetric = entry->key == key_of_counts(count, true);
     std::copy_n(count, tb_code_count, entry->count);
     entry->num = static_cast<u8>(std::accumulate(count, count + tb_code_count, 0));
-    tb_largest = std::max<i32>(tb_largest, entry->num);
     if (entry->has_pawns) {
         order_pawns(entry);
     } else {
         entry->enc_type = encoding_of(count);
     }
+}
+
+// The pool's records are used again by the next tb_init, so every field is set that the last use
+// may have left behind; the sections' decoding records have been freed by then.
+void tb_add_table(const char* name)
+{
+    TbEntry* entry = new_entry(strchr(name, 'P') != nullptr);
+    entry->data = nullptr;
+    entry->mapping_size = 0;
+    store(entry->ready, 0);
+    tb_set_material(entry, name);
+    tb_largest = std::max<i32>(tb_largest, entry->num);
     // One file serves both colours: a position with the sides exchanged has the mirrored key.
-    enter_key(key, entry);
-    if (mirrored != key) {
-        enter_key(mirrored, entry);
+    enter_key(entry->key, entry);
+    if (!entry->symmetric) {
+        enter_key(key_of_counts(entry->count, true), entry);
     }
 }
 
@@ -258,9 +259,9 @@ void tb_add_table(const char* name)
 i32 tb_open_file(const char* name, const char* suffix)
 {
     for (i32 i = 0; i < tb_path_count; ++i) {
-        char path[path_size];
+        char path[tb_path_size];
         const i32 length = snprintf(path, sizeof path, "%s/%s%s", tb_paths[i], name, suffix);
-        if (length >= path_size) {
+        if (length >= tb_path_size) {
             return -1;
         }
         // O_NONBLOCK: opening a pipe would wait for its writer. O_CLOEXEC: a child must not keep

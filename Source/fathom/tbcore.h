@@ -14,6 +14,8 @@ struct TbEntry;
 // Written by tb_init through tb_add_table while no worker searches, read by every probe.
 extern i32 tb_largest; // greatest piece count of any table found, 0 without tables
 
+inline constexpr i32 tb_path_size = 256; // a file's path with its NUL; longer ones are not opened
+
 // The material key, with white or, if mirror is set, black as the first side. 0 for bare kings.
 [[nodiscard]] u64 tb_material_key(const TbPos* pos, bool mirror);
 
@@ -41,6 +43,10 @@ void tb_clear_registry();
 
 // How many materials are registered.
 [[nodiscard]] i32 tb_table_count();
+
+// Sets the fields of an entry that follow from its material, by the table name: key, num,
+// symmetric, has_pawns, enc_type, pawns and count.
+void tb_set_material(TbEntry* entry, const char* name);
 
 // Enters one material by its table name, such as "KQvKR"; called by tb_init.
 void tb_add_table(const char* name);

@@ -17,7 +17,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
-#include <new>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,7 +29,6 @@
 // capture or a pawn's move leads to only the result is asked. So many hold what several games come
 // to.
 static constexpr i32 dtz_cache_size = 64;
-static constexpr const char* suffixes[2] = { ".rtbw", ".rtbz" };
 
 // What is known of one material's distance file. An empty slot has the key of bare kings, which are
 // a draw before anybody asks for a distance.
@@ -80,10 +78,10 @@ enum class Opened : u8 { No, Damaged, Yes };
 // other kind was there when the path was searched.
 static Opened open_table(TbEntry* entry, TbKind kind, const char* name)
 {
-    const i32 descriptor = tb_open_file(name, suffixes[kind]);
+    const i32 descriptor = tb_open_file(name, tb_suffixes[kind]);
     if (descriptor < 0) {
-        if (kind == TbWdlFile) {
-            fprintf(stderr, "Could not find %s.rtbw\n", name);
+        if (kind == TbWdlFile && !tb_quiet) {
+            fprintf(stderr, "Could not find %s%s\n", name, tb_suffixes[kind]);
         }
         return Opened::No;
     }
@@ -91,7 +89,9 @@ static Opened open_table(TbEntry* entry, TbKind kind, const char* name)
         return Opened::No;
     }
     if (!tb_read_header(entry, kind)) {
-        fputs("Corrupted table.\n", stderr);
+        if (!tb_quiet) {
+            fputs("Corrupted table.\n", stderr);
+        }
         return Opened::Damaged;
     }
     return Opened::Yes;
@@ -128,19 +128,11 @@ TbEntry* tb_wdl_table(const TbPos* pos, u64 key)
 // used for both files: its sections are the win/draw/loss file's.
 static TbEntry* new_dtz_entry(const TbEntry* wdl)
 {
-    TbEntry* entry = nullptr;
-    if (wdl->has_pawns) {
-        TbEntryPawn* pawn_entry = new (std::nothrow) TbEntryPawn {};
-        entry = pawn_entry != nullptr ? &pawn_entry->head : nullptr;
-    } else {
-        TbEntryPiece* piece_entry = new (std::nothrow) TbEntryPiece {};
-        entry = piece_entry != nullptr ? &piece_entry->head : nullptr;
-    }
+    TbEntry* entry = tb_new_entry(wdl->has_pawns != 0);
     if (entry != nullptr) {
         entry->key = wdl->key;
         entry->num = wdl->num;
         entry->symmetric = wdl->symmetric;
-        entry->has_pawns = wdl->has_pawns;
         entry->enc_type = wdl->enc_type;
         std::copy_n(wdl->pawns, 2, entry->pawns);
         std::copy_n(wdl->count, tb_code_count, entry->count);
@@ -148,23 +140,10 @@ static TbEntry* new_dtz_entry(const TbEntry* wdl)
     return entry;
 }
 
-static void delete_dtz_entry(TbEntry* entry)
-{
-    if (entry == nullptr) {
-        return;
-    }
-    tb_release(entry);
-    if (entry->has_pawns) {
-        delete reinterpret_cast<TbEntryPawn*>(entry);
-    } else {
-        delete reinterpret_cast<TbEntryPiece*>(entry);
-    }
-}
-
 void tb_clear_dtz_cache()
 {
     for (DtzSlot& slot : dtz_cache) {
-        delete_dtz_entry(slot.entry);
+        tb_delete_entry(slot.entry);
         slot = {};
     }
 }
@@ -191,7 +170,7 @@ static bool find_in_cache(u64 key)
 static void add_to_cache(const TbPos* pos, u64 key, const TbEntry* wdl)
 {
     // The hindmost slot is the one whose last use lies longest back.
-    delete_dtz_entry(dtz_cache[dtz_cache_size - 1].entry);
+    tb_delete_entry(dtz_cache[dtz_cache_size - 1].entry);
     std::rotate(dtz_cache, dtz_cache + dtz_cache_size - 1, dtz_cache + dtz_cache_size);
     DtzSlot* slot = &dtz_cache[0];
     *slot = { { key, tb_material_key(pos, true) }, nullptr };
@@ -203,7 +182,7 @@ static void add_to_cache(const TbPos* pos, u64 key, const TbEntry* wdl)
     tb_table_name(pos, name, key != wdl->key);
     const Opened opened = open_table(entry, TbDtzFile, name);
     if (opened == Opened::No) {
-        delete_dtz_entry(entry);
+        tb_delete_entry(entry);
         return;
     }
     // One worker writes and reads this, so a plain store will do.

@@ -13,10 +13,12 @@
 //   gigabytes before the first probe
 #include "fathom/tbheader.h"
 
+#include <algorithm>
+
+#include "fathom/tbbits.h"
 #include "fathom/tbindex.h"
 #include "fathom/tbpairs.h"
 
-static constexpr u32 magic_numbers[2] = { 0x5d23e871, 0xa50c66d7 };
 static constexpr u64 flag_offset = 4;
 static constexpr i32 two_sides = 1; // bits of the byte there
 static constexpr i32 by_pawn_file = 2;
@@ -24,8 +26,6 @@ static constexpr i32 highest_wdl = 4; // stored values: WDL values raised by two
 static constexpr i32 highest_dtz = 255;
 static constexpr i32 no_order2 = 15; // no table has so many groups
 static constexpr i32 nibble = 15;
-static constexpr u64 block_alignment = 64;
-static constexpr u64 checksum_size = 16;
 
 static constexpr i32 max_sections = 2 * tb_pawn_files;
 
@@ -44,6 +44,7 @@ struct HeaderReader {
     TbSection* section[max_sections];
     u64 table_size[max_sections];
     u64 size[max_sections][part_count]; // bytes of each part
+    u64 length;                         // that the header makes, 0 as long as it is not known
 };
 
 // Whether so many bytes are left. Aligning may have carried at beyond the end, so that is tested
@@ -54,14 +55,18 @@ static bool has_bytes(const HeaderReader* reader, u64 count)
     return reader->at <= size && count <= size - reader->at;
 }
 
-// Checks what kind of file this is. A file under another's name is caught here if it has another
-// kind, pawns or symmetry, else by its pieces. The side bit of distance tables has no meaning.
-static bool read_kind(HeaderReader* reader)
+static bool is_kind(const HeaderReader* reader)
+{
+    return has_bytes(reader, flag_offset + 1)
+        && tb_u32(reader->entry->data) == tb_magic_numbers[reader->kind];
+}
+
+// Checks what the flags say of the material. A file under another's name is caught here if it has
+// pawns or symmetry where the other has not, else by its pieces. The side bit of distance tables
+// has no meaning.
+static bool read_flags(HeaderReader* reader)
 {
     const TbEntry* entry = reader->entry;
-    if (!has_bytes(reader, flag_offset + 1) || tb_u32(entry->data) != magic_numbers[reader->kind]) {
-        return false;
-    }
     const i32 flags = entry->data[flag_offset];
     if (((flags & by_pawn_file) != 0) != (entry->has_pawns != 0)) {
         return false;
@@ -197,7 +202,24 @@ static const u8* take_bytes(HeaderReader* reader, u64 count)
 
 static void align_blocks(HeaderReader* reader)
 {
-    reader->at = (reader->at + block_alignment - 1) & ~(block_alignment - 1);
+    reader->at = (reader->at + tb_block_alignment - 1) & ~(tb_block_alignment - 1);
+}
+
+// The length of the file with all parts behind the headers. It takes no part for larger than a disk
+// may be, so that the sum cannot wrap around.
+static u64 length_of_all(HeaderReader reader)
+{
+    static constexpr u64 largest_part = 1ULL << 50;
+    for (i32 part = IndexPart; part <= BlockPart; ++part) {
+        for (i32 i = 0; i < reader.sections; ++i) {
+            if (part == BlockPart) {
+                align_blocks(&reader);
+            }
+            reader.at += std::min(reader.size[i][part], largest_part);
+        }
+    }
+    align_blocks(&reader);
+    return reader.at + tb_checksum_size;
 }
 
 // Gives every section its index table, then its size table, then its blocks. Returns false if the
@@ -221,7 +243,7 @@ static bool place_tables(HeaderReader* reader)
         }
     }
     align_blocks(reader);
-    return reader->at + checksum_size == reader->entry->mapping_size;
+    return reader->at + tb_checksum_size == reader->entry->mapping_size;
 }
 
 // Comes last: what the index tables name can be checked only when all parts have their place.
@@ -235,14 +257,39 @@ static bool index_tables_are_sound(const HeaderReader* reader)
     return true;
 }
 
+// The order of the file; what is found first is told.
+static TbHeaderFault find_fault(HeaderReader* reader)
+{
+    if (!is_kind(reader)) {
+        return TbOtherKind;
+    }
+    if (!read_flags(reader)) {
+        return TbOtherMaterial;
+    }
+    list_sections(reader);
+    if (!read_orders(reader)) {
+        return TbOtherMaterial;
+    }
+    if (!read_all_pairs(reader) || (reader->kind == TbDtzFile && !read_lists(reader))) {
+        return TbDamagedHeader;
+    }
+    reader->length = length_of_all(*reader);
+    if (!place_tables(reader)) {
+        return TbOtherLength;
+    }
+    return index_tables_are_sound(reader) ? TbSoundHeader : TbDamagedIndex;
+}
+
+TbHeaderFault tb_check_header(TbEntry* entry, TbKind kind, u64* length)
+{
+    HeaderReader reader = { entry, kind, 0, 0, 0, {}, {}, {}, 0 };
+    const TbHeaderFault fault = find_fault(&reader);
+    *length = reader.length;
+    return fault;
+}
+
 bool tb_read_header(TbEntry* entry, TbKind kind)
 {
-    HeaderReader reader = { entry, kind, 0, 0, 0, {}, {}, {} };
-    if (!read_kind(&reader)) {
-        return false;
-    }
-    list_sections(&reader);
-    return read_orders(&reader) && read_all_pairs(&reader)
-        && (kind == TbWdlFile || read_lists(&reader)) && place_tables(&reader)
-        && index_tables_are_sound(&reader);
+    u64 length = 0;
+    return tb_check_header(entry, kind, &length) == TbSoundHeader;
 }

@@ -8,9 +8,32 @@
 enum TbKind : i32 {
     TbWdlFile, // win, draw, loss: a section for each side to move
     TbDtzFile, // distances: a section for one side to move
+    tb_kinds
 };
 
-// Sets up all sections of an entry whose file is mapped (data null: an empty file). Returns false
-// if the file is of another kind or shape, or if its length is not what the header promises, or if
-// there is no memory; the records made so far stay in the entry, for tb_release to free.
+// How their names end, and the number with which they begin.
+inline constexpr const char* tb_suffixes[tb_kinds] = { ".rtbw", ".rtbz" };
+inline constexpr u32 tb_magic_numbers[tb_kinds] = { 0x5d23e871, 0xa50c66d7 };
+
+// The blocks of a section begin at a multiple of this many bytes, and so does the checksum, which
+// is the end of the file.
+inline constexpr u64 tb_block_alignment = 64;
+inline constexpr u64 tb_checksum_size = 16;
+
+// What is wrong with a header.
+enum TbHeaderFault : i32 {
+    TbSoundHeader,
+    TbOtherKind,     // no table at all, or the other file of a table
+    TbOtherMaterial, // with pawns or without, with two sides or one, other pieces
+    TbDamagedHeader, // its numbers contradict each other or lead out of the file
+    TbOtherLength,   // the file is longer or shorter than the header makes it
+    TbDamagedIndex   // what stands between header and blocks leads nowhere
+};
+
+// Sets up all sections of an entry whose file is mapped (data null: an empty file). Returns what is
+// wrong with it, TbDamagedHeader also without memory; the records made so far stay in the entry,
+// for tb_release to free. Stores the length that the header makes, 0 where that is not known.
+[[nodiscard]] TbHeaderFault tb_check_header(TbEntry* entry, TbKind kind, u64* length);
+
+// The same; returns whether nothing is wrong.
 [[nodiscard]] bool tb_read_header(TbEntry* entry, TbKind kind);

@@ -24,6 +24,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "fathom/tbbits.h"
+
 static constexpr u32 leaf_mark = 0xfff;       // as right half: the left one is a value
 static constexpr u32 max_symbols = leaf_mark; // so no symbol is called like the mark
 static constexpr i32 max_code_length = 32;    // what find_symbol compares at once
@@ -32,6 +34,7 @@ static constexpr i32 max_symbol_values = 256; // symlen holds one less in a byte
 static constexpr i32 max_log2 = 31;           // of bytes per block and values per index entry
 static constexpr i32 fixed_header = 10;       // bytes before the offsets
 static constexpr i32 index_entry_size = 6;
+static constexpr u64 padding_size = 65535; // what stands in size_table behind the blocks
 static constexpr u64 longest_walk = 65536; // blocks; more than any table of 6 pieces needs
 
 // ---- Set-up
@@ -224,24 +227,6 @@ static bool set_bases(PairsData* pairs, i32 lengths, u32 num_syms)
     return codes_are_covered(pairs, lengths, num_syms);
 }
 
-// The place of a code's length behind min_len, from the 32 bits that begin with it; no place below
-// first is tried. The base of the longest codes is 0, so the search ends.
-static inline i32 find_length(const PairsData* pairs, i32 first, u32 top)
-{
-    i32 i = first;
-    while (top < pairs->base[i]) {
-        ++i;
-    }
-    return i;
-}
-
-// The symbol of a code whose length has place i.
-static inline u32 symbol_of(const PairsData* pairs, i32 i, u32 top)
-{
-    const i32 unused = 32 - (pairs->min_len + i);
-    return tb_u16(pairs->offset + 2 * i) + ((top - pairs->base[i]) >> unused);
-}
-
 // Takes apart what a block's next bits can be. The base of a length has no bits beyond that length:
 // so the codes that end within these bits are the same whatever follows, and where all that follows
 // is 1 the first code has the shortest length that it can have.
@@ -333,23 +318,6 @@ PairsData* tb_one_value(i32 value, u64 table_size)
 }
 
 // ---- Decoding
-
-// The blocks' bits run from the highest of a byte to the lowest and so on: the numbers of the
-// decoder have the first byte on top, other than all else in the file.
-static inline u64 big_endian_u64(const u8* bytes)
-{
-    u64 number = 0;
-    for (i32 i = 0; i < 8; ++i) {
-        number = number << 8 | bytes[i];
-    }
-    return number;
-}
-
-// Values in a block, minus 1.
-static inline i64 last_value(const PairsData* pairs, u64 block)
-{
-    return tb_u16(pairs->size_table + 2 * block);
-}
 
 // Finds the block of a value and the value's place in it. The index table tells where the middle
 // of its stretch lies, and the block sizes lead from there. Returns false if they lead nowhere, or
@@ -495,4 +463,41 @@ bool tb_index_table_is_sound(const PairsData* pairs)
         }
     }
     return values_fill_the_blocks(pairs);
+}
+
+// ---- Every size
+
+// The padding's entries are walked like the blocks': the middle of the last stretch may lie behind
+// all values, and is named as if blocks of the greatest size went on.
+TbSizesFault tb_check_sizes(const PairsData* pairs, u64* place)
+{
+    const u64 stretch = 1ULL << pairs->idx_bits;
+    const u64 entries = (pairs->table_size + stretch - 1) >> pairs->idx_bits;
+    u64 sum = 0; // of the values in front of a block
+    u64 q = 0;
+    for (u64 block = 0; block < pairs->size_entries; ++block) {
+        *place = block;
+        if (block >= pairs->blocks && static_cast<u64>(last_value(pairs, block)) != padding_size) {
+            return TbPaddingSize;
+        }
+        if (block == pairs->blocks && sum != pairs->table_size) {
+            return TbSumOfSizes;
+        }
+        const u64 next = sum + static_cast<u64>(last_value(pairs, block)) + 1;
+        for (; q < entries && (q << pairs->idx_bits) + stretch / 2 < next; ++q) {
+            const u64 middle = (q << pairs->idx_bits) + stretch / 2;
+            const u8* entry = pairs->index_table + index_entry_size * q;
+            if (tb_u32(entry) != block || tb_u16(entry + 4) != middle - sum) {
+                *place = q;
+                return TbIndexEntry;
+            }
+        }
+        sum = next;
+    }
+    const u64 padding = pairs->size_entries - pairs->blocks;
+    if (sum != pairs->table_size + padding * (padding_size + 1)) {
+        return TbSumOfSizes;
+    }
+    *place = q;
+    return q == entries ? TbSoundSizes : TbIndexEntry;
 }

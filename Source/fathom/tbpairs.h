@@ -5,18 +5,6 @@
 
 #include "fathom/tbtable.h"
 
-// Numbers of a table file: lowest byte first. They may stand at any address, so they are put
-// together from bytes.
-inline u32 tb_u16(const u8* bytes)
-{
-    return static_cast<u32>(bytes[0] | bytes[1] << 8);
-}
-
-inline u32 tb_u32(const u8* bytes)
-{
-    return tb_u16(bytes) | tb_u16(bytes + 2) << 16;
-}
-
 // Makes the record of a section with several values from its header at data; end is the end of
 // the mapping, table_size the number of values, highest the greatest value allowed. size becomes
 // the bytes of index table, size table and blocks, *next the end of the header. The record's
@@ -36,3 +24,18 @@ inline u32 tb_u32(const u8* bytes)
 // The value at index, 0 to 255; -1 if the index is beyond the table or the data are damaged. Reads
 // only and keeps nothing: all workers may call it at once.
 [[nodiscard]] i32 tb_decompress_pairs(const PairsData* pairs, u64 index);
+
+// ---- For those who want to know of every value whether it can be read: a probe looks no further
+// than it must.
+
+// What is wrong with the tables in front of a section's blocks, place being the entry of the one
+// that is named.
+enum TbSizesFault : i32 {
+    TbSoundSizes,
+    TbPaddingSize, // an entry behind those of the blocks holds values
+    TbSumOfSizes,  // the blocks hold other than table_size values
+    TbIndexEntry,  // of the index table: does not name the middle of its stretch
+};
+
+// Reads both tables to their ends. tb_index_table_is_sound must have said yes.
+[[nodiscard]] TbSizesFault tb_check_sizes(const PairsData* pairs, u64* place);

@@ -199,6 +199,12 @@ static i32 search_won(const TbPos* pos, i32* answer)
     return best;
 }
 
+i32 tb_dtz_by_moves(const TbPos* pos, i32 wdl, i32* answer)
+{
+    *answer = TbAnswered;
+    return wdl < WdlDraw ? search_lost(pos, wdl, answer) : search_won(pos, answer);
+}
+
 // The distance without the en-passant right. The order of the tests matters: where a capture or a
 // pawn's step wins, what the table holds means nothing, and a draw has no distance at all. A file
 // with the other side's moves costs one ply of search: after a quiet move the other side is to move
@@ -222,8 +228,7 @@ static i32 probe_dtz_no_ep(const TbPos* pos, i32* answer)
     if (*answer != TbOtherSide) {
         return *answer == TbAnswered ? distance : zeroing_distance(wdl);
     }
-    *answer = TbAnswered;
-    return wdl < WdlDraw ? search_lost(pos, wdl, answer) : search_won(pos, answer);
+    return tb_dtz_by_moves(pos, wdl, answer);
 }
 
 // The distance that the right changes to where taking is worth the distance taken. In a loss, saved

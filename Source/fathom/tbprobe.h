@@ -36,6 +36,12 @@ i32 tb_probe_wdl(const TbPos* pos, i32* answer);
 // *answer as above. Worker 0 only.
 i32 tb_probe_dtz(const TbPos* pos, i32* answer);
 
+// The distance of a position without en-passant right, whose WDL value is wdl (not WdlDraw), by way
+// of those that its moves lead to: what stands in the table for the position itself is not looked
+// at. Of a won position it is that of a win that begins with a quiet move; no answer if there is
+// none. *answer as above. Worker 0 only.
+[[nodiscard]] i32 tb_dtz_by_moves(const TbPos* pos, i32 wdl, i32* answer);
+
 // The WDL value without the en-passant right, by a search of the captures between alpha and beta;
 // at least alpha. *answer becomes TbNoAnswer, TbByCapture or TbAnswered.
 [[nodiscard]] i32 tb_probe_ab(const TbPos* pos, i32 alpha, i32 beta, i32* answer);

@@ -4,13 +4,17 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <sys/mman.h>
+
+constinit bool tb_quiet = false;
 
 // Success is what is reported: an unmapping that fails has left nothing to tell.
 static void unmap_file(TbEntry* entry)
 {
     errno = 0;
-    if (entry->data != nullptr && munmap(const_cast<u8*>(entry->data), entry->mapping_size) == 0) {
+    if (entry->data != nullptr && munmap(const_cast<u8*>(entry->data), entry->mapping_size) == 0
+        && !tb_quiet) {
         perror("munmap");
     }
     entry->data = nullptr;
@@ -35,4 +39,33 @@ void tb_release(TbEntry* entry)
     store(entry->ready, 0);
     unmap_file(entry);
     free_records(entry);
+}
+
+TbEntry* tb_new_entry(bool has_pawns)
+{
+    TbEntry* entry = nullptr;
+    if (has_pawns) {
+        TbEntryPawn* pawn_entry = new (std::nothrow) TbEntryPawn {};
+        entry = pawn_entry != nullptr ? &pawn_entry->head : nullptr;
+    } else {
+        TbEntryPiece* piece_entry = new (std::nothrow) TbEntryPiece {};
+        entry = piece_entry != nullptr ? &piece_entry->head : nullptr;
+    }
+    if (entry != nullptr) {
+        entry->has_pawns = has_pawns;
+    }
+    return entry;
+}
+
+void tb_delete_entry(TbEntry* entry)
+{
+    if (entry == nullptr) {
+        return;
+    }
+    tb_release(entry);
+    if (entry->has_pawns) {
+        delete reinterpret_cast<TbEntryPawn*>(entry);
+    } else {
+        delete reinterpret_cast<TbEntryPiece*>(entry);
+    }
 }

@@ -128,3 +128,13 @@ inline bool tb_has_lists(const TbSection* section)
 
 // Unmaps an entry's file and frees its decoding records. Nobody may be reading it.
 void tb_release(TbEntry* entry);
+
+// An empty record beside those of the registry; null without memory.
+[[nodiscard]] TbEntry* tb_new_entry(bool has_pawns);
+
+// Releases such a record and gives it back; null is let pass. has_pawns must be as it was made.
+void tb_delete_entry(TbEntry* entry);
+
+// Set while no worker searches, by a program that tells of tables itself: then nothing is told on
+// standard error of tables that are missing, damaged or given back. The engine leaves it false.
+extern bool tb_quiet;

@@ -60,8 +60,8 @@ static void print_counts(const TableCheck* check)
 {
     print_row("pieces    results (.rtbw)           distances (.rtbz)");
     for (i32 pieces = fewest_table_pieces; pieces <= most_table_pieces; ++pieces) {
-        const TableCount* results = &check->counts[pieces][ResultFile];
-        const TableCount* distances = &check->counts[pieces][DistanceFile];
+        const TableCount* results = &check->counts[pieces][TbWdlFile];
+        const TableCount* distances = &check->counts[pieces][TbDtzFile];
         print_row("%6d    %3d of %3d %9.1f MB     %3d of %3d %9.1f MB", pieces, results->found,
             results->wanted, static_cast<f64>(results->bytes) / megabyte, distances->found,
             distances->wanted, static_cast<f64>(distances->bytes) / megabyte);
@@ -90,9 +90,9 @@ static void examine_counts(Report* report, const TableCheck* check)
     bool complete = true;
     for (i32 pieces = fewest_table_pieces; pieces <= complete_set; ++pieces) {
         const TableCount* counts = check->counts[pieces];
-        examine_count(report, pieces, &counts[ResultFile], "results");
-        examine_count(report, pieces, &counts[DistanceFile], "distances");
-        for (i32 kind = 0; kind < table_file_kinds; ++kind) {
+        examine_count(report, pieces, &counts[TbWdlFile], "results");
+        examine_count(report, pieces, &counts[TbDtzFile], "distances");
+        for (i32 kind = 0; kind < tb_kinds; ++kind) {
             complete &= counts[kind].found == counts[kind].wanted;
         }
     }
@@ -118,7 +118,7 @@ void examine_tables(Report* report, const char* path)
     check_tables(path, &check);
     i32 found = 0;
     for (const auto& counts : check.counts) {
-        found += counts[ResultFile].found;
+        found += counts[TbWdlFile].found;
     }
     if (found == 0) {
         print_finding(report, Mark::Wrong, "There are no endgame tables in %s.", path);

@@ -8,79 +8,18 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <span>
 #include <string_view>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/text.h"
+#include "fathom/tbbits.h"
+#include "fathom/tbnames.h"
 
-static constexpr char letters[] = "QRBNP"; // in the order of a name
-static constexpr i32 letter_count = sizeof letters - 1;
 static constexpr size_t path_size = 4096;
-static constexpr std::string_view endings[table_file_kinds] = { ".rtbw", ".rtbz" };
-// A file begins with its kind, and ends with 16 bytes behind a multiple of 64.
-static constexpr u8 magic[table_file_kinds][4] = { { 0x71, 0xe8, 0x23, 0x5d },
-    { 0xd7, 0x66, 0x0c, 0xa5 } };
-static constexpr u64 alignment = 64;
-static constexpr u64 tail = 16;
-
-// ---- Names
-
-// Pieces of one side beside its king, as places in letters, in nondecreasing order.
-using Group = std::span<i32>;
-
-static bool next_group(Group group)
-{
-    for (size_t i = group.size(); i-- > 0;) {
-        if (group[i] + 1 < letter_count) {
-            std::fill(group.begin() + static_cast<ptrdiff_t>(i), group.end(), group[i] + 1);
-            return true;
-        }
-    }
-    return false;
-}
-
-static char* append_group(Group group, char* out)
-{
-    *out++ = 'K';
-    for (const i32 letter : group) {
-        *out++ = letters[letter];
-    }
-    return out;
-}
-
-// The side named first has more pieces, or as many of which the first to differ stands earlier in
-// letters.
-static void visit_sizes(
-    i32 first_size, i32 second_size, void (*visit)(const char* name, void* context), void* context)
-{
-    i32 first_letters[most_table_pieces] = {};
-    const Group first(first_letters, static_cast<size_t>(first_size));
-    do {
-        i32 second_letters[most_table_pieces] = {};
-        const Group second(second_letters, static_cast<size_t>(second_size));
-        if (first_size == second_size) {
-            std::copy(first.begin(), first.end(), second.begin());
-        }
-        do {
-            char name[table_name_size];
-            char* out = append_group(first, name);
-            *out++ = 'v';
-            *append_group(second, out) = '\0';
-            visit(name, context);
-        } while (next_group(second));
-    } while (next_group(first));
-}
-
-void visit_materials(i32 pieces, void (*visit)(const char* name, void* context), void* context)
-{
-    const i32 beside_kings = pieces - 2;
-    for (i32 second = 0; 2 * second <= beside_kings; ++second) {
-        visit_sizes(beside_kings - second, second, visit, context);
-    }
-}
+static constexpr std::string_view endings[tb_kinds] = { tb_suffixes[TbWdlFile],
+    tb_suffixes[TbDtzFile] };
 
 // ---- Folders
 
@@ -177,7 +116,7 @@ static void append_name(TableList* list, const char* name, const char* reason)
 
 // What keeps a file from being used, as the user is told; null for a good one, whose size is
 // stored. errno is ENOENT where there is no such file.
-static const char* find_fault(const char* path, TableFileKind kind, u64* bytes)
+static const char* find_fault(const char* path, TbKind kind, u64* bytes)
 {
     const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) {
@@ -200,10 +139,11 @@ static const char* find_fault(const char* path, TableFileKind kind, u64* bytes)
     if (*bytes == 0) {
         return "empty";
     }
-    if (!read_it || memcmp(start, magic[kind], sizeof start) != 0) {
+    if (!read_it || tb_u32(start) != tb_magic_numbers[kind]) {
         return "no table inside";
     }
-    return *bytes % alignment == tail ? nullptr : "cut short, or not copied to its end";
+    return *bytes % tb_block_alignment == tb_checksum_size ? nullptr
+                                                           : "cut short, or not copied to its end";
 }
 
 struct FolderSearch {
@@ -212,7 +152,7 @@ struct FolderSearch {
     i32 pieces;
 };
 
-static void look_for_file(const FolderSearch* search, const char* material, TableFileKind kind)
+static void look_for_file(const FolderSearch* search, const char* material, TbKind kind)
 {
     TableCount* count = &search->check->counts[search->pieces][kind];
     char file_name[table_name_size];
@@ -240,8 +180,8 @@ static void look_for_file(const FolderSearch* search, const char* material, Tabl
 static void look_for_material(const char* name, void* context)
 {
     const FolderSearch* search = static_cast<const FolderSearch*>(context);
-    look_for_file(search, name, ResultFile);
-    look_for_file(search, name, DistanceFile);
+    look_for_file(search, name, TbWdlFile);
+    look_for_file(search, name, TbDtzFile);
 }
 
 // A name that the engine looks for; sets of seven pieces are the usual ones that it does not.
@@ -255,15 +195,15 @@ static void compare_name(const char* material, void* context)
     NameSearch* search = static_cast<NameSearch*>(context);
     const size_t length = strlen(material);
     search->found |= strncmp(search->name, material, length) == 0
-        && (endings[ResultFile] == search->name + length
-            || endings[DistanceFile] == search->name + length);
+        && (endings[TbWdlFile] == search->name + length
+            || endings[TbDtzFile] == search->name + length);
 }
 
 static bool is_looked_for(const char* name)
 {
     NameSearch search = { name, false };
     for (i32 pieces = fewest_table_pieces; pieces <= most_table_pieces; ++pieces) {
-        visit_materials(pieces, compare_name, &search);
+        tb_visit_names(pieces, compare_name, &search);
     }
     return search.found;
 }
@@ -289,7 +229,7 @@ void check_tables(const char* path, TableCheck* check)
     *check = TableCheck {};
     for (i32 pieces = fewest_table_pieces; pieces <= most_table_pieces; ++pieces) {
         FolderSearch search = { path, check, pieces };
-        visit_materials(pieces, look_for_material, &search);
+        tb_visit_names(pieces, look_for_material, &search);
     }
     char folder[path_size];
     while (next_folder(&path, folder, sizeof folder)) {

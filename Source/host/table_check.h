@@ -2,14 +2,13 @@
 #pragma once
 
 #include "base/types.h"
+#include "fathom/tbheader.h"
+#include "fathom/tbtable.h"
 
 inline constexpr i32 fewest_table_pieces = 3;
-inline constexpr i32 most_table_pieces = 6; // that the engine reads
-inline constexpr i32 table_name_size = 24;  // "KQRBvKNP.rtbw" with its NUL, and more
-inline constexpr i32 shown_tables = 5;      // names that are kept of each list
-
-// The two files of a material.
-enum TableFileKind : i32 { ResultFile, DistanceFile, table_file_kinds };
+inline constexpr i32 most_table_pieces = tb_max_pieces; // that the engine reads
+inline constexpr i32 table_name_size = 24;              // "KQRBvKNP.rtbw" with its NUL, and more
+inline constexpr i32 shown_tables = 5;                  // names that are kept of each list
 
 // Names of some files out of a number of them, with the reason where there is one.
 struct TableList {
@@ -27,14 +26,11 @@ struct TableCount {
 };
 
 struct TableCheck {
-    TableCount counts[most_table_pieces + 1][table_file_kinds]; // by pieces
-    TableList broken; // files that are there and cannot be used
-    i32 others;       // names that end as a table's and that the engine does not look for
+    TableCount counts[most_table_pieces + 1][tb_kinds]; // by pieces
+    TableList broken;                                   // files that are there and cannot be used
+    i32 others; // names that end as a table's and that the engine does not look for
     char other[table_name_size];
 };
-
-// Calls visit with the name of each material of so many pieces (3 to 6), such as "KQvKR".
-void visit_materials(i32 pieces, void (*visit)(const char* name, void* context), void* context);
 
 // What one folder of a path is.
 enum class FolderKind : u8 { Readable, Missing, NoFolder, Closed };

@@ -6,6 +6,7 @@
 #include "fathom_support.h"
 #include "fathom/tbfile.h"
 #include "fathom/tbheader.h"
+#include "fathom/tbbits.h"
 #include "fathom/tbpairs.h"
 
 struct TablePairs : TablesTest {

@@ -12,21 +12,22 @@
 #include "shell_test_support.h"
 #include "book/polyglot.h"
 #include "host/book_check.h"
+#include "fathom/tbnames.h"
 #include "host/table_check.h"
 #include "host/weights_check.h"
 
 // In an empty folder.
 struct HostFiles : ShellTest {
     // A file that looks like a table from outside.
-    static std::string table_bytes(TableFileKind kind)
+    static std::string table_bytes(TbKind kind)
     {
-        const std::string magic = kind == ResultFile ? "\x71\xe8\x23\x5d" : "\xd7\x66\x0c\xa5";
+        const std::string magic = kind == TbWdlFile ? "\x71\xe8\x23\x5d" : "\xd7\x66\x0c\xa5";
         return magic + std::string(64 + 16 - 4, '\0');
     }
 
-    static void put_table(const std::string& name, TableFileKind kind)
+    static void put_table(const std::string& name, TbKind kind)
     {
-        write_file((name + (kind == ResultFile ? ".rtbw" : ".rtbz")).c_str(), table_bytes(kind));
+        write_file((name + (kind == TbWdlFile ? ".rtbw" : ".rtbz")).c_str(), table_bytes(kind));
     }
 
     static TableCheck look(const char* path)
@@ -39,7 +40,7 @@ struct HostFiles : ShellTest {
     static std::vector<std::string> materials(i32 pieces)
     {
         std::vector<std::string> names;
-        visit_materials(
+        tb_visit_names(
             pieces,
             [](const char* name, void* context) {
                 static_cast<std::vector<std::string>*>(context)->push_back(name);
@@ -64,19 +65,19 @@ TEST_F(HostFiles, MaterialsAreThoseOfThePublishedSets)
 
 TEST_F(HostFiles, TablesAreCountedByPiecesAndKind)
 {
-    put_table("KQvK", ResultFile);
-    put_table("KQvK", DistanceFile);
-    put_table("KQPvKR", ResultFile);
+    put_table("KQvK", TbWdlFile);
+    put_table("KQvK", TbDtzFile);
+    put_table("KQPvKR", TbWdlFile);
     const TableCheck check = look(".");
-    EXPECT_EQ(check.counts[3][ResultFile].found, 1);
-    EXPECT_EQ(check.counts[3][ResultFile].wanted, 5);
-    EXPECT_EQ(check.counts[3][ResultFile].bytes, 80U);
-    EXPECT_EQ(check.counts[3][ResultFile].missing.count, 4);
-    EXPECT_STREQ(check.counts[3][ResultFile].missing.names[0], "KRvK.rtbw");
-    EXPECT_EQ(check.counts[3][DistanceFile].found, 1);
-    EXPECT_EQ(check.counts[5][ResultFile].found, 1);
-    EXPECT_EQ(check.counts[5][DistanceFile].missing.count, 110);
-    EXPECT_STREQ(check.counts[5][DistanceFile].missing.names[shown_tables - 1], "KQQPvK.rtbz");
+    EXPECT_EQ(check.counts[3][TbWdlFile].found, 1);
+    EXPECT_EQ(check.counts[3][TbWdlFile].wanted, 5);
+    EXPECT_EQ(check.counts[3][TbWdlFile].bytes, 80U);
+    EXPECT_EQ(check.counts[3][TbWdlFile].missing.count, 4);
+    EXPECT_STREQ(check.counts[3][TbWdlFile].missing.names[0], "KRvK.rtbw");
+    EXPECT_EQ(check.counts[3][TbDtzFile].found, 1);
+    EXPECT_EQ(check.counts[5][TbWdlFile].found, 1);
+    EXPECT_EQ(check.counts[5][TbDtzFile].missing.count, 110);
+    EXPECT_STREQ(check.counts[5][TbDtzFile].missing.names[shown_tables - 1], "KQQPvK.rtbz");
     EXPECT_EQ(check.broken.count, 0);
     EXPECT_EQ(check.others, 0);
 }
@@ -85,29 +86,29 @@ TEST_F(HostFiles, TableMayLieInAnyFolderOfThePath)
 {
     ASSERT_EQ(mkdir("a", 0777), 0);
     ASSERT_EQ(mkdir("b", 0777), 0);
-    put_table("a/KQvK", ResultFile);
-    put_table("b/KRvK", ResultFile);
-    put_table("b/KQvK", ResultFile); // only the first one counts
-    EXPECT_EQ(look("a:b").counts[3][ResultFile].found, 2);
-    EXPECT_EQ(look("a:b").counts[3][ResultFile].bytes, 160U);
-    EXPECT_EQ(look(":nowhere::b:").counts[3][ResultFile].found, 2);
-    EXPECT_EQ(look("a").counts[3][ResultFile].found, 1);
-    EXPECT_EQ(look("a/KQvK.rtbw").counts[3][ResultFile].found, 0);
-    EXPECT_EQ(look("").counts[3][ResultFile].found, 0);
+    put_table("a/KQvK", TbWdlFile);
+    put_table("b/KRvK", TbWdlFile);
+    put_table("b/KQvK", TbWdlFile); // only the first one counts
+    EXPECT_EQ(look("a:b").counts[3][TbWdlFile].found, 2);
+    EXPECT_EQ(look("a:b").counts[3][TbWdlFile].bytes, 160U);
+    EXPECT_EQ(look(":nowhere::b:").counts[3][TbWdlFile].found, 2);
+    EXPECT_EQ(look("a").counts[3][TbWdlFile].found, 1);
+    EXPECT_EQ(look("a/KQvK.rtbw").counts[3][TbWdlFile].found, 0);
+    EXPECT_EQ(look("").counts[3][TbWdlFile].found, 0);
 }
 
 TEST_F(HostFiles, BrokenTablesAreNamedWithTheReason)
 {
     write_file("KQvK.rtbw", "");
-    write_file("KRvK.rtbw", table_bytes(DistanceFile));
-    write_file("KBvK.rtbw", table_bytes(ResultFile) + "x");
+    write_file("KRvK.rtbw", table_bytes(TbDtzFile));
+    write_file("KBvK.rtbw", table_bytes(TbWdlFile) + "x");
     ASSERT_EQ(mkdir("KNvK.rtbw", 0777), 0);
     ASSERT_EQ(mkfifo("KPvK.rtbw", 0666), 0); // which nobody writes to
     write_file("KQvK.rtbz", "\xd7\x66");
-    write_file("KRvK.rtbz", table_bytes(DistanceFile));
+    write_file("KRvK.rtbz", table_bytes(TbDtzFile));
     const TableCheck check = look(".");
-    EXPECT_EQ(check.counts[3][ResultFile].found, 0);
-    EXPECT_EQ(check.counts[3][DistanceFile].found, 1);
+    EXPECT_EQ(check.counts[3][TbWdlFile].found, 0);
+    EXPECT_EQ(check.counts[3][TbDtzFile].found, 1);
     ASSERT_EQ(check.broken.count, 6);
     std::string text;
     for (i32 i = 0; i < shown_tables; ++i) {
@@ -120,14 +121,14 @@ TEST_F(HostFiles, BrokenTablesAreNamedWithTheReason)
 
 TEST_F(HostFiles, FilesThatTheEngineDoesNotLookForAreCounted)
 {
-    put_table("kqvk", ResultFile);
-    put_table("KvKQ", ResultFile);
-    put_table("KQRBvKQR", ResultFile);
-    put_table("KRvK", ResultFile);
+    put_table("kqvk", TbWdlFile);
+    put_table("KvKQ", TbWdlFile);
+    put_table("KQRBvKQR", TbWdlFile);
+    put_table("KRvK", TbWdlFile);
     write_file("readme", "x");
     write_file(".rtbw", "x");
     EXPECT_EQ(look(".").others, 3);
-    EXPECT_EQ(look(".").counts[3][ResultFile].found, 1);
+    EXPECT_EQ(look(".").counts[3][TbWdlFile].found, 1);
 }
 
 TEST_F(HostFiles, FoldersOfAPathAreTakenOneByOne)
@@ -151,7 +152,7 @@ TEST_F(HostFiles, FoldersAreToldApart)
     ASSERT_EQ(mkdir("full", 0777), 0);
     ASSERT_EQ(mkdir("full/below", 0777), 0);
     write_file("file", "x");
-    put_table("full/below/KQvK", ResultFile);
+    put_table("full/below/KQvK", TbWdlFile);
     EXPECT_EQ(look_at_folder("empty"), FolderKind::Readable);
     EXPECT_EQ(look_at_folder("file"), FolderKind::NoFolder);
     EXPECT_EQ(look_at_folder("nothing"), FolderKind::Missing);
