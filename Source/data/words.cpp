@@ -25,6 +25,7 @@ static constexpr CommandWord command_words[] = {
     { "explain", run_explain },
     { "games", run_games },
     { "positions", run_positions },
+    { "tables", run_tables },
     { "--version", run_data_version },
     { "--help", run_data_help },
     { "help", run_data_help },
@@ -68,6 +69,7 @@ int run_data_help(Arguments arguments)
          "  explain     why the evaluation judges a position as it does\n"
          "  games       PGN of any program for the scanner and the book builder\n"
          "  positions   lines for training and for test suites: checked, mixed, counted\n"
+         "  tables      whether endgame tables are sound\n"
          "  --version   version, and which packed files can be read\n"
          "\n"
          "For all words: FILES may be - for standard input, and packed as .gz or .zst.\n"

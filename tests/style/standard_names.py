@@ -10,12 +10,12 @@ import re
 # Names behind std::, by header. A name that several headers have stands with each of them.
 STANDARD = {
     "algorithm": "ranges all_of any_of clamp copy copy_if copy_n count count_if equal fill fill_n find find_if "
-                 "includes is_sorted lower_bound max max_element min none_of remove_if replace reverse rotate sort stable_sort transform "
+                 "includes is_sorted lower_bound max max_element min none_of remove_if replace reverse rotate sort stable_sort transform unique "
                  "upper_bound",
     "array": "array size",
     "atomic": "atomic atomic_ref memory_order_acq_rel memory_order_acquire memory_order_relaxed "
               "memory_order_release",
-    "bit": "bit_cast bit_ceil bit_floor countl_zero countr_zero popcount",
+    "bit": "bit_cast bit_ceil bit_floor countl_zero countr_zero endian popcount rotr",
     "charconv": "chars_format from_chars from_chars_result to_chars",
     "cmath": "abs ceil exp fabs fma fmax fmin isfinite llround log log10 log2 lround pow round sqrt trunc",
     "cstdint": "int8_t int16_t int32_t int64_t uint8_t uint16_t uint32_t uint64_t uintptr_t",
