@@ -218,11 +218,11 @@ static bool diff_books(const DiffSettings& settings, const std::vector<std::stri
     BookFile first;
     BookFile second;
     OutputStream out;
-    if (!open_book(&first, files[0], OrderTelling::OncePerFile, report)
+    if (!open_sink(&out, settings.common.output, files, report)
+        || !open_book(&first, files[0], OrderTelling::OncePerFile, report)
         || !open_book(&second, files[1], OrderTelling::OncePerFile, report)
         || !start_scratch_book(&differ.both, files[0] + " and " + files[1], report)
-        || !join_books(&differ, first, second)
-        || !open_sink(&out, settings.common.output, files, report)) {
+        || !join_books(&differ, first, second)) {
         return false;
     }
     differ.out = out.file;

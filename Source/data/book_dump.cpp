@@ -244,10 +244,13 @@ static bool dump_book(
 {
     BookFile book;
     const bool is_tree = settings.form == "tree";
+    OutputStream out;
+    if (!open_sink(&out, settings.common.output, { file }, report)) {
+        return false;
+    }
     const bool is_open = is_tree ? open_book(&book, file, OrderTelling::OncePerFile, report)
                                  : open_unsorted_book(&book, file, report);
-    OutputStream out;
-    if (!is_open || !open_sink(&out, settings.common.output, { file }, report)) {
+    if (!is_open) {
         return false;
     }
     const bool is_done = is_tree ? print_tree(settings, book, start, &out, report)

@@ -123,7 +123,7 @@ static bool merge_books(
     Merger merger { .settings = &settings, .report = report };
     merger.slots.assign(65536, -1);
     OutputStream out;
-    if (!open_inputs(&merger, files) || !open_sink(&out, settings.common.output, files, report)) {
+    if (!open_sink(&out, settings.common.output, files, report) || !open_inputs(&merger, files)) {
         return false;
     }
     while (is_sink_well(out) && merge_position(&merger, out.file)) {

@@ -165,7 +165,9 @@ static bool prune_book(
 {
     BookFile book;
     BookFile heavy;
-    if (!open_book(&book, file, OrderTelling::OncePerFile, report)
+    OutputStream out;
+    if (!open_sink(&out, settings.common.output, { file }, report)
+        || !open_book(&book, file, OrderTelling::OncePerFile, report)
         || !start_scratch_book(&heavy, book.name, report)
         || !copy_heavy(settings, book, &heavy, report)) {
         return false;
@@ -173,10 +175,8 @@ static bool prune_book(
     add_count(report, "book", "entries read", static_cast<i64>(book.count));
     const bool walks = needs_walk(settings);
     BookReach reach;
-    OutputStream out;
     PruneCounts counts;
     if ((walks && !walk_heavy(settings, heavy, start, &reach, report))
-        || !open_sink(&out, settings.common.output, { file }, report)
         || !write_kept(settings, heavy, walks ? &reach : nullptr, &out, &counts, report)) {
         return false;
     }

@@ -11,7 +11,7 @@
 #include "book/polyglot.h"
 #include "book/scan.h"
 
-static constexpr u64 run_records = 1 << 21;    // 48 MB of them
+static constexpr u64 usual_run = 1 << 21;      // 48 MB of them
 static constexpr size_t merged_at_once = 4096; // records of a run that are in memory while merging
 
 struct NumberedEntry {
@@ -41,7 +41,7 @@ static bool write_sorted(std::vector<NumberedEntry>* run, FILE* out)
 }
 
 static bool write_runs(
-    const BookFile& book, FILE* out, std::vector<SortedRun>* runs, Report* report)
+    const BookFile& book, u64 run_records, FILE* out, std::vector<SortedRun>* runs, Report* report)
 {
     BookCursor cursor = make_cursor(book);
     std::vector<NumberedEntry> run;
@@ -106,9 +106,7 @@ static void merge_runs(std::vector<SortedRun>* runs, FILE* from, FILE* records, 
     }
 }
 
-// Replaces the records of book by the same ones in order, in a file without a name, and remembers
-// their numbers. Returns false after a message.
-static bool sort_book(BookFile* book, Report* report)
+bool sort_book(BookFile* book, u64 run_records, Report* report)
 {
     const OwnedFile runs_file = open_nameless_file(report);
     OwnedFile records = open_nameless_file(report);
@@ -117,7 +115,7 @@ static bool sort_book(BookFile* book, Report* report)
         return false;
     }
     std::vector<SortedRun> runs;
-    if (!write_runs(*book, runs_file.get(), &runs, report)) {
+    if (!write_runs(*book, run_records, runs_file.get(), &runs, report)) {
         return false;
     }
     merge_runs(&runs, runs_file.get(), records.get(), numbers.get());
@@ -170,5 +168,5 @@ bool open_book(BookFile* book, const std::string& name, OrderTelling telling, Re
                 .detail = std::to_string(book->unsorted) + " entries by key, "
                     + std::to_string(book->unsorted_weights) + " by weight" });
     }
-    return sort_book(book, report);
+    return sort_book(book, usual_run, report);
 }

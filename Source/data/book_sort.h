@@ -16,3 +16,7 @@ enum class OrderTelling : u8 {
 // whole record is refused. Returns false after a message if it cannot be read.
 [[nodiscard]] bool open_book(
     BookFile* book, const std::string& name, OrderTelling telling, Report* report);
+
+// Replaces the records of book by the same ones in order, in a file without a name, and remembers
+// their numbers; so many records at a time are sorted in memory. Returns false after a message.
+[[nodiscard]] bool sort_book(BookFile* book, u64 run_records, Report* report);

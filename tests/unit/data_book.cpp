@@ -8,6 +8,7 @@
 
 #include "book_support.h"
 #include "test_support.h"
+#include "data/book_sort.h"
 #include "data/words.h"
 
 namespace
@@ -188,6 +189,60 @@ TEST_F(DataBook, CheckGivesTheSameForAnyNumberOfJobs)
     EXPECT_EQ(one.out, three.out);
     EXPECT_EQ(one.err, three.err);
     EXPECT_TRUE(holds(one.out, "entries of weight 0                                   20"));
+}
+
+// ---- Order
+
+// A run of ten, many of them, one that is not full; numbers go with their records.
+TEST_F(DataBook, SortsInRuns)
+{
+    std::vector<BookEntry> entries;
+    u64 number = 1;
+    for (u32 i = 0; i < 997; ++i) {
+        number = number * 6364136223846793005ULL + 1442695040888963407ULL;
+        entries.push_back(
+            { number >> 60, static_cast<u16>(i), static_cast<u16>(number >> 40 & 7), i });
+    }
+    write_book("a.bin", entries);
+    const std::vector<BookEntry> wanted = sorted(entries);
+    for (const u64 run : { 10u, 996u, 997u, 5000u }) {
+        Report report = start_report("test", CommonOptions());
+        BookFile book;
+        ASSERT_TRUE(open_unsorted_book(&book, "a.bin", &report));
+        ASSERT_TRUE(sort_book(&book, run, &report));
+        BookCursor cursor = make_cursor(book);
+        BookEntry entry;
+        for (u64 i = 0; i < wanted.size(); ++i) {
+            ASSERT_TRUE(next_entry(&cursor, &entry));
+            ASSERT_EQ(entry.learn, wanted[i].learn) << "record " << i << ", runs of " << run;
+            ASSERT_EQ(entry_number(book, i), static_cast<i64>(entry.learn) + 1);
+        }
+        EXPECT_FALSE(next_entry(&cursor, &entry));
+        EXPECT_FALSE(cursor.failed);
+    }
+}
+
+// The first record of a key may stand at the end of a step of the index or begin the next.
+TEST_F(DataBook, FindsEveryKey)
+{
+    std::vector<BookEntry> entries;
+    for (u32 i = 0; i < 3000; ++i) {
+        entries.push_back({ 10 + i / 3 * 7ULL, static_cast<u16>(i), 1, i });
+    }
+    write_book("a.bin", entries);
+    Report report = start_report("test", CommonOptions());
+    BookFile book;
+    BookIndex index;
+    ASSERT_TRUE(open_unsorted_book(&book, "a.bin", &report));
+    ASSERT_TRUE(make_index(&index, book, &report));
+    for (u64 key = 0; key < 8000; ++key) {
+        const bool is_there = key >= 10 && (key - 10) % 7 == 0 && key < 10 + 7 * 1000;
+        const i64 wanted = is_there ? static_cast<i64>((key - 10) / 7 * 3) : -1;
+        ASSERT_EQ(find_key(index, book, key), wanted) << "key " << key;
+    }
+    BookEntry group[max_book_entries];
+    EXPECT_EQ(read_group(book, 2997, group), 3);
+    EXPECT_EQ(group[2].learn, 2999u);
 }
 
 // ---- dump
