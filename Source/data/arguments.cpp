@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "base/nearest_word.h"
+#include "data/places.h"
 #include "tools/number_option.h"
 
 static constexpr f64 most_jobs = 256.0;
@@ -84,6 +85,40 @@ static bool set_value(const WordOption& option, const char* value)
     return true;
 }
 
+static bool refuse_place(std::string_view name, const std::string& file, const char* problem)
+{
+    fprintf(stderr, "vesk-data: option %.*s: '%s' %s\n", static_cast<int>(name.size()), name.data(),
+        file.c_str(), problem);
+    return false;
+}
+
+// The report is written at the end of the run, when it is too late for complaints, and in the place
+// of an older file.
+static bool check_places(const CommonOptions& common, const std::vector<std::string>& files)
+{
+    if (common.output.empty()) {
+        return refuse_place("--output", common.output, "is no name");
+    }
+    if (common.report.empty() || common.report == "-") {
+        return true;
+    }
+    if (const char* problem = place_problem(common.report)) {
+        return refuse_place("--report", common.report, problem);
+    }
+    if (!is_plain_place(common.report)) {
+        return true;
+    }
+    if (common.output != "-" && is_same_place(common.report, common.output)) {
+        return refuse_place("--report", common.report, "is where the output goes");
+    }
+    for (const std::string& file : files) {
+        if (file != "-" && is_same_place(common.report, file)) {
+            return refuse_place("--report", common.report, "is an input");
+        }
+    }
+    return true;
+}
+
 bool read_arguments(Arguments arguments, std::span<const WordOption> options, CommonOptions* common,
     std::vector<std::string>* files)
 {
@@ -137,5 +172,5 @@ bool read_arguments(Arguments arguments, std::span<const WordOption> options, Co
             return false;
         }
     }
-    return true;
+    return common->help || check_places(*common, *files);
 }

@@ -23,8 +23,8 @@ struct CommonOptions {
     i64 jobs = 1;             // --jobs N: threads; the output is the same for any number
     i64 max_messages = 20;    // --max-messages N: refusals told singly; all are counted
     std::string output = "-"; // --output FILE; "-" is standard output
-    std::string report;       // --report FILE: where the report goes; empty: standard error, or
-                              // standard output where that is free
+    std::string report;       // --report FILE: where the report goes, "-" is standard output;
+                              // empty: standard error, or standard output where that is free
 };
 
 // One option: its name with both dashes, and where its value goes. One of the targets is set; a
@@ -43,7 +43,9 @@ struct WordOption {
 
 // Reads the command line of a word: its own options, those of CommonOptions, and files, which are
 // everything else ("-" among them; behind "--" all is a file). A value stands behind its option or
-// is joined to it by "=". Returns false after telling standard error what cannot be understood.
+// is joined to it by "=". Names that nothing can be written under, and a report in the place of an
+// input or of the output, are refused before anything is lost. Returns false after telling standard
+// error what cannot be understood.
 [[nodiscard]] bool read_arguments(Arguments arguments, std::span<const WordOption> options,
     CommonOptions* common, std::vector<std::string>* files);
 

@@ -2,10 +2,12 @@
 #include "data/report.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "base/files.h"
+#include "data/places.h"
 
 Report start_report(std::string_view word, const CommonOptions& common)
 {
@@ -201,26 +203,38 @@ static std::string report_as_table(const Report& report)
     return table;
 }
 
+// Opens what the user has named for the report: a device or a pipe is written to, a file replaced.
+static int open_report(FILE** file, const char* name)
+{
+    if (!is_plain_place(name)) {
+        *file = open_place(name);
+        return *file == nullptr ? errno : 0;
+    }
+    return open_new_file(file, name);
+}
+
 // Standard output is for what the word makes. Only where it makes nothing, or makes it elsewhere,
-// is the report found there.
+// or the user wants it there, is the report found there.
 int finish_report(
     Report* report, const CommonOptions& common, bool is_output_free, std::string_view extra)
 {
     hide_run_progress(&report->progress);
     const std::string text =
         common.json ? report_as_json(*report, extra) : report_as_table(*report);
-    FILE* file = is_output_free ? stdout : stderr;
-    const char* name = is_output_free ? "standard output" : "standard error";
-    if (!common.report.empty()) {
+    const bool is_named = !common.report.empty() && common.report != "-";
+    const bool is_output = is_output_free || common.report == "-";
+    FILE* file = is_output ? stdout : stderr;
+    const char* name = is_output ? "standard output" : "standard error";
+    if (is_named) {
         name = common.report.c_str();
-        const int error = open_new_file(&file, name);
+        const int error = open_report(&file, name);
         if (error != 0) {
             fail_file(report, name, "cannot be opened for writing", error);
             return 1;
         }
     }
     fwrite(text.data(), 1, text.size(), file);
-    const int error = common.report.empty() ? flush_written_file(file) : close_written_file(file);
+    const int error = is_named ? close_written_file(file) : flush_written_file(file);
     if (error != 0) {
         fail_file(report, name, "cannot be written", error);
     }

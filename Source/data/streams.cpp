@@ -19,6 +19,7 @@
 #endif
 
 #include "base/files.h"
+#include "data/places.h"
 
 #if defined(VESK_ZLIB) && defined(VESK_ZSTD)
 const char* const packed_forms = ".gz .zst";
@@ -377,6 +378,9 @@ struct Packer {
             fclose(out.file);
             unlink(unfinished.c_str());
         }
+        if (is_named) {
+            forget_unfinished(unfinished);
+        }
     }
 };
 
@@ -506,37 +510,28 @@ OutputStream::~OutputStream()
     }
 }
 
-// Whether both names are one file's.
-static bool is_same_file(const std::string& a, const std::string& b)
-{
-    struct stat first;
-    struct stat second;
-    return stat(a.c_str(), &first) == 0 && stat(b.c_str(), &second) == 0
-        && first.st_dev == second.st_dev && first.st_ino == second.st_ino;
-}
-
 static bool open_target(
     OutputStream* stream, const std::vector<std::string>& inputs, Report* report)
 {
     Packer* packer = stream->packer.get();
     packer->unfinished = stream->name + ".part";
     for (const std::string& input : inputs) {
-        if (is_same_file(input, stream->name) || is_same_file(input, packer->unfinished)) {
+        if (is_same_place(input, stream->name) || is_same_place(input, packer->unfinished)) {
             fail_file(report, input, "would be replaced by the output", 0);
             return false;
         }
     }
-    struct stat status;
-    const bool is_there = stat(stream->name.c_str(), &status) == 0;
     // A device takes what it is given, but is not replaced by a file.
-    if (is_there && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
-        packer->target = fopen(stream->name.c_str(), "we");
+    struct stat status;
+    const bool is_folder = stat(stream->name.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    if (!is_folder && !is_plain_place(stream->name)) {
+        packer->target = open_place(stream->name);
         if (packer->target == nullptr) {
             fail_file(report, stream->name, "cannot be opened for writing", errno);
         }
         return packer->target != nullptr;
     }
-    const int error = is_there && S_ISDIR(status.st_mode)
+    const int error = is_folder
         ? EISDIR
         : open_output(&packer->out, stream->name.c_str(), packer->unfinished.c_str());
     if (error != 0) {
@@ -544,6 +539,7 @@ static bool open_target(
         return false;
     }
     packer->is_named = true;
+    remember_unfinished(packer->unfinished);
     packer->target = packer->out.file;
     return true;
 }

@@ -1,0 +1,29 @@
+// Where files lie, seen before a run begins: a name that cannot be written should cost a word, not
+// the hours of the run, and no name that is written may be that of an input.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+// Whether both names are one file's, by whatever way, or would be if it were made.
+[[nodiscard]] bool is_same_place(const std::string& a, const std::string& b);
+
+// Why nothing can be written under that name, or null: a folder, or in a folder that is not there
+// or takes no files. Devices and pipes pass.
+[[nodiscard]] const char* place_problem(const std::string& name);
+
+// Whether what is written under that name stays there: no device, no pipe, and none of the names by
+// which the system hands out what is open already, such as /dev/stdout.
+[[nodiscard]] bool is_plain_place(const std::string& name);
+
+// Opens for writing what is no plain place, and what such a name stands for where it stands: a file
+// behind /dev/stdout is neither replaced nor cut. Returns null with errno.
+[[nodiscard]] FILE* open_place(const std::string& name);
+
+// ---- Unfinished files
+
+// Remembers the name of a file that is being written, to be removed if the user or the system ends
+// the process before it is forgotten. A process that is killed leaves it.
+void remember_unfinished(const std::string& name);
+void forget_unfinished(const std::string& name);

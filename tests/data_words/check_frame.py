@@ -1,0 +1,139 @@
+#!/usr/bin/env python3
+"""What all words of vesk-data have in common, seen from outside: reports that would take the place
+of something else, devices and pipes as outputs, standard files that are closed, and a run that is
+broken off.
+
+    check_frame.py VESK_DATA VESK ROOT
+
+Prints what is wrong; status 1 if anything is.
+"""
+
+import gzip
+import os
+import pathlib
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+wrong = []
+checks = 0
+
+
+def expect(true, text):
+    global checks
+    checks += 1
+    if not true:
+        wrong.append(text)
+
+
+def run(*words, **more):
+    more.setdefault("stdin", subprocess.DEVNULL)
+    return subprocess.run([vesk_data, *map(str, words)], stdout=more.pop("stdout", subprocess.PIPE),
+                          stderr=subprocess.PIPE, text=True, timeout=60, **more)
+
+
+def shell(command, *words):
+    return subprocess.run(["/bin/sh", "-c", f'"$0" {command}', vesk_data, *map(str, words)],
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                          text=True, timeout=60, check=False)
+
+
+def check_places(folder, book):
+    """Refused before anything is lost."""
+    copy = folder / "copy.bin"
+    copy.write_bytes(book.read_bytes())
+    (folder / "link.bin").symlink_to(copy)
+    os.link(copy, folder / "second.bin")
+    out = folder / "out.txt"
+    out.write_text("old")
+    for reason, words in (
+            ("is an input", ("check", copy, "--report", copy)),
+            ("is an input", ("check", copy, "--report", folder / "link.bin")),
+            ("is an input", ("check", copy, "--report", folder / "second.bin")),
+            ("is where the output goes", ("dump", copy, "--output", out, "--report", out)),
+            ("is where the output goes", ("dump", copy, "--output", folder / "new.txt", "--report",
+                                          f"{folder}/../{folder.name}/new.txt")),
+            ("is a folder", ("check", copy, "--report", folder)),
+            ("not there", ("check", copy, "--report", folder / "nowhere" / "report")),
+            ("is no name", ("dump", copy, "--output", ""))):
+        result = run("book", *words)
+        expect(result.returncode == 2 and reason in result.stderr, f"{reason}: {result.stderr}")
+    expect(copy.read_bytes() == book.read_bytes() and out.read_text() == "old", "something is lost")
+    expect(not (folder / "new.txt").exists(), "something is made")
+
+
+def check_devices(folder, book):
+    dump = "book dump --max-ply 1"
+    plain = run(*dump.split(), book)
+    beside = folder / "appended.txt"
+    beside.write_text("kept\n")
+    result = shell(dump + ' "$1" --output /dev/stdout --report /dev/stderr >>"$2"', book, beside)
+    expect(result.returncode == 0 and result.stderr == plain.stderr, f"names of what is open: {result}")
+    expect(beside.read_text() == "kept\n" + plain.stdout, "what was there is gone")
+    expect(os.path.islink("/dev/stdout"), "a link of the system is gone")
+    result = run("book", "check", book, "--report", "-", "--max-messages", "0")
+    expect("positions" in result.stdout and not (folder / "-").exists(), "- is no standard output")
+    result = run("book", "check", book, "--report", "/dev/full")
+    expect(result.returncode == 1 and "No space left" in result.stderr, "a full device takes a report")
+    pipe = folder / "pipe"
+    os.mkfifo(pipe)
+    with subprocess.Popen(["cat", str(pipe)], stdout=subprocess.PIPE) as reader:
+        result = run("book", "check", book, "--json", "--report", pipe)
+        expect(reader.communicate(timeout=60)[0].startswith(b'{"word"'), "a pipe gets no report")
+
+
+def check_closed(folder, book):
+    plain = run("book", "dump", "--max-ply", "1", book)
+    out = folder / "closed.txt"
+    result = shell('book dump --max-ply 1 "$1" --output "$2" <&- >&- 2>&-', book, out)
+    expect(result.returncode == 1 and out.read_text() == plain.stdout,
+           "without standard files others take their place")
+    for words in "--help", "--version", "book check --help", "help book":
+        for target in ">&-", ">/dev/full":
+            result = shell(f"{words} {target}")
+            expect(result.returncode == 1 and "cannot be written" in result.stderr,
+                   f"{words} {target}: {result}")
+    result = shell("book check - <&-")
+    expect(result.returncode == 1 and "Bad file descriptor" in result.stderr, "a closed input is empty")
+
+
+def check_broken_off(folder, book):
+    """The older file is still there, and nothing else."""
+    out = folder / "broken.bin.gz"
+    for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
+        old = gzip.compress(b"old")
+        out.write_bytes(old)
+        part = pathlib.Path(f"{out}.part")
+        with subprocess.Popen([vesk_data, "book", "merge", str(book), "-", "--output", str(out)],
+                              stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL) as process:
+            end = time.monotonic() + 30
+            while not part.exists() and time.monotonic() < end:
+                time.sleep(0.01)
+            expect(part.exists(), "no unfinished file is seen")
+            process.send_signal(number)
+            expect(process.wait(60) == -number, f"signal {number} ends it otherwise")
+        if out.read_bytes() != old or part.exists():
+            wrong.append(f"signal {number} leaves {sorted(p.name for p in folder.iterdir())}")
+
+
+def main():
+    global vesk_data
+    vesk_data, _, root = sys.argv[1:]
+    book = pathlib.Path(root).resolve() / "tests" / "data" / "small.bin"
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name).resolve()
+        check_places(folder, book)
+        check_devices(folder, book)
+        check_closed(folder, book)
+        if ".gz" in run("--version").stdout:
+            check_broken_off(folder, book)
+    for text in wrong:
+        print(text)
+    print(f"{checks} checks, {len(wrong)} wrong")
+    return 1 if wrong else 0
+
+
+sys.exit(main())
