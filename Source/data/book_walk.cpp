@@ -16,12 +16,11 @@ static constexpr size_t nodes_of_piece = 16;
 
 // A position of the book that is to be looked at.
 struct WalkNode {
-    u64 first; // index of its first record; no_record at the start, where the book may have none
+    u64 first; // index of its first record; of no meaning at the start
     PackedPosition position;
     u8 modes;    // by which it was met now
     u8 is_first; // never met before
 };
-static constexpr u64 no_record = ~0ULL;
 
 // A position of the book that a move or two lead to.
 struct WalkHit {

@@ -154,8 +154,10 @@ static void add_bars(const Panel& panel, const Bars& bars)
 {
     const i64 most = std::max(*std::max_element(bars.counts, bars.counts + bars.count), i64 { 1 });
     const f64 step = nice_step(static_cast<f64>(most));
-    const f64 top = step * std::ceil(static_cast<f64>(most) / step);
-    for (f64 count = 0.0; count <= top; count += step) {
+    const i32 steps = static_cast<i32>(std::ceil(static_cast<f64>(most) / step));
+    const f64 top = step * steps;
+    for (i32 i = 0; i <= steps; ++i) {
+        const f64 count = step * i;
         const f64 y = plot_height * (1.0 - count / top);
         add_line(panel, "grid", 0.0, y, plot_width, y);
         add_label(panel, "soft", -7.0, y + 4.0, "end", short_count(count));
@@ -192,7 +194,8 @@ static void draw_phases(std::string* out, const LineStatistics& statistics)
     constexpr i32 bars = std::size(counts);
     add_bars(panel, { counts, bars, false, phase_name });
     for (i32 points = 0; points <= full_phase; points += full_phase / phase_bands) {
-        add_tick(panel, (points / phase_step + 0.5) / bars, std::to_string(points));
+        const i32 bar = points / phase_step;
+        add_tick(panel, (bar + 0.5) / bars, std::to_string(points));
     }
     add_axis(panel, "points of pieces on the board: bare kings 0, all pieces 64");
 }

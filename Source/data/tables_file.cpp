@@ -27,7 +27,6 @@
 #include "fathom/tbtable.h"
 
 static constexpr u64 page_size = 4096; // of a disk's zeros
-static constexpr i32 most_sections = 2 * tb_pawn_files;
 
 void add_fault(TableFile* file, const char* reason, std::string detail)
 {
