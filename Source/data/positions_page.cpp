@@ -328,8 +328,7 @@ static void draw_outcomes(std::string* out, const LineStatistics& statistics)
 {
     static constexpr const char* bands[phase_bands] = { "0 to 15", "16 to 31", "32 to 47",
         "48 to 64" };
-    const Panel panel =
-        start_panel(out, 1, 1, "Results by phase", "share of the positions, by points of pieces");
+    const Panel panel = start_panel(out, 1, 1, "Results by phase", "by points of pieces");
     constexpr f64 height = plot_height / phase_bands;
     for (i32 band = 0; band < phase_bands; ++band) {
         const f64 y = height * (phase_bands - 1 - band) + 6.0;
