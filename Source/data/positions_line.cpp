@@ -61,9 +61,22 @@ static Problem problem(const char* reason, std::string_view detail = {})
 
 // ---- The text
 
-static bool is_control(char c)
+// What the characters of a line are. Looked at in one go, without a branch for each.
+struct Characters {
+    bool has_control; // but for a tab
+    bool is_ascii;
+};
+
+static Characters characters_of(std::string_view line)
 {
-    return (static_cast<u8>(c) < ' ' && c != '\t') || c == 0x7f;
+    bool has_control = false;
+    u8 bits = 0;
+    for (const char c : line) {
+        const u8 code = static_cast<u8>(c);
+        has_control |= (code < ' ' && code != '\t') || code == 0x7f;
+        bits |= code;
+    }
+    return { has_control, bits < 0x80 };
 }
 
 static Problem judge_text(std::string_view line, bool is_whole, LineKind kind)
@@ -72,10 +85,11 @@ static Problem judge_text(std::string_view line, bool is_whole, LineKind kind)
         return problem(
             kind == LineKind::Test ? "is longer than 511 characters" : refusal_text(LineTooLong));
     }
-    if (std::ranges::any_of(line, is_control)) {
+    const Characters characters = characters_of(line);
+    if (characters.has_control) {
         return problem(refusal_text(LineBinary));
     }
-    if (!is_utf8(line)) {
+    if (!characters.is_ascii && !is_utf8(line)) {
         return problem("is not UTF-8");
     }
     // Half a line may look like a whole one, of another result or game. Suites are written by hand.
