@@ -350,17 +350,31 @@ static int finish_run(GamesRun* run, const CommonOptions& common, bool is_output
     return finish_report(report, common, is_output_free);
 }
 
-// Tells how the views were settled, file by file, where there was something to settle.
-static void note_views(GamesRun* run, const ViewTable& views)
+// Tells how the views were settled where there was something to settle, and of [%eval] whose data
+// speak against what is usual.
+static void note_views(GamesRun* run, const std::string& file, const GamesPiece& piece)
 {
-    for (size_t form = 0; form < views.size(); ++form) {
-        if (run->options->rules.first_views[form] == ScoreView::Unknown
-            && views[form] != ScoreView::Unknown) {
-            const std::string name = std::string(score_form_names[form])
-                + (views[form] == ScoreView::White ? " is White's" : " is the mover's");
-            add_to_counts(&run->views, name);
+    const ViewTable& first = run->options->rules.first_views;
+    for (size_t form = 0; form < first.size(); ++form) {
+        if (first[form] == ScoreView::Unknown && piece.views[form] != ScoreView::Unknown) {
+            const bool is_whites = piece.views[form] == ScoreView::White;
+            add_to_counts(&run->views,
+                std::string(score_form_names[form])
+                    + (is_whites ? " is White's" : " is the mover's"));
         }
     }
+    for (const ScoreForm form : { PawnEval, CentipawnEval }) {
+        if (run->options->view == "auto" && piece.told[form] == ScoreView::Mover) {
+            refuse_item(&run->report, file,
+                { 0, "scores that look like the mover's, taken for White's",
+                    std::string(score_form_names[form]) + ", --view mover or --view white" });
+        }
+    }
+}
+
+static std::string name_of_file(const std::string& file)
+{
+    return file == "-" ? "standard input" : file;
 }
 
 int run_games(Arguments arguments)
@@ -402,7 +416,7 @@ int run_games(Arguments arguments)
                 return false;
             }
             if (piece->is_first) {
-                note_views(&run, piece->views);
+                note_views(&run, name_of_file(files[piece->file]), *piece);
             }
             return true;
         },
@@ -410,8 +424,7 @@ int run_games(Arguments arguments)
             work_on_piece(options.rules, piece, result);
         },
         [&](PieceResult* piece) {
-            const std::string file =
-                files[piece->file] == "-" ? "standard input" : files[piece->file];
+            const std::string file = name_of_file(files[piece->file]);
             if (piece->is_too_long) {
                 ++run.read;
                 refuse_item(

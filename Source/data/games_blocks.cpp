@@ -105,7 +105,7 @@ size_t find_last_game(std::string_view text)
 
 // ---- Views
 
-ViewTable judge_views(const std::string& text, const ViewTable& views)
+ViewTable judge_views(const std::string& text)
 {
     EvidenceTable evidence = {};
     GameText game;
@@ -113,13 +113,9 @@ ViewTable judge_views(const std::string& text, const ViewTable& views)
     for (const char* p = text.data(); (p = read_game(p, end, &game)) != nullptr;) {
         add_evidence(game, &evidence);
     }
-    ViewTable judged = views;
-    for (size_t form = 0; form < judged.size(); ++form) {
-        if (judged[form] == ScoreView::Unknown) {
-            judged[form] = view_of_games(evidence[form]);
-        }
-    }
-    return judged;
+    ViewTable views;
+    std::ranges::transform(evidence, views.begin(), view_of_games);
+    return views;
 }
 
 // ---- Files
@@ -221,7 +217,11 @@ static void hand_out(GamesReader* reader, size_t size, GamesPiece* piece)
     reader->line += count_lines(piece->text);
     piece->is_first = reader->is_first;
     if (reader->is_first) {
-        reader->file_views = judge_views(piece->text, reader->views);
+        piece->told = judge_views(piece->text);
+        for (size_t form = 0; form < reader->views.size(); ++form) {
+            const ScoreView known = reader->views[form];
+            reader->file_views[form] = known != ScoreView::Unknown ? known : piece->told[form];
+        }
         reader->is_first = false;
     }
     piece->views = reader->file_views;

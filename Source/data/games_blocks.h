@@ -20,6 +20,7 @@ struct GamesPiece {
     i64 first_line = 1; // of the text
     std::string text;
     ViewTable views = {};     // of the file
+    ViewTable told = {};      // what the data alone tells; of the first piece of a file
     bool is_first = false;    // of its file
     bool is_too_long = false; // a game that was refused for its length begins at first_line
     i64 position = 0;         // bytes of all files that have been read when it was made
@@ -50,5 +51,5 @@ struct GamesReader {
 // told.
 [[nodiscard]] size_t find_last_game(std::string_view text);
 
-// The views of the scores of a number of games, where `views` leaves them to the data.
-[[nodiscard]] ViewTable judge_views(const std::string& text, const ViewTable& views);
+// The views of the scores of a number of games, as the data alone tells them.
+[[nodiscard]] ViewTable judge_views(const std::string& text);

@@ -191,7 +191,7 @@ static bool read_slash_score(std::string_view text, GameScore* score)
 {
     for (size_t slash = text.find('/'); slash != text.npos; slash = text.find('/', slash + 1)) {
         size_t start = slash;
-        while (start > 0 && !is_space(text[start - 1])) {
+        while (start > 0 && slash - start <= score_digits && !is_space(text[start - 1])) {
             --start;
         }
         std::string_view word = text.substr(start, slash - start);

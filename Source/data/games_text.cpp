@@ -14,6 +14,11 @@ static constexpr char byte_order_mark[] = "\xef\xbb\xbf";
 static constexpr std::string_view ellipsis = "\xe2\x80\xa6";
 static constexpr size_t most_shown = 40; // characters of a text that a refusal quotes
 
+// No program writes as much. What is more of either is left out, so that a file made to take long
+// does not.
+static constexpr size_t most_tags = 256;
+static constexpr size_t most_tag_size = 1 << 14;
+
 const char* text_of_end(GameEnd end)
 {
     static constexpr const char* texts[] = { "?", "1-0", "0-1", "1/2-1/2", "*" };
@@ -146,7 +151,8 @@ static const char* find_value_end(const char* p, const char* end, bool* is_close
 // Reads the tag at p, odd or not, and goes behind it.
 static void read_tag(GameReading* reading)
 {
-    const char* end = line_end(reading->p, reading->end);
+    const size_t rest = static_cast<size_t>(reading->end - reading->p);
+    const char* end = line_end(reading->p, reading->p + std::min(rest, most_tag_size));
     const char* name = skip_spaces(reading->p + 1, end);
     const char* p = name;
     while (p < end && is_name_character(*p)) {
@@ -172,8 +178,9 @@ static void read_tag(GameReading* reading)
         p = end;
     }
     reading->p = p;
-    reading->game->odd_tags += !is_closed || tag.name.empty();
-    if (!tag.name.empty()) {
+    const bool has_room = reading->game->tags.size() < most_tags;
+    reading->game->odd_tags += !is_closed || tag.name.empty() || !has_room;
+    if (!tag.name.empty() && has_room) {
         reading->game->tags.push_back(tag);
     }
 }
@@ -218,18 +225,20 @@ static void read_tags(GameReading* reading)
 // ---- Comments and variations
 
 // Where the comment whose brace stands at p ends: at its closing brace, or null if a tag or the end
-// comes first. Braces do not nest.
+// comes first. Braces do not nest. Line by line, so that nothing behind the game is looked at.
 static const char* find_comment_end(const GameReading& reading, const char* p)
 {
-    const char* close =
-        static_cast<const char*>(memchr(p, '}', static_cast<size_t>(reading.end - p)));
-    const char* last = close != nullptr ? close : reading.end;
-    for (const char* line = line_end(p, last); line < last; line = line_end(line, last)) {
-        if (is_tag_line(++line, last)) {
+    while (p < reading.end) {
+        const char* line = line_end(p, reading.end);
+        if (const void* close = memchr(p, '}', static_cast<size_t>(line - p))) {
+            return static_cast<const char*>(close);
+        }
+        p = line + 1;
+        if (is_tag_line(p, reading.end)) {
             return nullptr;
         }
     }
-    return close;
+    return nullptr;
 }
 
 // Reads the comment at p. One of a variation says nothing of the game.

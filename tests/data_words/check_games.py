@@ -41,6 +41,8 @@ CASES = (
     ("forms", ("--unique", "--max-length", "20")),
     ("broken", ()),
     ("scores", ()),
+    ("mover-eval", ()),
+    ("mover-eval", ("--view", "mover")),
     ("no-view", ()),
     ("no-view", ("--view", "mover")),
     ("vesk", ()),

@@ -82,3 +82,15 @@ TEST(DataGamesBlocks, FindTheLastGame)
     EXPECT_EQ(find_last_game("1. e4 1-0\n\n1. d4 0-1\n"), 11u);
     EXPECT_EQ(find_last_game("[Event \"1\"]\n; x\n  [ Site \"?\"]\n[Odd]\n[Result \"1-0\"]\n"), 0u);
 }
+
+TEST(DataGamesBlocks, TellsTheViewByTheFirstGames)
+{
+    std::string text = "[Event \"a\"]\n\n";
+    for (i32 i = 0; i < 10; ++i) {
+        text += "a {(eval) 100} b {(eval) -100} c {[%eval 1.0]} d {[%eval 1.0]} ";
+    }
+    const ViewTable views = judge_views(text);
+    EXPECT_EQ(views[EvalMark], ScoreView::Mover);
+    EXPECT_EQ(views[PawnEval], ScoreView::White);
+    EXPECT_EQ(views[SlashScore], ScoreView::Unknown);
+}

@@ -123,3 +123,21 @@ TEST(DataGamesText, WholeNumbersAreCentipawnsUnlessTheGameHasPawns)
     EXPECT_EQ(form_of_second("1. e4 {[%eval 20,10]} e5 {[%eval 3,11]}"), -3);
     EXPECT_EQ(form_of_second("1. e4 {[%eval 0.2]} e5 {[%eval 3]}"), 300);
 }
+
+// Each of these took minutes where something was looked through again and again.
+TEST(DataGamesText, TextsMadeToTakeLongDoNot)
+{
+    const auto repeated = [](const char* text, i32 times) {
+        std::string all;
+        for (i32 i = 0; i < times; ++i) {
+            all += text;
+        }
+        return all;
+    };
+    EXPECT_EQ(moves_of("1. e4 {" + std::string(1 << 20, '/') + "} e5"), "e4 e5");
+    EXPECT_EQ(moves_of("1. e4 " + repeated("(", 1 << 20)).substr(0, 9), "variation");
+    EXPECT_EQ(moves_of(repeated("[A \"b\"]", 1 << 17) + "\n\n1. e4 e5"), "e4 e5");
+    EXPECT_EQ(moves_of(repeated("[A \"b\"]\n", 1 << 17) + "\n\n1. e4 e5"), "e4 e5");
+    EXPECT_EQ(games_of(repeated("1. e4 {\n[Event \"a\"]\n", 1 << 15)).size(), 1u + (1 << 15));
+    EXPECT_EQ(moves_of("1. e4 " + repeated("{[%eval ", 1 << 17) + "} e5"), "e4 e5");
+}
