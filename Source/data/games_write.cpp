@@ -105,7 +105,10 @@ static bool set_up(const GameText& game, const GameRules& rules, GameBoard* boar
         refuse_game(outcome, "start from a position", start->data(), start->substr(0, fen_size));
         return false;
     }
-    if (start->size() >= static_cast<size_t>(fen_size)) {
+    const bool is_plain = start->size() < static_cast<size_t>(fen_size)
+        && start->find_first_of("\"\\") == start->npos
+        && std::ranges::all_of(*start, [](char c) { return c >= ' ' && c <= '~'; });
+    if (!is_plain || !is_whole_board(start->substr(0, start->find(' ')))) {
         refuse_game(outcome, "start that is no position", start->data(), start->substr(0, 40));
         return false;
     }
