@@ -51,7 +51,12 @@ static int show_book_help()
 // hand: a file of such a name can be given as ./NAME.
 int run_book(Arguments arguments)
 {
-    init_board_tables();
+    // Once a process: a caller that runs many words should not wait for the same tables each time.
+    static bool has_tables = false;
+    if (!has_tables) {
+        init_board_tables();
+        has_tables = true;
+    }
     if (arguments.empty()) {
         return refuse_data_words("book", "names no book");
     }

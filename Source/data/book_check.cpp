@@ -252,7 +252,7 @@ static void print_help()
         "  --start FEN   the position from which the book is reached; default: that of chess\n"
         "  --strict      what is only worth knowing counts as wrong\n"
         "\n"
-        "Memory: about a quarter of the book. Options for all words: vesk-data --help");
+        "Memory: about a third of the book. Options for all words: vesk-data --help");
 }
 
 int run_book_check(Arguments arguments)
