@@ -29,6 +29,7 @@ int refuse_data_words(const char* word, const char* format, ...)
 static std::vector<std::string_view> names_of(const std::vector<WordOption>& options)
 {
     std::vector<std::string_view> names;
+    names.reserve(options.size());
     for (const WordOption& option : options) {
         names.push_back(option.name);
     }

@@ -197,7 +197,9 @@ static ssize_t read_gzip(Unpacker* unpacker, char* buffer, size_t size)
 #ifdef VESK_ZSTD
 static ssize_t read_zstd(Unpacker* unpacker, char* buffer, size_t size)
 {
-    ZSTD_outBuffer out = { buffer, size, 0 };
+    ZSTD_outBuffer out = {};
+    out.dst = buffer;
+    out.size = size;
     while (out.pos == 0) {
         // What the library still holds comes out at the end of the file too.
         const bool has_input = fill_piece(unpacker);
