@@ -135,8 +135,9 @@ static void add_folder(TablesRun* run, const std::string& folder)
     }
     closedir(listing);
     std::ranges::sort(names);
+    const std::string prefix = folder.ends_with('/') ? folder : folder + '/';
     for (const std::string& name : names) {
-        add_file(run, folder + (folder.ends_with('/') ? "" : "/") + name, folder);
+        add_file(run, prefix + name, folder);
     }
 }
 

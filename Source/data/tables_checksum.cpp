@@ -328,11 +328,11 @@ bool makes_checksum(const std::vector<ChunkDigest>& digests, const TableChecksum
     return TableChecksum { digest[2], digest[3] } == checksum;
 }
 
-TableChecksum checksum_of(TableBytes bytes)
+TableChecksum checksum_of(TableBytes bytes, u64 chunk_length)
 {
     std::vector<ChunkDigest> digests;
     while (!bytes.empty()) {
-        const size_t length = std::min<size_t>(bytes.size(), chunk_lengths[0]);
+        const size_t length = std::min<size_t>(bytes.size(), chunk_length);
         digests.push_back(digest_chunk(bytes.first(length)));
         bytes = bytes.subspan(length);
     }

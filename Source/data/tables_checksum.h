@@ -22,9 +22,11 @@ using ChunkDigest = std::array<u64, 4>;
 // A file up to this long has been seen to agree.
 inline constexpr u64 known_checksum_size = 8136912;
 
-// Lengths that chunks may have, the most likely one first.
-inline constexpr u64 chunk_lengths[] = { 1ULL << 24, 1ULL << 23, 1ULL << 25, 1ULL << 26, 1ULL << 20,
-    1ULL << 27, 1ULL << 28 };
+// Lengths that chunks may have, the most likely one first. None is less than what was seen to be
+// one.
+inline constexpr u64 chunk_lengths[] = { 1ULL << 24, 1ULL << 23, 1ULL << 25, 1ULL << 26, 1ULL << 27,
+    1ULL << 28 };
+static_assert(chunk_lengths[1] >= known_checksum_size);
 
 // The digest of one chunk.
 [[nodiscard]] ChunkDigest digest_chunk(TableBytes chunk);
@@ -33,8 +35,8 @@ inline constexpr u64 chunk_lengths[] = { 1ULL << 24, 1ULL << 23, 1ULL << 25, 1UL
 [[nodiscard]] bool makes_checksum(
     const std::vector<ChunkDigest>& digests, const TableChecksum& checksum);
 
-// The checksum of bytes in one chunk or several of the most likely length.
-[[nodiscard]] TableChecksum checksum_of(TableBytes bytes);
+// The checksum of bytes in chunks of this length.
+[[nodiscard]] TableChecksum checksum_of(TableBytes bytes, u64 chunk_length = chunk_lengths[0]);
 
 // The checksum as 32 hexadecimal digits, in the order of the file.
 [[nodiscard]] std::array<char, 33> checksum_text(const TableChecksum& checksum);

@@ -94,8 +94,9 @@ using EntryPointer = std::unique_ptr<TbEntry, EntryDeleter>;
 
 // Reads the header as that of a material. *entry stays null without memory.
 static TbHeaderFault read_as(const MappedFile& mapped, const std::string& material, TbKind kind,
-    EntryPointer* entry, u64* length)
+    EntryPointer* entry, TbHeaderNotes* notes)
 {
+    *notes = {};
     entry->reset(tb_new_entry(material.find('P') != std::string::npos));
     if (*entry == nullptr) {
         return TbDamagedHeader;
@@ -103,7 +104,7 @@ static TbHeaderFault read_as(const MappedFile& mapped, const std::string& materi
     tb_set_material(entry->get(), material.c_str());
     (*entry)->data = mapped.data;
     (*entry)->mapping_size = mapped.size;
-    return tb_check_header(entry->get(), kind, length);
+    return tb_check_header(entry->get(), kind, notes);
 }
 
 // The material whose table of this kind the bytes are; empty if there is none.
@@ -112,9 +113,9 @@ static std::string recognise_material(const MappedFile& mapped, TbKind kind)
     for (i32 pieces = tb_fewest_named; pieces <= tb_max_pieces; ++pieces) {
         for (const std::string& name : all_tables().names[pieces]) {
             EntryPointer entry;
-            u64 length = 0;
-            const TbHeaderFault fault = read_as(mapped, name, kind, &entry, &length);
-            if (fault == TbSoundHeader || fault == TbOtherLength) {
+            TbHeaderNotes notes;
+            const TbHeaderFault fault = read_as(mapped, name, kind, &entry, &notes);
+            if (notes.is_tidy && (fault == TbSoundHeader || fault == TbOtherLength)) {
                 return name;
             }
             if (fault == TbOtherKind) {
@@ -157,18 +158,23 @@ static std::string length_text(u64 bytes, u64 wanted)
 // Tells what is wrong with the header. Returns whether everything behind it has its place.
 static bool check_header(const MappedFile& mapped, EntryPointer* entry, TableFile* file)
 {
-    u64 length = 0;
-    switch (read_as(mapped, file->material, file->kind, entry, &length)) {
+    TbHeaderNotes notes;
+    const TbHeaderFault fault = read_as(mapped, file->material, file->kind, entry, &notes);
+    switch (fault) {
     case TbSoundHeader:
-        return true;
+    case TbOtherLength:
+        // The header of KNNvK.rtbz can be read as that of KNvK.rtbz, but for some bytes.
+        if (!notes.is_tidy) {
+            tell_other_table(mapped, fault_header, file);
+        } else if (fault == TbOtherLength) {
+            add_fault(file, fault_length, length_text(mapped.size, notes.length));
+        }
+        return notes.is_tidy && fault == TbSoundHeader;
     case TbOtherKind:
         tell_other_table(mapped, fault_no_table, file);
         break;
     case TbOtherMaterial:
         tell_other_table(mapped, fault_header, file);
-        break;
-    case TbOtherLength:
-        add_fault(file, fault_length, length_text(mapped.size, length));
         break;
     case TbDamagedHeader:
         add_fault(file, fault_header, {});
@@ -178,6 +184,27 @@ static bool check_header(const MappedFile& mapped, EntryPointer* entry, TableFil
         break;
     }
     return false;
+}
+
+// Whether a file of more pieces than the reader takes has the material of its name: kind, flags,
+// and the pieces of its first section, which stand behind one order byte or, with pawns on both
+// sides, two.
+static bool has_material_of_name(const MappedFile& mapped, const TableFile& file)
+{
+    static constexpr size_t flag_offset = 4;
+    static constexpr u8 by_pawn_file = 2;
+    TbEntry material = {};
+    tb_set_material(&material, file.material.c_str());
+    const size_t pieces = flag_offset + 2 + (material.pawns[1] != 0 ? 1 : 0);
+    if (mapped.size < pieces + material.num || tb_u32(mapped.data) != tb_magic_numbers[file.kind]
+        || ((mapped.data[flag_offset] & by_pawn_file) != 0) != (material.has_pawns != 0)) {
+        return false;
+    }
+    u8 count[tb_code_count] = {};
+    for (size_t i = 0; i < material.num; ++i) {
+        ++count[mapped.data[pieces + i] & 15];
+    }
+    return std::ranges::equal(count, material.count);
 }
 
 // ---- Blocks
@@ -338,9 +365,8 @@ static std::vector<ChunkDigest> digest_again(const MappedFile& mapped, u64 chunk
 static bool agrees_otherwise(const MappedFile& mapped, const TableChecksum& stored)
 {
     for (const u64 length : chunk_lengths) {
-        const bool tried = length == chunk_lengths[0]
-            || (length > chunk_lengths[0] && mapped.size <= chunk_lengths[0]);
-        if (!tried && length < mapped.size
+        // The first was tried; one that is no less than the file makes it one chunk, as below.
+        if (length != chunk_lengths[0] && length < mapped.size
             && makes_checksum(digest_again(mapped, length), stored)) {
             return true;
         }
@@ -349,12 +375,13 @@ static bool agrees_otherwise(const MappedFile& mapped, const TableChecksum& stor
         && makes_checksum(digest_again(mapped, mapped.size), stored);
 }
 
-static void judge_checksum(
-    const MappedFile& mapped, const std::vector<ChunkDigest>& digests, TableFile* file)
+// is_well tells whether nothing else was found.
+static void judge_checksum(const MappedFile& mapped, const std::vector<ChunkDigest>& digests,
+    bool is_well, TableFile* file)
 {
     const TableChecksum stored = stored_checksum(mapped);
     file->stored = checksum_text(stored).data();
-    const bool may_be_other = mapped.size > known_checksum_size && file->faults.empty();
+    const bool may_be_other = mapped.size > known_checksum_size && is_well;
     if (makes_checksum(digests, stored) || (may_be_other && agrees_otherwise(mapped, stored))) {
         file->checksum = ChecksumState::Agrees;
         return;
@@ -362,7 +389,7 @@ static void judge_checksum(
     file->checksum = ChecksumState::Differs;
     std::string detail = stored == TableChecksum {} ? "there is none" : find_zeros(mapped);
     if (detail.empty() && may_be_other) {
-        detail = "if all else is well it may be of a kind that is not known of large files";
+        detail = "all else is well: how that of files above 8 MB is made may not be known here";
     }
     add_fault(file, fault_checksum, std::move(detail));
 }
@@ -399,8 +426,10 @@ static void check_content(const TablesSettings& settings, const MappedFile& mapp
         add_fault(file, fault_name, recognise_table(mapped));
     } else if (file->pieces <= tb_max_pieces) {
         file->has_header = check_header(mapped, &entry, file);
-    } else if (mapped.size < sizeof(u32) || tb_u32(mapped.data) != tb_magic_numbers[file->kind]) {
-        tell_other_table(mapped, fault_no_table, file);
+    } else if (!has_material_of_name(mapped, *file)) {
+        const bool is_kind =
+            mapped.size >= sizeof(u32) && tb_u32(mapped.data) == tb_magic_numbers[file->kind];
+        tell_other_table(mapped, is_kind ? fault_header : fault_no_table, file);
     }
     if (file->has_header) {
         list_sections(entry.get(), file, &sweep);
@@ -413,7 +442,8 @@ static void check_content(const TablesSettings& settings, const MappedFile& mapp
         return;
     }
     const bool at_once = file->has_header && !settings.quick;
-    judge_checksum(mapped, read_through(mapped, at_once ? &sweep : nullptr), file);
+    const std::vector<ChunkDigest> digests = read_through(mapped, at_once ? &sweep : nullptr);
+    judge_checksum(mapped, digests, file->faults.empty() && sweep.bad == 0, file);
     if (file->has_header && (at_once || file->checksum != ChecksumState::Agrees)) {
         check_blocks(&sweep, mapped.size);
         tell_bad_blocks(sweep, file);

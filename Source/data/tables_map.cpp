@@ -12,7 +12,11 @@
 
 // A failed read is a signal to the thread that reads, so each thread counts its own.
 static thread_local volatile i64 failed_reads = 0;
-static constinit uintptr_t page_mask = 0; // set before the handler is
+
+static uintptr_t page_size()
+{
+    return static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+}
 
 // Puts a page of zeros where the file has none, and lets the read go on. mmap is no function that a
 // handler may call by the letter of POSIX, but a plain system call here. Where it fails, the signal
@@ -20,8 +24,8 @@ static constinit uintptr_t page_mask = 0; // set before the handler is
 static void fill_gap(int number, siginfo_t* info, void* /*context*/)
 {
     const int error = errno;
-    void* page = reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(info->si_addr) & page_mask);
-    const size_t size = static_cast<size_t>(~page_mask) + 1;
+    const uintptr_t size = page_size();
+    void* page = reinterpret_cast<void*>(reinterpret_cast<uintptr_t>(info->si_addr) & ~(size - 1));
     static constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED;
     if (info->si_code != BUS_ADRERR || mmap(page, size, PROT_READ, flags, -1, 0) == MAP_FAILED) {
         signal(number, SIG_DFL);
@@ -33,7 +37,6 @@ static void fill_gap(int number, siginfo_t* info, void* /*context*/)
 
 void survive_failed_reads()
 {
-    page_mask = ~(static_cast<uintptr_t>(sysconf(_SC_PAGESIZE)) - 1);
     struct sigaction action = {};
     action.sa_sigaction = fill_gap;
     action.sa_flags = SA_SIGINFO;
@@ -100,10 +103,9 @@ bool is_unchanged(const char* path, const MappedFile& file)
 // Only whole pages can be advised about; what is cut off at the ends does not matter.
 static void advise(const MappedFile& file, u64 begin, u64 end, int advice)
 {
-    const u64 page = static_cast<u64>(~page_mask) + 1;
-    begin = begin / page * page;
+    begin &= ~(static_cast<u64>(page_size()) - 1);
     end = std::min(end, file.size);
-    if (file.data != nullptr && page_mask != 0 && begin < end) {
+    if (file.data != nullptr && begin < end) {
         madvise(const_cast<u8*>(file.data) + begin, end - begin, advice);
     }
 }

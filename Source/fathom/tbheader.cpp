@@ -22,6 +22,7 @@
 static constexpr u64 flag_offset = 4;
 static constexpr i32 two_sides = 1; // bits of the byte there
 static constexpr i32 by_pawn_file = 2;
+static constexpr i32 pieces_shift = 4;
 static constexpr i32 highest_wdl = 4; // stored values: WDL values raised by two
 static constexpr i32 highest_dtz = 255;
 static constexpr i32 no_order2 = 15; // no table has so many groups
@@ -44,7 +45,7 @@ struct HeaderReader {
     TbSection* section[max_sections];
     u64 table_size[max_sections];
     u64 size[max_sections][part_count]; // bytes of each part
-    u64 length;                         // that the header makes, 0 as long as it is not known
+    TbHeaderNotes notes;
 };
 
 // Whether so many bytes are left. Aligning may have carried at beyond the end, so that is tested
@@ -71,6 +72,8 @@ static bool read_flags(HeaderReader* reader)
     if (((flags & by_pawn_file) != 0) != (entry->has_pawns != 0)) {
         return false;
     }
+    const i32 noted_pieces = flags >> pieces_shift;
+    reader->notes.is_tidy = noted_pieces == 0 || noted_pieces == entry->num;
     reader->at = flag_offset + 1;
     reader->sides = 1;
     // A probe takes the section of the side to move by the material's symmetry: both must agree, or
@@ -80,6 +83,15 @@ static bool read_flags(HeaderReader* reader)
         return (reader->sides == 1) == (entry->symmetric != 0);
     }
     return true;
+}
+
+// Takes the byte that makes the offset even, if there is one.
+static void make_even(HeaderReader* reader)
+{
+    if ((reader->at & 1) != 0) {
+        reader->notes.is_tidy &= has_bytes(reader, 1) && reader->entry->data[reader->at] == 0;
+        ++reader->at;
+    }
 }
 
 static void list_sections(HeaderReader* reader)
@@ -125,7 +137,7 @@ static bool read_orders(HeaderReader* reader)
             reader->at += bytes; // the sides of a pawn file share the bytes
         }
     }
-    reader->at += reader->at & 1;
+    make_even(reader);
     return true;
 }
 
@@ -151,6 +163,7 @@ static bool read_pairs(HeaderReader* reader, i32 i)
         const u8* next = data;
         section->pairs = tb_setup_pairs(data, entry->data + entry->mapping_size,
             reader->table_size[i], highest, reader->size[i], &next);
+        reader->notes.is_tidy &= section->pairs != nullptr && tb_ends_tidily(data, next);
         reader->at += static_cast<u64>(next - data);
     }
     return section->pairs != nullptr
@@ -185,7 +198,7 @@ static bool read_lists(HeaderReader* reader)
             reader->at += 1U + data[reader->at];
         }
     }
-    reader->at += reader->at & 1;
+    make_even(reader);
     return true;
 }
 
@@ -273,23 +286,23 @@ static TbHeaderFault find_fault(HeaderReader* reader)
     if (!read_all_pairs(reader) || (reader->kind == TbDtzFile && !read_lists(reader))) {
         return TbDamagedHeader;
     }
-    reader->length = length_of_all(*reader);
+    reader->notes.length = length_of_all(*reader);
     if (!place_tables(reader)) {
         return TbOtherLength;
     }
     return index_tables_are_sound(reader) ? TbSoundHeader : TbDamagedIndex;
 }
 
-TbHeaderFault tb_check_header(TbEntry* entry, TbKind kind, u64* length)
+TbHeaderFault tb_check_header(TbEntry* entry, TbKind kind, TbHeaderNotes* notes)
 {
-    HeaderReader reader = { entry, kind, 0, 0, 0, {}, {}, {}, 0 };
+    HeaderReader reader = { entry, kind, 0, 0, 0, {}, {}, {}, {} };
     const TbHeaderFault fault = find_fault(&reader);
-    *length = reader.length;
+    *notes = reader.notes;
     return fault;
 }
 
 bool tb_read_header(TbEntry* entry, TbKind kind)
 {
-    u64 length = 0;
-    return tb_check_header(entry, kind, &length) == TbSoundHeader;
+    TbHeaderNotes notes;
+    return tb_check_header(entry, kind, &notes) == TbSoundHeader;
 }

@@ -30,10 +30,19 @@ enum TbHeaderFault : i32 {
     TbDamagedIndex   // what stands between header and blocks leads nowhere
 };
 
+// What is seen of a header beside what is wrong with it.
+struct TbHeaderNotes {
+    u64 length; // of the file, as the header makes it; 0 where that is not known
+    // The number of pieces that it notes is right, and so are the bytes that fill it up to even
+    // offsets. A probe needs neither, and older files note no number; but the header of another
+    // material may pass for this one's without.
+    bool is_tidy;
+};
+
 // Sets up all sections of an entry whose file is mapped (data null: an empty file). Returns what is
 // wrong with it, TbDamagedHeader also without memory; the records made so far stay in the entry,
-// for tb_release to free. Stores the length that the header makes, 0 where that is not known.
-[[nodiscard]] TbHeaderFault tb_check_header(TbEntry* entry, TbKind kind, u64* length);
+// for tb_release to free.
+[[nodiscard]] TbHeaderFault tb_check_header(TbEntry* entry, TbKind kind, TbHeaderNotes* notes);
 
 // The same; returns whether nothing is wrong.
 [[nodiscard]] bool tb_read_header(TbEntry* entry, TbKind kind);

@@ -308,6 +308,12 @@ PairsData* tb_setup_pairs(
     return pairs;
 }
 
+bool tb_ends_tidily(const u8* data, const u8* next)
+{
+    const u8* count = data + fixed_header + 2 * (data[8] - data[9] + 1);
+    return (tb_u16(count) & 1) == 0 || next[-1] == 0;
+}
+
 PairsData* tb_one_value(i32 value, u64 table_size)
 {
     PairsData* pairs = new_pairs(0, 0, table_size);

@@ -13,6 +13,9 @@
 [[nodiscard]] PairsData* tb_setup_pairs(
     const u8* data, const u8* end, u64 table_size, i32 highest, u64 size[3], const u8** next);
 
+// Whether such a header, from data to next, has a zero in the byte that makes its length even.
+[[nodiscard]] bool tb_ends_tidily(const u8* data, const u8* next);
+
 // Makes the record of a section in which all values are the same; null if there is no memory. It
 // has no places in the file, and the caller frees it by free.
 [[nodiscard]] PairsData* tb_one_value(i32 value, u64 table_size);

@@ -12,7 +12,9 @@ static constexpr i32 runs_at_once = 3;
 static constexpr i32 sure_bits = 57;
 static_assert(runs_at_once * most_sweep_bits <= sure_bits);
 static constexpr i32 least_sweep_bits = 10;
-// Bytes of blocks from which on large tables are worth being made.
+// Of sections with fewer bytes of blocks than much_data the tables are kept smaller: they would
+// take longer to make than they save.
+static constexpr i32 small_sweep_bits = 13;
 static constexpr u64 much_data = 1 << 18;
 static constexpr u32 no_run = ~0U; // more values than any block has
 
@@ -53,7 +55,7 @@ void tb_start_sweep(TbSweep* sweep, const PairsData* pairs)
 {
     const bool is_small = static_cast<u64>(pairs->blocks) << pairs->block_size < much_data;
     const i32 sweep_bits = std::clamp(
-        longest_code(pairs), least_sweep_bits, is_small ? least_sweep_bits : most_sweep_bits);
+        longest_code(pairs), least_sweep_bits, is_small ? small_sweep_bits : most_sweep_bits);
     sweep->pairs = pairs;
     sweep->bits = sweep_bits;
     for (u32 next = 0; next < 1U << sweep_bits; ++next) {

@@ -40,10 +40,10 @@ static TableBytes span_of(const std::string& bytes)
 }
 
 // The bytes with a checksum at their end that agrees with them.
-static std::string sealed(std::string bytes)
+static std::string sealed(std::string bytes, u64 chunk_length = chunk_lengths[0])
 {
     bytes.resize(bytes.size() - tb_checksum_size);
-    const TableChecksum checksum = checksum_of(span_of(bytes));
+    const TableChecksum checksum = checksum_of(span_of(bytes), chunk_length);
     for (size_t i = 0; i < tb_checksum_size; ++i) {
         bytes += static_cast<char>(checksum[i / 8] >> (8 * (i % 8)));
     }
@@ -184,6 +184,31 @@ TEST_F(DataTables, WhatAFileHoldsIsToldWhereItsNameSaysOtherwise)
     EXPECT_EQ(faults_of(check("KQvK.rtbz", queen)), "holds the other file of a table: KQvK.rtbw\n");
     EXPECT_EQ(faults_of(check("KPvK.rtbw", std::string(80, '<'))),
         "no table inside\nchecksum does not agree\n");
+}
+
+// The headers of all pairs of small files: that of KNNvK.rtbz has the pieces of KNvK.rtbz in front.
+TEST_F(DataTables, NoHeaderPassesForThatOfAnotherMaterial)
+{
+    std::vector<fs::path> paths;
+    for (const auto& entry : fs::directory_iterator(real_tables)) {
+        if (fs::file_size(entry.path()) < 20000) {
+            paths.push_back(entry.path());
+        }
+    }
+    for (const fs::path& held : paths) {
+        const std::string bytes = read_bytes(held);
+        for (const fs::path& name : paths) {
+            EXPECT_EQ(is_sound(check(name.filename(), bytes)), held == name) << held << name;
+        }
+    }
+    // KNNvK.rtbz as it is published.
+    std::string knights("\xd7\x66\x0c\xa5\x41\x00\x06\x0e\x02\x02\x80\x00", 12);
+    knights.resize(80);
+    knights = sealed(knights);
+    EXPECT_EQ(
+        knights.substr(64), "\x9e\x91\xf9\xfe\x4d\x7f\x7f\x8d\xfb\x47\x48\x4a\x53\x24\x30\xbf");
+    EXPECT_EQ(faults_of(check("KNNvK.rtbz", knights)), "");
+    EXPECT_EQ(faults_of(check("KNvK.rtbz", knights)), "holds another table: KNNvK.rtbz\n");
 }
 
 TEST_F(DataTables, AFileCutAnywhereIsFound)
@@ -359,7 +384,28 @@ TEST_F(DataTables, OnlyRegularFilesAreRead)
     EXPECT_EQ(file.error, ENOENT);
 }
 
-// ---- The checksum of files in several chunks
+// ---- The checksum of files in several chunks. Of tables of seven pieces nothing else is read.
+
+TEST_F(DataTables, ChunksOfLargeFilesMayHaveAnyLikelyLength)
+{
+    std::string bytes(20 << 20, '\0');
+    bytes.replace(0, 13, "\x71\xe8\x23\x5d\x73\0\x09\x06\x05\x04\x03\x0e\x0a", 13);
+    bytes.resize(bytes.size() + tb_checksum_size);
+    for (const u64 length :
+        { chunk_lengths[0], chunk_lengths[1], static_cast<u64>(bytes.size()) }) {
+        const TableFile file = check("KQRBvKNP.rtbw", sealed(bytes, length));
+        EXPECT_EQ(faults_of(file), "") << length;
+        EXPECT_EQ(file.checksum, ChecksumState::Agrees) << length;
+    }
+    EXPECT_FALSE(is_sound(check("KQRBvKNP.rtbw", sealed(bytes, 1 << 20))));
+    EXPECT_EQ(faults_of(check("KQRBvKBP.rtbw", sealed(bytes))), "damaged header\n");
+    EXPECT_EQ(faults_of(check("KQRBvKNP.rtbw", read_bytes(real_tables / "KQvK.rtbw"))),
+        "holds another table: KQvK.rtbw\n");
+    bytes[5 << 20] = 1;
+    std::string damaged = sealed(bytes);
+    damaged[6 << 20] = 1;
+    EXPECT_TRUE(has_fault(check("KQRBvKNP.rtbw", damaged), fault_checksum));
+}
 
 // What is not known of large files is tried; whichever it is, no byte may be without effect.
 TEST(DataTablesChecksum, TakesInAllChunks)
