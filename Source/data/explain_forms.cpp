@@ -407,7 +407,7 @@ std::string head_of_form(const FormSettings& settings)
         }
         append_csv_names(&head, name);
     }
-    return head + '\n';
+    return head + ",hard_to_win,hung,acting_weights\n";
 }
 
 // By RFC 4180.
@@ -442,6 +442,40 @@ static void append_csv_weight(
     append_csv_words(out, all.added[White], all.added[Black]);
 }
 
+// The weights that act, in one cell: "PST_P2 e6=20/22*1/0; ..." is one of 20 in the middle game and
+// 22 in the end game that counts once for White. A column for each of all there are would be empty
+// nearly everywhere.
+static std::string csv_list_of_weights(const FormSettings& settings, const Explanation& why)
+{
+    std::string list;
+    for (const ActingWeight& weight : chosen_weights(settings, why)) {
+        const EvalParam& entry = eval_params[weight.index];
+        append_line(&list, "%s%s=%.10g/%.10g*%.6g/%.6g", list.empty() ? "" : "; ",
+            text_of_weight(weight.index).c_str(), entry.mg, entry.eg, weight.times[White],
+            weight.times[Black]);
+    }
+    return list;
+}
+
+// Each reason of the scale and each hanging piece, in the same way.
+static void append_csv_lists(std::string* out, const FormSettings& settings, const Explanation& why)
+{
+    std::string reasons;
+    tell_scale_reasons(why, [&](const char* reason) {
+        reasons += reasons.empty() ? "" : "; ";
+        reasons += reason;
+    });
+    std::string hung;
+    for (u64 left = why.hung; left != 0;) {
+        hung += hung.empty() ? "" : "; ";
+        hung += square_name[pop_lowest(&left)];
+    }
+    for (const std::string& list : { reasons, hung, csv_list_of_weights(settings, why) }) {
+        out->push_back(',');
+        append_csv_text(out, list);
+    }
+}
+
 static void append_csv_terms(std::string* out, const FormSettings& settings, const Explanation& why)
 {
     append_line(out, ",%.9g,%.9g,%d", static_cast<f64>(why.phase), static_cast<f64>(why.scale),
@@ -460,6 +494,7 @@ static void append_csv_terms(std::string* out, const FormSettings& settings, con
     for (const std::string_view name : settings.weights) {
         append_csv_weight(out, name, weights);
     }
+    append_csv_lists(out, settings, why);
 }
 
 // A row without terms has as many columns, which are empty.

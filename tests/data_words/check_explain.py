@@ -114,6 +114,14 @@ PARTS = {"knight_mobility", "bishop_mobility", "rook_mobility", "queen_mobility"
 
 # ---- The checks
 
+def weight_as_csv(weight):
+    """A weight of JSON as it stands in the list of a row."""
+    entry = weight.get("square", weight.get("rank"))
+    name = weight["name"] + (f" {entry}" if entry is not None else "")
+    return (f"{name}={weight['value']['mg']:.10g}/{weight['value']['eg']:.10g}"
+            f"*{weight['white']['times']:.6g}/{weight['black']['times']:.6g}")
+
+
 def check_numbers(fens, folder):
     answers, result = explained(folder / "all.epd")
     expect(result.returncode == 0 and len(answers) == len(fens), "not all positions are explained")
@@ -130,6 +138,11 @@ def check_numbers(fens, folder):
         for term in answer.get("terms", []):
             expect(row[f"{term['name']}_material_black_eg"]
                    == str(term["material"]["black"]["eg"]), f"CSV: {term['name']} differs")
+        for column in "hard_to_win", "hung":
+            expect(row[column].split("; ") == (answer.get(column) or [""]),
+                   f"CSV: {column} is {row[column]}")
+        expect(row["acting_weights"] == "; ".join(map(weight_as_csv, answer.get("weights", []))),
+               f"CSV: other weights act: {row['acting_weights']}")
 
 
 def check_console(fens, folder):

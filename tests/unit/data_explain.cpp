@@ -287,6 +287,21 @@ TEST(DataExplain, RowsOfCsvHaveTheColumnsOfTheirHead)
     }
 }
 
+TEST(DataExplain, ARowOfCsvTellsWhichWeightsAct)
+{
+    const std::vector<ExplainedPosition> positions =
+        explain({ "8/5k2/3P4/8/2b5/4B3/1K3p2/8 b - -" });
+    FormSettings settings = { .form = ExplainForm::Csv };
+    ASSERT_TRUE(choose_term(&settings, "PST_P2"));
+    ASSERT_TRUE(choose_term(&settings, "ppawn_free"));
+    std::string row;
+    append_answer(&row, settings, { .line = 1 }, &positions[0]);
+    EXPECT_TRUE(row.ends_with(",\"opposite bishops; no other pieces; last pawn\",\"f2\","
+                              "\"ppawn_free 6=114/190*1/0; ppawn_free 7=208/336*0/1; "
+                              "PST_P2 e6=20/22*1/0; PST_P2 f7=39/56*0/1\"\n"))
+        << row;
+}
+
 TEST(DataExplain, OnlyJsonAnswersForARefusedLine)
 {
     const Answer answer = { .line = 3, .text = "ab\"c\x01", .defect = "no board" };
