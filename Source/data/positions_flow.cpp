@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <utility>
 
-#include "base/interrupt.h"
 #include "base/mixing.h"
 #include "data/blocks.h"
 #include "data/line_pieces.h"
@@ -20,7 +19,7 @@
 #include "tools/line_judge.h"
 
 static constexpr i64 megabyte = 1024 * 1024;
-static constexpr i64 lines_between_looks = 4096; // at the disk and at the user's wish to end
+static constexpr i64 lines_between_looks = 4096; // at the disk
 static constexpr size_t longest_kept_line = 511; // of any kind
 
 // A game only loses pieces. Where so many are back on the board another one has begun; fewer may
@@ -69,7 +68,6 @@ struct Flow {
     i64 read = 0;
     i64 sound = 0;
     i64 written = 0;
-    bool is_interrupted = false;
     std::unique_ptr<UniqueStage> unique;
     std::unique_ptr<ThinStage> thin;
     std::unique_ptr<ShuffleStage> shuffle;
@@ -121,8 +119,7 @@ static void find_kind(FlowReader* reader, std::string_view text)
 static bool take_piece(Flow* flow, FlowPiece* piece)
 {
     FlowReader* reader = &flow->reader;
-    flow->is_interrupted = flow->is_interrupted || is_interrupted();
-    while (!flow->is_interrupted && (reader->is_open || open_next(flow))) {
+    while (reader->is_open || open_next(flow)) {
         if (read_piece(&reader->pieces, &piece->lines)) {
             find_kind(reader, piece->lines.text);
             piece->kind = reader->kind.value_or(LineKind::Training);
@@ -304,11 +301,9 @@ static bool write_line(Flow* flow, const CarriedLine& line)
     if (flow->written % lines_between_looks != 0) {
         return true;
     }
-    flow->is_interrupted = flow->is_interrupted || is_interrupted();
-    const bool well = flow->options->only_check
+    return flow->options->only_check
         || (is_sink_well(flow->output)
             && (flow->validation.file == nullptr || is_sink_well(flow->validation)));
-    return well && !flow->is_interrupted;
 }
 
 static bool open_sinks(Flow* flow)
@@ -431,10 +426,6 @@ static bool finish_stages(Flow* flow)
 // Tells why the run has ended early. What a full disk leaves unsaid, the closing of the file says.
 static void tell_of_end(Flow* flow)
 {
-    if (flow->is_interrupted) {
-        fail_file(&flow->report, "vesk-data", "was interrupted: no file has been written", 0);
-        return;
-    }
     for (const int error : { flow->unique != nullptr ? flow->unique->error : 0,
              flow->thin != nullptr ? flow->thin->spool.error : 0,
              flow->shuffle != nullptr ? flow->shuffle->error : 0 }) {
@@ -507,14 +498,13 @@ int run_position_flow(const PositionsOptions& options)
     if (!open_sinks(&flow)) {
         return finish_report(&flow.report, options.common, is_output_free);
     }
-    catch_interrupts();
     build_stages(&flow);
     start_run_progress(&flow.report.progress, options.common, total_size(options.files));
     bool going = true;
     work_in_order<FlowPiece, FlowResult>(
         options.common.jobs, [&](FlowPiece* piece) { return take_piece(&flow, piece); },
         check_piece, [&](FlowResult* result) { return going = take_result(&flow, result); });
-    if (going && !flow.is_interrupted && finish_stages(&flow)) {
+    if (going && finish_stages(&flow)) {
         finish_sinks(&flow);
     } else {
         tell_of_end(&flow);

@@ -316,7 +316,7 @@ def check_interruption(word):
     older = word.write("older.epd", ["what was there"])
     before = sorted(os.listdir(word.folder))
     data = "".join(f"{line}\n" for line in make_lines(10, 200)).encode()
-    for number in (signal.SIGTERM, signal.SIGINT, signal.SIGKILL):
+    for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGKILL):
         child = subprocess.Popen([word.program, "positions", "--shuffle", "1", "--unique",
                                   "--output", older, "--memory", "16", "-"], cwd=word.folder,
                                  stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
@@ -326,13 +326,12 @@ def check_interruption(word):
         child.stdin.flush()
         time.sleep(0.2)
         child.send_signal(number)
-        errors = child.communicate(data)[1].decode()
-        check(child.returncode == (-9 if number == signal.SIGKILL else 1),
-              f"signal {number}: {child.returncode} {errors}")
+        # Nothing more comes through the pipe: it must not wait for that.
+        check(child.wait(30) == -number, f"signal {number}: {child.returncode}")
+        child.communicate()
         check(word.lines(older) == ["what was there"], "the older file has been lost")
         after = sorted(os.listdir(word.folder))
         if number != signal.SIGKILL:
-            check("interrupted" in errors, errors)
             check(after == before, f"files are left over: {set(after) - set(before)}")
         else:
             check(set(after) - set(before) <= {"older.epd.part"}, f"left over: {after}")
