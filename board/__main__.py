@@ -2,6 +2,9 @@
 
 import sys
 
-from server.__main__ import main
-
-sys.exit(main())
+try:
+    from server.__main__ import main
+    status = main()
+except KeyboardInterrupt:   # before anything was started
+    status = 130
+sys.exit(status)

@@ -47,10 +47,10 @@ def open_socket(wanted, last):
             listener.bind((guard.HOST, port))
             listener.listen(64)
             return listener
-        except (OSError, OverflowError):
+        except (OSError, OverflowError) as fault:
             listener.close()
             if wanted or not port:
-                raise
+                raise OSError(f"port {port}: {fault}") from None
     raise OSError("no port is free")
 
 
@@ -86,14 +86,14 @@ async def serve(options):
     runner = web.AppRunner(application, access_log=None)
     await runner.setup()
     await web.SockSite(runner, listener).start()
+    ended = asyncio.Event()
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        asyncio.get_running_loop().add_signal_handler(number, ended.set)
     address = f"http://{guard.HOST}:{port}/#{key}"
     print(f"Vesk on a page: {address}\nAll that is written goes to {folder}\nCtrl-C ends it.",
           flush=True)
     if options.open:
         open_browser(address)
-    ended = asyncio.Event()
-    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-        asyncio.get_running_loop().add_signal_handler(number, ended.set)
     await ended.wait()
     await server.close()
     await runner.cleanup()
@@ -116,6 +116,8 @@ def main():
     except (OSError, SetupFault) as fault:
         print(f"The page cannot be served: {fault}", file=sys.stderr)
         return 1
+    except KeyboardInterrupt:   # before anything was started
+        return 130
     return 0
 
 

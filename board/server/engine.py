@@ -7,13 +7,15 @@ last one of each line of an analysis is kept until somebody asks for it.
 import asyncio
 import contextlib
 import re
+import signal
 import time
 
-from .processes import end_process, start_process
+from .processes import end_process, send_signal, start_process
 
 LONGEST_LINE = 1 << 16      # bytes; the longest real ones have some 1,500
 MOST_STARTS = 5             # within START_SPAN; an engine that dies more often is given up
 START_SPAN = 60.0           # seconds
+STOP_PATIENCE = 5.0         # seconds between `stop` and the end of a search; usual are hundredths
 HASH = 64                   # megabytes of each page's engine
 OPTION = re.compile(r"option name (\S+) type spin default (-?\d+) min (-?\d+) max (-?\d+)")
 NUMBERS = ("depth", "seldepth", "multipv", "time", "nodes", "nps", "hashfull", "tbhits")
@@ -60,6 +62,7 @@ class Engine:
         self.set = {}           # options as they were last set
         self.is_searching = False
         self.is_closed = False
+        self.alarm = None       # rings where the engine does not stop
 
     async def start(self):
         """Starts the process, unless it has died too often. Raises OSError."""
@@ -102,16 +105,27 @@ class Engine:
         self.is_searching = True
 
     def stop(self):
+        """Has the search end. An engine that does not is killed, and so started again."""
         if self.is_searching:
             self.send("stop")
+            if self.alarm is None:
+                self.alarm = asyncio.get_running_loop().call_later(
+                    STOP_PATIENCE, send_signal, self.process, signal.SIGKILL)
+
+    def note_end(self):
+        """The search has ended, one way or the other."""
+        self.is_searching = False
+        if self.alarm is not None:
+            self.alarm.cancel()
+            self.alarm = None
 
     async def read_output(self, process):
         with contextlib.suppress(ValueError, ConnectionError):   # ValueError: a line without end
             while line := await process.stdout.readline():
                 self.take_line(line.decode(errors="replace").rstrip("\n"))
+        self.note_end()
         if not self.is_closed:
             await end_process(process)
-            self.is_searching = False
             self.tell("gone", {})
 
     def take_line(self, line):
@@ -122,7 +136,7 @@ class Engine:
             elif (found := read_info(line)) is not None:
                 self.tell("info", found)
         elif word == "bestmove":
-            self.is_searching = False
+            self.note_end()
             words = rest.split()
             self.tell("bestmove", {"move": words[0] if words else "(none)",
                                    "ponder": words[2] if len(words) > 2 else None})
@@ -135,6 +149,7 @@ class Engine:
 
     async def close(self):
         self.is_closed = True
+        self.note_end()
         await end_process(self.process)
         if self.reader is not None:
             self.reader.cancel()

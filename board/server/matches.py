@@ -1,12 +1,12 @@
 """A match of two tastes in the background, played and judged by bench/match.py."""
 
 import asyncio
-import contextlib
 import datetime
 import re
+import signal
 import sys
 
-from .processes import end_process, start_process
+from .processes import end_process, send_signal, start_process
 from .words import Refusal
 
 NODES = 5000        # for each move: a game takes one or two seconds
@@ -105,8 +105,7 @@ class Matches:
         if self.state["state"] == "playing":
             self.change(state="stopped")
             if self.process is not None:
-                with contextlib.suppress(ProcessLookupError):
-                    self.process.terminate()
+                send_signal(self.process, signal.SIGTERM)
 
     async def close(self):
         self.stop()

@@ -34,6 +34,7 @@ class Session:
         self.current = None         # the search that runs, as the page asked for it
         self.waiting = None         # the one that shall run next
         self.is_ready = False
+        self.asked = None           # the number of the message that is read, for a refusal
         self.tasks = set()
         self.allowance = MESSAGE_BURST
         self.counted = time.monotonic()
@@ -162,13 +163,16 @@ class Session:
               "explain": take_explain}
 
     def take_message(self, text):
-        """Does what a message says. Raises Refusal."""
+        """Does what a message says. Raises Refusal, or OSError where files cannot be read."""
+        self.asked = None
         try:
             message = json.loads(text)
         except (ValueError, RecursionError):
             raise words.Refusal("that is no JSON") from None
         if not isinstance(message, dict):
             raise words.Refusal("that is no message")
+        if isinstance(message.get("id"), int):
+            self.asked = message["id"]
         kind = message.get("type")
         taker = self.TAKERS.get(kind) if isinstance(kind, str) else None
         if taker is not None:
@@ -193,8 +197,8 @@ class Session:
                 continue
             try:
                 self.take_message(message.data)
-            except words.Refusal as refusal:
-                self.answer("refused", text=str(refusal))
+            except (words.Refusal, OSError) as refusal:
+                self.answer("refused", text=str(refusal), id=self.asked)
 
     # ---- Its life.
 

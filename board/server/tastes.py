@@ -1,5 +1,6 @@
 """Tastes as files: options of the engine in the form that its ConfigFilePath reads."""
 
+import contextlib
 import re
 
 from .words import HIGHEST_SCALE, LOWEST_SCALE, NAME, TASTE_NAMES, Refusal
@@ -35,8 +36,10 @@ def list_tastes(folder):
     if not folder.is_dir():
         return found
     for path in sorted(folder.glob("*.cfg"))[:MOST_TASTES]:
-        if NAME.fullmatch(path.stem) and path.is_file() and path.stat().st_size <= LONGEST_FILE:
-            found[path.stem] = read_taste_text(path.read_text(errors="replace"))
+        with contextlib.suppress(OSError):  # that nobody may read
+            if NAME.fullmatch(path.stem) and path.is_file() \
+                    and path.stat().st_size <= LONGEST_FILE:
+                found[path.stem] = read_taste_text(path.read_text(errors="replace"))
     return found
 
 

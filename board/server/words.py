@@ -18,7 +18,7 @@ TASTE_NAMES = (
 LOWEST_SCALE, HIGHEST_SCALE = 20, 200   # per cent, as the engine keeps them
 
 FEN = re.compile(r"[1-8pnbrqkPNBRQK/]{15,71} [wb] (?:-|K?Q?k?q?) (?:-|[a-h][36])"
-                 r"(?: \d{1,4} \d{1,4})?")
+                 r"(?: [0-9]{1,4} [0-9]{1,4})?")
 MOVE = re.compile(r"[a-h][1-8][a-h][1-8][qrbn]?")
 NAME = re.compile(r"[A-Za-z0-9][A-Za-z0-9 _-]{0,39}")
 # Of a clock, milliseconds; of the others, what `go` of UCI means by them.

@@ -192,6 +192,12 @@ class Messages(ServerTest):
                 await page.say("save_taste", name=name, taste={})
                 self.assertIn("name", (await page.hear("tastes"))["text"], name)
 
+    async def test_a_refusal_tells_what_it_refuses(self):
+        async with open_page(self.server) as page:
+            for number in (7, None):
+                await page.say("search", id=number, fen="x")
+                self.assertEqual((await page.hear("refused"))["id"], number)
+
     async def test_random_messages_do_no_harm(self):
         chance = random.Random(1)
         kinds = ["search", "stop", "newgame", "explain", "tastes", "save_taste", "stop_match",
@@ -433,6 +439,38 @@ class Life(unittest.IsolatedAsyncioTestCase):
                     await page.hear("info")
                     await asyncio.get_running_loop().run_in_executor(None, server.stop, number)
                     wait_until(lambda: not server.engines(), f"no engine after {number}", 4.0)
+
+    async def test_an_engine_that_does_not_stop_is_started_again(self):
+        with BoardServer(ROOT, PROGRAMS) as server:
+            async with open_page(server) as page:
+                await page.search(limits={})
+                await page.hear("info")
+                first = set(server.engines())
+                for process in first:
+                    os.kill(process, signal.SIGSTOP)
+                await page.say("stop")
+                await page.hear("lost")
+                await page.hear("ready")
+                self.assertFalse(first & set(server.engines()))
+                await page.search(number=2, limits={"nodes": 100})
+                self.assertEqual((await page.hear("bestmove"))["id"], 2)
+
+    async def test_an_engine_that_stands_still_does_not_outlive_the_server(self):
+        with BoardServer(ROOT, PROGRAMS) as server:
+            async with open_page(server) as page:
+                await page.search(limits={})
+                await page.hear("info")
+                for process in server.engines():
+                    os.kill(process, signal.SIGSTOP)
+                server.stop(signal.SIGKILL)
+                wait_until(lambda: not server.engines(), "no engine is left", 4.0)
+
+    async def test_files_that_cannot_be_read_do_not_end_the_page(self):
+        with BoardServer(ROOT, PROGRAMS, words=("--reports", 300 * "a")) as server:
+            async with open_page(server) as page:
+                self.assertIn("too long", await page.refusal(type="reports"))
+                await page.search(limits={"nodes": 100})
+                await page.hear("bestmove")
 
     async def test_another_start_has_the_same_address(self):
         with BoardServer(ROOT, PROGRAMS) as server:
