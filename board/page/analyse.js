@@ -172,15 +172,19 @@ export class Analyse {
         this.refresh()
         for (let ply = 0; ply <= plies.length && this.run === run; ++ply) {
             this.progress(ply, plies.length + 1)
+            const move = plies[ply - 1]
             const value = await this.judge(ply, time)
-            if (this.run !== run || game.plies !== plies) {
-                break       // stopped, or another game
+            if (this.run !== run) {
+                return      // stopped
+            }
+            if (game.plies !== plies || plies[ply - 1] !== move) {
+                this.stopReview("stopped, as the game is another one now")
+                return
             }
             if (value) {
                 game.setEval(ply, value)
-                if (ply > 0) {
-                    plies[ply - 1].mark = markOf(game.evalAt(ply - 1), value,
-                        plies[ply - 1].color === "w")
+                if (move) {
+                    move.mark = markOf(game.evalAt(ply - 1), value, move.color === "w")
                 }
                 app.graph.draw()
                 app.moves.showMarks()
@@ -213,21 +217,25 @@ export class Analyse {
     }
 
     finishReview(plies) {
-        const count = mark => plies.filter(ply => ply.mark === mark).length
+        const count = (mark, name, names) => {
+            const found = plies.filter(ply => ply.mark === mark).length
+            return `${found} ${found === 1 ? name : names}`
+        }
         this.run = null
         this.isReviewing = false
-        const text = `${count("??")} blunders, ${count("?")} mistakes, ${count("?!")} inaccuracies`
+        const text = [count("??", "blunder", "blunders"), count("?", "mistake", "mistakes"),
+            count("?!", "inaccuracy", "inaccuracies")].join(", ")
         byId("review-text").textContent = text
         say(`The game is gone through: ${text}.`)
         this.app.save()
         this.refresh()
     }
 
-    stopReview() {
+    stopReview(text = "stopped") {
         this.run = null
         this.isReviewing = false
         this.reviewJob?.cancel()
-        byId("review-text").textContent = "stopped"
+        byId("review-text").textContent = text
         this.app.save()
         this.refresh()
     }

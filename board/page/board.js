@@ -47,7 +47,7 @@ class Coordinates extends Extension {
 }
 
 export class Board {
-    // play(move) is called with { from, to, promotion } of a legal move.
+    // play(move) is called with { from, to, promotion }; it tells whether that was a legal move.
     constructor(place, game, play) {
         this.game = game
         this.play = play
@@ -145,7 +145,7 @@ export class Board {
                 this.askPromotion(moves[0])
             } else {
                 // The view must have finished its own move before the game changes it.
-                setTimeout(() => this.play({ from: moves[0].from, to: moves[0].to }))
+                setTimeout(() => this.take({ from: moves[0].from, to: moves[0].to }))
             }
             return true
         }
@@ -155,10 +155,17 @@ export class Board {
         return undefined
     }
 
+    // A move that came too late is taken off the board again.
+    take(move) {
+        if (!this.play(move)) {
+            this.view.setPosition(this.game.fen, false)
+        }
+    }
+
     askPromotion(move) {
         this.view.showPromotionDialog(move.to, move.color, result => {
             if (result.piece) {
-                this.play({ from: move.from, to: move.to, promotion: result.piece.charAt(1) })
+                this.take({ from: move.from, to: move.to, promotion: result.piece.charAt(1) })
             } else {
                 this.view.setPosition(this.game.fen, false)
             }

@@ -74,18 +74,19 @@ export function saveText(name, text, type = "text/plain") {
     setTimeout(() => URL.revokeObjectURL(address), 10000)
 }
 
-// What is kept in the browser; a browser that keeps nothing does no harm.
+// What is kept in the browser, in the storage of that name; a browser that keeps nothing does no
+// harm. Where it is forbidden, the name alone throws.
 export const memory = {
-    read(key, store = localStorage) {
+    read(key, storage = "localStorage") {
         try {
-            return JSON.parse(store.getItem(`vesk.${key}`))
+            return JSON.parse(window[storage].getItem(`vesk.${key}`))
         } catch {
             return null
         }
     },
-    write(key, value, store = localStorage) {
+    write(key, value, storage = "localStorage") {
         try {
-            store.setItem(`vesk.${key}`, JSON.stringify(value))
+            window[storage].setItem(`vesk.${key}`, JSON.stringify(value))
         } catch {
             // Full or forbidden: the page works on, and forgets.
         }

@@ -24,6 +24,7 @@ export class Engine extends EventTarget {
         connection.on("state", ({ state }) => state === "closed" && this.interrupt())
         connection.on("info", message => this.takeInfo(message))
         connection.on("bestmove", message => this.takeMove(message))
+        connection.on("refused", message => this.takeRefusal(message))
         connection.on("explained", message => this.takeTable(message))
     }
 
@@ -126,6 +127,15 @@ export class Engine extends EventTarget {
             job.resolve({ move: isMove ? move : null, lines: job.lines, cancelled: job.isCancelled })
         }
         this.runNext()
+    }
+
+    // What the server does not hand on has no answer: a search ends without a move.
+    takeRefusal({ id, text }) {
+        if (this.asked.has(id)) {
+            this.takeTable({ id, rows: [], hung: [], text })
+        } else if (this.job?.id === id) {
+            this.takeMove({ id, move: null })
+        }
     }
 
     // A promise of the score table of a position.

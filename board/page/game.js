@@ -7,6 +7,7 @@ import { scoreText } from "./score.js"
 export { DEFAULT_POSITION }
 const LONGEST_PGN = 1 << 20     // characters
 const LINE = 80
+const MOST_FIGURES = 4
 export const NAGS = { "?!": 6, "?": 2, "??": 4 }
 
 // What is wrong with a FEN, or null.
@@ -14,6 +15,9 @@ export function findFault(fen) {
     const { ok, error } = validateFen(fen)
     if (!ok) {
         return error.replace(/^Invalid FEN: /, "")
+    }
+    if (fen.split(" ").slice(4).some(number => number.length > MOST_FIGURES)) {
+        return `a number of moves has more than ${MOST_FIGURES} figures`
     }
     const rules = new Chess(fen)
     const [king] = rules.findPiece({ type: "k", color: rules.turn() === "w" ? "b" : "w" })
@@ -70,7 +74,7 @@ export class Game extends EventTarget {
     }
 
     evalAt(ply) {
-        return ply > 0 ? this.plies[ply - 1].eval : this.startEval
+        return ply > 0 ? this.plies[ply - 1]?.eval ?? null : this.startEval
     }
 
     setEval(ply, value) {
@@ -262,7 +266,8 @@ export class Game extends EventTarget {
         this.result = "*"
         this.reason = ""
         this.judge()
-        if (!this.isOver && ["1-0", "0-1", "1/2-1/2"].includes(Result)) {
+        // What could have been claimed, such as a third repetition, need not have been.
+        if (!/mate/.test(this.reason) && ["1-0", "0-1", "1/2-1/2"].includes(Result)) {
             this.end(Result, "as the file says")
         }
         this.ply = this.plies.length

@@ -17,6 +17,7 @@ import { chanceOf, scoreText } from "./score.js"
 const PANELS = ["play", "analyse", "why", "taste", "tuning"]
 const THEMES = ["auto", "light", "dark"]
 const LARGEST_FILE = 4 << 20    // bytes of a file with games
+const PATIENCE = 3              // attempts to reach the server until somebody is told why it fails
 
 const app = {
     panel: "play",
@@ -62,7 +63,7 @@ const app = {
     // A game is kept in this tab, and as the last one of all tabs.
     save() {
         const record = { ...app.game.toRecord(), play: app.play.toRecord() }
-        memory.write("game", record, sessionStorage)
+        memory.write("game", record, "sessionStorage")
         memory.write("game", record)
     },
 
@@ -79,7 +80,7 @@ const app = {
         }
         if (play.isOn) {
             play.moved(played)
-        } else if (old && old.moves.length > game.plies.length) {
+        } else if (old && old.moves[old.ply] !== game.lastMove.uci) {
             offerBack(old)
         }
         return true
@@ -263,6 +264,17 @@ function wireTabs() {
     })
 }
 
+// Why no socket opens: a browser does not tell.
+async function findReason() {
+    try {
+        await fetch("/icon.svg", { method: "HEAD", cache: "no-store" })
+        return "The server takes no page from here: its address lacks the key, or too many pages "
+            + "are open. Open the address that scripts/board prints."
+    } catch {
+        return "No server. Start scripts/board and open the address that it prints."
+    }
+}
+
 function wireConnection() {
     const light = byId("connection")
     const tell = (state, text) => {
@@ -272,10 +284,10 @@ function wireConnection() {
     let failures = 0
     app.connection.on("state", ({ state }) => {
         failures = state === "open" ? 0 : failures + 1
-        if (state !== "open") {
-            tell("away", failures > 3
-                ? "No server. Start scripts/board and open the address that it prints."
-                : "Connecting…")
+        if (state !== "open" && failures <= PATIENCE) {
+            tell("away", "Connecting…")
+        } else if (state !== "open") {
+            findReason().then(text => failures && tell("away", text))
         }
     })
     app.connection.on("refused", ({ text }) => say(`Refused: ${text}.`))
@@ -321,7 +333,7 @@ function begin() {
     wireTabs()
     wireConnection()
     follow()
-    const record = memory.read("game", sessionStorage) ?? memory.read("game")
+    const record = memory.read("game", "sessionStorage") ?? memory.read("game")
     if (record && app.game.fromRecord(record)) {
         app.play.fromRecord(record.play)
     }

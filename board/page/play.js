@@ -10,6 +10,7 @@ import { OPENINGS } from "./openings.js"
 const SIDES = { w: "White", b: "Black" }
 const DEFAULTS = { color: "w", elo: 1800, isFull: false, pace: "level", seconds: 1, minutes: 5,
     increment: 3, opening: "", fen: "", withTaste: false }
+const DOUBT = 4000      // milliseconds in which resigning is confirmed
 
 export class Play {
     constructor(app) {
@@ -36,10 +37,16 @@ export class Play {
         for (const name of ["elo", "seconds", "minutes", "increment", "fen", "opening"]) {
             byId(name).value = settings[name]
         }
-        byId("full").checked = settings.isFull
-        byId("with-taste").checked = settings.withTaste
-        document.querySelector(`[name=color][value=${settings.color}]`).checked = true
-        document.querySelector(`[name=pace][value=${settings.pace}]`).checked = true
+        if (opening.selectedIndex < 0) {
+            opening.value = DEFAULTS.opening
+        }
+        byId("full").checked = settings.isFull === true
+        byId("with-taste").checked = settings.withTaste === true
+        for (const name of ["color", "pace"]) {
+            const buttons = [...document.querySelectorAll(`[name=${name}]`)]
+            const find = value => buttons.find(button => button.value === value)
+            ;(find(settings[name]) ?? find(DEFAULTS[name])).checked = true
+        }
         for (const event of ["input", "change"]) {
             byId("play-form").addEventListener(event, () => this.read())
         }
@@ -116,6 +123,7 @@ export class Play {
         app.connection.send({ type: "newgame" })
         this.clock.set(settings.pace === "clock" ? settings.minutes : 0, settings.increment)
         this.isOn = true
+        this.forgetDoubt()
         app.board.turn(this.human)
         say(`A new game. You play ${SIDES[this.human]}.`)
         this.next()
@@ -224,9 +232,25 @@ export class Play {
         }
     }
 
+    // A slip of the finger is not to lose a game: the button wants to be pressed again.
     resign() {
+        const button = byId("resign")
+        if (button.dataset.isSure !== "true") {
+            button.dataset.isSure = "true"
+            button.textContent = "Really resign?"
+            say("Press again to resign.")
+            this.doubt = setTimeout(() => this.forgetDoubt(), DOUBT)
+            return
+        }
+        this.forgetDoubt()
         this.app.game.end(this.human === "w" ? "0-1" : "1-0", `${SIDES[this.human]} resigned`)
         this.finish()
+    }
+
+    forgetDoubt() {
+        clearTimeout(this.doubt)
+        byId("resign").dataset.isSure = "false"
+        byId("resign").textContent = "Resign"
     }
 
     fall(side) {
@@ -281,8 +305,7 @@ export class Play {
         const { game } = this.app
         byId("play-settings").hidden = this.isOn
         byId("play-running").hidden = !this.isOn
-        const canBack = this.isOn && game.plies.length > (this.human === "w" ? 0 : 1)
-        byId("take-back").disabled = !canBack
+        byId("take-back").disabled = !game.plies.some(ply => ply.color === this.human)
         const turn = game.turnAt(game.plies.length)
         byId("play-turn").textContent = !this.isOn ? ""
             : turn === this.human ? "Your move." : "Vesk is thinking…"

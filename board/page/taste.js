@@ -47,7 +47,8 @@ export class Taste {
         this.set(memory.read("taste") ?? {})
         this.ask = settled(() => this.compare(), SETTLED)
         byId("taste-reset").onclick = () => this.choose({})
-        byId("taste-choice").onchange = event => this.choose(this.find(event.target.value))
+        byId("taste-choice").onchange = ({ target }) =>
+            target.value && this.choose(this.find(target.value))
         byId("taste-form").addEventListener("submit", event => {
             event.preventDefault()
             this.save(false)

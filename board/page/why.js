@@ -58,12 +58,12 @@ export class Why {
             return
         }
         const { score } = table
-        const who = score > 0 ? "White" : score < 0 ? "Black" : "nobody"
+        const who = score > 0 ? "White is ahead" : score < 0 ? "Black is ahead" : "even"
         const scale = table.scale < 1
             ? ` Of that ${Math.round(100 * table.scale)} % count: this is hard to win.` : ""
         const move = game.lastMove
         const text = [h("strong", {}, centipawns(score)),
-            ` for ${who}, without any search.${scale}`]
+            `: ${who}, without any search.${scale}`]
         if (move && before?.rows?.length) {
             const change = score - before.score
             text.push(` The arrows show what ${move.san} changed: ${centipawns(change)} in all.`)

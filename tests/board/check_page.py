@@ -96,6 +96,8 @@ class Playing(PageTest):
         page.click("#take-back")
         self.assertEqual(len(page.moves()), 2)
         page.click("#resign")
+        self.assertFalse(page.text("#result"), "one click is not enough")
+        page.click("#resign")
         page.until(lambda: "0-1" in page.text("#result"), "the game is over")
         self.assertIn("resigned", page.text("#result"))
 
@@ -190,8 +192,33 @@ class Playing(PageTest):
             page.ask("document.getElementById('import-text').value = arguments[0]", rubbish)
             page.click("#import-read")
             self.assertTrue(page.text("#import-fault"), rubbish)
+        page.ask("document.getElementById('import-text').value = arguments[0]",
+                 "4k3/8/8/8/8/8/4P3/4K3 w - - 0 99999")
+        page.click("#import-read")
+        self.assertIn("figures", page.text("#import-fault"))
         page.click("#import-close")
         self.assertEqual(len(page.moves()), 7)
+
+    def test_the_result_of_a_file_stands_where_nobody_claimed_a_draw(self):
+        page = self.page
+        dance = "1. Nf3 Nf6 2. Ng1 Ng8 3. Nf3 Nf6 4. Ng1 Ng8"
+        self.load(f'[Result "0-1"]\n\n{dance} 0-1\n')
+        self.assertEqual(page.text("#result"), "0-1, as the file says")
+        self.load(f"{dance} *\n")
+        self.assertIn("three times", page.text("#result"))
+
+    def test_a_move_within_a_game_drops_the_rest_which_can_be_had_back(self):
+        page = self.page
+        for count in (1, 2):
+            self.load("1. e4 e5 2. Nf3 *\n")
+            page.ask("window.vesk.game.go(arguments[0])", 3 - count)
+            page.move("c5" if count == 2 else "d4")
+            self.assertEqual(len(page.moves()), 4 - count)
+            page.click("#notice button")
+            self.assertEqual(page.moves(), ["e4", "e5", "Nf3"])
+        page.ask("window.vesk.game.go(2)")
+        page.move("Nf3")
+        self.assertFalse(page.text("#notice"), "that was the move of the game")
 
 
 class Analysing(PageTest):
@@ -229,7 +256,7 @@ class Analysing(PageTest):
         page.click("#tab-analyse")
         page.choose("#review-time", "0.1")
         page.click("#review")
-        page.until(lambda: "1 blunders" in page.text("#review-text"), "the game is gone through")
+        page.until(lambda: "1 blunder," in page.text("#review-text"), "the game is gone through")
         self.assertEqual(page.text(".move[data-mark=blunder] > span"), "Nf6")
         self.assertEqual(len(page.all("#graph .dot.blunder")), 1)
         graph = page.find("#graph")
@@ -241,6 +268,29 @@ class Analysing(PageTest):
         page.until(lambda: page.find("#review-progress").is_displayed(), "it goes on again")
         page.click("#review")
         self.assertEqual(page.text("#review-text"), "stopped")
+
+    def test_a_game_that_changes_while_it_is_gone_through(self):
+        page = self.page
+        self.load(GAME)
+        page.click("#tab-analyse")
+        page.choose("#review-time", "0.5")
+        page.click("#review")
+        page.until(lambda: page.text("#review-text").startswith("4 of"), "it is gone through")
+        page.ask("window.vesk.game.go(1)")
+        page.move("c5")
+        page.until(lambda: "another one" in page.text("#review-text"), "it stops by itself")
+        self.assertEqual(page.text("#review"), "Go through the game")
+        self.assertEqual(page.moves(), ["e4", "c5"])
+
+    def test_a_search_that_the_server_refuses_blocks_nothing(self):
+        page = self.page
+        page.ask("void window.vesk.engine.search({ fen: 'x', moves: [], limits: {} }, 4)"
+                 ".done.then(answer => { window.answer = answer })")
+        page.until(lambda: page.ask("window.answer"), "it has an answer")
+        self.assertIsNone(page.ask("window.answer.move"))
+        page.click("#tab-analyse")
+        page.click("#analysis")
+        page.until(lambda: page.all("#analysis-lines li"), "the engine is free")
 
     def test_a_game_of_six_hundred_moves(self):
         page = self.page
@@ -412,6 +462,35 @@ class Robust(PageTest):
         finally:
             page.command("Network.emulateNetworkConditions", offline=False, latency=0,
                          downloadThroughput=-1, uploadThroughput=-1)
+
+    def test_a_memory_that_is_forbidden_or_holds_garbage(self):
+        page = self.page
+        page.ask("localStorage.setItem('vesk.settings', arguments[0])", json.dumps(
+            {"color": "x", "pace": 5, "elo": "x", "seconds": -4, "opening": "none", "fen": 9}))
+        page.ask("sessionStorage.setItem('vesk.game', arguments[0])", json.dumps(
+            {"start": 5, "moves": "x", "play": {"isOn": True}}))
+        page.driver.refresh()
+        page.wait_ready()
+        self.assertEqual(page.find("#opening").get_attribute("value"), "")
+        forbid = "".join(f"Object.defineProperty(window, '{name}', {{ get() {{ throw new "
+                         "DOMException('no', 'SecurityError') } });"
+                         for name in ("localStorage", "sessionStorage"))
+        script = page.command("Page.addScriptToEvaluateOnNewDocument", source=forbid)
+        try:
+            page.open(self.server.address)
+            self.begin()
+            page.move("e4")
+            self.wait_moves(2)
+        finally:
+            page.command("Page.removeScriptToEvaluateOnNewDocument", **script)
+
+    def test_a_page_without_the_key_is_told_so(self):
+        page = self.page
+        page.ask("localStorage.setItem('vesk.key', '\"wrong-wrong\"')")
+        page.driver.get("about:blank")
+        page.driver.get(f"http://{self.server.host}/")
+        page.until(lambda: "lacks the key" in page.text("#connection"), "the page says why")
+        page.complaints()   # of the sockets that were refused
 
     def test_garbage_from_the_server_does_no_harm(self):
         page = self.page

@@ -56,7 +56,7 @@ def review(page):
     page.click("#tab-analyse")
     page.choose("#review-time", "0.1")
     page.click("#review")
-    page.until(lambda: "blunders" in page.text("#review-text"), "the game is gone through", 120)
+    page.until(lambda: "inaccurac" in page.text("#review-text"), "the game is gone through", 120)
 
 
 def take_wide(page):
