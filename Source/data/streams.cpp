@@ -386,7 +386,7 @@ struct Packer {
     }
 };
 
-static bool put_piece(Packer* packer, size_t size)
+[[maybe_unused]] static bool put_piece(Packer* packer, size_t size)
 {
     errno = 0;
     if (fwrite(packer->piece, 1, size, packer->target) != size) {
@@ -455,7 +455,8 @@ static ssize_t write_cookie(void* cookie, const char* buffer, size_t size)
 }
 
 // Starts packing if the name wants it. Returns false with a reason if this build cannot.
-static bool start_packing(Packer* packer, const std::string& name, const char** problem)
+static bool start_packing(
+    [[maybe_unused]] Packer* packer, const std::string& name, const char** problem)
 {
     if (name.ends_with(".gz")) {
 #ifdef VESK_ZLIB
