@@ -301,14 +301,16 @@ def check_losses(word):
     # The scratch folder is only needed where memory does not do.
     word.run("--unique", "--scratch", "no/folder", "--check", "a.epd")
     # Files that cannot be read, or not to their end; the others are used.
-    packed = gzip.compress(word.path("a.epd").read_bytes())
-    word.write("whole.epd.gz", packed)
-    word.write("cut.epd.gz", packed[:-20])
-    out, errors = word.run("no.epd", ".", "whole.epd.gz", wanted=1)
+    whole = "a.epd"
+    if ".gz" in subprocess.run([word.program, "--version"], capture_output=True, text=True).stdout:
+        packed = gzip.compress(word.path("a.epd").read_bytes())
+        whole = word.write("whole.epd.gz", packed)
+        word.write("cut.epd.gz", packed[:-20])
+        _, errors = word.run("cut.epd.gz", wanted=1)
+        check("cut.epd.gz: ends too early" in errors, errors)
+    out, errors = word.run("no.epd", ".", whole, wanted=1)
     check(out.decode().splitlines()[0] == lines[0].replace("game ", "game 3."), "nothing was used")
     check("no.epd: cannot be opened" in errors and ".: cannot be opened" in errors, errors)
-    _, errors = word.run("cut.epd.gz", wanted=1)
-    check("cut.epd.gz: ends too early" in errors, errors)
 
 
 def check_interruption(word):
