@@ -184,7 +184,8 @@ export class Analyse {
             if (value) {
                 game.setEval(ply, value)
                 if (move) {
-                    move.mark = markOf(game.evalAt(ply - 1), value, move.color === "w")
+                    const praise = /^![!?]?$/.test(move.mark) ? move.mark : ""
+                    move.mark = markOf(game.evalAt(ply - 1), value, move.color === "w") || praise
                 }
                 app.graph.draw()
                 app.moves.showMarks()

@@ -2,13 +2,16 @@
 // files. The rules are those of chess.js.
 
 import { Chess, DEFAULT_POSITION, validateFen } from "/chess/dist/esm/chess.js"
-import { scoreText } from "./score.js"
+import { NAGS, readPgn } from "./pgn.js"
+import { readScore, scoreText } from "./score.js"
 
 export { DEFAULT_POSITION }
-const LONGEST_PGN = 1 << 20     // characters
 const LINE = 80
 const MOST_FIGURES = 4
-export const NAGS = { "?!": 6, "?": 2, "??": 4 }
+
+// Where king and rook must stand for each castling right.
+const HOMES = { K: ["e1", "h1", "w"], Q: ["e1", "a1", "w"], k: ["e8", "h8", "b"],
+    q: ["e8", "a8", "b"] }
 
 // What is wrong with a FEN, or null.
 export function findFault(fen) {
@@ -20,6 +23,18 @@ export function findFault(fen) {
         return `a number of moves has more than ${MOST_FIGURES} figures`
     }
     const rules = new Chess(fen)
+    for (const right of fen.split(" ")[2].replace("-", "")) {
+        const [king, rook, color] = HOMES[right]
+        const stands = (square, type) => rules.get(square)?.type === type
+            && rules.get(square).color === color
+        if (!stands(king, "k") || !stands(rook, "r")) {
+            return `castling (${right}) needs the king on ${king} and a rook on ${rook}`
+        }
+    }
+    const board = fen.split(" ")[0]
+    if (Math.max(board.replace(/[^A-Z]/g, "").length, board.replace(/[^a-z]/g, "").length) > 16) {
+        return "a side has more than sixteen pieces"
+    }
     const [king] = rules.findPiece({ type: "k", color: rules.turn() === "w" ? "b" : "w" })
     return rules.isAttacked(king, rules.turn()) ? "the side that has just moved is in check" : null
 }
@@ -28,6 +43,49 @@ export function findFault(fen) {
 export function completeFen(text) {
     const fields = text.trim().split(/\s+/)
     return [...fields, ...["w", "-", "-", "0", "1"].slice(fields.length - 1)].slice(0, 6).join(" ")
+}
+
+// Plays a move as people or programs write it, or a record of chess.js. Null if it is not legal.
+function playText(rules, text) {
+    const squares = typeof text === "string"
+        && /^([a-h][1-8])-?([a-h][1-8])(?:=?([qrbn]))?$/i.exec(text)?.slice(1)
+            .map(part => part?.toLowerCase())
+    if (squares) {
+        return playSquares(rules, ...squares)
+    }
+    // A letter that is small by mistake; a b is a pawn where it can be.
+    const others = typeof text === "string"
+        ? [text.replace(/^[nbrqk]/, letter => letter.toUpperCase()), text.toUpperCase(),
+            text.replace(/=?[qrbn]$/, letter => letter.toUpperCase())] : []
+    if (text === "--") {
+        return null     // chess.js would let the side pass
+    }
+    for (const word of [text, ...others]) {
+        try {
+            return rules.move(word, { strict: false })
+        } catch {
+            // The next reading.
+        }
+    }
+    return null
+}
+
+// From square to square; castling also as the king's way to the rook.
+function playSquares(rules, from, to, promotion) {
+    const [king, rook] = [rules.get(from), rules.get(to)]
+    const isCastling = king?.type === "k" && rook?.type === "r" && king.color === rook.color
+    try {
+        return isCastling ? rules.move(to > from ? "O-O" : "O-O-O")
+            : rules.move({ from, to, promotion })
+    } catch {
+        return null
+    }
+}
+
+// A move of chess.js as the game keeps it.
+function plyOf(move, more = {}) {
+    return { uci: move.lan, san: move.san, fen: move.after, from: move.from, to: move.to,
+        color: move.color, eval: null, mark: "", note: "", ...more }
 }
 
 export class Game extends EventTarget {
@@ -95,20 +153,14 @@ export class Game extends EventTarget {
 
     // Adds a move of chess.js to the list.
     record(move) {
-        this.plies.push({ uci: move.lan, san: move.san, fen: move.after, from: move.from,
-            to: move.to, color: move.color, eval: null, mark: "" })
+        this.plies.push(plyOf(move))
     }
 
     // Plays a move at the place that is looked at: SAN, or a word like e2e4. What came behind is
     // dropped, unless it was this very move. Null if it is not legal, and nothing has changed.
     play(text) {
-        const before = this.isAtEnd ? this.rules : new Chess(this.fen)
-        let move = null
-        try {
-            move = before.move(typeof text === "string" && /^[a-h][1-8][a-h][1-8][qrbn]?$/.test(text)
-                ? { from: text.slice(0, 2), to: text.slice(2, 4), promotion: text[4] } : text,
-            { strict: false })
-        } catch {
+        const move = playText(this.isAtEnd ? this.rules : new Chess(this.fen), text)
+        if (!move) {
             return null
         }
         if (!this.isAtEnd) {
@@ -228,6 +280,9 @@ export class Game extends EventTarget {
             if (ply.eval) {
                 words.push(`{${scoreText(ply.eval)}/${ply.eval.depth}}`)
             }
+            if (ply.note) {
+                words.push(...`{${ply.note}}`.split(" "))
+            }
         })
         const lines = [""]
         for (const word of [...words, this.result]) {
@@ -243,34 +298,30 @@ export class Game extends EventTarget {
 
     // Reads one game. Throws an Error with a sentence.
     fromPgn(text) {
-        if (text.length > LONGEST_PGN) {
-            throw new Error("a game of more than a million characters is not read")
+        const { tags: { FEN, SetUp, Result, ...tags }, moves, result } = readPgn(text)
+        const start = FEN === undefined ? DEFAULT_POSITION : completeFen(FEN)
+        const fault = findFault(start)
+        if (fault) {
+            throw new Error(`its FEN: ${fault}`)
         }
-        const rules = new Chess()
-        rules.loadPgn(text, { strict: false })
-        const moves = rules.history({ verbose: true })
-        const tags = rules.getHeaders()
-        if (moves.some(move => move.san === "--")) {
-            throw new Error("a move that passes is not understood")
-        }
-        const fresh = new Chess(moves.length ? moves[0].before : rules.fen())
-        this.rules = fresh
-        this.start = fresh.fen()
-        this.plies = []
-        this.startEval = null
-        for (const move of moves) {
-            this.record(fresh.move(move.san))
-        }
-        const { Result, FEN, SetUp, ...kept } = tags
-        this.tags = kept
-        this.result = "*"
-        this.reason = ""
+        const rules = new Chess(start)
+        const plies = moves.map(({ text: word, mark, notes }) => {
+            const number = `${rules.moveNumber()}${rules.turn() === "w" ? "." : "…"}`
+            const move = playText(rules, word)
+            if (!move) {
+                throw new Error(`${number} ${word.slice(0, 40)} cannot be played`)
+            }
+            const scores = notes.map(note => readScore(note, move.color === "w"))
+            return plyOf(move, { mark, eval: scores.find(Boolean) ?? null,
+                note: notes.filter((_, index) => !scores[index]).join(" ") })
+        })
+        Object.assign(this, { rules, start, plies, tags, startEval: null, result: "*", reason: "",
+            ply: plies.length })
         this.judge()
         // What could have been claimed, such as a third repetition, need not have been.
-        if (!/mate/.test(this.reason) && ["1-0", "0-1", "1/2-1/2"].includes(Result)) {
-            this.end(Result, "as the file says")
+        if (!/mate/.test(this.reason) && result !== "*") {
+            this.end(result, "as the file says")
         }
-        this.ply = this.plies.length
         this.emit("game")
     }
 
@@ -279,6 +330,7 @@ export class Game extends EventTarget {
     toRecord() {
         return { start: this.start, moves: this.plies.map(ply => ply.uci), tags: this.tags,
             evals: this.plies.map(ply => ply.eval), marks: this.plies.map(ply => ply.mark),
+            notes: this.plies.map(ply => ply.note),
             startEval: this.startEval, ply: this.ply, result: this.result, reason: this.reason }
     }
 
@@ -290,9 +342,8 @@ export class Game extends EventTarget {
             record.moves.forEach((word, index) => {
                 const move = rules.move({ from: word.slice(0, 2), to: word.slice(2, 4),
                     promotion: word[4] })
-                plies.push({ uci: move.lan, san: move.san, fen: move.after, from: move.from,
-                    to: move.to, color: move.color, eval: record.evals?.[index] ?? null,
-                    mark: record.marks?.[index] ?? "" })
+                plies.push(plyOf(move, { eval: record.evals?.[index] ?? null,
+                    mark: record.marks?.[index] ?? "", note: record.notes?.[index] ?? "" }))
             })
             Object.assign(this, { rules, plies, start: record.start, tags: record.tags ?? {},
                 startEval: record.startEval ?? null, result: record.result ?? "*",

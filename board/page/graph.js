@@ -1,6 +1,7 @@
 // The graph of the score over the game. It is a slider: the arrow keys go from move to move.
 
 import { byId, s } from "./dom.js"
+import { MARK_NAMES } from "./moves.js"
 import { chanceOf, scoreText } from "./score.js"
 
 const HEIGHT = 110
@@ -65,10 +66,9 @@ export class Graph {
             [`${points[0].x},${HEIGHT}`, ...line, `${points.at(-1).x},${HEIGHT}`].join(" ") }) : null,
         s("line", { class: "middle", x1: 0, x2: width, y1: y(0.5), y2: y(0.5) }),
         points.length > 1 ? s("polyline", { class: "line", points: line.join(" ") }) : null,
-        ...points.filter(({ ply }) => ply > 0 && game.plies[ply - 1].mark).map(point =>
-            s("circle", { class: `dot ${game.plies[point.ply - 1].mark === "??" ? "blunder"
-                : game.plies[point.ply - 1].mark === "?" ? "mistake" : "inaccuracy"}`,
-            cx: point.x, cy: point.y, r: 4.5 })),
+        ...points.filter(({ ply }) => MARK_NAMES[game.plies[ply - 1]?.mark]).map(point =>
+            s("circle", { class: `dot ${MARK_NAMES[game.plies[point.ply - 1].mark]}`,
+                cx: point.x, cy: point.y, r: 4.5 })),
         count ? s("line", { class: "now", x1: x(game.ply), x2: x(game.ply), y1: 0, y2: HEIGHT })
             : null)
         place.replaceChildren(drawing)

@@ -3,7 +3,7 @@
 import { byId, h } from "./dom.js"
 import { scoreText } from "./score.js"
 
-const MARK_NAMES = { "?!": "inaccuracy", "?": "mistake", "??": "blunder" }
+export const MARK_NAMES = { "?!": "inaccuracy", "?": "mistake", "??": "blunder" }
 
 export class MoveList {
     constructor(game) {
@@ -57,9 +57,7 @@ export class MoveList {
             mark.textContent = ply.mark
             button.dataset.mark = MARK_NAMES[ply.mark] ?? ""
             score.textContent = scoreText(ply.eval)
-            if (ply.mark) {
-                button.title = MARK_NAMES[ply.mark]
-            }
+            button.title = [MARK_NAMES[ply.mark], ply.note].filter(Boolean).join(": ")
         }
     }
 

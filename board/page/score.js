@@ -30,6 +30,19 @@ export function scoreText(value) {
     return `${sign}${(Math.abs(value.cp) / 100).toFixed(2)}`
 }
 
+// What a comment of a saved game says, scoreText and a depth, as a score again, or null. A mate that
+// stands on the board is that of the side which moved.
+export function readScore(text, isWhite) {
+    const found = /^([+-]?)(?:(\d{1,4}\.\d\d)|M(\d{1,3})|#)\/(\d{1,3})$/.exec(text)
+    if (!found) {
+        return null
+    }
+    const [, sign, pawns, mate, depth] = found
+    const side = sign === "-" ? -1 : 1
+    return pawns ? { cp: side * Math.round(100 * Number(pawns)), depth: Number(depth) }
+        : { mate: Number(mate ?? 0), won: mate ? side : isWhite ? 1 : -1, depth: Number(depth) }
+}
+
 // White's expectation, 0 to 1.
 export function chanceOf(value) {
     if (value.mate !== undefined) {

@@ -199,6 +199,41 @@ class Playing(PageTest):
         page.click("#import-close")
         self.assertEqual(len(page.moves()), 7)
 
+    def test_marks_and_comments_of_a_file_go_out_again(self):
+        page = self.page
+        head = '[Event "?"]\n[Site "?"]\n[Date "2000.01.02"]\n[Round "?"]\n' \
+               '[White "A \\"B\\" <b onload=alert(1)>"]\n[Black "?"]\n[Result "*"]\n\n'
+        self.load(f"% escaped\n{head}1.e4!{{one}}{{two}} (1. d4 {{)}} d5) e5 $6 ; three\n2. Nf3?? *\n")
+        self.assertEqual(page.text("#name-w"), 'A "B" <b onload=alert(1)>')
+        self.assertEqual(page.ask("window.vesk.game.toPgn()"),
+                         f"{head}1. e4 $1 {{one two}} e5 $6 {{three}} 2. Nf3 $4 *\n")
+        self.load("1. e4 {+0.31/12} e5 {-M3/20} {so} *\n")
+        self.assertEqual([item.text for item in page.all(".move .score")], ["+0.31", "-M3"])
+        page.click("#open-pgn")
+        for text, fault in (("1. e4 {x", "no end"), ("1. e4 -- 2. d4 *", "1… -- cannot"),
+                            ('[FEN "bqnbnrkr/pppppppp/8/8/8/8/PPPPPPPP/BQNBNRKR w KQkq - 0 1"]\n*',
+                             "needs the king on e1")):
+            page.ask("document.getElementById('import-text').value = arguments[0]", text)
+            page.click("#import-read")
+            self.assertIn(fault, page.text("#import-fault"))
+        page.click("#import-close")
+
+    def test_moves_as_people_write_them(self):
+        page = self.page
+        for fen, text, san in (("r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1", "0-0", "O-O"),
+                               ("r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1", "e1a1", "O-O-O"),
+                               ("r3k2r/8/8/8/8/8/8/R3K2R b KQkq - 0 1", "o-o", "O-O"),
+                               ("k7/7P/8/8/8/5n2/8/K7 w - - 0 1", "h7-h8q", "h8=Q+"),
+                               ("k7/7P/8/8/8/5n2/8/K7 w - - 0 1", "h8=n", "h8=N"),
+                               ("k7/7P/8/8/8/5n2/8/K7 b - - 0 1", "nd4", "Nd4")):
+            self.load(fen)
+            page.move(text)
+            self.assertEqual(page.moves(), [san], text)
+        for text in ("--", "Z0", "h7h8", "h7-h8", "e9"):
+            self.load("k7/7P/8/8/8/5n2/8/K7 w - - 0 1")
+            page.move(text)
+            self.assertEqual(page.moves(), [], text)
+
     def test_the_result_of_a_file_stands_where_nobody_claimed_a_draw(self):
         page = self.page
         dance = "1. Nf3 Nf6 2. Ng1 Ng8 3. Nf3 Nf6 4. Ng1 Ng8"
