@@ -6,6 +6,7 @@ import { byId, h, s } from "./dom.js"
 const FILES = "abcdefgh"
 const MOST_MOVERS = 20
 const LARGEST_FILE = 1 << 20    // bytes
+const MOST_ROWS = 10000         // of a table; those of a training have a thousand
 const WIDTH = 640
 const HEIGHT = 220
 const EDGE = { left: 62, right: 12, top: 10, bottom: 28 }
@@ -23,6 +24,9 @@ function readTable(text, wanted) {
     if (!wanted.every(name => names.includes(name))) {
         throw new Error(`its first line does not name ${wanted.join(", ")}`)
     }
+    if (lines.length > MOST_ROWS) {
+        throw new Error(`it has more than ${MOST_ROWS} rows`)
+    }
     return lines.map(line => {
         const fields = line.split(",")
         return Object.fromEntries(names.map((name, index) => [name, fields[index] ?? ""]))
@@ -33,7 +37,8 @@ export function readErrors(text) {
     return readTable(text, ["pass", "training_error", "validation_error"]).map(row => ({
         pass: Number(row.pass), training: Number(row.training_error),
         validation: row.validation_error === "" ? null : Number(row.validation_error),
-        isBest: row.best === "1" })).filter(row => Number.isFinite(row.training))
+        isBest: row.best === "1" })).filter(row => Number.isFinite(row.training)
+        && Number.isFinite(row.pass) && Number.isFinite(row.validation ?? 0))
 }
 
 // Of each weight its name, the place within its table (null for a single one), and its values.
@@ -42,7 +47,8 @@ export function readReport(text) {
         const [name, place = null] = row.weight.split(" ")
         return { name, place, old: { mg: Number(row.old_mg), eg: Number(row.old_eg) },
             new: { mg: Number(row.new_mg), eg: Number(row.new_eg) } }
-    })
+    }).filter(row => [row.old, row.new].every(pair =>
+        Number.isFinite(pair.mg) && Number.isFinite(pair.eg)))
 }
 
 // A file of weights; what the weights were before comes from elsewhere.
@@ -108,8 +114,8 @@ function map(title, values, greatest) {
             const value = values[file + rank]
             const share = Math.min(1, Math.abs(value ?? 0) / greatest)
             const cell = h("td", { title: `${file}${rank}: ${value}` }, String(value ?? ""))
-            cell.style.setProperty("background", `color-mix(in srgb, ${value < 0 ? "var(--low)"
-                : "var(--high)"} ${Math.round(85 * share)}%, var(--panel))`)
+            cell.style.setProperty("background", `color-mix(in srgb, ${value < 0 ? "var(--map-low)"
+                : "var(--map-high)"} ${Math.round(85 * share)}%, var(--panel))`)
             return cell
         })
         rows.push(h("tr", {}, h("th", { scope: "row" }, String(rank)), ...cells))

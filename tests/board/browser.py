@@ -13,6 +13,31 @@ from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 
+# Texts whose contrast with their ground is below 4.5 to 1, each with its place.
+FAINT_TEXTS = """(() => {
+    const parse = text => {
+        const [r, g, b, alpha = 1] = text.match(/[\\d.]+/g).map(Number)
+        return text.startsWith("color(") ? [255 * r, 255 * g, 255 * b, alpha] : [r, g, b, alpha]
+    }
+    const light = color => color.slice(0, 3).map(part => part / 255)
+        .map(part => part <= 0.04045 ? part / 12.92 : ((part + 0.055) / 1.055) ** 2.4)
+        .reduce((sum, part, index) => sum + part * [0.2126, 0.7152, 0.0722][index], 0)
+    const ground = node => {
+        for (; node; node = node.parentElement) {
+            const color = parse(getComputedStyle(node).backgroundColor)
+            if (color[3] > 0.9) return color
+        }
+        return [255, 255, 255, 1]
+    }
+    return [...document.querySelectorAll("body *")].filter(node => node.checkVisibility()
+        && !node.disabled && !node.closest("svg, .hidden-text, .cm-chessboard-accessibility")
+        && [...node.childNodes].some(child => child.nodeType === 3 && child.data.trim()))
+        .map(node => {
+            const [one, two] = [parse(getComputedStyle(node).color), ground(node)].map(light)
+            const contrast = (Math.max(one, two) + 0.05) / (Math.min(one, two) + 0.05)
+            return [`${node.id || node.className || node.tagName}: ${node.textContent}`, contrast]
+        }).filter(([, contrast]) => contrast < 4.5)
+})()"""
 BROWSERS = ("chromium", "chromium-browser", "google-chrome")
 PATIENCE = 20.0         # seconds that a busy machine may take
 WORDS = ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
@@ -45,9 +70,7 @@ class Browser:
             shutil.rmtree(self.home, ignore_errors=True)
             raise
         self.resize(width, height)
-        self.command("Emulation.setEmulatedMedia", features=[
-            {"name": "prefers-color-scheme", "value": "dark" if dark else "light"},
-            {"name": "prefers-reduced-motion", "value": "reduce"}])
+        self.use_colours("dark" if dark else "light")
 
     def __enter__(self):
         return self
@@ -63,6 +86,15 @@ class Browser:
     def resize(self, width, height):
         self.command("Emulation.setDeviceMetricsOverride", width=width, height=height,
                      deviceScaleFactor=1, mobile=width < 600)
+
+    def use_colours(self, name):
+        """What the system is set to: light or dark."""
+        self.command("Emulation.setEmulatedMedia", features=[
+            {"name": "prefers-color-scheme", "value": name},
+            {"name": "prefers-reduced-motion", "value": "reduce"}])
+
+    def faint_texts(self):
+        return self.ask(FAINT_TEXTS)
 
     def open(self, address):
         self.driver.get("about:blank")

@@ -404,6 +404,27 @@ class Judging(PageTest):
         cells = page.ask("[...document.querySelectorAll('#maps .map')].map("
                          "map => map.rows[7].cells[1].textContent)")
         self.assertEqual(cells, ["0", "1", "1"])
+        head = "pass,training_error,validation_error\n"
+        for text, words in ((head + 20000 * "1,1,1\n", "more than 10000 rows"),
+                            (head + "0,1,x\n", "nothing that can be drawn"), ("", "does not name")):
+            errors.write_text(text)
+            page.find("#report-file").send_keys(str(errors))
+            page.until(lambda: words in page.text("#tuning-text"), words)
+
+    def test_text_stands_out_from_its_ground(self):
+        page = self.page
+        self.addCleanup(page.use_colours, "light")
+        self.load("1. e4 e5?? 2. Nf3? Nc6?! *\n")
+        for colours in ("light", "dark"):
+            page.use_colours(colours)
+            for tab in ("play", "analyse", "why", "taste", "tuning"):
+                page.click(f"#tab-{tab}")
+                page.until(lambda: tab != "why" or page.all("#why-rows .term-row"), "all is shown")
+                page.until(lambda: tab != "tuning" or page.all("#maps .map"), "all is shown")
+                for table in ("PST_N1", "PST_K") if tab == "tuning" else ("",):
+                    if table:
+                        page.choose("#table", table)
+                    self.assertEqual(page.faint_texts(), [], (colours, tab, table))
 
 
 def re_games(page):

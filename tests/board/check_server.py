@@ -15,6 +15,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 import unittest
 
@@ -504,6 +505,63 @@ class Life(unittest.IsolatedAsyncioTestCase):
                 shutil.rmtree(server.folder / "packages", ignore_errors=True)
         finally:
             server.__exit__()
+
+
+class Packages(unittest.TestCase):
+    """scripts/copy_packages, with a program in the place of npm."""
+
+    def setUp(self):
+        home = tempfile.TemporaryDirectory(prefix="vesk packages ü ")
+        self.addCleanup(home.cleanup)
+        self.home = pathlib.Path(home.name)
+        for name in ("scripts", "board", "bin", "files"):
+            (self.home / name).mkdir()
+        shutil.copy2(ROOT / "scripts" / "copy_packages", self.home / "scripts")
+        for name in ("package.json", "package-lock.json", ".npmrc"):
+            shutil.copy2(ROOT / "board" / name, self.home / "board")
+        self.write("scripts/install_missing", "exit 0")
+
+    def write(self, name, text):
+        (self.home / name).write_text(f"#!/bin/sh\n{text}\n")
+        (self.home / name).chmod(0o755)
+
+    def start(self):
+        path = f"{self.home / 'bin'}:{os.environ['PATH']}"
+        return subprocess.Popen([self.home / "scripts" / "copy_packages", self.home / "files" / "p"],
+                                stderr=subprocess.PIPE, text=True, env={**os.environ, "PATH": path})
+
+    def finish(self, process):
+        _, errors = process.communicate(timeout=LIMIT)
+        return process.returncode, errors
+
+    def left(self):
+        return [path.name for path in (self.home / "files").iterdir()]
+
+    def test_without_the_packages_it_says_why_and_leaves_nothing(self):
+        self.write("bin/npm", "echo no network; exit 7")
+        status, errors = self.finish(self.start())
+        self.assertEqual((status, self.left()), (1, []))
+        self.assertIn("no network\nnpm could not copy", errors)
+
+    def test_ended_in_the_middle_it_leaves_nothing(self):
+        self.write("bin/npm", f'echo >"{self.home}/begun"; exec sleep 0.5')
+        process = self.start()
+        wait_until((self.home / "begun").exists, "npm has begun")
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual((self.finish(process)[0], self.left()), (143, []))
+
+    def test_two_at_once_and_what_is_incomplete_is_copied_again(self):
+        modules = self.home / "files" / "p" / "node_modules"
+        self.write("bin/npm", f'echo >>"{self.home}/begun"; sleep 0.2; '
+                              "mkdir -p node_modules/chess.js node_modules/cm-chessboard")
+        for count in (2, 4, 4):
+            starts = [self.start(), self.start()]
+            self.assertEqual([self.finish(process)[0] for process in starts], [0, 0])
+            self.assertEqual(self.left(), ["p"])
+            self.assertEqual({path.name for path in modules.iterdir()}, {"chess.js", "cm-chessboard"})
+            self.assertEqual(len((self.home / "begun").read_text()), count)
+            if count == 2:
+                (modules / "chess.js").rmdir()
 
 
 if __name__ == "__main__":
