@@ -14,6 +14,8 @@ import subprocess
 import sys
 
 from aiohttp import web
+from aiohttp.http_exceptions import HttpProcessingError
+from aiohttp.log import server_logger
 
 from . import guard
 from .pages import Pages, SetupFault
@@ -108,9 +110,15 @@ def watch_children():
             asyncio.set_child_watcher(asyncio.PidfdChildWatcher())
 
 
+def is_worth_telling(record):
+    """Whether the user shall read a line of the log: what strangers send that is no HTTP is not."""
+    return not (record.exc_info and isinstance(record.exc_info[1], HttpProcessingError))
+
+
 def main():
     options = arguments()
     watch_children()
+    server_logger.addFilter(is_worth_telling)
     try:
         asyncio.run(serve(options))
     except (OSError, SetupFault) as fault:

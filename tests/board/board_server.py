@@ -67,14 +67,20 @@ class BoardServer:
         """Starts it, again if need be; gives the address."""
         surroundings = {**os.environ, "HOME": str(self.home / "elsewhere"),
                         "TMPDIR": str(self.home / "elsewhere")}
-        self.process = subprocess.Popen(self.words, stdout=subprocess.PIPE, text=True,
-                                        cwd=self.home / "elsewhere", env=surroundings)
+        with (self.home / "errors").open("a") as errors:
+            self.process = subprocess.Popen(self.words, stdout=subprocess.PIPE, stderr=errors,
+                                            text=True, cwd=self.home / "elsewhere",
+                                            env=surroundings)
         line = self.process.stdout.readline()
         found = re.search(r"http://(127\.0\.0\.1:(\d+))/#([\w-]+)", line)
         if found is None:
             raise AssertionError(f"the server does not tell its address: {line!r}")
         self.address, self.host, self.port, self.key = found[0], found[1], int(found[2]), found[3]
         return self.address
+
+    def errors(self):
+        """What the server has complained of at its terminal."""
+        return (self.home / "errors").read_text()
 
     def engines(self):
         return processes_of(self.engine)
@@ -96,4 +102,6 @@ class BoardServer:
 
     def __exit__(self, *_):
         self.stop()
+        with contextlib.suppress(OSError):
+            sys.stderr.write(self.errors())
         shutil.rmtree(self.home, ignore_errors=True)

@@ -13,6 +13,7 @@ import pathlib
 import random
 import shutil
 import signal
+import socket
 import subprocess
 import sys
 import tempfile
@@ -160,6 +161,25 @@ class Guard(ServerTest):
         port = f":{self.server.port:04X} 00000000:0000 0A"
         places = [line.split()[1] for line in listening.splitlines() if port in line]
         self.assertEqual(places, [f"0100007F:{self.server.port:04X}"])
+
+
+    async def test_what_is_no_http_is_refused_without_a_word_at_the_terminal(self):
+        host = f"Host: {self.server.host}".encode()
+        for text in (bytes(5000), b"G" * 100000, b"GET / HTTP/1.1\r\nHost: " + b"a" * 10000,
+                     b"GET / HTTP/1.1\r\n" + host + b"\r\nHost: example.org\r\n\r\n",
+                     b"PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n"):
+            with socket.create_connection(("127.0.0.1", self.server.port), LIMIT) as client:
+                client.sendall(text)
+                self.assertIn(b" 400 ", client.recv(100))
+        self.assertEqual(self.server.errors(), "")
+
+    async def test_those_who_say_nothing_keep_nobody_out(self):
+        with contextlib.ExitStack() as stack:
+            for _ in range(300):
+                client = stack.enter_context(
+                    socket.create_connection(("127.0.0.1", self.server.port), LIMIT))
+                client.sendall(b"GET / HTTP/1.1\r\nHo")
+            self.assertEqual((await get(self.server))[0], 200)
 
 
 class Messages(ServerTest):
@@ -455,6 +475,7 @@ class Life(unittest.IsolatedAsyncioTestCase):
                 self.assertFalse(first & set(server.engines()))
                 await page.search(number=2, limits={"nodes": 100})
                 self.assertEqual((await page.hear("bestmove"))["id"], 2)
+            self.assertEqual(server.errors(), "")
 
     async def test_an_engine_that_stands_still_does_not_outlive_the_server(self):
         with BoardServer(ROOT, PROGRAMS) as server:
