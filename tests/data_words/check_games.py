@@ -240,6 +240,12 @@ def check_harm(driver):
     fail_unless(result.returncode == 1 and (folder / "vesk.pgn").read_bytes() == before,
                 "the input was replaced")
     (folder / "old.pgn").write_bytes(b"old\n")
+    for words in (("missing.pgn",), ("vesk.pgn", "--min-rating", "9000")):
+        result = driver.run(*words, "--output", "old.pgn")
+        fail_unless(result.returncode == 1 and b"no game for it" in result.stderr
+                    and (folder / "old.pgn").read_bytes() == b"old\n"
+                    and not (folder / "old.pgn.part").exists(),
+                    f"{words}: a file without a game replaced another: {result.stderr}")
     process = subprocess.Popen([driver.data, "games", "-", "--output", "old.pgn"], cwd=folder,
                                stdin=subprocess.PIPE, stderr=subprocess.DEVNULL)
     process.stdin.write(before * 20)
