@@ -159,6 +159,7 @@ static void mark_shadowed(TablesRun* run, const TablePath& path)
 static void add_path(TablesRun* run, const std::string& text)
 {
     TablePath path = { text, true, run->files.size(), 0 };
+    const i64 failed = run->report.failed;
     struct stat status;
     if (stat(text.c_str(), &status) == 0 && !S_ISDIR(status.st_mode)) {
         path.is_set = false;
@@ -173,6 +174,10 @@ static void add_path(TablesRun* run, const std::string& text)
         }
     }
     path.end = run->files.size();
+    // The name of another folder may be meant: nothing was checked, and that is not sound.
+    if (path.begin == path.end && run->report.failed == failed) {
+        fail_file(&run->report, text, "holds no table", 0);
+    }
     mark_shadowed(run, path);
     run->paths.push_back(path);
 }

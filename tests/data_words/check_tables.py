@@ -258,6 +258,10 @@ def check_odd_files(real, folder):
         "K\ufffd\x1bPvK.rtbw": ["name of no table"],
         "KQRBvKNP.rtbw": ["no table inside"]}, f"odd files: {faults}")
     expect(b"\x1b" not in result.stderr, "a name commands the terminal")
+    (odd / "empty").mkdir()
+    result = run(odd / "empty")
+    expect(result.returncode == 1 and b"empty: holds no table" in result.stderr,
+           f"a folder without tables passes as sound: {result}")
     with open(odd / "KQRBvKNP.rtbw", "r+b") as file:
         file.truncate((600 << 20) + 16)
     result = run(odd / "KQRBvKNP.rtbw")
