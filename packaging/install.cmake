@@ -41,6 +41,8 @@ foreach(program ${programs})
     install(PROGRAMS ${PROJECT_BINARY_DIR}/launchers/${program} DESTINATION games)
 endforeach()
 install(PROGRAMS scripts/processor_level packaging/gnome_chess DESTINATION lib/vesk)
+install(FILES packaging/lintian-overrides RENAME vesk
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides)
 
 # Both take SOURCE_DATE_EPOCH for the time. A package of a later commit counts as the newer one.
 string(TIMESTAMP package_stamp "%Y%m%d.%H%M" UTC)
