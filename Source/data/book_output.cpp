@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <numeric>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -91,8 +92,21 @@ void settle_moves(std::vector<BookMove>* moves)
             move.weight = move.weight > 0 ? std::max<u64>(scaled, 1) : 0;
         }
     }
-    std::ranges::stable_sort(
-        *moves, [](const BookMove& a, const BookMove& b) { return a.weight > b.weight; });
+    // Equals keep their order. Not by std::stable_sort, which in GCC 12's library calls what Clang
+    // takes for deprecated.
+    std::vector<size_t> order(moves->size());
+    std::iota(order.begin(), order.end(), size_t { 0 });
+    std::ranges::sort(order, [moves](size_t a, size_t b) {
+        const u64 weight = (*moves)[a].weight;
+        const u64 other = (*moves)[b].weight;
+        return weight != other ? weight > other : a < b;
+    });
+    std::vector<BookMove> sorted;
+    sorted.reserve(order.size());
+    for (const size_t i : order) {
+        sorted.push_back((*moves)[i]);
+    }
+    moves->swap(sorted);
 }
 
 u64 write_moves(u64 key, const std::vector<BookMove>& moves, FILE* out)

@@ -44,8 +44,12 @@ Outcome run(std::vector<std::string> words)
 
 std::vector<BookEntry> sorted(std::vector<BookEntry> entries)
 {
-    std::stable_sort(entries.begin(), entries.end(),
-        [](const BookEntry& a, const BookEntry& b) { return book_entry_compare(&a, &b) < 0; });
+    const auto is_before = [](const BookEntry& a, const BookEntry& b) {
+        return book_entry_compare(&a, &b) < 0;
+    };
+    for (auto next = entries.begin(); next != entries.end(); ++next) {
+        std::rotate(std::upper_bound(entries.begin(), next, *next, is_before), next, next + 1);
+    }
     return entries;
 }
 
