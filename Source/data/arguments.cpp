@@ -70,7 +70,8 @@ static bool set_value(const WordOption& option, const char* value)
             .whole = option.whole };
         return set_number(number, value);
     }
-    if (value == nullptr) {
+    // An empty one is a variable of a script that was never set, and no wish for all there is.
+    if (value == nullptr || *value == '\0') {
         fprintf(stderr, "vesk-data: option %s needs a value\n", option.name.data());
         return false;
     }
@@ -97,9 +98,6 @@ static bool refuse_place(std::string_view name, const std::string& file, const c
 // of an older file.
 static bool check_places(const CommonOptions& common, const std::vector<std::string>& files)
 {
-    if (common.output.empty()) {
-        return refuse_place("--output", common.output, "is no name");
-    }
     if (common.report.empty() || common.report == "-") {
         return true;
     }

@@ -1,10 +1,13 @@
 // The program vesk-data: what is in games, positions, books and tables, and what was lost of them.
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "data/places.h"
 #include "data/words.h"
 
 // A process may begin without one of the three standard files. The next file that is opened would
@@ -17,6 +20,17 @@ static void hold_standard_files()
             (void)open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
         }
     }
+}
+
+// Nobody catches what the library throws where memory or threads run out. The user is told, and
+// finds no unfinished file beside his own; a status says so to scripts, and not a signal.
+[[noreturn]] static void end_without_means()
+{
+    remove_unfinished_files();
+    fputs("vesk-data: the system has not enough memory or threads for this run; --jobs 1 takes the "
+          "least\n",
+        stderr);
+    _exit(1);
 }
 
 // A page of help that did not leave is a failure, too.
@@ -32,6 +46,9 @@ static int flush_output(int status)
 int main(int argc, char** argv)
 {
     hold_standard_files();
+    std::set_terminate(end_without_means);
+    // A file that may grow no further is an error like a full disk.
+    signal(SIGXFSZ, SIG_IGN);
     if (argc < 2) {
         return flush_output(run_data_help({}));
     }

@@ -110,18 +110,23 @@ struct UnfinishedName {
 // The words write a few files at most; more, or longer names, are left where they are.
 std::array<UnfinishedName, 16> unfinished_names;
 
-constexpr int ending_signals[] = { SIGINT, SIGTERM, SIGHUP, SIGPIPE };
+constexpr int ending_signals[] = { SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGQUIT, SIGXCPU };
 
 }
 
-// Removes the files and ends as the signal would have ended the process without this.
-static void remove_unfinished(int number)
+void remove_unfinished_files()
 {
     for (const UnfinishedName& unfinished : unfinished_names) {
         if (unfinished.used.load()) {
             unlink(unfinished.name);
         }
     }
+}
+
+// Removes the files and ends as the signal would have ended the process without this.
+static void remove_unfinished(int number)
+{
+    remove_unfinished_files();
     raise(number);
 }
 

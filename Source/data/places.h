@@ -27,3 +27,6 @@
 // the process before it is forgotten. A process that is killed leaves it.
 void remember_unfinished(const std::string& name);
 void forget_unfinished(const std::string& name);
+
+// Removes them all now: for what ends the process by itself.
+void remove_unfinished_files();

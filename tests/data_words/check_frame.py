@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """What all words of vesk-data have in common, seen from outside: reports that would take the place
-of something else, devices and pipes as outputs, standard files that are closed, and a run that is
-broken off.
+of something else, devices and pipes as outputs, standard files that are closed, limits of the
+system, and a run that is broken off.
 
     check_frame.py VESK_DATA VESK ROOT
 
@@ -11,6 +11,7 @@ Prints what is wrong; status 1 if anything is.
 import gzip
 import os
 import pathlib
+import resource
 import signal
 import subprocess
 import sys
@@ -57,7 +58,9 @@ def check_places(folder, book):
                                           f"{folder}/../{folder.name}/new.txt")),
             ("is a folder", ("check", copy, "--report", folder)),
             ("not there", ("check", copy, "--report", folder / "nowhere" / "report")),
-            ("is no name", ("dump", copy, "--output", ""))):
+            ("needs a value", ("dump", copy, "--output", "")),
+            ("needs a value", ("dump", copy, "--report=")),
+            ("needs a value", ("dump", copy, "--start", ""))):
         result = run("book", *words)
         expect(result.returncode == 2 and reason in result.stderr, f"{reason}: {result.stderr}")
     expect(copy.read_bytes() == book.read_bytes() and out.read_text() == "old", "something is lost")
@@ -102,7 +105,7 @@ def check_closed(folder, book):
 def check_broken_off(folder, book):
     """The older file is still there, and nothing else."""
     out = folder / "broken.bin.gz"
-    for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
+    for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT:
         old = gzip.compress(b"old")
         out.write_bytes(old)
         part = pathlib.Path(f"{out}.part")
@@ -119,6 +122,31 @@ def check_broken_off(folder, book):
             wrong.append(f"signal {number} leaves {sorted(p.name for p in folder.iterdir())}")
 
 
+def limit(kind, most):
+    return lambda: resource.setrlimit(kind, (most, most))
+
+
+def check_limits(folder, book):
+    """What the system denies is told, and the older file is still there, and nothing else."""
+    out = folder / "limited.bin"
+    out.write_bytes(b"old")
+    merge = ("book", "merge", book, book, "--output", out)
+    limits = [("File too large", merge, limit(resource.RLIMIT_FSIZE, 512))]
+    # A sanitized program takes more addresses than any limit leaves.
+    program = pathlib.Path(vesk_data).read_bytes()
+    if b"__asan_init" not in program and b"__tsan_init" not in program:
+        games = folder / "endless.pgn"
+        games.write_bytes(b"x" * 4096)
+        limits += [("not enough memory", ("games", games, "--output", out, "--jobs", "256"),
+                    limit(resource.RLIMIT_AS, 400 << 20))]
+    before = sorted(os.listdir(folder))
+    for reason, words, preexec in limits:
+        result = run(*words, preexec_fn=preexec)
+        expect(result.returncode == 1 and reason in result.stderr, f"{reason}: {result}")
+        expect(out.read_bytes() == b"old", f"{reason}: the older file is gone")
+        expect(sorted(os.listdir(folder)) == before, f"{reason}: something is left over")
+
+
 def main():
     global vesk_data
     vesk_data, _, root = sys.argv[1:]
@@ -128,6 +156,7 @@ def main():
         check_places(folder, book)
         check_devices(folder, book)
         check_closed(folder, book)
+        check_limits(folder, book)
         if ".gz" in run("--version").stdout:
             check_broken_off(folder, book)
     for text in wrong:

@@ -23,6 +23,7 @@ STANDARD = {
     "deque": "deque",
     "barrier": "barrier",
     "condition_variable": "condition_variable",
+    "exception": "set_terminate",
     "filesystem": "filesystem",
     "fstream": "ifstream ofstream",
     "functional": "function",
