@@ -5,6 +5,7 @@
 
 #include "board/tables.h"
 #include "data/arguments.h"
+#include "data/places.h"
 #include "data/positions_flow.h"
 #include "data/words.h"
 
@@ -72,6 +73,34 @@ struct RawOptions {
     std::string marks;
 };
 
+// Whether both are files under one name, or one has the name that the other has until it is
+// complete.
+static bool takes_place(const std::string& a, const std::string& b)
+{
+    return is_plain_place(a) && (is_same_place(a, b) || is_same_place(a, b + ".part"));
+}
+
+// Each output has a place of its own: the later one would replace the earlier, the report all.
+static int check_outputs(const PositionsOptions& options)
+{
+    const std::string output = options.only_check ? "-" : options.common.output;
+    const std::string* names[] = { &output, &options.validation, &options.statistics,
+        &options.common.report };
+    for (const std::string* a : names) {
+        for (const std::string* b : names) {
+            const bool are_files = !a->empty() && !b->empty() && *a != "-" && *b != "-";
+            if (a != b && are_files && takes_place(*a, *b)) {
+                return refuse_data_words("positions", "two outputs would be %s", a->c_str());
+            }
+        }
+    }
+    const bool is_twice = output == "-" && (options.validation == "-" || options.statistics == "-");
+    return (is_twice && !options.only_check)
+            || (options.validation == "-" && options.statistics == "-")
+        ? refuse_data_words("positions", "two outputs would be -")
+        : 0;
+}
+
 // What contradicts itself. Returns the status for a wrong command line, 0 for a sound one.
 static int check_options(PositionsOptions* options)
 {
@@ -88,16 +117,7 @@ static int check_options(PositionsOptions* options)
     if (options->ratio != 1.0 && !options->balance_phase && !options->balance_result) {
         return refuse_data_words("positions", "--ratio is for --balance");
     }
-    const std::string* names[] = { &output, &options->validation, &options->statistics };
-    for (i32 i = 0; i < 3; ++i) {
-        for (i32 k = 0; k < i; ++k) {
-            const bool is_free = k == 0 && options->only_check;
-            if (*names[i] == *names[k] && !names[i]->empty() && !is_free) {
-                return refuse_data_words("positions", "two outputs would be %s", names[i]->c_str());
-            }
-        }
-    }
-    return 0;
+    return check_outputs(*options);
 }
 
 static void understand(const RawOptions& raw, PositionsOptions* options)

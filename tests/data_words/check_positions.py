@@ -359,9 +359,14 @@ def check_usage(word):
     for arguments in (["--split", "0.1", "a.epd"], [], ["--balance", "colour", "a.epd"],
                       ["--check", "--output", "x", "a.epd"], ["--memory", "1", "a.epd"],
                       ["--split", "0.1", "--validation", "x", "--output", "x", "a.epd"],
-                      ["--ratio", "2", "a.epd"], ["--unik", "a.epd"]):
+                      ["--split", "0.1", "--validation", "x", "--output", "./x", "a.epd"],
+                      ["--split", "0.1", "--validation", "x", "--report", "x", "a.epd"],
+                      ["--split", "0.1", "--validation", "x.part", "--output", "x", "a.epd"],
+                      ["--statistics", "x", "--report", "./x", "a.epd"],
+                      ["--scratch", "", "a.epd"], ["--ratio", "2", "a.epd"], ["--unik", "a.epd"]):
         _, errors = word.run(*arguments, wanted=2)
         check("option" in errors or "--help" in errors, f"{arguments}: {errors}")
+    check(not word.path("x").exists(), "a wrong command line has made a file")
     out, _ = word.run("--help")
     check(b"--shuffle SEED" in out and max(map(len, out.splitlines())) <= 92, "the page is wrong")
 
