@@ -185,6 +185,24 @@ static bool read_score_word(std::string_view text, ScoreForm form, GameScore* sc
     return true;
 }
 
+// Whether a score without a sign may stand there: at the start, or behind the move in parentheses
+// that it is of. Further on it is points of a tournament, as in "leads with 5.5/7".
+static bool begins_score(std::string_view before)
+{
+    before = trim(before);
+    return before.empty() || before.ends_with(')');
+}
+
+// The depth behind a slash, and that nothing makes the two a date or a longer fraction.
+static bool take_depth(std::string_view* text, i32* depth)
+{
+    constexpr size_t most_digits = 3;
+    const size_t before = text->size();
+    return take_whole(text, most_depth, depth) && before - text->size() <= most_digits
+        && !(text->size() > 1 && (text->front() == '.' || text->front() == '/')
+            && is_digit((*text)[1]));
+}
+
 // A score and a depth with a slash between them. The score has a point, a sign or the mark of a
 // mate: 1/2 is none.
 static bool read_slash_score(std::string_view text, GameScore* score)
@@ -200,10 +218,11 @@ static bool read_slash_score(std::string_view text, GameScore* score)
         GameScore found;
         bool has_point = false;
         if (word.size() > score_digits || !take_score(&word, &found, &has_point) || !word.empty()
-            || !take_whole(&behind, most_depth, &found.depth)) {
+            || !take_depth(&behind, &found.depth)) {
             continue;
         }
-        if (!has_point && !found.is_mate && is_digit(digits.front())) {
+        const bool is_signed = digits.front() == '+' || digits.front() == '-';
+        if (!is_signed && !found.is_mate && (!has_point || !begins_score(text.substr(0, start)))) {
             continue;
         }
         take_for_pawns(&found, has_point);
@@ -217,12 +236,15 @@ static bool read_slash_score(std::string_view text, GameScore* score)
     return false;
 }
 
-// A comment that is nothing but a score, with a sign or the mark of a mate, and a point.
+// A comment that is nothing but a score, with a sign or the mark of a mate, and a point. Without a
+// sign it may be the seconds of a move; zero has none.
 static bool read_lone_score(std::string_view text, GameScore* score)
 {
     GameScore found;
     bool has_point = false;
-    if (!take_score(&text, &found, &has_point) || !text.empty() || (!has_point && !found.is_mate)) {
+    const bool is_signed = text.starts_with('+') || text.starts_with('-');
+    if (!take_score(&text, &found, &has_point) || !text.empty() || (!has_point && !found.is_mate)
+        || (!is_signed && !found.is_mate && found.size != 0)) {
         return false;
     }
     found.form = LoneScore;

@@ -66,6 +66,10 @@ TEST(DataGamesScores, HaveTheirForms)
     EXPECT_EQ(form_of("ev=-0.35, d=20"), EngineValue);
     EXPECT_EQ(form_of("+0.35"), LoneScore);
     EXPECT_EQ(form_of("-M4"), LoneScore);
+    EXPECT_EQ(form_of("0.00"), LoneScore);
+    EXPECT_EQ(form_of("0.35/12 5"), SlashScore);
+    EXPECT_EQ(form_of("(Nf3) 0.35/12"), SlashScore);
+    EXPECT_EQ(form_of("see M5/20"), SlashScore);
     EXPECT_EQ(form_of("book, mb=+0+0+0+0+0,"), BookMove);
     EXPECT_EQ(form_of("out of book"), BookMove);
 }
@@ -75,7 +79,8 @@ TEST(DataGamesScores, LeaveOtherTextsAlone)
     for (const char* comment : { "", "1/2", "1/2-1/2", "a draw on 12/03", "d4/e4", "35", "12 s",
              "Kasparov's book of 1990", "eval", "eval of nothing", "wv=x", "+-/=", "0/12", "#",
              "[%clk 0:01:00]", "[%emt 1.25]", "[%eval]", "[%eval x]", "[%eval #0]", "[%evp 0,33]",
-             "/12", "+/12", "a/b +0.35x/12", "[%eval 1.2.3]" }) {
+             "/12", "+/12", "a/b +0.35x/12", "[%eval 1.2.3]", "leads with 5.5/7", "0.35", "2.5",
+             "12.05/2024", "1.5/20.5", "1.5/2/3", "+0.35/12.5" }) {
         EXPECT_EQ(form_of(comment), NoScore) << comment;
     }
     EXPECT_EQ(read_score_comment("[%eval x] [%eval #0]").unreadable, 2);
