@@ -344,6 +344,27 @@ static bool is_judgement(std::string_view word)
         || (word != "--" && word.find_first_not_of("+-=/~#") == word.npos);
 }
 
+// Whether the letter of a mark is that of a piece, torn off its move, as in "1. N f3": behind a
+// number there is nothing yet that a mark could be for. The rest alone would be another move.
+static bool is_torn_off(const GameReading& reading, std::string_view word)
+{
+    if (word != "N" && word != "D") {
+        return false;
+    }
+    const char* p = word.data();
+    while (p > reading.first && is_space(p[-1])) {
+        --p;
+    }
+    if (p > reading.first && p[-1] == '.') {
+        return true;
+    }
+    const char* end = p;
+    while (p > reading.first && is_digit(p[-1])) {
+        --p;
+    }
+    return p < end && (p == reading.first || is_space(p[-1]));
+}
+
 // A game may end with its result twice, but not with two.
 static void read_end(GameReading* reading, GameEnd end, std::string_view word)
 {
@@ -407,6 +428,10 @@ static void read_word(GameReading* reading)
     std::string_view word = { start, static_cast<size_t>(reading->p - start) };
     if (const GameEnd end = end_of_text(word); end != GameEnd::None) {
         read_end(reading, end, word);
+        return;
+    }
+    if (is_torn_off(*reading, word)) {
+        break_off(reading, "letter of a piece without its move", start, most_shown);
         return;
     }
     if (is_judgement(word) || is_passing_mark(reading, &word)) {

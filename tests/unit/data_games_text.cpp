@@ -99,6 +99,18 @@ static std::string tag_of(const char* text, const char* name)
     return std::string(tag_value(game, name));
 }
 
+TEST(DataGamesText, ALetterTornOffItsMoveIsNoMark)
+{
+    for (const char* text :
+        { "1. N f3 d5", "1 N f3", "1. e4 e5 2. N.f3", "1. e4 1... N\nxd5", "1. e4 e5 2.\nD 1d7" }) {
+        EXPECT_EQ(games_of(text)[0].problem, "letter of a piece without its move") << text;
+    }
+    for (const char* text :
+        { "1. e4 N Nf6", "1. e4 D", "1. e4 e5 N 2. Nf3", "1. e4 N d5", "e4 N e5" }) {
+        EXPECT_EQ(games_of(text)[0].problem, "") << text;
+    }
+}
+
 TEST(DataGamesText, TagsMayBeOdd)
 {
     EXPECT_EQ(tag_of("[A \"b\"]\n", "A"), "b");
