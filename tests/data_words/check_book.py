@@ -131,6 +131,14 @@ def check_failures(folder, book, data):
     expect(result.returncode == 1 and b"missing.bin: cannot be opened: No such file" in result.stderr,
            "a missing book is not named")
     expect(b"positions on the book's own lines" in result.stdout, "the next book is not read")
+    old, nothing = folder / "old.bin", folder / "nothing.bin"
+    old.write_bytes(data)
+    nothing.write_bytes(b"")
+    for words in ("prune", book, "--min-weight", "65535"), ("prune", nothing), \
+            ("merge", nothing, nothing):
+        result = run(*words, "--output", old)
+        expect(result.returncode == 1 and b"no entry for it" in result.stderr
+               and old.read_bytes() == data, f"{words[0]}: an empty book replaced another")
     left = [path.name for path in folder.iterdir() if path.suffix == ".part"]
     expect(not left, f"unfinished files are left: {left}")
 
