@@ -18,6 +18,7 @@
 #include "data/explain_forms.h"
 #include "data/explain_settings.h"
 #include "data/explain_weights.h"
+#include "data/places.h"
 #include "data/progress.h"
 #include "data/report.h"
 #include "data/streams.h"
@@ -208,6 +209,7 @@ struct ExplainRun {
     Explainer explainer;
     OutputStream out;
     UndoStack stack;
+    i64 explained = 0; // positions
 };
 
 // Counts an answer, or tells of it that it is none. Returns the position that it explains, or null.
@@ -266,6 +268,7 @@ static bool answer_batch(ExplainRun* run, Batch* batch, const std::string& name,
     std::vector<const ExplainedPosition*> positions;
     for (Answer& answer : batch->answers) {
         positions.push_back(count_answer(&run->report, *batch, name, &answer));
+        run->explained += positions.back() != nullptr ? 1 : 0;
     }
     const bool well = write_answers(run, *batch, positions);
     *batch = {};
@@ -371,6 +374,19 @@ static std::vector<std::string> join_fields(const std::vector<std::string>& word
     return joined;
 }
 
+// An output without a position would take the place of one that has some. A line that is refused is
+// an answer too in JSON and CSV, but no reason to lose others.
+static void finish_explain(ExplainRun* run)
+{
+    const std::string& output = run->common.output;
+    if (run->explained == 0 && output != "-" && is_plain_place(output)) {
+        fail_file(&run->report, output, "is not written: there is no position for it", 0);
+        run->out = OutputStream();
+        return;
+    }
+    static_cast<void>(finish_sink(&run->out, &run->report)); // a failure is in the report
+}
+
 static void explain_inputs(ExplainRun* run, const std::vector<std::string>& inputs)
 {
     Batch batch;
@@ -419,7 +435,7 @@ static int explain_all(ExplainRun* run, const std::vector<std::string>& inputs)
     fwrite(head.data(), 1, head.size(), run->out.file);
     explain_inputs(run, inputs);
     hide_run_progress(&run->report.progress);
-    static_cast<void>(finish_sink(&run->out, &run->report));
+    finish_explain(run);
     // Who asks for one position wants no table about that.
     const bool wants_report = !files.empty() || run->common.json || !run->common.report.empty();
     if (!wants_report) {

@@ -208,6 +208,15 @@ def check_inputs(folder):
         result = run(*words)
         expect(result.returncode == status and (status == 0 or result.stderr != b""),
                f"{words}: status {result.returncode}, {result.stderr}")
+    old = folder / "old.csv"
+    old.write_bytes(b"old")
+    (folder / "bad.epd").write_bytes(b"8/8/8/8/8/8/8/8 w - -\n")
+    for words in ([folder / "none.epd"], [folder / "bad.epd"], ["8/8/8/8/8/8/8/9 w - -"]):
+        for form in "text", "json", "csv":
+            result = run("--form", form, *words, "--output", old)
+            expect(result.returncode == 1 and b"no position for it" in result.stderr
+                   and old.read_bytes() == b"old" and not (folder / "old.csv.part").exists(),
+                   f"{words}: an output without a position replaced another: {result.stderr}")
     chosen, _ = explained("--term", "king", "--term", "mtl_pawn", FRENCH)
     expect([row["name"] for row in chosen[0]["terms"]] == ["king"]
            and {"king", "pawns"} == {weight["term"] for weight in chosen[0]["weights"]},
