@@ -40,20 +40,54 @@ void add_count(Report* report, std::string_view group, std::string_view name, i6
 // What a file holds may stand in a message, and a terminal takes some bytes for commands.
 static void print_safely(std::string_view text)
 {
-    for (const char c : text) {
-        const bool is_control = static_cast<u8>(c) < 0x20 || c == 0x7f;
-        fputc(is_control ? '?' : c, stderr);
-    }
+    std::string safe(text);
+    std::ranges::replace_if(
+        safe, [](char c) { return static_cast<u8>(c) < 0x20 || c == 0x7f; }, '?');
+    fwrite(safe.data(), 1, safe.size(), stderr); // at once: the stream has no buffer
 }
 
-// Tells of a refusal unless enough have been told.
-static void tell_item(Report* report, std::string_view file, const Refusal& refusal)
+static void append_member(std::string* json, std::string_view name, std::string_view text)
+{
+    *json += ',';
+    append_json_string(json, name);
+    *json += ':';
+    append_json_string(json, text);
+}
+
+// Adds to the list for scripts what is told of a file; kind tells whether it was refused.
+static void list_message(
+    Report* report, std::string_view kind, std::string_view file, const Refusal& what)
+{
+    if (report->messages.size() > most_message_bytes) {
+        return;
+    }
+    std::string* json = &report->messages;
+    *json += json->empty() ? "{\"kind\":" : ",{\"kind\":";
+    append_json_string(json, kind);
+    append_member(json, "file", file);
+    if (what.line > 0) {
+        *json += ",\"line\":" + std::to_string(what.line);
+    }
+    if (what.entry > 0) {
+        *json += ",\"entry\":" + std::to_string(what.entry);
+    }
+    append_member(json, "reason", what.reason);
+    if (!what.detail.empty()) {
+        append_member(json, "detail", what.detail);
+    }
+    *json += '}';
+}
+
+// Tells of a refusal or a note unless enough have been told.
+static void tell_item(
+    Report* report, std::string_view kind, std::string_view file, const Refusal& refusal)
 {
     if (report->told == report->max_messages) {
         return;
     }
     hide_run_progress(&report->progress);
     ++report->told;
+    list_message(report, kind, file, refusal);
     print_safely(file);
     if (refusal.line > 0) {
         fprintf(stderr, ":%lld", static_cast<long long>(refusal.line));
@@ -77,24 +111,26 @@ void refuse_item(Report* report, std::string_view file, const Refusal& refusal)
 {
     ++report->refused;
     add_count(report, "refused", refusal.reason);
-    tell_item(report, file, refusal);
+    tell_item(report, "refused", file, refusal);
 }
 
 void note_item(Report* report, std::string_view file, const Refusal& refusal)
 {
     add_count(report, "noted", refusal.reason);
-    tell_item(report, file, refusal);
+    tell_item(report, "noted", file, refusal);
 }
 
 void fail_file(Report* report, std::string_view file, std::string_view what, int error)
 {
     hide_run_progress(&report->progress);
     ++report->failed;
+    const char* detail = error != 0 ? strerror(error) : "";
+    list_message(report, "failed", file, { .reason = std::string(what), .detail = detail });
     print_safely(file);
     fputs(": ", stderr);
     print_safely(what);
     if (error != 0) {
-        fprintf(stderr, ": %s", strerror(error));
+        fprintf(stderr, ": %s", detail);
     }
     fputc('\n', stderr);
 }
@@ -176,6 +212,7 @@ static std::string report_as_json(const Report& report, std::string_view extra)
         }
         json += '}';
     }
+    json += ",\"messages\":[" + report.messages + ']';
     if (!extra.empty()) {
         json += ',';
         json += extra;

@@ -38,11 +38,15 @@ struct Report {
     i64 refused = 0; // all of them
     i64 failed = 0;  // files that could not be read or written
     std::vector<CountGroup> groups;
+    std::string messages; // what was told singly, each an object of JSON, commas between them
     RunProgress progress;
 };
 
 // Starts the report of a word.
 [[nodiscard]] Report start_report(std::string_view word, const CommonOptions& common);
+
+// The report lists for scripts what it told singly, as long as that takes up no more than this.
+inline constexpr size_t most_message_bytes = 16 << 20;
 
 // Adds to a count, which begins with 0 when it is named first.
 void add_count(Report* report, std::string_view group, std::string_view name, i64 value = 1);

@@ -75,7 +75,7 @@ int run_data_help(Arguments arguments)
          "For all words: FILES may be - for standard input, and packed as .gz or .zst.\n"
          "\n"
          "  --output FILE      where what is made goes; - is standard output, the default\n"
-         "  --json             the report for scripts\n"
+         "  --json             the report for scripts, with what was refused\n"
          "  --report FILE      the report goes there\n"
          "  --jobs N           threads; the output is the same for any number\n"
          "  --max-messages N   how many refusals are told singly; all are counted\n"

@@ -37,7 +37,7 @@ STANDARD = {
     "memory": "make_unique unique_ptr",
     "mutex": "lock_guard mutex unique_lock",
     "new": "nothrow",
-    "numeric": "accumulate",
+    "numeric": "accumulate iota",
     "optional": "nullopt optional",
     "queue": "priority_queue",
     "regex": "regex regex_match regex_search smatch",

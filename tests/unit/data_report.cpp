@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <string_view>
 
@@ -68,5 +69,44 @@ TEST(DataReport, EndsAsTableOrJson)
     EXPECT_EQ(finish_report(&report, common, true, "\"more\":[1]"), 1);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
         "{\"word\":\"games\",\"refusals\":1,\"failed_files\":0,"
-        "\"games\":{\"read\":3,\"used\":3},\"more\":[1]}\n");
+        "\"games\":{\"read\":3,\"used\":3},\"messages\":[],\"more\":[1]}\n");
+}
+
+TEST(DataReport, ListsForScriptsWhatItTold)
+{
+    CommonOptions common;
+    common.json = true;
+    common.max_messages = 2;
+    Report report = start_report("book", common);
+    testing::internal::CaptureStderr();
+    fail_file(&report, "no\"where", "cannot be opened", ENOENT);
+    refuse_item(&report, "a.bin", { 0, "illegal move", "", 4 });
+    note_item(&report, "a.pgn", { 7, "odd", "Nf9" });
+    note_item(&report, "a.pgn", { 8, "odd", "" });
+    testing::internal::GetCapturedStderr();
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(finish_report(&report, common, true), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+        "{\"word\":\"book\",\"refusals\":1,\"failed_files\":1,\"refused\":{\"illegal move\":1},"
+        "\"noted\":{\"odd\":2},\"messages\":["
+        "{\"kind\":\"failed\",\"file\":\"no\\\"where\",\"reason\":\"cannot be opened\","
+        "\"detail\":\"No such file or directory\"},"
+        "{\"kind\":\"refused\",\"file\":\"a.bin\",\"entry\":4,\"reason\":\"illegal move\"},"
+        "{\"kind\":\"noted\",\"file\":\"a.pgn\",\"line\":7,\"reason\":\"odd\",\"detail\":\"Nf9\"}"
+        "]}\n");
+}
+
+TEST(DataReport, ListsNoMoreThanItMayHold)
+{
+    CommonOptions common;
+    common.max_messages = 1000000;
+    Report report = start_report("games", common);
+    const std::string detail(1 << 20, 'x');
+    testing::internal::CaptureStderr();
+    for (i32 i = 0; i < 40; ++i) {
+        refuse_item(&report, "a.pgn", { 1, "odd", detail });
+    }
+    testing::internal::GetCapturedStderr();
+    EXPECT_LT(report.messages.size(), most_message_bytes + 2 * detail.size());
+    EXPECT_EQ(report.refused, 40);
 }
