@@ -15,6 +15,7 @@ import io
 import json
 import os
 import pathlib
+import re
 import resource
 import struct
 import subprocess
@@ -232,7 +233,7 @@ def check_long_line():
     def limit():
         resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
 
-    sanitized = b"__asan_init" in pathlib.Path(vesk_data).read_bytes()
+    sanitized = re.search(rb"__[at]san_init", pathlib.Path(vesk_data).read_bytes())
     with subprocess.Popen([vesk_data, "explain", "--form", "json", "--max-messages", "1", "-"],
                           stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                           preexec_fn=None if sanitized else limit) as process:
