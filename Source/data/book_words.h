@@ -10,7 +10,7 @@
 #include "data/book_sort.h"
 #include "data/book_walk.h"
 #include "data/report.h"
-#include "data/streams.h"
+#include "data/sinks.h"
 
 [[nodiscard]] int run_book_check(Arguments arguments);
 [[nodiscard]] int run_book_dump(Arguments arguments);

@@ -21,6 +21,7 @@
 #include "data/places.h"
 #include "data/progress.h"
 #include "data/report.h"
+#include "data/sinks.h"
 #include "data/streams.h"
 #include "data/words.h"
 #include "shell/weights_file.h"

@@ -18,7 +18,7 @@
 #include "data/games_write.h"
 #include "data/places.h"
 #include "data/report.h"
-#include "data/streams.h"
+#include "data/sinks.h"
 #include "data/words.h"
 
 static constexpr i64 default_unique_megabytes = 1024;

@@ -15,6 +15,7 @@
 #include "data/line_pieces.h"
 #include "data/positions_stages.h"
 #include "data/positions_statistics.h"
+#include "data/sinks.h"
 #include "data/streams.h"
 #include "tools/line_judge.h"
 

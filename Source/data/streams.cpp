@@ -1,4 +1,4 @@
-// Unpacking and packing behind the calls of the standard library, by fopencookie. A packed file is
+// Unpacking behind the calls of the standard library, by fopencookie. A packed file is
 // taken in pieces, so that memory is bounded whatever it unpacks to.
 #include "data/streams.h"
 
@@ -19,7 +19,7 @@
 #endif
 
 #include "base/files.h"
-#include "data/places.h"
+#include "data/packed_form.h"
 
 #if defined(VESK_ZLIB) && defined(VESK_ZSTD)
 const char* const packed_forms = ".gz .zst";
@@ -31,15 +31,12 @@ const char* const packed_forms = ".zst";
 const char* const packed_forms = "none";
 #endif
 
-static constexpr size_t piece_size = 128 * 1024;
 static constexpr char damaged[] = "is damaged: what is packed in it cannot be unpacked";
 static constexpr char cut_short[] = "ends too early, as an unfinished download does";
 
-enum class Form : u8 { Plain, Gzip, Zstd };
-
 struct Unpacker {
     FILE* file = nullptr; // the packed one
-    Form form = Form::Plain;
+    PackedForm form = PackedForm::Plain;
     bool begun = false;   // the form is known
     bool complete = true; // what is packed has come to an end, as far as it was read
     i64 taken = 0;        // bytes of the packed file
@@ -47,7 +44,7 @@ struct Unpacker {
     size_t end = 0;
     const char* problem = nullptr; // why it could not be read on, where no errno says it
     int error = 0;                 // errno of the packed file
-    char piece[piece_size];
+    char piece[packed_piece_size];
 #ifdef VESK_ZLIB
     z_stream gzip {};
 #endif
@@ -58,7 +55,7 @@ struct Unpacker {
     ~Unpacker()
     {
 #ifdef VESK_ZLIB
-        if (form == Form::Gzip && begun) {
+        if (form == PackedForm::Gzip && begun) {
             inflateEnd(&gzip);
         }
 #endif
@@ -82,7 +79,7 @@ static bool fill_piece(Unpacker* unpacker)
     // Not by fread, which waits for a whole piece: what comes through a pipe is worked on at once.
     ssize_t count;
     do {
-        count = read(fileno(unpacker->file), unpacker->piece, piece_size);
+        count = read(fileno(unpacker->file), unpacker->piece, packed_piece_size);
     } while (count < 0 && errno == EINTR);
     if (count < 0) {
         unpacker->error = errno;
@@ -121,7 +118,7 @@ static bool find_form(Unpacker* unpacker)
 #ifdef VESK_ZLIB
         constexpr int gzip_window = 15 + 16; // the largest, with the header of a gzip file
         if (inflateInit2(&unpacker->gzip, gzip_window) == Z_OK) {
-            unpacker->form = Form::Gzip;
+            unpacker->form = PackedForm::Gzip;
             return true;
         }
         unpacker->error = ENOMEM;
@@ -133,7 +130,7 @@ static bool find_form(Unpacker* unpacker)
     if (size >= 4 && memcmp(unpacker->piece, "\x28\xb5\x2f\xfd", 4) == 0) {
 #ifdef VESK_ZSTD
         unpacker->zstd = ZSTD_createDCtx();
-        unpacker->form = Form::Zstd;
+        unpacker->form = PackedForm::Zstd;
         unpacker->error = unpacker->zstd == nullptr ? ENOMEM : 0;
         return unpacker->zstd != nullptr;
 #else
@@ -232,16 +229,16 @@ static ssize_t read_cookie(void* cookie, char* buffer, size_t size)
     }
     ssize_t count = 0;
     switch (unpacker->form) {
-    case Form::Plain:
+    case PackedForm::Plain:
         count = read_plain(unpacker, buffer, size);
         break;
 #ifdef VESK_ZLIB
-    case Form::Gzip:
+    case PackedForm::Gzip:
         count = read_gzip(unpacker, buffer, size);
         break;
 #endif
 #ifdef VESK_ZSTD
-    case Form::Zstd:
+    case PackedForm::Zstd:
         count = read_zstd(unpacker, buffer, size);
         break;
 #endif
@@ -347,290 +344,4 @@ bool close_stream(InputStream* stream, Report* report)
     }
     *stream = InputStream();
     return good;
-}
-
-// ---- Output
-
-struct Packer {
-    OutputFile out {};
-    std::string unfinished;
-    bool is_named = false; // out is open; otherwise it is standard output
-    FILE* target = nullptr;
-    Form form = Form::Plain;
-    int error = 0;
-    char piece[piece_size];
-#ifdef VESK_ZLIB
-    z_stream gzip {};
-#endif
-#ifdef VESK_ZSTD
-    ZSTD_CCtx* zstd = nullptr;
-#endif
-
-    ~Packer()
-    {
-#ifdef VESK_ZLIB
-        if (form == Form::Gzip) {
-            deflateEnd(&gzip);
-        }
-#endif
-#ifdef VESK_ZSTD
-        ZSTD_freeCCtx(zstd);
-#endif
-        if (is_named && out.file != nullptr) {
-            fclose(out.file);
-            unlink(unfinished.c_str());
-        }
-        if (is_named) {
-            forget_unfinished(unfinished);
-        }
-    }
-};
-
-[[maybe_unused]] static bool put_piece(Packer* packer, size_t size)
-{
-    errno = 0;
-    if (fwrite(packer->piece, 1, size, packer->target) != size) {
-        packer->error = errno != 0 ? errno : EIO;
-        return false;
-    }
-    return true;
-}
-
-#ifdef VESK_ZLIB
-static bool pack_gzip(Packer* packer, const char* buffer, size_t size, int flush)
-{
-    z_stream* gzip = &packer->gzip;
-    gzip->next_in = reinterpret_cast<Bytef*>(const_cast<char*>(buffer));
-    gzip->avail_in = static_cast<uInt>(size);
-    do {
-        gzip->next_out = reinterpret_cast<Bytef*>(packer->piece);
-        gzip->avail_out = piece_size;
-        deflate(gzip, flush);
-        if (!put_piece(packer, piece_size - gzip->avail_out)) {
-            return false;
-        }
-    } while (gzip->avail_out == 0);
-    return true;
-}
-#endif
-
-#ifdef VESK_ZSTD
-static bool pack_zstd(Packer* packer, const char* buffer, size_t size, ZSTD_EndDirective end)
-{
-    ZSTD_inBuffer in = { buffer, size, 0 };
-    size_t left = 0;
-    do {
-        ZSTD_outBuffer out = { packer->piece, piece_size, 0 };
-        left = ZSTD_compressStream2(packer->zstd, &out, &in, end);
-        if (ZSTD_isError(left) != 0 || !put_piece(packer, out.pos)) {
-            packer->error = packer->error != 0 ? packer->error : ENOMEM;
-            return false;
-        }
-    } while (end == ZSTD_e_end ? left > 0 : in.pos < in.size);
-    return true;
-}
-#endif
-
-// For fopencookie: the number of bytes taken, 0 for an error.
-static ssize_t write_cookie(void* cookie, const char* buffer, size_t size)
-{
-    Packer* packer = static_cast<Packer*>(cookie);
-    bool good = false;
-#ifdef VESK_ZLIB
-    if (packer->form == Form::Gzip) {
-        good = pack_gzip(packer, buffer, size, Z_NO_FLUSH);
-    }
-#endif
-#ifdef VESK_ZSTD
-    if (packer->form == Form::Zstd) {
-        good = pack_zstd(packer, buffer, size, ZSTD_e_continue);
-    }
-#endif
-    (void)buffer;
-    if (!good) {
-        errno = packer->error != 0 ? packer->error : EIO;
-        return 0;
-    }
-    return static_cast<ssize_t>(size);
-}
-
-// Starts packing if the name wants it. Returns false with a reason if this build cannot.
-static bool start_packing(
-    [[maybe_unused]] Packer* packer, const std::string& name, const char** problem)
-{
-    if (name.ends_with(".gz")) {
-#ifdef VESK_ZLIB
-        constexpr int gzip_window = 15 + 16;
-        constexpr int usual_memory = 8;
-        if (deflateInit2(&packer->gzip, Z_DEFAULT_COMPRESSION, Z_DEFLATED, gzip_window,
-                usual_memory, Z_DEFAULT_STRATEGY)
-            == Z_OK) {
-            packer->form = Form::Gzip;
-            return true;
-        }
-        *problem = "cannot be packed: out of memory";
-#else
-        *problem = "cannot be packed: this build does not know gzip";
-#endif
-        return false;
-    }
-    if (name.ends_with(".zst")) {
-#ifdef VESK_ZSTD
-        packer->zstd = ZSTD_createCCtx();
-        packer->form = Form::Zstd;
-        *problem = "cannot be packed: out of memory";
-        return packer->zstd != nullptr
-            && ZSTD_isError(ZSTD_CCtx_setParameter(packer->zstd, ZSTD_c_checksumFlag, 1)) == 0;
-#else
-        *problem = "cannot be packed: this build does not know zstd";
-        return false;
-#endif
-    }
-    return true;
-}
-
-OutputStream::OutputStream() = default;
-OutputStream::OutputStream(OutputStream&& other) noexcept
-    : name(std::move(other.name))
-    , file(std::exchange(other.file, nullptr))
-    , packer(std::move(other.packer))
-{
-}
-
-OutputStream& OutputStream::operator=(OutputStream&& other) noexcept
-{
-    std::swap(name, other.name);
-    std::swap(file, other.file);
-    std::swap(packer, other.packer);
-    return *this;
-}
-
-OutputStream::~OutputStream()
-{
-    // A FILE of its own stands before the target only where it is packed.
-    if (file != nullptr && packer != nullptr && packer->form != Form::Plain) {
-        fclose(file);
-    }
-}
-
-static bool open_target(
-    OutputStream* stream, const std::vector<std::string>& inputs, Report* report)
-{
-    Packer* packer = stream->packer.get();
-    packer->unfinished = stream->name + ".part";
-    for (const std::string& input : inputs) {
-        if (is_same_place(input, stream->name) || is_same_place(input, packer->unfinished)) {
-            fail_file(report, input, "would be replaced by the output", 0);
-            return false;
-        }
-    }
-    // A device takes what it is given, but is not replaced by a file.
-    struct stat status;
-    const bool is_folder = stat(stream->name.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-    if (!is_folder && !is_plain_place(stream->name)) {
-        packer->target = open_place(stream->name);
-        if (packer->target == nullptr) {
-            fail_file(report, stream->name, "cannot be opened for writing", errno);
-        }
-        return packer->target != nullptr;
-    }
-    const int error = is_folder
-        ? EISDIR
-        : open_output(&packer->out, stream->name.c_str(), packer->unfinished.c_str());
-    if (error != 0) {
-        fail_file(report, stream->name, "cannot be opened for writing", error);
-        return false;
-    }
-    packer->is_named = true;
-    remember_unfinished(packer->unfinished);
-    packer->target = packer->out.file;
-    return true;
-}
-
-bool open_sink(OutputStream* stream, const std::string& name,
-    const std::vector<std::string>& inputs, Report* report)
-{
-    *stream = OutputStream();
-    stream->name = name;
-    stream->packer = std::make_unique<Packer>();
-    Packer* packer = stream->packer.get();
-    if (name == "-") {
-        stream->name = "standard output";
-        packer->target = stdout;
-    } else if (!open_target(stream, inputs, report)) {
-        return false;
-    }
-    const char* problem = nullptr;
-    if (!start_packing(packer, name, &problem)) {
-        fail_file(report, stream->name, problem, 0);
-        return false;
-    }
-    stream->file = packer->target;
-    if (packer->form != Form::Plain) {
-        const cookie_io_functions_t calls = {
-            .read = nullptr, .write = write_cookie, .seek = nullptr, .close = nullptr
-        };
-        stream->file = fopencookie(packer, "w", calls);
-        if (stream->file == nullptr) {
-            fail_file(report, stream->name, "cannot be opened for writing", errno);
-            return false;
-        }
-    }
-    return true;
-}
-
-// Writes what the packing still holds.
-static void finish_packing(OutputStream* stream)
-{
-    Packer* packer = stream->packer.get();
-    if (packer->form == Form::Plain) {
-        return;
-    }
-    if (fclose(std::exchange(stream->file, nullptr)) != 0 && packer->error == 0) {
-        packer->error = errno;
-    }
-    if (packer->error != 0) {
-        return;
-    }
-#ifdef VESK_ZLIB
-    if (packer->form == Form::Gzip) {
-        pack_gzip(packer, nullptr, 0, Z_FINISH);
-    }
-#endif
-#ifdef VESK_ZSTD
-    if (packer->form == Form::Zstd) {
-        pack_zstd(packer, nullptr, 0, ZSTD_e_end);
-    }
-#endif
-}
-
-bool finish_sink(OutputStream* stream, Report* report)
-{
-    Packer* packer = stream->packer.get();
-    finish_packing(stream);
-    int error = packer->error;
-    if (packer->is_named) {
-        const int closing = close_output(&packer->out);
-        if (error != 0 && closing == 0) {
-            unlink(packer->unfinished.c_str());
-        }
-        error = error != 0 ? error : closing;
-        error = error != 0 ? error : publish_output(&packer->out);
-    } else {
-        const int flushing = packer->target == stdout ? flush_written_file(stdout)
-                                                      : close_written_file(packer->target);
-        error = error != 0 ? error : flushing;
-    }
-    const std::string name = stream->name;
-    stream->file = nullptr;
-    *stream = OutputStream();
-    if (error != 0) {
-        fail_file(report, name, "cannot be written", error);
-    }
-    return error == 0;
-}
-
-bool is_sink_well(const OutputStream& stream)
-{
-    return ferror(stream.file) == 0 && stream.packer->error == 0;
 }

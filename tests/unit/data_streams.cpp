@@ -1,4 +1,5 @@
 // Files that are packed on their way in and out.
+#include "data/sinks.h"
 #include "data/streams.h"
 
 #include <gtest/gtest.h>
