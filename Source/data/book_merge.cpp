@@ -137,7 +137,7 @@ static bool merge_books(
     add_count(report, "books", "entries written", static_cast<i64>(merger.entries));
     add_count(report, "books", "positions written", static_cast<i64>(merger.positions));
     add_count(report, "books", "positions of several books", static_cast<i64>(merger.shared));
-    return finish_book(&out, settings.common.output, merger.entries, report);
+    return finish_counted_sink(&out, static_cast<i64>(merger.entries), "entry", report);
 }
 
 static void print_help()

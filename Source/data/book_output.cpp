@@ -12,7 +12,6 @@
 #include "board/notation.h"
 #include "book/polyglot.h"
 #include "data/book_words.h"
-#include "data/places.h"
 
 static constexpr u64 highest_weight = 65535;
 
@@ -117,16 +116,6 @@ u64 write_moves(u64 key, const std::vector<BookMove>& moves, FILE* out)
         write_book_entry(out, &entry);
     }
     return moves.size();
-}
-
-bool finish_book(OutputStream* out, const std::string& output, u64 entries, Report* report)
-{
-    if (entries == 0 && output != "-" && is_plain_place(output)) {
-        fail_file(report, output, "is not written: there is no entry for it", 0);
-        *out = OutputStream();
-        return false;
-    }
-    return finish_sink(out, report);
 }
 
 bool start_scratch_book(BookFile* book, const std::string& name, Report* report)

@@ -186,7 +186,7 @@ static bool prune_book(
         add_count(report, "book", "entries kept that the start does not lead to",
             static_cast<i64>(counts.not_reached));
     }
-    return finish_book(&out, settings.common.output, counts.written, report);
+    return finish_counted_sink(&out, static_cast<i64>(counts.written), "entry", report);
 }
 
 static void print_help()

@@ -47,12 +47,6 @@ void settle_moves(std::vector<BookMove>* moves);
 // Writes them as records. A file that does not take them shows it later. Returns their number.
 u64 write_moves(u64 key, const std::vector<BookMove>& moves, FILE* out);
 
-// Ends an output that took so many entries. A book without one is dropped, with a message, where it
-// would take the place of a file: an older one of that name is still there. Returns whether it was
-// written as a whole.
-[[nodiscard]] bool finish_book(
-    OutputStream* out, const std::string& output, u64 entries, Report* report);
-
 // A book for the time of the run: written record by record, then given its count.
 [[nodiscard]] bool start_scratch_book(BookFile* book, const std::string& name, Report* report);
 [[nodiscard]] bool finish_scratch_book(BookFile* book, u64 count, Report* report);

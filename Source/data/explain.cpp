@@ -18,7 +18,6 @@
 #include "data/explain_forms.h"
 #include "data/explain_settings.h"
 #include "data/explain_weights.h"
-#include "data/places.h"
 #include "data/progress.h"
 #include "data/report.h"
 #include "data/sinks.h"
@@ -375,19 +374,6 @@ static std::vector<std::string> join_fields(const std::vector<std::string>& word
     return joined;
 }
 
-// An output without a position would take the place of one that has some. A line that is refused is
-// an answer too in JSON and CSV, but no reason to lose others.
-static void finish_explain(ExplainRun* run)
-{
-    const std::string& output = run->common.output;
-    if (run->explained == 0 && output != "-" && is_plain_place(output)) {
-        fail_file(&run->report, output, "is not written: there is no position for it", 0);
-        run->out = OutputStream();
-        return;
-    }
-    static_cast<void>(finish_sink(&run->out, &run->report)); // a failure is in the report
-}
-
 static void explain_inputs(ExplainRun* run, const std::vector<std::string>& inputs)
 {
     Batch batch;
@@ -436,7 +422,9 @@ static int explain_all(ExplainRun* run, const std::vector<std::string>& inputs)
     fwrite(head.data(), 1, head.size(), run->out.file);
     explain_inputs(run, inputs);
     hide_run_progress(&run->report.progress);
-    finish_explain(run);
+    // A line that is refused is an answer too in JSON and CSV, but no reason to lose others. A
+    // failure is in the report.
+    static_cast<void>(finish_counted_sink(&run->out, run->explained, "position", &run->report));
     // Who asks for one position wants no table about that.
     const bool wants_report = !files.empty() || run->common.json || !run->common.report.empty();
     if (!wants_report) {

@@ -16,7 +16,6 @@
 #include "data/games_filter.h"
 #include "data/games_text.h"
 #include "data/games_write.h"
-#include "data/places.h"
 #include "data/report.h"
 #include "data/sinks.h"
 #include "data/words.h"
@@ -378,17 +377,6 @@ static std::string name_of_file(const std::string& file)
     return file == "-" ? "standard input" : file;
 }
 
-// A file without a game would take the place of one that has some.
-static void finish_games(GamesRun* run, const std::string& output)
-{
-    if (run->used == 0 && output != "-" && is_plain_place(output)) {
-        fail_file(&run->report, output, "is not written: there is no game for it", 0);
-        run->out = OutputStream();
-        return;
-    }
-    static_cast<void>(finish_sink(&run->out, &run->report)); // a failure is in the report
-}
-
 int run_games(Arguments arguments)
 {
     GamesOptions options;
@@ -449,6 +437,7 @@ int run_games(Arguments arguments)
             return is_sink_well(run.out);
         });
     hide_run_progress(&run.report.progress);
-    finish_games(&run, common.output);
+    // A failure is in the report.
+    static_cast<void>(finish_counted_sink(&run.out, run.used, "game", &run.report));
     return finish_run(&run, common, common.output != "-");
 }

@@ -145,6 +145,11 @@ static void catch_ends()
     }
 }
 
+std::string unfinished_name(const std::string& name)
+{
+    return name + ".part";
+}
+
 void remember_unfinished(const std::string& name)
 {
     for (UnfinishedName& unfinished : unfinished_names) {

@@ -23,6 +23,9 @@
 
 // ---- Unfinished files
 
+// The name that an output has until it is complete.
+[[nodiscard]] std::string unfinished_name(const std::string& name);
+
 // Remembers the name of a file that is being written, to be removed if the user or the system ends
 // the process before it is forgotten. A process that is killed leaves it.
 void remember_unfinished(const std::string& name);

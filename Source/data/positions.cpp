@@ -77,7 +77,7 @@ struct RawOptions {
 // complete.
 static bool takes_place(const std::string& a, const std::string& b)
 {
-    return is_plain_place(a) && (is_same_place(a, b) || is_same_place(a, b + ".part"));
+    return is_plain_place(a) && (is_same_place(a, b) || is_same_place(a, unfinished_name(b)));
 }
 
 // Each output has a place of its own: the later one would replace the earlier, the report all.

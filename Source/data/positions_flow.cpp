@@ -319,18 +319,12 @@ static bool open_sinks(Flow* flow)
             || open_sink(&flow->page, options.statistics, options.files, report));
 }
 
-// A file without a line would take the place of one that has some.
 static bool finish_lines(Flow* flow, OutputStream* stream, i64 lines)
 {
-    if (lines == 0 && stream->name != "standard output") {
-        fail_file(&flow->report, stream->name, "is not written: there is no line for it", 0);
-        *stream = OutputStream();
-        return false;
-    }
     if (flow->options->has_trailer) {
         fprintf(stream->file, "%s%lld\n", line_trailer, static_cast<long long>(lines));
     }
-    return finish_sink(stream, &flow->report);
+    return finish_counted_sink(stream, lines, "line", &flow->report);
 }
 
 static std::string source_text(const PositionsOptions& options)

@@ -184,7 +184,7 @@ static bool open_target(
     OutputStream* stream, const std::vector<std::string>& inputs, Report* report)
 {
     Packer* packer = stream->packer.get();
-    packer->unfinished = stream->name + ".part";
+    packer->unfinished = unfinished_name(stream->name);
     for (const std::string& input : inputs) {
         if (is_same_place(input, stream->name) || is_same_place(input, packer->unfinished)) {
             fail_file(report, input, "would be replaced by the output", 0);
@@ -295,6 +295,17 @@ bool finish_sink(OutputStream* stream, Report* report)
         fail_file(report, name, "cannot be written", error);
     }
     return error == 0;
+}
+
+bool finish_counted_sink(OutputStream* stream, i64 count, const char* item, Report* report)
+{
+    if (count > 0 || !stream->packer->is_named) {
+        return finish_sink(stream, report);
+    }
+    fail_file(
+        report, stream->name, std::string("is not written: there is no ") + item + " for it", 0);
+    *stream = OutputStream();
+    return false;
 }
 
 bool is_sink_well(const OutputStream& stream)

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/types.h"
 #include "data/report.h"
 
 struct Packer; // what packs and writes
@@ -33,6 +34,11 @@ struct OutputStream {
 // Writes what is left, closes the file and gives it its name. Returns false after a message if it
 // did not take all of it: then an older file of that name is still there.
 [[nodiscard]] bool finish_sink(OutputStream* stream, Report* report);
+
+// The same for an output of so many items, "game" or the like. Without one, a file of that name is
+// left as it is, for an empty one would take the place of one that has some; that is a failure.
+[[nodiscard]] bool finish_counted_sink(
+    OutputStream* stream, i64 count, const char* item, Report* report);
 
 // Whether what was written so far has left, or can still leave, without an error. A run looks at it
 // now and then, to end when the disk is full or the reader has gone.

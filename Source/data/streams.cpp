@@ -1,5 +1,5 @@
-// Unpacking behind the calls of the standard library, by fopencookie. A packed file is
-// taken in pieces, so that memory is bounded whatever it unpacks to.
+// Unpacking behind the calls of the standard library, by fopencookie. A packed file is taken in
+// pieces, so that memory is bounded whatever it unpacks to.
 #include "data/streams.h"
 
 #include <algorithm>

@@ -93,6 +93,12 @@ class Browser:
             {"name": "prefers-color-scheme", "value": name},
             {"name": "prefers-reduced-motion", "value": "reduce"}])
 
+    def start_review(self, seconds):
+        """Has the game gone through, with so long a look at each position."""
+        self.click("#tab-analyse")
+        self.choose("#review-time", seconds)
+        self.click("#review")
+
     def faint_texts(self):
         return self.ask(FAINT_TEXTS)
 

@@ -288,9 +288,7 @@ class Analysing(PageTest):
     def test_a_whole_game_is_gone_through_and_its_blunder_marked(self):
         page = self.page
         self.load(GAME)
-        page.click("#tab-analyse")
-        page.choose("#review-time", "0.1")
-        page.click("#review")
+        page.start_review("0.1")
         page.until(lambda: "1 blunder," in page.text("#review-text"), "the game is gone through")
         self.assertEqual(page.text(".move[data-mark=blunder] > span"), "Nf6")
         self.assertEqual(len(page.all("#graph .dot.blunder")), 1)
@@ -307,9 +305,7 @@ class Analysing(PageTest):
     def test_a_game_that_changes_while_it_is_gone_through(self):
         page = self.page
         self.load(GAME)
-        page.click("#tab-analyse")
-        page.choose("#review-time", "0.5")
-        page.click("#review")
+        page.start_review("0.5")
         page.until(lambda: page.text("#review-text").startswith("4 of"), "it is gone through")
         page.ask("window.vesk.game.go(1)")
         page.move("c5")

@@ -53,9 +53,7 @@ def take(page, name):
 
 
 def review(page):
-    page.click("#tab-analyse")
-    page.choose("#review-time", "0.1")
-    page.click("#review")
+    page.start_review("0.1")
     page.until(lambda: "inaccurac" in page.text("#review-text"), "the game is gone through", 120)
 
 

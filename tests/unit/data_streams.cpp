@@ -168,6 +168,29 @@ TEST(DataStreams, KeepAnOlderFileUntilTheNewOneIsWhole)
     EXPECT_FALSE(fs::exists("kept.txt.part"));
 }
 
+TEST(DataStreams, KeepAnOlderFileWhereThereIsNothingForIt)
+{
+    put_raw("kept.out", "old");
+    for (const bool is_filled : { false, true }) {
+        for (const char* name : { "kept.out", "/dev/null" }) {
+            Report report = quiet_report();
+            OutputStream out;
+            ASSERT_TRUE(open_sink(&out, name, {}, &report));
+            fputs("head", out.file);
+            testing::internal::CaptureStderr();
+            const bool is_done = finish_counted_sink(&out, is_filled ? 1 : 0, "game", &report);
+            const std::string said = testing::internal::GetCapturedStderr();
+            const bool is_kept = !is_filled && name != std::string("/dev/null");
+            EXPECT_EQ(is_done, !is_kept) << name;
+            EXPECT_EQ(report.failed, is_kept ? 1 : 0) << name;
+            EXPECT_EQ(said,
+                is_kept ? "kept.out: is not written: there is no game for it\n" : std::string());
+        }
+        EXPECT_EQ(raw("kept.out") == "old", !is_filled);
+        EXPECT_FALSE(fs::exists("kept.out.part"));
+    }
+}
+
 TEST(DataStreams, RefuseToReplaceWhatTheyRead)
 {
     put_raw("input.txt", "text");
