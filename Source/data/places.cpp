@@ -150,7 +150,7 @@ std::string unfinished_name(const std::string& name)
     return name + ".part";
 }
 
-void remember_unfinished(const std::string& name)
+static void remember_unfinished(const std::string& name)
 {
     for (UnfinishedName& unfinished : unfinished_names) {
         if (!unfinished.used.load() && name.size() < sizeof unfinished.name) {
@@ -160,6 +160,24 @@ void remember_unfinished(const std::string& name)
             return;
         }
     }
+}
+
+// A signal waits until the file's name is known: else it would leave the file.
+int open_unfinished(OutputFile* out, const char* name, const char* unfinished)
+{
+    sigset_t ending;
+    sigset_t before;
+    sigemptyset(&ending);
+    for (const int number : ending_signals) {
+        sigaddset(&ending, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &ending, &before);
+    const int error = open_output(out, name, unfinished);
+    if (error == 0) {
+        remember_unfinished(unfinished);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return error;
 }
 
 void forget_unfinished(const std::string& name)

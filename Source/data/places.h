@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/files.h"
+
 // Whether both names are one file's, by whatever way, or would be if it were made.
 [[nodiscard]] bool is_same_place(const std::string& a, const std::string& b);
 
@@ -26,9 +28,11 @@
 // The name that an output has until it is complete.
 [[nodiscard]] std::string unfinished_name(const std::string& name);
 
-// Remembers the name of a file that is being written, to be removed if the user or the system ends
-// the process before it is forgotten. A process that is killed leaves it.
-void remember_unfinished(const std::string& name);
+// Opens an output as open_output does, and remembers its unfinished name, to be removed if the user
+// or the system ends the process before it is forgotten. A process that is killed leaves it. Called
+// before the run has threads: a signal that one of them takes may come between. Returns 0 or the
+// errno value.
+[[nodiscard]] int open_unfinished(OutputFile* out, const char* name, const char* unfinished);
 void forget_unfinished(const std::string& name);
 
 // Removes them all now: for what ends the process by itself.

@@ -203,13 +203,12 @@ static bool open_target(
     }
     const int error = is_folder
         ? EISDIR
-        : open_output(&packer->out, stream->name.c_str(), packer->unfinished.c_str());
+        : open_unfinished(&packer->out, stream->name.c_str(), packer->unfinished.c_str());
     if (error != 0) {
         fail_file(report, stream->name, "cannot be opened for writing", error);
         return false;
     }
     packer->is_named = true;
-    remember_unfinished(packer->unfinished);
     packer->target = packer->out.file;
     return true;
 }

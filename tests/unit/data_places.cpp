@@ -77,8 +77,10 @@ TEST_F(DataPlaces, OfUnfinishedFilesAreClearedWhenTheProcessIsEnded)
     put("places/kept");
     EXPECT_EXIT(
         {
-            remember_unfinished("places/kept");
-            remember_unfinished("places/a");
+            OutputFile kept;
+            OutputFile lost;
+            EXPECT_EQ(open_unfinished(&kept, "places/never", "places/kept"), 0);
+            EXPECT_EQ(open_unfinished(&lost, "places/never", "places/a"), 0);
             forget_unfinished("places/kept");
             raise(SIGTERM);
         },
