@@ -37,12 +37,50 @@ void add_count(Report* report, std::string_view group, std::string_view name, i6
     }
 }
 
-// What a file holds may stand in a message, and a terminal takes some bytes for commands.
+// The length of the UTF-8 character at the start of text, 0 if there is none: RFC 3629.
+static size_t character_length(std::string_view text)
+{
+    const auto byte = [&](size_t i) { return static_cast<u8>(i < text.size() ? text[i] : 0); };
+    const auto follows = [&](size_t i) { return (byte(i) & 0xc0) == 0x80; };
+    const u8 first = byte(0);
+    if (first < 0x80) {
+        return 1;
+    }
+    if (first >= 0xc2 && first <= 0xdf) {
+        return follows(1) ? 2 : 0;
+    }
+    if (first >= 0xe0 && first <= 0xef) {
+        const bool overlong = first == 0xe0 && byte(1) < 0xa0;
+        const bool surrogate = first == 0xed && byte(1) > 0x9f;
+        return follows(1) && follows(2) && !overlong && !surrogate ? 3 : 0;
+    }
+    if (first >= 0xf0 && first <= 0xf4) {
+        const bool overlong = first == 0xf0 && byte(1) < 0x90;
+        const bool beyond = first == 0xf4 && byte(1) > 0x8f;
+        return follows(1) && follows(2) && follows(3) && !overlong && !beyond ? 4 : 0;
+    }
+    return 0;
+}
+
+// Whether a terminal may take a character for a command: the controls of ASCII and, as two bytes of
+// UTF-8, those of ISO 6429 from U+0080 to U+009F.
+static bool is_control(std::string_view character)
+{
+    const u8 first = static_cast<u8>(character[0]);
+    return first < 0x20 || first == 0x7f || (first == 0xc2 && static_cast<u8>(character[1]) < 0xa0);
+}
+
+// What a file holds may stand in a message: ? stands for what might command a terminal, and for
+// bytes that are no UTF-8.
 static void print_safely(std::string_view text)
 {
-    std::string safe(text);
-    std::ranges::replace_if(
-        safe, [](char c) { return static_cast<u8>(c) < 0x20 || c == 0x7f; }, '?');
+    std::string safe;
+    while (!text.empty()) {
+        const size_t length = character_length(text);
+        const std::string_view character = text.substr(0, std::max<size_t>(length, 1));
+        safe += length == 0 || is_control(character) ? "?" : character;
+        text.remove_prefix(character.size());
+    }
     fwrite(safe.data(), 1, safe.size(), stderr); // at once: the stream has no buffer
 }
 
@@ -133,31 +171,6 @@ void fail_file(Report* report, std::string_view file, std::string_view what, int
         fprintf(stderr, ": %s", detail);
     }
     fputc('\n', stderr);
-}
-
-// The length of the UTF-8 character at the start of text, 0 if there is none: RFC 3629.
-static size_t character_length(std::string_view text)
-{
-    const auto byte = [&](size_t i) { return static_cast<u8>(i < text.size() ? text[i] : 0); };
-    const auto follows = [&](size_t i) { return (byte(i) & 0xc0) == 0x80; };
-    const u8 first = byte(0);
-    if (first < 0x80) {
-        return 1;
-    }
-    if (first >= 0xc2 && first <= 0xdf) {
-        return follows(1) ? 2 : 0;
-    }
-    if (first >= 0xe0 && first <= 0xef) {
-        const bool overlong = first == 0xe0 && byte(1) < 0xa0;
-        const bool surrogate = first == 0xed && byte(1) > 0x9f;
-        return follows(1) && follows(2) && !overlong && !surrogate ? 3 : 0;
-    }
-    if (first >= 0xf0 && first <= 0xf4) {
-        const bool overlong = first == 0xf0 && byte(1) < 0x90;
-        const bool beyond = first == 0xf4 && byte(1) > 0x8f;
-        return follows(1) && follows(2) && follows(3) && !overlong && !beyond ? 4 : 0;
-    }
-    return 0;
 }
 
 bool is_utf8(std::string_view text)

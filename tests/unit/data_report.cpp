@@ -46,6 +46,10 @@ TEST(DataReport, TellsRefusalsUpToALimitAndCountsAll)
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
         "a.pgn:7: no such move: N?f9\na.pgn: variant\n"
         "what else is refused is only counted; --max-messages tells more\n");
+    testing::internal::CaptureStderr();
+    fail_file(&report, "Andr\xc3\xa9 \xc2\x9b\x33mr\xe9", "is \xe2\x80\x9codd\xe2\x80\x9d\x7f", 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+        "Andr\xc3\xa9 ?3mr?: is \xe2\x80\x9codd\xe2\x80\x9d?\n");
     EXPECT_EQ(report.refused, 3);
     ASSERT_EQ(report.groups.size(), 1u);
     EXPECT_EQ(report.groups[0].counts[1].name, "variant");
