@@ -105,7 +105,9 @@ static bool check_records(const Checker& checker, RecordNumbers* numbers)
     BookEntry entry;
     u64 key = 0;
     u64 place = 0;
+    start_progress_stage(&checker.report->progress, static_cast<i64>(checker.book->count));
     while (next_entry(&cursor, &entry)) {
+        show_stage_progress(&checker.report->progress, "entries checked", cursor.next);
         const u64 index = cursor.next - 1;
         if (index == 0 || entry.key != key) {
             ++numbers->positions;

@@ -90,6 +90,7 @@ static bool join_books(Differ* differ, const BookFile& first, const BookFile& se
     std::vector<i32> slots(65536, -1);
     std::vector<BookEntry> records;
     u64 written = 0;
+    start_progress_stage(&differ->report->progress, static_cast<i64>(first.count + second.count));
     while (inputs[0].has_group || inputs[1].has_group) {
         const bool take_first = inputs[0].has_group
             && (!inputs[1].has_group || inputs[0].group.key <= inputs[1].group.key);
@@ -109,7 +110,8 @@ static bool join_books(Differ* differ, const BookFile& first, const BookFile& se
             write_book_entry(differ->both.file.get(), &record);
             ++written;
         }
-        show_run_progress(&differ->report->progress, "entries", static_cast<i64>(written), 0);
+        show_stage_progress(&differ->report->progress, "entries compared",
+            inputs[0].reader.cursor.next + inputs[1].reader.cursor.next);
     }
     return check_cursor(inputs[0].reader.cursor, differ->report)
         && check_cursor(inputs[1].reader.cursor, differ->report)

@@ -200,6 +200,9 @@ static bool print_tree(const DumpSettings& settings, const BookFile& book, const
     if (!prepare_tree(&tree, start, report)) {
         return false;
     }
+    const i64 reached =
+        std::ranges::count_if(tree.reach.plies, [](u16 ply) { return ply != never_reached; });
+    start_progress_stage(&report->progress, reached);
     unpack_position(pack_position(&start.pos), &tree.bench);
     if (settings.max_ply > 0) {
         push_node(&tree, find_key(tree.index, book, book_key(&tree.bench.pos)));
@@ -210,7 +213,7 @@ static bool print_tree(const DumpSettings& settings, const BookFile& book, const
         } else {
             tree.way.pop_back();
         }
-        show_run_progress(&report->progress, "positions", static_cast<i64>(tree.shown), 0);
+        show_stage_progress(&report->progress, "positions shown", tree.shown);
     }
     u64 positions = 0;
     BookCursor cursor = make_cursor(book);
@@ -230,10 +233,11 @@ static bool print_entries(const BookFile& book, OutputStream* out, Report* repor
     BookCursor cursor = make_cursor(book);
     BookEntry entry;
     fputs("entry\tkey\tmove\tweight\tlearn\n", out->file);
+    start_progress_stage(&report->progress, static_cast<i64>(book.count));
     while (is_sink_well(*out) && next_entry(&cursor, &entry)) {
         fprintf(out->file, "%" PRIu64 "\t%016" PRIx64 "\t%s\t%d\t%" PRIu32 "\n", cursor.next,
             entry.key, book_move_text(entry.move).c_str(), entry.weight, entry.learn);
-        show_run_progress(&report->progress, "entries", static_cast<i64>(cursor.next), 0);
+        show_stage_progress(&report->progress, "entries shown", cursor.next);
     }
     add_count(report, "entries", "in the book", static_cast<i64>(book.count));
     return check_cursor(cursor, report);

@@ -248,9 +248,13 @@ bool make_index(BookIndex* index, const BookFile& book, Report* report)
     index->mask = bits - 1;
     index->filter.assign(bits / 64, 0);
     index->steps.clear();
+    index->positions = 0;
     BookCursor cursor = make_cursor(book);
     BookEntry entry;
+    u64 key = 0;
     while (next_entry(&cursor, &entry)) {
+        index->positions += cursor.next == 1 || entry.key != key;
+        key = entry.key;
         if ((cursor.next - 1) % index_step == 0) {
             index->steps.push_back(entry.key);
         }

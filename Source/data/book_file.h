@@ -96,6 +96,7 @@ struct BookIndex {
     std::vector<u64> steps;  // the key of each 256th record
     std::vector<u64> filter; // a bit for a part of each key
     u64 mask = 0;            // of the part
+    u64 positions = 0;       // keys of the book
 };
 
 // Returns false after a message if the book cannot be read.

@@ -102,6 +102,24 @@ static bool merge_position(Merger* merger, FILE* out)
     return true;
 }
 
+static u64 count_entries(const Merger& merger)
+{
+    u64 count = 0;
+    for (const MergeInput& input : merger.inputs) {
+        count += input.book.count;
+    }
+    return count;
+}
+
+static u64 entries_taken(const Merger& merger)
+{
+    u64 count = 0;
+    for (const MergeInput& input : merger.inputs) {
+        count += input.reader.cursor.next;
+    }
+    return count;
+}
+
 static bool open_inputs(Merger* merger, const std::vector<std::string>& files)
 {
     merger->inputs.reserve(files.size());
@@ -126,8 +144,10 @@ static bool merge_books(
     if (!open_sink(&out, settings.common.output, files, report) || !open_inputs(&merger, files)) {
         return false;
     }
+    start_progress_stage(&report->progress, static_cast<i64>(count_entries(merger)));
     while (is_sink_well(out) && merge_position(&merger, out.file)) {
-        show_run_progress(&report->progress, "positions", static_cast<i64>(merger.positions), 0);
+        show_run_progress(&report->progress, "positions merged", static_cast<i64>(merger.positions),
+            static_cast<i64>(entries_taken(merger)));
     }
     for (const MergeInput& input : merger.inputs) {
         if (!check_cursor(input.reader.cursor, report)) {

@@ -61,13 +61,14 @@ static bool copy_heavy(
     GroupReader reader = make_group_reader(from);
     BookGroup group;
     u64 written = 0;
+    start_progress_stage(&report->progress, static_cast<i64>(from.count));
     while (next_group(&reader, &group)) {
         count_drop(report, "joined with the same move", group.count - group.moves.size());
         refuse_impossible(from, &group, report);
         drop_light(settings, &group, report);
         settle_moves(&group.moves);
         written += write_moves(group.key, group.moves, to->file.get());
-        show_run_progress(&report->progress, "entries", static_cast<i64>(group.first), 0);
+        show_stage_progress(&report->progress, "entries weighed", group.first + group.count);
     }
     return check_cursor(reader.cursor, report) && finish_scratch_book(to, written, report);
 }
@@ -103,7 +104,9 @@ static bool write_kept(const PruneSettings& settings, const BookFile& book, cons
     u64 first = 0;
     u64 key = 0;
     u64 last_key = 0;
+    start_progress_stage(&report->progress, static_cast<i64>(book.count));
     while (is_sink_well(*out) && next_entry(&cursor, &entry)) {
+        show_stage_progress(&report->progress, "entries sifted", cursor.next);
         const u64 index = cursor.next - 1;
         if (index == 0 || entry.key != key) {
             first = index;

@@ -81,7 +81,8 @@ static bool fill_run(SortedRun* run, FILE* file)
     return !run->block.empty();
 }
 
-static void merge_runs(std::vector<SortedRun>* runs, FILE* from, FILE* records, FILE* numbers)
+static void merge_runs(
+    std::vector<SortedRun>* runs, FILE* from, FILE* records, FILE* numbers, RunProgress* progress)
 {
     using Head = std::pair<NumberedEntry, size_t>; // of a run
     const auto comes_later = [](const Head& a, const Head& b) {
@@ -97,12 +98,15 @@ static void merge_runs(std::vector<SortedRun>* runs, FILE* from, FILE* records, 
     for (size_t i = 0; i < runs->size(); ++i) {
         push_head(i);
     }
+    start_progress_stage(progress, static_cast<i64>(runs->empty() ? 0 : runs->back().end));
+    u64 written = 0;
     while (!heads.empty()) {
         const Head head = heads.top();
         heads.pop();
         write_book_entry(records, &head.first.entry);
         fwrite(&head.first.number, sizeof head.first.number, 1, numbers);
         push_head(head.second);
+        show_stage_progress(progress, "entries sorted", ++written);
     }
 }
 
@@ -118,7 +122,7 @@ bool sort_book(BookFile* book, u64 run_records, Report* report)
     if (!write_runs(*book, run_records, runs_file.get(), &runs, report)) {
         return false;
     }
-    merge_runs(&runs, runs_file.get(), records.get(), numbers.get());
+    merge_runs(&runs, runs_file.get(), records.get(), numbers.get(), &report->progress);
     if (!flush_nameless(records.get(), report) || !flush_nameless(numbers.get(), report)) {
         return false;
     }
@@ -133,7 +137,9 @@ static bool scan_order(BookFile* book, OrderTelling telling, Report* report)
     BookScan scan = {};
     BookCursor cursor = make_cursor(*book);
     BookEntry entry;
+    start_progress_stage(&report->progress, static_cast<i64>(book->count));
     while (next_entry(&cursor, &entry)) {
+        show_stage_progress(&report->progress, "entries read", cursor.next);
         const BookOrder order = scan_book_entry(&scan, entry);
         if (order == BookOrder::Sorted) {
             continue;
@@ -146,9 +152,6 @@ static bool scan_order(BookFile* book, OrderTelling telling, Report* report)
                                    : "higher weight than the entry before of its position",
                     .detail = "",
                     .entry = static_cast<i64>(scan.records) });
-        }
-        if ((scan.records & 0xffff) == 0) {
-            show_run_progress(&report->progress, "entries", static_cast<i64>(scan.records), 0);
         }
     }
     return check_cursor(cursor, report);

@@ -266,8 +266,7 @@ static bool hand_on_result(WalkState* state, const WalkResult& result, i64 ply)
         }
     }
     take_hits(state, result, ply);
-    show_run_progress(
-        &state->report->progress, "positions reached", static_cast<i64>(state->reached), 0);
+    show_stage_progress(&state->report->progress, "positions reached", state->reached);
     if (result.failed) {
         fail_file(state->report, walk.book->name, "cannot be read to its end", 0);
         state->good = false;
@@ -294,6 +293,8 @@ bool walk_book(const BookWalk& walk, BookReach* reach, Report* report)
     reach->plies.assign(walk.book->count, never_reached);
     reach->modes.assign(walk.book->count, 0);
     WalkState state { .walk = &walk, .reach = reach, .report = report };
+    // Most books are reached nearly whole; of others the walk ends earlier than is expected.
+    start_progress_stage(&report->progress, static_cast<i64>(walk.index->positions));
     for (Frontier& frontier : state.frontiers) {
         frontier.file = open_nameless_file(report);
         if (frontier.file == nullptr) {

@@ -209,7 +209,8 @@ struct ExplainRun {
     Explainer explainer;
     OutputStream out;
     UndoStack stack;
-    i64 explained = 0; // positions
+    i64 explained = 0;  // positions
+    i64 bytes_done = 0; // of the files before this one
 };
 
 // Counts an answer, or tells of it that it is none. Returns the position that it explains, or null.
@@ -317,12 +318,14 @@ static bool explain_file(ExplainRun* run, const std::string& name, i64* done)
         if (batch.answers.size() >= most) {
             well = answer_batch(run, &batch, in.name, at_once);
             *done += static_cast<i64>(most);
-            show_run_progress(&run->report.progress, "positions", *done, stream_position(in));
+            show_run_progress(
+                &run->report.progress, "positions", *done, run->bytes_done + stream_position(in));
         }
     }
     if (well && !batch.answers.empty()) {
         well = answer_batch(run, &batch, in.name, at_once);
     }
+    run->bytes_done += in.size;
     close_stream(&in, &run->report);
     return well;
 }

@@ -13,9 +13,15 @@ void start_run_progress(RunProgress* progress, const CommonOptions& common, i64 
 {
     progress->on = !common.quiet && isatty(STDERR_FILENO) != 0;
     progress->visible = false;
+    progress->due = monotonic_seconds() + seconds_between_shows;
+    start_progress_stage(progress, total);
+}
+
+// When the line is due stays as it is: many short stages would otherwise never show one.
+void start_progress_stage(RunProgress* progress, i64 total)
+{
     progress->total = total;
     progress->started = monotonic_seconds();
-    progress->due = progress->started + seconds_between_shows;
 }
 
 // What is left is expected at the rate so far. Unpacked bytes are not counted: how many there will
@@ -41,6 +47,11 @@ void show_run_progress(RunProgress* progress, const char* what, i64 count, i64 p
             static_cast<long long>(left) / 60, static_cast<long long>(left) % 60);
     }
     fputs("\x1b[K\r", stderr);
+}
+
+void show_stage_progress(RunProgress* progress, const char* what, u64 done)
+{
+    show_run_progress(progress, what, static_cast<i64>(done), static_cast<i64>(done));
 }
 
 void hide_run_progress(RunProgress* progress)

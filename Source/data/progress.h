@@ -11,18 +11,26 @@
 struct RunProgress {
     bool on = false;
     bool visible = false; // a line is to be taken away before others are printed
-    f64 started = 0.0;    // monotonic seconds
+    f64 started = 0.0;    // of the stage, monotonic seconds
     f64 due = 0.0;        // when the line is to be shown again
-    i64 total = 0;        // bytes of all files; 0 where that is not known
+    i64 total = 0;        // of the stage, in the unit of its positions; 0 where it is not known
 };
 
-// Starts it. It shows nothing where standard error is no terminal or the user wants none. total is
-// the number of bytes of all inputs, 0 where one of them is not known.
+// Starts it, and its first stage. It shows nothing where standard error is no terminal or the user
+// wants none. total: bytes of all inputs, or whatever else the positions count; 0 where that is not
+// known.
 void start_run_progress(RunProgress* progress, const CommonOptions& common, i64 total);
 
-// Shows "WHAT count, rate, share, time left" a few times a second; position counts the bytes of the
-// inputs that are done.
+// Starts the next stage of a run that works in several, each with a rate, a share and an end of its
+// own, since nothing tells how long a stage takes beside the one before.
+void start_progress_stage(RunProgress* progress, i64 total);
+
+// Shows "WHAT count, rate, share, time left" a few times a second; position tells how much of the
+// stage's total is done.
 void show_run_progress(RunProgress* progress, const char* what, i64 count, i64 position);
+
+// The same in a stage whose total counts what is told: entries, positions.
+void show_stage_progress(RunProgress* progress, const char* what, u64 done);
 
 // Takes the line away, before others are printed and at the end.
 void hide_run_progress(RunProgress* progress);

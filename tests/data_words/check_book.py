@@ -21,19 +21,11 @@ import subprocess
 import sys
 import tempfile
 
+from checks import expect, finish_checks
+
 SKIPPED = 77
 MEMORY = 256 << 20  # bytes of address space for a file that is no book
 NO_BOOK = 48 << 20  # bytes of it
-
-wrong = []
-checks = 0
-
-
-def expect(true, text):
-    global checks
-    checks += 1
-    if not true:
-        wrong.append(text)
 
 
 def run(*words, stdin=None, **more):
@@ -194,6 +186,31 @@ def info_of(book, folder):
     return [int(number) for number in re.findall(r": *(\d+)", said)]
 
 
+def dumped_by_polyglot(book, side, folder):
+    """The choices of a side in polyglot's dump: for each move its shares, as whole percents; it leaves out those below half of one.
+    Lines are "7: 1. e4 c5{40%} 2. Nf3 d6{55%} {trans: line=3, ply=4}", each from the start."""
+    target = folder / "dump.txt"
+    subprocess.run([polyglot, "dump-book", "-bin", str(book), "-color", side, "-out", str(target)],
+                   cwd=folder, timeout=60, stdout=subprocess.DEVNULL, check=False)
+    choices = set()
+    for line in re.findall(r"^\d+: (.*)$", target.read_text(), re.MULTILINE):
+        way = ()
+        for move in re.sub(r"\{trans.*", "", line).split():
+            if move.endswith("."):
+                continue
+            way += (re.sub(r"\{.*", "", move),)
+            if share := re.search(r"\{(\d+)%\}", move):
+                choices.add((way, int(share[1])))
+    return sorted((way[-1].rstrip("+#"), percent) for way, percent in choices)
+
+
+def dumped(book, side):
+    lines = run("dump", book, "--for", side).stdout
+    found = (re.match(r" *\d+\.+ (\S+)  ([0-9.]+)% \(", line) for line in lines.decode().splitlines())
+    choices = ((match[1].rstrip("+#"), round(float(match[2]))) for match in found if match)
+    return sorted(choice for choice in choices if choice[1] > 0)
+
+
 def check_against_polyglot(folder, book):
     light = folder / "light.bin"  # with positions that nothing leads to any longer
     run("prune", book, "--min-share", "20", "--output", light)
@@ -207,6 +224,9 @@ def check_against_polyglot(folder, book):
             tree = run("dump", path, "--for", side, "--json").stderr
             expect(json.loads(tree)["positions"]["in the tree"] == count,
                    f"{path.name}: {side} has {count} positions")
+            theirs = dumped_by_polyglot(path, side, folder)
+            expect(len(theirs) > count, f"{path.name}: polyglot shows no choices of {side}")
+            expect(dumped(path, side) == theirs, f"{path.name}: {side} has other choices")
         if path == light:
             expect(isolated > 100, "no position is isolated")
             clean = folder / "clean.bin"
@@ -236,13 +256,11 @@ def main():
         check_play(folder, book)
         if polyglot:
             check_against_polyglot(folder, book)
-    for text in wrong:
-        print(text)
-    print(f"{checks} checks, {len(wrong)} wrong")
-    if not wrong and not polyglot:
+    status = finish_checks()
+    if status == 0 and not polyglot:
         print("compared with no other tool: polyglot is not installed")
         return SKIPPED
-    return 1 if wrong else 0
+    return status
 
 
 sys.exit(main())

@@ -22,19 +22,11 @@ import subprocess
 import sys
 import tempfile
 
+from checks import expect, finish_checks
+
 FRENCH = "rnbqkb1r/ppp2ppp/4pn2/3p4/3PP3/2N5/PPP2PPP/R1BQKBNR w KQkq -"
 MEMORY = 300 << 20  # bytes of address space, the program with its libraries among them
 OPTIONS = "Activity_Knight=29,57", "King_Safety=150,80", "Mtl_Pawn=90,110"
-
-wrong = []
-checks = 0
-
-
-def expect(true, text):
-    global checks
-    checks += 1
-    if not true:
-        wrong.append(text)
 
 
 def run(*words, stdin=None, **more):
@@ -260,8 +252,7 @@ def main():
         check_dialogue()
         check_inputs(folder)
         check_long_line()
-    print("\n".join(wrong[:40] + [f"{checks} checks, {len(wrong)} complaints"]))
-    return 1 if wrong else 0
+    return finish_checks()
 
 
 if __name__ == "__main__":

@@ -19,15 +19,7 @@ import sys
 import tempfile
 import time
 
-wrong = []
-checks = 0
-
-
-def expect(true, text):
-    global checks
-    checks += 1
-    if not true:
-        wrong.append(text)
+from checks import expect, finish_checks
 
 
 def run(*words, **more):
@@ -104,9 +96,9 @@ def check_closed(folder, book):
 
 
 def check_broken_off(folder, book):
-    """The older file is still there, and nothing else."""
+    """The older file is still there, and nothing else, also if the signal comes at once."""
     out = folder / "broken.bin.gz"
-    for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT:
+    for number in 10 * (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
         old = gzip.compress(b"old")
         out.write_bytes(old)
         part = pathlib.Path(f"{out}.part")
@@ -115,12 +107,63 @@ def check_broken_off(folder, book):
                               stderr=subprocess.DEVNULL) as process:
             end = time.monotonic() + 30
             while not part.exists() and time.monotonic() < end:
-                time.sleep(0.01)
+                pass
             expect(part.exists(), "no unfinished file is seen")
             process.send_signal(number)
             expect(process.wait(60) == -number, f"signal {number} ends it otherwise")
-        if out.read_bytes() != old or part.exists():
-            wrong.append(f"signal {number} leaves {sorted(p.name for p in folder.iterdir())}")
+        expect(out.read_bytes() == old and not part.exists(),
+               f"signal {number} leaves {sorted(p.name for p in folder.glob('broken*'))}")
+
+
+def check_ended(folder, tables):
+    """Words that are ended in the middle of their work end at once, of the signal."""
+    os.mkfifo(folder / "endless.epd")
+    folders = [folder / f"tables{i}" for i in range(400)]  # of seconds of work
+    for link in folders:
+        link.symlink_to(tables)
+    for words in (("explain", "-"), ("explain", folder / "endless.epd"), ("tables", *folders)):
+        for number in signal.SIGINT, signal.SIGTERM:
+            with subprocess.Popen([vesk_data, *map(str, words)], stdin=subprocess.PIPE,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as process:
+                time.sleep(0.2)
+                process.send_signal(number)
+                status = process.wait(60)
+            expect(status == -number, f"{words[0]}: signal {number} gives status {status}")
+
+
+def become_nobody():
+    os.setgroups([])
+    os.setgid(65534)
+    os.setuid(65534)
+
+
+def check_unreadable(folder, book):
+    """A file that may not be read is named with the reason, the others are gone on with."""
+    shown = folder / "shown.epd"
+    shown.write_text("4k3/8/8/8/8/8/4P3/4K3 w - - 0 1\n")
+    hidden = folder / "hidden"
+    hidden.write_text(shown.read_text())
+    hidden.chmod(0)
+    folder.chmod(0o755)
+    as_user = {"preexec_fn": become_nobody} if os.geteuid() == 0 else {}
+    for words in (("games", hidden), ("positions", "--check", hidden), ("book", "check", hidden),
+                  ("explain", hidden), ("tables", hidden), ("explain", "--weights", hidden, shown),
+                  ("games", hidden / "below")):
+        result = run(*words, **as_user)
+        denied = "Permission denied" in result.stderr or "Not a directory" in result.stderr
+        expect(result.returncode in (1, 2) and str(hidden) in result.stderr and denied,
+               f"{words[0]}: a hidden file: {result}")
+    for words in (("explain", hidden, shown), ("explain", shown, folder / "nowhere"),
+                  ("explain", "--form", "csv", folder, shown)):
+        result = run(*words, **as_user)
+        expect(result.returncode == 1 and "4P3" in result.stdout, f"one fails of several: {result}")
+    result = run("book", "merge", book, hidden, "--output", folder / "merged.bin", **as_user)
+    expect(result.returncode == 1 and not (folder / "merged.bin").exists(),
+           f"half of the books are merged: {result}")
+    for words in (("explain", shown), ("explain", "--form", "json", shown), ("book", "dump", book)):
+        result = run(*words, "--output", "/dev/full")
+        expect(result.returncode == 1 and "No space left" in result.stderr,
+               f"a full device takes what {words[0]} writes: {result}")
 
 
 def limit(kind, most):
@@ -158,12 +201,11 @@ def main():
         check_devices(folder, book)
         check_closed(folder, book)
         check_limits(folder, book)
+        check_unreadable(folder, book)
+        check_ended(folder, book.parent / "syzygy")
         if ".gz" in run("--version").stdout:
             check_broken_off(folder, book)
-    for text in wrong:
-        print(text)
-    print(f"{checks} checks, {len(wrong)} wrong")
-    return 1 if wrong else 0
+    return finish_checks()
 
 
 sys.exit(main())

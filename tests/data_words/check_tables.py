@@ -22,19 +22,11 @@ import sys
 import tempfile
 import threading
 
+from checks import expect, finish_checks
+
 PAGE = 4096
 BATCH = 200         # damaged files that are checked by one run
 MEMORY = 300 << 20  # bytes that a run may hold, whatever the files' length
-
-wrong = []
-checks = 0
-
-
-def expect(true, text):
-    global checks
-    checks += 1
-    if not true:
-        wrong.append(text)
 
 
 def run(*words, **more):
@@ -327,10 +319,7 @@ def main():
         check_words(real)
         found = check_mutations(tables, arguments.mutations, arguments.seed, folder)
     print_found(found)
-    for text in wrong[:30]:
-        print(text)
-    print(f"{checks} checks, {len(wrong)} wrong")
-    return 1 if wrong else 0
+    return finish_checks()
 
 
 if __name__ == "__main__":

@@ -1,0 +1,92 @@
+#!/usr/bin/env python3
+"""The line that tells on a terminal how far a run has come: with a rate and an expected end, gone
+at the end, and not there for who wants none or reads standard error through a pipe.
+
+    check_progress.py VESK_DATA VESK ROOT
+
+The input grows until the run takes long enough for the line to be due. Prints what is wrong;
+status 1 if anything is.
+"""
+
+import os
+import pathlib
+import pty
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+from checks import expect, finish_checks
+
+LONGEST = 64  # times the input at first
+
+
+def on_terminal(*words):
+    """What a run prints on its terminal, and the seconds that it takes."""
+    ours, its = pty.openpty()
+    started = time.monotonic()
+    with subprocess.Popen([vesk_data, *map(str, words)], stdin=subprocess.DEVNULL,
+                          stdout=subprocess.DEVNULL, stderr=its) as process:
+        os.close(its)
+        shown = b""
+        try:
+            while piece := os.read(ours, 65536):
+                shown += piece
+        except OSError:  # how a terminal ends
+            pass
+        process.wait(60)
+    os.close(ours)
+    return shown.decode(), time.monotonic() - started
+
+
+def write_book(path, times):
+    """In falling order, so that it is sorted, too; e2e4 in positions that nothing leads to."""
+    keys = range(50000 * times, 0, -1)
+    path.write_bytes(b"".join((key << 40).to_bytes(8, "big") + b"\3\x1c\0\1\0\0\0\0" for key in keys))
+
+
+def check_line(folder, what, make, words):
+    """Of one word: the line is shown in time, in its form, and taken away."""
+    source = folder / "source"
+    times = 1
+    while True:
+        make(source, times)
+        shown, seconds = on_terminal(*words, source)
+        lines = re.findall(rf"\r{what}: \d+, \d+ a second, \d+ %, \d+:\d\d left\x1b\[K\r", shown)
+        if lines or times == LONGEST:
+            break
+        times *= 2
+    expect(lines, f"{words}: no line with an end in {seconds:.1f} s: {shown[-200:]!r}")
+    last = shown.rfind("left\x1b[K\r")
+    expect("\r\x1b[K" in shown[last + 8:], f"{words}: the line stays: {shown[-200:]!r}")
+    expect("a second" not in on_terminal(*words, source, "--quiet")[0], f"{words}: not --quiet")
+    told = subprocess.run([vesk_data, *words, str(source)], stdin=subprocess.DEVNULL, timeout=120,
+                          stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=False)
+    expect("a second" not in told.stderr, f"{words}: a line in a pipe")
+
+
+def main():
+    global vesk_data
+    vesk_data, _, root = sys.argv[1:]
+    data = pathlib.Path(root).resolve() / "tests" / "data"
+    game = (data / "pgn" / "games.pgn").read_bytes()
+    positions = (data / "bk.epd").read_bytes()
+
+    def repeated(text, start):
+        return lambda path, times: path.write_bytes(text * (start * times))
+
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        few = ("--max-messages", "0")
+        for what, make, words in (
+                ("games", repeated(game, 20), ("games", *few)),
+                ("lines", repeated(positions, 200), ("positions", "--check", *few)),
+                ("positions", repeated(positions, 20), ("explain", "--form", "csv", *few)),
+                ("entries (?:read|sorted|checked)", write_book, ("book", "check", *few)),
+                ("entries (?:read|sorted|shown)", write_book, ("book", "dump", "--form", "entries"))):
+            check_line(folder, what, make, words)
+    return finish_checks()
+
+
+sys.exit(main())
