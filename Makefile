@@ -14,7 +14,7 @@ PREFIX ?= /usr/local
 export DESTDIR
 
 level = -DVESK_ARCH=$(ARCH)
-build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) -DVESK_DEBUG_INFO=$(DEBUG_INFO) $(2) && cmake --build --preset $(1) -j $(JOBS)
+build = cmake --preset $(1) -DVESK_WERROR=$(WERROR) -DVESK_DEBUG_INFO=$(DEBUG_INFO) $(2) && cmake --build --preset $(1) $(3) -j $(JOBS)
 
 .PHONY: all exe vesk release native baseline clang test bench bench-book bench-scan bench-tune \
 	sanitize asan tsan pgo ttune micro fuzz quick format tidy install uninstall deb clean
@@ -88,9 +88,9 @@ tsan: release
 # The counts of the first build steer the second. Neither may change a result.
 pgo:
 	rm -rf build/pgo
-	$(call build,pgo-generate,$(level))
+	$(call build,pgo-generate,$(level),--target vesk)
 	build/pgo/vesk -d 12 -threads 1 -bench </dev/null
-	$(call build,pgo-use,$(level))
+	$(call build,pgo-use,$(level),--target vesk)
 	scripts/check_signature build/pgo/vesk
 	cp -f build/pgo/vesk vesk
 
