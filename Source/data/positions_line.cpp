@@ -155,6 +155,45 @@ static Problem judge_fields(std::string_view line)
     return {};
 }
 
+// The engine minds a wrong square only where a pawn could capture onto it. A program that has lost
+// the move before its line is one of another position all the same, and would be told from it.
+static Problem judge_passed_pawn(const Position* pos, std::string_view line)
+{
+    const std::string_view passed = field_of(line, 3);
+    if (passed == "-") {
+        return {};
+    }
+    const i32 file = passed[0] - 'a';
+    const i32 rank = passed[1] == '3' ? 3 : 4; // where the pawn stands that has passed the square
+    const i32 side = passed[1] == '3' ? White : Black;
+    return pos->stm != side && (pos->bb[side][Pawn] & bit(8 * rank + file)) != 0
+        ? Problem()
+        : problem("has an en passant square that no pawn has passed", passed);
+}
+
+// Where an operation stands twice nobody knows which of them is meant, nor where gr and c9 tell
+// other results of a game. A gr between the three results of a game is a target, which c9 does not
+// contradict; and with Black to move it agrees in either view, since programs differ there.
+static Problem judge_operations(const char* line, i32 side)
+{
+    for (const char* operation : { " ce ", " gr ", " c9 " }) {
+        const char* first = strstr(line, operation);
+        if (first != nullptr && strstr(first + 3, operation) != nullptr) {
+            return problem("has an operation twice", std::string_view(operation).substr(1, 2));
+        }
+    }
+    const char* number = strstr(line, " gr ");
+    if (number == nullptr || strstr(line, " c9 ") == nullptr) {
+        return {};
+    }
+    const f64 told = strtod(number + 4, nullptr);
+    const f64 named = read_result(line, side); // c9 goes before gr
+    const bool is_of_game = told == 0.0 || told == 0.5 || told == 1.0;
+    const bool agrees = told == named || (side == Black && told == 1.0 - named);
+    return is_of_game && !agrees ? problem("has two results that contradict each other", number + 1)
+                                 : Problem();
+}
+
 // Why a line was refused, with what of it.
 static Problem problem_of(LineVerdict verdict, LineBoard* board, const char* line)
 {
@@ -326,6 +365,12 @@ CheckedLine check_line(LineBoard* board, std::string_view line, bool is_whole, L
         if (found.reason == nullptr) {
             found = judge(line);
         }
+    }
+    if (found.reason == nullptr) {
+        found = judge_passed_pawn(&board->pos, line);
+    }
+    if (found.reason == nullptr) {
+        found = judge_operations(text, board->pos.stm);
     }
     if (found.reason == nullptr) {
         found = judge_moves(board, text, kind);

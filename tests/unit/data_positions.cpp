@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <set>
@@ -108,7 +109,33 @@ TEST(DataPositions, RefuseWhatCannotBeTrainedOn)
     EXPECT_EQ(reason(quiet + std::string("gr 1;\0", 6)), "is no text");
     EXPECT_EQ(reason(quiet + "gr 1; c0 \"" + std::string(300, 'x') + "\";"),
         "is longer than 254 characters");
+    EXPECT_EQ(reason(quiet + "ce 10; ce -700; gr 1;"), "has an operation twice: ce");
     EXPECT_EQ(check(quiet + "gr 1;", LineKind::Training, false).fate, LineFate::Refused);
+}
+
+TEST(DataPositions, RefuseResultsThatContradictEachOther)
+{
+    const std::string white = "4k3/8/8/8/8/8/4P3/4K3 w - - ";
+    const std::string black = "4k3/8/8/8/8/8/4P3/4K3 b - - ";
+    EXPECT_EQ(reason(white + "gr 1.0; c9 \"0-1\";"),
+        "has two results that contradict each other: gr 1.0; c9 \"0-1\";");
+    EXPECT_EQ(reason(black + "gr 0.5; c9 \"0-1\";"),
+        "has two results that contradict each other: gr 0.5; c9 \"0-1\";");
+    for (const std::string& line : { white + "gr 1.0; c9 \"1-0\";", black + "gr 1.0; c9 \"0-1\";",
+             black + "gr 0; c9 \"0-1\";", white + "gr 0.7; c9 \"0-1\";" }) {
+        EXPECT_EQ(check(line, LineKind::Training).fate, LineFate::Sound) << line;
+    }
+}
+
+TEST(DataPositions, RefuseASquareThatNoPawnHasPassed)
+{
+    const std::string opening = "rnbqkb1r/pp1ppppp/5n2/2p5/2P1P3/5N2/PP1P1PPP/RNBQKB1R ";
+    EXPECT_EQ(check(opening + "b KQkq e3 gr 0.5;", LineKind::Training).fate, LineFate::Sound);
+    for (const char* fields : { "b KQkq d3", "b KQkq g3", "w KQkq d6" }) {
+        EXPECT_EQ(reason(opening + fields + " gr 0.5;"),
+            std::string("has an en passant square that no pawn has passed: ")
+                + (fields + strlen(fields) - 2));
+    }
 }
 
 TEST(DataPositions, LeaveOutChecksAndPassOverComments)
