@@ -99,7 +99,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     TableFile* both[] = { &files[0], &files[1] };
     TablesSettings settings;
     settings.sample = 20;
-    compare_tables(settings, ".", both);
+    RunProgress progress;
+    compare_tables(settings, ".", both, &progress);
     static_cast<void>(tables_as_json(files));
     tb_init("");
     for (const TableFile& file : files) {

@@ -141,7 +141,10 @@ static bool count_reached(const Checker& checker, const BookReach& reach, ReachN
 {
     GroupReader reader = make_group_reader(*checker.book);
     BookGroup group;
+    RunProgress* progress = &checker.report->progress;
+    start_progress_stage(progress, static_cast<i64>(checker.book->count));
     while (next_group(&reader, &group)) {
+        show_stage_progress(progress, "entries counted", group.first + group.count);
         const u8 modes = reach.modes[group.first] & all_walks;
         if (modes == 0) {
             ++numbers->not_reached;
@@ -182,6 +185,9 @@ static bool check_file(const CheckSettings& settings, const std::string& name,
     BookFile book;
     if (!open_book(&book, name, OrderTelling::EachEntry, report)) {
         return false;
+    }
+    if (book.count == 0) {
+        note_item(report, book.name, { .reason = "holds no entry", .detail = {} });
     }
     const Checker checker = { &settings, report, &book };
     RecordNumbers records;
@@ -279,17 +285,26 @@ int run_book_check(Arguments arguments)
     if (const char* defect = read_start(settings.start, &start)) {
         return refuse_data_words(word, "--start '%s': %s", settings.start.c_str(), defect);
     }
+    if (settings.common.output != "-") {
+        return refuse_data_words(word, "nothing is made; --report names a file for the report");
+    }
     Report report = start_report(word, settings.common);
-    start_run_progress(&report.progress, settings.common, 0);
+    start_run_progress(&report.progress, settings.common, 0, false);
     std::vector<BookNumbers> books;
     for (const std::string& file : files) {
         BookNumbers numbers;
         if (!check_file(settings, file, start, &numbers, &report)) {
             continue;
         }
-        for (const Count& count : numbers.counts) {
-            if (!settings.common.json) {
-                add_count(&report, file, count.name, count.value);
+        if (!settings.common.json) {
+            // A book that is named twice is counted twice, but not together.
+            std::string heading = file;
+            while (std::ranges::find(report.groups, heading, &CountGroup::name)
+                != report.groups.end()) {
+                heading += " again";
+            }
+            for (const Count& count : numbers.counts) {
+                add_count(&report, heading, count.name, count.value);
             }
         }
         books.push_back(std::move(numbers));

@@ -203,7 +203,10 @@ static bool tell_all(Differ* differ, const BookBench& start)
     }
     GroupReader reader = make_group_reader(differ->both);
     BookGroup group;
+    RunProgress* progress = &differ->report->progress;
+    start_progress_stage(progress, static_cast<i64>(differ->both.count));
     while (next_group(&reader, &group)) {
+        show_stage_progress(progress, "entries told", group.first + group.count);
         if (differ->reach.plies[group.first] == never_reached) {
             tell_position(differ, nullptr, 0, group.first);
         }
@@ -282,7 +285,7 @@ int run_book_diff(Arguments arguments)
         return refuse_data_words(word, "--start '%s': %s", settings.start.c_str(), defect);
     }
     Report report = start_report(word, settings.common);
-    start_run_progress(&report.progress, settings.common, 0);
+    start_run_progress(&report.progress, settings.common, 0, true);
     (void)diff_books(settings, files, start, &report);
     return finish_report(&report, settings.common, settings.common.output != "-");
 }

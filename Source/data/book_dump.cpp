@@ -315,7 +315,7 @@ int run_book_dump(Arguments arguments)
         return refuse_data_words(word, "--start '%s': %s", settings.start.c_str(), defect);
     }
     Report report = start_report(word, settings.common);
-    start_run_progress(&report.progress, settings.common, 0);
+    start_run_progress(&report.progress, settings.common, 0, true);
     (void)dump_book(settings, files[0], start, &report);
     return finish_report(&report, settings.common, settings.common.output != "-");
 }

@@ -205,7 +205,7 @@ int run_book_merge(Arguments arguments)
         return usage_status;
     }
     Report report = start_report(word, settings.common);
-    start_run_progress(&report.progress, settings.common, 0);
+    start_run_progress(&report.progress, settings.common, 0, true);
     (void)merge_books(settings, files, &report);
     return finish_report(&report, settings.common, settings.common.output != "-");
 }

@@ -252,7 +252,7 @@ int run_book_prune(Arguments arguments)
         return usage_status;
     }
     Report report = start_report(word, settings.common);
-    start_run_progress(&report.progress, settings.common, 0);
+    start_run_progress(&report.progress, settings.common, 0, true);
     (void)prune_book(settings, files[0], start, &report);
     return finish_report(&report, settings.common, settings.common.output != "-");
 }

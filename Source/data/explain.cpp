@@ -417,10 +417,7 @@ static int explain_all(ExplainRun* run, const std::vector<std::string>& inputs)
     if (!open_sink(&run->out, run->common.output, files, &run->report)) {
         return finish_report(&run->report, run->common, false);
     }
-    // Beside tables on a terminal a line that comes and goes would be in the way.
-    if (run->common.output != "-" || isatty(STDOUT_FILENO) == 0) {
-        start_run_progress(&run->report.progress, run->common, total_size(files));
-    }
+    start_run_progress(&run->report.progress, run->common, total_size(files), true);
     const std::string head = head_of_form(run->form);
     fwrite(head.data(), 1, head.size(), run->out.file);
     explain_inputs(run, inputs);

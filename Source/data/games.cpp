@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "board/tables.h"
@@ -172,6 +173,7 @@ struct PieceResult {
     i64 first_line = 0;
     std::string text;
     std::vector<PieceGame> games;
+    std::vector<Telling> kept; // before the games
 };
 
 // Counts lines on from the place that was asked for last: places come in their order.
@@ -195,6 +197,7 @@ static void work_on_piece(const GameRules& rules, GamesPiece* piece, PieceResult
     result->position = piece->position;
     result->is_too_long = piece->is_too_long;
     result->first_line = piece->first_line;
+    result->kept = std::move(piece->kept);
     const std::unique_ptr<GameBoard> board = make_game_board();
     const char* end = piece->text.data() + piece->text.size();
     LineCounter counter = { piece->text.data(), piece->first_line };
@@ -352,7 +355,8 @@ static int finish_run(GamesRun* run, const CommonOptions& common, bool is_output
 
 // Tells how the views were settled where there was something to settle, and of [%eval] whose data
 // speak against what is usual.
-static void note_views(GamesRun* run, const std::string& file, const GamesPiece& piece)
+static void note_views(
+    GamesRun* run, Report* report, const std::string& file, const GamesPiece& piece)
 {
     const ViewTable& first = run->options->rules.first_views;
     for (size_t form = 0; form < first.size(); ++form) {
@@ -365,7 +369,7 @@ static void note_views(GamesRun* run, const std::string& file, const GamesPiece&
     }
     for (const ScoreForm form : { PawnEval, CentipawnEval }) {
         if (run->options->view == "auto" && piece.told[form] == ScoreView::Mover) {
-            refuse_item(&run->report, file,
+            refuse_item(report, file,
                 { 0, "scores that look like the mover's, taken for White's",
                     std::string(score_form_names[form]) + ", --view mover or --view white" });
         }
@@ -404,11 +408,13 @@ int run_games(Arguments arguments)
     if (!open_sink(&run.out, common.output, files, &run.report)) {
         return finish_run(&run, common, common.output != "-");
     }
+    Report ahead;
+    ahead.keeps = true;
     GamesReader reader;
     reader.files = &files;
-    reader.report = &run.report;
+    reader.report = &ahead;
     reader.views = options.rules.first_views;
-    start_run_progress(&run.report.progress, common, total_size(files));
+    start_run_progress(&run.report.progress, common, total_size(files), true);
     work_in_order<GamesPiece, PieceResult>(
         common.jobs,
         [&](GamesPiece* piece) {
@@ -416,8 +422,10 @@ int run_games(Arguments arguments)
                 return false;
             }
             if (piece->is_first) {
-                note_views(&run, name_of_file(files[piece->file]), *piece);
+                note_views(&run, &ahead, name_of_file(files[piece->file]), *piece);
             }
+            piece->kept = std::move(ahead.kept);
+            ahead.kept.clear();
             return true;
         },
         [&](GamesPiece* piece, PieceResult* result) {
@@ -425,6 +433,7 @@ int run_games(Arguments arguments)
         },
         [&](PieceResult* piece) {
             const std::string file = name_of_file(files[piece->file]);
+            tell_kept(&run.report, &piece->kept);
             if (piece->is_too_long) {
                 ++run.read;
                 refuse_item(
@@ -436,6 +445,7 @@ int run_games(Arguments arguments)
             show_run_progress(&run.report.progress, "games", run.read, piece->position);
             return is_sink_well(run.out);
         });
+    tell_kept(&run.report, &ahead.kept); // behind the last piece
     hide_run_progress(&run.report.progress);
     // A failure is in the report.
     static_cast<void>(finish_counted_sink(&run.out, run.used, "game", &run.report));

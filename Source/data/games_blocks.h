@@ -19,18 +19,19 @@ struct GamesPiece {
     size_t file = 0;    // its number among the files
     i64 first_line = 1; // of the text
     std::string text;
-    ViewTable views = {};     // of the file
-    ViewTable told = {};      // what the data alone tells; of the first piece of a file
-    bool is_first = false;    // of its file
-    bool is_too_long = false; // a game that was refused for its length begins at first_line
-    i64 position = 0;         // bytes of all files that have been read when it was made
+    ViewTable views = {};      // of the file
+    ViewTable told = {};       // what the data alone tells; of the first piece of a file
+    bool is_first = false;     // of its file
+    bool is_too_long = false;  // a game that was refused for its length begins at first_line
+    i64 position = 0;          // bytes of all files that have been read when it was made
+    std::vector<Telling> kept; // what is to be told before its games
 };
 
 // The reading of a number of files. Kept by one thread.
 struct GamesReader {
     const std::vector<std::string>* files = nullptr;
-    Report* report = nullptr;
-    ViewTable views = {}; // before any file tells more
+    Report* report = nullptr; // one that keeps: the reading is ahead of the results
+    ViewTable views = {};     // before any file tells more
     size_t next_file = 0;
     bool is_open = false;
     bool is_first = false; // nothing of the file has been handed out

@@ -32,7 +32,8 @@ struct FlowPiece {
     LinePiece lines;
     size_t file = 0;
     LineKind kind = LineKind::Training;
-    i64 position = 0; // bytes of all files that are done with it
+    i64 position = 0;          // bytes of all files that are done with it
+    std::vector<Telling> kept; // what is to be told before its lines
 };
 
 struct FlowResult {
@@ -49,6 +50,7 @@ struct FlowReader {
     bool is_open = false;
     i64 done = 0; // bytes of the files before
     std::optional<LineKind> kind;
+    Report ahead; // keeps: the reading is ahead of the results
 };
 
 // How lines that tell no game are put together, and the trailers of a file.
@@ -89,7 +91,7 @@ static bool open_next(Flow* flow)
     FlowReader* reader = &flow->reader;
     while (reader->file < flow->options->files.size()) {
         const std::string& name = flow->options->files[reader->file++];
-        if (open_stream(&reader->stream, name, &flow->report)) {
+        if (open_stream(&reader->stream, name, &reader->ahead)) {
             reader->pieces = start_pieces(reader->stream.file, longest_kept_line);
             reader->is_open = true;
             return true;
@@ -101,7 +103,7 @@ static bool open_next(Flow* flow)
 static void close_file(Flow* flow)
 {
     flow->reader.done += flow->reader.stream.size;
-    close_stream(&flow->reader.stream, &flow->report);
+    close_stream(&flow->reader.stream, &flow->reader.ahead);
     flow->reader.is_open = false;
 }
 
@@ -126,6 +128,8 @@ static bool take_piece(Flow* flow, FlowPiece* piece)
             piece->kind = reader->kind.value_or(LineKind::Training);
             piece->file = reader->file - 1;
             piece->position = reader->done + stream_position(reader->stream);
+            piece->kept = std::move(reader->ahead.kept);
+            reader->ahead.kept.clear();
             return true;
         }
         close_file(flow);
@@ -277,6 +281,7 @@ static bool take_result(Flow* flow, FlowResult* result)
         flow->state = FileState();
         flow->state.file = result->piece.file;
     }
+    tell_kept(&flow->report, &result->piece.kept);
     i64 number = result->piece.lines.first_line;
     bool going = true;
     for (size_t i = 0; going && i < result->checked.size(); ++i, ++number) {
@@ -410,12 +415,32 @@ static void build_stages(Flow* flow)
     }
 }
 
+// What stands behind a stage that is being finished, with the progress of that: total lines at
+// most are handed on.
+static LineSink tell_progress(Flow* flow, const char* what, i64 total, const LineSink& next)
+{
+    start_progress_stage(&flow->report.progress, total);
+    return [flow, what, &next, done = u64 { 0 }](const CarriedLine& line) mutable {
+        show_stage_progress(&flow->report.progress, what, ++done);
+        return next(line);
+    };
+}
+
 // Hands on what waits, stage by stage. Each gives back its memory when it is done.
 static bool finish_stages(Flow* flow)
 {
-    return (flow->unique == nullptr || finish_unique(flow->unique.get(), flow->behind_unique))
-        && (flow->thin == nullptr || finish_thin(flow->thin.get(), flow->behind_thin))
-        && (flow->shuffle == nullptr || finish_shuffle(flow->shuffle.get(), flow->behind_shuffle));
+    UniqueStage* unique = flow->unique.get();
+    ThinStage* thin = flow->thin.get();
+    ShuffleStage* shuffle = flow->shuffle.get();
+    return (unique == nullptr
+               || finish_unique(unique,
+                   tell_progress(flow, "lines held back", unique->waiting, flow->behind_unique)))
+        && (thin == nullptr
+            || finish_thin(
+                thin, tell_progress(flow, "lines drawn", count_kept(*thin), flow->behind_thin)))
+        && (shuffle == nullptr
+            || finish_shuffle(shuffle,
+                tell_progress(flow, "lines shuffled", shuffle->waiting, flow->behind_shuffle)));
 }
 
 // Tells why the run has ended early. What a full disk leaves unsaid, the closing of the file says.
@@ -487,6 +512,7 @@ int run_position_flow(const PositionsOptions& options)
     flow.options = &options;
     flow.report = start_report("positions", options.common);
     flow.reader.kind = options.kind;
+    flow.reader.ahead.keeps = true;
     flow.statistics = std::make_unique<LineStatistics>();
     add_count(&flow.report, "lines", "read", 0); // the table begins with it
     const bool is_output_free = options.only_check || options.common.output != "-";
@@ -494,11 +520,13 @@ int run_position_flow(const PositionsOptions& options)
         return finish_report(&flow.report, options.common, is_output_free);
     }
     build_stages(&flow);
-    start_run_progress(&flow.report.progress, options.common, total_size(options.files));
+    start_run_progress(
+        &flow.report.progress, options.common, total_size(options.files), !options.only_check);
     bool going = true;
     work_in_order<FlowPiece, FlowResult>(
         options.common.jobs, [&](FlowPiece* piece) { return take_piece(&flow, piece); },
         check_piece, [&](FlowResult* result) { return going = take_result(&flow, result); });
+    tell_kept(&flow.report, &flow.reader.ahead.kept); // behind the last piece
     if (going && finish_stages(&flow)) {
         finish_sinks(&flow);
     } else {

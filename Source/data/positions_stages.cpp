@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <numeric>
 #include <string_view>
 
 #include "base/mixing.h"
@@ -73,6 +74,7 @@ bool put_unique(UniqueStage* stage, const CarriedLine& line, const LineSink& nex
     }
     const bool good = add_to_bucket(stage->late.get(), bits_at(key, stage->level, key_bits), line);
     stage->error = stage->late->error;
+    ++stage->waiting;
     return good;
 }
 
@@ -245,6 +247,13 @@ bool put_thin(ThinStage* stage, const CarriedLine& line)
     return add_to_bucket(&stage->spool, 0, line);
 }
 
+i64 count_kept(const ThinStage& stage)
+{
+    i64 wanted[most_line_classes] = {};
+    set_quotas(stage.rule, stage.before, wanted);
+    return std::accumulate(wanted, wanted + class_count(stage.rule), i64 { 0 });
+}
+
 // Each line is taken with the chance by which its quota would still be filled by those that are
 // left: so exactly that many are, and each set of them is as likely. Source: Knuth, "The Art of
 // Computer Programming", 3.4.2, algorithm S.
@@ -289,6 +298,7 @@ bool put_shuffled(ShuffleStage* stage, const CarriedLine& line)
     const bool good =
         add_to_bucket(&stage->buckets, bits_at(number, stage->level, number_bits), line);
     stage->error = stage->buckets.error;
+    ++stage->waiting;
     return good;
 }
 

@@ -22,7 +22,8 @@ struct UniqueStage {
     std::unique_ptr<Scratch> late;
     i32 level = 0; // how often the keys have been parted
     i64 dropped = 0;
-    int error = 0; // errno of a scratch file
+    i64 waiting = 0; // lines that have been kept for the end
+    int error = 0;   // errno of a scratch file
 
     UniqueStage() = default;
     UniqueStage(const UniqueStage&) = delete;
@@ -69,6 +70,9 @@ void start_thin(ThinStage* stage, const ThinRule& rule, const ScratchPlace& plac
 // spool's.
 [[nodiscard]] bool finish_thin(ThinStage* stage, const LineSink& next);
 
+// How many lines finish_thin will hand on.
+[[nodiscard]] i64 count_kept(const ThinStage& stage);
+
 // What a class is called, for a report.
 [[nodiscard]] std::string class_name(const ThinRule& rule, i32 line_class);
 
@@ -81,6 +85,7 @@ struct ShuffleStage {
     ScratchPlace place;
     i64 seed = 0;
     i32 level = 0;
+    i64 waiting = 0; // lines
     Scratch buckets; // by the first bits of the drawn numbers
     int error = 0;
 };

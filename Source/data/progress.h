@@ -16,10 +16,11 @@ struct RunProgress {
     i64 total = 0;        // of the stage, in the unit of its positions; 0 where it is not known
 };
 
-// Starts it, and its first stage. It shows nothing where standard error is no terminal or the user
-// wants none. total: bytes of all inputs, or whatever else the positions count; 0 where that is not
-// known.
-void start_run_progress(RunProgress* progress, const CommonOptions& common, i64 total);
+// Starts it, and its first stage. It shows nothing where standard error is no terminal, the user
+// wants none, or what the run writes comes to a terminal at the same time: writes tells whether it
+// writes anything before its end. total: bytes of all inputs, or whatever else the positions count;
+// 0 where that is not known.
+void start_run_progress(RunProgress* progress, const CommonOptions& common, i64 total, bool writes);
 
 // Starts the next stage of a run that works in several, each with a rate, a share and an end of its
 // own, since nothing tells how long a stage takes beside the one before.
@@ -35,5 +36,6 @@ void show_stage_progress(RunProgress* progress, const char* what, u64 done);
 // Takes the line away, before others are printed and at the end.
 void hide_run_progress(RunProgress* progress);
 
-// Bytes of all these files, 0 if one is not a regular file.
+// Bytes of all these files, of standard input what is still to be read; 0 if one is no regular
+// file. A file that is not there has none: it will be told of, and the others are read.
 [[nodiscard]] i64 total_size(const std::vector<std::string>& files);

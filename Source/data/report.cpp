@@ -116,15 +116,15 @@ static void list_message(
     *json += '}';
 }
 
-// Tells of a refusal or a note unless enough have been told.
+// Tells of a refusal or a note unless enough have been told; told counts those of its kind.
 static void tell_item(
-    Report* report, std::string_view kind, std::string_view file, const Refusal& refusal)
+    Report* report, std::string_view kind, i64* told, std::string_view file, const Refusal& refusal)
 {
-    if (report->told == report->max_messages) {
+    if (*told == report->max_messages) {
         return;
     }
     hide_run_progress(&report->progress);
-    ++report->told;
+    ++*told;
     list_message(report, kind, file, refusal);
     print_safely(file);
     if (refusal.line > 0) {
@@ -140,26 +140,40 @@ static void tell_item(
         print_safely(refusal.detail);
     }
     fputc('\n', stderr);
-    if (report->told == report->max_messages && report->max_messages > 0) {
-        fputs("what else is refused is only counted; --max-messages tells more\n", stderr);
+    if (*told == report->max_messages && report->max_messages > 0) {
+        fprintf(stderr, "what else is %.*s is only counted; --max-messages tells more\n",
+            static_cast<int>(kind.size()), kind.data());
     }
 }
 
 void refuse_item(Report* report, std::string_view file, const Refusal& refusal)
 {
+    if (report->keeps) {
+        report->kept.push_back({ Telling::Refused, std::string(file), refusal });
+        return;
+    }
     ++report->refused;
     add_count(report, "refused", refusal.reason);
-    tell_item(report, "refused", file, refusal);
+    tell_item(report, "refused", &report->told, file, refusal);
 }
 
 void note_item(Report* report, std::string_view file, const Refusal& refusal)
 {
+    if (report->keeps) {
+        report->kept.push_back({ Telling::Noted, std::string(file), refusal });
+        return;
+    }
     add_count(report, "noted", refusal.reason);
-    tell_item(report, "noted", file, refusal);
+    tell_item(report, "noted", &report->told_notes, file, refusal);
 }
 
 void fail_file(Report* report, std::string_view file, std::string_view what, int error)
 {
+    if (report->keeps) {
+        report->kept.push_back({ Telling::Failed, std::string(file),
+            { .reason = std::string(what), .detail = {} }, error });
+        return;
+    }
     hide_run_progress(&report->progress);
     ++report->failed;
     const char* detail = error != 0 ? strerror(error) : "";
@@ -171,6 +185,23 @@ void fail_file(Report* report, std::string_view file, std::string_view what, int
         fprintf(stderr, ": %s", detail);
     }
     fputc('\n', stderr);
+}
+
+void tell_kept(Report* report, std::vector<Telling>* kept)
+{
+    for (const Telling& telling : *kept) {
+        switch (telling.kind) {
+        case Telling::Refused:
+            refuse_item(report, telling.file, telling.what);
+            break;
+        case Telling::Noted:
+            note_item(report, telling.file, telling.what);
+            break;
+        case Telling::Failed:
+            fail_file(report, telling.file, telling.what.reason, telling.error);
+        }
+    }
+    kept->clear();
 }
 
 bool is_utf8(std::string_view text)

@@ -24,6 +24,14 @@ struct Count {
     i64 value;
 };
 
+// Something that is to be told of a file when its turn comes.
+struct Telling {
+    enum Kind : u8 { Refused, Noted, Failed } kind = Refused;
+    std::string file;
+    Refusal what;  // of a failed file only the reason
+    int error = 0; // of a failed file, an errno or 0
+};
+
 // Counts that belong together, under a heading; in JSON an object of that name.
 struct CountGroup {
     std::string name;
@@ -34,15 +42,19 @@ struct CountGroup {
 struct Report {
     std::string word;
     i64 max_messages = 0;
-    i64 told = 0;    // refusals told singly
-    i64 refused = 0; // all of them
-    i64 failed = 0;  // files that could not be read or written
+    i64 told = 0;       // refusals told singly
+    i64 told_notes = 0; // and notes
+    i64 refused = 0;    // all of them
+    i64 failed = 0;     // files that could not be read or written
     std::vector<CountGroup> groups;
     std::string messages; // what was told singly, each an object of JSON, commas between them
     RunProgress progress;
+    bool keeps = false; // all that is told waits in kept, and nothing is counted
+    std::vector<Telling> kept;
 };
 
-// Starts the report of a word.
+// Starts the report of a word. Of refusals and of notes as many are told singly as the options
+// want, each for itself: else what is only worth knowing would hide what is wrong.
 [[nodiscard]] Report start_report(std::string_view word, const CommonOptions& common);
 
 // The report lists for scripts what it told singly, as long as that takes up no more than this.
@@ -63,6 +75,11 @@ void note_item(Report* report, std::string_view file, const Refusal& refusal);
 // Counts and tells of a file that cannot be read or written; error is an errno, or 0 where what
 // says it all.
 void fail_file(Report* report, std::string_view file, std::string_view what, int error);
+
+// Tells what another report has kept, in its order, and empties the list. Who reads ahead of the
+// results keeps what is to be told until the results before it have been handed on, so that the
+// order, and what --max-messages leaves out, is the same for any number of jobs.
+void tell_kept(Report* report, std::vector<Telling>* kept);
 
 // Ends the run: the report goes where the options want it, and what is returned is the status of
 // the process. is_output_free tells whether standard output holds nothing else. extra is put into

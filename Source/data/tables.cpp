@@ -239,7 +239,7 @@ static void compare_path(TablesRun* run, const TablePath& path)
         }
     }
     if (path.is_set) {
-        compare_tables(run->settings, path.text, files);
+        compare_tables(run->settings, path.text, files, &run->report.progress);
     }
     for (size_t i = 0; i < files.size(); ++i) {
         tell_faults(run, *files[i], std::span(files[i]->faults).subspan(told[i]));
@@ -283,7 +283,7 @@ int run_tables(Arguments arguments)
         names.push_back(file.path);
     }
     survive_failed_reads();
-    start_run_progress(&run.report.progress, run.common, total_size(names));
+    start_run_progress(&run.report.progress, run.common, total_size(names), false);
     check_all_files(&run);
     for (const TablePath& path : run.paths) {
         compare_path(&run, path);

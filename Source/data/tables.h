@@ -76,9 +76,10 @@ void check_table_file(const TablesSettings& settings, TableFile* file);
 
 // Compares the tables of one path with each other, files being all those that were found there, by
 // the engine's own routines: which are missing, and whether values, on a sample, fit together.
-// folders as the engine gets them, separated by ':'.
-void compare_tables(
-    const TablesSettings& settings, const std::string& folders, std::span<TableFile* const> files);
+// folders as the engine gets them, separated by ':'. The comparison is a stage of its own of
+// progress.
+void compare_tables(const TablesSettings& settings, const std::string& folders,
+    std::span<TableFile* const> files, RunProgress* progress);
 
 // The tables that those of a material lead to by one capture or promotion, bare kings not among
 // them; names in their usual form.

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <map>
 #include <span>
 #include <string>
@@ -285,8 +287,8 @@ static bool is_complete(Materials* materials, const std::string& name)
 }
 
 // Compares a sample of a table's positions; what is wrong is told of the first one.
-static void compare_material(
-    const TablesSettings& settings, const std::string& name, const Material& material)
+static void compare_material(const TablesSettings& settings, const std::string& name,
+    const Material& material, const std::function<void()>& tell_one)
 {
     u64 state = static_cast<u64>(settings.seed);
     for (const char c : name) {
@@ -299,6 +301,7 @@ static void compare_material(
     }
     const i64 failed = count_failed_reads();
     for (i64 i = 0; i < settings.sample && count_failed_reads() == failed; ++i) {
+        tell_one();
         const TbPos pos = draw_position(name, &state);
         i32 answer = TbNoAnswer;
         const i32 value = tb_probe_wdl(&pos, &answer);
@@ -344,8 +347,23 @@ static void find_missing(const Materials& materials, const std::string& name, Ta
     }
 }
 
-void compare_tables(
-    const TablesSettings& settings, const std::string& folders, std::span<TableFile* const> files)
+// Compares samples of all tables that are complete.
+static void compare_samples(const TablesSettings& settings, const std::vector<std::string>& names,
+    Materials* materials, RunProgress* progress)
+{
+    std::vector<std::string> complete;
+    std::ranges::copy_if(names, std::back_inserter(complete),
+        [&](const std::string& name) { return is_complete(materials, name); });
+    start_progress_stage(progress, static_cast<i64>(complete.size()) * settings.sample);
+    u64 compared = 0;
+    const auto tell_one = [&] { show_stage_progress(progress, "positions compared", ++compared); };
+    for (const std::string& name : complete) {
+        compare_material(settings, name, (*materials)[name], tell_one);
+    }
+}
+
+void compare_tables(const TablesSettings& settings, const std::string& folders,
+    std::span<TableFile* const> files, RunProgress* progress)
 {
     Materials materials;
     for (TableFile* file : files) {
@@ -361,11 +379,7 @@ void compare_tables(
         init_board_tables();
         tb_quiet = true;
         tb_init(folders.c_str());
-        for (const std::string& name : names) {
-            if (is_complete(&materials, name)) {
-                compare_material(settings, name, materials[name]);
-            }
-        }
+        compare_samples(settings, names, &materials, progress);
     }
     for (const std::string& name : names) {
         const Material& material = materials[name];

@@ -131,6 +131,32 @@ def check_ended(folder, tables):
             expect(status == -number, f"{words[0]}: signal {number} gives status {status}")
 
 
+def check_jobs(folder, data):
+    """Reports and messages of several files are the same for any number of threads, also what is
+    told of a file before it is read and what --max-messages leaves out."""
+    game = (data / "pgn" / "games.pgn").read_text()
+    first, second = folder / "first.pgn", folder / "second.pgn"
+    first.write_text((game + "\n\n[Event \"x\"]\n\n1. e4 e5 2. Ke3 1-0\n\n") * 30)
+    # Scores that change their sign with the mover, which [%eval] does not.
+    moves = "1. e4 {[%eval 0.31]} e5 {[%eval -0.29]} 2. Nf3 {[%eval 0.33]} Nc6 {[%eval -0.3]} " \
+            "3. Bb5 {[%eval 0.35]} a6 {[%eval -0.31]} 4. Ba4 {[%eval 0.3]} Nf6 {[%eval -0.32]} 1-0"
+    second.write_text(f'[Event "x"]\n\n{moves}\n\n' * 400)
+    lines, more = folder / "first.epd", folder / "second.epd"
+    lines.write_text(("4k3/8/8/8/8/8/4P3/4K3 w - - gr 1;\n" * 50 + "broken gr 1;\n") * 200)
+    more.write_text("4k3/8/8/8/8/8/4P3/4K3 w - - gr 2;\n" * 5)
+    for words in (("games", first, second, folder / "missing", second),
+                  ("positions", lines, folder / "missing", more, lines)):
+        told = []
+        for jobs in 1, 2, 4:
+            report = folder / "report.json"
+            result = run(*words, "--jobs", jobs, "--json", "--report", report, "--max-messages", 20)
+            told.append((result.stdout, result.stderr, report.read_text()))
+        expect("missing: " in told[0][1], f"{words[0]}: a missing file is not told of")
+        expect("only counted" in told[0][1], f"{words[0]}: there are too few messages")
+        for other in told[1:]:
+            expect(other == told[0], f"{words[0]}: other messages or another report with threads")
+
+
 def become_nobody():
     os.setgroups([])
     os.setgid(65534)
@@ -201,6 +227,7 @@ def main():
         check_devices(folder, book)
         check_closed(folder, book)
         check_limits(folder, book)
+        check_jobs(folder, book.parent)
         check_unreadable(folder, book)
         check_ended(folder, book.parent / "syzygy")
         if ".gz" in run("--version").stdout:

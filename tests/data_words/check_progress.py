@@ -15,6 +15,7 @@ import re
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 from checks import expect, finish_checks
@@ -29,15 +30,15 @@ def on_terminal(*words):
     with subprocess.Popen([vesk_data, *map(str, words)], stdin=subprocess.DEVNULL,
                           stdout=subprocess.DEVNULL, stderr=its) as process:
         os.close(its)
-        shown = b""
+        pieces = []
         try:
             while piece := os.read(ours, 65536):
-                shown += piece
+                pieces.append(piece)
         except OSError:  # how a terminal ends
             pass
         process.wait(60)
     os.close(ours)
-    return shown.decode(), time.monotonic() - started
+    return b"".join(pieces).decode(), time.monotonic() - started
 
 
 def write_book(path, times):
@@ -46,24 +47,56 @@ def write_book(path, times):
     path.write_bytes(b"".join((key << 40).to_bytes(8, "big") + b"\3\x1c\0\1\0\0\0\0" for key in keys))
 
 
-def check_line(folder, what, make, words):
-    """Of one word: the line is shown in time, in its form, and taken away."""
+def check_line(folder, what, make, words, behind=()):
+    """Of one word: the line is shown in time, in its form, and taken away. The source stands
+    between words and what is behind it."""
     source = folder / "source"
     times = 1
     while True:
-        make(source, times)
-        shown, seconds = on_terminal(*words, source)
+        behind_now = make(source, times) or behind
+        command = (*words, source, *behind_now)
+        shown, seconds = on_terminal(*command)
         lines = re.findall(rf"\r{what}: \d+, \d+ a second, \d+ %, \d+:\d\d left\x1b\[K\r", shown)
-        if lines or times == LONGEST:
+        if lines or times >= LONGEST:
             break
         times *= 2
     expect(lines, f"{words}: no line with an end in {seconds:.1f} s: {shown[-200:]!r}")
     last = shown.rfind("left\x1b[K\r")
     expect("\r\x1b[K" in shown[last + 8:], f"{words}: the line stays: {shown[-200:]!r}")
-    expect("a second" not in on_terminal(*words, source, "--quiet")[0], f"{words}: not --quiet")
-    told = subprocess.run([vesk_data, *words, str(source)], stdin=subprocess.DEVNULL, timeout=120,
+    expect("a second" not in on_terminal(*command, "--quiet")[0], f"{words}: not --quiet")
+    told = subprocess.run([vesk_data, *map(str, command)], stdin=subprocess.DEVNULL, timeout=120,
                           stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=False)
     expect("a second" not in told.stderr, f"{words}: a line in a pipe")
+
+
+def check_shared(game):
+    """Where what is written comes to the same terminal, no line is mixed with it, though the run
+    takes longer than a line takes to be due."""
+    ours, its = pty.openpty()
+    pieces = []
+    with subprocess.Popen([vesk_data, "games", "-", "--max-messages", "0"], stdout=its,
+                          stdin=subprocess.PIPE, stderr=its) as process:
+        os.close(its)
+
+        def feed():
+            for _ in range(6):
+                process.stdin.write(game * (1 + (1 << 18) // len(game)))
+                time.sleep(0.2)
+            process.stdin.close()
+
+        feeder = threading.Thread(target=feed)
+        feeder.start()
+        try:
+            while piece := os.read(ours, 65536):
+                pieces.append(piece)
+        except OSError:
+            pass
+        feeder.join()
+        process.wait(60)
+    os.close(ours)
+    shown = b"".join(pieces)
+    expect(len(shown) > 1 << 20, "the games are not written")
+    expect(b"a second" not in shown and b"\x1b" not in shown, "a line among what is written")
 
 
 def main():
@@ -74,18 +107,33 @@ def main():
     positions = (data / "bk.epd").read_bytes()
 
     def repeated(text, start):
-        return lambda path, times: path.write_bytes(text * (start * times))
+        return lambda path, times: path.write_bytes(text * (start * times)) and None
 
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
         few = ("--max-messages", "0")
-        for what, make, words in (
-                ("games", repeated(game, 20), ("games", *few)),
-                ("lines", repeated(positions, 200), ("positions", "--check", *few)),
-                ("positions", repeated(positions, 20), ("explain", "--form", "csv", *few)),
-                ("entries (?:read|sorted|checked)", write_book, ("book", "check", *few)),
-                ("entries (?:read|sorted|shown)", write_book, ("book", "dump", "--form", "entries"))):
-            check_line(folder, what, make, words)
+        made = folder / "made.bin"
+        small = data / "small.bin"
+        stages = "entries (?:read|sorted"
+        for what, make, words, behind in (
+                ("games", repeated(game, 20), ("games", *few), ()),
+                ("lines", repeated(positions, 200), ("positions", "--check", *few), ()),
+                ("lines shuffled", repeated(b"4k3/8/8/8/8/8/4P3/4K3 w - - gr 1;\n", 20000),
+                 ("positions", "--shuffle", "1", "--memory", "16"), ()),
+                ("positions", repeated(positions, 20), ("explain", "--form", "csv", *few), ()),
+                (f"{stages}|checked|counted)", write_book, ("book", "check", *few), ()),
+                (f"{stages}|shown)", write_book, ("book", "dump", "--form", "entries"), ()),
+                (f"{stages}|compared|told)", write_book, ("book", "diff"), (small,)),
+                (f"(?:{stages})|positions merged)", write_book, ("book", "merge"),
+                 (small, "--output", made)),
+                (f"{stages}|weighed|sifted)", write_book, ("book", "prune"), ("--output", made)),
+                ("positions compared", lambda path, times: ("--sample", 2000 * times),
+                 ("tables", data / "syzygy"), ())):
+            if words[0] == "tables":
+                (folder / "source").unlink()
+                (folder / "source").mkdir()
+            check_line(folder, what, make, words, behind)
+        check_shared(game)
     return finish_checks()
 
 

@@ -56,6 +56,48 @@ TEST(DataReport, TellsRefusalsUpToALimitAndCountsAll)
     EXPECT_EQ(report.groups[0].counts[1].value, 2);
 }
 
+TEST(DataReport, NotesHideNoRefusals)
+{
+    CommonOptions common;
+    common.max_messages = 1;
+    Report report = start_report("book check", common);
+    testing::internal::CaptureStderr();
+    note_item(&report, "a.bin", { .reason = "weight 0", .detail = {}, .entry = 1 });
+    note_item(&report, "a.bin", { .reason = "weight 0", .detail = {}, .entry = 2 });
+    refuse_item(&report, "a.bin", { .reason = "no move", .detail = {}, .entry = 3 });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+        "a.bin: entry 1: weight 0\n"
+        "what else is noted is only counted; --max-messages tells more\n"
+        "a.bin: entry 3: no move\n"
+        "what else is refused is only counted; --max-messages tells more\n");
+}
+
+TEST(DataReport, TellsWhatWasKeptInItsOrder)
+{
+    CommonOptions common;
+    common.max_messages = 1;
+    Report ahead;
+    ahead.keeps = true;
+    testing::internal::CaptureStderr();
+    refuse_item(&ahead, "a.pgn", { .line = 7, .reason = "no such move", .detail = "Nf9" });
+    fail_file(&ahead, "b.pgn", "cannot be read", ENOENT);
+    note_item(&ahead, "c.pgn", { .reason = "odd", .detail = {} });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(ahead.refused + ahead.failed, 0);
+    Report report = start_report("games", common);
+    testing::internal::CaptureStderr();
+    tell_kept(&report, &ahead.kept);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+        "a.pgn:7: no such move: Nf9\n"
+        "what else is refused is only counted; --max-messages tells more\n"
+        "b.pgn: cannot be read: No such file or directory\n"
+        "c.pgn: odd\n"
+        "what else is noted is only counted; --max-messages tells more\n");
+    EXPECT_EQ(report.refused, 1);
+    EXPECT_EQ(report.failed, 1);
+    EXPECT_TRUE(ahead.kept.empty());
+}
+
 TEST(DataReport, EndsAsTableOrJson)
 {
     CommonOptions common;
@@ -80,7 +122,7 @@ TEST(DataReport, ListsForScriptsWhatItTold)
 {
     CommonOptions common;
     common.json = true;
-    common.max_messages = 2;
+    common.max_messages = 1;
     Report report = start_report("book", common);
     testing::internal::CaptureStderr();
     fail_file(&report, "no\"where", "cannot be opened", ENOENT);

@@ -101,7 +101,8 @@ struct DataTables : testing::Test {
             check_table_file(settings, &file);
             all.push_back(&file);
         }
-        compare_tables(settings, folder, all);
+        RunProgress progress;
+        compare_tables(settings, folder, all, &progress);
         return files;
     }
 };
