@@ -11,6 +11,7 @@
 
 static constexpr size_t most_line = 250; // characters
 static constexpr size_t most_name = 60;
+static constexpr size_t most_unmarked = 200; // of a Termination, that a mark may stand behind it
 static constexpr std::string_view roster[] = { "Event", "Site", "Date", "Round", "White", "Black",
     "Result" };
 
@@ -24,24 +25,6 @@ static std::string in_small_letters(std::string_view text)
         c = static_cast<char>(tolower(static_cast<u8>(c)));
     }
     return small;
-}
-
-bool is_broken_off(std::string_view termination)
-{
-    static constexpr std::string_view words[] = { "time forfeit", "on time", "timeout", "time out",
-        "abandon", "unterminated", "forfeit", "rules infraction", "illegal move", "disconnect",
-        "stalled", "emergency", "death" };
-    const std::string small = in_small_letters(termination);
-    return std::ranges::any_of(
-        words, [&](std::string_view word) { return small.find(word) != small.npos; });
-}
-
-// Puts another character in the place of the first one of each word found.
-static void change_words(std::string* text, std::string_view word, char first)
-{
-    for (size_t i = text->find(word); i != text->npos; i = text->find(word, i)) {
-        (*text)[i] = first;
-    }
 }
 
 // Makes a value out of what stood between the quotes: both marks that need one get their backslash,
@@ -62,15 +45,114 @@ static std::string clean_value(std::string_view raw)
     return value;
 }
 
-// Words of a broken game, for the scanner to see or to overlook.
-static void change_termination(std::string* value, BrokenOff broken_off)
+// Cuts a value to a length, between two characters of UTF-8, and leaves no half of an escape.
+static void cut_value(std::string* value, size_t length)
 {
-    // The scanner takes a tag with the name of a side for a player's.
-    change_words(value, "White ", 'w');
-    change_words(value, "Black ", 'b');
-    if (broken_off != BrokenOff::Marked || !is_broken_off(*value)) {
+    if (value->size() <= length) {
         return;
     }
+    while (length > 0 && (static_cast<u8>((*value)[length]) & 0xc0) == 0x80) {
+        --length;
+    }
+    size_t marks = 0;
+    while (marks < length && (*value)[length - 1 - marks] == '\\') {
+        ++marks;
+    }
+    value->resize(length - marks % 2);
+}
+
+// What a value may have in the line of a tag.
+static size_t room_behind(std::string_view name)
+{
+    return most_line - name.size() - std::string_view("[ \"\"]").size();
+}
+
+static bool is_word_character(char c)
+{
+    return is_letter(c) || is_digit(c) || c == '_' || static_cast<u8>(c) >= 0x80;
+}
+
+// What a reason may end with: "forfeits", "disconnected", "abandonment".
+static bool is_ending(std::string_view text)
+{
+    static constexpr std::string_view endings[] = { "", "s", "ed", "ing", "ion", "ment", "ure" };
+    return std::ranges::find(endings, text) != std::end(endings);
+}
+
+// Whether phrase stands in the text, from the start of a word to the end of one.
+static bool has_phrase(std::string_view text, std::string_view phrase)
+{
+    for (size_t i = text.find(phrase); i != text.npos; i = text.find(phrase, i + 1)) {
+        size_t end = i + phrase.size();
+        while (end < text.size() && is_word_character(text[end])) {
+            ++end;
+        }
+        if ((i == 0 || !is_word_character(text[i - 1]))
+            && is_ending(text.substr(i + phrase.size(), end - i - phrase.size()))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Takes a name out of the text, where it stands first. Names of users have lines in them as well.
+static void take_name_out(std::string* text, std::string_view name)
+{
+    const auto is_of_name = [](char c) { return is_word_character(c) || c == '-'; };
+    for (size_t i = text->find(name); !name.empty() && i != text->npos;
+         i = text->find(name, i + 1)) {
+        const size_t end = i + name.size();
+        if ((i == 0 || !is_of_name((*text)[i - 1]))
+            && (end == text->size() || !is_of_name((*text)[end]))) {
+            text->replace(i, name.size(), "?");
+            return;
+        }
+    }
+}
+
+// A name is taken out once, as the sites have it: somebody called "time" may have lost on time. A
+// text that is nothing but a reason speaks of no player. All values are taken as they are written,
+// so that what is written means the same again.
+bool is_broken_off(const GameText& game)
+{
+    static constexpr std::string_view reasons[] = { "time forfeit", "on time", "timeout",
+        "time out", "abandon", "unterminated", "forfeit", "rules infraction", "illegal move",
+        "disconnect", "stalled", "emergency", "death" };
+    std::string text = clean_value(tag_value(game, "Termination"));
+    cut_value(&text, room_behind("Termination"));
+    text = in_small_letters(text);
+    const auto is_text = [&](std::string_view reason) {
+        return text.starts_with(reason) && is_ending(std::string_view(text).substr(reason.size()));
+    };
+    if (std::ranges::any_of(reasons, is_text)) {
+        return true;
+    }
+    const auto is_told = [&](std::string_view reason) { return has_phrase(text, reason); };
+    if (std::ranges::none_of(reasons, is_told)) {
+        return false;
+    }
+    std::string names[] = { in_small_letters(clean_value(tag_value(game, "White"))),
+        in_small_letters(clean_value(tag_value(game, "Black"))) };
+    if (names[0].size() < names[1].size()) {
+        names[0].swap(names[1]); // the shorter one may be a part of it
+    }
+    for (const std::string& name : names) {
+        take_name_out(&text, name);
+    }
+    return std::ranges::any_of(reasons, is_told);
+}
+
+// Puts another character in the place of the first one of each word found.
+static void change_words(std::string* text, std::string_view word, char first)
+{
+    for (size_t i = text->find(word); i != text->npos; i = text->find(word, i)) {
+        (*text)[i] = first;
+    }
+}
+
+// Words of a broken game, for the scanner to see.
+static void mark_termination(std::string* value)
+{
     const std::string small = in_small_letters(*value);
     for (const std::string_view word : broken_words) {
         if (const size_t place = small.find(word); place != small.npos) {
@@ -78,16 +160,24 @@ static void change_termination(std::string* value, BrokenOff broken_off)
             return;
         }
     }
+    cut_value(value, most_unmarked);
     value->append(small.find("time") != small.npos ? " (time forfeit)" : " (abandoned)");
 }
 
-static void change_value(std::string_view name, const GameRules& rules, std::string* value)
+// is_marked: the scanner shall pass the game over.
+static void change_value(std::string_view name, bool is_marked, std::string* value)
 {
     if (name == "Termination") {
-        change_termination(value, rules.broken_off);
+        // The scanner takes a tag with the name of a side for a player's.
+        change_words(value, "White ", 'w');
+        change_words(value, "Black ", 'b');
+        cut_value(value, room_behind(name));
+        if (is_marked) {
+            mark_termination(value);
+        }
     }
     const bool keeps_words = name == "Event" || name == "White" || name == "Black"
-        || (name == "Termination" && rules.broken_off == BrokenOff::Marked);
+        || (name == "Termination" && is_marked);
     if (!keeps_words) {
         change_words(value, "unterminated", 'U');
         change_words(value, "time forfeit", 'T');
@@ -122,32 +212,14 @@ static std::string clean_name(std::string_view raw)
     return name;
 }
 
-// Cuts a value to a length, between two characters of UTF-8, and leaves no half of an escape.
-static void cut_value(std::string* value, size_t length)
-{
-    if (value->size() <= length) {
-        return;
-    }
-    while (length > 0 && (static_cast<u8>((*value)[length]) & 0xc0) == 0x80) {
-        --length;
-    }
-    size_t marks = 0;
-    while (marks < length && (*value)[length - 1 - marks] == '\\') {
-        ++marks;
-    }
-    value->resize(length - marks % 2);
-}
-
 // The value is as it stands between quotes somewhere.
-static void write_tag(
-    const GameTag& tag, const GameRules& rules, std::string* out, GameTally* tally)
+static void write_tag(const GameTag& tag, bool is_marked, std::string* out, GameTally* tally)
 {
     const std::string name = clean_name(tag.name);
     std::string value = clean_value(tag.value);
-    const size_t room = most_line - name.size() - std::string_view("[ \"\"]").size();
     const std::string before = value;
-    change_value(tag.name, rules, &value);
-    cut_value(&value, room);
+    change_value(tag.name, is_marked, &value);
+    cut_value(&value, room_behind(name));
     tally->changed_tags += name != tag.name || value != before;
     out->append("[").append(name).append(" \"").append(value).append("\"]\n");
 }
@@ -161,6 +233,7 @@ static bool is_start_tag(std::string_view name)
 void write_tags(const GameText& game, const GameRules& rules, GameEnd end, std::string_view start,
     std::string* out, GameTally* tally)
 {
+    const bool is_marked = rules.broken_off == BrokenOff::Marked && is_broken_off(game);
     for (const std::string_view name : roster) {
         std::string_view value = tag_value(game, name);
         if (name == "Result") {
@@ -168,13 +241,13 @@ void write_tags(const GameText& game, const GameRules& rules, GameEnd end, std::
         } else if (value.empty()) {
             value = name == "Date" ? "????.??.??" : "?";
         }
-        write_tag({ name, value }, rules, out, tally);
+        write_tag({ name, value }, is_marked, out, tally);
     }
     if (!start.empty() && (rules.only_roster || tag_value(game, "SetUp").empty())) {
-        write_tag({ "SetUp", "1" }, rules, out, tally);
+        write_tag({ "SetUp", "1" }, is_marked, out, tally);
     }
     if (!start.empty() && rules.only_roster) {
-        write_tag({ "FEN", start }, rules, out, tally);
+        write_tag({ "FEN", start }, is_marked, out, tally);
     }
     for (size_t i = 0; i < game.tags.size() && !rules.only_roster; ++i) {
         const GameTag& tag = game.tags[i];
@@ -182,7 +255,7 @@ void write_tags(const GameText& game, const GameRules& rules, GameEnd end, std::
         if (std::ranges::find(roster, tag.name) == std::end(roster)
             && std::ranges::find(before, tag.name, &GameTag::name) == before.end()
             && !(start.empty() && is_start_tag(tag.name))) {
-            write_tag(tag, rules, out, tally);
+            write_tag(tag, is_marked, out, tally);
         }
     }
     out->push_back('\n');

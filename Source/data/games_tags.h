@@ -8,8 +8,9 @@
 #include "data/games_rules.h"
 #include "data/games_text.h"
 
-// Whether a game was broken off, by its tag Termination, in the words of any program.
-[[nodiscard]] bool is_broken_off(std::string_view termination);
+// Whether a game was broken off, by its tag Termination, in the words of any program. Words within
+// the names of its players say nothing: "DeathStroke won by checkmate".
+[[nodiscard]] bool is_broken_off(const GameText& game);
 
 // Adds the tags: the seven of every game in their order, then the others unless the rules want
 // none. start is the FEN of the game, empty for the usual start.

@@ -274,7 +274,7 @@ void write_game(const GameText& game, const GameRules& rules, const ViewTable& f
         return;
     }
     const char* unwanted = unwanted_by(rules.filter, game, end);
-    const bool is_broken = is_broken_off(tag_value(game, "Termination"));
+    const bool is_broken = is_broken_off(game);
     if (unwanted == nullptr && is_broken && rules.broken_off == BrokenOff::LeftOut) {
         unwanted = "broken off";
     }

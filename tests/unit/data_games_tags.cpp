@@ -92,3 +92,65 @@ TEST(DataGamesTags, TellBrokenOffGamesInTheScannersWords)
         EXPECT_EQ(tag_of(tag, keeps), std::string("[Termination \"") + row.kept + "\"]");
     }
 }
+
+static bool is_broken_off(const char* white, const char* black, const std::string& termination)
+{
+    const std::string text = std::string("[White \"") + white + "\"]\n[Black \"" + black
+        + "\"]\n[Termination \"" + termination + "\"]\n\n1. e4 1-0\n";
+    GameText game;
+    EXPECT_NE(read_game(text.data(), text.data() + text.size(), &game), nullptr);
+    return is_broken_off(game);
+}
+
+TEST(DataGamesTags, NamesOfPlayersBreakNoGameOff)
+{
+    EXPECT_FALSE(is_broken_off("DeathStroke", "b", "DeathStroke won by checkmate"));
+    EXPECT_FALSE(is_broken_off("a", "Dr_Death", "dr_death won by resignation"));
+    EXPECT_FALSE(is_broken_off("Death", "b", "Death won by checkmate"));
+    EXPECT_FALSE(is_broken_off("death-1", "b", "death-1 won by resignation"));
+    EXPECT_FALSE(is_broken_off("Death", "Dr Death", "Dr Death won by resignation"));
+    EXPECT_FALSE(is_broken_off("abandoned", "b", "abandoned won by checkmate"));
+    EXPECT_FALSE(is_broken_off("a", "b", "Installed_2 won by checkmate"));
+    EXPECT_FALSE(is_broken_off("a", "b", "Deathly won by resignation"));
+    EXPECT_TRUE(is_broken_off("DeathStroke", "b", "DeathStroke won on time"));
+    EXPECT_TRUE(is_broken_off("time", "b", "time won on time"));
+    EXPECT_TRUE(is_broken_off("a", "Forfeit", "Time forfeit"));
+    EXPECT_TRUE(is_broken_off("death", "b", "death"));
+    EXPECT_TRUE(is_broken_off("a", "b", "a won - game abandoned"));
+    EXPECT_TRUE(is_broken_off("de", "abandon", "game abandoned by de"));
+    EXPECT_TRUE(is_broken_off("", "", "abandoned"));
+    // The scanner looks for its words anywhere.
+    const std::string text =
+        "[White \"abandoned\"]\n[Termination \"abandoned won by checkmate\"]\n\n1. e4 1-0\n";
+    EXPECT_TRUE(tags_of(text).ends_with("[Termination \"Abandoned won by checkmate\"]\n\n"));
+}
+
+TEST(DataGamesTags, WordsOfAllProgramsBreakGamesOff)
+{
+    for (const char* words : { "time forfeit", "Time forfeits", "bob won on time", "timeout",
+             "Game drawn by timeout vs insufficient material", "time out", "abandoned",
+             "Abandonment", "White abandons", "unterminated", "forfeit", "White forfeits",
+             "win by forfeiture", "rules infraction", "illegal move", "illegal moves", "disconnect",
+             "White disconnects", "disconnection", "disconnected", "stalled connection",
+             "emergency", "death", "Death of a player", "game-abandoned" }) {
+        EXPECT_TRUE(is_broken_off("a", "b", words)) << words;
+    }
+    for (const char* words : { "", "normal", "adjudication", "stalemate", "a won by checkmate",
+             "Game drawn by repetition", "TCEC win rule", "SyzygyTB" }) {
+        EXPECT_FALSE(is_broken_off("a", "b", words)) << words;
+    }
+}
+
+TEST(DataGamesTags, TheMarkOfABrokenOffGameIsNotCutOff)
+{
+    std::string value = "lost on time ";
+    for (i32 i = 0; i < 200; ++i) {
+        value += "\xc3\xa9"; // where it is cut, one of them may lie
+    }
+    for (const char* start : { "", "a ", "ab " }) {
+        const std::string tag = tag_of("[Termination \"" + (start + value) + "\"]");
+        EXPECT_TRUE(tag.ends_with("\xa9 (time forfeit)\"]")) << tag;
+        EXPECT_LE(tag.size(), 250u);
+        EXPECT_EQ(tag_of(tag), tag);
+    }
+}
