@@ -8,7 +8,12 @@
 
 #include "base/text.h"
 
-static constexpr i32 most_centipawns = 32000; // the scanner keeps them in 16 bits
+// Beyond it, to either side, a score is cut to it. The scanner puts no score below minus this into
+// the games that it writes, as there are marks for none far below; and a plus of the mover is a
+// minus for White. Programs tell wins of tables by more, and older ones mates.
+static constexpr i32 most_centipawns = 9999;
+static constexpr char most_pawns[] = "+99.99"; // the same
+static constexpr char least_pawns[] = "-99.99";
 static constexpr i32 most_moves_to_mate = 999;
 static constexpr i32 most_depth = 999;
 
@@ -73,12 +78,9 @@ static bool take_score(std::string_view* text, GameScore* score, bool* has_point
     return true;
 }
 
-// Turns a number without a point into centipawns where it stands for pawns.
-static void take_for_pawns(GameScore* score, bool has_point)
+void take_for_pawns(GameScore* score)
 {
-    if (!has_point && !score->is_mate) {
-        score->size = std::min(score->size * 100, most_centipawns);
-    }
+    score->size = std::min(score->size * 100, most_centipawns);
 }
 
 // ---- Commands
@@ -170,8 +172,8 @@ static bool read_score_word(std::string_view text, ScoreForm form, GameScore* sc
         return false;
     }
     found.form = form;
-    if (form == WhiteValue || form == EngineValue) {
-        take_for_pawns(&found, has_point);
+    if ((form == WhiteValue || form == EngineValue) && !has_point && !found.is_mate) {
+        take_for_pawns(&found);
     }
     // The scanner's own form is a whole number; another that looks like it says nothing of views.
     if (form == EvalWord && has_point) {
@@ -203,8 +205,9 @@ static bool take_depth(std::string_view* text, i32* depth)
             && is_digit((*text)[1]));
 }
 
-// A score and a depth with a slash between them. The score has a point, a sign or the mark of a
-// mate: 1/2 is none.
+// A score and a depth with a slash between them. It has the mark of a mate; or a point, and a sign
+// or two decimals, one of which all programs that write scores so give it: 5.5/9 are points of a
+// tournament, 1/2 and +1/2 fractions.
 static bool read_slash_score(std::string_view text, GameScore* score)
 {
     for (size_t slash = text.find('/'); slash != text.npos; slash = text.find('/', slash + 1)) {
@@ -222,10 +225,12 @@ static bool read_slash_score(std::string_view text, GameScore* score)
             continue;
         }
         const bool is_signed = digits.front() == '+' || digits.front() == '-';
-        if (!is_signed && !found.is_mate && (!has_point || !begins_score(text.substr(0, start)))) {
+        const bool has_decimals = digits.size() - std::min(digits.find('.'), digits.size()) > 2;
+        const bool is_usual = found.is_mate
+            || (has_point && (is_signed || (has_decimals && begins_score(text.substr(0, start)))));
+        if (!is_usual) {
             continue;
         }
-        take_for_pawns(&found, has_point);
         found.form = SlashScore;
         if (!found.is_mate) {
             digits.copy(found.digits, score_digits);
@@ -324,7 +329,8 @@ void append_score(std::string* out, const GameScore& score, ScoreView view, i32 
         snprintf(text, sizeof text, " {%cM%d/%d}", is_lost ? '-' : '+', score.size, score.depth);
         out->append(text);
     } else if (view == ScoreView::Mover && score.digits[0] != '\0') {
-        out->append(" {").append(score.digits);
+        const char* most = score.is_negative ? least_pawns : most_pawns;
+        out->append(" {").append(score.size < most_centipawns ? score.digits : most);
         snprintf(text, sizeof text, "/%d}", score.depth);
         out->append(text);
     } else {

@@ -52,6 +52,9 @@ struct CommentContent {
 // Reads a comment, without its braces.
 [[nodiscard]] CommentContent read_score_comment(std::string_view text);
 
+// Makes a whole number that was read as centipawns one of pawns. It is no mate.
+void take_for_pawns(GameScore* score);
+
 // Adds the comment " {...}" by which the scanner reads the score of a move of side. The view is not
 // Unknown.
 void append_score(std::string* out, const GameScore& score, ScoreView view, i32 side);

@@ -551,7 +551,7 @@ static void settle_evals(GameText* game)
     for (MoveText& move : game->moves) {
         if (has_pawns && move.score.form == CentipawnEval) {
             move.score.form = PawnEval;
-            move.score.size = std::min(move.score.size * 100, 32000);
+            take_for_pawns(&move.score);
         }
     }
 }

@@ -148,6 +148,9 @@ def check_taken_whole(driver, outputs):
                             if re.match(r" |\d+\. ", line))
                 fail_unless(lines == half_moves(games),
                             f"{name}: {lines} half-moves are scanned of {half_moves(games)}")
+                scores = len(re.findall(rb"^.*\{ *-?\d", files["tmp.pgn"], flags=re.M))
+                fail_unless(scores == games.count(b"{"),
+                            f"{name}: {scores} scores are scanned of {games.count(b'{')}")
             if word == "-mkbook":
                 count = games.count(b"\n[Event ") + games.startswith(b"[Event ")
                 fail_unless(b"ngames= %d," % count in out, f"{name}: {out} of {count} games")

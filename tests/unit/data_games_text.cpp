@@ -134,6 +134,7 @@ TEST(DataGamesText, WholeNumbersAreCentipawnsUnlessTheGameHasPawns)
     };
     EXPECT_EQ(form_of_second("1. e4 {[%eval 20,10]} e5 {[%eval 3,11]}"), -3);
     EXPECT_EQ(form_of_second("1. e4 {[%eval 0.2]} e5 {[%eval 3]}"), 300);
+    EXPECT_EQ(form_of_second("1. e4 {[%eval 0.2]} e5 {[%eval 320]}"), 9999);
 }
 
 // Each of these took minutes where something was looked through again and again.
