@@ -235,16 +235,23 @@ static void count_dropped(const GameText& game, GameTally* tally)
     tally->without_mark = game.end == GameEnd::None;
 }
 
-// What is wrong with the game before its moves are played. Returns false if it is not used.
-static bool judge_game(
-    const GameText& game, const GameRules& rules, GameEnd* end, GameOutcome* outcome)
+// Why a game is not wanted: a short class of reasons; null if it is wanted.
+static const char* why_unwanted(
+    const GameText& game, const GameRules& rules, GameEnd end, bool is_broken)
+{
+    const char* unwanted = unwanted_by(rules.filter, game, end);
+    return unwanted == nullptr && is_broken && rules.broken_off == BrokenOff::LeftOut ? "broken off"
+                                                                                      : unwanted;
+}
+
+// What is wrong with the game before its moves are played, and whether it is wanted. Tags are only
+// believed where the text can be read, so that comes first; of games that are not wanted nobody
+// needs to know whether the tools could use them. Returns false if it is not used.
+static bool judge_game(const GameText& game, const GameRules& rules, bool is_broken, GameEnd* end,
+    GameOutcome* outcome)
 {
     if (game.problem != nullptr) {
         refuse_game(outcome, game.problem, game.place, game.problem_text);
-        return false;
-    }
-    if (game.moves.empty()) {
-        refuse_game(outcome, "game without moves", game.start);
         return false;
     }
     if (!settle_result(game, end)) {
@@ -253,8 +260,16 @@ static bool judge_game(
     }
     const bool has_result = *end != GameEnd::None && *end != GameEnd::Unfinished;
     *end = *end == GameEnd::None ? GameEnd::Unfinished : *end;
-    const std::vector<std::string>& results = rules.filter.results;
-    if (!has_result && results.empty()) {
+    if (const char* unwanted = why_unwanted(game, rules, *end, is_broken)) {
+        outcome->fate = GameFate::LeftOut;
+        outcome->reason = unwanted;
+        return false;
+    }
+    if (game.moves.empty()) {
+        refuse_game(outcome, "game without moves", game.start);
+        return false;
+    }
+    if (!has_result && rules.filter.results.empty()) {
         refuse_game(outcome, "game without a result", game.start);
         return false;
     }
@@ -270,17 +285,9 @@ void write_game(const GameText& game, const GameRules& rules, const ViewTable& f
 {
     GameEnd end;
     std::string_view fen;
-    if (!judge_game(game, rules, &end, outcome) || !set_up(game, rules, board, &fen, outcome)) {
-        return;
-    }
-    const char* unwanted = unwanted_by(rules.filter, game, end);
     const bool is_broken = is_broken_off(game);
-    if (unwanted == nullptr && is_broken && rules.broken_off == BrokenOff::LeftOut) {
-        unwanted = "broken off";
-    }
-    if (unwanted != nullptr) {
-        outcome->fate = GameFate::LeftOut;
-        outcome->reason = unwanted;
+    if (!judge_game(game, rules, is_broken, &end, outcome)
+        || !set_up(game, rules, board, &fen, outcome)) {
         return;
     }
     count_dropped(game, &outcome->tally);

@@ -128,3 +128,21 @@ TEST(DataGamesWrite, BrokenOffGamesMayBeLeftOut)
     rules.broken_off = BrokenOff::LeftOut;
     EXPECT_EQ(why(game, rules), "broken off");
 }
+
+TEST(DataGamesWrite, WhatIsNotWantedIsNotRefusedToo)
+{
+    GameRules rules;
+    rules.filter.min_rating = 1600;
+    rules.broken_off = BrokenOff::LeftOut;
+    const std::string weak = "[WhiteElo \"900\"]\n[BlackElo \"900\"]\n";
+    for (const char* text : { "[Variant \"Atomic\"]\n\n1. e4 1-0", "\n1. e4 *", "\n1-0",
+             "[FEN \"4k3/8/8/8/8/8/4P3/4K3 w - - 0 1\"]\n\n1. e4 1-0" }) {
+        EXPECT_EQ(rewrite(weak + text, rules).outcome.fate, GameFate::LeftOut) << text;
+        EXPECT_EQ(rewrite(weak + text).outcome.fate, GameFate::Refused) << text;
+    }
+    const std::string off = "[WhiteElo \"1900\"]\n[BlackElo \"1900\"]\n"
+                            "[Termination \"Abandoned\"]\n\n*";
+    EXPECT_EQ(why(off, rules), "broken off");
+    EXPECT_EQ(why(weak + "\n1. e4 {", rules), "comment without an end");
+    EXPECT_EQ(why(weak + "[Result \"0-1\"]\n\n1. e4 1-0", rules), "two results");
+}
