@@ -209,7 +209,7 @@ static void work_on_piece(const GameRules& rules, GamesPiece* piece, PieceResult
         write_game(game, rules, piece->views, board.get(), &result->text, &done->outcome);
         done->end = result->text.size();
         const bool is_refused = done->outcome.fate == GameFate::Refused;
-        if (is_refused || done->outcome.lacks_view) {
+        if (is_refused || done->outcome.lacks_view || done->outcome.takes_view) {
             done->line = line_at(&counter, is_refused ? done->outcome.place : game.start);
         }
     }
@@ -292,6 +292,11 @@ static void take_game(
         refuse_item(&run->report, file,
             { game.line, "scores whose view nothing tells", "--view white or --view mover" });
     }
+    if (outcome.takes_view) {
+        note_item(&run->report, file,
+            { game.line, "scores whose view nothing tells, taken for the mover's",
+                "--view white or --view mover" });
+    }
     ++run->used;
     add_tally(&run->tally, outcome.tally);
     fwrite(piece.text.data() + game.begin, 1, game.end - game.begin, run->out.file);
@@ -314,6 +319,7 @@ static void add_tally_counts(Report* report, const GameTally& tally)
         add_found(report, "scores", score_form_names[form], tally.scores[form]);
     }
     add_found(report, "scores", "dropped, view not known", tally.scores_without_view);
+    add_found(report, "scores", "taken for the mover's", tally.scores_of_taken_view);
     add_found(report, "scores", "[%eval] that is no score", tally.unreadable_scores);
     add_found(report, "dropped or changed", "clock times", tally.clocks);
     add_found(report, "dropped or changed", "comments", tally.comments);

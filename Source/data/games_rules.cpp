@@ -12,6 +12,7 @@ void add_tally(GameTally* sum, const GameTally& tally)
     sum->clocks += tally.clocks;
     sum->unreadable_scores += tally.unreadable_scores;
     sum->scores_without_view += tally.scores_without_view;
+    sum->scores_of_taken_view += tally.scores_of_taken_view;
     sum->odd_tags += tally.odd_tags;
     sum->changed_tags += tally.changed_tags;
     sum->without_mark += tally.without_mark;

@@ -33,6 +33,7 @@ struct GameTally {
     i64 clocks = 0;
     i64 unreadable_scores = 0;
     i64 scores_without_view = 0;
+    i64 scores_of_taken_view = 0; // Black's, taken for its view by their form alone
     i64 odd_tags = 0;
     i64 changed_tags = 0; // names or values that the tools would misread, or too long for them
     i64 without_mark = 0; // games whose moves end without their result

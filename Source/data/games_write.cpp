@@ -150,6 +150,10 @@ static void write_score(const GameScore& score, const ViewTable& views, i32 side
     ScoreView view = views[score.form];
     if (view == ScoreView::Unknown && score.form == SlashScore) {
         view = ScoreView::Mover; // the programs that play matches
+        // White's own, and zeros, are the same from both views.
+        const bool matters = side == Black && score.size != 0;
+        outcome->tally.scores_of_taken_view += matters;
+        outcome->takes_view |= matters;
     }
     if (view == ScoreView::Unknown) {
         ++outcome->tally.scores_without_view;

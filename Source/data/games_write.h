@@ -31,6 +31,7 @@ struct GameOutcome {
     std::string detail;
     u64 key[2] = {};         // of its start and its moves
     bool lacks_view = false; // scores were dropped, whose view is not known
+    bool takes_view = false; // scores of Black were taken for its own view, which nothing tells
     GameTally tally;
 };
 

@@ -114,7 +114,11 @@ TEST(DataGamesWrite, ScoresWithoutAViewAreDropped)
     const Written written = rewrite("1. e4 {(eval) 20} e5 {+0.10/7} 1-0", rules);
     EXPECT_TRUE(written.outcome.lacks_view);
     EXPECT_NE(written.text.find("1. e4 e5 {+0.10/7} 1-0"), std::string::npos);
+    EXPECT_TRUE(written.outcome.takes_view);
+    EXPECT_EQ(written.outcome.tally.scores_of_taken_view, 1);
+    EXPECT_FALSE(rewrite("1. e4 {+0.10/7} e5 {0.00/7} 1-0", rules).outcome.takes_view);
     rules.first_views = views_of_forms(ScoreView::Mover);
+    EXPECT_FALSE(rewrite("1. e4 e5 {+0.10/7} 1-0", rules).outcome.takes_view);
     EXPECT_NE(rewrite("1. e4 e5 {(eval) 20} 1-0", rules).text.find("1. e4 e5 {eval -20} 1-0"),
         std::string::npos);
 }
