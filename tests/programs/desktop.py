@@ -13,6 +13,9 @@ from pathlib import Path
 
 SCREEN_SIZE = "1200x800x24"
 POLL_SECONDS = 0.1
+OPENINGS = 3           # times that a window is asked for
+OPENING_SECONDS = 20
+SETTLING_SECONDS = 1.5 # from a window on the screen to one that listens
 MARK = "VESK_PROGRAMS_RUN"
 CLOCK_TICKS = os.sysconf("SC_CLK_TCK")
 
@@ -159,9 +162,39 @@ class Desktop:
         self.tool("xdotool", "click", "1")
         time.sleep(0.1)
 
+    def click_from_corner(self, window, x, y):
+        """Clicks into a window; counted from its lower right corner, to the left and up."""
+        width, height = self.size(window)
+        self.click(window, width - x, height - y)
+
     def press(self, *keys):
         self.tool("xdotool", "key", *keys)
         time.sleep(0.1)
+
+    def write(self, text):
+        """Types into whatever has the keyboard."""
+        self.tool("xdotool", "type", "--delay", "30", text)
+        time.sleep(0.1)
+
+    def settled_window(self, title, seconds=60):
+        """A window that is shown, and has had time to take the keyboard."""
+        window = self.window(title, seconds)
+        time.sleep(SETTLING_SECONDS)
+        return window
+
+    def open_window(self, title, act):
+        """The window that an act opens. A busy program may lose clicks: then it acts once more."""
+        for _ in range(OPENINGS - 1):
+            act()
+            try:
+                return self.settled_window(title, OPENING_SECONDS)
+            except Late:
+                self.press("Escape") # of a menu that may be half open
+        act()
+        return self.settled_window(title, OPENING_SECONDS)
+
+    def wait_for_end(self, title):
+        wait_for(f"end of window '{title}'", OPENING_SECONDS, lambda: not self.has_window(title))
 
     def take_picture(self, window, path):
         """A window as a picture of few colours, which is a fifth of the size."""
