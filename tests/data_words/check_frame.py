@@ -163,6 +163,13 @@ def become_nobody():
     os.setuid(65534)
 
 
+def can_run(shown, as_user):
+    try:
+        return run("explain", shown, **as_user).returncode == 0
+    except (OSError, subprocess.SubprocessError):
+        return False
+
+
 def check_unreadable(folder, book):
     """A file that may not be read is named with the reason, the others are gone on with."""
     shown = folder / "shown.epd"
@@ -172,6 +179,9 @@ def check_unreadable(folder, book):
     hidden.chmod(0)
     folder.chmod(0o755)
     as_user = {"preexec_fn": become_nobody} if os.geteuid() == 0 else {}
+    if not can_run(shown, as_user):
+        print("left out: files that may not be read; the program is hidden from other users itself")
+        return
     for words in (("games", hidden), ("positions", "--check", hidden), ("book", "check", hidden),
                   ("explain", hidden), ("tables", hidden), ("explain", "--weights", hidden, shown),
                   ("games", hidden / "below")):
