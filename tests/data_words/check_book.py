@@ -187,8 +187,8 @@ def info_of(book, folder):
 
 
 def dumped_by_polyglot(book, side, folder):
-    """The choices of a side in polyglot's dump: for each move its shares, as whole percents; it leaves out those below half of one.
-    Lines are "7: 1. e4 c5{40%} 2. Nf3 d6{55%} {trans: line=3, ply=4}", each from the start."""
+    """The choices of a side in polyglot's dump: for each move its share, in whole percents; it
+    leaves out those below half of one. Lines are "7: 1. e4 c5{40%} 2. Nf3 d6{55%} {trans: line=3, ply=4}", each from the start."""
     target = folder / "dump.txt"
     subprocess.run([polyglot, "dump-book", "-bin", str(book), "-color", side, "-out", str(target)],
                    cwd=folder, timeout=60, stdout=subprocess.DEVNULL, check=False)
@@ -205,8 +205,8 @@ def dumped_by_polyglot(book, side, folder):
 
 
 def dumped(book, side):
-    lines = run("dump", book, "--for", side).stdout
-    found = (re.match(r" *\d+\.+ (\S+)  ([0-9.]+)% \(", line) for line in lines.decode().splitlines())
+    lines = run("dump", book, "--for", side).stdout.decode().splitlines()
+    found = (re.match(r" *\d+\.+ (\S+)  ([0-9.]+)% \(", line) for line in lines)
     choices = ((match[1].rstrip("+#"), round(float(match[2]))) for match in found if match)
     return sorted(choice for choice in choices if choice[1] > 0)
 
