@@ -123,7 +123,7 @@ def main():
         for what, make, words, behind in (
                 ("games", repeated(game, 20), ("games", *few), ()),
                 ("lines", repeated(positions, 200), ("positions", "--check", *few), ()),
-                ("lines shuffled", repeated(b"4k3/8/8/8/8/8/4P3/4K3 w - - gr 1;\n", 20000),
+                ("lines(?: shuffled)?", repeated(b"4k3/8/8/8/8/8/4P3/4K3 w - - gr 1;\n", 20000),
                  ("positions", "--shuffle", "1", "--memory", "16"), ()),
                 ("positions", repeated(positions, 20), ("explain", "--form", "csv", *few), ()),
                 (f"{stages}|checked|counted)", write_book, ("book", "check", *few), ()),
