@@ -4,8 +4,9 @@ at the end, and not there for who wants none or reads standard error through a p
 
     check_progress.py VESK_DATA VESK ROOT
 
-The input grows until the run takes long enough for the line to be due. Prints what is wrong;
-status 1 if anything is.
+What only reads gets an input that grows until the run takes long enough for the line to be due;
+what writes is held up by a reader that waits, so that the stage that writes shows its line however
+fast it is. Prints what is wrong; status 1 if anything is.
 """
 
 import os
@@ -20,7 +21,21 @@ import time
 
 from checks import expect, finish_checks
 
-LONGEST = 64  # times the input at first
+LONGEST = 64    # times the input at first
+HELD_UP = 0.8   # seconds that a reader waits; a line is due after half a second
+PIPE = 1 << 18  # bytes; more than what a pipe and the buffers before it take
+
+
+def read_terminal(ours):
+    """All that is printed on a terminal until nobody has it open any longer."""
+    pieces = []
+    try:
+        while piece := os.read(ours, 65536):
+            pieces.append(piece)
+    except OSError:  # how a terminal ends
+        pass
+    os.close(ours)
+    return b"".join(pieces)
 
 
 def on_terminal(*words):
@@ -30,15 +45,31 @@ def on_terminal(*words):
     with subprocess.Popen([vesk_data, *map(str, words)], stdin=subprocess.DEVNULL,
                           stdout=subprocess.DEVNULL, stderr=its) as process:
         os.close(its)
-        pieces = []
-        try:
-            while piece := os.read(ours, 65536):
-                pieces.append(piece)
-        except OSError:  # how a terminal ends
-            pass
+        shown = read_terminal(ours)
         process.wait(60)
-    os.close(ours)
-    return b"".join(pieces).decode(), time.monotonic() - started
+    return shown.decode(), time.monotonic() - started
+
+
+def on_slow_pipe(*words):
+    """What a run prints on its terminal where nobody reads its output for a while, and how much it
+    writes."""
+    ours, its = pty.openpty()
+    with subprocess.Popen([vesk_data, *map(str, words)], stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=its) as process:
+        os.close(its)
+        written = []
+
+        def read():
+            written.append(process.stdout.read(1))
+            time.sleep(HELD_UP)
+            written.append(process.stdout.read())
+
+        reader = threading.Thread(target=read)
+        reader.start()
+        shown = read_terminal(ours)
+        reader.join()
+        process.wait(60)
+    return shown.decode(), sum(map(len, written))
 
 
 def write_book(path, times):
@@ -47,23 +78,36 @@ def write_book(path, times):
     path.write_bytes(b"".join((key << 40).to_bytes(8, "big") + b"\3\x1c\0\1\0\0\0\0" for key in keys))
 
 
-def check_line(folder, what, make, words, behind=()):
-    """Of one word: the line is shown in time, in its form, and taken away. The source stands
-    between words and what is behind it. Returns the command."""
-    source = folder / "source"
-    times = 1
-    while True:
-        behind_now = make(source, times) or behind
-        command = (*words, source, *behind_now)
-        shown, seconds = on_terminal(*command)
-        lines = re.findall(rf"\r{what}: \d+, \d+ a second, \d+ %, \d+:\d\d left\x1b\[K\r", shown)
-        if lines or times >= LONGEST:
-            break
-        times *= 2
-    expect(lines, f"{words}: no line with an end in {seconds:.1f} s: {shown[-200:]!r}")
+def has_line(shown, what):
+    form = rf"\r{what}: \d+, \d+ a second, \d+ %, \d+:\d\d left\x1b\[K\r"
+    return re.search(form, shown) is not None
+
+
+def expect_line(shown, what, words, circumstance):
+    """The line is shown in its form, and taken away."""
+    expect(has_line(shown, what), f"{words}: no line '{what}' {circumstance}: {shown[-200:]!r}")
     last = shown.rfind("left\x1b[K\r")
     expect("\r\x1b[K" in shown[last + 8:], f"{words}: the line stays: {shown[-200:]!r}")
+
+
+def check_reading(source, what, make, words):
+    """Of a word that only reads. Returns the command."""
+    times = 1
+    while True:
+        command = (*words, source, *(make(source, times) or ()))
+        shown, seconds = on_terminal(*command)
+        if has_line(shown, what) or times >= LONGEST:
+            break
+        times *= 2
+    expect_line(shown, what, words, f"in {seconds:.1f} s")
     return command
+
+
+def check_writing(what, command):
+    """Of the stage of a word that writes."""
+    shown, size = on_slow_pipe(*command)
+    expect(size > PIPE, f"{command}: {size} bytes hold nothing up")
+    expect_line(shown, what, command, "though nobody read on")
 
 
 def check_unwanted(command):
@@ -78,7 +122,6 @@ def check_shared(game):
     """Where what is written comes to the same terminal, no line is mixed with it, though the run
     takes longer than a line takes to be due."""
     ours, its = pty.openpty()
-    pieces = []
     with subprocess.Popen([vesk_data, "games", "-", "--max-messages", "0"], stdout=its,
                           stdin=subprocess.PIPE, stderr=its) as process:
         os.close(its)
@@ -91,15 +134,9 @@ def check_shared(game):
 
         feeder = threading.Thread(target=feed)
         feeder.start()
-        try:
-            while piece := os.read(ours, 65536):
-                pieces.append(piece)
-        except OSError:
-            pass
+        shown = read_terminal(ours)
         feeder.join()
         process.wait(60)
-    os.close(ours)
-    shown = b"".join(pieces)
     expect(len(shown) > 1 << 20, "the games are not written")
     expect(b"a second" not in shown and b"\x1b" not in shown, "a line among what is written")
 
@@ -115,31 +152,33 @@ def main():
         return lambda path, times: path.write_bytes(text * (start * times)) and None
 
     with tempfile.TemporaryDirectory() as name:
-        folder = pathlib.Path(name)
+        source = pathlib.Path(name) / "source"
         few = ("--max-messages", "0")
-        made = folder / "made.bin"
+        games = ("games", *few)
+        check_unwanted(check_reading(source, "games", repeated(game, 20), games))
+        for what, make, words in (
+                ("lines", repeated(positions, 200), ("positions", "--check", *few)),
+                ("positions", repeated(positions, 20), ("explain", "--form", "csv", *few)),
+                ("entries (?:read|sorted|checked|counted)", write_book, ("book", "check", *few))):
+            check_reading(source, what, make, words)
+
+        write_book(source, 1)
         small = data / "small.bin"
-        stages = "entries (?:read|sorted"
-        for what, make, words, behind in (
-                ("games", repeated(game, 20), ("games", *few), ()),
-                ("lines", repeated(positions, 200), ("positions", "--check", *few), ()),
-                ("lines(?: shuffled)?", repeated(b"4k3/8/8/8/8/8/4P3/4K3 w - - gr 1;\n", 20000),
-                 ("positions", "--shuffle", "1", "--memory", "16"), ()),
-                ("positions", repeated(positions, 20), ("explain", "--form", "csv", *few), ()),
-                (f"{stages}|checked|counted)", write_book, ("book", "check", *few), ()),
-                (f"{stages}|shown)", write_book, ("book", "dump", "--form", "entries"), ()),
-                (f"{stages}|compared|told)", write_book, ("book", "diff"), (small,)),
-                (f"(?:{stages})|positions merged)", write_book, ("book", "merge"),
-                 (small, "--output", made)),
-                (f"{stages}|weighed|sifted)", write_book, ("book", "prune"), ("--output", made)),
-                ("positions compared", lambda path, times: ("--sample", 2000 * times),
-                 ("tables", data / "syzygy"), ())):
-            if words[0] == "tables":
-                (folder / "source").unlink()
-                (folder / "source").mkdir()
-            command = check_line(folder, what, make, words, behind)
-            if words[0] == "games":
-                check_unwanted(command)
+        other = pathlib.Path(name) / "other"
+        other.write_bytes(source.read_bytes()[:16])
+        for what, command in (("entries shown", ("dump", source, "--form", "entries")),
+                              ("entries told", ("diff", source, other)),
+                              ("positions merged", ("merge", source, small)),
+                              ("entries sifted", ("prune", source))):
+            check_writing(what, ("book", *command))
+        repeated(b"4k3/8/8/8/8/8/4P3/4K3 w - - gr 1;\n", 20000)(source, 1)
+        for what, option in (("lines shuffled", "--shuffle"), ("lines drawn", "--sample")):
+            check_writing(what, ("positions", option, "20000", source))
+
+        source.unlink()
+        source.mkdir()
+        check_reading(source, "positions compared", lambda _, times: ("--sample", 2000 * times),
+                      ("tables", data / "syzygy"))
         check_shared(game)
     return finish_checks()
 
