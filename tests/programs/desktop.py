@@ -167,6 +167,12 @@ class Desktop:
         width, height = self.size(window)
         self.click(window, width - x, height - y)
 
+    def choose(self, window, menu, item):
+        """Opens a menu of a window and takes an item of it, both by their places."""
+        self.click(window, *menu)
+        time.sleep(1)
+        self.click(window, *item)
+
     def press(self, *keys):
         self.tool("xdotool", "key", *keys)
         time.sleep(0.1)

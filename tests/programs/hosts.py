@@ -98,13 +98,8 @@ class XBoard(ChessProgram):
     @staticmethod
     def add_by_hand(desktop, engine):
         window = desktop.settled_window("^xboard")
-
-        def load():
-            desktop.click(window, *XBOARD_ENGINE_MENU)
-            time.sleep(1)
-            desktop.click(window, *XBOARD_LOAD)
-
-        dialogue = desktop.open_window("Load first engine", load)
+        dialogue = desktop.open_window(
+            "Load first engine", lambda: desktop.choose(window, XBOARD_ENGINE_MENU, XBOARD_LOAD))
         desktop.click(dialogue, *XBOARD_NICKNAME)
         desktop.write("vesk")
         desktop.click(dialogue, *XBOARD_COMMAND)
@@ -172,13 +167,9 @@ class PyChess(ChessProgram):
     @staticmethod
     def add_by_hand(desktop, engine):
         window = desktop.settled_window("Welcome - PyChess")
-
-        def manage():
-            desktop.click(window, *PYCHESS_EDIT_MENU)
-            time.sleep(1)
-            desktop.click(window, *PYCHESS_ENGINES_ITEM)
-
-        dialogue = desktop.open_window("Manage engines", manage)
+        dialogue = desktop.open_window(
+            "Manage engines",
+            lambda: desktop.choose(window, PYCHESS_EDIT_MENU, PYCHESS_ENGINES_ITEM))
         desktop.open_window("Select engine",
                             lambda: desktop.click_from_corner(dialogue, *PYCHESS_NEW))
         desktop.write(str(engine))
@@ -268,13 +259,9 @@ class Scid(ChessProgram):
     @staticmethod
     def add_by_hand(desktop, engine):
         window = Scid.open(desktop)
-
-        def choose():
-            desktop.click(window, *SCID_TOOLS_MENU)
-            time.sleep(1)
-            desktop.click(window, *SCID_ANALYSIS_ENGINE)
-
-        engines = desktop.open_window("Scid: Analysis Engine", choose)
+        engines = desktop.open_window(
+            "Scid: Analysis Engine",
+            lambda: desktop.choose(window, SCID_TOOLS_MENU, SCID_ANALYSIS_ENGINE))
         desktop.open_window("^Scid$", lambda: desktop.click_from_corner(engines, *SCID_NEW))
         desktop.write("Vesk")
         desktop.press("Tab")
