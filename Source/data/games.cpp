@@ -387,6 +387,34 @@ static std::string name_of_file(const std::string& file)
     return file == "-" ? "standard input" : file;
 }
 
+// Takes the next piece, with what is to be told before its games.
+static bool take_noted_piece(GamesRun* run, GamesReader* reader, GamesPiece* piece)
+{
+    if (!take_piece(reader, piece)) {
+        return false;
+    }
+    if (piece->is_first) {
+        note_views(run, reader->report, name_of_file((*reader->files)[piece->file]), *piece);
+    }
+    piece->kept = std::exchange(reader->report->kept, {});
+    return true;
+}
+
+// Writes a piece and tells of it. Returns false where no more can be written.
+static bool hand_on_piece(GamesRun* run, const std::string& file, PieceResult* piece)
+{
+    tell_kept(&run->report, &piece->kept);
+    if (piece->is_too_long) {
+        ++run->read;
+        refuse_item(&run->report, file, { piece->first_line, "game of more than a megabyte", {} });
+    }
+    for (const PieceGame& game : piece->games) {
+        take_game(run, file, *piece, game);
+    }
+    show_run_progress(&run->report.progress, "games", run->read, piece->position);
+    return is_sink_well(run->out);
+}
+
 int run_games(Arguments arguments)
 {
     GamesOptions options;
@@ -422,34 +450,12 @@ int run_games(Arguments arguments)
     reader.views = options.rules.first_views;
     start_run_progress(&run.report.progress, common, total_size(files), true);
     work_in_order<GamesPiece, PieceResult>(
-        common.jobs,
-        [&](GamesPiece* piece) {
-            if (!take_piece(&reader, piece)) {
-                return false;
-            }
-            if (piece->is_first) {
-                note_views(&run, &ahead, name_of_file(files[piece->file]), *piece);
-            }
-            piece->kept = std::move(ahead.kept);
-            ahead.kept.clear();
-            return true;
-        },
+        common.jobs, [&](GamesPiece* piece) { return take_noted_piece(&run, &reader, piece); },
         [&](GamesPiece* piece, PieceResult* result) {
             work_on_piece(options.rules, piece, result);
         },
         [&](PieceResult* piece) {
-            const std::string file = name_of_file(files[piece->file]);
-            tell_kept(&run.report, &piece->kept);
-            if (piece->is_too_long) {
-                ++run.read;
-                refuse_item(
-                    &run.report, file, { piece->first_line, "game of more than a megabyte", {} });
-            }
-            for (const PieceGame& game : piece->games) {
-                take_game(&run, file, *piece, game);
-            }
-            show_run_progress(&run.report.progress, "games", run.read, piece->position);
-            return is_sink_well(run.out);
+            return hand_on_piece(&run, name_of_file(files[piece->file]), piece);
         });
     tell_kept(&run.report, &ahead.kept); // behind the last piece
     hide_run_progress(&run.report.progress);

@@ -128,8 +128,7 @@ static bool take_piece(Flow* flow, FlowPiece* piece)
             piece->kind = reader->kind.value_or(LineKind::Training);
             piece->file = reader->file - 1;
             piece->position = reader->done + stream_position(reader->stream);
-            piece->kept = std::move(reader->ahead.kept);
-            reader->ahead.kept.clear();
+            piece->kept = std::exchange(reader->ahead.kept, {});
             return true;
         }
         close_file(flow);
