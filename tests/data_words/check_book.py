@@ -188,7 +188,8 @@ def info_of(book, folder):
 
 def dumped_by_polyglot(book, side, folder):
     """The choices of a side in polyglot's dump: for each move its share, in whole percents; it
-    leaves out those below half of one. Lines are "7: 1. e4 c5{40%} 2. Nf3 d6{55%} {trans: line=3, ply=4}", each from the start."""
+    leaves out those below half of one. Lines stand each from the start:
+    7: 1. e4 c5{40%} 2. Nf3 d6{55%} {trans: line=3, ply=4}"""
     target = folder / "dump.txt"
     subprocess.run([polyglot, "dump-book", "-bin", str(book), "-color", side, "-out", str(target)],
                    cwd=folder, timeout=60, stdout=subprocess.DEVNULL, check=False)
