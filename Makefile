@@ -2,11 +2,12 @@
 # and ./vesk-data.
 # ARCH chooses the processor level (x86-64-v3, x86-64-v2, x86-64, native, generic); without it
 # the highest that this machine can run is taken. WERROR=ON takes warnings for errors, DEBUG_INFO
-# chooses what debug builds tell a debugger.
+# chooses what debug builds tell a debugger, UNITY=ON builds the tests sooner from nothing.
 
 ARCH ?= $(shell scripts/processor_level)
 WERROR ?= OFF
 DEBUG_INFO ?= -g
+UNITY ?= OFF
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 TESTS ?= *
@@ -58,7 +59,7 @@ clang:
 	$(call build,clang,$(level))
 
 test: release
-	$(call build,debug,$(level))
+	$(call build,debug,$(level) -DVESK_UNITY=$(UNITY))
 	ctest --preset debug -j $(JOBS)
 
 bench: vesk
