@@ -6,8 +6,8 @@ see.
     check_links.py OBJECT...
 
 The objects of one program, or of several that share sources; the folder is what follows the last
-"Source" of an object's path, or in the name of what is made of a whole folder. Prints every symbol that is needed and defined only above or beside.
-Status 1 if there is one.
+"Source" of an object's path, or stands in the name of what was compiled of a whole folder. Prints
+every symbol that is needed and defined only above or beside. Status 1 if there is one.
 """
 
 import pathlib
@@ -23,6 +23,7 @@ import floors
 def place_of(path):
     """Folder and name of the source that an object was made of, or None if it lies elsewhere."""
     parts = pathlib.PurePath(path).parts
+    # Named by compile_together of CMakeLists.txt: folder, folder within it, first word of the files.
     together = re.fullmatch(r"unity_(\w+?)(-\w+)?_cxx\.cxx\.o", parts[-1])
     if together:
         return together[1].split("_")[0], together[1]
