@@ -67,7 +67,8 @@ inline constexpr bool tuning = true;
 inline constexpr bool tuning = false;
 #endif
 
-// A check for developers; the debug and sanitizer builds define VESK_DEBUG.
+// A check for developers; the debug and fuzz builds define VESK_DEBUG. The sanitized builds run the
+// tests of the debug build, and take long enough without.
 #if defined(VESK_DEBUG)
 [[noreturn]] void debug_check_failed(const char* condition, const char* file, int line);
 #define debug_check(condition)                                                                     \
