@@ -14,6 +14,7 @@
 #include "fathom/tbheader.h"
 #include "fathom/tbinit.h"
 #include "fathom/tbpairs.h"
+#include "sanitizers.h"
 
 static const char* const queen_wins = "8/8/8/4k3/8/8/8/K6Q w - - 0 1";
 static const char* const queen_wins_for_black = "8/8/8/4K3/8/8/8/k6q b - - 0 1";
@@ -136,7 +137,7 @@ static void probe_without_room()
 
 TEST_F(TableFiles, MappingThatFailsEndsTheProgram)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(ADDRESS_SANITIZED) || defined(THREAD_SANITIZED)
     GTEST_SKIP() << "the sanitizer needs room itself";
 #endif
     testing::FLAGS_gtest_death_test_style = "fast";

@@ -1,6 +1,8 @@
 // The linker sends the engine's calls of mmap and munmap here (--wrap).
 #include "guarded_mmap.h"
 
+#include "sanitizers.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <map>
@@ -14,14 +16,6 @@ int __real_munmap(void* at, size_t size);
 void* __wrap_mmap(void* at, size_t size, int protection, int flags, int file, off_t start);
 int __wrap_munmap(void* at, size_t size);
 }
-
-#if defined(__SANITIZE_ADDRESS__)
-#define GUARDED_BY_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define GUARDED_BY_SANITIZER 1
-#endif
-#endif
 
 // What has to be given back for a mapping.
 struct GuardedBlock {
@@ -51,7 +45,7 @@ static bool read_whole(int file, char* to, size_t size)
     return true;
 }
 
-#if defined(GUARDED_BY_SANITIZER)
+#if defined(ADDRESS_SANITIZED)
 static void* guarded_copy(int file, size_t size, GuardedBlock* block)
 {
     char* data = static_cast<char*>(calloc(size, 1));
