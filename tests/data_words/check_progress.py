@@ -21,7 +21,7 @@ import time
 
 from checks import expect, finish_checks
 
-LONGEST = 64    # times the input at first
+LONGEST = 512   # times the input at first
 HELD_UP = 0.8   # seconds that a reader waits; a line is due after half a second
 PIPE = 1 << 18  # bytes; more than what a pipe and the buffers before it take
 
