@@ -1,15 +1,16 @@
 #!/usr/bin/env python3
 """Compares the searches of a program with stored ones, node for node.
 
-Usage: golden_searches.py PROGRAM TABLE [--max-nodes N] [--id ID] [--depth D] [--write]
+Usage: golden_searches.py PROGRAM TABLE [--id ID] [--depth D] [--write]
 
-Every row of the table is one `go depth` over UCI in a fresh process with one thread, no
-endgame tables and no book. Columns, apart by tabs: id, position, moves played from it, Hash,
+Every row of the table is one `go depth` over UCI after `ucinewgame`, with one thread, no endgame
+tables and no book. Columns, apart by tabs: id, position, moves played from it, Hash,
 MultiPV, Selectivity, depth, line, nodes when the line was complete, score, seldepth, first move,
 line of moves. With MultiPV 1 there is line 0 alone; otherwise lines count from 1, and line 0 tells
 how the whole search ended, which is the result of its last line. A search without a line has the
-first move null. Rows of one search are answered by one process. Prints what differs; the status
-is 1 if anything does.
+first move null. Rows of one search are answered by one search. One process answers all of them, as
+each measures the machine for 0.3 s at its start: a search that finds anything of those before it
+differs, too. Prints what differs; the status is 1 if anything does.
 
 With --write the columns from nodes on are written anew where they differ; what was searched stays.
 A row whose line the search has no longer, or has now, stays as it is and makes the status 1.
@@ -76,25 +77,22 @@ def start_engine(program):
     return engine, engine.read_until("uciok")
 
 
-def run_search(program, row):
+def run_search(engine, row):
     """What a search printed: its lines by number at the depth of the row, and the best move.
 
     With several lines the last one stands under 0 too, and the report that follows the search,
     which repeats the first line, is left out.
     """
-    engine, _ = calibration.start_fast(lambda: start_engine(program))
     for name, value in (("Threads", "1"), ("Hash", row.hash), ("MultiPV", row.multipv),
                         ("Selectivity", row.selectivity)):
         engine.send(f"setoption name {name} value {value}")
     moves = f" moves {row.moves}" if row.moves else ""
+    engine.send("ucinewgame")
     engine.send(f"position fen {row.fen}{moves}")
     engine.send("isready")
     engine.read_until("readyok")
     engine.send(f"go depth {row.depth}")
     output = engine.read_until("bestmove")
-    status = engine.close()
-    if status != 0:
-        raise RuntimeError(f"the program ended with status {status}")
     found = {}
     for match in filter(None, map(INFO.match, output)):
         line = int(match["line"] or 0)
@@ -156,8 +154,6 @@ def differences(row, found, best):
 
 
 def is_chosen(row, options):
-    if options.max_nodes and int(row.nodes) > options.max_nodes:
-        return False
     return options.id in (None, row.id) and options.depth in (None, row.depth)
 
 
@@ -165,7 +161,6 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("program")
     parser.add_argument("table")
-    parser.add_argument("--max-nodes", type=int, default=0, help="leave out longer searches")
     parser.add_argument("--id", help="this position only")
     parser.add_argument("--depth", help="this depth only")
     parser.add_argument("--write", action="store_true", help="write anew what differs")
@@ -180,8 +175,9 @@ def main():
     rows = 0
     wrong = 0
     written = 0
+    engine, _ = calibration.start_fast(lambda: start_engine(options.program))
     for group in searches.values():
-        result = run_search(options.program, table[group[0]])
+        result = run_search(engine, table[group[0]])
         for number in group:
             row = table[number]
             rows += 1
@@ -195,6 +191,9 @@ def main():
                 written += 1
             else:
                 wrong += 1
+    status = engine.close()
+    if status != 0:
+        raise RuntimeError(f"the program ended with status {status}")
     if written:
         write_table(options.table, table)
     print(f"{rows} rows, {wrong} differ" + (f", {written} written anew" if options.write else ""))
