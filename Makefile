@@ -3,12 +3,14 @@
 # ARCH chooses the processor level (x86-64-v3, x86-64-v2, x86-64, native, generic); without it
 # the highest that this machine can run is taken. WERROR=ON takes warnings for errors, DEBUG_INFO
 # chooses what debug builds tell a debugger, UNITY=ON builds the tests sooner from nothing.
+# TEST_JOBS tests run at a time.
 
 ARCH ?= $(shell scripts/processor_level)
 WERROR ?= OFF
 DEBUG_INFO ?= -g
 UNITY ?= OFF
 JOBS ?= $(shell nproc)
+TEST_JOBS ?= $(JOBS)
 FUZZ_SECONDS ?= 60
 TESTS ?= *
 PREFIX ?= /usr/local
@@ -60,7 +62,7 @@ clang:
 
 test: release
 	$(call build,debug,$(level) -DVESK_UNITY=$(UNITY))
-	ctest --preset debug -j $(JOBS)
+	ctest --preset debug -j $(TEST_JOBS)
 
 bench: vesk
 	scripts/check_signature ./vesk
@@ -80,11 +82,11 @@ sanitize: asan tsan
 
 asan: release
 	$(call build,asan,$(level))
-	scripts/run_sanitized asan -j $(JOBS)
+	scripts/run_sanitized asan -j $(TEST_JOBS)
 
 tsan: release
 	$(call build,tsan,$(level))
-	scripts/run_sanitized tsan -j $(JOBS)
+	scripts/run_sanitized tsan -j $(TEST_JOBS)
 
 # The counts of the first build steer the second. Neither may change a result.
 pgo:
