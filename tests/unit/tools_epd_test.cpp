@@ -2,6 +2,7 @@
 // search runs, the table of totals, and damaged input.
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 #include <initializer_list>
 #include <sstream>
 #include <string>
@@ -62,23 +63,24 @@ struct EpdRunnerTest : ToolTest {
         return line;
     }
 
-    // So many that a busy machine, where the workers end many before the input is looked at, does
-    // not come to the last; but less than the 256 after which short searches look at it too.
-    static constexpr i32 suite_positions = 250;
-
-    // How many of these are searched if "quit" waits in the input.
-    static i32 positions_before_quit()
+    static f64 cpu_seconds(clockid_t clock)
     {
-        write_file("suite.epd", repeat(suite_positions, std::string(busy) + "\n"));
-        const FedInput input;
-        input.feed("quit\n");
-        dialogue.quit_flag = false;
-        const std::string out = capture_output([] { run_epd_test(&dialogue, "suite.epd"); });
-        i32 correct = -1;
-        i32 count = -1;
-        sscanf(line_of(out, 1).c_str(), "%d / %d", &correct, &count);
-        dialogue.quit_flag = false;
-        return count;
+        timespec now = {};
+        EXPECT_EQ(clock_gettime(clock, &now), 0);
+        return static_cast<f64>(now.tv_sec) + 1e-9 * static_cast<f64>(now.tv_nsec);
+    }
+
+    // Whether another thread than this one did most of the work. Processor time tells that on a
+    // busy machine too, where whole searches may pass before this thread looks at anything.
+    static bool runs_on_workers()
+    {
+        write_file("suite.epd", repeat(20, std::string(busy) + "\n"));
+        const f64 own = cpu_seconds(CLOCK_THREAD_CPUTIME_ID);
+        const f64 all = cpu_seconds(CLOCK_PROCESS_CPUTIME_ID);
+        run_file("suite.epd");
+        const f64 share = (cpu_seconds(CLOCK_THREAD_CPUTIME_ID) - own)
+            / (cpu_seconds(CLOCK_PROCESS_CPUTIME_ID) - all);
+        return share < 0.5;
     }
 };
 
@@ -242,22 +244,33 @@ TEST_F(EpdRunnerTest, UnclosedQuotesAndOperationsEndSafely)
 TEST_F(EpdRunnerTest, DepthOfSixRunsOnTheWorkersAndFiveDoesNot)
 {
     store(dialogue.limits.depth_limit, 5);
-    EXPECT_EQ(positions_before_quit(), suite_positions); // input is not read between these
+    EXPECT_FALSE(runs_on_workers());
     store(dialogue.limits.depth_limit, 6);
-    EXPECT_LT(positions_before_quit(), suite_positions);
+    EXPECT_TRUE(runs_on_workers());
 }
 
 TEST_F(EpdRunnerTest, FewNodesRunWithoutTheWorkers)
 {
     store(dialogue.limits.depth_limit, 7);
     dialogue.limits.node_limit_total = 1;
-    EXPECT_EQ(positions_before_quit(), suite_positions);
+    EXPECT_FALSE(runs_on_workers());
     dialogue.limits.node_limit_total = 99999;
-    EXPECT_EQ(positions_before_quit(), suite_positions);
+    EXPECT_FALSE(runs_on_workers());
     dialogue.limits.node_limit_total = 100000;
-    EXPECT_LT(positions_before_quit(), suite_positions);
+    EXPECT_TRUE(runs_on_workers());
     dialogue.limits.node_limit_total = 0;
-    EXPECT_LT(positions_before_quit(), suite_positions);
+    EXPECT_TRUE(runs_on_workers());
+}
+
+TEST_F(EpdRunnerTest, InputIsReadWhileTheWorkersSearch)
+{
+    store(dialogue.limits.depth_limit, deepest_limit); // the five seconds of a move end it
+    write_file("suite.epd", repeat(2, std::string(start_position) + "\n"));
+    const FedInput input;
+    input.feed("quit\n");
+    const std::string out = capture_output([] { run_epd_test(&dialogue, "suite.epd"); });
+    dialogue.quit_flag = false;
+    EXPECT_EQ(line_of(out, 1), "0 / 1 correct best moves");
 }
 
 TEST_F(EpdRunnerTest, ShortSearchesLookAtTheInputEvery256thPosition)
