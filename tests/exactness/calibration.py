@@ -1,9 +1,9 @@
 """What an engine's speed has to do with its searches.
 
 An engine that measures less than 3,000 nodes a second at its start takes itself for a weak player,
-and overlooks things on purpose. Sanitized builds are thirty times as fast as that and more; but the
-measurement takes 0.3 seconds, and other programs may take the processor for as long. Searches are
-compared only where nothing is overlooked.
+and overlooks things on purpose. Sanitized builds are tens of times as fast as that; but the measurement
+takes 0.3 seconds, and other programs may take the processor for as long. Searches are compared only
+where nothing is overlooked.
 """
 import re
 

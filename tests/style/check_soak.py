@@ -25,6 +25,7 @@ import soak_jobs
 import soak_state
 
 # Stand-ins for the program: a shell that answers each line with what the dialogue awaits.
+NO_HOURS = "1e-12"  # nanoseconds: over before the first turn, however fast the machine is
 ANSWER = 'while read -r line; do case $line in uci) echo uciok;; go*) echo bestmove;; ' \
          'isready) echo readyok;; perft*) echo visited;; quit) %s;; esac; done; exit 0'
 PROGRAMS = {
@@ -148,7 +149,7 @@ def check_state(folder):
 
 def check_status(folder, tree):
     """The whole script, without time for any job: what stands in the state decides."""
-    words = ["--no-build", "--only", "damage", "--out", folder / "out", "1e-12"]
+    words = ["--no-build", "--only", "damage", "--out", folder / "out", NO_HOURS]
     status, text = run_soak(tree, *words)
     assert status == 0 and "nothing done" in text, text
     state = soak_state.load_state(folder / "out/state.json")
@@ -174,8 +175,7 @@ def make_tree(folder):
 
 
 def run_soak(tree, *words):
-    """Its status, and all that it said. Hours may be so few that no job begins. The machine has no
-    referee, wherever that is."""
+    """Its status, and all that it said. The machine has no referee, wherever that is."""
     result = subprocess.run([tree / "scripts/soak", *words], stdout=subprocess.PIPE,
                             stderr=subprocess.STDOUT, text=True,
                             env={**os.environ, "PGN_EXTRACT": str(tree / "nothing")})
@@ -184,7 +184,7 @@ def run_soak(tree, *words):
 
 def check_folder(folder, tree):
     """A folder of the user's keeps what was in it, and nothing of the run's scratch stays there."""
-    words = ["--no-build", "--only", "damage", "1e-12", "--out"]
+    words = ["--no-build", "--only", "damage", NO_HOURS, "--out"]
     folder.mkdir()
     kept = folder / "kept.txt"
     kept.write_text("kept")
@@ -221,7 +221,7 @@ def check_refusals(folder, tree):
         check_refusal(tree, "no hours", *words, hours)
     check_refusal(tree, "processor 9999 is none of", *words, "--core", "9999", "1")
     check_refusal(tree, "nothing to soak: there is no fuzz; there is no pgn-extract, release",
-                  "--no-build", "--only", "fuzz,games", "--out", out, "1e-12")
+                  "--no-build", "--only", "fuzz,games", "--out", out, NO_HOURS)
     good = (folder / "out/state.json").read_text()
     for text in ("{", "[]", '"turn"', '{"kinds": {}}', "[" * 100000,
                  good.replace('"turn": 0', '"turn": "0"'),
@@ -229,7 +229,7 @@ def check_refusals(folder, tree):
                  good.replace('"counters": {}', '"counters": {"targets": 1}')):
         assert text != good
         (out / "state.json").write_text(text)
-        check_refusal(tree, "cannot go on from", *words, "1e-12")
+        check_refusal(tree, "cannot go on from", *words, NO_HOURS)
         assert (out / "state.json").read_text() == text
     kept = folder / "refused-case"
     words = ["--out", out, "--repeat", kept]

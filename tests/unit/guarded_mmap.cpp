@@ -1,14 +1,14 @@
 // The linker sends the engine's calls of mmap and munmap here (--wrap).
 #include "guarded_mmap.h"
 
-#include "sanitizers.h"
-
 #include <cerrno>
 #include <cstdlib>
 #include <map>
 #include <mutex>
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include "sanitizers.h"
 
 extern "C" {
 void* __real_mmap(void* at, size_t size, int protection, int flags, int file, off_t start);

@@ -1,4 +1,5 @@
-// Which sanitizers this program is built with: GCC and the older Clang say it in different words.
+// Whether this program is built with the address sanitizer: GCC and the older Clang say it in
+// different words.
 #pragma once
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -6,13 +7,5 @@
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
 #define ADDRESS_SANITIZED 1
-#endif
-#endif
-
-#if defined(__SANITIZE_THREAD__)
-#define THREAD_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define THREAD_SANITIZED 1
 #endif
 #endif
