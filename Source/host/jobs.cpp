@@ -15,6 +15,7 @@
 // What the console answers.
 static constexpr std::string_view table_start = "           white";
 static constexpr std::string_view table_end = "eval= ";
+static constexpr std::string_view answer_end = "uciok";
 static constexpr std::string_view count_start = "visited ";
 
 // ---- What runs in the process
@@ -83,6 +84,8 @@ int start_evaluation(Job* job, const HostSettings* settings, const HostGame* gam
     }
     put_line(&job->process.to, "fen " + fen_of(&game->pos));
     put_line(&job->process.to, "ev");
+    // Whose answer ends the job where "ev" prints nothing.
+    put_line(&job->process.to, "uci");
     return 0;
 }
 
@@ -111,8 +114,13 @@ int start_benchmark(Job* job, i32 depth)
 
 // ---- Showing
 
+// An ending that a rule judges, such as a king alone or a pawn against a king, has no table.
 static std::vector<std::string> shown_table_line(Job* job, const std::string& line)
 {
+    if (line == answer_end && job->done == 0) {
+        job->done = 1;
+        return { "info string eval: no table, a rule of its own judges this ending" };
+    }
     job->shows |= line.starts_with(table_start);
     if (!job->shows || job->done > 0) {
         return {};

@@ -272,8 +272,11 @@ static bool may_act(const Relay* relay, const HostWord* word)
     if (word->when == When::Now || !is_busy(relay)) {
         return true;
     }
-    // Behind a "stop" everything waits for the answer.
-    return word->when == When::Search && !relay->starting && !relay->search.unwanted;
+    // Behind a "stop" everything waits for the answer. A search that is over has no say in the jobs
+    // that follow it: those are ended by a "stop" of their own.
+    const HostSearch& search = relay->search;
+    const bool is_ending = search.unwanted && (search.runs || search.engine_runs);
+    return word->when == When::Search && !relay->starting && !is_ending;
 }
 
 // Takes a line out of those that wait, and acts on it.

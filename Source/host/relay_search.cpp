@@ -305,8 +305,8 @@ static void watch_nodes(Relay* relay, const InfoLine& info)
     } else if (info.rate.value_or(0) > 0 && !search->stopped) {
         const f64 rest = static_cast<f64>(*goal - *info.nodes);
         const Moment due = now_seconds() + rest / static_cast<f64>(*info.rate);
-        // A short clock's own moment stays.
-        if (!stop_after(&search->limits, relay->game.pos.stm)) {
+        // A short clock's own moment stays, and so does that of an end that the host asked for.
+        if (!search->unwanted && !stop_after(&search->limits, relay->game.pos.stm)) {
             search->stop_at = due;
         }
     }

@@ -58,7 +58,8 @@ POSITIONS = (
 )
 LIMITS = ("depth 1", "depth 4", "depth 9", "movetime 1", "movetime 20", "nodes 1", "nodes 3000",
           "wtime 100 btime 100", "wtime 300 btime 200 winc 10 binc 10",
-          "wtime 200 btime 200 movestogo 3", "", "depth 40", "infinite", "infinite")
+          "wtime 200 btime 200 movestogo 3", "nodes 99999999999",
+          "wtime 60000 btime 60000 nodes 90000000", "", "depth 40", "infinite", "infinite")
 # Words that the console knows; over UCI they are none, or parts of lines that mean nothing.
 CONSOLE_WORDS = ("bd", "mv", "new", "undo", "[", "]", ".", "ev", "e2e4", "self", "perft 2",
                  "set level 1 1 0", "set hash 0", "fen 8/8/8/8/8/8/8/K1k5 w -", "pv", "edit",
