@@ -48,7 +48,8 @@ void trace_move(const Position* pos, Move move)
         const int error = open_new_file(&trace_file, trace_name);
         if (error != 0) {
             complain(trace_name, "cannot be opened for writing", error);
-            exit(0);
+            // An output that failed before this one is not forgotten.
+            exit(exit_status);
         }
     }
     // Moves of a long game at the console may stand beyond the records of a search.
