@@ -164,6 +164,20 @@ class Program(unittest.TestCase):
         for suite, test in names:
             self.assertRegex(sources, rf"TEST(_F)?\({suite}, {test}\)")
 
+    def test_compares_stored_results_by_words_that_their_scripts_know(self):
+        """Without a program to run they fail, but not at their own arguments."""
+        mutate = load_mutate()
+        for stage in mutate.stored_stages("Source/search/search.cpp"):
+            script, *words = [str(word) for word in stage.command]
+            words = [str(ROOT / pathlib.Path(word).relative_to(mutate.TREE))
+                     if word.startswith(str(mutate.TREE)) else word for word in words]
+            words = ["/bin/false" if word.startswith(str(mutate.BUILD)) else word for word in words]
+            script = ROOT / pathlib.Path(script).relative_to(mutate.TREE)
+            result = subprocess.run([sys.executable, script, *words], text=True,
+                                    capture_output=True, check=False)
+            self.assertNotEqual(result.returncode, 0, stage.label)
+            self.assertNotIn("usage:", result.stderr, stage.label)
+
     def test_takes_sources_of_the_engine_alone(self):
         for name in ("README.md", "tests/unit/base_text.cpp", "Source/book/random64.cpp",
                      "Source/none.cpp", "/"):
