@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
@@ -55,9 +54,8 @@ int refuse_words(const char* format, ...)
 
 int finish_output(int status)
 {
-    errno = 0;
-    if (fflush(stdout) != 0 || ferror(stdout) != 0) {
-        complain("standard output", "cannot be written", errno != 0 ? errno : EIO);
+    if (const int error = flush_written_file(stdout); error != 0) {
+        complain("standard output", "cannot be written", error);
         return 1;
     }
     return status;
