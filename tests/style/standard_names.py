@@ -69,6 +69,7 @@ SYSTEM = {
     "cstring": "memchr memcmp memcpy memmove memset strchr strcmp strcspn strerror strlen strncmp "
                "strnlen strpbrk strrchr strspn strstr strtok_r",
     "ctime": "clock_gettime localtime_r nanosleep strftime time time_t",
+    "dirent.h": "closedir opendir readdir",
     "fcntl.h": "fcntl open",
     "poll.h": "poll ppoll",
     "pthread.h": "pthread_attr_destroy pthread_attr_init pthread_create pthread_join",
@@ -77,8 +78,10 @@ SYSTEM = {
     "sys/mman.h": "madvise mmap mprotect munmap",
     "sys/resource.h": "getrlimit setrlimit",
     "sys/socket.h": "recv socketpair",
+    "strings.h": "strcasecmp strncasecmp",
     "sys/time.h": "gettimeofday",
     "sys/stat.h": "chmod fstat lstat mkdir mkfifo",
+    "sys/wait.h": "wait waitpid",
     "unistd.h": "_exit access chdir close dup dup2 ftruncate getcwd isatty lseek pipe pread read "
                 "rmdir sleep sysconf truncate unlink usleep write",
 }
@@ -108,6 +111,13 @@ SYSTEM_NAMES = by_name(SYSTEM)
 QUALIFIED = re.compile(r"\bstd::(\w+)")
 # Used without a call; other words of these lists may name a variable of our own.
 OBJECT = re.compile(r"(?<![\w.>:])(errno|FILE|stderr|stdin|stdout|time_t)\b")
+# Macros by the form of their names; EOF and our own EPD are no errors.
+MACROS = (
+    (re.compile(r"(?<!\w)(E(?!OF\b|PD\b|CO\b|NTRY\b)[A-Z]{3,})(?!\w)"), "cerrno"),
+    (re.compile(r"(?<!\w)((?:CHAR|SHRT|INT|LONG|LLONG|UINT|ULONG|PATH|NAME)_(?:MAX|MIN))(?!\w)"),
+     "climits"),
+    (re.compile(r"(?<!\w)(PRI[a-zX]+\d+)(?!\w)"), "cinttypes"),
+)
 CALL = re.compile(r"(?<![\w.>:])(?:::)?([a-z_]\w*)\s*\(")
 # A loop over values in braces makes a list of them.
 BRACED_LOOP = re.compile(r"\bfor \([^;()]*:\s*\{")
@@ -129,6 +139,7 @@ def missing_headers(text, own_header, code):
         uses = [(f"std::{name}", STANDARD_NAMES.get(name)) for name in QUALIFIED.findall(line)]
         uses += [(name, SYSTEM_NAMES[name]) for name in CALL.findall(line) if name in SYSTEM_NAMES]
         uses += [(name, SYSTEM_NAMES[name]) for name in OBJECT.findall(line)]
+        uses += [(name, {header}) for form, header in MACROS for name in form.findall(line)]
         if BRACED_LOOP.search(line):
             uses.append(("a loop over a list in braces", {"initializer_list"}))
         for name, wanted in uses:

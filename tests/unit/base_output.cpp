@@ -1,4 +1,5 @@
 // Lines on their way out: whole, in one write, to standard output and to the log.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
