@@ -1,17 +1,21 @@
 // Building a book: how games are read, what is counted, what is kept, and what happens to the
 // files when something goes wrong.
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <map>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "book_support.h"
 #include "base/files.h"
 #include "base/output.h"
+#include "sanitizers.h"
 
 struct Built {
     std::string out;
@@ -726,6 +730,65 @@ TEST_F(BookBuilder, FullDiskEndsWithAMessageAndStatus1AndLeavesTheOldBook)
 }
 
 // ---- Into play
+
+static void limit_address_space(rlim_t bytes)
+{
+    rlimit limit;
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_AS, &limit);
+}
+
+// In a child process, which may take so many bytes more than it has. What earlier tests have given
+// back to the heap is used up first.
+static void build_with_room(rlim_t bytes)
+{
+    std::ifstream sizes("/proc/self/statm");
+    rlim_t pages = 0;
+    sizes >> pages;
+    const rlim_t size = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+    limit_address_space(size);
+    void* volatile used_up = nullptr;
+    do {
+        used_up = malloc(64 << 10);
+    } while (used_up != nullptr);
+    limit_address_space(size + bytes);
+    build_book(&dialogue.game->pos, "games.pgn");
+    exit(exit_status);
+}
+
+TEST_F(BookBuilder, MissingMemoryEndsWithAMessageAndStatus1AndLeavesTheOldBook)
+{
+#if defined(ADDRESS_SANITIZED)
+    GTEST_SKIP() << "the sanitizer needs room itself";
+#endif
+    testing::FLAGS_gtest_death_test_style = "fast";
+    // Random games: some twelve thousand positions.
+    std::string games;
+    u64 state = 11;
+    for (i32 i = 0; i < 200; ++i) {
+        Position* pos = set_position(start);
+        std::string moves;
+        for (i32 ply = 0; ply < 60; ++ply) {
+            const std::vector<Move> legal = legal_moves(pos);
+            if (legal.empty()) {
+                break;
+            }
+            const Move move = legal[next_random(&state, static_cast<u32>(legal.size()))];
+            moves += text_of(move) + " ";
+            make_move(pos, move);
+        }
+        games += game("1-0", moves);
+    }
+    write_bytes("games.pgn", games);
+    write_bytes("tmp_book.bin", "old");
+    EXPECT_EXIT(build_with_room(0), testing::ExitedWithCode(1), "^no memory for a book\n$");
+    EXPECT_EXIT(build_with_room(384 << 10), testing::ExitedWithCode(1),
+        "^no memory for the positions of games.pgn\n$");
+    EXPECT_EQ(read_bytes("tmp_book.bin"), "old");
+    EXPECT_FALSE(file_exists("tmp_book.part"));
+    EXPECT_EXIT(build_with_room(64 << 20), testing::ExitedWithCode(0), "^$");
+}
 
 TEST_F(BookBuilder, BuiltBookIsPlayedFrom)
 {
